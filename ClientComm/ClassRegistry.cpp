@@ -1,0 +1,48 @@
+#include "ClientComm/ClassRegistry.h"
+
+#include <map>
+#include <mutex>
+#include <string>
+
+#include "ClientComm/QBHPGetDataByHelper.h"
+#include "ClientComm/QBHPHelperControl.h"
+
+namespace qbdkr {
+namespace {
+
+template <class Service>
+std::unique_ptr<QBHPAppEventBase> make() {
+  return std::make_unique<Service>();
+}
+
+struct Registry {
+  std::mutex mutex;
+  std::map<std::string, ClassMaker, std::less<>> makers{
+      {std::string(QBHPGetDataByHelper::kClassName), make<QBHPGetDataByHelper>},
+      {std::string(QBHPHelperControl::kClassName), make<QBHPHelperControl>},
+  };
+};
+
+Registry& registry() {
+  static auto& instance = *new Registry;
+  return instance;
+}
+
+}  // namespace
+
+void registerClass(std::string_view className, ClassMaker maker) {
+  const std::lock_guard lock(registry().mutex);
+  registry().makers.insert_or_assign(std::string(className), maker);
+}
+
+std::unique_ptr<QBHPAppEventBase> makeObject(std::string_view className) {
+  ClassMaker maker = nullptr;
+  {
+    const std::lock_guard lock(registry().mutex);
+    const auto entry = registry().makers.find(className);
+    if (entry != registry().makers.end()) maker = entry->second;
+  }
+  return maker == nullptr ? nullptr : maker();
+}
+
+}  // namespace qbdkr

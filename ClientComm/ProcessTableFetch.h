@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <memory>
+
+#include "Platform/ProcessTable.h"
+
+namespace qbdkr {
+
+struct Free {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
+struct FetchedProcessTable {
+  std::unique_ptr<ProcessRecord, Free> records;  // null when the table could not be had
+  std::size_t count = 0;
+};
+
+// Asks for the size of the table, then for the table; again when it grew in between, as often as
+// that takes. The query is a parameter so that a growing table can be tried.
+template <class Query>
+FetchedProcessTable fetchProcessTable(Query query) {
+  for (;;) {
+    std::size_t length = 0;
+    if (query(nullptr, &length) != 0) return {};
+    // malloc, because the records are handed to callers who free them.
+    std::unique_ptr<ProcessRecord, Free> records(static_cast<ProcessRecord*>(std::malloc(length)));
+    if (!records) return {};
+    const int error = query(records.get(), &length);
+    if (error == 0) return {std::move(records), length / sizeof(ProcessRecord)};
+    if (error != ENOMEM) return {};
+  }
+}
+
+}  // namespace qbdkr

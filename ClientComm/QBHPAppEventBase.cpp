@@ -1,0 +1,49 @@
+#include "ClientComm/QBHPAppEventBase.h"
+
+#include <algorithm>
+#include <mutex>
+
+#include "ClientComm/Exceptions.h"
+
+namespace qbdkr {
+namespace {
+
+// Shared by all services, and kept for the life of the process.
+struct BundleIDs {
+  std::mutex mutex;
+  std::set<std::string> identifiers;
+};
+
+BundleIDs& bundleIDs() {
+  static auto& instance = *new BundleIDs;
+  return instance;
+}
+
+}  // namespace
+
+QBHPAppEventBase::QBHPAppEventBase() = default;
+QBHPAppEventBase::~QBHPAppEventBase() = default;
+
+std::set<std::string> QBHPAppEventBase::bundleIDSet() const {
+  const std::lock_guard lock(bundleIDs().mutex);
+  return bundleIDs().identifiers;
+}
+
+void QBHPAppEventBase::setBundleID(Text bundleID) {
+  if (!bundleID) throw InvalidArgumentException("the sender of an RPC event has no bundle identifier");
+  const std::lock_guard lock(bundleIDs().mutex);
+  bundleIDs().identifiers.emplace(*bundleID);
+}
+
+String QBHPAppEventBase::performSelector(std::string_view selector, std::span<const Text> objects) {
+  const auto table = methods();
+  const auto found = std::ranges::find(
+      table, selector, [](const Method& entry) { return entry.selector.text(); });
+  if (found == table.end()) return std::nullopt;
+  if (objects.size() > found->arity) {
+    throw InvalidArgumentException("more arguments than the method takes");
+  }
+  return found->invoke(*this, objects);
+}
+
+}  // namespace qbdkr

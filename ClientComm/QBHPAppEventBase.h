@@ -1,0 +1,84 @@
+#pragma once
+
+#include <cstddef>
+#include <set>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <utility>
+
+#include "ClientComm/Selector.h"
+#include "ClientComm/Text.h"
+#include "Platform/Export.h"
+#include "Platform/Status.h"
+
+namespace qbdkr {
+
+class QBHPAppEventBase;
+
+// One entry of a class's table of methods that can be called by name.
+struct Method {
+  Selector selector;
+  std::size_t arity;
+  String (*invoke)(QBHPAppEventBase& object, std::span<const Text> arguments);
+};
+
+// Base of every service class: calls its methods by name with text arguments, and knows which
+// applications have sent RPC events to this process.
+class QBDKR_EXPORT QBHPAppEventBase {
+ public:
+  QBHPAppEventBase();
+  QBHPAppEventBase(const QBHPAppEventBase&) = delete;
+  QBHPAppEventBase& operator=(const QBHPAppEventBase&) = delete;
+  virtual ~QBHPAppEventBase();
+
+  // The name under which RPC events reach this class and are sent by it.
+  [[nodiscard]] virtual std::string_view className() const = 0;
+
+  // The bundle identifiers of all applications from which an RPC event was dispatched, to any
+  // service of this process. Any thread.
+  [[nodiscard]] std::set<std::string> bundleIDSet() const;
+
+  // Records the sender of the event that is dispatched next. Throws InvalidArgumentException when
+  // the sender is absent, and the event is then not dispatched. A helper agent may override it to
+  // learn whom to answer. Called on the main thread; any thread may call it.
+  virtual void setBundleID(Text bundleID);
+
+  // Calls the method of that full name. Missing arguments are passed as absent; more than the method
+  // takes throw InvalidArgumentException. Returns the text that the method returned: absent for a
+  // method that returns a status, and where this object has no such method. Runs on the calling
+  // thread, and blocks as the method does.
+  String performSelector(std::string_view selector, std::span<const Text> objects);
+
+ protected:
+  // The methods that can be called by name: static, and the same for all objects of a class.
+  [[nodiscard]] virtual std::span<const Method> methods() const = 0;
+};
+
+// The table entry of a member function whose parameters are texts and whose result is a text, a
+// status or nothing.
+template <auto Member>
+consteval Method method(Selector selector) {
+  using Function = detail::MemberFunction<decltype(Member)>;
+  using Owner = typename Function::Owner;
+  Selector::of<Member>(selector.text());
+  return {selector, Function::arity,
+          [](QBHPAppEventBase& object, std::span<const Text> arguments) -> String {
+            return [&]<std::size_t... I>(std::index_sequence<I...>) -> String {
+              const auto argument = [&](std::size_t index) {
+                return index < arguments.size() ? arguments[index] : Text();
+              };
+              auto call = [&] { return (static_cast<Owner&>(object).*Member)(argument(I)...); };
+              if constexpr (std::is_convertible_v<decltype(call()), String> &&
+                            !std::is_arithmetic_v<decltype(call())>) {
+                return call();
+              } else {
+                call();  // a status is no result
+                return std::nullopt;
+              }
+            }(std::make_index_sequence<Function::arity>());
+          }};
+}
+
+}  // namespace qbdkr

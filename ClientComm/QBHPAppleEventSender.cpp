@@ -1,0 +1,82 @@
+#include "ClientComm/QBHPAppleEventSender.h"
+
+#include <algorithm>
+#include <string>
+
+#include "Platform/Bundle.h"
+#include "Platform/Text.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::string_view helperBundleIDKey = "Helper Bundle indentifiter";
+
+AppleEventDescriptor text(Text value) {
+  return AppleEventDescriptor::withString(std::string(value.value_or(std::string_view())));
+}
+
+bool isASCII(std::string_view text) {
+  return std::ranges::all_of(text, [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
+}
+
+// The bytes are UTF-8 but their count is that of the UTF-16 units, on purpose: peers have always been
+// addressed so. Identifiers are ASCII in practice, where both are the same.
+AppleEventDescriptor targetWithBundleID(Text bundleID) {
+  std::string bytes(bundleID.value_or(std::string_view()));
+  if (!isASCII(bytes)) bytes.resize(std::min(bytes.size(), utf16FromUTF8(bytes).size()));
+  return AppleEventDescriptor::withBytes(typeApplicationBundleID, std::move(bytes));
+}
+
+}  // namespace
+
+QBHPAppleEventSender& QBHPAppleEventSender::share() {
+  static auto& sender = *new QBHPAppleEventSender;
+  return sender;
+}
+
+QBHPAppleEventSender::QBHPAppleEventSender()
+    : helperBundleID_(Bundle::main().infoString(helperBundleIDKey)) {}
+
+AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text selectName,
+                                             Arguments args) {
+  auto arguments = AppleEventDescriptor::list();
+  for (std::size_t i = 0; i < args.size(); ++i) {
+    arguments.insertDescriptor(AppleEventDescriptor::withString(std::string(args[i])), i + 1);
+  }
+  auto directObject = AppleEventDescriptor::list();
+  directObject.insertDescriptor(text(className), 1);
+  directObject.insertDescriptor(text(selectName), 2);
+  directObject.insertDescriptor(std::move(arguments), 3);
+  AppleEvent event(kCoreEventClass, kAECall, targetWithBundleID(bundleID), kAutoGenerateReturnID,
+                   kAnyTransactionID);
+  event.setParamDescriptor(keyDirectObject, std::move(directObject));
+  return event;
+}
+
+OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
+                                      Arguments args) {
+  AppleEvent reply;
+  return AppleEventTransport::shared().sendMessage(
+      createEvnet(bundleID, className, selectName, args), reply, kAENoReply, kAEDefaultTimeout);
+}
+
+OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName, Arguments args,
+                                      String& result) {
+  AppleEvent reply;
+  const OSErr status = AppleEventTransport::shared().sendMessage(
+      createEvnet(bundleID, className, selectName, args), reply, kAEWaitReply, kNoTimeOut);
+  const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
+  result = answer == nullptr ? std::nullopt : answer->stringValue();
+  return status;
+}
+
+OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments args) {
+  return sendEvnet(view(helperBundleID_), className, selectName, args);
+}
+
+OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments args,
+                                      String& result) {
+  return sendEvnet(view(helperBundleID_), className, selectName, args, result);
+}
+
+}  // namespace qbdkr

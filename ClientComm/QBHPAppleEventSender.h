@@ -1,0 +1,53 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "ClientComm/Text.h"
+#include "Platform/AppleEvent.h"
+#include "Platform/Export.h"
+#include "Platform/Status.h"
+
+namespace qbdkr {
+
+// The arguments of an RPC event, in order.
+using Arguments = std::span<const std::string_view>;
+
+// Builds and sends RPC events: a class name, a full method name and text arguments, to an application
+// named by its bundle identifier.
+//
+// All send operations run on the calling thread, any thread, and return the transport's status
+// unchanged: 0 when the event was posted or answered; procNotFound when the target is not running or
+// the identifier is missing; connectionInvalid without a bus, or when the peer went away;
+// errAEEventNotHandled, errAEEventNotPermitted, errAETimeout as the transport says; paramErr, and
+// nothing is sent, for a text that is not UTF-8 or holds a NUL, and for an identifier that names no
+// possible target. They log nothing, retry nothing and throw nothing.
+class QBDKR_EXPORT QBHPAppleEventSender {
+ public:
+  // The sender of this process; made on first use, never destroyed.
+  static QBHPAppleEventSender& share();
+
+  // Reads the helper agent's identifier from the main bundle's "Helper Bundle indentifiter", once.
+  QBHPAppleEventSender();
+
+  // Posts an event to an application and returns at once.
+  OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args);
+
+  // Sends an event to an application and waits for its reply, without limit. The result is always
+  // written: the reply's text, or absent.
+  OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args, String& result);
+
+  // The same two, to the helper agent.
+  OSErr sendEvnet(Text className, Text selectName, Arguments args);
+  OSErr sendEvnet(Text className, Text selectName, Arguments args, String& result);
+
+  // The bundle identifier of the helper agent; absent when the host names none.
+  [[nodiscard]] const String& helperBundleID() const { return helperBundleID_; }
+
+ private:
+  static AppleEvent createEvnet(Text bundleID, Text className, Text selectName, Arguments args);
+
+  String helperBundleID_;
+};
+
+}  // namespace qbdkr

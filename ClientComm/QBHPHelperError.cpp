@@ -1,0 +1,13 @@
+#include "ClientComm/QBHPHelperError.h"
+
+#include "ClientComm/Exceptions.h"
+
+namespace qbdkr {
+
+Error QBHPHelperError::errorWithCode(Text code, Text description) {
+  if (!description) throw InvalidArgumentException("an error needs a description");
+  return {HelperCommunicateErrorDomain, intValue(code.value_or("")),
+          {{HelperCommunicateErrorDescription, std::string(*description)}}};
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,30 @@
+#pragma once
+
+#include <cstdint>
+#include <map>
+#include <string>
+
+#include "ClientComm/Text.h"
+#include "Platform/Export.h"
+
+namespace qbdkr {
+
+// An error that the helper agent reported.
+struct Error {
+  std::string domain;
+  std::int32_t code = 0;
+  std::map<std::string, std::string> userInfo;
+};
+
+inline constexpr const char* HelperCommunicateErrorDomain = "HelperCommunicateErrorDomain";
+inline constexpr const char* HelperCommunicateErrorDescription = "HelperCommunicateErrorDescription";
+
+class QBDKR_EXPORT QBHPHelperError {
+ public:
+  // The error of domain HelperCommunicateErrorDomain whose code is the integer value of a text (0
+  // where it has none) and whose user information holds the description. Throws
+  // InvalidArgumentException when the description is absent.
+  [[nodiscard]] static Error errorWithCode(Text code, Text description);
+};
+
+}  // namespace qbdkr

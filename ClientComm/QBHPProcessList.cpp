@@ -1,0 +1,72 @@
+#include "ClientComm/QBHPProcessList.h"
+
+#include <cstdio>
+#include <cstdlib>
+#include <span>
+#include <utility>
+
+#include "ClientComm/ProcessTableFetch.h"
+#include "Platform/Bundle.h"
+
+namespace qbdkr {
+namespace {
+
+// Not the assert macro: the checks hold in every build.
+void require(bool condition, const char* text) {
+  if (condition) return;
+  std::fprintf(stderr, "Assertion failed: (%s), function GetBSDProcessList.\n", text);
+  std::abort();
+}
+
+const std::string* textUnder(const std::shared_ptr<const PropertyList::Dictionary>& info,
+                             std::string_view key) {
+  const PropertyList* value = info ? info->find(key) : nullptr;
+  return value == nullptr ? nullptr : value->string();
+}
+
+}  // namespace
+
+void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount) {
+  require(procList != nullptr, "procList != NULL");
+  require(procCount != nullptr, "procCount != NULL");
+  auto table = fetchProcessTable(queryProcessTable);
+  *procCount = table.count;
+  *procList = table.records.release();
+}
+
+QBHPProcessList& QBHPProcessList::share() {
+  static auto& list = *new QBHPProcessList;
+  return list;
+}
+
+std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
+  const auto table = fetchProcessTable(queryProcessTable);
+  std::vector<Entry> entries;
+  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
+    const auto info = infoForPID(process.processID);
+    const std::string* name = textUnder(info, kCFBundleNameKey);
+    entries.push_back({{"pname", name == nullptr ? process.command : *name},
+                       {"pid", std::to_string(process.processID)},
+                       {"uid", std::to_string(process.effectiveUser)}});
+  }
+  return entries;
+}
+
+std::shared_ptr<const PropertyList::Dictionary> QBHPProcessList::infoForPID(int pid) {
+  ProcessSerialNumber number{};
+  if (getProcessForPID(pid, &number) != noErr) return nullptr;
+  return copyProcessInformation(number);
+}
+
+bool QBHPProcessList::applicationIsRunning(Text bundleIdentifier, Text bundlePath) {
+  if (!bundleIdentifier || !bundlePath) return false;
+  const auto table = fetchProcessTable(queryProcessTable);
+  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
+    const auto info = infoForPID(process.processID);
+    const std::string* identifier = textUnder(info, kCFBundleIdentifierKey);
+    if (identifier != nullptr && *identifier == *bundleIdentifier) return true;
+  }
+  return false;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,117 @@
+#include <algorithm>
+#include <array>
+#include <cstring>
+
+#include "Platform/AppleEvent.h"
+#include "Platform/Linux/BusName.h"
+#include "Platform/Linux/BusReceiver.h"
+#include "Platform/Linux/BusSender.h"
+#include "Platform/Text.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::uint64_t microsecondsPerTick = 1'000'000 / 60;
+constexpr std::uint64_t busDefaultTimeout =
+    25'000'000;  // microseconds; what every D-Bus binding has
+
+std::uint64_t microseconds(long timeout) {
+  if (timeout == kNoTimeOut) return UINT64_MAX;
+  if (timeout < 0) return busDefaultTimeout;
+  return static_cast<std::uint64_t>(timeout) * microsecondsPerTick;
+}
+
+bool isSendableText(const AppleEventDescriptor* item) {
+  return item != nullptr && item->descriptorType() == typeUnicodeText &&
+         item->data().find('\0') == std::string::npos && isValidUTF8(item->data());
+}
+
+// A class name, a method name and a list of texts: all that the bus carries.
+bool isRPCEvent(const AppleEventDescriptor* directObject) {
+  if (directObject == nullptr || directObject->numberOfItems() != 3 ||
+      !isSendableText(directObject->descriptorAtIndex(1)) ||
+      !isSendableText(directObject->descriptorAtIndex(2))) {
+    return false;
+  }
+  const AppleEventDescriptor& arguments = *directObject->descriptorAtIndex(3);
+  if (arguments.descriptorType() != typeAEList) return false;
+  for (std::size_t i = 1; i <= arguments.numberOfItems(); ++i) {
+    if (!isSendableText(arguments.descriptorAtIndex(i))) return false;
+  }
+  return true;
+}
+
+class BusTransport final : public AppleEventTransport {
+ public:
+  OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
+                    long timeout) override {
+    const AppleEventDescriptor& target = event.target();
+    const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
+    if (target.descriptorType() != typeApplicationBundleID || !isRPCEvent(directObject)) {
+      return paramErr;
+    }
+    if (target.data().empty()) return procNotFound;
+    const auto name =
+        isSendableIdentifier(target.data()) ? busNameOfIdentifier(target.data()) : std::nullopt;
+    if (!name) return paramErr;
+    if (sendMode == kAENoReply) return sender_.post(*name, *directObject);
+
+    std::string answer;
+    const OSErr status = sender_.call(*name, *directObject, microseconds(timeout), answer);
+    // The bus has no other way to say "no result" than the empty text.
+    if (status == noErr && !answer.empty()) {
+      reply.setParamDescriptor(keyDirectObject,
+                               AppleEventDescriptor::withString(std::move(answer)));
+    }
+    return status;
+  }
+
+  void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
+                       EventHandler handler) override {
+    if (carries(eventClass, eventID)) BusReceiver::shared().setHandler(std::move(handler));
+  }
+
+  void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override {
+    if (carries(eventClass, eventID)) BusReceiver::shared().removeHandler();
+  }
+
+ private:
+  // RPC events are the only ones on the bus.
+  static bool carries(FourCharCode eventClass, FourCharCode eventID) {
+    return eventClass == kCoreEventClass && eventID == kAECall;
+  }
+
+  static bool isSendableIdentifier(const std::string& identifier) {
+    return identifier.find('\0') == std::string::npos && isValidUTF8(identifier);
+  }
+
+  BusSender sender_;
+};
+
+void appendBigEndian(std::string& bytes, std::uint32_t word) {
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(word >> shift & 0xFFU);
+}
+
+}  // namespace
+
+AppleEventTransport& platformAppleEventTransport() {
+  static auto& transport = *new BusTransport;
+  return transport;
+}
+
+// The serial number of a process is its id behind a zero word.
+std::optional<AppleEventDescriptor> platformCoercion(const AppleEventDescriptor& from,
+                                                     FourCharCode type) {
+  std::int32_t processID = 0;
+  if (type != typeProcessSerialNumber || from.descriptorType() != typeKernelProcessID ||
+      from.data().size() != sizeof processID) {
+    return std::nullopt;
+  }
+  std::memcpy(&processID, from.data().data(), sizeof processID);
+  std::string bytes;
+  appendBigEndian(bytes, 0);
+  appendBigEndian(bytes, static_cast<std::uint32_t>(processID));
+  return AppleEventDescriptor::withBytes(typeProcessSerialNumber, std::move(bytes));
+}
+
+}  // namespace qbdkr

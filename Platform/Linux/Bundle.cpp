@@ -1,0 +1,214 @@
+#include "Platform/Bundle.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <climits>
+#include <map>
+#include <mutex>
+
+#include "Platform/Files.h"
+#include "Platform/Linux/Localization.h"
+
+namespace qbdkr {
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+
+constexpr std::string_view informationFile = "Contents/Info.plist";
+constexpr std::string_view deletedMark = " (deleted)";
+
+// What tells that a file is still the one that was read.
+struct Signature {
+  dev_t device;
+  ino_t inode;
+  off_t size;
+  timespec modified;
+  timespec changed;
+
+  explicit Signature(const struct stat& status)
+      : device(status.st_dev),
+        inode(status.st_ino),
+        size(status.st_size),
+        modified(status.st_mtim),
+        changed(status.st_ctim) {}
+
+  bool operator==(const Signature& other) const {
+    const auto same = [](const timespec& a, const timespec& b) {
+      return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
+    };
+    return device == other.device && inode == other.inode && size == other.size &&
+           same(modified, other.modified) && same(changed, other.changed);
+  }
+};
+
+// The information property lists of the applications that processes run, so that asking for one is
+// a look at the file's status and not a parse.
+class InformationCache {
+ public:
+  std::shared_ptr<const Dictionary> read(const std::string& path, const struct stat& status) {
+    const Signature signature(status);
+    {
+      const std::lock_guard lock(mutex_);
+      const auto known = entries_.find(path);
+      if (known != entries_.end() && known->second.signature == signature) {
+        return known->second.info;
+      }
+    }
+    auto info = std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
+    const std::lock_guard lock(mutex_);
+    if (entries_.size() >= capacity) entries_.clear();
+    entries_.insert_or_assign(path, Entry{signature, info});
+    return info;
+  }
+
+ private:
+  static constexpr std::size_t capacity = 64;
+  struct Entry {
+    Signature signature;
+    std::shared_ptr<const Dictionary> info;
+  };
+  std::mutex mutex_;
+  std::map<std::string, Entry, std::less<>> entries_;
+};
+
+InformationCache& informationCache() {
+  static auto& cache = *new InformationCache;
+  return cache;
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool isRegularFile(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode);
+}
+
+std::string runningExecutable() {
+  std::array<char, PATH_MAX> target{};
+  const auto size = readlink("/proc/self/exe", target.data(), target.size());
+  return {target.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
+}
+
+std::string_view withoutDeletedMark(std::string_view executable) {
+  if (executable.ends_with(deletedMark)) executable.remove_suffix(deletedMark.size());
+  return executable;
+}
+
+// A name that leads nowhere but into the directory it is looked up in.
+bool isPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." &&
+         name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
+}
+
+std::string resourcesOf(const std::string& bundlePath) {
+  return appendPathComponent(bundlePath, "Contents/Resources");
+}
+
+std::string folderOf(const std::string& resources, const std::string& language) {
+  return appendPathComponent(resources, language + ".lproj");
+}
+
+Dictionary localizedInfo(const std::string& bundlePath, Dictionary info) {
+  const std::string resources = resourcesOf(bundlePath);
+  const auto languages = preferredLanguages(localizationsIn(resources), info);
+  if (languages.empty()) return info;
+  const std::string folder = folderOf(resources, languages.front());
+  const auto strings = readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"));
+  if (!strings) return info;
+  for (const auto& [key, value] : *strings) info.set(key, value);
+  return info;
+}
+
+}  // namespace
+
+struct Bundle::State {
+  std::string path;
+  Dictionary info;
+};
+
+const Bundle& Bundle::main() {
+  static const auto& bundle = *new Bundle([] {
+    const std::string executable = runningExecutable();
+    if (const auto enclosing = bundleOfExecutable(executable)) {
+      return std::make_shared<const State>(
+          State{enclosing->path, localizedInfo(enclosing->path, *enclosing->info)});
+    }
+    const auto slash = executable.rfind('/');
+    return std::make_shared<const State>(
+        State{slash == std::string::npos ? "/" : executable.substr(0, slash), {}});
+  }());
+  return bundle;
+}
+
+std::optional<Bundle> Bundle::withPath(const std::string& path) {
+  if (!isDirectory(path)) return std::nullopt;
+  auto info = readDictionaryFile(appendPathComponent(path, informationFile));
+  return Bundle(std::make_shared<const State>(
+      State{path, localizedInfo(path, std::move(info).value_or(Dictionary()))}));
+}
+
+const std::string& Bundle::bundlePath() const { return state_->path; }
+
+const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) const {
+  return state_->info.find(key);
+}
+
+std::optional<std::string> Bundle::infoString(std::string_view key) const {
+  const PropertyList* value = objectForInfoDictionaryKey(key);
+  if (value == nullptr || value->string() == nullptr) return std::nullopt;
+  return *value->string();
+}
+
+std::optional<std::string> Bundle::executablePath() const {
+  const auto name = infoString(kCFBundleExecutableKey);
+  if (!name || !isPlainName(*name)) return std::nullopt;
+  std::string path =
+      appendPathComponent(appendPathComponent(state_->path, "Contents/Linux"), *name);
+  if (!isRegularFile(path)) return std::nullopt;
+  return path;
+}
+
+std::optional<std::string> Bundle::pathForResource(std::string_view name,
+                                                   std::string_view type) const {
+  std::string file(name);
+  if (!type.empty()) file.append(".").append(type);
+  if (file.find('\0') != std::string::npos) return std::nullopt;
+  const std::string resources = resourcesOf(state_->path);
+  std::string path = appendPathComponent(resources, file);
+  if (fileExists(path)) return path;
+  for (const std::string& language : preferredLocalizations()) {
+    path = appendPathComponent(folderOf(resources, language), file);
+    if (fileExists(path)) return path;
+  }
+  return std::nullopt;
+}
+
+std::vector<std::string> Bundle::localizations() const {
+  return localizationsIn(resourcesOf(state_->path));
+}
+
+std::vector<std::string> Bundle::preferredLocalizations() const {
+  return preferredLanguages(localizations(), state_->info);
+}
+
+std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
+  executable = withoutDeletedMark(executable);
+  if (!executable.starts_with('/')) return std::nullopt;
+  for (auto slash = executable.rfind('/'); slash != std::string_view::npos && slash > 0;
+       slash = executable.rfind('/', slash - 1)) {
+    std::string directory(executable.substr(0, slash));
+    const std::string path = appendPathComponent(directory, informationFile);
+    struct stat status {};
+    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
+    return EnclosingBundle{std::move(directory), informationCache().read(path, status)};
+  }
+  return std::nullopt;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,297 @@
+#include "Platform/Linux/BusSender.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <time.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+
+#include "Platform/Linux/BusReceiver.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::uint64_t forever = UINT64_MAX;
+constexpr std::uint64_t busPatience =
+    5'000'000;  // for what the bus itself must do, in microseconds
+constexpr std::size_t mostOwners = 64;
+constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
+
+std::uint64_t now() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
+         static_cast<std::uint64_t>(time.tv_nsec) / 1000;
+}
+
+std::uint64_t deadlineAfter(std::uint64_t timeout) {
+  return timeout == forever ? forever : now() + timeout;
+}
+
+int pollTimeout(std::uint64_t deadline) {
+  if (deadline == forever) return -1;
+  const std::uint64_t time = now();
+  if (deadline <= time) return 0;
+  const std::uint64_t milliseconds = (deadline - time + 999) / 1000;
+  return static_cast<int>(std::min<std::uint64_t>(milliseconds, INT32_MAX));
+}
+
+OSErr statusOfError(const sd_bus_error* error) {
+  const auto is = [error](const char* name) { return sd_bus_error_has_name(error, name) > 0; };
+  if (is(SD_BUS_ERROR_SERVICE_UNKNOWN) || is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) return procNotFound;
+  if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_DISCONNECTED)) return connectionInvalid;
+  if (is(SD_BUS_ERROR_TIMEOUT) || is("org.freedesktop.DBus.Error.TimedOut")) return errAETimeout;
+  if (is(SD_BUS_ERROR_ACCESS_DENIED)) return errAEEventNotPermitted;
+  return errAEEventNotHandled;
+}
+
+OSErr readAnswer(sd_bus_message* reply, std::string& answer) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) return statusOfError(error);
+  const char* text = nullptr;
+  if (sd_bus_message_read(reply, rpc::resultSignature, &text) > 0 && text != nullptr) answer = text;
+  return noErr;
+}
+
+int appendText(sd_bus_message* message, const AppleEventDescriptor& text) {
+  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.data().c_str());
+}
+
+int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
+  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
+  for (std::size_t i = 1; result >= 0 && i <= list.numberOfItems(); ++i) {
+    result = appendText(message, *list.descriptorAtIndex(i));
+  }
+  return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+}  // namespace
+
+BusSender::BusSender() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
+
+OSErr BusSender::post(const std::string& name, const AppleEventDescriptor& directObject) {
+  Lock lock(mutex_);
+  if (!connect(lock)) return connectionInvalid;
+  if (const OSErr status = findOwner(lock, name); status != noErr) return status;
+  const BusMessage message = newCall(name, directObject);
+  if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
+  if (sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
+    disconnect();
+    return connectionInvalid;
+  }
+  if (flush(lock)) return noErr;
+  // A connection that is closed with half a message in it delivers none of that message.
+  const OSErr status = bus_ ? errAETimeout : connectionInvalid;
+  disconnect();
+  return status;
+}
+
+OSErr BusSender::call(const std::string& name, const AppleEventDescriptor& directObject,
+                      std::uint64_t timeout, std::string& answer) {
+  Lock lock(mutex_);
+  if (!connect(lock)) return connectionInvalid;
+  const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
+  const BusMessage message = newCall(name, directObject);
+  if (!message) return paramErr;
+  Pending pending;
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever) < 0) {
+    disconnect();
+    return connectionInvalid;
+  }
+  const BusSlot owned(slot);
+  const bool inTime = runUntil(lock, deadlineAfter(timeout), [&] { return pending.done; });
+  if (!inTime) return bus == bus_ ? errAETimeout : connectionInvalid;
+  return readAnswer(pending.reply.get(), answer);
+}
+
+// Opens the connection where there is none, and waits until the bus has greeted it.
+bool BusSender::connect(Lock& lock) {
+  if (bus_) drain();
+  const bool opening = !bus_;
+  if (opening) {
+    sd_bus* opened = nullptr;
+    if (sd_bus_open_user(&opened) < 0) return false;
+    bus_ = Bus(opened, SdBusDeleter());
+    ++generation_;
+  }
+  if (sd_bus_is_ready(bus_.get()) <= 0) {
+    const Bus bus = bus_;
+    runUntil(lock, now() + busPatience, [&] { return sd_bus_is_ready(bus.get()) > 0; });
+    if (bus_ != bus) return false;
+    if (sd_bus_is_ready(bus.get()) <= 0) {
+      disconnect();
+      return false;
+    }
+  }
+  // The bus is there (again): who receives events needs to know.
+  if (opening) BusReceiver::shared().busAppeared();
+  return true;
+}
+
+void BusSender::disconnect() {
+  owners_.clear();
+  bus_.reset();
+  ++generation_;
+  wakeOthers();
+}
+
+// Takes what came in meanwhile, so that the owners are as the bus last said.
+void BusSender::drain() {
+  for (int i = 0; i < mostMessagesPerSend; ++i) {
+    const int result = sd_bus_process(bus_.get(), nullptr);
+    if (result == 0) return;
+    if (result < 0) return disconnect();
+    wakeOthers();
+  }
+}
+
+// Waiting threads look again at what they wait for.
+void BusSender::wakeOthers() {
+  if (waiting_ > 0) progress_.notify_all();
+  if (!reading_) return;
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+}
+
+// Runs the connection until done() holds. False when the connection ended or the deadline passed.
+template <class Done>
+bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
+  const std::uint64_t generation = generation_;
+  const Bus bus = bus_;
+  while (!done()) {
+    if (generation != generation_ || now() >= deadline) return false;
+    if (reading_) {
+      ++waiting_;
+      if (deadline == forever) {
+        progress_.wait(lock);
+      } else {
+        const std::uint64_t time = now();
+        progress_.wait_for(lock, std::chrono::microseconds(deadline > time ? deadline - time : 0));
+      }
+      --waiting_;
+      continue;
+    }
+    const int result = sd_bus_process(bus.get(), nullptr);
+    if (result < 0) {
+      disconnect();
+      return done();
+    }
+    if (result > 0) {
+      wakeOthers();
+      continue;
+    }
+    std::array<pollfd, 2> events{{{sd_bus_get_fd(bus.get()), 0, 0}, {wake_.get(), POLLIN, 0}}};
+    events[0].events = static_cast<short>(sd_bus_get_events(bus.get()));
+    std::uint64_t busDeadline = forever;
+    sd_bus_get_timeout(bus.get(), &busDeadline);
+    reading_ = true;
+    lock.unlock();
+    ::poll(events.data(), events.size(), pollTimeout(std::min(deadline, busDeadline)));
+    lock.lock();
+    reading_ = false;
+    std::uint64_t ignored = 0;
+    if (events[1].revents != 0) {
+      [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
+    }
+  }
+  // Another thread reads from here on.
+  if (waiting_ > 0) progress_.notify_all();
+  return true;
+}
+
+// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That
+// a name got an owner may have reached another connection first, so its absence is always asked
+// for.
+OSErr BusSender::findOwner(Lock& lock, const std::string& name) {
+  const Bus bus = bus_;
+  OwnerQuery query{watchedOwner(name)};
+  if (!query.owner) return connectionInvalid;
+  if (query.owner->present) return noErr;
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                               "NameHasOwner", onOwnerAnswer, &query, "s", name.c_str()) < 0) {
+    disconnect();
+    return connectionInvalid;
+  }
+  const BusSlot owned(slot);
+  const bool answered = runUntil(lock, now() + busPatience, [&] { return query.done; });
+  if (!answered && bus_ == bus) disconnect();
+  if (bus_ != bus) return connectionInvalid;
+  return query.owner->present ? noErr : procNotFound;
+}
+
+std::shared_ptr<BusSender::Owner> BusSender::watchedOwner(const std::string& name) {
+  const auto known = owners_.find(name);
+  if (known != owners_.end()) return known->second;
+  if (owners_.size() >= mostOwners) owners_.clear();
+  auto owner = std::make_shared<Owner>();
+  sd_bus_slot* watch = nullptr;
+  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(name).c_str(), onOwnerChanged,
+                             ignore, owner.get()) < 0) {
+    disconnect();
+    return nullptr;
+  }
+  owner->watch.reset(watch);
+  return owners_.emplace(name, std::move(owner)).first->second;
+}
+
+// A message that the socket did not take at once must not wait for the next send, which may never
+// come.
+bool BusSender::flush(Lock& lock) {
+  const Bus bus = bus_;
+  const auto sent = [&] {
+    std::uint64_t queued = 0;
+    return sd_bus_get_n_queued_write(bus.get(), &queued) >= 0 && queued == 0;
+  };
+  if (sent()) return true;
+  wakeOthers();  // a thread that polls does not poll for writing yet
+  return runUntil(lock, now() + busPatience, sent) && bus_ == bus;
+}
+
+BusMessage BusSender::newCall(const std::string& name, const AppleEventDescriptor& directObject) {
+  sd_bus_message* created = nullptr;
+  if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
+                                     rpc::interfaceName, rpc::callMember) < 0) {
+    return nullptr;
+  }
+  BusMessage message(created);
+  const bool complete = sd_bus_message_set_auto_start(created, 0) >= 0 &&
+                        appendText(created, *directObject.descriptorAtIndex(1)) >= 0 &&
+                        appendText(created, *directObject.descriptorAtIndex(2)) >= 0 &&
+                        appendTexts(created, *directObject.descriptorAtIndex(3)) >= 0;
+  return complete ? std::move(message) : nullptr;
+}
+
+int BusSender::onReply(sd_bus_message* message, void* pending, sd_bus_error*) {
+  auto& call = *static_cast<Pending*>(pending);
+  call.reply.reset(sd_bus_message_ref(message));
+  call.done = true;
+  return 1;
+}
+
+// Answers and signals are taken in the order in which the bus sent them, so the last word stands.
+int BusSender::onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error*) {
+  auto& asked = *static_cast<OwnerQuery*>(query);
+  int present = 0;
+  asked.owner->present = sd_bus_message_is_method_error(message, nullptr) <= 0 &&
+                         sd_bus_message_read(message, "b", &present) > 0 && present != 0;
+  asked.done = true;
+  return 1;
+}
+
+int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error*) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
+    static_cast<Owner*>(owner)->present = *after != '\0';
+  }
+  return 0;
+}
+
+}  // namespace qbdkr

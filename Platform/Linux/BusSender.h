@@ -1,0 +1,79 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Platform/AppleEvent.h"
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/SdBus.h"
+
+namespace qbdkr {
+
+// The one connection on which all threads of the process send.
+//
+// A bus object serves one thread at a time, so every touch of it happens under the mutex; the mutex
+// is never held while waiting. Of the threads that wait for something, one reads: it polls the
+// socket without the mutex and hands the others what was theirs. One connection for all keeps the
+// order in which the process sent things, between threads too.
+class BusSender {
+ public:
+  BusSender();
+
+  // Posts a call to a name that has an owner. Does not wait for the peer.
+  OSErr post(const std::string& name, const AppleEventDescriptor& directObject);
+
+  // Calls and waits for the answer, whose text it stores; timeout in microseconds, UINT64_MAX:
+  // none.
+  OSErr call(const std::string& name, const AppleEventDescriptor& directObject,
+             std::uint64_t timeout, std::string& answer);
+
+ private:
+  using Bus = std::shared_ptr<sd_bus>;
+  using Lock = std::unique_lock<std::mutex>;
+
+  // A method call under way; lives on the stack of the thread that waits for it.
+  struct Pending {
+    BusMessage reply;
+    bool done = false;
+  };
+  // What is known of the owner of a name that was posted to.
+  struct Owner {
+    BusSlot watch;
+    bool present = false;
+  };
+  struct OwnerQuery {
+    std::shared_ptr<Owner> owner;
+    bool done = false;
+  };
+
+  bool connect(Lock& lock);
+  void disconnect();
+  void drain();
+  void wakeOthers();
+  OSErr findOwner(Lock& lock, const std::string& name);
+  std::shared_ptr<Owner> watchedOwner(const std::string& name);
+  bool flush(Lock& lock);
+  BusMessage newCall(const std::string& name, const AppleEventDescriptor& directObject);
+  template <class Done>
+  bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
+
+  static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
+  static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
+  static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
+
+  std::mutex mutex_;
+  std::condition_variable progress_;
+  Descriptor wake_;
+  Bus bus_;  // empty when there is no connection
+  std::uint64_t generation_ =
+      0;                  // counts connections, so that a waiting thread notices the end of its own
+  bool reading_ = false;  // a thread polls the socket
+  unsigned waiting_ = 0;  // threads that wait for it
+  std::map<std::string, std::shared_ptr<Owner>> owners_;
+};
+
+}  // namespace qbdkr

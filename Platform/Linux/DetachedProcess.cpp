@@ -1,0 +1,132 @@
+#include "Platform/Linux/DetachedProcess.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <string_view>
+
+#define SD_JOURNAL_SUPPRESS_LOCATION
+#include <systemd/sd-journal.h>
+
+namespace qbdkr {
+namespace {
+
+struct Pipe {
+  Descriptor read;
+  Descriptor write;
+
+  static std::optional<Pipe> open() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
+    return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
+  }
+};
+
+bool readInteger(int descriptor, int& value) {
+  ssize_t got = 0;
+  do {
+    got = ::read(descriptor, &value, sizeof value);
+  } while (got < 0 && errno == EINTR);
+  return got == static_cast<ssize_t>(sizeof value);
+}
+
+void writeInteger(int descriptor, int value) {
+  [[maybe_unused]] const auto written = ::write(descriptor, &value, sizeof value);
+}
+
+// Everything that the child needs, made before the fork: between fork and exec only calls that a
+// signal handler may make are safe in a process with threads.
+struct Plan {
+  const char* executable;
+  int input;
+  int output;
+  int report;   // the child's process id goes here, then an errno value if exec fails
+  int goAhead;  // the child waits here until its parent watches it
+};
+
+void resetSignals() {
+  struct sigaction action {};
+  action.sa_handler = SIG_DFL;
+  for (int number = 1; number < NSIG; ++number) sigaction(number, &action, nullptr);
+  sigset_t none;
+  sigemptyset(&none);
+  sigprocmask(SIG_SETMASK, &none, nullptr);
+}
+
+void markInheritedDescriptorsCloseOnExec() {
+  constexpr unsigned closeRangeCloexec = 4;
+  if (syscall(SYS_close_range, 3U, ~0U, closeRangeCloexec) == 0) return;
+  for (int descriptor = 3; descriptor < 65536; ++descriptor) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+}
+
+[[noreturn]] void becomeApplication(const Plan& plan) {
+  setsid();
+  resetSignals();
+  writeInteger(plan.report, getpid());
+  int go = 0;
+  if (!readInteger(plan.goAhead, go)) _exit(127);
+  dup2(plan.input, STDIN_FILENO);
+  dup2(plan.output, STDOUT_FILENO);
+  dup2(plan.output, STDERR_FILENO);
+  markInheritedDescriptorsCloseOnExec();
+  if (chdir("/") == 0) {
+    const std::array<char*, 2> arguments{const_cast<char*>(plan.executable), nullptr};
+    execv(plan.executable, arguments.data());
+  }
+  writeInteger(plan.report, errno);
+  _exit(127);
+}
+
+// The application is the child of a process that ends at once, so that it belongs to init and not
+// to the caller.
+bool forkTwice(const Plan& plan) {
+  const pid_t child = fork();
+  if (child < 0) return false;
+  if (child == 0) {
+    const pid_t application = fork();
+    if (application == 0) becomeApplication(plan);
+    _exit(application < 0 ? 1 : 0);
+  }
+  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
+  }
+  return true;
+}
+
+Descriptor outputForApplication(const std::string& executable) {
+  const std::string name(std::string_view(executable).substr(executable.rfind('/') + 1));
+  constexpr int notice = 5;
+  Descriptor journal(sd_journal_stream_fd(name.c_str(), notice, 0));
+  if (journal) return journal;
+  return Descriptor(::open("/dev/null", O_RDWR | O_CLOEXEC));
+}
+
+}  // namespace
+
+std::optional<DetachedProcess> startDetached(const std::string& executable) {
+  auto report = Pipe::open();
+  auto goAhead = Pipe::open();
+  const Descriptor input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
+  const Descriptor output = outputForApplication(executable);
+  if (!report || !goAhead || !input || !output) return std::nullopt;
+  if (!forkTwice({executable.c_str(), input.get(), output.get(), report->write.get(),
+                  goAhead->read.get()})) {
+    return std::nullopt;
+  }
+  report->write = Descriptor();
+
+  DetachedProcess process;
+  if (!readInteger(report->read.get(), process.processID)) return std::nullopt;
+  process.ended = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process.processID, 0)));
+  if (!process.ended) return std::nullopt;
+  writeInteger(goAhead->write.get(), 1);
+  int error = 0;
+  if (readInteger(report->read.get(), error)) return std::nullopt;
+  return process;
+}
+
+}  // namespace qbdkr

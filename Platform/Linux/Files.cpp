@@ -1,0 +1,254 @@
+#include "Platform/Files.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <pwd.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <cstdlib>
+#include <cstring>
+#include <filesystem>
+#include <memory>
+#include <system_error>
+
+#include "Platform/Linux/Descriptor.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+
+// Work in progress lies beside its target under a hidden name, locked by the process that works on
+// it. Whoever comes next clears away what a process that ended has left.
+constexpr std::string_view stagingSuffix = ".qbhp-staging-";
+
+std::string stagingPrefix(const fs::path& target) {
+  return '.' + target.filename().string() + std::string(stagingSuffix);
+}
+
+void removeTree(const fs::path& path) {
+  std::error_code ignored;
+  fs::remove_all(path, ignored);
+}
+
+void clearAbandonedStaging(const fs::path& target) {
+  const std::string directory = target.parent_path();
+  const std::string prefix = stagingPrefix(target);
+  for (const std::string& name :
+       contentsOfDirectory(directory).value_or(std::vector<std::string>{})) {
+    if (!name.starts_with(prefix)) continue;
+    const std::string path = appendPathComponent(directory, name);
+    if (const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0))) removeTree(path);
+  }
+}
+
+// A locked directory beside a target, removed with everything that is still in it.
+class Staging {
+ public:
+  static std::optional<Staging> beside(const fs::path& target) {
+    clearAbandonedStaging(target);
+    // Another process that clears away may take a new directory before it is locked.
+    constexpr int attempts = 8;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+      std::string path = target.parent_path() / (stagingPrefix(target) + "XXXXXX");
+      if (mkdtemp(path.data()) == nullptr) return std::nullopt;
+      auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
+      if (lock && fileExists(path)) return Staging(std::move(path), std::move(*lock));
+    }
+    errno = EBUSY;
+    return std::nullopt;
+  }
+
+  Staging(Staging&& other) noexcept
+      : path_(std::exchange(other.path_, {})), lock_(std::move(other.lock_)) {}
+  Staging& operator=(Staging&&) = delete;
+  ~Staging() {
+    if (!path_.empty()) removeTree(path_);
+  }
+
+  [[nodiscard]] fs::path item() const { return fs::path(path_) / "item"; }
+
+ private:
+  Staging(std::string path, FileLock lock) : path_(std::move(path)), lock_(std::move(lock)) {}
+
+  std::string path_;
+  FileLock lock_;
+};
+
+// Copies modes and links. Directories stay writable for their owner, or a copy of a read-only tree
+// could neither be filled nor ever be replaced.
+bool copyTree(const fs::path& from, const fs::path& to) {
+  std::error_code error;
+  const auto status = fs::symlink_status(from, error);
+  if (error) return false;
+  if (fs::is_symlink(status)) {
+    fs::copy_symlink(from, to, error);
+    return !error;
+  }
+  if (fs::is_regular_file(status)) return fs::copy_file(from, to, error);
+  if (!fs::is_directory(status)) return false;
+  const auto mode = status.permissions() | fs::perms::owner_all;
+  if (::mkdir(to.c_str(), S_IRWXU) != 0 || ::chmod(to.c_str(), static_cast<mode_t>(mode)) != 0) {
+    return false;
+  }
+  const auto names = contentsOfDirectory(from);
+  if (!names) return false;
+  for (const std::string& name : *names) {
+    if (!copyTree(from / name, to / name)) return false;
+  }
+  return true;
+}
+
+bool flush(const fs::path& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  return file && ::fsync(file.get()) == 0;
+}
+
+bool flushTree(const fs::path& root) {
+  std::error_code error;
+  if (!fs::is_directory(fs::symlink_status(root, error))) return flush(root);
+  for (auto entry = fs::recursive_directory_iterator(root, error);
+       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    if (!entry->is_symlink(error) && !flush(entry->path())) return false;
+  }
+  return !error && flush(root);
+}
+
+bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  // File systems that do not know the flag: a directory never replaces one that has contents.
+  if (errno != EINVAL && errno != ENOSYS) return false;
+  return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+bool writeWhole(int file, std::string_view contents) {
+  while (!contents.empty()) {
+    const auto written = ::write(file, contents.data(), contents.size());
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    contents.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return true;
+}
+
+std::string describe(const std::error_code& error) { return error.message(); }
+
+std::error_code lastError() { return {errno, std::generic_category()}; }
+
+std::string homeDirectory() {
+  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+  struct passwd entry {};
+  struct passwd* found = nullptr;
+  std::array<char, 4096> buffer{};
+  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr) {
+    return found->pw_dir;
+  }
+  return "/";
+}
+
+}  // namespace
+
+bool fileExists(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0;
+}
+
+bool createDirectory(const std::string& path) {
+  std::error_code error;
+  fs::create_directories(path, error);
+  return fs::is_directory(path, error);
+}
+
+std::optional<std::vector<std::string>> contentsOfDirectory(const std::string& path) {
+  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
+  if (!directory) return std::nullopt;
+  std::vector<std::string> names;
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+  }
+  return names;
+}
+
+std::optional<std::string> removeItem(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return describe(lastError());
+  const auto staging = Staging::beside(path);
+  if (!staging) return describe(lastError());
+  if (::rename(path.c_str(), staging->item().c_str()) != 0) return describe(lastError());
+  return std::nullopt;
+}
+
+bool copyItem(const std::string& from, const std::string& to) {
+  struct stat status {};
+  if (::lstat(to.c_str(), &status) == 0) return false;
+  const auto staging = Staging::beside(to);
+  if (!staging) return false;
+  return copyTree(from, staging->item()) && flushTree(staging->item()) &&
+         moveWithoutReplacing(staging->item(), to) && flush(fs::path(to).parent_path());
+}
+
+bool replaceFile(const std::string& path, std::string_view contents) {
+  std::string staged = path + ".XXXXXX";
+  const Descriptor file(mkostemp(staged.data(), O_CLOEXEC));
+  if (!file) return false;
+  if (writeWhole(file.get(), contents) && ::fsync(file.get()) == 0 &&
+      ::rename(staged.c_str(), path.c_str()) == 0) {
+    return flush(fs::path(path).parent_path());
+  }
+  ::unlink(staged.c_str());
+  return false;
+}
+
+std::string expandTilde(std::string_view path) {
+  if (path != "~" && !path.starts_with("~/")) return std::string(path);
+  return homeDirectory().append(path.substr(1));
+}
+
+std::string_view lastPathComponent(std::string_view path) {
+  while (path.size() > 1 && path.ends_with('/')) path.remove_suffix(1);
+  const auto slash = path.rfind('/');
+  return slash == std::string_view::npos || path.size() == 1 ? path : path.substr(slash + 1);
+}
+
+std::string_view pathExtension(std::string_view path) {
+  const std::string_view name = lastPathComponent(path);
+  const auto dot = name.rfind('.');
+  return dot == std::string_view::npos || dot == 0 ? std::string_view() : name.substr(dot + 1);
+}
+
+std::string appendPathComponent(std::string_view path, std::string_view component) {
+  std::string joined(path);
+  while (joined.size() > 1 && joined.ends_with('/')) joined.pop_back();
+  if (!joined.empty() && !joined.ends_with('/')) joined += '/';
+  return joined.append(component);
+}
+
+std::optional<FileLock> FileLock::acquire(const std::string& path,
+                                          std::chrono::milliseconds patience) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!file) return std::nullopt;
+  // flock() has no time-out of its own, and no event tells that a lock was released.
+  constexpr int pauseInMilliseconds = 10;
+  while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
+    ::poll(nullptr, 0, pauseInMilliseconds);
+  }
+  return FileLock(file.release());
+}
+
+FileLock::~FileLock() {
+  if (descriptor_ >= 0) ::close(descriptor_);
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,78 @@
+#include "Platform/Log.h"
+
+#include <sys/stat.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstdio>
+#include <cstdlib>
+
+#define SD_JOURNAL_SUPPRESS_LOCATION
+#include <systemd/sd-journal.h>
+
+namespace qbdkr {
+namespace {
+
+constexpr std::size_t longestLine = 16 * 1024;
+
+bool standardErrorIsJournal() {
+  const char* stream = std::getenv("JOURNAL_STREAM");
+  struct stat status {};
+  if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
+  return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
+}
+
+std::string escaped(std::string_view text) {
+  std::string line;
+  line.reserve(text.size());
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20 && byte != 0x7F) {
+      line += character;
+    } else {
+      std::array<char, 8> code{};
+      std::snprintf(code.data(), code.size(), "\\%03o", byte);
+      line += code.data();
+    }
+  }
+  return line;
+}
+
+std::string prefix() {
+  const auto now = std::chrono::system_clock::now();
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
+  const auto milliseconds =
+      std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  std::array<char, 32> date{};
+  std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S", &local);
+  std::array<char, 128> text{};
+  std::snprintf(text.data(), text.size(), "%s.%03d %s[%d] ", date.data(),
+                static_cast<int>(milliseconds), program_invocation_short_name,
+                static_cast<int>(getpid()));
+  return text.data();
+}
+
+// One write for the whole line, so that lines of several threads and processes do not mix.
+void writeToStandardError(std::string_view line) {
+  const std::string text = prefix().append(line) + '\n';
+  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
+}
+
+}  // namespace
+
+void log(std::string_view line) {
+  const bool cut = line.size() > longestLine;
+  const std::string text = escaped(line.substr(0, longestLine)) + (cut ? "..." : "");
+  if (standardErrorIsJournal()) {
+    sd_journal_send("MESSAGE=%s", text.c_str(), "PRIORITY=5", nullptr);
+  } else {
+    writeToStandardError(text);
+  }
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,138 @@
+#include "Platform/ProcessTable.h"
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstring>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Bundle.h"
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/ProcessInformation.h"
+
+namespace qbdkr {
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+// The table may grow before the caller comes back with a buffer.
+constexpr std::size_t headroom = 16;
+
+std::optional<pid_t> processID(std::string_view name) {
+  pid_t number = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+  if (error != std::errc() || end != name.data() + name.size() || number <= 0) return std::nullopt;
+  return number;
+}
+
+// Absent for a process that has ended meanwhile.
+std::optional<ProcessRecord> readRecord(int table, const char* name, pid_t processID) {
+  const std::string path = std::string(name) + "/comm";
+  const Descriptor file(openat(table, path.c_str(), O_RDONLY | O_CLOEXEC));
+  struct stat status {};
+  if (!file || fstat(file.get(), &status) != 0) return std::nullopt;
+  ProcessRecord record{processID, status.st_uid, {}};
+  const auto size = ::read(file.get(), record.command, sizeof record.command - 1);
+  if (size <= 0) return std::nullopt;
+  const auto used = static_cast<std::size_t>(size);
+  if (record.command[used - 1] == '\n') record.command[used - 1] = '\0';
+  return record;
+}
+
+std::optional<std::string> executableOf(pid_t processID) {
+  const std::string path = "/proc/" + std::to_string(processID) + "/exe";
+  std::array<char, PATH_MAX> target{};
+  const auto size = ::readlink(path.c_str(), target.data(), target.size());
+  if (size <= 0) return std::nullopt;
+  return std::string(target.data(), static_cast<std::size_t>(size));
+}
+
+// What was known of processes that may have ended since; see ProcessInformation.h.
+struct Remembered {
+  std::mutex mutex;
+  std::map<pid_t, ProcessInformation> byProcess;
+};
+
+Remembered& remembered() {
+  static auto& instance = *new Remembered;
+  return instance;
+}
+
+}  // namespace
+
+int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
+  const Directory table(opendir("/proc"));
+  if (!table) return errno;
+  const std::size_t room = buffer == nullptr ? 0 : *length / sizeof(ProcessRecord);
+  std::size_t count = 0;
+  while (const dirent* entry = readdir(table.get())) {
+    const auto id = processID(entry->d_name);
+    if (!id) continue;
+    if (buffer == nullptr) {
+      ++count;
+      continue;
+    }
+    const auto record = readRecord(dirfd(table.get()), entry->d_name, *id);
+    if (!record) continue;
+    if (count == room) return ENOMEM;
+    buffer[count++] = *record;
+  }
+  *length = (buffer == nullptr ? count + headroom : count) * sizeof(ProcessRecord);
+  return 0;
+}
+
+std::vector<pid_t> runningProcesses() {
+  std::vector<pid_t> processes;
+  const Directory table(opendir("/proc"));
+  while (const dirent* entry = table ? readdir(table.get()) : nullptr) {
+    if (const auto id = processID(entry->d_name)) processes.push_back(*id);
+  }
+  return processes;
+}
+
+OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {
+  if (processID <= 0) return procNotFound;
+  *number = {0, static_cast<std::uint32_t>(processID)};
+  return noErr;
+}
+
+ProcessInformation copyProcessInformation(const ProcessSerialNumber& number) {
+  const auto processID = static_cast<pid_t>(number.lowLongOfPSN);
+  if (number.highLongOfPSN != 0 || processID <= 0) return nullptr;
+  if (const auto executable = executableOf(processID)) {
+    const auto bundle = bundleOfExecutable(*executable);
+    return bundle ? bundle->info : nullptr;
+  }
+  const std::lock_guard lock(remembered().mutex);
+  const auto known = remembered().byProcess.find(processID);
+  return known == remembered().byProcess.end() ? nullptr : known->second;
+}
+
+void rememberProcessInformation(pid_t processID) {
+  auto information = copyProcessInformation({0, static_cast<std::uint32_t>(processID)});
+  if (!information) return;
+  const std::lock_guard lock(remembered().mutex);
+  remembered().byProcess[processID] = std::move(information);
+}
+
+void forgetProcessInformation(pid_t processID) {
+  const std::lock_guard lock(remembered().mutex);
+  remembered().byProcess.erase(processID);
+}
+
+}  // namespace qbdkr

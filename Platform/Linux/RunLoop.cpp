@@ -1,0 +1,221 @@
+#include "Platform/RunLoop.h"
+
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <systemd/sd-event.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Platform/Linux/Descriptor.h"
+#include "Platform/Linux/MainEventLoop.h"
+
+namespace qbdkr {
+namespace {
+
+std::uint64_t microseconds(std::chrono::milliseconds duration) {
+  return static_cast<std::uint64_t>(std::chrono::microseconds(duration).count());
+}
+
+// How late a timer may fire, so that the system can wake up once for several: a tenth of the
+// interval, a quarter of a second at most. (0 would mean a quarter of a second to sd-event.)
+std::uint64_t slack(std::uint64_t interval) {
+  return std::clamp<std::uint64_t>(interval / 10, 1, 250'000);
+}
+
+class EventLoop;
+
+class EventTimer final : public RunLoopTimer, public std::enable_shared_from_this<EventTimer> {
+ public:
+  EventTimer(std::shared_ptr<EventLoop> loop, std::uint64_t interval, RunLoop::TimerTask task)
+      : loop_(std::move(loop)), interval_(interval), task_(std::move(task)) {}
+
+  EventTimer(const EventTimer&) = delete;
+  EventTimer& operator=(const EventTimer&) = delete;
+  ~EventTimer() { end(); }
+
+  bool arm(sd_event* event);
+  void invalidate() override;
+
+  // On the loop's thread: no further tick.
+  void end() { source_ = sd_event_source_disable_unref(source_); }
+
+ private:
+  static int fire(sd_event_source* source, std::uint64_t due, void* self);
+  void tick(std::uint64_t due);
+
+  std::weak_ptr<EventLoop> loop_;
+  std::uint64_t interval_;
+  RunLoop::TimerTask task_;
+  std::atomic<bool> valid_{true};
+  sd_event_source* source_ = nullptr;
+};
+
+// What a run loop consists of, shared with the timers and tasks that outlive its thread.
+class EventLoop final : public RunLoop, public std::enable_shared_from_this<EventLoop> {
+ public:
+  EventLoop() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    if (!wake_ || sd_event_new(&event_) < 0 ||
+        sd_event_add_io(event_, nullptr, wake_.get(), EPOLLIN, onWake, this) < 0) {
+      throw std::runtime_error("no event loop");
+    }
+  }
+  EventLoop(const EventLoop&) = delete;
+  EventLoop& operator=(const EventLoop&) = delete;
+  ~EventLoop() override {
+    timers_.clear();
+    sd_event_unref(event_);
+  }
+
+  sd_event* event() { return event_; }
+
+  void run() override {
+    while (!stopped_.exchange(false)) {
+      if (step(UINT64_MAX) < 0) return;
+    }
+  }
+
+  void stop() override {
+    stopped_.store(true);
+    wake();
+  }
+
+  [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_); }
+
+  void dispatch() override {
+    while (step(0) > 0) {
+    }
+    // Timers and descriptors added meanwhile reach the descriptor of the loop only here.
+    while (sd_event_get_state(event_) == SD_EVENT_INITIAL && sd_event_prepare(event_) > 0) {
+      sd_event_dispatch(event_);
+    }
+  }
+
+  void perform(Task task) override {
+    {
+      const std::lock_guard lock(mutex_);
+      tasks_.push_back(std::move(task));
+    }
+    wake();
+  }
+
+  std::shared_ptr<RunLoopTimer> scheduleTimer(std::chrono::milliseconds interval,
+                                              TimerTask task) override {
+    auto timer =
+        std::make_shared<EventTimer>(shared_from_this(), microseconds(interval), std::move(task));
+    if (!timer->arm(event_)) throw std::runtime_error("no timer");
+    timers_.push_back(timer);
+    wake();
+    return timer;
+  }
+
+  void forget(const std::shared_ptr<EventTimer>& timer) {
+    timer->end();
+    std::erase(timers_, timer);
+  }
+
+ private:
+  // One turn: 1 when something was done, 0 when nothing was due within the time-out.
+  int step(std::uint64_t timeout) {
+    int ready = 0;
+    if (sd_event_get_state(event_) == SD_EVENT_INITIAL) ready = sd_event_prepare(event_);
+    if (ready == 0) ready = sd_event_wait(event_, timeout);
+    if (ready <= 0) return ready;
+    return sd_event_dispatch(event_) < 0 ? -1 : 1;
+  }
+
+  void wake() {
+    const std::uint64_t one = 1;
+    // It can only fail when the counter is full, and then the loop is awake.
+    [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+  }
+
+  static int onWake(sd_event_source*, int descriptor, std::uint32_t, void* self) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto got = ::read(descriptor, &count, sizeof count);
+    static_cast<EventLoop*>(self)->performTasks();
+    return 0;
+  }
+
+  void performTasks() {
+    std::vector<Task> due;
+    {
+      const std::lock_guard lock(mutex_);
+      due.swap(tasks_);
+    }
+    for (const Task& task : due) {
+      try {
+        task();
+      } catch (...) {  // nothing may unwind through the event library
+      }
+    }
+  }
+
+  Descriptor wake_;
+  sd_event* event_ = nullptr;
+  std::atomic<bool> stopped_{false};
+  std::mutex mutex_;
+  std::vector<Task> tasks_;
+  std::vector<std::shared_ptr<EventTimer>> timers_;
+};
+
+bool EventTimer::arm(sd_event* event) {
+  return sd_event_add_time_relative(event, &source_, CLOCK_MONOTONIC, interval_, slack(interval_),
+                                    fire, this) >= 0;
+}
+
+int EventTimer::fire(sd_event_source*, std::uint64_t due, void* self) {
+  const auto timer = static_cast<EventTimer*>(self)->shared_from_this();
+  timer->tick(due);
+  return 0;
+}
+
+void EventTimer::tick(std::uint64_t due) {
+  if (!valid_) return;
+  std::uint64_t now = due;
+  if (const auto loop = loop_.lock()) sd_event_now(loop->event(), CLOCK_MONOTONIC, &now);
+  // Ticks that were missed while the thread was busy are not made up for.
+  const std::uint64_t missed = now > due && interval_ > 0 ? (now - due) / interval_ : 0;
+  sd_event_source_set_time(source_, due + (missed + 1) * interval_);
+  sd_event_source_set_enabled(source_, SD_EVENT_ONESHOT);
+  try {
+    task_(*this);
+  } catch (...) {  // nothing may unwind through the event library
+  }
+}
+
+void EventTimer::invalidate() {
+  if (!valid_.exchange(false)) return;
+  const auto loop = loop_.lock();
+  if (!loop) return;
+  loop->perform([loop = loop.get(), self = shared_from_this()] { loop->forget(self); });
+}
+
+EventLoop& mainLoop() {
+  // Never destroyed: detached threads and the bus use it until the process ends.
+  static const auto& loop = *new std::shared_ptr<EventLoop>(std::make_shared<EventLoop>());
+  return *loop;
+}
+
+bool onMainThread() { return syscall(SYS_gettid) == getpid(); }
+
+}  // namespace
+
+RunLoop& RunLoop::main() { return mainLoop(); }
+
+RunLoop& RunLoop::current() {
+  if (onMainThread()) return main();
+  thread_local const auto loop = std::make_shared<EventLoop>();
+  return *loop;
+}
+
+sd_event* mainEventLoop() { return mainLoop().event(); }
+
+}  // namespace qbdkr

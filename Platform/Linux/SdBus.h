@@ -1,0 +1,47 @@
+#pragma once
+
+#include <systemd/sd-bus.h>
+
+#include <memory>
+#include <string>
+
+namespace qbdkr {
+
+struct SdBusDeleter {
+  void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
+  void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
+  void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
+  void operator()(sd_bus_creds* credentials) const { sd_bus_creds_unref(credentials); }
+};
+
+using BusMessage = std::unique_ptr<sd_bus_message, SdBusDeleter>;
+using BusSlot = std::unique_ptr<sd_bus_slot, SdBusDeleter>;
+using BusCredentials = std::unique_ptr<sd_bus_creds, SdBusDeleter>;
+using UniqueBus = std::unique_ptr<sd_bus, SdBusDeleter>;
+
+namespace rpc {
+
+// The contract with every other process on the bus.
+inline constexpr const char* objectPath = "/QBHP/RPCEvent";
+inline constexpr const char* interfaceName = "QBHP.RPCEvent1";
+inline constexpr const char* callMember = "Call";
+inline constexpr const char* callSignature = "ssas";
+inline constexpr const char* resultSignature = "s";
+
+}  // namespace rpc
+
+namespace bus {
+
+inline constexpr const char* service = "org.freedesktop.DBus";
+inline constexpr const char* objectPath = "/org/freedesktop/DBus";
+inline constexpr const char* interfaceName = "org.freedesktop.DBus";
+
+// The match for the coming and going of one name.
+inline std::string ownerMatch(const std::string& name) {
+  return "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
+         "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
+         name + "'";
+}
+
+}  // namespace bus
+}  // namespace qbdkr

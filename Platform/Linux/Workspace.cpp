@@ -1,0 +1,126 @@
+#include "Platform/Workspace.h"
+
+#include <poll.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <memory>
+
+#include "Platform/Bundle.h"
+#include "Platform/Files.h"
+#include "Platform/Linux/BusName.h"
+#include "Platform/Linux/DetachedProcess.h"
+#include "Platform/Linux/ProcessInformation.h"
+#include "Platform/Linux/SdBus.h"
+#include "Platform/ProcessTable.h"
+
+namespace qbdkr {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds checkInPatience(10);
+// Whoever holds the lock is waiting for a check-in himself.
+constexpr std::chrono::seconds lockPatience(15);
+
+int millisecondsUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return left > 0 ? static_cast<int>(left) : 0;
+}
+
+bool hasEnded(const DetachedProcess& process) {
+  pollfd state{process.ended.get(), POLLIN, 0};
+  return ::poll(&state, 1, 0) > 0;
+}
+
+// Watches for the coming of one name, on a connection of its own.
+class CheckIn {
+ public:
+  explicit CheckIn(const std::string& name) {
+    sd_bus* opened = nullptr;
+    if (sd_bus_open_user(&opened) < 0) return;
+    bus_.reset(opened);
+    constexpr std::uint64_t patience = 5'000'000;  // microseconds
+    int present = 0;
+    sd_bus_message* answer = nullptr;
+    const bool watched =
+        sd_bus_set_method_call_timeout(opened, patience) >= 0 &&
+        sd_bus_add_match(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged, this) >= 0 &&
+        sd_bus_call_method(opened, bus::service, bus::objectPath, bus::interfaceName,
+                           "NameHasOwner", nullptr, &answer, "s", name.c_str()) >= 0;
+    const BusMessage owned(answer);
+    if (!watched || sd_bus_message_read(answer, "b", &present) <= 0) {
+      bus_.reset();
+    } else {
+      done_ = present != 0;
+    }
+  }
+
+  // True once the name is there; false when the process ended before, or at the deadline with the
+  // process still alive.
+  bool wait(const DetachedProcess& process, Clock::time_point deadline) {
+    while (!done_) {
+      const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
+      if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
+      if (result != 0) continue;
+      if (hasEnded(process) || Clock::now() >= deadline) return false;
+      std::array<pollfd, 2> events{
+          {{process.ended.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+      if (bus_) {
+        events[1].fd = sd_bus_get_fd(bus_.get());
+        events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
+      }
+      ::poll(events.data(), events.size(), millisecondsUntil(deadline));
+    }
+    return true;
+  }
+
+ private:
+  static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* after = nullptr;
+    if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0 && *after != '\0') {
+      static_cast<CheckIn*>(self)->done_ = true;
+    }
+    return 0;
+  }
+
+  UniqueBus bus_;
+  bool done_ = false;
+};
+
+bool isIdentifier(const ProcessInformation& info, const std::string& identifier) {
+  const PropertyList* value = info ? info->find(kCFBundleIdentifierKey) : nullptr;
+  return value != nullptr && value->string() != nullptr && *value->string() == identifier;
+}
+
+bool isRunning(const std::string& identifier) {
+  return std::ranges::any_of(runningProcesses(), [&](pid_t processID) {
+    ProcessSerialNumber number{};
+    return getProcessForPID(processID, &number) == noErr &&
+           isIdentifier(copyProcessInformation(number), identifier);
+  });
+}
+
+}  // namespace
+
+bool openFile(const std::string& bundlePath) {
+  // One opener at a time: the next one finds the application running.
+  const auto lock = FileLock::acquire(bundlePath, lockPatience);
+  const auto bundle = Bundle::withPath(bundlePath);
+  const auto executable = bundle ? bundle->executablePath() : std::nullopt;
+  if (!lock || !executable) return false;
+  const auto identifier = bundle->infoString(kCFBundleIdentifierKey);
+  if (identifier && isRunning(*identifier)) return true;
+
+  const auto process = startDetached(*executable);
+  if (!process) return false;
+  const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
+  if (!name) return !hasEnded(*process);
+  const auto deadline = Clock::now() + checkInPatience;
+  return CheckIn(*name).wait(*process, deadline) || !hasEnded(*process);
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,121 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "Platform/Export.h"
+
+namespace qbdkr {
+
+// One value of a property list. A plain value: copied deeply, compared by content.
+class QBDKR_EXPORT PropertyList {
+ public:
+  // A point in time, in seconds since 2001-01-01T00:00:00Z.
+  struct Date {
+    double seconds = 0;
+    bool operator==(const Date&) const = default;
+  };
+  struct Data {
+    std::string bytes;
+    bool operator==(const Data&) const = default;
+  };
+  // An integer of the range that property lists have: -2^63 to 2^64-1.
+  struct Integer {
+    constexpr Integer() = default;
+    constexpr explicit Integer(std::int64_t value)
+        : magnitude(value < 0 ? 0 - static_cast<std::uint64_t>(value)
+                              : static_cast<std::uint64_t>(value)),
+          negative(value < 0) {}
+    std::uint64_t magnitude = 0;
+    bool negative = false;
+    bool operator==(const Integer&) const = default;
+  };
+  using Array = std::vector<PropertyList>;
+
+  // Keys and values in the order in which they were read or added.
+  class QBDKR_EXPORT Dictionary {
+   public:
+    using Entry = std::pair<std::string, PropertyList>;
+    Dictionary();
+    Dictionary(std::initializer_list<Entry> entries);
+    // As if set one after the other, but in less than quadratic time.
+    static Dictionary fromEntries(std::vector<Entry> entries);
+    Dictionary(const Dictionary&);
+    Dictionary(Dictionary&&) noexcept;
+    Dictionary& operator=(const Dictionary&);
+    Dictionary& operator=(Dictionary&&) noexcept;
+    ~Dictionary();
+
+    // The value under a key; null when there is none.
+    [[nodiscard]] const PropertyList* find(std::string_view key) const;
+    // Stores a value, replacing one that is there in its place.
+    void set(std::string_view key, PropertyList value);
+    bool erase(std::string_view key);
+
+    [[nodiscard]] std::size_t size() const;
+    [[nodiscard]] bool empty() const { return size() == 0; }
+    [[nodiscard]] const Entry* begin() const;
+    [[nodiscard]] const Entry* end() const;
+    bool operator==(const Dictionary&) const;
+
+   private:
+    std::vector<Entry> entries_;
+  };
+
+  using Value = std::variant<std::string, bool, Integer, double, Date, Data, Array, Dictionary>;
+
+  PropertyList() = default;  // the empty string
+  PropertyList(std::string text) : value_(std::move(text)) {}
+  PropertyList(std::string_view text) : value_(std::string(text)) {}
+  PropertyList(const char* text) : value_(std::string(text)) {}
+  PropertyList(bool flag) : value_(flag) {}
+  PropertyList(int number) : value_(Integer(number)) {}
+  PropertyList(std::int64_t number) : value_(Integer(number)) {}
+  PropertyList(Integer number) : value_(number) {}
+  PropertyList(double number) : value_(number) {}
+  PropertyList(Date date) : value_(date) {}
+  PropertyList(Data data) : value_(std::move(data)) {}
+  PropertyList(Array array) : value_(std::move(array)) {}
+  PropertyList(Dictionary dictionary) : value_(std::move(dictionary)) {}
+
+  [[nodiscard]] const Value& value() const { return value_; }
+
+  // The value if it is of that type; null (or absent) when it is of another.
+  [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&value_); }
+  [[nodiscard]] const Array* array() const { return std::get_if<Array>(&value_); }
+  [[nodiscard]] const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }
+
+  bool operator==(const PropertyList&) const = default;
+
+ private:
+  Value value_;
+};
+
+// Reads a property list of any form: XML, binary, or old-style text, strings files included (their
+// pairs are a dictionary). Text may be UTF-8 or UTF-16 of either byte order, with or without a
+// byte-order mark. Absent when the bytes are none of these, or exceed a bound: 16 MiB of bytes, 256
+// levels, a million values. Never throws for what the bytes say.
+[[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
+
+// Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read.
+[[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> readDictionaryFile(
+    const std::string& path);
+
+// The XML form. Absent when a text in it cannot be written as XML (not UTF-8, a control character),
+// so that a caller never replaces a good file by an unreadable one.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::string> xmlPropertyList(const PropertyList& value);
+
+// The strings-file form, in UTF-8: one line per pair, a quoted key, an equals sign, a quoted value
+// and a semicolon. Values that are not text are written in their own old-style form. Absent when a
+// text is not UTF-8.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::string> stringsFileText(
+    const PropertyList::Dictionary& dictionary);
+
+}  // namespace qbdkr

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Export.h"
+#include "Platform/PropertyList.h"
+
+namespace qbdkr {
+
+// The user's settings of one domain, shared with every process that names the same domain. Reads
+// see what other processes synchronized. Usable from any thread; nothing here throws.
+class QBDKR_EXPORT UserDefaults {
+ public:
+  // The host's own domain: its bundle identifier.
+  static UserDefaults& standard();
+
+  // The settings of another application as they are stored now. Absent when there are none.
+  [[nodiscard]] static std::optional<PropertyList::Dictionary> persistentDomain(
+      std::string_view domain);
+
+  explicit UserDefaults(std::string domain);
+  UserDefaults(const UserDefaults&) = delete;
+  UserDefaults& operator=(const UserDefaults&) = delete;
+  ~UserDefaults();
+
+  // Absent when the key is not set.
+  [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const;
+
+  // Sets a key, or removes it when the value is absent. Seen by this process at once; stored by the
+  // next synchronize(), which the main run loop calls soon when nobody else does. False, and
+  // nothing changes, for a value that no property list can hold (text that is not UTF-8, say).
+  bool setObject(std::string_view key, std::optional<PropertyList> value);
+
+  // Stores what was set. False when that failed; it is then kept and tried again the next time.
+  bool synchronize();
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace qbdkr

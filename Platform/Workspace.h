@@ -1,0 +1,14 @@
+#pragma once
+
+#include <string>
+
+#include "Platform/Export.h"
+
+namespace qbdkr {
+
+// Opens an application bundle: starts it, detached from this process, unless it is running or being
+// opened already, from any process. Blocks until the application can be reached, or for 10 s. False
+// when it cannot be executed or ends before it can be reached. Any thread.
+[[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
+
+}  // namespace qbdkr

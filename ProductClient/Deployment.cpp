@@ -1,0 +1,103 @@
+// How the helper agent gets from the host's resources to its place, and how it is made to run.
+
+#include <chrono>
+#include <string>
+
+#include "ClientComm/QBHPProcessList.h"
+#include "ClientComm/QBHPVersion.h"
+#include "Platform/Bundle.h"
+#include "Platform/Files.h"
+#include "Platform/Log.h"
+#include "Platform/Workspace.h"
+#include "ProductClient/InfoKeys.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+
+namespace qbdkr {
+namespace {
+
+// Several hosts may bring the same helper agent at the same time. Whoever is stopped in the middle
+// must not keep the others from starting.
+constexpr std::chrono::seconds deploymentPatience(30);
+
+String infoText(std::string_view key, std::string_view otherKey) {
+  auto value = Bundle::main().infoString(key);
+  return value ? value : Bundle::main().infoString(otherKey);
+}
+
+}  // namespace
+
+QBHPHelperCommunicate::HelperConfiguration QBHPHelperCommunicate::helperConfiguration() {
+  HelperConfiguration configuration{Bundle::main().infoString(infokey::helperBundleIdentifier),
+                                    infoText(infokey::heleprAppName, infokey::helperAppName),
+                                    infoText(infokey::helperLoactionPath,
+                                             infokey::helperLocationPath)};
+  if (configuration.installDirectory) {
+    configuration.installDirectory = expandTilde(*configuration.installDirectory);
+  }
+  return configuration;
+}
+
+void QBHPHelperCommunicate::extractHelper() {
+  const HelperConfiguration configuration = helperConfiguration();
+  if (configuration.installDirectory && !fileExists(*configuration.installDirectory)) {
+    createDirectory(*configuration.installDirectory);
+  }
+  const auto resource = configuration.appName
+                            ? Bundle::main().pathForResource(*configuration.appName, "app")
+                            : std::nullopt;
+  if (!resource || !configuration.installDirectory) return;
+  const auto lock = FileLock::acquire(*configuration.installDirectory, deploymentPatience);
+  const std::string installed =
+      appendPathComponent(*configuration.installDirectory, lastPathComponent(*resource));
+  if (fileExists(installed)) {
+    const auto version = getVersionByBundlePath(*resource);
+    const auto installedVersion = getVersionByBundlePath(installed);
+    if (compareVersion(view(version), view(installedVersion)) != 1) {
+      log("helper in conetent's version is lower");
+      return;
+    }
+    if (QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier),
+                                                      installed)) {
+      const auto product = productID();
+      const auto productVersionText = productVersion();
+      QBHPHelperControl::share().exitHelper(view(product), view(productVersionText));
+    }
+    if (const auto error = removeItem(installed)) {
+      log("remove %@ error %@", {installed, *error});
+      return;
+    }
+    log("helper version = %@", {view(version)});
+  }
+  copyItem(*resource, installed);
+}
+
+bool QBHPHelperCommunicate::launchHelepr() {
+  const HelperConfiguration configuration = helperConfiguration();
+  if (!configuration.appName || !configuration.installDirectory) return false;
+  const std::string path =
+      appendPathComponent(*configuration.installDirectory, *configuration.appName) + ".app";
+  if (!fileExists(path)) extractHelper();
+  const bool running =
+      QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier), path);
+  if (!running && !openFile(path)) return false;
+  isServerOpen_ = getDefaultHelperServerOpen();
+  startHelper();
+  return true;
+}
+
+String QBHPHelperCommunicate::getVersionByBundlePath(Text bundlePath) {
+  const auto bundle = Bundle::withPath(std::string(bundlePath.value_or("")));
+  return bundle ? bundle->infoString(kCFBundleVersionKey) : std::nullopt;
+}
+
+String QBHPHelperCommunicate::appPath(Text directory) {
+  if (!directory) return std::nullopt;
+  const auto names = contentsOfDirectory(std::string(*directory));
+  if (!names) return std::nullopt;
+  for (const std::string& name : *names) {
+    if (pathExtension(name) == "app") return appendPathComponent(*directory, name);
+  }
+  return std::nullopt;
+}
+
+}  // namespace qbdkr

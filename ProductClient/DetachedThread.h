@@ -1,0 +1,11 @@
+#pragma once
+
+#include <functional>
+
+namespace qbdkr {
+
+// Runs a body on a new thread that nobody waits for. The host's signals are not handled there, and
+// an exception ends the body and nothing else. False when no thread could be made.
+bool detachNewThread(std::function<void()> body);
+
+}  // namespace qbdkr

@@ -1,0 +1,90 @@
+#include "ProductClient/QBHPHelper.h"
+
+#include <time.h>
+
+#include <array>
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <mutex>
+#include <string>
+
+#include "Platform/UserDefaults.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::chrono::seconds autoStartInterval(60);
+constexpr std::string_view installTimeKey = "installTime";
+
+// Shared by all facade objects.
+std::atomic<QBHPHelperCommunicate*> cmmt{nullptr};
+
+struct AutoStartTimer {
+  std::mutex mutex;
+  std::shared_ptr<RunLoopTimer> timer;
+};
+
+AutoStartTimer& autoStartTimer() {
+  static auto& instance = *new AutoStartTimer;
+  return instance;
+}
+
+bool isAutoStartTimer(const RunLoopTimer* timer) {
+  const std::lock_guard lock(autoStartTimer().mutex);
+  return timer != nullptr && timer == autoStartTimer().timer.get();
+}
+
+// Local time as yyyyMMddHHmmss.
+std::string installTime() {
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &local);
+  return text.data();
+}
+
+// The timer outlives a facade object that is destroyed, so neither may need one.
+void startNow() {
+  UserDefaults& defaults = UserDefaults::standard();
+  if (!defaults.object(installTimeKey)) {
+    defaults.setObject(installTimeKey, PropertyList(installTime()));
+    defaults.synchronize();
+  }
+  cmmt.load()->autoRestartHelper();
+}
+
+void tick(const RunLoopTimer& timer) {
+  if (isAutoStartTimer(&timer)) startNow();
+}
+
+}  // namespace
+
+QBHPHelper& QBHPHelper::share() {
+  static auto& helper = *new QBHPHelper;
+  return helper;
+}
+
+QBHPHelper::QBHPHelper() {
+  cmmt = &QBHPHelperCommunicate::share();
+  auto timer = RunLoop::current().scheduleTimer(autoStartInterval, tick);
+  const std::lock_guard lock(autoStartTimer().mutex);
+  autoStartTimer().timer = std::move(timer);
+}
+
+QBHPHelper::~QBHPHelper() {
+  const std::lock_guard lock(autoStartTimer().mutex);
+  if (autoStartTimer().timer) autoStartTimer().timer->invalidate();
+  autoStartTimer().timer.reset();
+}
+
+void QBHPHelper::startHelper() { startNow(); }
+
+void QBHPHelper::stopHelper() { cmmt.load()->stopHelper(); }
+
+void QBHPHelper::autoautoStartIntervaTimerMethod(const RunLoopTimer* timer) {
+  if (isAutoStartTimer(timer)) startHelper();
+}
+
+}  // namespace qbdkr

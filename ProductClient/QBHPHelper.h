@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string_view>
+
+#include "Platform/Export.h"
+#include "Platform/RunLoop.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+
+namespace qbdkr {
+
+// The face of the framework. A host calls share() once, on the thread whose run loop is to tick, and
+// from then on the helper agent is installed, launched and kept alive.
+//
+// The first share() must not race with another one. All other calls may be made on any thread.
+class QBDKR_EXPORT QBHPHelper {
+ public:
+  // The facade of this process; made on first use, never destroyed. Returns at once: installation
+  // and launch go on in the background.
+  static QBHPHelper& share();
+
+  // Fetches the communicator and starts a timer on the calling thread's run loop that checks every
+  // 60 s whether the helper agent is alive. A second object takes over: the first one's timer then
+  // ticks without effect.
+  QBHPHelper();
+  QBHPHelper(const QBHPHelper&) = delete;
+  QBHPHelper& operator=(const QBHPHelper&) = delete;
+  // Ends the timer that is in use.
+  ~QBHPHelper();
+
+  // Records the time of the first start, once, and starts a liveness check in the background. Returns
+  // at once.
+  void startHelper();
+
+  // Sends the stop request. The timer goes on: the next tick starts a helper agent that still runs.
+  void stopHelper();
+
+  // What the timer calls. Any other timer than the one in use has no effect.
+  void autoautoStartIntervaTimerMethod(const RunLoopTimer* timer);
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,122 @@
+#include "ProductClient/QBHPHelperCommunicate.h"
+
+#include <string>
+#include <utility>
+
+#include "ClientComm/QBHPGetDataByHelper.h"
+#include "Platform/Bundle.h"
+#include "Platform/Log.h"
+#include "Platform/UserDefaults.h"
+#include "ProductClient/DetachedThread.h"
+#include "ProductClient/InfoKeys.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::string_view serverClosedKey = "QBHPServerClosed";
+constexpr OSErr launchFailed = 1;
+
+}  // namespace
+
+QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
+  static auto& communicator = *new QBHPHelperCommunicate;
+  return communicator;
+}
+
+QBHPHelperCommunicate::QBHPHelperCommunicate() {
+  QBHPHelperControl::share().setHelperCtrlDelegate(this);
+  synthesizeUserDefault();
+  detachNewThread([this] { processHelper(); });
+}
+
+QBHPHelperCommunicate::~QBHPHelperCommunicate() = default;
+
+void QBHPHelperCommunicate::processHelper() {
+  extractHelper();
+  launchHelepr();
+}
+
+OSErr QBHPHelperCommunicate::autoRestartHelper() {
+  detachNewThread([this] { restartHelperInThread(); });
+  return noErr;
+}
+
+OSErr QBHPHelperCommunicate::restartHelperInThread() {
+  if (!getDefaultHelperServerOpen()) return serverNotOpen;
+  if (isAliveHelper() == noErr) return noErr;
+  return launchHelepr() ? noErr : launchFailed;
+}
+
+bool QBHPHelperCommunicate::getDefaultHelperServerOpen() {
+  const auto identifier = Bundle::main().infoString(infokey::helperBundleIdentifier);
+  const auto domain = UserDefaults::persistentDomain(identifier.value_or(""));
+  const PropertyList* closed = domain ? domain->find(serverClosedKey) : nullptr;
+  return closed == nullptr || !boolValue(*closed);
+}
+
+bool QBHPHelperCommunicate::isHelperSeverNotOpen(OSErr status) const {
+  return status == serverNotOpen;
+}
+
+OSErr QBHPHelperCommunicate::startHelper() {
+  const auto identifier = productID();
+  const auto version = productVersion();
+  const OSErr status = QBHPHelperControl::share().start(view(identifier), view(version));
+  if (status == noErr) isHelperAlive_ = true;
+  firstStartPID();
+  clientIDFormHelper();
+  return status;
+}
+
+OSErr QBHPHelperCommunicate::stopHelper() {
+  const auto identifier = productID();
+  const auto version = productVersion();
+  const OSErr status = QBHPHelperControl::share().stop(view(identifier), view(version));
+  isHelperAlive_ = false;
+  return status;
+}
+
+OSErr QBHPHelperCommunicate::isAliveHelper() {
+  const auto identifier = productID();
+  const auto version = productVersion();
+  const OSErr status = QBHPHelperControl::share().isAlive(view(identifier), view(version));
+  const bool started = isHelperAlive_;
+  log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
+  if (status == noErr && !started) startHelper();
+  return status;
+}
+
+String QBHPHelperCommunicate::clientID() const {
+  const std::lock_guard lock(mutex_);
+  return clientID_;
+}
+
+String QBHPHelperCommunicate::clientIDFormHelper() {
+  QBHPGetDataByHelper service;
+  {
+    const std::lock_guard lock(mutex_);
+    clientID_.reset();
+  }
+  auto fetched = service.clientIDFormHelper();
+  const std::lock_guard lock(mutex_);
+  clientID_ = std::move(fetched);
+  return clientID_;
+}
+
+void QBHPHelperCommunicate::willHelperExit() { stopHelper(); }
+
+void QBHPHelperCommunicate::didCheckServerOpen(bool open, const Error* /*error*/) {
+  isServerOpen_ = open;
+}
+
+String QBHPHelperCommunicate::productID() const {
+  const std::lock_guard lock(mutex_);
+  return productID_;
+}
+
+String QBHPHelperCommunicate::productVersion() const {
+  const std::lock_guard lock(mutex_);
+  return productVersion_;
+}
+
+}  // namespace qbdkr

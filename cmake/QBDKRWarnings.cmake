@@ -1,0 +1,6 @@
+# Warnings for our own code; a target asks for them by name.
+add_library(QBDKRWarnings INTERFACE)
+target_compile_options(QBDKRWarnings INTERFACE -Wall -Wextra -Wpedantic -Wconversion -Wshadow)
+if(QBDKR_WARNINGS_AS_ERRORS)
+  target_compile_options(QBDKRWarnings INTERFACE -Werror)
+endif()

@@ -1,0 +1,95 @@
+// A host application: it carries a helper agent among its resources, and has it installed, started
+// and kept alive. Commands on standard input stand in for what a user would click.
+
+#include <csignal>
+#include <iostream>
+#include <map>
+#include <string>
+#include <thread>
+
+#include "Platform/Bundle.h"
+#include "Platform/RunLoop.h"
+#include "ProductClient/QBHPHelper.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Transcript.h"
+
+namespace {
+
+using qbdkr::QBHPHelper;
+using qbdkr::QBHPHelperCommunicate;
+using qbdkr::RunLoop;
+
+constexpr const char* usage =
+    "Usage: PhotoTool\n"
+    "Runs until \"quit\" or a signal. Commands, one a line on standard input:\n"
+    "  check   check whether the helper agent is alive, and start it if it is not\n"
+    "  client  fetch the client identifier from the helper agent\n"
+    "  stop    ask the helper agent to stop working for this product\n"
+    "  quit    end\n";
+
+// Shows the helper agent's reports, and passes them on to the communicator, which acts on them.
+class Reports : public qbdkr::QBHPWillHelperExitDelegate,
+                public qbdkr::QBHPDidCheckServerOpenDelegate {
+ public:
+  explicit Reports(const acme::Transcript& transcript) : transcript_(transcript) {}
+
+  void willHelperExit() override {
+    transcript_.write("delegate told that the helper will exit");
+    QBHPHelperCommunicate::share().willHelperExit();
+  }
+
+  void didCheckServerOpen(bool open, const qbdkr::Error* error) override {
+    transcript_.write(std::string("delegate told that the helper's server is ") +
+                      (open ? "open" : "closed") + (error == nullptr ? "" : ", with an error"));
+    QBHPHelperCommunicate::share().didCheckServerOpen(open, error);
+  }
+
+ private:
+  const acme::Transcript& transcript_;
+};
+
+void run(const std::string& command, const acme::Transcript& transcript) {
+  if (command == "check") {
+    QBHPHelper::share().startHelper();
+  } else if (command == "client") {
+    const auto identifier = QBHPHelperCommunicate::share().clientIDFormHelper();
+    transcript.write("client identifier fetched: " + acme::shown(qbdkr::view(identifier)));
+  } else if (command == "stop") {
+    QBHPHelper::share().stopHelper();
+    transcript.write("stop request sent");
+  } else if (command == "quit") {
+    RunLoop::main().stop();
+  } else {
+    std::cerr << "PhotoTool: unknown command: " << command << '\n';
+  }
+}
+
+void stop(int /*signal*/) { RunLoop::main().stop(); }
+
+}  // namespace
+
+int main(int argc, char**) {
+  if (argc > 1) {
+    std::cout << usage;
+    return 2;
+  }
+  // Static: the thread that reads commands and the helper's reports may outlast this function.
+  const std::string version =
+      qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
+  static const acme::Transcript transcript("host " + version);
+  std::signal(SIGTERM, stop);
+  std::signal(SIGINT, stop);
+
+  RunLoop& loop = RunLoop::main();
+  static Reports reports(transcript);
+  transcript.write("started, process " + std::to_string(getpid()));
+  QBHPHelper::share();
+  qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);
+  std::thread([] {
+    for (std::string command; std::getline(std::cin, command);) run(command, transcript);
+  }).detach();
+  loop.run();
+
+  transcript.write("ends");
+  return 0;
+}
