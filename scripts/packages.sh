@@ -1,0 +1,53 @@
+# Debian and Ubuntu packages that the scripts need, and how they get them. Sourced, not run.
+
+build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
+demo_packages="$build_packages dbus-daemon dbus-bin"
+test_packages="$demo_packages libgtest-dev libdbus-1-dev python3-minimal python3 procps git"
+bench_packages="$demo_packages libbenchmark-dev procps"
+check_packages="clang clang-format clang-tidy libclang-rt-dev"
+
+# need_packages INSTALL PACKAGES: installs what is missing (INSTALL is "yes"), or says what is and
+# stops.
+need_packages() {
+  local install=$1 missing="" package
+  shift
+  for package in "$@"; do
+    dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
+      missing="$missing $package"
+  done
+  [ -z "$missing" ] && return 0
+  if [ "$install" != yes ]; then
+    printf 'These packages are missing:%s\nInstall them, or leave out --no-install.\n' "$missing" >&2
+    exit 1
+  fi
+  local as_root=""
+  if [ "$(id -u)" -ne 0 ]; then
+    command -v sudo >/dev/null || {
+      printf 'These packages are missing, and this needs root or sudo:%s\n' "$missing" >&2
+      exit 1
+    }
+    as_root=sudo
+  fi
+  printf 'Installing:%s\n' "$missing"
+  # shellcheck disable=SC2086
+  $as_root env DEBIAN_FRONTEND=noninteractive sh -c '
+    apt-get -qq update && apt-get -qq install --yes --no-install-recommends "$@"
+  ' sh $missing >/tmp/qbdkr-apt.$$ 2>&1 || {
+    cat /tmp/qbdkr-apt.$$ >&2
+    rm -f /tmp/qbdkr-apt.$$
+    exit 1
+  }
+  rm -f /tmp/qbdkr-apt.$$
+}
+
+# build PRESET: configures and builds quietly; what went wrong is shown.
+build() {
+  local preset=$1 log
+  log=$(mktemp)
+  if ! { cmake --preset "$preset" && cmake --build "build/$preset"; } >"$log" 2>&1; then
+    cat "$log" >&2
+    rm -f "$log"
+    exit 1
+  fi
+  rm -f "$log"
+}
