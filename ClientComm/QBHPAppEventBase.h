@@ -20,8 +20,8 @@ class QBHPAppEventBase;
 // One entry of a class's table of methods that can be called by name.
 struct Method {
   Selector selector;
-  std::size_t arity;
-  String (*invoke)(QBHPAppEventBase& object, std::span<const Text> arguments);
+  std::size_t arity = 0;
+  String (*invoke)(QBHPAppEventBase& object, std::span<const Text> arguments) = nullptr;
 };
 
 // Base of every service class: calls its methods by name with text arguments, and knows which

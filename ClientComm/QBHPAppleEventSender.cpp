@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Platform/Bundle.h"
 #include "Platform/Text.h"
@@ -15,15 +17,11 @@ AppleEventDescriptor text(Text value) {
   return AppleEventDescriptor::withString(std::string(value.value_or(std::string_view())));
 }
 
-bool isASCII(std::string_view text) {
-  return std::ranges::all_of(text, [](char byte) { return static_cast<unsigned char>(byte) < 0x80; });
-}
-
-// The bytes are UTF-8 but their count is that of the UTF-16 units, on purpose: peers have always been
-// addressed so. Identifiers are ASCII in practice, where both are the same.
+// The bytes are UTF-8 but their count is that of the UTF-16 units, on purpose: peers have always
+// been addressed so. Identifiers are ASCII in practice, where both are the same.
 AppleEventDescriptor targetWithBundleID(Text bundleID) {
   std::string bytes(bundleID.value_or(std::string_view()));
-  if (!isASCII(bytes)) bytes.resize(std::min(bytes.size(), utf16FromUTF8(bytes).size()));
+  bytes.resize(std::min(bytes.size(), utf16Length(bytes)));
   return AppleEventDescriptor::withBytes(typeApplicationBundleID, std::move(bytes));
 }
 
@@ -39,17 +37,17 @@ QBHPAppleEventSender::QBHPAppleEventSender()
 
 AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text selectName,
                                              Arguments args) {
-  auto arguments = AppleEventDescriptor::list();
-  for (std::size_t i = 0; i < args.size(); ++i) {
-    arguments.insertDescriptor(AppleEventDescriptor::withString(std::string(args[i])), i + 1);
-  }
-  auto directObject = AppleEventDescriptor::list();
-  directObject.insertDescriptor(text(className), 1);
-  directObject.insertDescriptor(text(selectName), 2);
-  directObject.insertDescriptor(std::move(arguments), 3);
+  std::vector<AppleEventDescriptor> arguments;
+  arguments.reserve(args.size());
+  for (const std::string_view argument : args) arguments.push_back(text(argument));
+  std::vector<AppleEventDescriptor> items;
+  items.reserve(3);
+  items.push_back(text(className));
+  items.push_back(text(selectName));
+  items.push_back(AppleEventDescriptor::list(std::move(arguments)));
   AppleEvent event(kCoreEventClass, kAECall, targetWithBundleID(bundleID), kAutoGenerateReturnID,
                    kAnyTransactionID);
-  event.setParamDescriptor(keyDirectObject, std::move(directObject));
+  event.setParamDescriptor(keyDirectObject, AppleEventDescriptor::list(std::move(items)));
   return event;
 }
 
@@ -60,8 +58,8 @@ OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text select
       createEvnet(bundleID, className, selectName, args), reply, kAENoReply, kAEDefaultTimeout);
 }
 
-OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName, Arguments args,
-                                      String& result) {
+OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
+                                      Arguments args, String& result) {
   AppleEvent reply;
   const OSErr status = AppleEventTransport::shared().sendMessage(
       createEvnet(bundleID, className, selectName, args), reply, kAEWaitReply, kNoTimeOut);

@@ -5,15 +5,11 @@
 
 namespace qbdkr {
 
-AppleEventDescriptor AppleEventDescriptor::withBytes(FourCharCode type, std::string bytes) {
-  return {type, std::move(bytes)};
+AppleEventDescriptor AppleEventDescriptor::list(std::vector<AppleEventDescriptor> items) {
+  AppleEventDescriptor list(typeAEList, {});
+  list.items_ = std::move(items);
+  return list;
 }
-
-AppleEventDescriptor AppleEventDescriptor::withString(std::string utf8) {
-  return {typeUnicodeText, std::move(utf8)};
-}
-
-AppleEventDescriptor AppleEventDescriptor::list() { return {typeAEList, {}}; }
 
 std::optional<std::string> AppleEventDescriptor::stringValue() const {
   if (type_ != typeUnicodeText) return std::nullopt;
@@ -25,7 +21,7 @@ const AppleEventDescriptor* AppleEventDescriptor::descriptorAtIndex(std::size_t 
   return &items_[index - 1];
 }
 
-bool AppleEventDescriptor::insertDescriptor(AppleEventDescriptor item, std::size_t index) {
+bool AppleEventDescriptor::insertDescriptor(AppleEventDescriptor&& item, std::size_t index) {
   if (type_ != typeAEList || index > items_.size() + 1) return false;
   if (index == 0 || index == items_.size() + 1) {
     items_.push_back(std::move(item));
@@ -41,7 +37,7 @@ std::optional<AppleEventDescriptor> AppleEventDescriptor::coerceToDescriptorType
   return platformCoercion(*this, type);
 }
 
-AppleEvent::AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor target,
+AppleEvent::AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
                        std::int16_t returnID, std::int32_t transactionID)
     : eventClass_(eventClass),
       eventID_(eventID),
@@ -63,7 +59,7 @@ const AppleEventDescriptor* lookUp(const Fields& fields, FourCharCode keyword) {
 }
 
 template <class Fields>
-void store(Fields& fields, FourCharCode keyword, AppleEventDescriptor value) {
+void store(Fields& fields, FourCharCode keyword, AppleEventDescriptor&& value) {
   const auto field = find(fields, keyword);
   if (field == fields.end()) {
     fields.emplace_back(keyword, std::move(value));
@@ -84,11 +80,11 @@ const AppleEventDescriptor* AppleEvent::attributeDescriptor(FourCharCode keyword
   return lookUp(attributes_, keyword);
 }
 
-void AppleEvent::setParamDescriptor(FourCharCode keyword, AppleEventDescriptor value) {
+void AppleEvent::setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&& value) {
   store(params_, keyword, std::move(value));
 }
 
-void AppleEvent::setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor value) {
+void AppleEvent::setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value) {
   store(attributes_, keyword, std::move(value));
 }
 

@@ -52,9 +52,13 @@ class QBDKR_EXPORT AppleEventDescriptor {
   // The null descriptor.
   AppleEventDescriptor() = default;
 
-  static AppleEventDescriptor withBytes(FourCharCode type, std::string bytes);
-  static AppleEventDescriptor withString(std::string utf8);
-  static AppleEventDescriptor list();
+  static AppleEventDescriptor withBytes(FourCharCode type, std::string bytes) {
+    return {type, std::move(bytes)};
+  }
+  static AppleEventDescriptor withString(std::string utf8) {
+    return {typeUnicodeText, std::move(utf8)};
+  }
+  static AppleEventDescriptor list(std::vector<AppleEventDescriptor> items = {});
 
   [[nodiscard]] FourCharCode descriptorType() const { return type_; }
   [[nodiscard]] const std::string& data() const { return bytes_; }
@@ -71,7 +75,7 @@ class QBDKR_EXPORT AppleEventDescriptor {
   // Puts an item at a 1-based index of a list: replaces the item that is there, or appends at the
   // index behind the last one (also for index 0). Returns false, and changes nothing, on what is
   // not a list and for an index further out.
-  bool insertDescriptor(AppleEventDescriptor item, std::size_t index);
+  bool insertDescriptor(AppleEventDescriptor&& item, std::size_t index);
 
   // This value as another type; absent where the platform knows no such coercion. Text stays text;
   // the address of a process ('kpid') becomes its serial number ('psn ', 8 bytes).
@@ -93,7 +97,7 @@ class QBDKR_EXPORT AppleEvent {
  public:
   // An empty reply record.
   AppleEvent() = default;
-  AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor target,
+  AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
              std::int16_t returnID, std::int32_t transactionID);
 
   [[nodiscard]] FourCharCode eventClass() const { return eventClass_; }
@@ -107,8 +111,8 @@ class QBDKR_EXPORT AppleEvent {
   [[nodiscard]] const AppleEventDescriptor* attributeDescriptor(FourCharCode keyword) const;
 
   // Stores a value, replacing one that is there.
-  void setParamDescriptor(FourCharCode keyword, AppleEventDescriptor value);
-  void setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor value);
+  void setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
+  void setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
 
  private:
   using Fields = std::vector<std::pair<FourCharCode, AppleEventDescriptor>>;

@@ -13,6 +13,9 @@ namespace qbdkr {
 
 [[nodiscard]] QBDKR_EXPORT bool isValidUTF8(std::string_view text);
 
+// How many UTF-16 units a text has; a byte that is not UTF-8 counts as one.
+[[nodiscard]] QBDKR_EXPORT std::size_t utf16Length(std::string_view text);
+
 // Bytes that are not UTF-8 become U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::u16string utf16FromUTF8(std::string_view text);
 

@@ -2,16 +2,12 @@
 
 #include <string_view>
 
-namespace qbdkr {
-
 // Keys of the host's information dictionary. Hosts in the field carry the misspelled ones.
-namespace infokey {
+namespace qbdkr::infokey {
 inline constexpr std::string_view helperBundleIdentifier = "Helper Bundle indentifiter";
 inline constexpr std::string_view heleprAppName = "Helepr App name";
 inline constexpr std::string_view helperAppName = "Helper App name";
 inline constexpr std::string_view helperLoactionPath = "Helper loaction path";
 inline constexpr std::string_view helperLocationPath = "Helper location path";
 inline constexpr std::string_view productID = "PID";
-}  // namespace infokey
-
-}  // namespace qbdkr
+}  // namespace qbdkr::infokey

@@ -25,7 +25,7 @@ std::string timeOfDay() {
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   std::tm local{};
   localtime_r(&seconds, &local);
-  std::array<char, 16> text{};
+  std::array<char, 32> text{};
   std::snprintf(text.data(), text.size(), "%02d:%02d:%02d.%03d", local.tm_hour % 100,
                 local.tm_min % 100, local.tm_sec % 100, static_cast<int>(milliseconds % 1000));
   return text.data();

@@ -3,7 +3,7 @@
 build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
 demo_packages="$build_packages dbus-daemon dbus-bin"
 test_packages="$demo_packages libgtest-dev libdbus-1-dev python3-minimal python3 procps git"
-bench_packages="$demo_packages libbenchmark-dev procps"
+bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 
 # need_packages INSTALL PACKAGES: installs what is missing (INSTALL is "yes"), or says what is and

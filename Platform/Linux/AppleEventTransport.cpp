@@ -3,7 +3,6 @@
 #include <cstring>
 
 #include "Platform/AppleEvent.h"
-#include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/Linux/BusSender.h"
 #include "Platform/Text.h"
@@ -21,9 +20,14 @@ std::uint64_t microseconds(long timeout) {
   return static_cast<std::uint64_t>(timeout) * microsecondsPerTick;
 }
 
+bool isSendable(const std::string& text) {
+  const auto isPlain = [](char byte) { return static_cast<signed char>(byte) > 0; };
+  if (std::ranges::all_of(text, isPlain)) return true;
+  return text.find('\0') == std::string::npos && isValidUTF8(text);
+}
+
 bool isSendableText(const AppleEventDescriptor* item) {
-  return item != nullptr && item->descriptorType() == typeUnicodeText &&
-         item->data().find('\0') == std::string::npos && isValidUTF8(item->data());
+  return item != nullptr && item->descriptorType() == typeUnicodeText && isSendable(item->data());
 }
 
 // A class name, a method name and a list of texts: all that the bus carries.
@@ -51,13 +55,11 @@ class BusTransport final : public AppleEventTransport {
       return paramErr;
     }
     if (target.data().empty()) return procNotFound;
-    const auto name =
-        isSendableIdentifier(target.data()) ? busNameOfIdentifier(target.data()) : std::nullopt;
-    if (!name) return paramErr;
-    if (sendMode == kAENoReply) return sender_.post(*name, *directObject);
+    if (!isSendable(target.data())) return paramErr;
+    if (sendMode == kAENoReply) return sender_.post(target.data(), *directObject);
 
     std::string answer;
-    const OSErr status = sender_.call(*name, *directObject, microseconds(timeout), answer);
+    const OSErr status = sender_.call(target.data(), *directObject, microseconds(timeout), answer);
     // The bus has no other way to say "no result" than the empty text.
     if (status == noErr && !answer.empty()) {
       reply.setParamDescriptor(keyDirectObject,
@@ -79,10 +81,6 @@ class BusTransport final : public AppleEventTransport {
   // RPC events are the only ones on the bus.
   static bool carries(FourCharCode eventClass, FourCharCode eventID) {
     return eventClass == kCoreEventClass && eventID == kAECall;
-  }
-
-  static bool isSendableIdentifier(const std::string& identifier) {
-    return identifier.find('\0') == std::string::npos && isValidUTF8(identifier);
   }
 
   BusSender sender_;

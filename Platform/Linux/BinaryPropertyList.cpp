@@ -98,7 +98,7 @@ class BinaryReader {
         number(objectsEnd_ + static_cast<std::size_t>(index) * offsetWidth_, offsetWidth_);
     if (offset < magic.size() || offset >= objectsEnd_) return std::nullopt;
 
-    const std::size_t place = static_cast<std::size_t>(offset);
+    const auto place = static_cast<std::size_t>(offset);
     const std::uint64_t marker = number(place, 1);
     Object object{static_cast<Kind>(marker >> 4), marker & 0xF, place + 1};
     const std::optional<std::size_t> unit = unitSize(object);

@@ -18,6 +18,7 @@ bool isAllowed(char byte) {
 std::optional<std::string> busNameOfIdentifier(std::string_view identifier) {
   if (identifier.size() > longestName) return std::nullopt;
   std::string name;
+  name.reserve(identifier.size());
   bool severalElements = false;
   bool atElementStart = true;
   for (const char byte : identifier) {

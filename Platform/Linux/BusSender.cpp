@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstring>
 
+#include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
 
 namespace qbdkr {
@@ -18,6 +19,7 @@ namespace {
 constexpr std::uint64_t forever = UINT64_MAX;
 constexpr std::uint64_t busPatience =
     5'000'000;  // for what the bus itself must do, in microseconds
+constexpr std::uint64_t drainInterval = 200;      // microseconds
 constexpr std::size_t mostOwners = 64;
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
@@ -72,11 +74,12 @@ int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
 
 BusSender::BusSender() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
 
-OSErr BusSender::post(const std::string& name, const AppleEventDescriptor& directObject) {
+OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor& directObject) {
   Lock lock(mutex_);
-  if (!connect(lock)) return connectionInvalid;
-  if (const OSErr status = findOwner(lock, name); status != noErr) return status;
-  const BusMessage message = newCall(name, directObject);
+  if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
+  std::shared_ptr<Owner> owner;
+  if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
+  const BusMessage message = newCall(owner->name, directObject);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   if (sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
     disconnect();
@@ -89,12 +92,14 @@ OSErr BusSender::post(const std::string& name, const AppleEventDescriptor& direc
   return status;
 }
 
-OSErr BusSender::call(const std::string& name, const AppleEventDescriptor& directObject,
+OSErr BusSender::call(const std::string& identifier, const AppleEventDescriptor& directObject,
                       std::uint64_t timeout, std::string& answer) {
+  const auto name = busNameOfIdentifier(identifier);
+  if (!name) return paramErr;
   Lock lock(mutex_);
   if (!connect(lock)) return connectionInvalid;
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
-  const BusMessage message = newCall(name, directObject);
+  const BusMessage message = newCall(*name, directObject);
   if (!message) return paramErr;
   Pending pending;
   sd_bus_slot* slot = nullptr;
@@ -139,8 +144,12 @@ void BusSender::disconnect() {
   wakeOthers();
 }
 
-// Takes what came in meanwhile, so that the owners are as the bus last said.
+// Takes what came in meanwhile, so that the owners are as the bus last said. A sender of many events
+// does not look again for each of them.
 void BusSender::drain() {
+  const std::uint64_t time = now();
+  if (time - lastDrain_ < drainInterval) return;
+  lastDrain_ = time;
   for (int i = 0; i < mostMessagesPerSend; ++i) {
     const int result = sd_bus_process(bus_.get(), nullptr);
     if (result == 0) return;
@@ -203,17 +212,17 @@ bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
   return true;
 }
 
-// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That
-// a name got an owner may have reached another connection first, so its absence is always asked
-// for.
-OSErr BusSender::findOwner(Lock& lock, const std::string& name) {
+// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That a
+// name got an owner may have reached another connection first, so its absence is always asked for.
+OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
+                           std::shared_ptr<Owner>& owner) {
+  if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
+  if (owner->present) return noErr;
   const Bus bus = bus_;
-  OwnerQuery query{watchedOwner(name)};
-  if (!query.owner) return connectionInvalid;
-  if (query.owner->present) return noErr;
+  OwnerQuery query{owner};
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
-                               "NameHasOwner", onOwnerAnswer, &query, "s", name.c_str()) < 0) {
+                               "NameHasOwner", onOwnerAnswer, &query, "s", owner->name.c_str()) < 0) {
     disconnect();
     return connectionInvalid;
   }
@@ -221,34 +230,41 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& name) {
   const bool answered = runUntil(lock, now() + busPatience, [&] { return query.done; });
   if (!answered && bus_ == bus) disconnect();
   if (bus_ != bus) return connectionInvalid;
-  return query.owner->present ? noErr : procNotFound;
+  return owner->present ? noErr : procNotFound;
 }
 
-std::shared_ptr<BusSender::Owner> BusSender::watchedOwner(const std::string& name) {
-  const auto known = owners_.find(name);
-  if (known != owners_.end()) return known->second;
+// What is known of the owner, watched from now on.
+OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
+  if (const auto known = owners_.find(identifier); known != owners_.end()) {
+    owner = known->second;
+    return noErr;
+  }
+  const auto name = busNameOfIdentifier(identifier);
+  if (!name) return paramErr;
   if (owners_.size() >= mostOwners) owners_.clear();
-  auto owner = std::make_shared<Owner>();
+  owner = std::make_shared<Owner>();
+  owner->name = *name;
   sd_bus_slot* watch = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(name).c_str(), onOwnerChanged,
+  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(*name).c_str(), onOwnerChanged,
                              ignore, owner.get()) < 0) {
     disconnect();
-    return nullptr;
+    return connectionInvalid;
   }
   owner->watch.reset(watch);
-  return owners_.emplace(name, std::move(owner)).first->second;
+  owners_.emplace(identifier, owner);
+  return noErr;
 }
 
 // A message that the socket did not take at once must not wait for the next send, which may never
 // come.
 bool BusSender::flush(Lock& lock) {
-  const Bus bus = bus_;
-  const auto sent = [&] {
+  const auto sent = [bus = bus_.get()] {
     std::uint64_t queued = 0;
-    return sd_bus_get_n_queued_write(bus.get(), &queued) >= 0 && queued == 0;
+    return sd_bus_get_n_queued_write(bus, &queued) >= 0 && queued == 0;
   };
   if (sent()) return true;
+  const Bus bus = bus_;
   wakeOthers();  // a thread that polls does not poll for writing yet
   return runUntil(lock, now() + busPatience, sent) && bus_ == bus;
 }

@@ -23,12 +23,12 @@ class BusSender {
  public:
   BusSender();
 
-  // Posts a call to a name that has an owner. Does not wait for the peer.
-  OSErr post(const std::string& name, const AppleEventDescriptor& directObject);
+  // Posts a call to the application of a bundle identifier, if there is one. Does not wait for it.
+  OSErr post(const std::string& identifier, const AppleEventDescriptor& directObject);
 
   // Calls and waits for the answer, whose text it stores; timeout in microseconds, UINT64_MAX:
   // none.
-  OSErr call(const std::string& name, const AppleEventDescriptor& directObject,
+  OSErr call(const std::string& identifier, const AppleEventDescriptor& directObject,
              std::uint64_t timeout, std::string& answer);
 
  private:
@@ -40,8 +40,9 @@ class BusSender {
     BusMessage reply;
     bool done = false;
   };
-  // What is known of the owner of a name that was posted to.
+  // What is known of an application that was posted to.
   struct Owner {
+    std::string name;
     BusSlot watch;
     bool present = false;
   };
@@ -54,8 +55,8 @@ class BusSender {
   void disconnect();
   void drain();
   void wakeOthers();
-  OSErr findOwner(Lock& lock, const std::string& name);
-  std::shared_ptr<Owner> watchedOwner(const std::string& name);
+  OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
+  OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   bool flush(Lock& lock);
   BusMessage newCall(const std::string& name, const AppleEventDescriptor& directObject);
   template <class Done>
@@ -73,7 +74,8 @@ class BusSender {
       0;                  // counts connections, so that a waiting thread notices the end of its own
   bool reading_ = false;  // a thread polls the socket
   unsigned waiting_ = 0;  // threads that wait for it
-  std::map<std::string, std::shared_ptr<Owner>> owners_;
+  std::uint64_t lastDrain_ = 0;   // microseconds
+  std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
 };
 
 }  // namespace qbdkr

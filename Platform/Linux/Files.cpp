@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstdlib>
@@ -101,11 +102,9 @@ bool copyTree(const fs::path& from, const fs::path& to) {
     return false;
   }
   const auto names = contentsOfDirectory(from);
-  if (!names) return false;
-  for (const std::string& name : *names) {
-    if (!copyTree(from / name, to / name)) return false;
-  }
-  return true;
+  return names && std::ranges::all_of(*names, [&](const std::string& name) {
+           return copyTree(from / name, to / name);
+         });
 }
 
 bool flush(const fs::path& path) {

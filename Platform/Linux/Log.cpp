@@ -16,7 +16,7 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::size_t longestLine = 16 * 1024;
+constexpr std::size_t longestLine = 16'384;
 
 bool standardErrorIsJournal() {
   const char* stream = std::getenv("JOURNAL_STREAM");

@@ -10,6 +10,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Linux/Descriptor.h"
 #include "Platform/Linux/PropertyListForms.h"
 #include "Platform/PropertyList.h"
 #include "Platform/Text.h"
@@ -73,28 +74,14 @@ bool looksLikeXML(std::string_view text) {
   return text.starts_with("<?") || text.starts_with("<!") || text.starts_with("<plist");
 }
 
-class FileDescriptor {
- public:
-  explicit FileDescriptor(int descriptor) : descriptor_(descriptor) {}
-  FileDescriptor(const FileDescriptor&) = delete;
-  FileDescriptor& operator=(const FileDescriptor&) = delete;
-  ~FileDescriptor() {
-    if (descriptor_ >= 0) ::close(descriptor_);
-  }
-  [[nodiscard]] int get() const { return descriptor_; }
-
- private:
-  int descriptor_;
-};
-
-int openForReading(const std::string& path) {
+Descriptor openForReading(const std::string& path) {
   // Not blocking: opening a pipe would otherwise wait for a writer before it can be refused.
   constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   int descriptor = -1;
   do {
     descriptor = ::open(path.c_str(), flags);
   } while (descriptor < 0 && errno == EINTR);
-  return descriptor;
+  return Descriptor(descriptor);
 }
 
 // Reads to the end whatever the size was said to be: the file may be growing or shrinking.
@@ -113,8 +100,8 @@ std::optional<std::string> readToEnd(int descriptor) {
 
 std::optional<std::string> contentsOfFile(const std::string& path) {
   if (path.find('\0') != std::string::npos) return std::nullopt;
-  const FileDescriptor file(openForReading(path));
-  if (file.get() < 0) return std::nullopt;
+  const Descriptor file = openForReading(path);
+  if (!file) return std::nullopt;
   struct stat status = {};
   if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
   if (status.st_size > static_cast<off_t>(maximumBytes)) return std::nullopt;

@@ -34,12 +34,12 @@ class EventLoop;
 
 class EventTimer final : public RunLoopTimer, public std::enable_shared_from_this<EventTimer> {
  public:
-  EventTimer(std::shared_ptr<EventLoop> loop, std::uint64_t interval, RunLoop::TimerTask task)
-      : loop_(std::move(loop)), interval_(interval), task_(std::move(task)) {}
+  EventTimer(const std::shared_ptr<EventLoop>& loop, std::uint64_t interval, RunLoop::TimerTask task)
+      : loop_(loop), interval_(interval), task_(std::move(task)) {}
 
   EventTimer(const EventTimer&) = delete;
   EventTimer& operator=(const EventTimer&) = delete;
-  ~EventTimer() { end(); }
+  ~EventTimer() override { end(); }
 
   bool arm(sd_event* event);
   void invalidate() override;

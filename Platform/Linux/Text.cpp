@@ -115,7 +115,7 @@ std::u32string canonicalDecomposition(std::u16string_view text) {
   return decomposed;
 }
 
-int sign(std::strong_ordering order) { return order < 0 ? -1 : order > 0 ? 1 : 0; }
+int sign(std::strong_ordering order) { return std::is_lt(order) ? -1 : (std::is_gt(order) ? 1 : 0); }
 
 // No character below the first accented letter has a decomposition.
 bool isPlain(std::u16string_view text) {
@@ -131,6 +131,16 @@ bool isValidUTF8(std::string_view text) {
     text.remove_prefix(decoded.length);
   }
   return true;
+}
+
+std::size_t utf16Length(std::string_view text) {
+  std::size_t units = 0;
+  while (!text.empty()) {
+    const Decoded front = decodeFront(text);
+    units += front.character < 0x10000 ? 1 : 2;
+    text.remove_prefix(std::max<std::size_t>(front.length, 1));
+  }
+  return units;
 }
 
 std::u16string utf16FromUTF8(std::string_view text) {

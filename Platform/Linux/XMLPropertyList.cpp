@@ -80,7 +80,7 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
       ++padding;
       continue;
     }
-    const int value = base64Values[static_cast<unsigned char>(c)];
+    const auto value = base64Values[static_cast<unsigned char>(c)];
     if (value < 0 || padding > 0) return std::nullopt;
     bits = (bits << 6 | static_cast<std::uint32_t>(value)) & 0xFFFFFF;
     // The first digit of a group completes no byte, each later one completes the next.
@@ -410,7 +410,7 @@ class XMLWriter {
 
   // U+FFFE and U+FFFF, the only ones besides control characters that XML has no place for.
   static bool hasNoncharacter(std::string_view utf8) {
-    return utf8.find("\xEF\xBF\xBE") != utf8.npos || utf8.find("\xEF\xBF\xBF") != utf8.npos;
+    return utf8.find("\xEF\xBF\xBE") != std::string_view::npos || utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
   }
 
   bool writeScalar(std::string_view element, const std::optional<std::string>& content,

@@ -22,11 +22,11 @@ std::string newClientID() {
 }  // namespace
 
 GetData::GetData(const Transcript& transcript) : transcript_(transcript) {
-  qbdkr::QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, className());
+  qbdkr::QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, kClassName);
 }
 
 GetData::~GetData() {
-  qbdkr::QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable("QBHPGetDataByHelper");
+  qbdkr::QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
 }
 
 qbdkr::String GetData::clientIDFormHelper() {

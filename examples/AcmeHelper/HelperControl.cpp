@@ -22,11 +22,11 @@ constexpr std::string_view ownName = "AcmeHelper";
 }  // namespace
 
 HelperControl::HelperControl(const Transcript& transcript) : transcript_(transcript) {
-  QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, className());
+  QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, kClassName);
 }
 
 HelperControl::~HelperControl() {
-  QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable("QBHPHelperControl");
+  QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
 }
 
 OSErr HelperControl::start(Text productID, Text prodeuctVersion) {

@@ -10,6 +10,8 @@ namespace acme {
 // The helper agent's side of the helper control: what hosts ask, and what is reported back to them.
 class HelperControl : public qbdkr::QBHPAppEventBase {
  public:
+  static constexpr std::string_view kClassName = "QBHPHelperControl";
+
   explicit HelperControl(const Transcript& transcript);
   ~HelperControl() override;
 
@@ -27,7 +29,7 @@ class HelperControl : public qbdkr::QBHPAppEventBase {
   // The sender of the request that comes next.
   void setBundleID(qbdkr::Text bundleID) override;
 
-  [[nodiscard]] std::string_view className() const override { return "QBHPHelperControl"; }
+  [[nodiscard]] std::string_view className() const override { return kClassName; }
 
  protected:
   [[nodiscard]] std::span<const qbdkr::Method> methods() const override;

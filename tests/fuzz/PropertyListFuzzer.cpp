@@ -1,0 +1,61 @@
+// Whatever the bytes are, reading them ends, and what the XML writer makes of the value says the
+// same.
+#include <cmath>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "Platform/PropertyList.h"
+
+namespace {
+
+using qbdkr::PropertyList;
+
+// Whether a value can be equal to what is read back: NaN equals nothing, and the XML form has whole
+// seconds only.
+struct IsComparable {
+  bool operator()(double real) const { return !std::isnan(real); }
+  bool operator()(PropertyList::Date date) const {
+    return std::floor(date.seconds) == date.seconds;
+  }
+  bool operator()(const PropertyList::Array& array) const {
+    for (const PropertyList& value : array) {
+      if (!std::visit(*this, value.value())) return false;
+    }
+    return true;
+  }
+  bool operator()(const PropertyList::Dictionary& dictionary) const {
+    for (const auto& [key, value] : dictionary) {
+      if (!std::visit(*this, value.value())) return false;
+    }
+    return true;
+  }
+  template <class Scalar>
+  bool operator()(const Scalar&) const {
+    return true;
+  }
+};
+
+void require(bool condition) {
+  if (!condition) std::abort();
+}
+
+}  // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
+  const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  const std::optional<PropertyList> list = qbdkr::parsePropertyList(bytes);
+  if (!list) return 0;
+  const std::optional<std::string> xml = qbdkr::xmlPropertyList(*list);
+  if (!xml) return 0;
+
+  const std::optional<PropertyList> again = qbdkr::parsePropertyList(*xml);
+  require(again.has_value());
+  require(qbdkr::xmlPropertyList(*again) == xml);
+  if (std::visit(IsComparable(), list->value())) require(*again == *list);
+  return 0;
+}

@@ -1,0 +1,198 @@
+// Holds what is written and read here against an implementation that others wrote: Python's.
+#include <gtest/gtest.h>
+#include <spawn.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <limits>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <system_error>
+
+#include "Platform/PropertyList.h"
+
+namespace qbdkr {
+namespace {
+
+using namespace std::string_literals;
+using Array = PropertyList::Array;
+using Data = PropertyList::Data;
+using Date = PropertyList::Date;
+using Dictionary = PropertyList::Dictionary;
+using Integer = PropertyList::Integer;
+
+// The value that both sides must agree on, as Python writes it. Identifiers exist in the binary
+// form only.
+constexpr std::string_view pythonValue = R"(
+import datetime, math, plistlib, sys
+value = {
+    'text': 'Gr\u00fc\u00dfe \u263a \U0001f600 <&> "\'\r\n\t',
+    'empty': '',
+    '\U0001f600 key': True,
+    'no': False,
+    'one': 1, 'minus one': -1, 'byte': 255, 'word': 65536,
+    'largest': 2**64 - 1, 'smallest': -2**63, 'two to 63': 2**63, 'two to 63 less 1': 2**63 - 1,
+    'tenth': 0.1, 'huge': 1e300, 'negative': -2.5, 'infinite': -math.inf,
+    'date': datetime.datetime(2026, 8, 1, 12, 30, 5),
+    'old date': datetime.datetime(1804, 2, 29, 23, 59, 59),
+    'data': bytes(range(256)), 'no data': b'',
+    'list': [1, 'two', [3.5, [], {}], {'four': [True]}],
+    'long list': list(range(300)),
+    'long text': 'x' * 1000,
+}
+)";
+
+Integer largest() {
+  Integer integer;
+  integer.magnitude = std::numeric_limits<std::uint64_t>::max();
+  return integer;
+}
+
+Integer twoTo63() {
+  Integer integer;
+  integer.magnitude = std::uint64_t{1} << 63;
+  return integer;
+}
+
+Dictionary ownValue() {
+  std::string everyByte;
+  for (int i = 0; i < 256; ++i) everyByte += static_cast<char>(i);
+  Array numbers;
+  for (int i = 0; i < 300; ++i) numbers.emplace_back(i);
+  return {{"text", "Gr\u00FC\u00DFe \u263A \U0001F600 <&> \"'\r\n\t"},
+          {"empty", ""},
+          {"\U0001F600 key", true},
+          {"no", false},
+          {"one", 1},
+          {"minus one", -1},
+          {"byte", 255},
+          {"word", 65536},
+          {"largest", largest()},
+          {"smallest", std::numeric_limits<std::int64_t>::min()},
+          {"two to 63", twoTo63()},
+          {"two to 63 less 1", std::numeric_limits<std::int64_t>::max()},
+          {"tenth", 0.1},
+          {"huge", 1e300},
+          {"negative", -2.5},
+          {"infinite", -std::numeric_limits<double>::infinity()},
+          {"date", Date{807280205}},
+          {"old date", Date{-6211641601}},
+          {"data", Data{everyByte}},
+          {"no data", Data{}},
+          {"list", Array{1, "two", Array{3.5, Array{}, Dictionary()},
+                         Dictionary{{"four", Array{PropertyList(true)}}}}},
+          {"long list", numbers},
+          {"long text", std::string(1000, 'x')}};
+}
+
+// Runs Python; true when it was there and had no complaint.
+bool python(const std::string& program, const std::string& path) {
+  std::string interpreter = "/usr/bin/python3";
+  std::string option = "-c";
+  std::string script = program;
+  std::string argument = path;
+  const std::array<char*, 5> arguments = {interpreter.data(), option.data(), script.data(),
+                                          argument.data(), nullptr};
+  pid_t child = 0;
+  if (::posix_spawn(&child, interpreter.c_str(), nullptr, nullptr, arguments.data(), environ) !=
+      0) {
+    return false;
+  }
+  int status = -1;
+  if (::waitpid(child, &status, 0) != child) return false;
+  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+}
+
+class PropertyListJudge : public testing::Test {
+ protected:
+  PropertyListJudge() {
+    std::string pattern = testing::TempDir() + "PropertyListJudgeXXXXXX";
+    folder_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
+  }
+  ~PropertyListJudge() override {
+    std::error_code ignored;
+    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
+  }
+  void SetUp() override { ASSERT_FALSE(folder_.empty()); }
+
+  [[nodiscard]] std::string path() const { return folder_ + "/list.plist"; }
+
+  [[nodiscard]] bool judges(const PropertyList& list, const std::string& assertion) const {
+    const std::optional<std::string> xml = xmlPropertyList(list);
+    if (!xml) return false;
+    std::ofstream(path(), std::ios::binary) << *xml;
+    return python(std::string(pythonValue) + "read = plistlib.load(open(sys.argv[1], 'rb'))\n" +
+                      "assert " + assertion + ", read\n",
+                  path());
+  }
+
+  [[nodiscard]] std::optional<Dictionary> written(const std::string& expression,
+                                                  const std::string& form) const {
+    const bool hasWritten =
+        python(std::string(pythonValue) + "with open(sys.argv[1], 'wb') as file:\n" +
+                   "    plistlib.dump(" + expression + ", file, fmt=plistlib." + form +
+                   ", sort_keys=False)\n",
+               path());
+    if (!hasWritten) return std::nullopt;
+    return readDictionaryFile(path());
+  }
+
+ private:
+  std::string folder_;
+};
+
+TEST_F(PropertyListJudge, AgreesOnWhatIsWritten) {
+  EXPECT_TRUE(judges(ownValue(), "read == value"));
+  EXPECT_TRUE(judges(ownValue(), "list(read) == list(value)"));
+  EXPECT_TRUE(judges(ownValue(), "all(type(read[key]) is type(value[key]) for key in value)"));
+}
+
+TEST_F(PropertyListJudge, FindsADifference) {
+  Dictionary different = ownValue();
+  different.set("minus one", largest());
+  EXPECT_FALSE(judges(different, "read == value"));
+}
+
+TEST_F(PropertyListJudge, AgreesOnScalarsAndNaN) {
+  EXPECT_TRUE(judges("text", "read == 'text'"));
+  EXPECT_TRUE(judges(Array{std::numeric_limits<double>::quiet_NaN()}, "math.isnan(read[0])"));
+  EXPECT_TRUE(judges(Array{1.0}, "type(read[0]) is float"));
+}
+
+TEST_F(PropertyListJudge, ItsXMLListsAreRead) {
+  // Its XML writer makes plain ends of lines of carriage returns; only its binary lists keep them.
+  Dictionary expected = ownValue();
+  expected.set("text", "Gr\u00FC\u00DFe \u263A \U0001F600 <&> \"'\n\t");
+  EXPECT_EQ(written("value", "FMT_XML"), expected);
+}
+
+TEST_F(PropertyListJudge, ItsBinaryListsAreRead) {
+  EXPECT_EQ(written("value", "FMT_BINARY"), ownValue());
+}
+
+TEST_F(PropertyListJudge, ItsIdentifiersAreRead) {
+  const Dictionary expected{{"ids", Array{Dictionary{{"CF$UID", 1}}, Dictionary{{"CF$UID", 70000}},
+                                          Dictionary{{"CF$UID", std::int64_t{1} << 40}}}}};
+  EXPECT_EQ(
+      written("{'ids': [plistlib.UID(1), plistlib.UID(70000), plistlib.UID(2**40)]}", "FMT_BINARY"),
+      expected);
+}
+
+TEST_F(PropertyListJudge, ItsListsOfManyObjectsAreRead) {
+  const std::optional<Dictionary> many =
+      written("{'k%d' % i: [i, str(i), i / 2] for i in range(30000)}", "FMT_BINARY");
+  ASSERT_TRUE(many);
+  EXPECT_EQ(many->size(), 30'000U);
+  ASSERT_TRUE(many->find("k29999"));
+  EXPECT_EQ(*many->find("k29999"), PropertyList(Array{29999, "29999", 14999.5}));
+}
+
+}  // namespace
+}  // namespace qbdkr
