@@ -1,0 +1,43 @@
+# Installs the build into a directory of its own, then builds and runs a host and a helper agent
+# against it, once through CMake's package and once through pkg-config.
+function(run)
+  execute_process(COMMAND ${ARGV} RESULT_VARIABLE result OUTPUT_VARIABLE output ERROR_VARIABLE output)
+  if(NOT result EQUAL 0)
+    list(JOIN ARGV " " command)
+    message(FATAL_ERROR "${command}\n${output}")
+  endif()
+  set(output "${output}" PARENT_SCOPE)
+endfunction()
+
+function(check_output)
+  if(NOT output MATCHES "compares 1, status -600")
+    message(FATAL_ERROR "unexpected output: ${output}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK})
+set(prefix ${WORK}/prefix)
+run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+set(flags)
+if(SANITIZERS)
+  set(flags -fsanitize=${SANITIZERS})
+endif()
+
+run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
+    -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
+run(${CMAKE_COMMAND} --build ${WORK}/build)
+run(${CMAKE_COMMAND} -E env --unset=DBUS_SESSION_BUS_ADDRESS ${WORK}/build/host)
+check_output()
+run(${WORK}/build/agent)
+
+file(GLOB_RECURSE description ${prefix}/*/QBDKRProductClient.pc)
+get_filename_component(directory ${description} DIRECTORY)
+set(ENV{PKG_CONFIG_PATH} ${directory})
+# The files name the prefix that the build was configured with; this installation is elsewhere.
+execute_process(COMMAND pkg-config --define-variable=prefix=${prefix} --cflags --libs QBDKRProductClient
+                OUTPUT_VARIABLE options OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
+separate_arguments(options UNIX_COMMAND "${options}")
+get_filename_component(libraries ${directory} DIRECTORY)
+run(${COMPILER} ${CONSUMER}/host.cpp -o ${WORK}/host ${flags} ${options} -Wl,-rpath,${libraries})
+run(${CMAKE_COMMAND} -E env --unset=DBUS_SESSION_BUS_ADDRESS ${WORK}/host)
+check_output()

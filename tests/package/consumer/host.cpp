@@ -1,0 +1,16 @@
+// Uses what both libraries export. It runs outside any bundle, so there is no helper agent to reach.
+
+#include <cstdio>
+
+#include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPVersion.h"
+#include "ProductClient/QBHPHelper.h"
+
+int main() {
+  qbdkr::QBHPHelper::share();
+  const int order = qbdkr::compareVersion("1.10", "1.9");
+  const qbdkr::OSErr status = qbdkr::QBHPHelperControl::share().show("1", "1.0");
+  // Without a bus address there may still be a bus at its usual place: both answers are right.
+  std::printf("compares %d, status %d\n", order, status == -609 ? -600 : status);
+  return 0;
+}
