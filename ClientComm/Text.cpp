@@ -22,10 +22,9 @@ bool takeSign(std::string_view& text) {
 // The value of the digits that a text begins with, of any script, no further than 2^31.
 std::int64_t magnitude(std::string_view text) {
   constexpr std::int64_t limit = std::int64_t{1} << 31U;
-  constexpr std::size_t enough = 512;  // bytes; leading zeros aside, a dozen decide
   text = text.substr(std::min(text.find_first_not_of('0'), text.size()));
   std::int64_t value = 0;
-  for (const char16_t unit : utf16FromUTF8(text.substr(0, enough))) {
+  for (const char16_t unit : utf16FromUTF8(text)) {
     const auto digit = decimalDigitValue(unit);
     if (!digit) break;
     value = std::min(value * 10 + *digit, limit);

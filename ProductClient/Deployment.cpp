@@ -49,6 +49,7 @@ void QBHPHelperCommunicate::extractHelper() {
   const auto lock = FileLock::acquire(*configuration.installDirectory, deploymentPatience);
   const std::string installed =
       appendPathComponent(*configuration.installDirectory, lastPathComponent(*resource));
+  clearInterrupted(installed);
   if (fileExists(installed)) {
     const auto version = getVersionByBundlePath(*resource);
     const auto installedVersion = getVersionByBundlePath(installed);

@@ -6,10 +6,9 @@
 #include <algorithm>
 #include <array>
 #include <climits>
-#include <map>
-#include <mutex>
 
 #include "Platform/Files.h"
+#include "Platform/Linux/CachedDictionary.h"
 #include "Platform/Linux/Localization.h"
 
 namespace qbdkr {
@@ -19,65 +18,6 @@ using Dictionary = PropertyList::Dictionary;
 
 constexpr std::string_view informationFile = "Contents/Info.plist";
 constexpr std::string_view deletedMark = " (deleted)";
-
-// What tells that a file is still the one that was read.
-struct Signature {
-  dev_t device;
-  ino_t inode;
-  off_t size;
-  timespec modified;
-  timespec changed;
-
-  explicit Signature(const struct stat& status)
-      : device(status.st_dev),
-        inode(status.st_ino),
-        size(status.st_size),
-        modified(status.st_mtim),
-        changed(status.st_ctim) {}
-
-  bool operator==(const Signature& other) const {
-    const auto same = [](const timespec& a, const timespec& b) {
-      return a.tv_sec == b.tv_sec && a.tv_nsec == b.tv_nsec;
-    };
-    return device == other.device && inode == other.inode && size == other.size &&
-           same(modified, other.modified) && same(changed, other.changed);
-  }
-};
-
-// The information property lists of the applications that processes run, so that asking for one is
-// a look at the file's status and not a parse.
-class InformationCache {
- public:
-  std::shared_ptr<const Dictionary> read(const std::string& path, const struct stat& status) {
-    const Signature signature(status);
-    {
-      const std::lock_guard lock(mutex_);
-      const auto known = entries_.find(path);
-      if (known != entries_.end() && known->second.signature == signature) {
-        return known->second.info;
-      }
-    }
-    auto info = std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
-    const std::lock_guard lock(mutex_);
-    if (entries_.size() >= capacity) entries_.clear();
-    entries_.insert_or_assign(path, Entry{signature, info});
-    return info;
-  }
-
- private:
-  static constexpr std::size_t capacity = 64;
-  struct Entry {
-    Signature signature;
-    std::shared_ptr<const Dictionary> info;
-  };
-  std::mutex mutex_;
-  std::map<std::string, Entry, std::less<>> entries_;
-};
-
-InformationCache& informationCache() {
-  static auto& cache = *new InformationCache;
-  return cache;
-}
 
 bool isDirectory(const std::string& path) {
   struct stat status {};
@@ -198,15 +138,15 @@ std::vector<std::string> Bundle::preferredLocalizations() const {
 }
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
-  executable = withoutDeletedMark(executable);
+  const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
+  executable = place;
   if (!executable.starts_with('/')) return std::nullopt;
   for (auto slash = executable.rfind('/'); slash != std::string_view::npos && slash > 0;
        slash = executable.rfind('/', slash - 1)) {
     std::string directory(executable.substr(0, slash));
     const std::string path = appendPathComponent(directory, informationFile);
-    struct stat status {};
-    if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) continue;
-    return EnclosingBundle{std::move(directory), informationCache().read(path, status)};
+    if (auto info = cachedDictionary(path))
+      return EnclosingBundle{std::move(directory), std::move(info)};
   }
   return std::nullopt;
 }

@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -16,14 +17,15 @@
 namespace qbdkr {
 namespace {
 
-struct Pipe {
-  Descriptor read;
-  Descriptor write;
+// Two ends that talk to each other.
+struct Conversation {
+  Descriptor ours;
+  Descriptor theirs;
 
-  static std::optional<Pipe> open() {
+  static std::optional<Conversation> open() {
     std::array<int, 2> ends{};
-    if (pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
-    return Pipe{Descriptor(ends[0]), Descriptor(ends[1])};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return std::nullopt;
+    return Conversation{Descriptor(ends[0]), Descriptor(ends[1])};
   }
 };
 
@@ -36,7 +38,7 @@ bool readInteger(int descriptor, int& value) {
 }
 
 void writeInteger(int descriptor, int value) {
-  [[maybe_unused]] const auto written = ::write(descriptor, &value, sizeof value);
+  [[maybe_unused]] const auto sent = ::send(descriptor, &value, sizeof value, MSG_NOSIGNAL);
 }
 
 // Everything that the child needs, made before the fork: between fork and exec only calls that a
@@ -45,8 +47,10 @@ struct Plan {
   const char* executable;
   int input;
   int output;
-  int report;   // the child's process id goes here, then an errno value if exec fails
-  int goAhead;  // the child waits here until its parent watches it
+  // The child says its process id here and waits for a word before it goes on, so that its parent
+  // watches it by then; if it cannot be executed it says why.
+  int parent;
+  int parentsEnd;
 };
 
 void resetSignals() {
@@ -65,11 +69,13 @@ void markInheritedDescriptorsCloseOnExec() {
 }
 
 [[noreturn]] void becomeApplication(const Plan& plan) {
+  // Nobody waits for a word from a parent that is gone.
+  close(plan.parentsEnd);
   setsid();
   resetSignals();
-  writeInteger(plan.report, getpid());
+  writeInteger(plan.parent, getpid());
   int go = 0;
-  if (!readInteger(plan.goAhead, go)) _exit(127);
+  if (!readInteger(plan.parent, go)) _exit(127);
   dup2(plan.input, STDIN_FILENO);
   dup2(plan.output, STDOUT_FILENO);
   dup2(plan.output, STDERR_FILENO);
@@ -78,7 +84,7 @@ void markInheritedDescriptorsCloseOnExec() {
     const std::array<char*, 2> arguments{const_cast<char*>(plan.executable), nullptr};
     execv(plan.executable, arguments.data());
   }
-  writeInteger(plan.report, errno);
+  writeInteger(plan.parent, errno);
   _exit(127);
 }
 
@@ -108,24 +114,24 @@ Descriptor outputForApplication(const std::string& executable) {
 }  // namespace
 
 std::optional<DetachedProcess> startDetached(const std::string& executable) {
-  auto report = Pipe::open();
-  auto goAhead = Pipe::open();
+  auto conversation = Conversation::open();
   const Descriptor input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   const Descriptor output = outputForApplication(executable);
-  if (!report || !goAhead || !input || !output) return std::nullopt;
-  if (!forkTwice({executable.c_str(), input.get(), output.get(), report->write.get(),
-                  goAhead->read.get()})) {
+  if (!conversation || !input || !output) return std::nullopt;
+  if (!forkTwice({executable.c_str(), input.get(), output.get(), conversation->theirs.get(),
+                  conversation->ours.get()})) {
     return std::nullopt;
   }
-  report->write = Descriptor();
+  conversation->theirs = Descriptor();
+  const int child = conversation->ours.get();
 
   DetachedProcess process;
-  if (!readInteger(report->read.get(), process.processID)) return std::nullopt;
+  if (!readInteger(child, process.processID)) return std::nullopt;
   process.ended = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process.processID, 0)));
   if (!process.ended) return std::nullopt;
-  writeInteger(goAhead->write.get(), 1);
+  writeInteger(child, 1);
   int error = 0;
-  if (readInteger(report->read.get(), error)) return std::nullopt;
+  if (readInteger(child, error)) return std::nullopt;
   return process;
 }
 

@@ -187,6 +187,18 @@ std::optional<std::string> removeItem(const std::string& path) {
   return std::nullopt;
 }
 
+std::string pathBeforeRemoval(std::string_view path) {
+  constexpr std::string_view item = "XXXXXX/item/";  // as Staging names it
+  const auto suffix = path.rfind(stagingSuffix);
+  const auto slash = suffix == std::string_view::npos ? suffix : path.rfind('/', suffix);
+  if (slash == std::string_view::npos || path[slash + 1] != '.') return std::string(path);
+  const auto rest = suffix + stagingSuffix.size() + item.size() - 1;
+  const std::string_view mark = item.substr(item.find('/'));
+  if (!path.substr(0, std::min(rest + 1, path.size())).ends_with(mark)) return std::string(path);
+  const std::string_view name = path.substr(slash + 2, suffix - slash - 2);
+  return std::string(path.substr(0, slash + 1)).append(name).append(path.substr(rest));
+}
+
 bool copyItem(const std::string& from, const std::string& to) {
   struct stat status {};
   if (::lstat(to.c_str(), &status) == 0) return false;
@@ -195,6 +207,8 @@ bool copyItem(const std::string& from, const std::string& to) {
   return copyTree(from, staging->item()) && flushTree(staging->item()) &&
          moveWithoutReplacing(staging->item(), to) && flush(fs::path(to).parent_path());
 }
+
+void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }
 
 bool replaceFile(const std::string& path, std::string_view contents) {
   std::string staged = path + ".XXXXXX";
@@ -240,6 +254,7 @@ std::optional<FileLock> FileLock::acquire(const std::string& path,
   // flock() has no time-out of its own, and no event tells that a lock was released.
   constexpr int pauseInMilliseconds = 10;
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+    if (errno != EWOULDBLOCK && errno != EINTR) return std::nullopt;
     if (std::chrono::steady_clock::now() >= deadline) return std::nullopt;
     ::poll(nullptr, 0, pauseInMilliseconds);
   }

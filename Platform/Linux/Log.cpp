@@ -1,5 +1,7 @@
 #include "Platform/Log.h"
 
+#include <pthread.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <time.h>
 #include <unistd.h>
@@ -57,9 +59,35 @@ std::string prefix() {
   return text.data();
 }
 
+// Keeps a write to a pipe that nobody reads any more from ending the host.
+class IgnoredBrokenPipe {
+ public:
+  IgnoredBrokenPipe() {
+    sigemptyset(&brokenPipe_);
+    sigaddset(&brokenPipe_, SIGPIPE);
+    sigset_t pending;
+    sigpending(&pending);
+    wasPending_ = sigismember(&pending, SIGPIPE) == 1;
+    pthread_sigmask(SIG_BLOCK, &brokenPipe_, &before_);
+  }
+  IgnoredBrokenPipe(const IgnoredBrokenPipe&) = delete;
+  IgnoredBrokenPipe& operator=(const IgnoredBrokenPipe&) = delete;
+  ~IgnoredBrokenPipe() {
+    constexpr timespec now{};
+    if (!wasPending_) sigtimedwait(&brokenPipe_, nullptr, &now);
+    pthread_sigmask(SIG_SETMASK, &before_, nullptr);
+  }
+
+ private:
+  sigset_t brokenPipe_{};
+  sigset_t before_{};
+  bool wasPending_ = false;
+};
+
 // One write for the whole line, so that lines of several threads and processes do not mix.
 void writeToStandardError(std::string_view line) {
   const std::string text = prefix().append(line) + '\n';
+  const IgnoredBrokenPipe ignored;
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
 }
 

@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <mutex>
 #include <stdexcept>
 #include <thread>
@@ -83,8 +84,10 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
   }
 
   void stop() override {
+    const int before = errno;  // what a signal handler interrupts must not notice
     stopped_.store(true);
     wake();
+    errno = before;
   }
 
   [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_); }

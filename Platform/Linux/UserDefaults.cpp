@@ -8,6 +8,7 @@
 
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
+#include "Platform/Linux/CachedDictionary.h"
 #include "Platform/RunLoop.h"
 
 namespace qbdkr {
@@ -33,9 +34,9 @@ std::optional<std::string> fileOfDomain(std::string_view domain) {
   return appendPathComponent(preferencesDirectory(), std::string(domain) + ".plist");
 }
 
-std::optional<Dictionary> readDomain(std::string_view domain) {
+std::shared_ptr<const Dictionary> readDomain(std::string_view domain) {
   const auto file = fileOfDomain(domain);
-  return file ? readDictionaryFile(*file) : std::nullopt;
+  return file ? cachedDictionary(*file) : nullptr;
 }
 
 using Changes = std::map<std::string, std::optional<PropertyList>, std::less<>>;
@@ -58,7 +59,8 @@ bool store(std::string_view domain, const Changes& changes) {
   if (!lock) return false;
   const auto before = readDictionaryFile(*file);
   // What somebody else damaged is put aside, not overwritten.
-  if (!before && fileExists(*file) && std::rename(file->c_str(), (*file + ".damaged").c_str()) != 0) {
+  if (!before && fileExists(*file) &&
+      std::rename(file->c_str(), (*file + ".damaged").c_str()) != 0) {
     return false;
   }
   Dictionary after = before.value_or(Dictionary());
@@ -95,6 +97,7 @@ struct UserDefaults::State {
   std::mutex writing;
   std::mutex mutex;
   Changes unsaved;
+  bool writeScheduled = false;  // on the main run loop
 };
 
 UserDefaults& UserDefaults::standard() {
@@ -104,10 +107,12 @@ UserDefaults& UserDefaults::standard() {
 }
 
 std::optional<Dictionary> UserDefaults::persistentDomain(std::string_view domain) {
-  return readDomain(domain);
+  const auto stored = readDomain(domain);
+  return stored ? std::optional(*stored) : std::nullopt;
 }
 
-UserDefaults::UserDefaults(std::string domain) : state_(std::make_shared<State>(std::move(domain))) {}
+UserDefaults::UserDefaults(std::string domain)
+    : state_(std::make_shared<State>(std::move(domain))) {}
 
 UserDefaults::~UserDefaults() = default;
 
@@ -126,13 +131,21 @@ bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> v
   const bool representable =
       xmlPropertyList(Dictionary{{std::string(key), value.value_or(PropertyList())}}).has_value();
   if (!representable) return false;
-  bool firstUnsaved = false;
+  bool alreadyScheduled = false;
   {
     const std::lock_guard lock(state_->mutex);
-    firstUnsaved = state_->unsaved.empty();
+    alreadyScheduled = std::exchange(state_->writeScheduled, true);
     state_->unsaved.insert_or_assign(std::string(key), std::move(value));
   }
-  if (firstUnsaved) RunLoop::main().perform([state = state_] { state->synchronize(); });
+  if (!alreadyScheduled) {
+    RunLoop::main().perform([state = state_] {
+      {
+        const std::lock_guard lock(state->mutex);
+        state->writeScheduled = false;
+      }
+      state->synchronize();
+    });
+  }
   return true;
 }
 

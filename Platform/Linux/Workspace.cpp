@@ -107,11 +107,12 @@ bool isRunning(const std::string& identifier) {
 }  // namespace
 
 bool openFile(const std::string& bundlePath) {
-  // One opener at a time: the next one finds the application running.
+  // One opener at a time: the next one finds the application running. Where there are no locks, or
+  // whoever has it is stuck, two at the same time are the lesser evil.
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   const auto executable = bundle ? bundle->executablePath() : std::nullopt;
-  if (!lock || !executable) return false;
+  if (!executable) return false;
   const auto identifier = bundle->infoString(kCFBundleIdentifierKey);
   if (identifier && isRunning(*identifier)) return true;
 
