@@ -11,4 +11,8 @@ namespace qbdkr {
 // when it cannot be executed or ends before it can be reached. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
 
+// Waits while any process is opening an application bundle, which is then running but perhaps not
+// to be reached yet; returns at once when nobody is. Any thread.
+QBDKR_EXPORT void waitWhileOpened(const std::string& bundlePath);
+
 }  // namespace qbdkr

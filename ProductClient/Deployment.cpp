@@ -81,6 +81,7 @@ bool QBHPHelperCommunicate::launchHelepr() {
   const bool running =
       QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier), path);
   if (!running && !openFile(path)) return false;
+  if (running) waitWhileOpened(path);  // by another host, or the start request would be lost
   isServerOpen_ = getDefaultHelperServerOpen();
   startHelper();
   return true;

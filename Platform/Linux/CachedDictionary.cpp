@@ -5,6 +5,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace qbdkr {
 namespace {
@@ -79,9 +80,10 @@ std::shared_ptr<const Dictionary> cachedDictionary(const std::string& path) {
   }
   // A file that is replaced between the look and the read is only remembered under the old look,
   // and read again the next time.
-  auto dictionary =
-      std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
-  if (!signature.isSettled()) return dictionary;
+  auto read = readDictionaryFile(path);
+  const bool whole = read.has_value();  // or it may have failed for want of a descriptor
+  auto dictionary = std::make_shared<const Dictionary>(std::move(read).value_or(Dictionary()));
+  if (!whole || !signature.isSettled()) return dictionary;
   const std::lock_guard lock(cache().mutex);
   if (cache().entries.size() >= capacity) cache().entries.clear();
   cache().entries.insert_or_assign(path, Entry{signature, dictionary});

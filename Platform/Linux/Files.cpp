@@ -114,7 +114,9 @@ bool flush(const fs::path& path) {
 
 bool flushTree(const fs::path& root) {
   std::error_code error;
-  if (!fs::is_directory(fs::symlink_status(root, error))) return flush(root);
+  const auto status = fs::symlink_status(root, error);
+  if (fs::is_symlink(status)) return true;  // stored with its directory
+  if (!fs::is_directory(status)) return flush(root);
   for (auto entry = fs::recursive_directory_iterator(root, error);
        !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
     if (!entry->is_symlink(error) && !flush(entry->path())) return false;

@@ -1,5 +1,9 @@
 #include "Platform/UserDefaults.h"
 
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstdio>
 #include <cstdlib>
 #include <map>
 #include <memory>
@@ -9,6 +13,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
+#include "Platform/Linux/Descriptor.h"
 #include "Platform/RunLoop.h"
 
 namespace qbdkr {
@@ -51,6 +56,12 @@ void merge(Dictionary& stored, const Changes& changes) {
   }
 }
 
+// True as well when the file is refused to this user: that does not pass by itself.
+bool canBeOpened(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return file || errno == EACCES;
+}
+
 bool store(std::string_view domain, const Changes& changes) {
   const auto file = fileOfDomain(domain);
   const std::string directory = preferencesDirectory();
@@ -58,6 +69,8 @@ bool store(std::string_view domain, const Changes& changes) {
   const auto lock = FileLock::acquire(directory, lockPatience);
   if (!lock) return false;
   const auto before = readDictionaryFile(*file);
+  // What cannot be read for want of a descriptor, say, may be good.
+  if (!before && fileExists(*file) && !canBeOpened(*file)) return false;
   // What somebody else damaged is put aside, not overwritten.
   if (!before && fileExists(*file) &&
       std::rename(file->c_str(), (*file + ".damaged").c_str()) != 0) {

@@ -124,4 +124,8 @@ bool openFile(const std::string& bundlePath) {
   return CheckIn(*name).wait(*process, deadline) || !hasEnded(*process);
 }
 
+void waitWhileOpened(const std::string& bundlePath) {
+  [[maybe_unused]] const auto lock = FileLock::acquire(bundlePath, lockPatience);
+}
+
 }  // namespace qbdkr

@@ -8,6 +8,7 @@
 #include <cstdint>
 #include <cstring>
 #include <string>
+#include <utility>
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
@@ -111,11 +112,11 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
       shape % 16 == 2 ? item(input, 0) : AppleEventDescriptor::withString(methodName(input)), 0);
   auto arguments = AppleEventDescriptor::list();
   while (!input.empty()) arguments.insertDescriptor(item(input, 0), 0);
-  if (shape % 16 != 3) directObject.insertDescriptor(arguments, 0);
+  if (shape % 16 != 3) directObject.insertDescriptor(std::move(arguments), 0);
 
   AppleEvent event(qbdkr::kCoreEventClass, qbdkr::kAECall, {}, qbdkr::kAutoGenerateReturnID,
                    qbdkr::kAnyTransactionID);
-  event.setParamDescriptor(qbdkr::keyDirectObject, directObject);
+  event.setParamDescriptor(qbdkr::keyDirectObject, std::move(directObject));
   event.setAttributeDescriptor(qbdkr::keyAddressAttr,
                                shape % 16 == 4 ? item(input, 0) : ownAddress());
   AppleEvent reply;

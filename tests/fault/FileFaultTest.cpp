@@ -1,0 +1,191 @@
+// Files that are damaged, unreadable or not what they should be, and a disk that is full.
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds soon(10);
+
+struct Damage {
+  const char* name;
+  std::string contents;
+};
+
+void PrintTo(const Damage& damage, std::ostream* stream) { *stream << damage.name; }
+
+class DamagedPreferences : public testing::TestWithParam<Damage> {};
+
+TEST_P(DamagedPreferences, AreSetAsideAndReplaced) {
+  Scene scene;
+  const auto file = scene.home().preferencesFile(scene.hostID());
+  writeFile(file, GetParam().contents);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("first-start"), "1001");
+  const auto stored = scene.preferences(scene.hostID());
+  EXPECT_NE(stored.find("\"PID\": \"1001\""), std::string::npos) << stored;
+  EXPECT_EQ(readFile(file.string() + ".damaged"), GetParam().contents);
+  host->quit();
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Host, DamagedPreferences,
+    testing::Values(
+        Damage{"Empty", ""}, Damage{"Garbage", "\x01\xff\xfe no list at all"},
+        Damage{"HalfWritten",
+               "<?xml version=\"1.0\"?><plist version=\"1.0\"><dict><key>PID</key><str"},
+        Damage{"BinaryGarbage",
+               "bplist00\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff"
+               "\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff\xff"},
+        Damage{"NotADictionary", "<?xml version=\"1.0\"?><plist version=\"1.0\"><array/></plist>"}),
+    [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(FileFault, UnreadablePreferencesAreSetAside) {
+  Scene scene;
+  const auto file = scene.home().preferencesFile(scene.hostID());
+  writeFile(file, informationPropertyList({{"PID", "old"}}));
+  fs::permissions(file, fs::perms::none);
+  auto options = scene.options();
+  options.obeyFilePermissions = true;
+  const auto host = scene.start(scene.makeHost("Host", "1.0"), options);
+  host->call("share");
+  scene.transcript().waitFor({"clientIDFormHelper"});
+  EXPECT_EQ(host->call("first-start"), "1001");
+  EXPECT_TRUE(fs::exists(file.string() + ".damaged"));
+  EXPECT_NE(scene.preferences(scene.hostID()).find("\"PID\": \"1001\""), std::string::npos);
+}
+
+TEST(FileFault, PreferencesDirectoryThatCannotBeWrittenCostsTheRecordsAlone) {
+  Scene scene;
+  const auto directory = scene.home().preferencesFile(scene.hostID()).parent_path();
+  fs::create_directories(directory);
+  fs::permissions(directory, fs::perms::owner_read | fs::perms::owner_exec);
+  auto options = scene.options();
+  options.obeyFilePermissions = true;
+  const auto host = scene.start(scene.makeHost("Host", "1.0"), options);
+  host->call("share");
+  scene.transcript().waitFor({"start:prodeuctVersion:", " 1001 3.1"});
+  EXPECT_EQ(host->call("first-start"), "1001");
+  EXPECT_TRUE(fs::is_empty(directory));
+  fs::permissions(directory, fs::perms::owner_all);
+  host->call("set-collect 5");  // stores what could not be stored before
+  EXPECT_NE(scene.preferences(scene.hostID()).find("\"PID\": \"1001\""), std::string::npos);
+}
+
+TEST(FileFault, DamagedPreferencesOfTheHelperMeanAnOpenServer) {
+  Scene scene;
+  const auto file = scene.home().preferencesFile(scene.helperID());
+  writeFile(file, "bplist00 and then nothing that makes sense");
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("server-open"), "yes");
+  EXPECT_EQ(host->call("restart"), "0");
+  EXPECT_EQ(readFile(file), "bplist00 and then nothing that makes sense");
+}
+
+TEST(FileFault, FIFOsInThePlaceOfPreferencesDoNotBlock) {
+  Scene scene;
+  for (const auto& domain : {scene.hostID(), scene.helperID()}) {
+    const auto file = scene.home().preferencesFile(domain);
+    fs::create_directories(file.parent_path());
+    ASSERT_EQ(mkfifo(file.c_str(), 0600), 0);
+  }
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("share", soon), "shared");
+  EXPECT_EQ(host->call("server-open", soon), "yes");
+  scene.transcript().waitFor({"start:prodeuctVersion:"}, 0, soon);
+}
+
+TEST(FileFault, FullDiskLeavesNoHalfCopy) {
+  Scene scene;
+  const auto bundle = scene.makeHostWithoutHelper("Host");
+  const TestBundle helper(bundle.resources(), "ProbeHelper",
+                          {{"CFBundleIdentifier", scene.helperID()}, {"CFBundleVersion", "1.0"}});
+  writeFile(helper.resources() / "a-small-file", "fits");
+  writeFile(helper.resources() / "large-file", std::string(3'000'000, 'x'));
+  auto options = scene.options();
+  options.largestFile = 1'000'000;
+  {
+    const auto host = scene.start(bundle, options);
+    host->call("share");
+    host->call("extract");
+    EXPECT_FALSE(fs::exists(scene.installedHelper()));
+    EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+    EXPECT_EQ(host->call("launch", soon), "no");
+    host->quit();
+  }
+  const auto host = scene.start(bundle);  // there is room again
+  host->call("share");
+  host->call("extract");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helper.path()));
+}
+
+TEST(FileFault, GarbageInTheHelpersInformationIsInstalledButNotLaunched) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto resource = bundle.resources() / "ProbeHelper.app";
+  writeFile(resource / "Contents/Info.plist", "\x00\x01garbage");
+  const auto host = scene.start(bundle);
+  host->call("share");
+  host->call("extract");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(resource));
+  EXPECT_EQ(host->call("version " + resource.string()), "~");
+  EXPECT_EQ(host->call("launch", soon), "no");
+  host->quit();
+}
+
+TEST(FileFault, GarbageInTheInstalledInformationIsReplacedOrKeptButNeverHalf) {
+  Scene scene;
+  const auto installed = scene.makeHelper("1.0", scene.installDirectory());
+  writeFile(installed.infoFile(), "garbage");
+  const auto before = treeDigest(scene.installedHelper());
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto host = scene.start(bundle);
+  host->call("share");
+  host->call("extract");
+  const auto after = treeDigest(scene.installedHelper());
+  EXPECT_TRUE(after == before || after == treeDigest(bundle.resources() / "ProbeHelper.app"));
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+  host->quit();
+}
+
+TEST(FileFault, FIFOInThePlaceOfTheInformationDoesNotBlock) {
+  Scene scene;
+  const auto installed = scene.makeHelper("1.0", scene.installDirectory());
+  fs::remove(installed.infoFile());
+  ASSERT_EQ(mkfifo(installed.infoFile().c_str(), 0600), 0);
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto resource = bundle.resources() / "ProbeHelper.app";
+  fs::remove(resource / "Contents/Info.plist");
+  ASSERT_EQ(mkfifo((resource / "Contents/Info.plist").c_str(), 0600), 0);
+  const auto host = scene.start(bundle);
+  EXPECT_EQ(host->call("share", soon), "shared");
+  EXPECT_EQ(host->call("extract", soon), "done");
+  EXPECT_EQ(host->call("version " + resource.string(), soon), "~");
+  EXPECT_EQ(host->call("launch", soon), "no");
+  fs::remove_all(scene.installedHelper());
+  EXPECT_EQ(host->call("extract", soon), "done");  // a copy of what cannot be copied
+  EXPECT_FALSE(fs::exists(scene.installedHelper()));
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+}
+
+TEST(FileFault, FileInThePlaceOfTheInstallDirectoryIsLeftAlone) {
+  Scene scene;
+  writeFile(scene.installDirectory(), "a file");
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  host->call("share");
+  EXPECT_EQ(host->call("extract", soon), "done");
+  EXPECT_EQ(host->call("launch", soon), "no");
+  EXPECT_EQ(readFile(scene.installDirectory()), "a file");
+}
+
+}  // namespace
+}  // namespace qbdkr::test

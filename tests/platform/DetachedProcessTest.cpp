@@ -1,0 +1,178 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <filesystem>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "Platform/Linux/DetachedProcess.h"
+#include "support/Environment.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+using test::readFile;
+using test::TemporaryDirectory;
+using test::writeFile;
+
+bool hasEnded(const DetachedProcess& process, int milliseconds) {
+  pollfd state{process.ended.get(), POLLIN, 0};
+  return poll(&state, 1, milliseconds) == 1;
+}
+
+// An executable that leaves what it says in a file, and ends.
+class Detached : public testing::Test {
+ protected:
+  std::string script(const std::string& body) {
+    const fs::path path = directory.path() / "script";
+    writeFile(path, "#!/bin/sh\n" + body + "\n");
+    fs::permissions(path, fs::perms(0755));
+    return path;
+  }
+  // Runs a script to its end; what it left in the file, line by line.
+  std::vector<std::string> linesOf(const std::string& body) {
+    const auto process =
+        startDetached(script("{\n" + body + "\n} > '" + output.string() + "' 2>&1"));
+    EXPECT_TRUE(process.has_value());
+    if (!process || !hasEnded(*process, 20'000)) return {"it did not end"};
+    std::vector<std::string> lines;
+    std::istringstream text(readFile(output));
+    for (std::string line; std::getline(text, line);) lines.push_back(line);
+    return lines;
+  }
+
+  TemporaryDirectory directory;
+  const fs::path output = directory.path() / "output";
+};
+
+TEST_F(Detached, LeadsASessionOfItsOwn) {
+  // Process id, group, session and terminal, as the kernel counts them.
+  const auto lines = linesOf("read -r stat < /proc/$$/stat; echo $$; echo ${stat##*)}");
+  ASSERT_EQ(lines.size(), 2U);
+  std::istringstream stat(lines[1]);
+  std::string state;
+  pid_t parent = 0;
+  pid_t group = 0;
+  pid_t session = 0;
+  int terminal = -1;
+  stat >> state >> parent >> group >> session >> terminal;
+  const pid_t self = std::stoi(lines[0]);
+  EXPECT_EQ(group, self);
+  EXPECT_EQ(session, self);
+  EXPECT_EQ(terminal, 0);
+  EXPECT_NE(parent, getpid());
+}
+
+TEST_F(Detached, InheritsNoDescriptor) {
+  const fs::path file = directory.path() / "open";
+  writeFile(file, "");
+  const int open = ::open(file.c_str(), O_RDONLY);  // not closed on exec
+  const int high = fcntl(open, F_DUPFD, 500);
+  ASSERT_GE(high, 500);
+  const auto lines = linesOf("for fd in /proc/$$/fd/*; do readlink \"$fd\"; done");
+  close(open);
+  close(high);
+  EXPECT_FALSE(lines.empty());
+  EXPECT_EQ(std::ranges::find(lines, file.string()), lines.end());
+  const auto pipes = std::ranges::count_if(
+      lines, [](const std::string& line) { return line.starts_with("pipe:"); });
+  EXPECT_EQ(pipes, 0);
+}
+
+TEST_F(Detached, HasNoInputAndTheRootAsItsDirectory) {
+  EXPECT_EQ(linesOf("readlink /proc/$$/fd/0; pwd; echo $#"),
+            (std::vector<std::string>{"/dev/null", "/", "0"}));
+}
+
+TEST_F(Detached, HasNoSignalBlockedOrIgnored) {
+  sigset_t all;
+  sigset_t before;
+  sigfillset(&all);
+  pthread_sigmask(SIG_SETMASK, &all, &before);
+  signal(SIGPIPE, SIG_IGN);
+  signal(SIGTERM, SIG_IGN);
+  const auto lines = linesOf("grep -E 'SigBlk|SigIgn' /proc/self/status");
+  signal(SIGPIPE, SIG_DFL);
+  signal(SIGTERM, SIG_DFL);
+  pthread_sigmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(lines,
+            (std::vector<std::string>{"SigBlk:\t0000000000000000", "SigIgn:\t0000000000000000"}));
+}
+
+TEST_F(Detached, TellsItsProcessIDAndItsEnd) {
+  const fs::path fifo = directory.path() / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const auto process = startDetached(
+      script("echo $$ > '" + output.string() + "'; read line < '" + fifo.string() + "'"));
+  ASSERT_TRUE(process.has_value());
+  const int writer = open(fifo.c_str(), O_WRONLY);  // when it can be opened, the script is there
+  ASSERT_GE(writer, 0);
+  EXPECT_FALSE(hasEnded(*process, 0));
+  EXPECT_EQ(readFile(output), std::to_string(process->processID) + '\n');
+  close(writer);
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+}
+
+TEST_F(Detached, LeavesNoZombieAndNoChild) {
+  const auto process = startDetached(script("exit 3"));
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(Detached, SurvivesTheProcessThatStartedIt) {
+  const fs::path fifo = directory.path() / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string path = script("read line < '" + fifo.string() + "'; echo \"$line\" > '" +
+                                  output.string() + "'; echo done > '" + fifo.string() + "'");
+  const pid_t child = fork();
+  if (child == 0) {
+    setsid();
+    const auto process = startDetached(path);
+    // With it goes its whole session.
+    kill(0, process ? SIGKILL : SIGTERM);
+    _exit(1);
+  }
+  int status = 0;
+  waitpid(child, &status, 0);
+  ASSERT_TRUE(WIFSIGNALED(status));
+  ASSERT_EQ(WTERMSIG(status), SIGKILL);
+  writeFile(fifo, "still here\n");  // waits until the script reads
+  EXPECT_EQ(readFile(fifo), "done\n");
+  EXPECT_EQ(readFile(output), "still here\n");
+}
+
+TEST_F(Detached, FailsForWhatCannotBeExecuted) {
+  EXPECT_FALSE(startDetached(directory.path() / "missing").has_value());
+  EXPECT_FALSE(startDetached(directory.path()).has_value());
+  EXPECT_FALSE(startDetached("").has_value());
+  const fs::path file = directory.path() / "not executable";
+  writeFile(file, "#!/bin/sh\n");
+  fs::permissions(file, fs::perms(0644));
+  EXPECT_FALSE(startDetached(file).has_value());
+  writeFile(file, "no program at all");
+  fs::permissions(file, fs::perms(0755));
+  EXPECT_FALSE(startDetached(file).has_value());
+  writeFile(file, "#!/no/such/interpreter\n");
+  EXPECT_FALSE(startDetached(file).has_value());
+  EXPECT_EQ(waitpid(-1, nullptr, WNOHANG), -1);
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(Detached, LeavesTheCallersSignalsAlone) {
+  signal(SIGUSR2, SIG_IGN);
+  EXPECT_TRUE(startDetached(script("exit 0")).has_value());
+  EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
+}
+
+}  // namespace
+}  // namespace qbdkr

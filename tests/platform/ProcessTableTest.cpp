@@ -1,0 +1,187 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstring>
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Files.h"
+#include "Platform/Linux/ProcessInformation.h"
+#include "Platform/ProcessTable.h"
+#include "Program.h"
+#include "support/Environment.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+using test::Process;
+using test::putOwnExecutable;
+using test::TemporaryDirectory;
+using test::writeFile;
+
+std::vector<ProcessRecord> wholeTable() {
+  std::size_t length = 0;
+  EXPECT_EQ(queryProcessTable(nullptr, &length), 0);
+  std::vector<ProcessRecord> records(length / sizeof(ProcessRecord) + 100);
+  length = records.size() * sizeof(ProcessRecord);
+  EXPECT_EQ(queryProcessTable(records.data(), &length), 0);
+  records.resize(length / sizeof(ProcessRecord));
+  return records;
+}
+
+std::optional<ProcessRecord> recordOf(pid_t processID) {
+  const auto records = wholeTable();
+  const auto found = std::ranges::find(records, processID, &ProcessRecord::processID);
+  return found == records.end() ? std::nullopt : std::optional(*found);
+}
+
+ProcessSerialNumber serialOf(pid_t processID) { return {0, static_cast<std::uint32_t>(processID)}; }
+
+std::string identifierOf(pid_t processID) {
+  const auto info = copyProcessInformation(serialOf(processID));
+  const PropertyList* value = info ? info->find("CFBundleIdentifier") : nullptr;
+  return value == nullptr ? "(none)" : *value->string();
+}
+
+TEST(ProcessTable, HasThisProcess) {
+  const auto record = recordOf(getpid());
+  ASSERT_TRUE(record.has_value());
+  EXPECT_EQ(record->effectiveUser, geteuid());
+  EXPECT_EQ(std::string(record->command), std::string(program_invocation_short_name).substr(0, 15));
+}
+
+TEST(ProcessTable, HasEveryProcessOnceInTheOrderOfTheKernel) {
+  const auto records = wholeTable();
+  EXPECT_TRUE(std::ranges::is_sorted(records, {}, &ProcessRecord::processID));
+  EXPECT_EQ(std::ranges::adjacent_find(records, {}, &ProcessRecord::processID), records.end());
+  EXPECT_TRUE(std::ranges::all_of(
+      records, [](const ProcessRecord& record) { return record.processID > 0; }));
+}
+
+TEST(ProcessTable, CommandNamesAreTerminatedAndHaveAtMost16Characters) {
+  const TemporaryDirectory directory;
+  const fs::path executable = directory.path() / "a-very-long-name-of-a-program";
+  putOwnExecutable(executable);
+  Process process({"wait"}, executable);
+  ASSERT_EQ(process.readLine(), "waiting");
+  const auto record = recordOf(process.processID());
+  ASSERT_TRUE(record.has_value());
+  const std::size_t length = strnlen(record->command, sizeof record->command);
+  EXPECT_GE(length, 15U);
+  EXPECT_LE(length, 16U);
+  EXPECT_TRUE(executable.filename().string().starts_with(record->command));
+}
+
+TEST(ProcessTable, WithoutABufferItSaysTheRoomThatIsNeeded) {
+  std::size_t length = 0;
+  EXPECT_EQ(queryProcessTable(nullptr, &length), 0);
+  EXPECT_GE(length, sizeof(ProcessRecord));
+  EXPECT_EQ(length % sizeof(ProcessRecord), 0U);
+}
+
+TEST(ProcessTable, ABufferThatIsTooSmallGivesENOMEM) {
+  ProcessRecord one{};
+  std::size_t length = 0;
+  EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
+  Process other({"wait"});  // there are two processes at least
+  length = sizeof one;
+  EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
+}
+
+TEST(ProcessTable, RunningProcessesAreThoseOfTheTable) {
+  Process other({"wait"});
+  const auto processes = runningProcesses();
+  EXPECT_NE(std::ranges::find(processes, getpid()), processes.end());
+  EXPECT_NE(std::ranges::find(processes, other.processID()), processes.end());
+  EXPECT_TRUE(std::ranges::is_sorted(processes));
+}
+
+TEST(ProcessTable, SerialNumberIsTheProcessIDBehindAZeroWord) {
+  ProcessSerialNumber number{1, 1};
+  EXPECT_EQ(getProcessForPID(getpid(), &number), noErr);
+  EXPECT_EQ(number.highLongOfPSN, 0U);
+  EXPECT_EQ(number.lowLongOfPSN, static_cast<std::uint32_t>(getpid()));
+}
+
+TEST(ProcessTable, ThereIsNoProcessOfAnIDThatIsNotPositive) {
+  ProcessSerialNumber number{};
+  EXPECT_EQ(getProcessForPID(0, &number), procNotFound);
+  EXPECT_EQ(getProcessForPID(-1, &number), procNotFound);
+}
+
+TEST(ProcessInformationTest, IsAbsentForWhatIsNoApplication) {
+  EXPECT_EQ(copyProcessInformation(serialOf(getpid())), nullptr);
+  EXPECT_EQ(copyProcessInformation({1, static_cast<std::uint32_t>(getpid())}), nullptr);
+  EXPECT_EQ(copyProcessInformation({0, 0}), nullptr);
+  EXPECT_EQ(copyProcessInformation({0xFFFFFFFFU, 0xFFFFFFFFU}), nullptr);
+  EXPECT_EQ(copyProcessInformation({0, 0xFFFFFFFFU}), nullptr);
+}
+
+// An application that runs, and what is known of it.
+class Application : public testing::Test {
+ protected:
+  Application() {
+    writeFile(path / "Contents/Info.plist",
+              xmlPropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.Acme.Sample"}})
+                  .value());
+    putOwnExecutable(path / "Contents/Linux/Sample");
+    process =
+        std::make_unique<Process>(std::vector<std::string>{"wait"}, path / "Contents/Linux/Sample");
+    EXPECT_EQ(process->readLine(), "waiting");
+  }
+
+  TemporaryDirectory directory;
+  const fs::path path = directory.path() / "Sample.app";
+  std::unique_ptr<Process> process;
+};
+
+TEST_F(Application, IsKnownWhileItRuns) {
+  const pid_t processID = process->processID();
+  EXPECT_EQ(identifierOf(processID), "com.Acme.Sample");
+  process->finish();
+  EXPECT_EQ(identifierOf(processID), "(none)");
+}
+
+TEST_F(Application, WhoseExecutableWasReplacedIsStillKnown) {
+  fs::remove(path / "Contents/Linux/Sample");
+  EXPECT_EQ(identifierOf(process->processID()), "com.Acme.Sample");
+  putOwnExecutable(path / "Contents/Linux/Sample");
+  EXPECT_EQ(identifierOf(process->processID()), "com.Acme.Sample");
+}
+
+TEST_F(Application, WhoseBundleWasReplacedIsStillKnown) {
+  fs::copy(path, directory.path() / "New.app", fs::copy_options::recursive);
+  ASSERT_EQ(removeItem(path), std::nullopt);
+  ASSERT_TRUE(copyItem(directory.path() / "New.app", path));
+  EXPECT_EQ(identifierOf(process->processID()), "com.Acme.Sample");
+}
+
+TEST_F(Application, ThatIsRememberedIsKnownAfterItEndedUntilItIsForgotten) {
+  const pid_t processID = process->processID();
+  rememberProcessInformation(processID);
+  process->finish();
+  EXPECT_EQ(identifierOf(processID), "com.Acme.Sample");
+  forgetProcessInformation(processID);
+  EXPECT_EQ(identifierOf(processID), "(none)");
+}
+
+TEST_F(Application, RememberingWhatIsNoApplicationRemembersNothing) {
+  pid_t processID = 0;
+  {
+    Process other({"wait"});
+    EXPECT_EQ(other.readLine(), "waiting");
+    processID = other.processID();
+    rememberProcessInformation(processID);
+  }
+  EXPECT_EQ(identifierOf(processID), "(none)");
+}
+
+}  // namespace
+}  // namespace qbdkr

@@ -1,0 +1,119 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <map>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace qbdkr::test {
+
+using Environment = std::map<std::string, std::string>;
+
+// What may take long on a busy machine; whatever passes it is a failure.
+inline constexpr std::chrono::seconds patience(30);
+
+// A descriptor that is closed with its owner.
+class OwnedDescriptor {
+ public:
+  explicit OwnedDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
+  OwnedDescriptor(OwnedDescriptor&& other) noexcept : descriptor_(other.release()) {}
+  OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept;
+  ~OwnedDescriptor() { reset(); }
+
+  [[nodiscard]] int get() const { return descriptor_; }
+  int release();
+  void reset();
+
+ private:
+  int descriptor_;
+};
+
+// The end of any process as an event. Made while the process certainly lives.
+class ProcessEnd {
+ public:
+  explicit ProcessEnd(pid_t process);
+  [[nodiscard]] bool hasCome() const { return comesWithin(std::chrono::milliseconds(0)); }
+  [[nodiscard]] bool comesWithin(std::chrono::milliseconds time) const;
+
+ private:
+  OwnedDescriptor descriptor_;
+};
+
+struct SpawnOptions {
+  Environment environment;
+  // Root ignores the permissions of files; a process started so does not.
+  bool obeyFilePermissions = false;
+  std::optional<std::size_t> largestFile;
+};
+
+// A child process with pipes for its three standard streams. Killed with its object, and when the
+// test ends in any other way.
+class ChildProcess {
+ public:
+  ChildProcess(const std::vector<std::string>& command, const SpawnOptions& options);
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+  ~ChildProcess();
+
+  [[nodiscard]] pid_t processID() const { return processID_; }
+
+  void write(const std::string& text);
+  void closeInput() { input_.reset(); }
+
+  // The first line of standard output, or of standard error, from the given one on that a test
+  // accepts. Throws, with all that the process wrote, at the deadline or when its output ends.
+  using LineTest = std::function<bool(const std::string&)>;
+  std::string waitForOutput(const LineTest& accepts, std::size_t from = 0,
+                            std::chrono::milliseconds time = patience);
+  std::string waitForLog(const std::string& part, std::chrono::milliseconds time = patience);
+
+  // Everything up to the end of standard output, for which it waits.
+  std::vector<std::string> outputToItsEnd(std::chrono::milliseconds time = patience);
+
+  [[nodiscard]] std::vector<std::string> output() const;
+  [[nodiscard]] std::vector<std::string> log() const;
+  [[nodiscard]] std::size_t logLinesWith(const std::string& part) const;
+
+  void signal(int number) const;
+  // The status of waitpid(); throws at the deadline.
+  int wait(std::chrono::milliseconds time = patience);
+  // Exit status 0, within the deadline.
+  [[nodiscard]] bool succeeds() { return wait() == 0; }
+  void kill();
+
+ private:
+  struct Stream {
+    OwnedDescriptor descriptor;
+    std::string partial;
+    std::vector<std::string> lines;
+    bool ended = false;
+  };
+
+  void pump();
+  std::string waitFor(Stream& stream, const LineTest& accepts, std::size_t from,
+                      std::chrono::milliseconds time, const std::string& what);
+  [[nodiscard]] std::string everything() const;  // with the lock held
+
+  std::string name_;
+  pid_t processID_ = -1;
+  std::optional<int> status_;
+  OwnedDescriptor input_;
+  OwnedDescriptor stopPump_;
+  mutable std::mutex mutex_;
+  std::condition_variable changed_;
+  Stream output_;
+  Stream error_;
+  std::thread pump_;
+};
+
+// Runs a program to its end and gives what it wrote to standard output. Throws unless it succeeds.
+std::string outputOf(const std::vector<std::string>& command, const Environment& environment);
+
+}  // namespace qbdkr::test

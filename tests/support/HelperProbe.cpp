@@ -1,0 +1,129 @@
+// A helper agent for tests. It appends every event that it receives, as one line, to the file that
+// QBDKR_PROBE_TRANSCRIPT names, and behaves as QBDKR_PROBE_MODE says:
+//   exit-at-once    ends before it can be reached
+//   never-check-in  runs, but does not come to the bus before SIGUSR1
+//   stubborn        does not end when it is asked to
+//   mute            answers no query before SIGUSR1
+// It ends when the process that QBDKR_PROBE_OWNER names ends, so that no test leaves one behind.
+
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Platform/AppleEvent.h"
+#include "Platform/Bundle.h"
+#include "Platform/RunLoop.h"
+#include "support/ProbeText.h"
+
+namespace {
+
+using qbdkr::AppleEvent;
+using qbdkr::AppleEventDescriptor;
+using qbdkr::AppleEventTransport;
+
+std::array<int, 2> released{};
+
+std::string environment(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? "" : value;
+}
+
+void record(const std::string& text) {
+  const std::string path = environment("QBDKR_PROBE_TRANSCRIPT");
+  const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
+  if (file < 0) return;
+  const std::string line = std::to_string(getpid()) + ' ' + text + '\n';
+  [[maybe_unused]] const auto written = ::write(file, line.data(), line.size());
+  ::close(file);
+}
+
+void release(int /*signal*/) { [[maybe_unused]] const auto written = ::write(released[1], "", 1); }
+
+void waitForRelease() {
+  char byte = 0;
+  while (::read(released[0], &byte, 1) < 0) {
+  }
+}
+
+pid_t senderOf(const AppleEvent& event) {
+  const auto* address = event.attributeDescriptor(qbdkr::keyAddressAttr);
+  pid_t sender = 0;
+  if (address != nullptr && address->data().size() == sizeof sender) {
+    std::memcpy(&sender, address->data().data(), sizeof sender);
+  }
+  return sender;
+}
+
+std::string textAt(const AppleEventDescriptor& list, std::size_t index) {
+  const auto* item = list.descriptorAtIndex(index);
+  return item == nullptr ? "" : item->stringValue().value_or("");
+}
+
+std::string answer(const std::string& method, const std::vector<std::string>& arguments) {
+  if (method == "echo:" && !arguments.empty()) return arguments.front();
+  if (method == "summary") return qbdkr::test::summary(arguments);
+  if (method == "clientIDFormHelper") return "client-" + std::to_string(getpid());
+  return "";
+}
+
+void handle(const AppleEvent& event, AppleEvent& reply) {
+  static const std::string mode = environment("QBDKR_PROBE_MODE");
+  const auto* call = event.paramDescriptor(qbdkr::keyDirectObject);
+  if (call == nullptr) return;
+  const auto* list = call->descriptorAtIndex(3);
+  std::vector<std::string> arguments;
+  for (std::size_t i = 1; list != nullptr && i <= list->numberOfItems(); ++i) {
+    arguments.push_back(textAt(*list, i));
+  }
+  const std::string className = textAt(*call, 1);
+  const std::string method = textAt(*call, 2);
+  record("call " + className + ' ' + method + " from " + std::to_string(senderOf(event)) +
+         qbdkr::test::shown(arguments));
+  if (method == "wait" || (mode == "mute" && method == "clientIDFormHelper")) waitForRelease();
+  if (method == "exitHelper:productVersion:" && mode != "stubborn") qbdkr::RunLoop::main().stop();
+  const std::string result = answer(method, arguments);
+  if (result.empty()) return;
+  reply.setParamDescriptor(qbdkr::keyDirectObject, AppleEventDescriptor::withString(result));
+}
+
+void endWithOwner() {
+  const std::string owner = environment("QBDKR_PROBE_OWNER");
+  if (owner.empty()) return;
+  const auto descriptor = static_cast<int>(syscall(SYS_pidfd_open, std::stoi(owner), 0));
+  if (descriptor < 0) _exit(0);
+  std::thread([descriptor] {
+    pollfd ended{descriptor, POLLIN, 0};
+    while (::poll(&ended, 1, -1) < 0) {
+    }
+    _exit(0);
+  }).detach();
+}
+
+}  // namespace
+
+int main() {
+  const std::string mode = environment("QBDKR_PROBE_MODE");
+  if (pipe2(released.data(), O_CLOEXEC) != 0) return 1;
+  struct sigaction action {};
+  action.sa_handler = release;
+  sigaction(SIGUSR1, &action, nullptr);
+  endWithOwner();
+  record("started version " +
+         qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("none"));
+  if (mode == "exit-at-once") return 0;
+  if (mode == "never-check-in") waitForRelease();
+
+  AppleEventTransport::shared().setEventHandler(qbdkr::kCoreEventClass, qbdkr::kAECall, handle);
+  qbdkr::RunLoop::main().run();
+  record("ends");
+  return 0;
+}

@@ -1,0 +1,349 @@
+// A host application for tests. Each line on standard input is a tag, a command and its words; each
+// command runs on a thread of its own and gives one line: the tag and the result. Reports to the
+// delegate are lines that begin with "!". The main thread runs the main run loop.
+
+#include <poll.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <condition_variable>
+#include <cstdlib>
+#include <functional>
+#include <future>
+#include <iostream>
+#include <map>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClientComm/QBHPAppleEventSender.h"
+#include "ClientComm/QBHPProcessList.h"
+#include "Platform/Bundle.h"
+#include "Platform/RunLoop.h"
+#include "Platform/Workspace.h"
+#include "ProductClient/QBHPHelper.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "support/ProbeText.h"
+
+namespace {
+
+using qbdkr::QBHPAppleEventSender;
+using qbdkr::QBHPHelper;
+using qbdkr::QBHPHelperCommunicate;
+using qbdkr::RunLoop;
+using qbdkr::String;
+using qbdkr::test::absentWord;
+using qbdkr::test::decoded;
+using qbdkr::test::encoded;
+
+using Words = std::vector<std::string>;
+
+std::atomic<bool> mainThreadIsBlocked{false};
+
+// One write for a line, so that those of several threads do not mix.
+void print(std::string line) {
+  line += '\n';
+  [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, line.data(), line.size());
+}
+
+// Shows the reports, and passes them on to the communicator, which acts on them.
+class Reports : public qbdkr::QBHPWillHelperExitDelegate,
+                public qbdkr::QBHPDidCheckServerOpenDelegate {
+ public:
+  void willHelperExit() override {
+    print("! will-exit" + where());
+    count();
+    QBHPHelperCommunicate::share().willHelperExit();
+  }
+
+  void didCheckServerOpen(bool open, const qbdkr::Error* error) override {
+    if (!quiet) {
+      print(std::string("! server ") + (open ? "open" : "closed") +
+            (error == nullptr ? " no-error" : " error") + where());
+    }
+    count();
+    QBHPHelperCommunicate::share().didCheckServerOpen(open, error);
+  }
+
+  void waitForCount(std::size_t wanted) {
+    std::unique_lock lock(mutex_);
+    counted_.wait(lock, [&] { return count_ >= wanted; });
+  }
+
+  std::atomic<bool> quiet{false};
+
+ private:
+  static std::string where() {
+    const bool onMainThread = gettid() == getpid();
+    return std::string(onMainThread ? " main-thread" : " other-thread") +
+           (mainThreadIsBlocked ? " nested" : "");
+  }
+
+  void count() {
+    {
+      const std::lock_guard lock(mutex_);
+      ++count_;
+    }
+    counted_.notify_all();
+  }
+
+  std::mutex mutex_;
+  std::condition_variable counted_;
+  std::size_t count_ = 0;
+};
+
+Reports& reports() {
+  static auto& instance = *new Reports;
+  return instance;
+}
+
+template <class Body>
+auto onMainThread(Body body) {
+  std::packaged_task<decltype(body())()> task(std::move(body));
+  auto result = task.get_future();
+  RunLoop::main().perform([&task] { task(); });
+  return result.get();
+}
+
+qbdkr::Text optionalText(const std::string& word) {
+  return word == absentWord ? qbdkr::Text() : qbdkr::Text(word);
+}
+
+struct Message {
+  explicit Message(const Words& words)
+      : texts(decoded(words)), arguments(texts.begin() + 3, texts.end()) {
+    absentTarget = words.at(0) == absentWord;
+  }
+
+  qbdkr::OSErr post() const {
+    return QBHPAppleEventSender::share().sendEvnet(target(), texts[1], texts[2], arguments);
+  }
+
+  qbdkr::OSErr ask(String& result) const {
+    return QBHPAppleEventSender::share().sendEvnet(target(), texts[1], texts[2], arguments, result);
+  }
+
+  [[nodiscard]] qbdkr::Text target() const {
+    return absentTarget ? qbdkr::Text() : qbdkr::Text(texts[0]);
+  }
+
+  std::vector<std::string> texts;
+  std::vector<std::string_view> arguments;
+  bool absentTarget = false;
+};
+
+std::string asked(const Words& words) {
+  const Message message(words);
+  String result;
+  const auto status = message.ask(result);
+  return std::to_string(status) + ' ' + encoded(result);
+}
+
+std::string askedForSummary(const Words& words) {
+  const Message message(words);
+  String result;
+  const auto status = message.ask(result);
+  const std::vector<std::string> answer{result.value_or("")};
+  return std::to_string(status) + ' ' + qbdkr::test::summary(answer);
+}
+
+// TARGET CLASS METHOD THREADS COUNT: each thread posts that many events, with the thread's number
+// and the event's.
+std::string burst(const Words& words) {
+  const auto threadCount = std::stoul(words.at(3));
+  const auto count = std::stoul(words.at(4));
+  std::atomic<unsigned> failed{0};
+  std::vector<std::thread> threads;
+  for (unsigned long thread = 0; thread < threadCount; ++thread) {
+    threads.emplace_back([&, thread] {
+      const std::string name = std::to_string(thread);
+      for (unsigned long i = 0; i < count; ++i) {
+        const std::string number = std::to_string(i);
+        const std::array<std::string_view, 2> arguments{name, number};
+        if (QBHPAppleEventSender::share().sendEvnet(words[0], words[1], words[2], arguments) != 0) {
+          ++failed;
+        }
+      }
+    });
+  }
+  for (auto& thread : threads) thread.join();
+  return "failed " + std::to_string(failed);
+}
+
+std::string statusOf(pid_t child, int descriptor) {
+  constexpr int patience = 20'000;  // milliseconds
+  pollfd answer{descriptor, POLLIN, 0};
+  int status = 0;
+  const bool answered = ::poll(&answer, 1, patience) > 0 &&
+                        ::read(descriptor, &status, sizeof status) == sizeof status;
+  if (!answered) ::kill(child, SIGKILL);
+  int ended = 0;
+  ::waitpid(child, &ended, 0);
+  if (WIFSIGNALED(ended)) return "signal " + std::to_string(WTERMSIG(ended));
+  return answered ? "status " + std::to_string(status) : "no answer";
+}
+
+// The same request from a child process.
+std::string forkAndPost(const Words& words) {
+  const Message message(words);
+  std::array<int, 2> ends{};
+  if (::pipe(ends.data()) != 0) return "no pipe";
+  const pid_t child = fork();
+  if (child == 0) {
+    const int status = message.post();
+    [[maybe_unused]] const auto written = ::write(ends[1], &status, sizeof status);
+    _exit(0);
+  }
+  ::close(ends[1]);
+  const std::string result = statusOf(child, ends[0]);
+  ::close(ends[0]);
+  return result;
+}
+
+std::string share() {
+  onMainThread([] {
+    QBHPHelper::share();
+    qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports());
+    return true;
+  });
+  return "shared";
+}
+
+std::string joinedSenders() {
+  std::string text;
+  for (const auto& identifier : QBHPHelperCommunicate::share().bundleIDSet()) {
+    text += identifier + ' ';
+  }
+  return text.empty() ? "none" : text;
+}
+
+std::string yesOrNo(bool value) { return value ? "yes" : "no"; }
+
+QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
+using Command = std::function<std::string(const Words&)>;
+
+const std::map<std::string, Command>& commands() {
+  static const auto& table = *new std::map<std::string, Command>{
+      {"share", [](const Words&) { return share(); }},
+      {"start",
+       [](const Words&) {
+         QBHPHelper::share().startHelper();
+         return "done";
+       }},
+      {"stop",
+       [](const Words&) {
+         QBHPHelper::share().stopHelper();
+         return "done";
+       }},
+      {"stop-status", [](const Words&) { return std::to_string(communicator().stopHelper()); }},
+      {"start-status", [](const Words&) { return std::to_string(communicator().startHelper()); }},
+      {"extract",
+       [](const Words&) {
+         communicator().extractHelper();
+         return "done";
+       }},
+      {"launch", [](const Words&) { return yesOrNo(communicator().launchHelepr()); }},
+      {"restart",
+       [](const Words&) { return std::to_string(communicator().restartHelperInThread()); }},
+      {"auto-restart",
+       [](const Words&) { return std::to_string(communicator().autoRestartHelper()); }},
+      {"alive", [](const Words&) { return std::to_string(communicator().isAliveHelper()); }},
+      {"server-open",
+       [](const Words&) { return yesOrNo(communicator().getDefaultHelperServerOpen()); }},
+      {"client", [](const Words&) { return encoded(communicator().clientID()); }},
+      {"fetch-client", [](const Words&) { return encoded(communicator().clientIDFormHelper()); }},
+      {"first-start", [](const Words&) { return encoded(communicator().firstStartPID()); }},
+      {"collect", [](const Words&) { return encoded(communicator().collectDataPID()); }},
+      {"set-collect",
+       [](const Words& words) {
+         communicator().setCollectDataPID(optionalText(words.at(0)));
+         return "done";
+       }},
+      {"data-path",
+       [](const Words& words) {
+         communicator().initDataCollectionPath(optionalText(words.at(0)));
+         return "done";
+       }},
+      {"version",
+       [](const Words& words) {
+         return encoded(communicator().getVersionByBundlePath(optionalText(words.at(0))));
+       }},
+      {"app-path",
+       [](const Words& words) {
+         return encoded(communicator().appPath(optionalText(words.at(0))));
+       }},
+      {"running",
+       [](const Words& words) {
+         return yesOrNo(qbdkr::QBHPProcessList::share().applicationIsRunning(words.at(0), "/"));
+       }},
+      {"open", [](const Words& words) { return yesOrNo(qbdkr::openFile(words.at(0))); }},
+      {"senders", [](const Words&) { return joinedSenders(); }},
+      {"bundle", [](const Words&) { return qbdkr::Bundle::main().bundlePath(); }},
+      {"send", [](const Words& words) { return std::to_string(Message(words).post()); }},
+      {"ask", asked},
+      {"ask-summary", askedForSummary},
+      {"ask-on-main",
+       [](const Words& words) {
+         return onMainThread([&words] {
+           mainThreadIsBlocked = true;
+           auto result = asked(words);
+           mainThreadIsBlocked = false;
+           return result;
+         });
+       }},
+      {"burst", burst},
+      {"fork-send", forkAndPost},
+      {"send-and-exit",
+       [](const Words& words) -> std::string {
+         const Message message(words);
+         _exit(message.post() == 0 ? 0 : 3);
+       }},
+      {"quiet",
+       [](const Words&) {
+         reports().quiet = true;
+         return "done";
+       }},
+      {"reports",
+       [](const Words& words) {
+         reports().waitForCount(std::stoul(words.at(0)));
+         return "done";
+       }},
+      {"quit",
+       [](const Words&) {
+         RunLoop::main().stop();
+         return "ends";
+       }},
+  };
+  return table;
+}
+
+void run(const std::string& line) {
+  Words words = qbdkr::test::wordsOf(line);
+  if (words.size() < 2) return;
+  const std::string tag = words[0];
+  const std::string name = words[1];
+  words.erase(words.begin(), words.begin() + 2);
+  const auto command = commands().find(name);
+  if (command == commands().end()) return print(tag + " unknown command " + name);
+  try {
+    print(tag + ' ' + command->second(words));
+  } catch (const std::exception& error) {
+    print(tag + " exception " + error.what());
+  }
+}
+
+}  // namespace
+
+int main() {
+  std::thread([] {
+    for (std::string line; std::getline(std::cin, line);) std::thread(run, line).detach();
+    RunLoop::main().stop();
+  }).detach();
+  print("! ready " + std::to_string(getpid()));
+  RunLoop::main().run();
+  return 0;
+}

@@ -1,0 +1,215 @@
+#include "support/Scene.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <stdexcept>
+#include <utility>
+
+namespace qbdkr::test {
+
+namespace fs = std::filesystem;
+
+Home::Home(fs::path directory) : path_(std::move(directory)), runtime_(path_ / "runtime") {
+  fs::create_directories(runtime_);
+  fs::permissions(runtime_, fs::perms::owner_all);
+}
+
+fs::path Home::preferencesFile(const std::string& domain) const {
+  return path_ / "config/preferences" / (domain + ".plist");
+}
+
+Environment Home::environment() const {
+  Environment settings{{"HOME", path_.string()},
+                       {"XDG_CONFIG_HOME", (path_ / "config").string()},
+                       {"XDG_RUNTIME_DIR", runtime_.string()},
+                       {"PATH", "/usr/bin:/bin"},
+                       {"TZ", "UTC"}};
+  for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    if (const char* value = std::getenv(name)) settings[name] = value;
+  }
+  return settings;
+}
+
+Host::Host(const TestBundle& bundle, const SpawnOptions& options)
+    : process_({bundle.executable().string()}, options) {
+  process_.waitForOutput([](const std::string& line) { return line.starts_with("! ready"); });
+}
+
+std::string Host::call(const std::string& command, std::chrono::milliseconds time) {
+  return finish(begin(command), time);
+}
+
+std::string Host::begin(const std::string& command) {
+  const std::string tag = std::to_string(++lastTag_);
+  process_.write(tag + ' ' + command + '\n');
+  return tag;
+}
+
+std::string Host::finish(const std::string& tag, std::chrono::milliseconds time) {
+  const std::string start = tag + ' ';
+  const std::string line = process_.waitForOutput(
+      [&](const std::string& candidate) { return candidate.starts_with(start); }, 0, time);
+  return line.substr(start.size());
+}
+
+bool Host::hasFinished(const std::string& tag) const {
+  const auto lines = process_.output();
+  return std::ranges::any_of(lines,
+                             [&](const std::string& line) { return line.starts_with(tag + ' '); });
+}
+
+std::string Host::waitForReport(const std::string& part) {
+  return process_.waitForOutput([&](const std::string& line) {
+    return line.starts_with("! ") && line.find(part) != std::string::npos;
+  });
+}
+
+std::size_t Host::reportsWith(const std::string& part) const {
+  const auto lines = process_.output();
+  return static_cast<std::size_t>(std::ranges::count_if(lines, [&](const std::string& line) {
+    return line.starts_with("! ") && line.find(part) != std::string::npos;
+  }));
+}
+
+void Host::quit() {
+  begin("quit");
+  if (process_.wait() != 0) throw std::runtime_error("the host did not end well");
+}
+
+Scene::Scene(const std::string& busPolicy, const std::string& identifierSuffix)
+    : bus_(directory_.path(), busPolicy),
+      home_(directory_.path() / "home"),
+      transcript_(directory_.path() / "transcript"),
+      helperID_(identifier("Helper") + identifierSuffix),
+      hostID_(identifier("Host")),
+      environment_(home_.environment()) {
+  environment_["DBUS_SESSION_BUS_ADDRESS"] = bus_.address();
+  environment_["QBDKR_PROBE_TRANSCRIPT"] = transcript_.path().string();
+  environment_["ACME_TRANSCRIPT"] = transcript_.path().string();
+  environment_["QBDKR_PROBE_OWNER"] = std::to_string(getpid());
+}
+
+Scene::~Scene() {
+  for (const pid_t process : processesIn(directory())) ::kill(process, SIGKILL);
+}
+
+// The table of processes is one for the whole machine, so no two tests may use the same identifier.
+std::string Scene::identifier(const std::string& name) const {
+  const std::string unique = directory().filename().string();
+  return "com.Acme." + name + ".T" + unique.substr(unique.rfind('-') + 1);
+}
+
+TestBundle Scene::makeHelper(const std::string& version, const fs::path& directory,
+                             const std::string& name) {
+  InfoKeys keys{{"CFBundleIdentifier", helperID_}, {"CFBundleName", name}};
+  if (!version.empty()) keys["CFBundleVersion"] = version;
+  return {directory, name, keys, helperProbe()};
+}
+
+TestBundle Scene::makeHost(const std::string& name, const std::string& helperVersion,
+                           const InfoKeys& keys) {
+  TestBundle host = makeHostWithoutHelper(name, keys);
+  makeHelper(helperVersion, host.resources());
+  return host;
+}
+
+TestBundle Scene::makeHostWithoutHelper(const std::string& name, const InfoKeys& keys) {
+  TestBundle host(directory() / "Applications", name,
+                  {{"CFBundleIdentifier", hostID_},
+                   {"CFBundleName", name},
+                   {"CFBundleVersion", "3.1"},
+                   {"PID", "1001"},
+                   {"Helper Bundle indentifiter", helperID_},
+                   {"Helepr App name", "ProbeHelper"},
+                   {"Helper loaction path", installDirectory().string()}},
+                  hostProbe());
+  host.addLibraries(hostLibraries());
+  host.setKeys(keys);
+  return host;
+}
+
+SpawnOptions Scene::options() const {
+  return {.environment = environment_, .obeyFilePermissions = false, .largestFile = {}};
+}
+
+std::unique_ptr<Host> Scene::start(const TestBundle& host, const SpawnOptions& options) {
+  return std::make_unique<Host>(host, options);
+}
+
+std::unique_ptr<Host> Scene::startAndShare(const TestBundle& host) {
+  auto started = start(host);
+  started->call("share");
+  transcript_.waitFor({"start:prodeuctVersion: from " + std::to_string(started->processID())});
+  transcript_.waitFor({"clientIDFormHelper from " + std::to_string(started->processID())});
+  return started;
+}
+
+fs::path Scene::installDirectory() const { return home_.path() / ".local/share/Acme"; }
+
+fs::path Scene::installedHelper() const { return installDirectory() / "ProbeHelper.app"; }
+
+std::vector<std::string> Scene::stagingLeftovers() const {
+  std::vector<std::string> names;
+  if (!fs::exists(installDirectory())) return names;
+  for (const auto& entry : fs::directory_iterator(installDirectory())) {
+    const std::string name = entry.path().filename();
+    if (name.starts_with('.')) names.push_back(name);
+  }
+  return names;
+}
+
+std::vector<pid_t> Scene::processesIn(const fs::path& directory) {
+  std::vector<pid_t> processes;
+  const std::string start = directory.string() + '/';
+  for (const auto& entry : fs::directory_iterator("/proc")) {
+    const std::string name = entry.path().filename();
+    if (name.find_first_not_of("0123456789") != std::string::npos) continue;
+    std::error_code gone;
+    const fs::path executable = fs::read_symlink(entry.path() / "exe", gone);
+    if (!gone && executable.string().starts_with(start)) processes.push_back(std::stoi(name));
+  }
+  return processes;
+}
+
+pid_t Scene::helperProcess() const {
+  const auto processes = processesIn(installDirectory());
+  if (processes.size() != 1) {
+    throw std::runtime_error(std::to_string(processes.size()) + " processes of the helper agent");
+  }
+  return processes.front();
+}
+
+void Scene::killHelper(Host& host) {
+  const pid_t process = helperProcess();
+  const ProcessEnd end(process);
+  ::kill(process, SIGKILL);
+  if (!end.comesWithin(patience)) throw std::runtime_error("a helper agent that cannot be killed");
+  // The bus may still take messages for a process that has ended; it answers none of them.
+  const std::string answer = host.call("ask " + helperID_ + " Probe echo: x");
+  if (answer != "-600 ~" && answer != "-609 ~") throw std::runtime_error("answered: " + answer);
+}
+
+// Events of one process to one other arrive in the order in which they were sent.
+void Scene::fence(Host& host) {
+  const std::string mark = "fence-" + std::to_string(++fences_);
+  const std::string answer = host.call("ask " + helperID_ + " Probe echo: " + mark);
+  if (answer != "0 " + mark) throw std::runtime_error("no way to the helper agent: " + answer);
+}
+
+std::string Scene::preferences(const std::string& domain) const {
+  const std::string program =
+      "import json, plistlib, sys\n"
+      "with open(sys.argv[1], 'rb') as file:\n"
+      "    print(json.dumps(plistlib.load(file), sort_keys=True))\n";
+  return outputOf({"/usr/bin/python3", "-c", program, home_.preferencesFile(domain).string()},
+                  {{"PATH", "/usr/bin:/bin"}});
+}
+
+fs::path hostProbe() { return QBDKR_HOST_PROBE; }
+fs::path helperProbe() { return QBDKR_HELPER_PROBE; }
+std::vector<fs::path> hostLibraries() { return {QBDKR_PRODUCT_LIBRARY, QBDKR_COMM_LIBRARY}; }
+
+}  // namespace qbdkr::test

@@ -1,0 +1,236 @@
+// The contract on the bus, seen by a peer that shares no code with the framework.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <string>
+
+#include "Peer.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+const std::string applicationGone = "-600";
+const std::string notHandled = "-1708";
+const std::string notPermitted = "-1743";
+const std::string badText = "-50";
+
+TEST(BusContract, ObjectDescribesItself) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  for (const auto& name : {scene.helperID(), scene.hostID()}) {
+    peer.awaitOwner(name);
+    const auto xml = peer.run({"introspect", name});
+    EXPECT_NE(xml.find("<interface name=\"QBHP.RPCEvent1\">"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<method name=\"Call\">"), std::string::npos) << xml;
+    const auto argument = [&](const std::string& type, const std::string& argumentName,
+                              const std::string& direction) {
+      return xml.find("<arg type=\"" + type + "\" name=\"" + argumentName + "\" direction=\"" +
+                      direction + "\"/>");
+    };
+    const auto first = argument("s", "class_name", "in");
+    const auto second = argument("s", "method_name", "in");
+    const auto third = argument("as", "arguments", "in");
+    const auto fourth = argument("s", "result", "out");
+    EXPECT_TRUE(first < second && second < third && third < fourth && fourth != std::string::npos)
+        << xml;
+  }
+}
+
+TEST(BusContract, PeerInABundleIsDispatchedAndRemembered) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "anything", "1", "0", "no error"}),
+            "result ");
+  host->waitForReport("server open no-error main-thread");
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "anything", "NO", "-3", "broken"}),
+            "result ");
+  host->waitForReport("server closed error main-thread");
+  EXPECT_NE(host->call("senders").find(scene.identifier("Peer")), std::string::npos);
+}
+
+TEST(BusContract, PeerOutsideBundlesIsRefused) {
+  Scene scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const auto outside = Peer::outsideBundles(scene);
+  outside.awaitOwner(scene.hostID());
+  scene.fence(*host);
+  const std::size_t before = scene.transcript().lines().size();
+  EXPECT_EQ(outside.run({"call", scene.hostID(), "QBHPHelperControl",
+                         "checkServerOpenCallBack::::", "x", "1", "0", ""}),
+            "result ");
+  EXPECT_EQ(outside.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "x"}),
+            "result ");
+  scene.fence(*host);
+  EXPECT_EQ(host->reportsWith("server"), 0U);
+  EXPECT_EQ(host->reportsWith("will-exit"), 0U);
+  EXPECT_EQ(scene.transcript().lines().size(), before + 1) << "the helper agent was told";
+  EXPECT_EQ(host->call("senders").find("Peer"), std::string::npos);
+}
+
+TEST(BusContract, UnknownClassAndMethodGiveNoResult) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "NoSuchClass", "x:", "1"}), "result ");
+  host->process().waitForLog("classname is a class but it not find");
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "noSuchMethod"}), "result ");
+  // One colon short, and one argument too many.
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify", "x"}),
+            "result ");
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "x", "y"}),
+            "result ");
+  EXPECT_EQ(host->reportsWith("will-exit"), 0U);
+  EXPECT_EQ(host->process().logLinesWith("classname is a class but it not find"), 1U);
+  // Fewer arguments than the method takes: the others are absent.
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "x", "1"}),
+            "result ");
+  host->waitForReport("server open no-error");
+}
+
+TEST(BusContract, ClassThatNobodyRegisteredIsMade) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPGetDataByHelper", "noMethodOfIt"}), "result ");
+  EXPECT_EQ(host->process().logLinesWith("classname is a class but it not find"), 0U);
+}
+
+TEST(BusContract, CallsOfAnotherFormGetAnError) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  for (const auto& call : std::vector<std::vector<std::string>>{
+           {"raw", scene.hostID(), "/QBHP/RPCEvent", "Call", "one"},
+           {"raw", scene.hostID(), "/QBHP/RPCEvent", "Call", "one", "two", "three"},
+           {"raw", scene.hostID(), "/QBHP/RPCEvent", "NoSuchMember"},
+           {"raw", scene.hostID(), "/NoSuchObject", "Call"}}) {
+    EXPECT_TRUE(peer.run(call).starts_with("error ")) << call.back();
+  }
+  // libdbus sends what is no character; the host's side refuses it.
+  EXPECT_TRUE(
+      peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "\xef\xbf\xbf"})
+          .starts_with("error "));
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "x", "1", "0", ""}),
+            "result ");
+  host->waitForReport("server open");
+  EXPECT_EQ(host->reportsWith("will-exit"), 0U);
+  EXPECT_EQ(host->call("alive"), "0");
+}
+
+TEST(BusContract, MessagesHaveTheAgreedForm) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const std::string name = scene.identifier("Served");
+  auto served = peer.begin({"serve", name, "3"});
+  served->waitForOutput([](const std::string& line) { return line == "ready"; });
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("send " + name + " SomeClass some:method: one two"), "0");
+  EXPECT_EQ(host->call("ask " + name + " SomeClass none"), "0 served");
+  EXPECT_EQ(host->call("send " + name + " % %"), "0");
+  ASSERT_TRUE(served->succeeds());
+  const auto lines = served->outputToItsEnd();
+  ASSERT_EQ(lines.size(), 4U);
+  EXPECT_EQ(lines[1],
+            "no-reply no-auto-start ssas /QBHP/RPCEvent QBHP.RPCEvent1 Call SomeClass some:method: "
+            "2");
+  EXPECT_EQ(lines[2],
+            "reply no-auto-start ssas /QBHP/RPCEvent QBHP.RPCEvent1 Call SomeClass none 0");
+  EXPECT_EQ(lines[3], "no-reply no-auto-start ssas /QBHP/RPCEvent QBHP.RPCEvent1 Call   0");
+}
+
+TEST(BusContract, IdentifiersAreEscapedWhereTheBusRequiresIt) {
+  Scene scene("", ".7zip.a");
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const auto plain = scene.helperID().substr(0, scene.helperID().find(".7zip"));
+  EXPECT_EQ(peer.run({"call", plain + "._37zip.a", "Probe", "echo:", "found"}), "result found");
+  EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe echo: found"), "0 found");
+  EXPECT_EQ(host->call("restart"), "0");
+}
+
+TEST(Status, TargetsThatAreNotThere) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  for (const std::string form : {"send ", "ask "}) {
+    const auto status = [&](const std::string& target) {
+      const auto answer = host->call(form + target + " Probe note: x");
+      return answer.substr(0, answer.find(' '));
+    };
+    EXPECT_EQ(status(scene.identifier("Nobody")), applicationGone) << form;
+    EXPECT_EQ(status("%"), applicationGone) << form;
+    EXPECT_EQ(status("~"), applicationGone) << form;
+    EXPECT_EQ(status("oneElement"), badText) << form;
+    EXPECT_EQ(status("com..empty"), badText) << form;
+    EXPECT_EQ(status(".com.first"), badText) << form;
+    EXPECT_EQ(status("com.last."), badText) << form;
+    EXPECT_EQ(status("com." + std::string(300, 'x')), badText) << form;
+    EXPECT_EQ(status("%636f6d2ec3"), badText) << form << "not UTF-8";
+    EXPECT_EQ(status("%636f6d2e610062"), badText) << form << "a NUL";
+  }
+}
+
+TEST(Status, PeersWithoutTheObject) {
+  Scene scene;
+  // The bus itself is a peer that has no such object.
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("ask org.freedesktop.DBus Probe echo: x"), notHandled + " ~");
+}
+
+TEST(Status, RefusalOfTheBusPolicy) {
+  // The policy names the target before it is known to the test, so it is one that all tests share;
+  // no process is looked up by it.
+  Scene scene("<deny send_destination=\"com.Acme.Denied\"/>");
+  const auto peer = Peer::inBundle(scene);
+  auto served = peer.begin({"serve", "com.Acme.Denied", "1"});
+  served->waitForOutput([](const std::string& line) { return line == "ready"; });
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("ask com.Acme.Denied Probe echo: x"), notPermitted + " ~");
+  EXPECT_EQ(served->output().size(), 1U);
+}
+
+TEST(Status, ServicesAreNotStartedByARequest) {
+  Scene scene;
+  const std::string name = scene.identifier("Activatable");
+  const auto mark = scene.directory() / "activated";
+  writeFile(scene.bus().serviceDirectory() / (name + ".service"),
+            "[D-BUS Service]\nName=" + name + "\nExec=/usr/bin/touch " + mark.string() + "\n");
+  scene.bus().kill();
+  scene.bus().start();  // it reads the service files when it starts
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("send " + name + " Probe note: x"), applicationGone);
+  EXPECT_EQ(host->call("ask " + name + " Probe note: x"), applicationGone + " ~");
+  EXPECT_FALSE(std::filesystem::exists(mark));
+}
+
+TEST(NoBus, NothingHangs) {
+  Scene scene;
+  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nowhere/at/all";
+  auto bundle = scene.makeHostWithoutHelper("Host");
+  // A helper agent that cannot be executed: launching it would wait for a check-in.
+  TestBundle(bundle.resources(), "ProbeHelper",
+             {{"CFBundleIdentifier", scene.helperID()}, {"CFBundleVersion", "1.0"}});
+  const auto host = scene.start(bundle);
+  constexpr std::chrono::seconds soon(5);
+  EXPECT_EQ(host->call("share", soon), "shared");
+  EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x", soon), "-609");
+  EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe note: x", soon), "-609 ~");
+  EXPECT_EQ(host->call("stop-status", soon), "-609");
+  EXPECT_EQ(host->call("restart", soon), "1");
+  EXPECT_EQ(host->call("fetch-client", soon), "~");
+  host->quit();
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,275 @@
+// What becomes of the installed helper agent, for every state in which a host can find it.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <string>
+
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+const std::string keptLine = "helper in conetent's version is lower";
+
+fs::path markerIn(const fs::path& bundle) { return bundle / "Contents/Resources/marker"; }
+
+fs::path helperOf(const TestBundle& host) { return host.resources() / "ProbeHelper.app"; }
+
+// An installed copy that can be told from any that is put there later.
+void installMarked(Scene& scene, const std::string& version) {
+  const auto helper = scene.makeHelper(version, scene.installDirectory());
+  writeFile(markerIn(helper.path()), "installed before");
+}
+
+TEST(Deployment, FirstRunMakesTheDirectoriesCopiesTheHelperAndOpensIt) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "1.0");
+  ASSERT_FALSE(fs::exists(scene.home().path() / ".local"));
+  const auto host = scene.startAndShare(bundle);
+  EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helperOf(bundle)));
+  EXPECT_EQ(scene.transcript().count(" started version 1.0"), 1U);
+  EXPECT_GT(scene.helperProcess(), 0);
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+  scene.transcript().waitFor({"start:prodeuctVersion:", " 1001 3.1"});
+}
+
+struct Decision {
+  const char* name;
+  const char* installed;  // version; null for no installed copy
+  const char* resource;
+  bool running;
+  bool removable;
+  bool replaced;
+};
+
+void PrintTo(const Decision& decision, std::ostream* stream) { *stream << decision.name; }
+
+class DeploymentDecision : public testing::TestWithParam<Decision> {};
+
+TEST_P(DeploymentDecision, IsTakenByTheVersions) {
+  const Decision& decision = GetParam();
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";  // stays to be counted
+  if (decision.installed != nullptr) installMarked(scene, decision.installed);
+  if (decision.running) {
+    const auto first = scene.makeHostWithoutHelper("FirstHost");
+    scene.startAndShare(first)->quit();
+  }
+  const auto before = treeDigest(scene.installedHelper());
+  const auto bundle = scene.makeHost("Host", decision.resource);
+
+  auto options = scene.options();
+  if (!decision.removable) {
+    fs::permissions(scene.installDirectory(), fs::perms::owner_read | fs::perms::owner_exec);
+    options.obeyFilePermissions = true;
+  }
+  const std::size_t already = scene.transcript().lines().size();
+  const auto host = scene.start(bundle, options);
+  host->call("share");
+  const std::string sender = "from " + std::to_string(host->processID());
+  scene.transcript().waitFor({"start:prodeuctVersion:", sender}, already);
+  fs::permissions(scene.installDirectory(), fs::perms::owner_all);
+
+  EXPECT_EQ(treeDigest(scene.installedHelper()),
+            decision.replaced ? treeDigest(helperOf(bundle)) : before);
+  const bool compared = decision.installed != nullptr;
+  const bool newer = decision.replaced || !decision.removable;
+  EXPECT_EQ(host->process().logLinesWith(keptLine), compared && !newer ? 1U : 0U);
+  EXPECT_EQ(host->process().logLinesWith("helper version = " + std::string(decision.resource)),
+            compared && decision.replaced ? 1U : 0U);
+  EXPECT_EQ(host->process().logLinesWith("remove " + scene.installedHelper().string() +
+                                         " error Permission denied"),
+            decision.removable ? 0U : 1U);
+  EXPECT_EQ(scene.transcript().count("exitHelper:productVersion: " + sender + " 1001 3.1"),
+            decision.running && newer ? 1U : 0U);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U) << "a second helper process";
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+}
+
+constexpr Decision decisions[] = {
+    {"NothingInstalled", nullptr, "1.0", false, true, true},
+    {"Equal", "1.0", "1.0", false, true, false},
+    {"EqualAndRunning", "1.0", "1.0", true, true, false},
+    {"Older", "1.1", "1.0", false, true, false},
+    {"OlderAndRunning", "1.1", "1.0", true, true, false},
+    {"LongerIsNewer", "1.0", "1.0.1", false, true, true},
+    {"LongerIsNewerAndRunning", "1.0", "1.0.1", true, true, true},
+    {"NumbersAreNotTexts", "1.9", "1.10", false, true, true},
+    {"PreReleaseIsOlder", "1.0", "1.0b2", false, true, false},
+    {"ReleaseIsNewerThanItsPreRelease", "1.0b2", "1.0", false, true, true},
+    {"NewerButNotRemovable", "1.0", "1.1", false, false, false},
+    {"NewerAndRunningButNotRemovable", "1.0", "1.1", true, false, false},
+};
+
+INSTANTIATE_TEST_SUITE_P(All, DeploymentDecision, testing::ValuesIn(decisions),
+                         [](const auto& tested) { return std::string(tested.param.name); });
+
+TEST(Deployment, RunningHelperThatObeysTheExitRequestIsReplacedByTheNewOne) {
+  Scene scene;
+  const auto oldHost = scene.makeHost("OldHost", "1.0");
+  scene.startAndShare(oldHost)->quit();
+  const ProcessEnd oldHelper(scene.helperProcess());
+
+  const auto bundle = scene.makeHost("NewHost", "1.0.1");
+  const auto host = scene.start(bundle);
+  host->call("share");
+  ASSERT_TRUE(oldHelper.comesWithin(patience)) << "the old helper did not end";
+  EXPECT_EQ(host->call("restart"), "0");
+  scene.transcript().waitFor({" started version 1.0.1"});
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+  EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helperOf(bundle)));
+  EXPECT_GT(scene.helperProcess(), 0);
+}
+
+TEST(Deployment, RunningHelperGetsTheStartRequestAndNoSecondProcess) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "1.0");
+  scene.startAndShare(bundle)->quit();
+  const pid_t helper = scene.helperProcess();
+  const auto again = scene.startAndShare(bundle);
+  EXPECT_EQ(again->call("launch"), "yes");
+  scene.fence(*again);
+  EXPECT_EQ(scene.helperProcess(), helper);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+  EXPECT_EQ(
+      scene.transcript().count("start:prodeuctVersion: from " + std::to_string(again->processID())),
+      2U);
+}
+
+TEST(Deployment, VanishedInstalledCopyIsInstalledAgainByTheLaunch) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto host = scene.startAndShare(bundle);
+  scene.killHelper(*host);
+  fs::remove_all(scene.installedHelper());
+  EXPECT_EQ(host->call("restart"), "0");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helperOf(bundle)));
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+}
+
+// --- Where the configuration is looked up
+// ---------------------------------------------------------
+
+// A host that carries a good helper agent under two names.
+TestBundle hostWithTwoHelpers(Scene& scene, const InfoKeys& keys) {
+  auto host = scene.makeHostWithoutHelper("Host", keys);
+  scene.makeHelper("1.0", host.resources(), "First");
+  scene.makeHelper("1.0", host.resources(), "Second");
+  return host;
+}
+
+TEST(HelperName, MisspelledKeyWins) {
+  Scene scene;
+  const auto host = scene.startAndShare(
+      hostWithTwoHelpers(scene, {{"Helepr App name", "First"}, {"Helper App name", "Second"}}));
+  EXPECT_TRUE(fs::exists(scene.installDirectory() / "First.app"));
+  EXPECT_FALSE(fs::exists(scene.installDirectory() / "Second.app"));
+}
+
+TEST(HelperName, CorrectKeyIsUsedWhenItIsAlone) {
+  Scene scene;
+  const auto host = scene.startAndShare(
+      hostWithTwoHelpers(scene, {{"Helepr App name", ""}, {"Helper App name", "Second"}}));
+  EXPECT_FALSE(fs::exists(scene.installDirectory() / "First.app"));
+  EXPECT_TRUE(fs::exists(scene.installDirectory() / "Second.app"));
+}
+
+TEST(InstallDirectory, MisspelledKeyWins) {
+  Scene scene;
+  const auto other = scene.home().path() / "Other";
+  const auto host = scene.startAndShare(
+      scene.makeHost("Host", "1.0", {{"Helper location path", other.string()}}));
+  EXPECT_TRUE(fs::exists(scene.installedHelper()));
+  EXPECT_FALSE(fs::exists(other));
+}
+
+TEST(InstallDirectory, CorrectKeyIsUsedWhenItIsAlone) {
+  Scene scene;
+  const auto other = scene.home().path() / "Other";
+  const auto host = scene.startAndShare(scene.makeHost(
+      "Host", "1.0", {{"Helper loaction path", ""}, {"Helper location path", other.string()}}));
+  EXPECT_TRUE(fs::exists(other / "ProbeHelper.app"));
+  EXPECT_FALSE(fs::exists(scene.installDirectory()));
+}
+
+TEST(InstallDirectory, TildeIsTheHomeDirectory) {
+  for (const std::string key : {"Helper loaction path", "Helper location path"}) {
+    Scene scene;
+    auto bundle = scene.makeHost("Host", "1.0", {{"Helper loaction path", ""}});
+    bundle.setKeys({{key, "~/.local/share/Acme"}});
+    const auto host = scene.startAndShare(bundle);
+    EXPECT_TRUE(fs::exists(scene.installedHelper())) << key;
+  }
+}
+
+// The start-up thread is known to have ended its work when its lock on the directory is free and a
+// launch of our own has said no: both calls below repeat all that it does.
+TEST(MissingKeys, NoHelperNameCreatesTheDirectoryAndLaunchesNothing) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHost("Host", "1.0", {{"Helepr App name", ""}}));
+  host->call("share");
+  host->call("extract");
+  EXPECT_EQ(host->call("launch"), "no");
+  EXPECT_TRUE(fs::is_directory(scene.installDirectory()));
+  EXPECT_TRUE(fs::is_empty(scene.installDirectory()));
+  EXPECT_EQ(scene.transcript().lines().size(), 0U);
+}
+
+TEST(MissingKeys, NoInstallDirectoryCopiesAndLaunchesNothing) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHost("Host", "1.0", {{"Helper loaction path", ""}}));
+  host->call("share");
+  host->call("extract");
+  EXPECT_EQ(host->call("launch"), "no");
+  EXPECT_FALSE(fs::exists(scene.home().path() / ".local"));
+  EXPECT_EQ(scene.transcript().lines().size(), 0U);
+}
+
+TEST(MissingKeys, NoHelperAmongTheResourcesLaunchesNothing) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  host->call("share");
+  host->call("extract");
+  EXPECT_EQ(host->call("launch"), "no");
+  EXPECT_TRUE(fs::is_empty(scene.installDirectory()));
+}
+
+TEST(MissingKeys, NoHelperIdentifierOpensTheHelperButReachesNobody) {
+  Scene scene;
+  const auto host =
+      scene.start(scene.makeHost("Host", "1.0", {{"Helper Bundle indentifiter", ""}}));
+  host->call("share");
+  scene.transcript().waitFor({" started version 1.0"});
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(host->call("stop-status"), "-600");
+  EXPECT_EQ(host->call("alive"), "-600");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+  EXPECT_EQ(scene.transcript().count(" call "), 0U);
+}
+
+TEST(MissingKeys, NoProductIdentityIsSentAsEmptyTexts) {
+  Scene scene;
+  const auto host =
+      scene.startAndShare(scene.makeHost("Host", "1.0", {{"PID", ""}, {"CFBundleVersion", ""}}));
+  const std::string line = scene.transcript().waitFor({"start:prodeuctVersion:"});
+  EXPECT_TRUE(line.ends_with(std::to_string(host->processID()) + " % %")) << line;
+}
+
+TEST(Deployment, UtilitiesFindVersionsAndApplications) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "2.5");
+  const auto host = scene.start(bundle);
+  EXPECT_EQ(host->call("version " + helperOf(bundle).string()), "2.5");
+  EXPECT_EQ(host->call("version /nowhere"), "~");
+  EXPECT_EQ(host->call("app-path " + bundle.resources().string()), helperOf(bundle).string());
+  EXPECT_EQ(host->call("app-path " + (bundle.path() / "Contents/Linux").string()), "~");
+  EXPECT_EQ(host->call("app-path /nowhere"), "~");
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,173 @@
+// What is sent arrives: whole, in order, from any thread, and whatever else the process is doing.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Peer.h"
+#include "support/ProbeText.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+// A helper agent and a host, both running.
+struct Running : Scene {
+  Running() : host(startAndShare(makeHost("Host", "1.0"))) {}
+
+  std::string target() const { return helperID() + " Probe "; }
+
+  std::unique_ptr<Host> host;
+};
+
+TEST(Sending, TextsArriveByteForByte) {
+  Running scene;
+  const std::vector<std::string> texts{
+      "",         " ", "a b", "line\nbreak", "\x01\x7f", "\xc3\xa4\xe2\x82\xac", "\xf0\x9f\x98\x80",
+      "e\xcc\x81"};
+  for (const auto& text : texts) {
+    const auto word = encoded(text);
+    EXPECT_EQ(scene.host->call("send " + scene.target() + "note: " + word), "0");
+    EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: " + word),
+              "0 " + (text.empty() ? "~" : word));
+    scene.transcript().waitFor({"Probe note:", ' ' + word});
+  }
+}
+
+TEST(Sending, HugeRequestsArriveWhole) {
+  Running scene;
+  constexpr std::size_t size = 10'000'000;
+  const std::vector<std::string> huge{patternText(size, 7)};
+  const std::string hugeWord = "*" + std::to_string(size) + ":7";
+  EXPECT_EQ(scene.host->call("send " + scene.target() + "note: " + hugeWord), "0");
+  scene.transcript().waitFor({"Probe note: from ", summary(huge)});
+  EXPECT_EQ(scene.host->call("ask-summary " + scene.target() + "echo: " + hugeWord),
+            "0 " + summary(huge));
+
+  const std::vector<std::string> many = numberedTexts(100'000);
+  EXPECT_EQ(scene.host->call("send " + scene.target() + "list +100000"), "0");
+  scene.transcript().waitFor({"Probe list from ", summary(many)});
+  EXPECT_EQ(scene.host->call("ask " + scene.target() + "summary +100000"),
+            "0 " + encoded(summary(many)));
+}
+
+TEST(Sending, TextsThatCannotTravelAreRefusedAndNothingIsSent) {
+  Running scene;
+  scene.fence(*scene.host);
+  const std::size_t before = scene.transcript().lines().size();
+  for (const std::string bad :
+       {"%ff", "%c3", "%eda080", "%c080", "%f4908080", "%6100", "%00",
+        // Well-formed, but no character: the bus library takes none of them.
+        "%efbfbf", "%efb790"}) {
+    EXPECT_EQ(scene.host->call("send " + scene.target() + "note: " + bad), "-50") << bad;
+    EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: " + bad), "-50 ~") << bad;
+    EXPECT_EQ(scene.host->call("send " + scene.target() + "note: good " + bad), "-50") << bad;
+    EXPECT_EQ(scene.host->call("send " + scene.helperID() + ' ' + bad + " note: good"), "-50");
+    EXPECT_EQ(scene.host->call("send " + scene.helperID() + " Probe " + bad + " good"), "-50");
+  }
+  scene.fence(*scene.host);
+  EXPECT_EQ(scene.transcript().lines().size(), before + 1) << "more than the fence was sent";
+}
+
+TEST(Sending, SixteenThreadsKeepTheirOrderWhileOneWaits) {
+  Running scene;
+  constexpr unsigned threads = 16;
+  constexpr unsigned events = 200;
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  const auto waiting = scene.host->begin("ask " + scene.target() + "echo: late");
+  EXPECT_EQ(scene.host->call("burst " + scene.target() + "note:: " + std::to_string(threads) + ' ' +
+                             std::to_string(events)),
+            "failed 0");
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
+  ::kill(helper, SIGCONT);
+  EXPECT_EQ(scene.host->finish(waiting), "0 late");
+  scene.transcript().waitForCount("Probe note::", threads * events);
+  std::map<std::string, unsigned> next;
+  for (const auto& line : scene.transcript().lines()) {
+    if (line.find("Probe note::") == std::string::npos) continue;
+    const auto words = wordsOf(line);
+    ASSERT_EQ(words.size(), 8U) << line;
+    EXPECT_EQ(words[7], std::to_string(next[words[6]]++)) << line;
+  }
+  EXPECT_EQ(next.size(), threads);
+}
+
+TEST(Sending, WaitingThreadsGetTheirOwnAnswers) {
+  Running scene;
+  std::vector<std::string> tags;
+  for (int i = 0; i < 32; ++i) {
+    tags.push_back(scene.host->begin("ask " + scene.target() + "echo: n" + std::to_string(i)));
+  }
+  for (std::size_t i = 0; i < tags.size(); ++i) {
+    EXPECT_EQ(scene.host->finish(tags[i]), "0 n" + std::to_string(i));
+  }
+}
+
+TEST(Sending, PostIsNotLostWhenTheProcessEndsRightAfterIt) {
+  Running scene;
+  const auto bundle = scene.makeHostWithoutHelper("Ending");
+  constexpr std::size_t large = 1'000'000;  // more than a socket takes at once
+  for (int i = 0; i < 20; ++i) {
+    const std::string mark = "last-word-" + std::to_string(i);
+    const std::vector<std::string> texts{mark, patternText(large, 1)};
+    const auto ending = scene.start(bundle);
+    ending->begin("send-and-exit " + scene.target() + "note: " + mark);
+    EXPECT_EQ(ending->process().wait(), 0);
+    scene.transcript().waitFor({"Probe note:", mark});
+    const auto endingLate = scene.start(bundle);
+    endingLate->begin("send-and-exit " + scene.target() + "note: " + mark + " *1000000:1");
+    EXPECT_EQ(endingLate->process().wait(), 0);
+    scene.transcript().waitFor({"Probe note:", summary(texts)});
+  }
+}
+
+TEST(Sending, ReportsRunOnTheMainThreadWhileAnotherWaits) {
+  Running scene;
+  const auto peer = Peer::inBundle(scene);
+  peer.awaitOwner(scene.hostID());
+  const auto waiting = scene.host->begin("ask " + scene.target() + "wait");
+  scene.transcript().waitFor({"Probe wait"});
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "x", "1", "0", ""}),
+            "result ");
+  EXPECT_EQ(scene.host->waitForReport("server"), "! server open no-error main-thread");
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_EQ(scene.host->finish(waiting), "0 ~");
+}
+
+TEST(Sending, ReportsNeverRunInsideARequestOfTheMainThread) {
+  Running scene;
+  const auto peer = Peer::inBundle(scene);
+  peer.awaitOwner(scene.hostID());
+  const auto waiting = scene.host->begin("ask-on-main " + scene.target() + "wait");
+  scene.transcript().waitFor({"Probe wait"});
+  const auto report = peer.begin({"post", scene.hostID(), "1", "QBHPHelperControl",
+                                  "checkServerOpenCallBack::::", "x", "1", "0", ""});
+  report->waitForOutput([](const std::string& line) { return line == "posted"; });
+  // Another thread's answer comes from the bus later than the report did.
+  EXPECT_EQ(scene.host->call("ask " + scene.identifier("Nobody") + " Probe echo: x"), "-600 ~");
+  EXPECT_EQ(scene.host->reportsWith("server"), 0U);
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_EQ(scene.host->finish(waiting), "0 ~");
+  EXPECT_EQ(scene.host->waitForReport("server"), "! server open no-error main-thread");
+  report->closeInput();
+  EXPECT_TRUE(report->succeeds());
+}
+
+TEST(Sending, RequestOfAForkedChildGivesAStatus) {
+  Running scene;
+  for (int i = 0; i < 5; ++i) {
+    const auto result = scene.host->call("fork-send " + scene.target() + "note: child");
+    EXPECT_TRUE(result == "status 0" || result == "status -609") << result;
+  }
+  EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: parent"), "0 parent");
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,418 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClientComm/ClassRegistry.h"
+#include "ClientComm/Exceptions.h"
+#include "ClientComm/QBHPAppleEventProcesser.h"
+#include "ClientComm/QBHPAppleEventSender.h"
+#include "ClientComm/QBHPHelperControl.h"
+#include "Host.h"
+#include "support/CapturedLog.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+constexpr const char* ownIdentifier = "com.Example.UnitTests";
+
+String owned(Text text) { return text ? String(*text) : std::nullopt; }
+
+// A service whose one method does what the test wants.
+class Service : public QBHPAppEventBase {
+ public:
+  explicit Service(std::string name) : name_(std::move(name)) {
+    QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, name_);
+  }
+  ~Service() override { QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(name_); }
+
+  String call(Text one, Text two, Text three, Text four) {
+    calls.push_back({owned(one), owned(two), owned(three), owned(four)});
+    return onCall ? onCall() : std::nullopt;
+  }
+  OSErr report(Text) {
+    ++reports;
+    return noErr;
+  }
+  String greet() { return "greetings"; }
+  void setBundleID(Text bundleID) override {
+    senders.emplace_back(bundleID.value_or("(absent)"));
+    QBHPAppEventBase::setBundleID(bundleID);
+  }
+
+  std::vector<std::array<String, 4>> calls;
+  std::function<String()> onCall;
+  int reports = 0;
+  std::vector<std::string> senders;
+
+  [[nodiscard]] std::string_view className() const override { return name_; }
+
+ protected:
+  [[nodiscard]] std::span<const Method> methods() const override {
+    using Self = Service;
+    static constexpr std::array table{
+        method<&Self::call>(selector<&Self::call>("call:two:three:four:")),
+        method<&Self::report>(selector<&Self::report>("report:")),
+        method<&Self::greet>(selector<&Self::greet>("greet")),
+    };
+    return table;
+  }
+
+ private:
+  std::string name_;
+};
+
+// Made by name; counts its objects.
+class MadeByName : public QBHPAppEventBase {
+ public:
+  static constexpr std::string_view kClassName = "MadeByName";
+  static inline int made = 0;
+  MadeByName() { ++made; }
+  // Says which object it is.
+  String identity() { return std::to_string(made) + '/' + std::to_string(++calls_); }
+  [[nodiscard]] std::string_view className() const override { return kClassName; }
+
+ protected:
+  [[nodiscard]] std::span<const Method> methods() const override {
+    using Self = MadeByName;
+    static constexpr std::array table{
+        method<&Self::identity>(selector<&Self::identity>("identity"))};
+    return table;
+  }
+
+ private:
+  int calls_ = 0;
+};
+
+class ThrowsWhenMade : public MadeByName {
+ public:
+  ThrowsWhenMade() { throw std::runtime_error("not made"); }
+};
+
+class AppleEventProcesser : public testing::Test {
+ protected:
+  AppleEventProcesser() { transport.reset(); }
+
+  String deliver(const RPCEvent& content, pid_t sender = getpid()) {
+    return textOf(transport.deliver(inboundEvent(content, sender)));
+  }
+  static String textOf(const AppleEvent& reply) {
+    const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
+    return answer == nullptr ? std::nullopt : answer->stringValue();
+  }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  QBHPAppleEventProcesser& processer = QBHPAppleEventProcesser::share();
+  Service service{"Service"};
+};
+
+TEST_F(AppleEventProcesser, ShareIsOneObjectThatHandlesRPCEvents) {
+  EXPECT_EQ(&QBHPAppleEventProcesser::share(), &processer);
+  EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+}
+
+TEST_F(AppleEventProcesser, UnRegistRemovesTheHandlerAndRegistInstallsIt) {
+  processer.unRegist();
+  EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+  processer.regist();
+  EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+  EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
+}
+
+TEST_F(AppleEventProcesser, ASecondObjectTakesOverAndItsEndRemovesTheHandler) {
+  {
+    QBHPAppleEventProcesser second;
+    CapturedLog log;
+    EXPECT_EQ(deliver({"Service", "greet", {}}), std::nullopt);  // nobody registered with it
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+  }
+  EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+  processer.regist();
+}
+
+TEST_F(AppleEventProcesser, CallsTheMethodWithTheArgumentsOfTheEvent) {
+  deliver({"Service", "call:two:three:four:", {"a", "", "c", "\u263A"}});
+  ASSERT_EQ(service.calls.size(), 1U);
+  EXPECT_EQ(service.calls[0], (std::array<String, 4>{"a", "", "c", "\u263A"}));
+}
+
+TEST_F(AppleEventProcesser, MissingArgumentsArePassedAsAbsent) {
+  deliver({"Service", "call:two:three:four:", {"a", "b", "c"}});
+  ASSERT_EQ(service.calls.size(), 1U);
+  EXPECT_EQ(service.calls[0], (std::array<String, 4>{"a", "b", "c", std::nullopt}));
+}
+
+TEST_F(AppleEventProcesser, TooManyArgumentsCallNothingAndReplyWithoutAResult) {
+  CapturedLog log;
+  EXPECT_EQ(deliver({"Service", "greet", {"one too many"}}), std::nullopt);
+  EXPECT_EQ(deliver({"Service", "call:two:three:four:", {"1", "2", "3", "4", "5"}}), std::nullopt);
+  EXPECT_TRUE(service.calls.empty());
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(AppleEventProcesser, ATextResultIsTheReply) {
+  EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
+}
+
+TEST_F(AppleEventProcesser, AStatusGivesAReplyWithoutAResult) {
+  const AppleEvent reply = transport.deliver(inboundEvent({"Service", "report:", {"a"}}, getpid()));
+  EXPECT_EQ(service.reports, 1);
+  EXPECT_TRUE(textOf(reply).value_or("").empty());
+}
+
+TEST_F(AppleEventProcesser, AMethodWithoutItsLastColonIsNotCalled) {
+  CapturedLog log;
+  EXPECT_EQ(deliver({"Service", "report", {"a"}}), std::nullopt);
+  EXPECT_EQ(deliver({"Service", "report::", {"a"}}), std::nullopt);
+  EXPECT_EQ(deliver({"Service", "Report:", {"a"}}), std::nullopt);
+  EXPECT_EQ(service.reports, 0);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(AppleEventProcesser, AnUnknownClassIsLoggedOnceAndRepliedWithoutAResult) {
+  CapturedLog log;
+  EXPECT_EQ(deliver({"NoSuchClass", "greet", {}}), std::nullopt);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+  EXPECT_EQ(deliver({"", "greet", {}}), std::nullopt);
+  EXPECT_EQ(log.lines().size(), 2U);
+}
+
+TEST_F(AppleEventProcesser, AKnownClassIsMadeOnceAndReused) {
+  registerClass<MadeByName>();
+  const int before = MadeByName::made;
+  const std::string number = std::to_string(before + 1);
+  EXPECT_EQ(deliver({"MadeByName", "identity", {}}), number + "/1");
+  EXPECT_EQ(deliver({"MadeByName", "identity", {}}), number + "/2");
+  EXPECT_EQ(MadeByName::made, before + 1);
+  processer.removeObjectforKeyToMapTable("MadeByName");
+}
+
+TEST_F(AppleEventProcesser, AnObjectThatIsRegisteredLaterReplacesTheOneMadeByName) {
+  registerClass<MadeByName>();
+  deliver({"MadeByName", "identity", {}});
+  Service replacement("MadeByName");
+  EXPECT_EQ(deliver({"MadeByName", "greet", {}}), "greetings");
+}
+
+TEST_F(AppleEventProcesser, AHelperControlMadeByNameGivesWayToTheSharedOne) {
+  registerClass<QBHPHelperControl>();
+  deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
+  class Delegate : public QBHPWillHelperExitDelegate {
+   public:
+    void willHelperExit() override { ++calls; }
+    int calls = 0;
+  } delegate;
+  QBHPHelperControl control;  // registers itself, like the shared one
+  control.setHelperCtrlDelegate(&delegate);
+  deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
+  EXPECT_EQ(delegate.calls, 1);
+}
+
+TEST_F(AppleEventProcesser, AClassThatCannotBeMadeLeavesTheEventToThePlatform) {
+  registerClass("ThrowsWhenMade", []() -> std::unique_ptr<QBHPAppEventBase> {
+    return std::make_unique<ThrowsWhenMade>();
+  });
+  EXPECT_THROW(deliver({"ThrowsWhenMade", "identity", {}}), std::runtime_error);
+  EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
+}
+
+TEST_F(AppleEventProcesser, ARemovedObjectIsNotCalled) {
+  processer.removeObjectforKeyToMapTable("Service");
+  CapturedLog log;
+  EXPECT_EQ(deliver({"Service", "greet", {}}), std::nullopt);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+  processer.removeObjectforKeyToMapTable("never registered");
+}
+
+TEST_F(AppleEventProcesser, TheSenderIsAddedToTheBundleIDSetOnce) {
+  const auto before = service.bundleIDSet();
+  deliver({"Service", "greet", {}});
+  deliver({"Service", "greet", {}});
+  auto expected = before;
+  expected.insert(ownIdentifier);
+  EXPECT_EQ(service.bundleIDSet(), expected);
+  EXPECT_EQ(service.senders, (std::vector<std::string>{ownIdentifier, ownIdentifier}));
+}
+
+TEST_F(AppleEventProcesser, TheSenderIsRecordedBeforeAnUnknownMethodIsNotCalled) {
+  deliver({"Service", "noSuchMethod", {}});
+  EXPECT_EQ(service.senders, std::vector<std::string>{ownIdentifier});
+}
+
+TEST_F(AppleEventProcesser, TheSenderIsTheApplicationOfTheSendingProcess) {
+  inHost(hostInformation(), [this](const Host& host) {
+    const RunningApplication application(host.home / "Sender.app",
+                                         {{"CFBundleIdentifier", "com.Example.Sender"}});
+    deliver({"Service", "greet", {}}, application.processID());
+    EXPECT_EQ(service.senders, std::vector<std::string>{"com.Example.Sender"});
+    EXPECT_TRUE(service.bundleIDSet().contains("com.Example.Sender"));
+  });
+}
+
+TEST_F(AppleEventProcesser, AnEventOfAProcessOutsideAnyBundleIsNotDispatched) {
+  const auto before = service.bundleIDSet();
+  const RunningDaemon daemon("sampled");
+  EXPECT_EQ(deliver({"Service", "greet", {}}, daemon.processID()), std::nullopt);
+  EXPECT_EQ(service.bundleIDSet(), before);
+  EXPECT_EQ(service.senders, std::vector<std::string>{"(absent)"});
+}
+
+TEST_F(AppleEventProcesser, AnEventWithoutASenderIsNotDispatched) {
+  const auto before = service.bundleIDSet();
+  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
+  const AppleEvent complete = inboundEvent({"Service", "greet", {}}, getpid());
+  event.setParamDescriptor(keyDirectObject,
+                           AppleEventDescriptor(*complete.paramDescriptor(keyDirectObject)));
+  CapturedLog log;
+  EXPECT_EQ(textOf(transport.deliver(event)), std::nullopt);
+  EXPECT_EQ(service.bundleIDSet(), before);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(AppleEventProcesser, OnlyAnAddressOfEightBytesNamesASender) {
+  const auto deliverFrom = [this](AppleEventDescriptor address) {
+    AppleEvent event = inboundEvent({"Service", "greet", {}}, 1);
+    event.setAttributeDescriptor(keyAddressAttr, std::move(address));
+    return textOf(transport.deliver(event));
+  };
+  std::string serial(8, '\0');
+  for (std::size_t i = 0; i < 4; ++i) {
+    serial[4 + i] = static_cast<char>(static_cast<unsigned>(getpid()) >> (24 - 8 * i) & 0xFFU);
+  }
+  const auto address = [](std::string bytes) {
+    return AppleEventDescriptor::withBytes(typeProcessSerialNumber, std::move(bytes));
+  };
+  EXPECT_EQ(deliverFrom(address(serial)), "greetings");
+  EXPECT_EQ(deliverFrom(address(serial.substr(1))), std::nullopt);
+  EXPECT_EQ(deliverFrom(address(serial + '\0')), std::nullopt);
+  EXPECT_EQ(deliverFrom(address("")), std::nullopt);
+  EXPECT_EQ(deliverFrom(address(std::string(8, '\xFF'))), std::nullopt);
+  EXPECT_EQ(deliverFrom(address(std::string(8, '\0'))), std::nullopt);
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor()), std::nullopt);
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor::withString(ownIdentifier)), std::nullopt);
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor::list()), std::nullopt);
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor::withBytes(typeKernelProcessID, "xyz")), std::nullopt);
+}
+
+TEST_F(AppleEventProcesser, AProcessThatIsGoneIsNoSender) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  waitpid(child, nullptr, 0);
+  EXPECT_EQ(deliver({"Service", "greet", {}}, child), std::nullopt);
+}
+
+TEST_F(AppleEventProcesser, WhatAMethodThrowsIsSwallowedWithoutALogLine) {
+  CapturedLog log;
+  service.onCall = []() -> String { throw RangeException("out of range"); };
+  EXPECT_EQ(deliver({"Service", "call:two:three:four:", {}}), std::nullopt);
+  service.onCall = []() -> String { throw 42; };
+  EXPECT_EQ(deliver({"Service", "call:two:three:four:", {}}), std::nullopt);
+  EXPECT_EQ(service.calls.size(), 2U);
+  EXPECT_TRUE(log.lines().empty());
+}
+
+TEST_F(AppleEventProcesser, TheLockIsFreeAfterAnException) {
+  service.onCall = []() -> String { throw std::runtime_error("raised"); };
+  deliver({"Service", "call:two:three:four:", {}});
+  String answer;
+  std::thread([&] { answer = deliver({"Service", "greet", {}}); }).join();
+  EXPECT_EQ(answer, "greetings");
+}
+
+TEST_F(AppleEventProcesser, AnItemThatIsNoTextLeavesTheEventToThePlatform) {
+  const auto deliverItems = [this](AppleEventDescriptor first, AppleEventDescriptor second,
+                                   AppleEventDescriptor argument) {
+    auto arguments = AppleEventDescriptor::list();
+    arguments.insertDescriptor(std::move(argument), 1);
+    auto directObject = AppleEventDescriptor::list();
+    directObject.insertDescriptor(std::move(first), 1);
+    directObject.insertDescriptor(std::move(second), 2);
+    directObject.insertDescriptor(std::move(arguments), 3);
+    AppleEvent event = inboundEvent({"", "", {}}, getpid());
+    event.setParamDescriptor(keyDirectObject, std::move(directObject));
+    return textOf(transport.deliver(event));
+  };
+  const auto text = [](const char* value) { return AppleEventDescriptor::withString(value); };
+  EXPECT_EQ(deliverItems(text("Service"), text("report:"), text("a")), std::nullopt);
+  EXPECT_EQ(service.reports, 1);
+  EXPECT_THROW(deliverItems(text("Service"), text("report:"), AppleEventDescriptor()),
+               InvalidArgumentException);
+  EXPECT_THROW(deliverItems(text("Service"), text("report:"), AppleEventDescriptor::list()),
+               InvalidArgumentException);
+  EXPECT_THROW(deliverItems(text("Service"), text("report:"),
+                            AppleEventDescriptor::withBytes(fourCharCode("long"), "1234")),
+               InvalidArgumentException);
+  EXPECT_THROW(deliverItems(AppleEventDescriptor(), text("report:"), text("a")),
+               InvalidArgumentException);
+  EXPECT_THROW(deliverItems(text("Service"), AppleEventDescriptor(), text("a")),
+               InvalidArgumentException);
+  EXPECT_EQ(service.reports, 1);
+}
+
+TEST_F(AppleEventProcesser, AnEventOfAnotherFormIsLeftToThePlatform) {
+  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
+  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
+  event.setParamDescriptor(keyDirectObject, AppleEventDescriptor::withString("text"));
+  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
+  auto twoItems = AppleEventDescriptor::list();
+  twoItems.insertDescriptor(AppleEventDescriptor::withString("Service"), 1);
+  twoItems.insertDescriptor(AppleEventDescriptor::withString("greet"), 2);
+  event.setParamDescriptor(keyDirectObject, std::move(twoItems));
+  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
+}
+
+TEST_F(AppleEventProcesser, AMethodMaySendAndBeReenteredOnItsOwnThread) {
+  int depth = 0;
+  service.onCall = [&]() -> String {
+    if (++depth > 1) return "inner";
+    String result;
+    QBHPAppleEventSender::share().sendEvnet("Peer", "ask", {}, result);
+    return "outer after " + result.value_or("(absent)");
+  };
+  // The peer asks back before it answers.
+  transport.answer(
+      "ask", RecordingTransport::Answerer([this](const RecordingTransport::Sent&) {
+        return RecordingTransport::Answer{noErr, deliver({"Service", "call:two:three:four:", {}})};
+      }));
+  EXPECT_EQ(deliver({"Service", "call:two:three:four:", {}}), "outer after inner");
+  EXPECT_EQ(depth, 2);
+}
+
+TEST_F(AppleEventProcesser, MethodsOfSeveralThreadsNeverOverlap) {
+  constexpr int threads = 4;
+  constexpr int rounds = 100;
+  Service other("Other");
+  std::atomic<int> inside{0};
+  std::atomic<bool> overlapped{false};
+  service.onCall = other.onCall = [&]() -> String {
+    if (inside.fetch_add(1) != 0) overlapped = true;
+    for (int i = 0; i < 10; ++i) std::this_thread::yield();
+    inside.fetch_sub(1);
+    return std::nullopt;
+  };
+  std::vector<std::thread> running;
+  for (int i = 0; i < threads; ++i) {
+    running.emplace_back([&, i] {
+      for (int round = 0; round < rounds; ++round) {
+        deliver({i % 2 == 0 ? "Service" : "Other", "call:two:three:four:", {}});
+      }
+    });
+  }
+  for (std::thread& thread : running) thread.join();
+  EXPECT_FALSE(overlapped);
+  EXPECT_EQ(service.calls.size() + other.calls.size(), std::size_t{threads * rounds});
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,245 @@
+#include <gtest/gtest.h>
+
+#include <array>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ClientComm/QBHPAppleEventSender.h"
+#include "Host.h"
+#include "support/CapturedLog.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+class AppleEventSender : public testing::Test {
+ protected:
+  AppleEventSender() { transport.reset(); }
+
+  RecordingTransport::Sent onlySent() {
+    const auto sent = transport.sent();
+    EXPECT_EQ(sent.size(), 1U);
+    return sent.at(0);
+  }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  QBHPAppleEventSender& sender = QBHPAppleEventSender::share();
+  const std::array<std::string_view, 2> arguments{"4711", "3.1"};
+};
+
+TEST_F(AppleEventSender, ShareIsOneObject) {
+  EXPECT_EQ(&QBHPAppleEventSender::share(), &QBHPAppleEventSender::share());
+}
+
+TEST_F(AppleEventSender, EventHasTheFormThatPeersExpect) {
+  EXPECT_EQ(
+      sender.sendEvnet("com.Acme.Helper", "QBHPHelperControl", "start:prodeuctVersion:", arguments),
+      noErr);
+  const AppleEvent event = onlySent().event;
+  EXPECT_EQ(event.eventClass(), 0x61657674U);
+  EXPECT_EQ(event.eventID(), 0x63616C6CU);
+  EXPECT_EQ(event.returnID(), -1);
+  EXPECT_EQ(event.transactionID(), 0);
+  EXPECT_EQ(event.target().descriptorType(), 0x62756E64U);
+  EXPECT_EQ(event.target().data(), "com.Acme.Helper");
+
+  const AppleEventDescriptor* directObject = event.paramDescriptor(0x2D2D2D2DU);
+  ASSERT_NE(directObject, nullptr);
+  EXPECT_EQ(directObject->descriptorType(), fourCharCode("list"));
+  ASSERT_EQ(directObject->numberOfItems(), 3U);
+  EXPECT_EQ(*directObject->descriptorAtIndex(1),
+            AppleEventDescriptor::withString("QBHPHelperControl"));
+  EXPECT_EQ(*directObject->descriptorAtIndex(2),
+            AppleEventDescriptor::withString("start:prodeuctVersion:"));
+  EXPECT_EQ(directObject->descriptorAtIndex(1)->descriptorType(), fourCharCode("utxt"));
+  const AppleEventDescriptor& list = *directObject->descriptorAtIndex(3);
+  EXPECT_EQ(list.descriptorType(), fourCharCode("list"));
+  ASSERT_EQ(list.numberOfItems(), 2U);
+  EXPECT_EQ(*list.descriptorAtIndex(1), AppleEventDescriptor::withString("4711"));
+  EXPECT_EQ(*list.descriptorAtIndex(2), AppleEventDescriptor::withString("3.1"));
+}
+
+TEST_F(AppleEventSender, PostHasModeOneAndTimeOutMinusOne) {
+  sender.sendEvnet("com.Acme.Helper", "Class", "method", {});
+  EXPECT_EQ(onlySent().mode, 1);
+  EXPECT_EQ(onlySent().timeout, -1);
+}
+
+TEST_F(AppleEventSender, RequestHasModeThreeAndTimeOutMinusTwo) {
+  String result;
+  sender.sendEvnet("com.Acme.Helper", "Class", "method", {}, result);
+  EXPECT_EQ(onlySent().mode, 3);
+  EXPECT_EQ(onlySent().timeout, -2);
+}
+
+TEST_F(AppleEventSender, RequestIsBuiltLikeAPost) {
+  String result;
+  sender.sendEvnet("com.Acme.Helper", "Class", "method::", arguments);
+  sender.sendEvnet("com.Acme.Helper", "Class", "method::", arguments, result);
+  const auto sent = transport.sent();
+  ASSERT_EQ(sent.size(), 2U);
+  EXPECT_EQ(*sent[0].event.paramDescriptor(keyDirectObject),
+            *sent[1].event.paramDescriptor(keyDirectObject));
+  EXPECT_EQ(sent[0].event.target(), sent[1].event.target());
+  EXPECT_EQ(sent[1].event.returnID(), -1);
+  EXPECT_EQ(sent[1].event.transactionID(), 0);
+}
+
+TEST_F(AppleEventSender, NoArgumentsAreAnEmptyListAsThirdItem) {
+  sender.sendEvnet("com.Acme.Helper", "Class", "method", {});
+  const AppleEvent event = onlySent().event;
+  const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
+  ASSERT_NE(directObject, nullptr);
+  ASSERT_EQ(directObject->numberOfItems(), 3U);
+  EXPECT_EQ(*directObject->descriptorAtIndex(3), AppleEventDescriptor::list());
+}
+
+TEST_F(AppleEventSender, ArgumentsStandInTheirOrder) {
+  std::vector<std::string> texts;
+  for (int i = 0; i < 100; ++i) texts.push_back(std::to_string(i));
+  const std::vector<std::string_view> views(texts.begin(), texts.end());
+  sender.sendEvnet("com.Acme.Helper", "Class", "method", views);
+  EXPECT_EQ(rpcEventOf(onlySent().event).arguments, texts);
+}
+
+TEST_F(AppleEventSender, AbsentNamesAreSentAsEmptyText) {
+  sender.sendEvnet("com.Acme.Helper", std::nullopt, std::nullopt, {});
+  EXPECT_EQ(rpcEventOf(onlySent().event), (RPCEvent{"", "", {}}));
+}
+
+TEST_F(AppleEventSender, ASCIITargetHasAsManyBytesAsCharacters) {
+  sender.sendEvnet("com.Acme.Photo-Tool_2", "Class", "method", {});
+  EXPECT_EQ(onlySent().event.target().data(), "com.Acme.Photo-Tool_2");
+}
+
+TEST_F(AppleEventSender, NonASCIITargetIsCutToItsCountOfUTF16Units) {
+  // 10 units, 11 bytes: the last byte is missing.
+  sender.sendEvnet("com.Gr\u00FC\u00DFe", "Class", "method", {});
+  EXPECT_EQ(onlySent().event.target().data(), std::string("com.Gr\u00FC\u00DFe").substr(0, 9));
+  transport.reset();
+  // A character of four bytes counts as two units: 6 of 8 bytes.
+  sender.sendEvnet("com.\U0001F600", "Class", "method", {});
+  EXPECT_EQ(onlySent().event.target().data(), std::string("com.\U0001F600").substr(0, 6));
+  transport.reset();
+  // A character of three bytes counts as one unit: 5 of 7 bytes.
+  sender.sendEvnet("com.\u263A", "Class", "method", {});
+  EXPECT_EQ(onlySent().event.target().data(), std::string("com.\u263A").substr(0, 5));
+}
+
+TEST_F(AppleEventSender, AbsentTargetHasNoBytes) {
+  sender.sendEvnet(std::nullopt, "Class", "method", {});
+  EXPECT_EQ(onlySent().event.target(),
+            AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
+}
+
+TEST_F(AppleEventSender, ShortFormsGoToTheHelperAgentAndBeginWithTheClassName) {
+  EXPECT_EQ(sender.helperBundleID(), helperIdentifier);
+  sender.sendEvnet("QBHPHelperControl", "stop:prodeuctVersion:", arguments);
+  String result;
+  sender.sendEvnet("QBHPGetDataByHelper", "clientIDFormHelper", {}, result);
+  const auto sent = transport.sent();
+  ASSERT_EQ(sent.size(), 2U);
+  for (const auto& event : sent) EXPECT_EQ(event.event.target().data(), helperIdentifier);
+  EXPECT_EQ(rpcEventOf(sent[0].event),
+            (RPCEvent{"QBHPHelperControl", "stop:prodeuctVersion:", {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].mode, 1);
+  EXPECT_EQ(rpcEventOf(sent[1].event), (RPCEvent{"QBHPGetDataByHelper", "clientIDFormHelper", {}}));
+  EXPECT_EQ(sent[1].mode, 3);
+}
+
+TEST_F(AppleEventSender, StatusIsReturnedUnchanged) {
+  for (const OSErr status : {OSErr{0}, OSErr{-600}, OSErr{-609}, OSErr{-1708}, OSErr{-1712},
+                             OSErr{-1743}, OSErr{-50}, OSErr{32767}, OSErr{-32768}}) {
+    transport.answerWith({status, std::nullopt});
+    String result;
+    EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}), status);
+    EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}, result), status);
+    EXPECT_EQ(sender.sendEvnet("Class", "method", {}), status);
+    EXPECT_EQ(sender.sendEvnet("Class", "method", {}, result), status);
+  }
+}
+
+TEST_F(AppleEventSender, ResultIsTheTextOfTheReply) {
+  String result;
+  transport.answerWith({noErr, "a reply \u263A"});
+  EXPECT_EQ(sender.sendEvnet("Class", "method", {}, result), noErr);
+  EXPECT_EQ(result, "a reply \u263A");
+}
+
+TEST_F(AppleEventSender, ResultIsAbsentForAnEmptyReply) {
+  String result = "what was there before";
+  EXPECT_EQ(sender.sendEvnet("Class", "method", {}, result), noErr);
+  EXPECT_EQ(result, std::nullopt);
+}
+
+TEST_F(AppleEventSender, ResultIsWrittenAfterAFailedSend) {
+  String result = "what was there before";
+  transport.answerWith({procNotFound, std::nullopt});
+  EXPECT_EQ(sender.sendEvnet("Class", "method", {}, result), procNotFound);
+  EXPECT_EQ(result, std::nullopt);
+}
+
+TEST_F(AppleEventSender, FailureIsNeitherLoggedNorTriedAgain) {
+  CapturedLog log;
+  transport.answerWith({connectionInvalid, std::nullopt});
+  String result;
+  sender.sendEvnet("Class", "method", {});
+  sender.sendEvnet("Class", "method", {}, result);
+  EXPECT_EQ(transport.sent().size(), 2U);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{});
+}
+
+TEST_F(AppleEventSender, HelperIdentifierIsReadOnceFromTheKeyAsItIsSpelled) {
+  auto info = hostInformation();
+  info.set("Helper Bundle indentifiter", "com.Example.Other");
+  inHost(info, [](const Host&) {
+    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), "com.Example.Other");
+  });
+}
+
+TEST_F(AppleEventSender, WithoutTheKeyTheTargetHasNoBytesAndTheStatusIsTheTransports) {
+  auto info = hostInformation();
+  info.erase("Helper Bundle indentifiter");
+  info.set("Helper Bundle identifier", "com.Example.WellSpelled");
+  inHost(info, [this](const Host&) {
+    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), std::nullopt);
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_EQ(sender.sendEvnet("Class", "method", {}), procNotFound);
+    EXPECT_EQ(onlySent().event.target(),
+              AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
+  });
+}
+
+TEST_F(AppleEventSender, PlatformTransportRefusesAnEmptyTargetWithMinus600) {
+  AppleEventTransport::replaceShared(nullptr);
+  EXPECT_EQ(sender.sendEvnet(std::nullopt, "Class", "method", {}), -600);
+  EXPECT_EQ(sender.sendEvnet("", "Class", "method", {}), -600);
+  AppleEventTransport::replaceShared(&transport);
+}
+
+TEST_F(AppleEventSender, PlatformTransportRefusesWhatIsNoTextWithMinus50) {
+  AppleEventTransport::replaceShared(nullptr);
+  const std::array<std::string_view, 1> notText{"\xFF"};
+  const std::array<std::string_view, 1> withZero{std::string_view("a\0b", 3)};
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method:", notText), -50);
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method:", withZero), -50);
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Cl\xFFss", "method", {}), -50);
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "meth\xC3", {}), -50);
+  EXPECT_EQ(sender.sendEvnet("oneelement", "Class", "method", {}), -50);
+  EXPECT_EQ(sender.sendEvnet("com..Helper", "Class", "method", {}), -50);
+  EXPECT_EQ(sender.sendEvnet("com.\u263A", "Class", "method", {}), -50);  // cut within a character
+  AppleEventTransport::replaceShared(&transport);
+}
+
+TEST_F(AppleEventSender, PlatformTransportGivesMinus609WithoutABus) {
+  AppleEventTransport::replaceShared(nullptr);
+  String result = "what was there before";
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}), -609);
+  EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}, result), -609);
+  EXPECT_EQ(result, std::nullopt);
+  AppleEventTransport::replaceShared(&transport);
+}
+
+}  // namespace
+}  // namespace qbdkr::test

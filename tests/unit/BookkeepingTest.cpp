@@ -1,0 +1,222 @@
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Host.h"
+#include "Platform/Bundle.h"
+#include "Platform/UserDefaults.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Seams.h"
+#include "support/CapturedLog.h"
+#include "support/Environment.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Dictionary = PropertyList::Dictionary;
+
+std::optional<PropertyList> stored(const Host& host, std::string_view key) {
+  const Dictionary domain = host.readDefaults(hostIdentifier);
+  const PropertyList* value = domain.find(key);
+  return value == nullptr ? std::nullopt : std::optional(*value);
+}
+
+// A communicator without its start-up thread.
+class Bookkeeping : public testing::Test {
+ protected:
+  HeldThreads threads;
+  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+};
+
+TEST_F(Bookkeeping, CreationRecordsTheProductIdentity) {
+  inHost(hostInformation(), [this](const Host& host) {
+    EXPECT_FALSE(fs::exists(host.defaultsFile(hostIdentifier)));
+    communicator();
+    EXPECT_EQ(stored(host, "PID"), PropertyList("4711"));
+    EXPECT_EQ(stored(host, "Version"), PropertyList("3.1"));
+    EXPECT_EQ(stored(host, "ExecutableFile"), PropertyList(host.bundle.string()));
+    EXPECT_EQ(stored(host, "IsFirstStart"), std::nullopt);
+    EXPECT_EQ(stored(host, "FirstStartPID"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, EveryStartOverwritesTheProductIdentity) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"PID", "old"},
+                                        {"Version", "0.1"},
+                                        {"ExecutableFile", "/somewhere/else"},
+                                        {"Other", "stays"}});
+    communicator();
+    EXPECT_EQ(stored(host, "PID"), PropertyList("4711"));
+    EXPECT_EQ(stored(host, "Version"), PropertyList("3.1"));
+    EXPECT_EQ(stored(host, "ExecutableFile"), PropertyList(host.bundle.string()));
+    EXPECT_EQ(stored(host, "Other"), PropertyList("stays"));
+  });
+}
+
+TEST_F(Bookkeeping, AMissingIdentityRemovesItsKeysAndIsSentEmpty) {
+  auto info = hostInformation();
+  info.erase("PID");
+  info.erase("CFBundleVersion");
+  inHost(info, [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"PID", "old"}, {"Version", "0.1"}});
+    CapturedLog log;
+    communicator().stopHelper();
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"stop:prodeuctVersion: (null) (null) "});
+    EXPECT_EQ(stored(host, "PID"), std::nullopt);
+    EXPECT_EQ(stored(host, "Version"), std::nullopt);
+    EXPECT_EQ(RecordingTransport::installed().sentRPCEvents().at(0).arguments,
+              (std::vector<std::string>{"", ""}));
+  });
+}
+
+TEST_F(Bookkeeping, VeryFirstStartRecordsAndReturnsTheProduct) {
+  inHost(hostInformation(), [this](const Host& host) {
+    EXPECT_EQ(communicator().firstStartPID(), "4711");
+    EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
+    EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("4711"));
+    EXPECT_EQ(communicator().firstStartPID(), "4711");
+  });
+}
+
+TEST_F(Bookkeeping, ALaterStartReturnsTheProductOfTheFirst) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "1001"}});
+    EXPECT_EQ(communicator().firstStartPID(), "1001");
+    EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("1001"));
+    EXPECT_EQ(stored(host, "PID"), PropertyList("4711"));
+  });
+}
+
+TEST_F(Bookkeeping, ALaterStartWithoutARecordedProductReturnsNone) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}});
+    EXPECT_EQ(communicator().firstStartPID(), std::nullopt);
+    EXPECT_EQ(stored(host, "FirstStartPID"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, IsFirstStartSetTrueRecordsAgain) {
+  for (const PropertyList& value : {PropertyList(true), PropertyList("YES"), PropertyList(1)}) {
+    inHost(hostInformation(), [&](const Host& host) {
+      host.writeDefaults(hostIdentifier, {{"IsFirstStart", value}, {"FirstStartPID", "1001"}});
+      EXPECT_EQ(communicator().firstStartPID(), "4711");
+      EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
+      EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("4711"));
+    });
+  }
+}
+
+TEST_F(Bookkeeping, IsFirstStartRemovedRecordsAgain) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"FirstStartPID", "1001"}});
+    EXPECT_EQ(communicator().firstStartPID(), "4711");
+  });
+}
+
+TEST_F(Bookkeeping, FirstStartWithoutAProductRecordsTheStartOnly) {
+  auto info = hostInformation();
+  info.erase("PID");
+  inHost(info, [this](const Host& host) {
+    EXPECT_EQ(communicator().firstStartPID(), std::nullopt);
+    EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
+    EXPECT_EQ(stored(host, "FirstStartPID"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, CollectDataPIDIsTheOneThatWasSet) {
+  inHost(hostInformation(), [this](const Host& host) {
+    communicator().setCollectDataPID("collected");
+    EXPECT_EQ(stored(host, "DataCollectPID"), PropertyList("collected"));
+    EXPECT_EQ(communicator().collectDataPID(), "collected");
+    EXPECT_EQ(stored(host, "IsFirstStart"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, CollectDataPIDFallsBackToTheFirstStart) {
+  inHost(hostInformation(), [this](const Host& host) {
+    EXPECT_EQ(communicator().collectDataPID(), "4711");
+    EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
+  });
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "1001"}});
+    EXPECT_EQ(communicator().collectDataPID(), "1001");
+  });
+}
+
+TEST_F(Bookkeeping, CollectDataPIDSetToEmptyCountsAsUnset) {
+  inHost(hostInformation(), [this](const Host& host) {
+    communicator().setCollectDataPID("collected");
+    communicator().setCollectDataPID("");
+    EXPECT_EQ(stored(host, "DataCollectPID"), PropertyList(""));
+    EXPECT_EQ(communicator().collectDataPID(), "4711");
+  });
+}
+
+TEST_F(Bookkeeping, DataCollectionPathIsMadeWithEverythingAboveIt) {
+  inHost(hostInformation(), [this](const Host& host) {
+    const fs::path base = host.home / "does/not/exist";
+    const std::string data = base / "Log/Data";
+    communicator();
+    CapturedLog log;
+    communicator().initDataCollectionPath(base.string());
+    EXPECT_TRUE(fs::is_directory(data));
+    EXPECT_EQ(log.lines(),
+              std::vector<std::string>{"initDataCollectionPath: DataCollectPath = " + data});
+    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), PropertyList(data));
+    // Stored with the next synchronize, which is not this call's.
+    EXPECT_EQ(stored(host, "DataCollectPath"), std::nullopt);
+    UserDefaults::standard().synchronize();
+    EXPECT_EQ(stored(host, "DataCollectPath"), PropertyList(data));
+  });
+}
+
+TEST_F(Bookkeeping, ExistingLogFolderIsUsed) {
+  inHost(hostInformation(), [this](const Host& host) {
+    writeFile(host.home / "Log/kept", "kept");
+    communicator().initDataCollectionPath(host.home.string());
+    EXPECT_TRUE(fs::is_directory(host.home / "Log/Data"));
+    EXPECT_EQ(readFile(host.home / "Log/kept"), "kept");
+    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"),
+              PropertyList((host.home / "Log/Data").string()));
+  });
+}
+
+TEST_F(Bookkeeping, ExistingDataFolderIsNeitherLoggedNorRecorded) {
+  inHost(hostInformation(), [this](const Host& host) {
+    fs::create_directories(host.home / "Log/Data");
+    communicator();
+    CapturedLog log;
+    communicator().initDataCollectionPath(host.home.string());
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, DataPathThatIsAFileIsLeftAlone) {
+  inHost(hostInformation(), [this](const Host& host) {
+    writeFile(host.home / "Log/Data", "a file");
+    communicator().initDataCollectionPath(host.home.string());
+    EXPECT_EQ(readFile(host.home / "Log/Data"), "a file");
+    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), std::nullopt);
+  });
+}
+
+TEST_F(Bookkeeping, DataPathThatCannotBeMadeIsNotReported) {
+  inHost(hostInformation(), [this](const Host& host) {
+    writeFile(host.home / "base", "a file where a folder would have to be");
+    communicator();
+    CapturedLog log;
+    EXPECT_NO_THROW(communicator().initDataCollectionPath((host.home / "base").string()));
+    EXPECT_EQ(log.lines().size(), 1U);
+    EXPECT_FALSE(fs::exists(host.home / "base/Log"));
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test

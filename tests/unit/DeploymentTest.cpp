@@ -1,0 +1,447 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host.h"
+#include "Platform/Bundle.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Seams.h"
+#include "support/CapturedLog.h"
+#include "support/Environment.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Dictionary = PropertyList::Dictionary;
+using Lines = std::vector<std::string>;
+
+constexpr const char* installDirectory = "~/Library/Example";
+
+Dictionary informationWithHelper() {
+  Dictionary info = hostInformation();
+  info.set("Helepr App name", "Helper");
+  info.set("Helper loaction path", installDirectory);
+  return info;
+}
+
+// An identifier that no other test's application has.
+std::string runningIdentifier() {
+  return Bundle::main().infoString("Helper Bundle indentifiter").value();
+}
+
+Dictionary informationWithOwnHelperIdentifier() {
+  Dictionary info = informationWithHelper();
+  info.set("Helper Bundle indentifiter", "com.Example.Helper.P" + std::to_string(getpid()));
+  return info;
+}
+
+class Deployment : public testing::Test {
+ protected:
+  Deployment() { transport.reset(); }
+
+  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
+  static fs::path installed(const Host& host) { return host.home / "Library/Example/Helper.app"; }
+  static fs::path resource(const Host& host) { return host.resources() / "Helper.app"; }
+
+  static void writeHelper(const fs::path& bundle, const std::string& version,
+                          const std::string& content = "content") {
+    // The one that the host names: a process that runs from here must not be taken for the helper
+    // agent of another test.
+    Dictionary info{{"CFBundleIdentifier",
+                     Bundle::main().infoString("Helper Bundle indentifiter").value_or("none")}};
+    if (!version.empty()) info.set("CFBundleVersion", version);
+    writeBundle(bundle, info);
+    writeFile(bundle / "Contents/content", content);
+  }
+
+  static std::string versionOf(const fs::path& bundle) {
+    const auto info = readDictionaryFile(bundle / "Contents/Info.plist");
+    const PropertyList* version = info ? info->find("CFBundleVersion") : nullptr;
+    return version == nullptr ? "(none)" : *version->string();
+  }
+
+  // Installs a version over another, and says what is installed afterwards and what was logged.
+  void expectDeployment(const std::string& resourceVersion, const std::string& installedVersion,
+                        bool replaced) {
+    inHost(informationWithHelper(), [&](const Host& host) {
+      writeHelper(resource(host), resourceVersion, "new");
+      writeHelper(installed(host), installedVersion, "old");
+      communicator();
+      CapturedLog log;
+      communicator().extractHelper();
+      EXPECT_EQ(readFile(installed(host) / "Contents/content"), replaced ? "new" : "old");
+      EXPECT_EQ(log.lines(), replaced ? Lines{"helper version = " + resourceVersion}
+                                      : Lines{"helper in conetent's version is lower"});
+      EXPECT_TRUE(transport.sent().empty());
+    });
+  }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  HeldThreads threads;
+  RecordingWorkspace workspace;
+};
+
+TEST_F(Deployment, FirstRunMakesTheDirectoryAndItsParentsAndCopies) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "content");
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(workspace.opened().empty());
+  });
+}
+
+TEST_F(Deployment, NothingElseIsLeftInTheInstallDirectory) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.1");
+    communicator().extractHelper();
+    writeHelper(resource(host), "1.2");
+    communicator().extractHelper();
+    std::vector<std::string> names;
+    for (const auto& entry : fs::directory_iterator(installed(host).parent_path())) {
+      names.push_back(entry.path().filename());
+    }
+    EXPECT_EQ(names, std::vector<std::string>{"Helper.app"});
+    EXPECT_EQ(versionOf(installed(host)), "1.2");
+  });
+}
+
+TEST_F(Deployment, EqualVersionIsKeptAndLoggedAsLower) { expectDeployment("1.0", "1.0", false); }
+TEST_F(Deployment, EqualNumbersInOtherWritingAreKept) { expectDeployment("1.01", "1.1", false); }
+TEST_F(Deployment, NewerVersionReplaces) { expectDeployment("1.0.1", "1.0", true); }
+TEST_F(Deployment, NumbersDecideAsNumbers) { expectDeployment("1.10", "1.9", true); }
+TEST_F(Deployment, OlderVersionIsNotInstalled) { expectDeployment("1.0", "1.0.1", false); }
+TEST_F(Deployment, PreReleaseDoesNotReplaceTheRelease) { expectDeployment("1.0b2", "1.0", false); }
+TEST_F(Deployment, ReleaseReplacesItsPreRelease) { expectDeployment("1.0", "1.0b2", true); }
+TEST_F(Deployment, InstalledCopyWithoutAVersionIsReplaced) { expectDeployment("1.0", "", true); }
+
+TEST_F(Deployment, ResourceWithoutAVersionReplacesNoNumber) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "", "new");
+    writeHelper(installed(host), "1.0", "old");
+    communicator().extractHelper();
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "old");
+  });
+}
+
+TEST_F(Deployment, DamagedInstalledCopyIsReplaced) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0", "new");
+    writeFile(installed(host) / "Contents/Info.plist", "\x01 no property list");
+    communicator().extractHelper();
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "new");
+  });
+}
+
+TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
+  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
+    writeHelper(resource(host), "1.1");
+    bool oldOneWasThere = false;
+    transport.answer("exitHelper:productVersion:",
+                     RecordingTransport::Answerer([&](const RecordingTransport::Sent&) {
+                       oldOneWasThere = versionOf(installed(host)) == "1.0";
+                       return RecordingTransport::Answer{};
+                     }));
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(transport.sentRPCEvents(),
+              (std::vector<RPCEvent>{
+                  {"QBHPHelperControl", "exitHelper:productVersion:", {"4711", "3.1"}}}));
+    EXPECT_TRUE(oldOneWasThere);
+    EXPECT_EQ(log.lines(), Lines{"helper version = 1.1"});
+    EXPECT_EQ(versionOf(installed(host)), "1.1");
+  });
+}
+
+TEST_F(Deployment, RunningHelperIsNotAskedWhenItIsKept) {
+  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
+    writeHelper(resource(host), "1.0");
+    communicator().extractHelper();
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
+  // A name too long to be moved aside: that fails for the superuser as well.
+  const std::string name(240, 'n');
+  Dictionary info = informationWithHelper();
+  info.set("Helepr App name", name);
+  inHost(info, [&](const Host& host) {
+    const fs::path target = installed(host).parent_path() / (name + ".app");
+    writeHelper(host.resources() / (name + ".app"), "1.1", "new");
+    writeHelper(target, "1.0", "old");
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(log.lines(), Lines{"remove " + target.string() + " error File name too long"});
+    EXPECT_EQ(readFile(target / "Contents/content"), "old");
+  });
+}
+
+TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAResource) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    communicator().extractHelper();
+    EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
+    EXPECT_TRUE(fs::is_empty(host.home / "Library/Example"));
+  });
+}
+
+TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAnAppName) {
+  Dictionary info = informationWithHelper();
+  info.erase("Helepr App name");
+  inHost(info, [this](const Host& host) {
+    communicator().extractHelper();
+    EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
+    EXPECT_FALSE(communicator().launchHelepr());
+  });
+}
+
+TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
+  Dictionary info = informationWithHelper();
+  info.erase("Helper loaction path");
+  inHost(info, [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_FALSE(communicator().launchHelepr());
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(workspace.opened().empty());
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsNotReported) {
+  Dictionary info = informationWithHelper();
+  info.set("Helper loaction path", "~/a file/Example");
+  inHost(info, [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    writeFile(host.home / "a file", "");
+    workspace.answer = [](const std::string& path) { return fs::exists(path); };
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_FALSE(communicator().launchHelepr());
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(workspace.opened().size(), 1U);
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Deployment, WellSpelledKeysAreUsedWhereTheOthersAreAbsent) {
+  Dictionary info = hostInformation();
+  info.set("Helper App name", "Helper");
+  info.set("Helper location path", installDirectory);
+  inHost(info, [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    communicator().extractHelper();
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
+  });
+}
+
+TEST_F(Deployment, MisspelledKeysWin) {
+  Dictionary info = informationWithHelper();
+  info.set("Helper App name", "Wrong");
+  info.set("Helper location path", "~/Wrong");
+  inHost(info, [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    writeHelper(host.resources() / "Wrong.app", "9.9");
+    communicator().extractHelper();
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    EXPECT_FALSE(fs::exists(host.home / "Wrong"));
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
+  });
+}
+
+TEST_F(Deployment, AbsoluteInstallDirectoryIsUsedAsItIs) {
+  const TemporaryDirectory directory;
+  Dictionary info = informationWithHelper();
+  info.set("Helper loaction path", (directory.path() / "deep/er").string());
+  inHost(info, [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    communicator().extractHelper();
+    const fs::path path(Bundle::main().infoString("Helper loaction path").value());
+    EXPECT_EQ(versionOf(path / "Helper.app"), "1.0");
+  });
+}
+
+TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(installed(host), "1.0");
+    std::size_t sentBeforeOpening = 99;
+    workspace.answer = [&](const std::string&) {
+      sentBeforeOpening = transport.sent().size();
+      return true;
+    };
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
+    EXPECT_EQ(sentBeforeOpening, 0U);
+    ASSERT_FALSE(transport.sent().empty());
+    EXPECT_EQ(transport.sentRPCEvents()[0],
+              (RPCEvent{"QBHPHelperControl", "start:prodeuctVersion:", {"4711", "3.1"}}));
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
+  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_TRUE(workspace.opened().empty());
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Deployment, LaunchThatCannotOpenReturnsFalseAndSendsNothing) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(installed(host), "1.0");
+    workspace.answer = [](const std::string&) { return false; };
+    EXPECT_FALSE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.opened().size(), 1U);
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Deployment, LaunchIsTrueWhateverTheStatusOfTheStartRequest) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(installed(host), "1.0");
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_TRUE(communicator().launchHelepr());
+  });
+}
+
+TEST_F(Deployment, LaunchExtractsAHelperThatHasVanished) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    bool thereWhenOpened = false;
+    workspace.answer = [&](const std::string& path) { return thereWhenOpened = fs::exists(path); };
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_TRUE(thereWhenOpened);
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+  });
+}
+
+TEST_F(Deployment, LaunchDoesNotReplaceAnInstalledHelper) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "2.0");
+    writeHelper(installed(host), "1.0");
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+  });
+}
+
+TEST_F(Deployment, WithoutAHelperIdentifierTheHelperIsOpenedEvenIfItRuns) {
+  Dictionary info = informationWithHelper();
+  info.erase("Helper Bundle indentifiter");
+  inHost(info, [this](const Host& host) {
+    const RunningApplication helper(installed(host), {{"CFBundleIdentifier", "com.Example.Any"}});
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.opened().size(), 1U);
+  });
+}
+
+TEST_F(Deployment, StartUpThreadExtractsThenLaunches) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    communicator();
+    EXPECT_FALSE(fs::exists(installed(host)));
+    ASSERT_EQ(threads.count(), 1U);
+    threads.runNext();
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Deployment, StartUpThreadReplacesAnOlderHelperBeforeItOpensIt) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "2.0");
+    writeHelper(installed(host), "1.0");
+    std::string opened;
+    workspace.answer = [&](const std::string& path) {
+      opened = versionOf(path);
+      return true;
+    };
+    communicator().processHelper();
+    EXPECT_EQ(opened, "2.0");
+  });
+}
+
+TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeBundle(host.home / "A.app",
+                {{"CFBundleVersion", "1.2"}, {"CFBundleShortVersionString", "9.9"}});
+    writeBundle(host.home / "B.app", {{"CFBundleShortVersionString", "9.9"}});
+    EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "A.app").string()), "1.2");
+    EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "B.app").string()), std::nullopt);
+    EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "C.app").string()), std::nullopt);
+    EXPECT_EQ(communicator().getVersionByBundlePath(""), std::nullopt);
+    EXPECT_EQ(communicator().getVersionByBundlePath(std::nullopt), std::nullopt);
+  });
+}
+
+TEST_F(Deployment, AppPathIsTheFirstEntryWithTheExtension) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    const fs::path directory = host.home / "Applications";
+    fs::create_directories(directory / "One.app");
+    writeFile(directory / "app", "");
+    writeFile(directory / "Two.apps", "");
+    writeFile(directory / ".app", "");
+    writeFile(directory / "Three.APP", "");
+    EXPECT_EQ(communicator().appPath(directory.string()), (directory / "One.app").string());
+    EXPECT_EQ(communicator().appPath(directory.string() + "/"), (directory / "One.app").string());
+  });
+}
+
+TEST_F(Deployment, AppPathTakesTheOrderOfTheFileSystem) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    const fs::path directory = host.home / "Applications";
+    for (int i = 0; i < 20; ++i) writeFile(directory / (std::to_string(i * 7919) + ".app"), "");
+    const fs::directory_iterator first(directory);
+    EXPECT_EQ(communicator().appPath(directory.string()), first->path().string());
+  });
+}
+
+TEST_F(Deployment, AppPathIsAbsentWhereThereIsNone) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeFile(host.home / "Empty/readme", "");
+    EXPECT_EQ(communicator().appPath((host.home / "Empty").string()), std::nullopt);
+    EXPECT_EQ(communicator().appPath((host.home / "Missing").string()), std::nullopt);
+    EXPECT_EQ(communicator().appPath((host.home / "Empty/readme").string()), std::nullopt);
+    EXPECT_EQ(communicator().appPath(std::nullopt), std::nullopt);
+  });
+}
+
+TEST_F(Deployment, ConfigurationComesFromTheLocalizedInformationToo) {
+  Dictionary info = informationWithHelper();
+  info.set("CFBundleDevelopmentRegion", "de");
+  inHost(info,
+         [this](const Host& host) {
+           EXPECT_TRUE(communicator().launchHelepr());
+           EXPECT_EQ(workspace.opened(),
+                     std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
+         },
+         {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
+}
+
+}  // namespace
+}  // namespace qbdkr::test

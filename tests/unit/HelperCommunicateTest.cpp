@@ -1,0 +1,455 @@
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <future>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "ClientComm/QBHPGetDataByHelper.h"
+#include "Host.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Seams.h"
+#include "support/CapturedLog.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+using Answer = RecordingTransport::Answer;
+using Answerer = RecordingTransport::Answerer;
+using Dictionary = PropertyList::Dictionary;
+using Lines = std::vector<std::string>;
+using Methods = std::vector<std::string>;
+
+constexpr const char* start = "start:prodeuctVersion:";
+constexpr const char* stop = "stop:prodeuctVersion:";
+constexpr const char* isAlive = "isAlive:prodeuctVersion:";
+constexpr const char* clientIDFormHelper = "clientIDFormHelper";
+
+Dictionary informationWithHelper() {
+  Dictionary info = hostInformation();
+  info.set("Helepr App name", "Helper");
+  info.set("Helper loaction path", "~/Library/Example");
+  return info;
+}
+
+class HelperCommunicate : public testing::Test {
+ protected:
+  HelperCommunicate() { transport.reset(); }
+
+  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  HeldThreads threads;
+  RecordingWorkspace workspace;
+};
+
+TEST_F(HelperCommunicate, ShareIsOneObjectWithOneStartUpThread) {
+  inHost(hostInformation(), [this](const Host&) {
+    EXPECT_EQ(&communicator(), &QBHPHelperCommunicate::share());
+    EXPECT_EQ(threads.count(), 1U);
+  });
+}
+
+TEST_F(HelperCommunicate, CreationSendsNothingAndOpensNothingItself) {
+  inHost(informationWithHelper(), [this](const Host&) {
+    CapturedLog log;
+    communicator();
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(workspace.opened().empty());
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_EQ(communicator().clientID(), std::nullopt);
+  });
+}
+
+TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
+              static_cast<QBHPHelperControlCallBackDelegate*>(
+                  static_cast<QBHPWillHelperExitDelegate*>(&communicator())));
+    EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+  });
+}
+
+TEST_F(HelperCommunicate, CreationRecordsTheIdentityBeforeTheStartUpThreadRuns) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    communicator();
+    ASSERT_EQ(threads.count(), 1U);
+    ASSERT_NE(host.readDefaults(hostIdentifier).find("PID"), nullptr);
+    threads.runNext();
+    EXPECT_EQ(transport.sentRPCEvents().at(0),
+              (RPCEvent{"QBHPHelperControl", start, {"4711", "3.1"}}));
+  });
+}
+
+TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientID) {
+  inHost(hostInformation(), [this](const Host& host) {
+    bool recordedAtStart = true;
+    bool recordedAtFetch = false;
+    const auto recorded = [&] {
+      return host.readDefaults(hostIdentifier).find("FirstStartPID") != nullptr;
+    };
+    transport.answer(start, Answerer([&](const auto&) {
+                       recordedAtStart = recorded();
+                       return Answer{};
+                     }));
+    transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
+                       recordedAtFetch = recorded();
+                       return Answer{noErr, "client 1"};
+                     }));
+    EXPECT_EQ(communicator().startHelper(), noErr);
+    EXPECT_EQ(transport.sentMethods(), (Methods{start, clientIDFormHelper}));
+    EXPECT_FALSE(recordedAtStart);
+    EXPECT_TRUE(recordedAtFetch);
+    EXPECT_EQ(communicator().clientID(), "client 1");
+  });
+}
+
+TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsAndFetches) {
+  inHost(hostInformation(), [this](const Host& host) {
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().startHelper(), procNotFound);
+    EXPECT_EQ(transport.sentMethods(), (Methods{start, clientIDFormHelper}));
+    EXPECT_NE(host.readDefaults(hostIdentifier).find("FirstStartPID"), nullptr);
+  });
+}
+
+TEST_F(HelperCommunicate, IsAliveOfAHelperNotStartedYetStartsItExactlyOnce) {
+  inHost(hostInformation(), [this](const Host&) {
+    EXPECT_EQ(communicator().isAliveHelper(), noErr);
+    EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
+    EXPECT_EQ(communicator().isAliveHelper(), noErr);
+    EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper, isAlive}));
+  });
+}
+
+TEST_F(HelperCommunicate, IsAliveOfAStartedHelperStartsNothing) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().startHelper();
+    transport.reset();
+    EXPECT_EQ(communicator().isAliveHelper(), noErr);
+    EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
+  });
+}
+
+TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
+  inHost(hostInformation(), [this](const Host&) {
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().isAliveHelper(), procNotFound);
+    EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
+  });
+}
+
+TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.sentRPCEvents().at(0),
+              (RPCEvent{"QBHPHelperControl", isAlive, {"4711", "3.1"}}));
+  });
+}
+
+TEST_F(HelperCommunicate, IsAliveLogsTheStatusAndTheFlag) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    CapturedLog log;
+    transport.answer(isAlive, Answer{procNotFound, std::nullopt});
+    communicator().isAliveHelper();
+    EXPECT_EQ(log.lines(), Lines{"result -600 isHelperAlive 0"});
+    transport.reset();
+    communicator().isAliveHelper();
+    communicator().isAliveHelper();
+    EXPECT_EQ(log.lines(), (Lines{"result -600 isHelperAlive 0", "result 0 isHelperAlive 0",
+                                  "QBDKRProductClient''QBHPHelperControl",
+                                  "start:prodeuctVersion: 4711 3.1 ", "result 0 isHelperAlive 1"}));
+  });
+}
+
+TEST_F(HelperCommunicate, AStartRequestThatFailsLeavesTheFlagAsItWas) {
+  inHost(hostInformation(), [this](const Host&) {
+    transport.answer(start, Answer{connectionInvalid, std::nullopt});
+    communicator().isAliveHelper();
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 2U);  // it counts as not started
+    transport.reset();
+    communicator().startHelper();
+    transport.answer(start, Answer{connectionInvalid, std::nullopt});
+    communicator().startHelper();
+    transport.reset();
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 0U);  // it still counts as started
+  });
+}
+
+TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().startHelper();
+    transport.reset();
+    EXPECT_EQ(communicator().stopHelper(), noErr);
+    EXPECT_EQ(transport.sentRPCEvents(),
+              (std::vector<RPCEvent>{{"QBHPHelperControl", stop, {"4711", "3.1"}}}));
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 1U);
+  });
+}
+
+TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().startHelper();
+    transport.answer(stop, Answer{connectionInvalid, std::nullopt});
+    EXPECT_EQ(communicator().stopHelper(), connectionInvalid);
+    transport.reset();
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 1U);
+  });
+}
+
+TEST_F(HelperCommunicate, WillHelperExitStopsAndRestartsNothing) {
+  inHost(informationWithHelper(), [this](const Host&) {
+    communicator().startHelper();
+    transport.reset();
+    const std::size_t before = threads.count();
+    communicator().willHelperExit();
+    EXPECT_EQ(transport.sentMethods(), Methods{stop});
+    EXPECT_TRUE(workspace.opened().empty());
+    EXPECT_EQ(threads.count(), before);
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 1U);  // the next check starts it
+  });
+}
+
+TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().startHelper();
+    transport.reset();
+    transport.deliver(
+        inboundEvent({"QBHPHelperControl", "helperExitNotify:", {"Helper"}}, getpid()));
+    EXPECT_EQ(transport.sentMethods(), Methods{stop});
+    transport.deliver(inboundEvent(
+        {"QBHPHelperControl", "checkServerOpenCallBack::::", {"Helper", "1", "5", "M"}}, getpid()));
+    EXPECT_EQ(transport.sentMethods(), Methods{stop});
+  });
+}
+
+TEST_F(HelperCommunicate, DidCheckServerOpenDoesNothingElse) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    CapturedLog log;
+    const Error error{"domain", 5, {}};
+    communicator().didCheckServerOpen(true, nullptr);
+    communicator().didCheckServerOpen(false, &error);
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(log.lines().empty());
+    EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
+  });
+}
+
+TEST_F(HelperCommunicate, ServerNotOpenIsTheStatusTenOnly) {
+  inHost(hostInformation(), [this](const Host&) {
+    for (int status = -32768; status <= 32767; ++status) {
+      EXPECT_EQ(communicator().isHelperSeverNotOpen(static_cast<OSErr>(status)), status == 10);
+    }
+  });
+}
+
+TEST_F(HelperCommunicate, ServerIsOpenUnlessTheHelpersDefaultsSayClosed) {
+  inHost(hostInformation(), [this](const Host& host) {
+    EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
+    host.writeDefaults(helperIdentifier, {{"Other", true}});
+    EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
+    for (const PropertyList& closed :
+         {PropertyList(true), PropertyList("YES"), PropertyList("1"), PropertyList(1)}) {
+      host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", closed}});
+      EXPECT_FALSE(communicator().getDefaultHelperServerOpen());
+    }
+    for (const PropertyList& open : {PropertyList(false), PropertyList("NO"), PropertyList(""),
+                                     PropertyList(0), PropertyList(PropertyList::Array{})}) {
+      host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", open}});
+      EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
+    }
+  });
+}
+
+TEST_F(HelperCommunicate, TheHostsOwnDefaultsDoNotCloseTheServer) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"QBHPServerClosed", true}});
+    EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
+  });
+}
+
+TEST_F(HelperCommunicate, WithoutAHelperIdentifierTheServerIsOpen) {
+  Dictionary info = hostInformation();
+  info.erase("Helper Bundle indentifiter");
+  inHost(info, [this](const Host&) { EXPECT_TRUE(communicator().getDefaultHelperServerOpen()); });
+}
+
+TEST_F(HelperCommunicate, RestartWithTheServerClosedGivesTenAndDoesNothing) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
+    transport.answerWith({procNotFound, std::nullopt});
+    CapturedLog log;
+    EXPECT_EQ(communicator().restartHelperInThread(), 10);
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(workspace.opened().empty());
+    EXPECT_TRUE(log.lines().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, RestartOfAHelperThatCanBeReachedGivesZeroAndOpensNothing) {
+  inHost(informationWithHelper(), [this](const Host&) {
+    EXPECT_EQ(communicator().restartHelperInThread(), noErr);
+    EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
+    EXPECT_TRUE(workspace.opened().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
+  inHost(informationWithHelper(), [this](const Host&) {
+    transport.answer(isAlive, Answer{procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().restartHelperInThread(), noErr);
+    EXPECT_EQ(workspace.opened().size(), 1U);
+    EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
+  });
+}
+
+TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
+  inHost(informationWithHelper(), [this](const Host&) {
+    transport.answerWith({procNotFound, std::nullopt});
+    workspace.answer = [](const std::string&) { return false; };
+    EXPECT_EQ(communicator().restartHelperInThread(), 1);
+    EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
+  });
+  inHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().restartHelperInThread(), 1);
+    EXPECT_TRUE(workspace.opened().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCall) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
+    communicator();
+    const std::size_t before = threads.count();
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    EXPECT_EQ(threads.count(), before + 2);
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    threads.runNext();  // the start-up thread, which has nothing to do here
+    EXPECT_TRUE(transport.sent().empty());
+    communicator().autoRestartHelper();
+    threads.runNext();
+    EXPECT_EQ(transport.countOf(isAlive), 1U);
+    EXPECT_EQ(transport.countOf(start), 1U);
+  });
+}
+
+TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    std::promise<void> release;
+    std::shared_future<void> released(release.get_future());
+    transport.answer(isAlive, Answerer([released](const auto&) {
+                       released.wait();
+                       return Answer{procNotFound, std::nullopt};
+                     }));
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    threads.runNext();  // the start-up thread
+    std::thread check([this] { threads.runNext(); });
+    EXPECT_TRUE(transport.waitForMethod(isAlive));
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    EXPECT_EQ(communicator().stopHelper(), noErr);  // other requests are not held up
+    release.set_value();
+    check.join();
+  });
+}
+
+TEST_F(HelperCommunicate, ClientIDIsAbsentWhileItIsFetched) {
+  inHost(hostInformation(), [this](const Host&) {
+    transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
+    EXPECT_EQ(communicator().clientIDFormHelper(), "client 1");
+    EXPECT_EQ(communicator().clientID(), "client 1");
+    String meanwhile = "not asked";
+    transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
+                       meanwhile = communicator().clientID();
+                       return Answer{noErr, "client 2"};
+                     }));
+    EXPECT_EQ(communicator().clientIDFormHelper(), "client 2");
+    EXPECT_EQ(meanwhile, std::nullopt);
+    EXPECT_EQ(communicator().clientID(), "client 2");
+  });
+}
+
+TEST_F(HelperCommunicate, ClientIDIsAbsentAfterARequestWithoutAnAnswer) {
+  inHost(hostInformation(), [this](const Host&) {
+    transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
+    communicator().clientIDFormHelper();
+    transport.answer(clientIDFormHelper, Answer{procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().clientIDFormHelper(), std::nullopt);
+    EXPECT_EQ(communicator().clientID(), std::nullopt);
+  });
+}
+
+TEST_F(HelperCommunicate, ReadingTheClientIDSendsNothing) {
+  inHost(hostInformation(), [this](const Host&) {
+    EXPECT_EQ(communicator().clientID(), std::nullopt);
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, ReadingTheClientIDDoesNotWaitForARequestUnderWay) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    std::promise<void> release;
+    transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
+                       release.get_future().wait();
+                       return Answer{noErr, "client 1"};
+                     }));
+    std::thread fetching([this] { communicator().clientIDFormHelper(); });
+    EXPECT_TRUE(transport.waitForMethod(clientIDFormHelper));
+    EXPECT_EQ(communicator().clientID(), std::nullopt);
+    release.set_value();
+    fetching.join();
+    EXPECT_EQ(communicator().clientID(), "client 1");
+  });
+}
+
+TEST_F(HelperCommunicate, CannotBeCalledByName) {
+  inHost(hostInformation(), [this](const Host&) {
+    EXPECT_EQ(communicator().className(), "QBHPHelperCommunicate");
+    EXPECT_EQ(communicator().performSelector("stopHelper", {}), std::nullopt);
+    CapturedLog log;
+    transport.deliver(inboundEvent({"QBHPHelperCommunicate", "stopHelper", {}}, getpid()));
+    EXPECT_EQ(log.lines(), Lines{"classname is a class but it not find"});
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(HelperCommunicate, ManyChecksAtOnceLeaveAConsistentState) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator();
+    transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
+    std::vector<std::thread> checks;
+    for (int i = 0; i < 8; ++i) {
+      checks.emplace_back([this] {
+        for (int round = 0; round < 20; ++round) communicator().restartHelperInThread();
+      });
+    }
+    for (std::thread& check : checks) check.join();
+    EXPECT_EQ(transport.countOf(isAlive), 160U);
+    EXPECT_GE(transport.countOf(start), 1U);
+    EXPECT_LE(transport.countOf(start), 8U);
+    EXPECT_EQ(communicator().clientID(), "client 1");
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test

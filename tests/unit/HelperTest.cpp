@@ -1,0 +1,225 @@
+#include <gtest/gtest.h>
+#include <time.h>
+
+#include <algorithm>
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <string>
+#include <vector>
+
+#include "Host.h"
+#include "Platform/RunLoop.h"
+#include "ProductClient/QBHPHelper.h"
+#include "Seams.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+
+constexpr const char* isAlive = "isAlive:prodeuctVersion:";
+
+std::string localTime() {
+  const std::time_t now = std::time(nullptr);
+  std::tm local{};
+  localtime_r(&now, &local);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y%m%d%H%M%S", &local);
+  return text.data();
+}
+
+String installTime(const Host& host) {
+  const Dictionary domain = host.readDefaults(hostIdentifier);
+  const PropertyList* value = domain.find("installTime");
+  return value == nullptr ? std::nullopt : String(*value->string());
+}
+
+// The facade with a run loop whose timer fires when it is told to, and with threads that are held.
+class Helper : public testing::Test {
+ protected:
+  Helper() { transport.reset(); }
+
+  QBHPHelper& helper() { return QBHPHelper::share(); }
+  const RecordingRunLoop::Timer& timer() { return *runLoop.timers().at(0); }
+  // Runs everything that was to run on threads of its own.
+  void runThreads() {
+    while (threads.count() > 0) threads.runNext();
+  }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  HeldThreads threads;
+  RecordingWorkspace workspace;
+  RecordingRunLoop runLoop;
+};
+
+TEST_F(Helper, ShareIsOneObjectWithOneTimerOf60Seconds) {
+  inHost(hostInformation(), [this](const Host&) {
+    EXPECT_EQ(&helper(), &QBHPHelper::share());
+    ASSERT_EQ(runLoop.timers().size(), 1U);
+    EXPECT_EQ(timer().interval(), std::chrono::seconds(60));
+    EXPECT_TRUE(timer().isValid());
+  });
+}
+
+TEST_F(Helper, CreationMakesTheCommunicatorButStartsNothing) {
+  inHost(hostInformation(), [this](const Host& host) {
+    helper();
+    EXPECT_EQ(threads.count(), 1U);  // the communicator's start-up thread and no check
+    EXPECT_EQ(installTime(host), std::nullopt);
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(host.readDefaults(hostIdentifier).find("PID") != nullptr);
+  });
+}
+
+TEST_F(Helper, FirstStartStoresTheInstallTimeAsLocalTime) {
+  inHost(hostInformation(), [this](const Host& host) {
+    setenv("TZ", "XYZ-13:45", 1);
+    tzset();
+    const std::string before = localTime();
+    helper().startHelper();
+    const std::string after = localTime();
+    const String stored = installTime(host);
+    ASSERT_TRUE(stored.has_value());
+    EXPECT_EQ(stored->size(), 14U);
+    EXPECT_TRUE(std::ranges::all_of(*stored, [](char c) { return c >= '0' && c <= '9'; }));
+    EXPECT_LE(before, *stored);
+    EXPECT_LE(*stored, after);
+  });
+}
+
+TEST_F(Helper, LaterStartsLeaveTheInstallTimeAlone) {
+  for (const char* value : {"", "20010203040506", "anything"}) {
+    inHost(hostInformation(), [&](const Host& host) {
+      host.writeDefaults(hostIdentifier, {{"installTime", value}});
+      helper().startHelper();
+      helper().startHelper();
+      EXPECT_EQ(installTime(host), value);
+    });
+  }
+}
+
+TEST_F(Helper, InstallTimeOfAnotherTypeIsLeftAlone) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"installTime", 7}});
+    helper().startHelper();
+    EXPECT_EQ(*host.readDefaults(hostIdentifier).find("installTime"), PropertyList(7));
+  });
+}
+
+TEST_F(Helper, InstallTimeIsStoredBeforeTheCheckIsDetached) {
+  inHost(hostInformation(), [this](const Host& host) {
+    helper();
+    runThreads();
+    helper().startHelper();
+    EXPECT_EQ(threads.count(), 1U);
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(installTime(host).has_value());
+    runThreads();
+    EXPECT_EQ(transport.countOf(isAlive), 1U);
+  });
+}
+
+TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
+  inHost(hostInformation(), [this](const Host&) {
+    helper();
+    runThreads();
+    helper().stopHelper();
+    EXPECT_EQ(
+        transport.sentRPCEvents(),
+        (std::vector<RPCEvent>{{"QBHPHelperControl", "stop:prodeuctVersion:", {"4711", "3.1"}}}));
+    EXPECT_TRUE(timer().isValid());
+  });
+}
+
+TEST_F(Helper, ATickAfterStopChecksAgainAndStartsTheHelperAgain) {
+  inHost(hostInformation(), [this](const Host&) {
+    helper().startHelper();
+    runThreads();
+    helper().stopHelper();
+    transport.reset();
+    timer().fire();
+    runThreads();
+    EXPECT_EQ(transport.countOf(isAlive), 1U);
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Helper, EveryTickChecksAndStampsTheInstallTimeIfMissing) {
+  inHost(hostInformation(), [this](const Host& host) {
+    helper();
+    runThreads();
+    EXPECT_EQ(installTime(host), std::nullopt);
+    timer().fire();
+    EXPECT_TRUE(installTime(host).has_value());
+    timer().fire();
+    EXPECT_EQ(threads.count(), 2U);
+    runThreads();
+    EXPECT_EQ(transport.countOf(isAlive), 2U);
+  });
+}
+
+TEST_F(Helper, ACallBackWithTheStoredTimerStarts) {
+  inHost(hostInformation(), [this](const Host&) {
+    helper();
+    runThreads();
+    helper().autoautoStartIntervaTimerMethod(&timer());
+    runThreads();
+    EXPECT_EQ(transport.countOf(isAlive), 1U);
+  });
+}
+
+TEST_F(Helper, ACallBackWithAnyOtherArgumentDoesNothing) {
+  inHost(hostInformation(), [this](const Host& host) {
+    helper();
+    runThreads();
+    const RecordingRunLoop::Timer other(std::chrono::seconds(60), [](const RunLoopTimer&) {});
+    helper().autoautoStartIntervaTimerMethod(&other);
+    helper().autoautoStartIntervaTimerMethod(nullptr);
+    EXPECT_EQ(threads.count(), 0U);
+    EXPECT_EQ(installTime(host), std::nullopt);
+    EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
+  inHost(hostInformation(), [this](const Host&) {
+    helper();
+    runThreads();
+    static auto& second = *new QBHPHelper;  // as long as the process, like the first
+    ASSERT_EQ(runLoop.timers().size(), 2U);
+    EXPECT_EQ(threads.count(), 0U);  // the communicator is the same, and not started again
+    EXPECT_TRUE(timer().isValid());
+    timer().fire();
+    helper().autoautoStartIntervaTimerMethod(&timer());
+    EXPECT_EQ(threads.count(), 0U);
+    runLoop.timers().at(1)->fire();
+    EXPECT_EQ(threads.count(), 1U);
+    helper().autoautoStartIntervaTimerMethod(runLoop.timers().at(1).get());
+    second.autoautoStartIntervaTimerMethod(runLoop.timers().at(1).get());
+    EXPECT_EQ(threads.count(), 3U);
+  });
+}
+
+TEST_F(Helper, TheEndOfAnObjectEndsTheTimerInUse) {
+  inHost(hostInformation(), [this](const Host&) {
+    helper();
+    runThreads();
+    { const QBHPHelper second; }
+    ASSERT_EQ(runLoop.timers().size(), 2U);
+    EXPECT_TRUE(timer().isValid());
+    EXPECT_FALSE(runLoop.timers().at(1)->isValid());
+    // Neither is the stored one any more.
+    timer().fire();
+    runLoop.timers().at(1)->fire();
+    helper().autoautoStartIntervaTimerMethod(nullptr);
+    EXPECT_EQ(threads.count(), 0U);
+    // Direct calls go on.
+    helper().startHelper();
+    EXPECT_EQ(threads.count(), 1U);
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <functional>
+#include <map>
+#include <string>
+#include <vector>
+
+#include "Platform/PropertyList.h"
+#include "support/Environment.h"
+
+namespace qbdkr::test {
+
+// The bundle and the home directory of the process that runs a body below.
+struct Host {
+  std::filesystem::path bundle;
+  std::filesystem::path home;
+
+  [[nodiscard]] std::filesystem::path resources() const { return bundle / "Contents/Resources"; }
+  // The settings of a domain, and a way to write them as another process would.
+  [[nodiscard]] std::filesystem::path defaultsFile(const std::string& domain) const;
+  void writeDefaults(const std::string& domain, const PropertyList::Dictionary& values) const;
+  [[nodiscard]] PropertyList::Dictionary readDefaults(const std::string& domain) const;
+};
+
+inline constexpr const char* hostIdentifier = "com.Example.Host";
+inline constexpr const char* helperIdentifier = "com.Example.Helper";
+
+// What the hosts of the tests have in common: identifier, PID 4711, version 3.1, and the helper
+// agent's identifier. No place for a helper agent, so that nothing is installed.
+PropertyList::Dictionary hostInformation();
+
+// Runs a body in a process of its own, from a bundle of its own with this information dictionary
+// and with an empty home directory; its failures are those of the test that calls. The test as a
+// whole runs in both processes, the body only in the other one. The bundle has the strings files
+// that are given, by the language of their folder.
+void inHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
+            const std::map<std::string, std::string>& infoPlistStrings = {});
+
+// To be called first by main(): gives the process a home directory of its own, if it does not run a
+// body already.
+void enterPrivateHome();
+
+// Writes a bundle with this information dictionary and nothing else.
+void writeBundle(const std::filesystem::path& bundle, const PropertyList::Dictionary& info);
+
+// A process that runs, and is known to be what it was started as, until it is destroyed.
+class RunningProcess {
+ public:
+  RunningProcess(const RunningProcess&) = delete;
+  RunningProcess& operator=(const RunningProcess&) = delete;
+  ~RunningProcess();
+
+  [[nodiscard]] pid_t processID() const { return processID_; }
+  void end();
+
+ protected:
+  RunningProcess() = default;
+  // The program says something on its standard output when it runs, and ends with its input.
+  void start(std::vector<std::string> arguments);
+
+ private:
+  pid_t processID_ = 0;
+  int input_ = -1;
+};
+
+// An application: a process from a bundle, which is made for it.
+class RunningApplication : public RunningProcess {
+ public:
+  static constexpr const char* argument = "--wait-for-end-of-input";
+
+  RunningApplication(const std::filesystem::path& bundle, const PropertyList::Dictionary& info);
+};
+
+// A process outside any bundle, under a command name.
+class RunningDaemon : public RunningProcess {
+ public:
+  explicit RunningDaemon(const std::string& name);
+
+ private:
+  TemporaryDirectory directory_;
+};
+
+}  // namespace qbdkr::test

@@ -1,0 +1,255 @@
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstddef>
+#include <cstdlib>
+#include <limits>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "ClientComm/ProcessTableFetch.h"
+#include "ClientComm/QBHPProcessList.h"
+#include "Host.h"
+
+namespace qbdkr::test {
+namespace {
+
+constexpr const char* ownIdentifier = "com.Example.UnitTests";
+
+std::optional<QBHPProcessList::Entry> entryOf(pid_t processID) {
+  const auto entries = QBHPProcessList::share().getBSDProcessList();
+  const auto found = std::ranges::find_if(
+      entries, [&](const auto& entry) { return entry.at("pid") == std::to_string(processID); });
+  return found == entries.end() ? std::nullopt : std::optional(*found);
+}
+
+TEST(ProcessList, ShareIsOneObject) {
+  EXPECT_EQ(&QBHPProcessList::share(), &QBHPProcessList::share());
+}
+
+TEST(ProcessList, ListsThisProcessUnderItsBundleName) {
+  const auto entry = entryOf(getpid());
+  ASSERT_TRUE(entry.has_value());
+  EXPECT_EQ(*entry, (QBHPProcessList::Entry{{"pname", "Unit Tests"},
+                                            {"pid", std::to_string(getpid())},
+                                            {"uid", std::to_string(geteuid())}}));
+}
+
+TEST(ProcessList, ListsAProcessWithoutABundleUnderItsCommandName) {
+  const RunningDaemon daemon("sampled");
+  const auto entry = entryOf(daemon.processID());
+  ASSERT_TRUE(entry.has_value());
+  EXPECT_EQ(entry->at("pname"), "sampled");
+}
+
+TEST(ProcessList, ACommandNameHasAtMost16Characters) {
+  const RunningDaemon daemon("a-very-long-name-of-a-daemon");
+  const auto entry = entryOf(daemon.processID());
+  ASSERT_TRUE(entry.has_value());
+  EXPECT_TRUE(std::string("a-very-long-name-of-a-daemon").starts_with(entry->at("pname")));
+  EXPECT_GE(entry->at("pname").size(), 15U);
+  EXPECT_LE(entry->at("pname").size(), 16U);
+}
+
+TEST(ProcessList, ABundleWithoutANameIsListedUnderItsCommandName) {
+  auto info = hostInformation();
+  info.erase("CFBundleName");
+  inHost(info, [](const Host&) {
+    const auto entry = entryOf(getpid());
+    ASSERT_TRUE(entry.has_value());
+    EXPECT_EQ(entry->at("pname"), "Host");  // the executable's name
+  });
+}
+
+TEST(ProcessList, ABundleNameThatIsNoTextIsNoName) {
+  auto info = hostInformation();
+  info.set("CFBundleName", 7);
+  inHost(info, [](const Host&) { EXPECT_EQ(entryOf(getpid()).value().at("pname"), "Host"); });
+}
+
+TEST(ProcessList, IsInKernelOrderAndHasEveryProcessOnce) {
+  const auto entries = QBHPProcessList::share().getBSDProcessList();
+  ASSERT_FALSE(entries.empty());
+  EXPECT_TRUE(std::ranges::is_sorted(entries, [](const auto& a, const auto& b) {
+    return std::stoi(a.at("pid")) < std::stoi(b.at("pid"));
+  }));
+  EXPECT_EQ(
+      std::ranges::count_if(
+          entries, [](const auto& entry) { return entry.at("pid") == std::to_string(getpid()); }),
+      1);
+}
+
+TEST(ProcessList, InfoForPIDIsTheInformationDictionaryOfItsApplication) {
+  const auto info = QBHPProcessList::share().infoForPID(getpid());
+  ASSERT_NE(info, nullptr);
+  ASSERT_NE(info->find("CFBundleIdentifier"), nullptr);
+  EXPECT_EQ(*info->find("CFBundleIdentifier"), PropertyList(ownIdentifier));
+  EXPECT_EQ(*info->find("PID"), PropertyList("4711"));
+}
+
+TEST(ProcessList, InfoForPIDIsAbsentWithoutAProcess) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  waitpid(child, nullptr, 0);
+  for (const int pid : {0, -1, -4711, static_cast<int>(child), std::numeric_limits<int>::max(),
+                        std::numeric_limits<int>::min()}) {
+    const auto info = QBHPProcessList::share().infoForPID(pid);
+    EXPECT_TRUE(info == nullptr || info->empty()) << pid;
+  }
+}
+
+TEST(ProcessList, ARunningApplicationIsFoundByItsExactIdentifier) {
+  auto& list = QBHPProcessList::share();
+  EXPECT_TRUE(list.applicationIsRunning(ownIdentifier, "/any/path"));
+  EXPECT_TRUE(list.applicationIsRunning(ownIdentifier, ""));
+  EXPECT_FALSE(list.applicationIsRunning("com.example.unittests", "/any/path"));
+  EXPECT_FALSE(list.applicationIsRunning("COM.EXAMPLE.UNITTESTS", "/any/path"));
+  EXPECT_FALSE(list.applicationIsRunning("com.Example.UnitTest", "/any/path"));
+  EXPECT_FALSE(list.applicationIsRunning("com.Example.UnitTests ", "/any/path"));
+  EXPECT_FALSE(list.applicationIsRunning("", "/any/path"));
+}
+
+TEST(ProcessList, AnAbsentArgumentIsNotRunning) {
+  auto& list = QBHPProcessList::share();
+  EXPECT_FALSE(list.applicationIsRunning(std::nullopt, "/any/path"));
+  EXPECT_FALSE(list.applicationIsRunning(ownIdentifier, std::nullopt));
+  EXPECT_FALSE(list.applicationIsRunning(std::nullopt, std::nullopt));
+}
+
+TEST(ProcessList, AnotherApplicationIsFoundWhileItRuns) {
+  inHost(hostInformation(), [](const Host& host) {
+    auto& list = QBHPProcessList::share();
+    EXPECT_FALSE(list.applicationIsRunning("com.Example.Other", "/any/path"));
+    RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", "com.Example.Other"},
+                                                       {"CFBundleName", "The Other"}});
+    EXPECT_TRUE(list.applicationIsRunning("com.Example.Other", "/any/path"));
+    EXPECT_EQ(entryOf(other.processID()).value().at("pname"), "The Other");
+    other.end();
+    EXPECT_FALSE(list.applicationIsRunning("com.Example.Other", "/any/path"));
+  });
+}
+
+TEST(ProcessList, AnApplicationWithoutAnIdentifierIsSkipped) {
+  inHost({}, [](const Host&) {
+    EXPECT_FALSE(QBHPProcessList::share().applicationIsRunning("", "/any/path"));
+    EXPECT_TRUE(entryOf(getpid()).has_value());
+  });
+}
+
+TEST(GetBSDProcessListTest, GivesRecordsThatTheCallerFrees) {
+  ProcessRecord* records = nullptr;
+  std::size_t count = 0;
+  GetBSDProcessList(&records, &count);
+  const std::unique_ptr<ProcessRecord, Free> owned(records);
+  ASSERT_NE(records, nullptr);
+  ASSERT_GT(count, 0U);
+  const auto own = std::find_if(records, records + count, [](const ProcessRecord& record) {
+    return record.processID == getpid();
+  });
+  ASSERT_NE(own, records + count);
+  EXPECT_EQ(own->effectiveUser, geteuid());
+  EXPECT_STREQ(own->command, "UnitTests");
+}
+
+TEST(GetBSDProcessListTest, OverwritesWhatWasThere) {
+  ProcessRecord before{};
+  ProcessRecord* records = &before;
+  std::size_t count = 99;
+  GetBSDProcessList(&records, &count);
+  EXPECT_NE(records, &before);
+  std::free(records);
+}
+
+TEST(GetBSDProcessListDeathTest, AbortsWithoutAPlaceForTheList) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  std::size_t count = 0;
+  EXPECT_DEATH(GetBSDProcessList(nullptr, &count), "procList != NULL");
+}
+
+TEST(GetBSDProcessListDeathTest, AbortsWithoutAPlaceForTheCount) {
+  testing::GTEST_FLAG(death_test_style) = "threadsafe";
+  ProcessRecord* records = nullptr;
+  EXPECT_DEATH(GetBSDProcessList(&records, nullptr), "procCount != NULL");
+}
+
+// A table that answers as it is told, one answer per call.
+class FetchProcessTable : public testing::Test {
+ protected:
+  struct Step {
+    int result = 0;
+    std::size_t records = 0;
+  };
+  FetchedProcessTable fetch(std::vector<Step> steps) {
+    calls = 0;
+    return fetchProcessTable([this, steps](ProcessRecord* buffer, std::size_t* length) {
+      const Step& step = steps.at(calls);
+      EXPECT_EQ(buffer == nullptr, calls % 2 == 0) << "call " << calls;
+      if (buffer != nullptr) {
+        EXPECT_EQ(*length, steps.at(calls - 1).records * sizeof(ProcessRecord));
+        for (std::size_t i = 0; i < step.records; ++i) buffer[i] = {static_cast<pid_t>(i), 0, {}};
+      }
+      ++calls;
+      *length = step.records * sizeof(ProcessRecord);
+      return step.result;
+    });
+  }
+  std::size_t calls = 0;
+};
+
+TEST_F(FetchProcessTable, AsksForTheSizeThenForTheTable) {
+  const auto table = fetch({{0, 5}, {0, 5}});
+  EXPECT_NE(table.records, nullptr);
+  EXPECT_EQ(table.count, 5U);
+  EXPECT_EQ(calls, 2U);
+}
+
+TEST_F(FetchProcessTable, ATableThatShrankHasFewerRecords) {
+  const auto table = fetch({{0, 5}, {0, 3}});
+  EXPECT_EQ(table.count, 3U);
+}
+
+TEST_F(FetchProcessTable, ATableThatGrewIsAskedForAgainWithoutABound) {
+  std::vector<Step> steps;
+  for (std::size_t i = 0; i < 1000; ++i) {
+    steps.push_back({0, 1 + i});
+    steps.push_back({ENOMEM, 0});
+  }
+  steps.push_back({0, 1001});
+  steps.push_back({0, 1001});
+  const auto table = fetch(steps);
+  EXPECT_NE(table.records, nullptr);
+  EXPECT_EQ(table.count, 1001U);
+  EXPECT_EQ(calls, 2002U);
+}
+
+TEST_F(FetchProcessTable, AFailingSizeGivesNoTable) {
+  for (const int error : {EPERM, ENOMEM}) {
+    const auto table = fetch({{error, 0}});
+    EXPECT_EQ(table.records, nullptr);
+    EXPECT_EQ(table.count, 0U);
+    EXPECT_EQ(calls, 1U);
+  }
+}
+
+TEST_F(FetchProcessTable, AnyOtherFailureGivesNoTable) {
+  const auto table = fetch({{0, 5}, {EINVAL, 5}});
+  EXPECT_EQ(table.records, nullptr);
+  EXPECT_EQ(table.count, 0U);
+  EXPECT_EQ(calls, 2U);
+}
+
+TEST_F(FetchProcessTable, WithoutMemoryThereIsNoTable) {
+  const std::size_t tooMuch = std::numeric_limits<std::size_t>::max() / 4 / sizeof(ProcessRecord);
+  const auto table = fetch({{0, tooMuch}});
+  EXPECT_EQ(table.records, nullptr);
+  EXPECT_EQ(table.count, 0U);
+  EXPECT_EQ(calls, 1U);
+}
+
+}  // namespace
+}  // namespace qbdkr::test
