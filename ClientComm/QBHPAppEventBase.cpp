@@ -30,15 +30,16 @@ std::set<std::string> QBHPAppEventBase::bundleIDSet() const {
 }
 
 void QBHPAppEventBase::setBundleID(Text bundleID) {
-  if (!bundleID) throw InvalidArgumentException("the sender of an RPC event has no bundle identifier");
+  if (!bundleID)
+    throw InvalidArgumentException("the sender of an RPC event has no bundle identifier");
   const std::lock_guard lock(bundleIDs().mutex);
   bundleIDs().identifiers.emplace(*bundleID);
 }
 
 String QBHPAppEventBase::performSelector(std::string_view selector, std::span<const Text> objects) {
   const auto table = methods();
-  const auto found = std::ranges::find(
-      table, selector, [](const Method& entry) { return entry.selector.text(); });
+  const auto found =
+      std::ranges::find(table, selector, [](const Method& entry) { return entry.selector.text(); });
   if (found == table.end()) return std::nullopt;
   if (objects.size() > found->arity) {
     throw InvalidArgumentException("more arguments than the method takes");

@@ -45,10 +45,10 @@ class QBDKR_EXPORT QBHPAppEventBase {
   // learn whom to answer. Called on the main thread; any thread may call it.
   virtual void setBundleID(Text bundleID);
 
-  // Calls the method of that full name. Missing arguments are passed as absent; more than the method
-  // takes throw InvalidArgumentException. Returns the text that the method returned: absent for a
-  // method that returns a status, and where this object has no such method. Runs on the calling
-  // thread, and blocks as the method does.
+  // Calls the method of that full name. Missing arguments are passed as absent; more than the
+  // method takes throw InvalidArgumentException. Returns the text that the method returned: absent
+  // for a method that returns a status, and where this object has no such method. Runs on the
+  // calling thread, and blocks as the method does.
   String performSelector(std::string_view selector, std::span<const Text> objects);
 
  protected:
@@ -56,28 +56,38 @@ class QBDKR_EXPORT QBHPAppEventBase {
   [[nodiscard]] virtual std::span<const Method> methods() const = 0;
 };
 
+namespace detail {
+
+// Calls a member function with the arguments there are, the missing ones absent.
+template <auto Member, std::size_t... I>
+String invoke(QBHPAppEventBase& object, std::span<const Text> arguments,
+              std::index_sequence<I...> /*parameters*/) {
+  using Owner = typename MemberFunction<decltype(Member)>::Owner;
+  const auto argument = [&](std::size_t index) {
+    return index < arguments.size() ? arguments[index] : Text();
+  };
+  const auto call = [&] { return (static_cast<Owner&>(object).*Member)(argument(I)...); };
+  using Result = decltype(call());
+  if constexpr (std::is_same_v<Result, OSErr> || std::is_void_v<Result>) {
+    call();  // a status is no result
+    return std::nullopt;
+  } else {
+    static_assert(std::is_convertible_v<Result, String>,
+                  "a method that is called by name returns a String, an OSErr or nothing");
+    return call();
+  }
+}
+
+}  // namespace detail
+
 // The table entry of a member function whose parameters are texts and whose result is a text, a
 // status or nothing.
 template <auto Member>
 consteval Method method(Selector selector) {
-  using Function = detail::MemberFunction<decltype(Member)>;
-  using Owner = typename Function::Owner;
+  constexpr std::size_t arity = detail::MemberFunction<decltype(Member)>::arity;
   Selector::of<Member>(selector.text());
-  return {selector, Function::arity,
-          [](QBHPAppEventBase& object, std::span<const Text> arguments) -> String {
-            return [&]<std::size_t... I>(std::index_sequence<I...>) -> String {
-              const auto argument = [&](std::size_t index) {
-                return index < arguments.size() ? arguments[index] : Text();
-              };
-              auto call = [&] { return (static_cast<Owner&>(object).*Member)(argument(I)...); };
-              if constexpr (std::is_convertible_v<decltype(call()), String> &&
-                            !std::is_arithmetic_v<decltype(call())>) {
-                return call();
-              } else {
-                call();  // a status is no result
-                return std::nullopt;
-              }
-            }(std::make_index_sequence<Function::arity>());
+  return {selector, arity, [](QBHPAppEventBase& object, std::span<const Text> arguments) {
+            return detail::invoke<Member>(object, arguments, std::make_index_sequence<arity>());
           }};
 }
 

@@ -11,6 +11,9 @@
 namespace qbdkr {
 namespace {
 
+// Whether this thread makes an object for an event right now.
+thread_local bool makingObject = false;
+
 String textOfItem(const AppleEventDescriptor& list, std::size_t index) {
   const AppleEventDescriptor* item = list.descriptorAtIndex(index);
   return item == nullptr ? std::nullopt : item->stringValue();
@@ -39,7 +42,8 @@ String senderOf(const AppleEvent& event) {
   const std::string_view bytes = serial->data();
   const auto information = copyProcessInformation(
       {bigEndianWord(bytes.substr(0, wordSize)), bigEndianWord(bytes.substr(wordSize))});
-  const PropertyList* identifier = information ? information->find(kCFBundleIdentifierKey) : nullptr;
+  const PropertyList* identifier =
+      information ? information->find(kCFBundleIdentifierKey) : nullptr;
   if (identifier == nullptr || identifier->string() == nullptr) return std::nullopt;
   return *identifier->string();
 }
@@ -68,12 +72,21 @@ void QBHPAppleEventProcesser::unRegist() {
 void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object,
                                                         std::string_view forKey) {
   const std::lock_guard lock(mapMutex_);
-  mapTable_.insert_or_assign(std::string(forKey), &object);
+  // An object that is made for an event must not push aside the singleton that another thread has
+  // just registered.
+  if (makingObject) {
+    mapTable_.try_emplace(std::string(forKey), &object);
+  } else {
+    mapTable_.insert_or_assign(std::string(forKey), &object);
+  }
 }
 
 void QBHPAppleEventProcesser::removeObjectforKeyToMapTable(std::string_view className) {
+  // Not while a method of the object runs on another thread.
+  const std::lock_guard notDispatching(dispatching_);
   const std::lock_guard lock(mapMutex_);
-  if (const auto entry = mapTable_.find(className); entry != mapTable_.end()) mapTable_.erase(entry);
+  if (const auto entry = mapTable_.find(className); entry != mapTable_.end())
+    mapTable_.erase(entry);
 }
 
 void QBHPAppleEventProcesser::process(const AppleEvent& event, AppleEvent& withReplyEvent) {
@@ -98,13 +111,13 @@ void QBHPAppleEventProcesser::process(const AppleEvent& event, AppleEvent& withR
 
 String QBHPAppleEventProcesser::reflection(std::string_view className, std::string_view method,
                                            std::span<const Text> parameter, Text bundleID) {
-  QBHPAppEventBase* object = objectForClass(className);
-  if (object == nullptr) {
-    log("classname is a class but it not find");
-    return std::nullopt;
-  }
   try {
     const std::lock_guard lock(dispatching_);
+    QBHPAppEventBase* object = objectForClass(className);
+    if (object == nullptr) {
+      log("classname is a class but it not find");
+      return std::nullopt;
+    }
     object->setBundleID(bundleID);
     return object->performSelector(method, parameter);
   } catch (...) {  // whatever a method throws is its own affair; the sender gets no result
@@ -115,11 +128,19 @@ String QBHPAppleEventProcesser::reflection(std::string_view className, std::stri
 QBHPAppEventBase* QBHPAppleEventProcesser::objectForClass(std::string_view className) {
   if (QBHPAppEventBase* registered = registeredObject(className)) return registered;
   // Without the lock: the object may register itself while it is made.
-  auto made = makeObject(className);
+  makingObject = true;
+  std::unique_ptr<QBHPAppEventBase> made;
+  try {
+    made = makeObject(className);
+  } catch (...) {
+    makingObject = false;
+    throw;
+  }
+  makingObject = false;
   if (!made) return nullptr;
   const std::lock_guard lock(mapMutex_);
   made_.push_back(std::move(made));
-  return mapTable_.insert_or_assign(std::string(className), made_.back().get()).first->second;
+  return mapTable_.try_emplace(std::string(className), made_.back().get()).first->second;
 }
 
 QBHPAppEventBase* QBHPAppleEventProcesser::registeredObject(std::string_view className) {

@@ -20,9 +20,9 @@ namespace qbdkr {
 // known, an object is made, and kept. Methods never overlap: each runs under a lock of this object,
 // and may itself send requests.
 //
-// Only events of an application with a bundle identifier are dispatched. An unknown class is logged;
-// an unknown method, a wrong number of arguments and an exception are not, and all of them give a
-// reply without a result.
+// Only events of an application with a bundle identifier are dispatched. An unknown class is
+// logged; an unknown method, a wrong number of arguments and an exception are not, and all of them
+// give a reply without a result.
 class QBDKR_EXPORT QBHPAppleEventProcesser {
  public:
   // The dispatcher of this process; made on first use, which installs it, and never destroyed.
@@ -38,7 +38,7 @@ class QBDKR_EXPORT QBHPAppleEventProcesser {
   void unRegist();
 
   // Registers an object, which must live until it is removed, under a class name; replaces one that
-  // is there. Any thread.
+  // is there. Removing waits while a method runs on another thread. Any thread.
   void setObjectforKeyToMapTable(QBHPAppEventBase& object, std::string_view forKey);
   void removeObjectforKeyToMapTable(std::string_view className);
 

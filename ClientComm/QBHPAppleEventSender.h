@@ -13,12 +13,12 @@ namespace qbdkr {
 // The arguments of an RPC event, in order.
 using Arguments = std::span<const std::string_view>;
 
-// Builds and sends RPC events: a class name, a full method name and text arguments, to an application
-// named by its bundle identifier.
+// Builds and sends RPC events: a class name, a full method name and text arguments, to an
+// application named by its bundle identifier.
 //
 // All send operations run on the calling thread, any thread, and return the transport's status
-// unchanged: 0 when the event was posted or answered; procNotFound when the target is not running or
-// the identifier is missing; connectionInvalid without a bus, or when the peer went away;
+// unchanged: 0 when the event was posted or answered; procNotFound when the target is not running
+// or the identifier is missing; connectionInvalid without a bus, or when the peer went away;
 // errAEEventNotHandled, errAEEventNotPermitted, errAETimeout as the transport says; paramErr, and
 // nothing is sent, for a text that is not UTF-8 or holds a NUL, and for an identifier that names no
 // possible target. They log nothing, retry nothing and throw nothing.
@@ -30,7 +30,8 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   // Reads the helper agent's identifier from the main bundle's "Helper Bundle indentifiter", once.
   QBHPAppleEventSender();
 
-  // Posts an event to an application and returns at once.
+  // Posts an event to an application without waiting for it. Only a bus that is itself stuck makes
+  // it wait, some seconds at most.
   OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args);
 
   // Sends an event to an application and waits for its reply, without limit. The result is always

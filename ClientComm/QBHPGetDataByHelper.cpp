@@ -9,7 +9,9 @@ QBHPGetDataByHelper& QBHPGetDataByHelper::share() {
   return service;
 }
 
-String QBHPGetDataByHelper::clientIDFormHelper() { return askRequest(*this, kClientIDFormHelper, {}); }
+String QBHPGetDataByHelper::clientIDFormHelper() {
+  return askRequest(*this, kClientIDFormHelper, {});
+}
 
 String QBHPGetDataByHelper::isNotFirstStart() { return askRequest(*this, kIsNotFirstStart, {}); }
 

@@ -19,7 +19,8 @@ class QBDKR_EXPORT QBHPGetDataByHelper : public QBHPAppEventBase {
 
   static QBHPGetDataByHelper& share();
 
-  // The client identifier of this installation, as the helper agent gives it; absent without answer.
+  // The client identifier of this installation, as the helper agent gives it; absent without
+  // answer.
   String clientIDFormHelper();
   static constexpr auto kClientIDFormHelper =
       selector<&QBHPGetDataByHelper::clientIDFormHelper>("clientIDFormHelper");
@@ -32,7 +33,9 @@ class QBDKR_EXPORT QBHPGetDataByHelper : public QBHPAppEventBase {
   [[nodiscard]] std::string_view className() const override { return kClassName; }
 
  protected:
-  [[nodiscard]] std::span<const Method> methods() const override { return {}; }  // it gets no reports
+  [[nodiscard]] std::span<const Method> methods() const override {
+    return {};
+  }  // it gets no reports
 };
 
 }  // namespace qbdkr

@@ -78,15 +78,15 @@ OSErr QBHPHelperControl::helperExitNotify(Text text) {
 
 OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text errorCode,
                                                  Text errorMessage) {
-  log("%@ %@ %@ %@ %@",
-      {kCheckServerOpenCallBack.text(), text, open, errorCode, errorMessage});
+  log("%@ %@ %@ %@ %@", {kCheckServerOpenCallBack.text(), text, open, errorCode, errorMessage});
   auto* delegate = dynamic_cast<QBHPDidCheckServerOpenDelegate*>(helperCtrlDelegate());
   if (delegate == nullptr) return noErr;
   std::optional<Error> error;
   if (intValue(errorCode.value_or("")) != 0) {
     error = QBHPHelperError::errorWithCode(errorCode, errorMessage);
   }
-  delegate->didCheckServerOpen(boolValue(open.value_or(std::string_view())), error ? &*error : nullptr);
+  delegate->didCheckServerOpen(boolValue(open.value_or(std::string_view())),
+                               error ? &*error : nullptr);
   return noErr;
 }
 

@@ -13,8 +13,9 @@
 
 namespace qbdkr {
 
-// Receives the helper agent's reports. Each report is an interface of its own below: a delegate
-// implements those it wants to be told of. Called on the main thread, under the dispatcher's lock.
+// Receives the helper agent's reports. A delegate is taken away and destroyed on the main thread,
+// or while no report can come. Each report is an interface of its own below: a delegate implements
+// those it wants to be told of. Called on the main thread, under the dispatcher's lock.
 class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
  public:
   virtual ~QBHPHelperControlCallBackDelegate();
@@ -29,16 +30,16 @@ class QBDKR_EXPORT QBHPWillHelperExitDelegate : public virtual QBHPHelperControl
 class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
     : public virtual QBHPHelperControlCallBackDelegate {
  public:
-  // The helper agent told whether its server side is open. The error is null when there is none, and
-  // lives as long as the call.
+  // The helper agent told whether its server side is open. The error is null when there is none,
+  // and lives as long as the call.
   virtual void didCheckServerOpen(bool open, const Error* error) = 0;
 };
 
-// Tells the helper agent to start, stop, show, hide or exit, asks whether it is there, and passes its
-// reports on to a delegate.
+// Tells the helper agent to start, stop, show, hide or exit, asks whether it is there, and passes
+// its reports on to a delegate.
 //
-// Requests take a product identifier and a product version, return the status of the send at once and
-// may be made on any thread.
+// Requests take a product identifier and a product version, return the status of the send at once
+// and may be made on any thread.
 class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPHelperControl";
@@ -69,7 +70,8 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
 
   // 0 says that the helper agent can be reached.
   OSErr isAlive(Text productID, Text prodeuctVersion);
-  static constexpr auto kIsAlive = selector<&QBHPHelperControl::isAlive>("isAlive:prodeuctVersion:");
+  static constexpr auto kIsAlive =
+      selector<&QBHPHelperControl::isAlive>("isAlive:prodeuctVersion:");
 
   OSErr exitHelper(Text productID, Text productVersion);
   static constexpr auto kExitHelper =

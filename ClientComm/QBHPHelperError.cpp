@@ -6,7 +6,8 @@ namespace qbdkr {
 
 Error QBHPHelperError::errorWithCode(Text code, Text description) {
   if (!description) throw InvalidArgumentException("an error needs a description");
-  return {HelperCommunicateErrorDomain, intValue(code.value_or("")),
+  return {HelperCommunicateErrorDomain,
+          intValue(code.value_or("")),
           {{HelperCommunicateErrorDescription, std::string(*description)}}};
 }
 

@@ -17,7 +17,8 @@ struct Error {
 };
 
 inline constexpr const char* HelperCommunicateErrorDomain = "HelperCommunicateErrorDomain";
-inline constexpr const char* HelperCommunicateErrorDescription = "HelperCommunicateErrorDescription";
+inline constexpr const char* HelperCommunicateErrorDescription =
+    "HelperCommunicateErrorDescription";
 
 class QBDKR_EXPORT QBHPHelperError {
  public:

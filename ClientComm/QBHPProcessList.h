@@ -26,9 +26,9 @@ class QBDKR_EXPORT QBHPProcessList {
 
   static QBHPProcessList& share();
 
-  // One entry a process, in kernel order: "pname" is the name of its application or else its command
-  // name, "pid" its id and "uid" its effective user, in decimal. Empty when the table could not be
-  // had.
+  // One entry a process, in kernel order: "pname" is the name of its application or else its
+  // command name, "pid" its id and "uid" its effective user, in decimal. Empty when the table could
+  // not be had.
   [[nodiscard]] std::vector<Entry> getBSDProcessList();
 
   // The information dictionary of the application that a process runs; null when it runs none.

@@ -18,6 +18,10 @@ struct MemberFunction<Result (Class::*)(Parameters...)> {
 };
 
 template <class Class, class Result, class... Parameters>
+struct MemberFunction<Result (Class::*)(Parameters...) noexcept>
+    : MemberFunction<Result (Class::*)(Parameters...)> {};
+
+template <class Class, class Result, class... Parameters>
 struct MemberFunction<Result (Class::*)(Parameters...) const>
     : MemberFunction<Result (Class::*)(Parameters...)> {};
 

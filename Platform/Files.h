@@ -40,7 +40,8 @@ QBDKR_EXPORT bool copyItem(const std::string& from, const std::string& to);
 QBDKR_EXPORT void clearInterrupted(const std::string& path);
 
 // Replaces the contents of a file, or creates it with mode 0600, so that a reader sees the old
-// contents or the new ones. True when the new ones are durable.
+// contents or the new ones. True when the new ones are durable. One writer at a time: who may not
+// be the only one holds a FileLock.
 QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents);
 
 // The path with a leading "~" replaced by the user's home directory.

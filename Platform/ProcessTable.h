@@ -22,7 +22,7 @@ struct ProcessRecord {
 // Copies the kernel's process table. Without a buffer it stores the bytes that the table needs now;
 // with one, whose size length says, it stores the bytes written. 0, or an errno value: ENOMEM when
 // the table has grown beyond the buffer.
-[[nodiscard]] int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
+[[nodiscard]] QBDKR_EXPORT int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
 
 // How the process manager names a process.
 struct ProcessSerialNumber {
@@ -30,11 +30,12 @@ struct ProcessSerialNumber {
   std::uint32_t lowLongOfPSN;
 };
 
-// The serial number of a process; procNotFound when none of that id belongs to an application.
-[[nodiscard]] OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
+// The serial number of a process; procNotFound for what cannot be an id. On Linux every process has
+// one, whether it runs an application or not.
+[[nodiscard]] QBDKR_EXPORT OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
 
 // The information dictionary of the application that a process runs; null when it is none.
-[[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
+[[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
 
 }  // namespace qbdkr

@@ -75,7 +75,8 @@ void QBHPHelperCommunicate::setCollectDataPID(Text productID) {
 }
 
 void QBHPHelperCommunicate::initDataCollectionPath(Text base) {
-  const std::string logs = appendPathComponent(base.value_or(""), "Log");
+  if (!base || base->empty()) return;
+  const std::string logs = appendPathComponent(*base, "Log");
   if (!fileExists(logs)) createDirectory(logs);
   const std::string data = appendPathComponent(logs, "Data");
   if (fileExists(data)) return;

@@ -27,12 +27,13 @@ String infoText(std::string_view key, std::string_view otherKey) {
 }  // namespace
 
 QBHPHelperCommunicate::HelperConfiguration QBHPHelperCommunicate::helperConfiguration() {
-  HelperConfiguration configuration{Bundle::main().infoString(infokey::helperBundleIdentifier),
-                                    infoText(infokey::heleprAppName, infokey::helperAppName),
-                                    infoText(infokey::helperLoactionPath,
-                                             infokey::helperLocationPath)};
+  HelperConfiguration configuration{
+      Bundle::main().infoString(infokey::helperBundleIdentifier),
+      infoText(infokey::heleprAppName, infokey::helperAppName),
+      infoText(infokey::helperLoactionPath, infokey::helperLocationPath)};
   if (configuration.installDirectory) {
     configuration.installDirectory = expandTilde(*configuration.installDirectory);
+    if (configuration.installDirectory->empty()) configuration.installDirectory.reset();
   }
   return configuration;
 }

@@ -10,12 +10,16 @@
 namespace qbdkr {
 namespace {
 
-// A thread inherits the signals that its maker has blocked.
+// A thread inherits the signals that its maker has blocked: the host's handlers do not run on it.
 class BlockedSignals {
  public:
   BlockedSignals() {
     sigset_t all;
     sigfillset(&all);
+    // A fault stays a matter of the host's crash handler.
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
+      sigdelset(&all, fault);
+    }
     pthread_sigmask(SIG_SETMASK, &all, &before_);
   }
   BlockedSignals(const BlockedSignals&) = delete;

@@ -45,13 +45,19 @@ std::string installTime() {
   return text.data();
 }
 
+// Once in the life of the host's user defaults, although a tick and the host may be here at once.
+void recordInstallTime() {
+  static std::mutex once;
+  const std::lock_guard lock(once);
+  UserDefaults& defaults = UserDefaults::standard();
+  if (defaults.object(installTimeKey)) return;
+  defaults.setObject(installTimeKey, PropertyList(installTime()));
+  defaults.synchronize();
+}
+
 // The timer outlives a facade object that is destroyed, so neither may need one.
 void startNow() {
-  UserDefaults& defaults = UserDefaults::standard();
-  if (!defaults.object(installTimeKey)) {
-    defaults.setObject(installTimeKey, PropertyList(installTime()));
-    defaults.synchronize();
-  }
+  recordInstallTime();
   cmmt.load()->autoRestartHelper();
 }
 

@@ -8,8 +8,8 @@
 
 namespace qbdkr {
 
-// The face of the framework. A host calls share() once, on the thread whose run loop is to tick, and
-// from then on the helper agent is installed, launched and kept alive.
+// The face of the framework. A host calls share() once, on the thread whose run loop is to tick,
+// and from then on the helper agent is installed, launched and kept alive.
 //
 // The first share() must not race with another one. All other calls may be made on any thread.
 class QBDKR_EXPORT QBHPHelper {
@@ -27,8 +27,8 @@ class QBDKR_EXPORT QBHPHelper {
   // Ends the timer that is in use.
   ~QBHPHelper();
 
-  // Records the time of the first start, once, and starts a liveness check in the background. Returns
-  // at once.
+  // Records the time of the first start, once, and starts a liveness check in the background.
+  // Returns at once.
   void startHelper();
 
   // Sends the stop request. The timer goes on: the next tick starts a helper agent that still runs.

@@ -14,8 +14,8 @@
 
 namespace qbdkr {
 
-// The centre of the framework: it knows for which product the host speaks, installs and launches the
-// helper agent, keeps it alive, and turns the host's calls into requests to it.
+// The centre of the framework: it knows for which product the host speaks, installs and launches
+// the helper agent, keeps it alive, and turns the host's calls into requests to it.
 //
 // Unless a call says otherwise it may be made on any thread, returns at once, throws nothing, and a
 // status is that of the send: 0, or what QBHPAppleEventSender lists.
@@ -29,9 +29,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // The communicator of this process; made on first use, never destroyed.
   static QBHPHelperCommunicate& share();
 
-  // Becomes the delegate of the helper control, records the product identity in the user defaults and
-  // starts a thread that installs and launches the helper agent. Does not wait for it. The object
-  // must live as long as the process: that thread and the helper control use it.
+  // Becomes the delegate of the helper control, records the product identity in the user defaults
+  // and starts a thread that installs and launches the helper agent. Does not wait for it. The
+  // object must live as long as the process: that thread and the helper control use it.
   QBHPHelperCommunicate();
   ~QBHPHelperCommunicate() override;
 
@@ -43,8 +43,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Starts one liveness check on a thread of its own. Always 0.
   OSErr autoRestartHelper();
 
-  // The liveness check: serverNotOpen when the server is switched off; 0 when the helper agent can be
-  // reached or was launched; 1 when launching failed. Blocks for as long as a launch takes.
+  // The liveness check: serverNotOpen when the server is switched off; 0 when the helper agent can
+  // be reached or was launched; 1 when launching failed. Blocks for as long as a launch takes.
   OSErr restartHelperInThread();
 
   // False only when the helper agent's user defaults hold "QBHPServerClosed" as true.
@@ -60,8 +60,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Sends the stop request. The helper agent counts as not started afterwards, whatever the status.
   OSErr stopHelper();
 
-  // Sends the liveness request. When it can be delivered and this process has not started the helper
-  // agent yet, startHelper() follows, and blocks as said there.
+  // Sends the liveness request. When it can be delivered and this process has not started the
+  // helper agent yet, startHelper() follows, and blocks as said there.
   OSErr isAliveHelper();
 
   // The client identifier as last fetched; absent before, and while it is fetched.
@@ -77,12 +77,13 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
 
   // --- Deployment and launch --------------------------------------------------------------------
 
-  // Installs the helper agent from the host's resources, or replaces an installed one that is older.
-  // Failures are not reported. Blocks for the file operations.
+  // Installs the helper agent from the host's resources, or replaces an installed one that is
+  // older. Failures are not reported. Blocks for the file operations.
   void extractHelper();
 
-  // Makes sure that the helper agent runs, then sends the start request. False when the configuration
-  // is missing or it could not be opened. Blocks until it can be reached, and as startHelper() does.
+  // Makes sure that the helper agent runs, then sends the start request. False when the
+  // configuration is missing or it could not be opened. Blocks until it can be reached, and as
+  // startHelper() does.
   bool launchHelepr();
 
   // The CFBundleVersion of a bundle; absent when there is nothing at the path, or no version in it.
@@ -112,7 +113,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   [[nodiscard]] std::string_view className() const override { return "QBHPHelperCommunicate"; }
 
  protected:
-  [[nodiscard]] std::span<const Method> methods() const override { return {}; }  // it gets no events
+  [[nodiscard]] std::span<const Method> methods() const override {
+    return {};
+  }  // it gets no events
 
  private:
   // Where the helper agent comes from and goes to, as the host's information dictionary says.
@@ -131,7 +134,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   String productID_;
   String productVersion_;
   String clientID_;
-  std::atomic<bool> isServerOpen_{false};  // nothing here reads it; it is there for a debugger's eye
+  std::atomic<bool> isServerOpen_{
+      false};  // nothing here reads it; it is there for a debugger's eye
   std::atomic<bool> isHelperAlive_{false};
 };
 

@@ -62,7 +62,8 @@ bool runPgrep(const char* name) {
   pid_t process = 0;
   const std::array<char*, 4> arguments{const_cast<char*>("pgrep"), const_cast<char*>("-x"),
                                        const_cast<char*>(name), nullptr};
-  if (posix_spawnp(&process, "pgrep", nullptr, nullptr, arguments.data(), environ) != 0) return false;
+  if (posix_spawnp(&process, "pgrep", nullptr, nullptr, arguments.data(), environ) != 0)
+    return false;
   int status = 0;
   return waitpid(process, &status, 0) == process && WIFEXITED(status) && WEXITSTATUS(status) <= 1;
 }

@@ -80,8 +80,9 @@ struct Row {
 
 void print(const Row& row) {
   const double ratio = row.ours / row.theirs;
-  std::printf("%-34s %9.2f us  %-26s %9.2f us  ratio %5.2f (at most %.2f)  %s\n", row.name, row.ours,
-              row.reference, row.theirs, ratio, row.limit, ratio <= row.limit ? "holds" : "MISSED");
+  std::printf("%-34s %9.2f us  %-26s %9.2f us  ratio %5.2f (at most %.2f)  %s\n", row.name,
+              row.ours, row.reference, row.theirs, ratio, row.limit,
+              ratio <= row.limit ? "holds" : "MISSED");
 }
 
 // Alternates samples of both bodies, each of so many rounds; the median time of one round.
@@ -140,12 +141,12 @@ bool measureRequests(const std::string& agent) {
   waitForPeer();
   BareConnection bare(peer);
   const auto nothing = [] {};
-  const Row waiting =
-      measure({"waiting request", "sd_bus_call", 0, 0, 1.10}, 60, 200, ask,
-              [&] {
-                if (!bare.call("echo:", text)) fail("the bare call failed");
-              },
-              nothing);
+  const Row waiting = measure(
+      {"waiting request", "sd_bus_call", 0, 0, 1.10}, 60, 200, ask,
+      [&] {
+        if (!bare.call("echo:", text)) fail("the bare call failed");
+      },
+      nothing);
   print(waiting);
   // What was posted is worked off between the samples, or the bus would fill up.
   const Row posting = measure(
@@ -180,17 +181,17 @@ bool measureProcessList() {
   std::vector<Child> children;
   children.reserve(processes);
   for (int i = 0; i < processes; ++i) children.emplace_back([] { pause(); });
-  const Row row = measure({"applicationIsRunning, 300 processes", "pgrep -x", 0, 0, 0.20}, 30, 3,
-                          [] {
-                            if (qbdkr::QBHPProcessList::share().applicationIsRunning(
-                                    "com.Acme.NotThere", "/")) {
-                              fail("found what is not there");
-                            }
-                          },
-                          [] {
-                            if (!qbdkr::bench::runPgrep("NotThere")) fail("pgrep did not run");
-                          },
-                          [] {});
+  const Row row = measure(
+      {"applicationIsRunning, 300 processes", "pgrep -x", 0, 0, 0.20}, 30, 3,
+      [] {
+        if (qbdkr::QBHPProcessList::share().applicationIsRunning("com.Acme.NotThere", "/")) {
+          fail("found what is not there");
+        }
+      },
+      [] {
+        if (!qbdkr::bench::runPgrep("NotThere")) fail("pgrep did not run");
+      },
+      [] {});
   print(row);
   return row.ours / row.theirs <= row.limit;
 }

@@ -14,6 +14,10 @@ constexpr std::uint64_t microsecondsPerTick = 1'000'000 / 60;
 constexpr std::uint64_t busDefaultTimeout =
     25'000'000;  // microseconds; what every D-Bus binding has
 
+constexpr std::size_t longestArray = 64 << 20U;  // bytes of the list of arguments, in D-Bus's form
+constexpr std::size_t perText = 8;               // its length, its end and padding, at most
+constexpr std::size_t longestName = 1 << 20U;
+
 std::uint64_t microseconds(long timeout) {
   if (timeout == kNoTimeOut) return UINT64_MAX;
   if (timeout < 0) return busDefaultTimeout;
@@ -39,10 +43,15 @@ bool isRPCEvent(const AppleEventDescriptor* directObject) {
   }
   const AppleEventDescriptor& arguments = *directObject->descriptorAtIndex(3);
   if (arguments.descriptorType() != typeAEList) return false;
+  std::size_t size = 0;
   for (std::size_t i = 1; i <= arguments.numberOfItems(); ++i) {
-    if (!isSendableText(arguments.descriptorAtIndex(i))) return false;
+    const AppleEventDescriptor* argument = arguments.descriptorAtIndex(i);
+    if (!isSendableText(argument)) return false;
+    size += argument->data().size() + perText;
   }
-  return true;
+  // The bus ends the connection of a sender of more, and with it what others wait for.
+  return size <= longestArray && directObject->descriptorAtIndex(1)->data().size() <= longestName &&
+         directObject->descriptorAtIndex(2)->data().size() <= longestName;
 }
 
 class BusTransport final : public AppleEventTransport {

@@ -61,8 +61,9 @@ Dictionary localizedInfo(const std::string& bundlePath, Dictionary info) {
   const std::string folder = folderOf(resources, languages.front());
   const auto strings = readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"));
   if (!strings) return info;
-  for (const auto& [key, value] : *strings) info.set(key, value);
-  return info;
+  std::vector<Dictionary::Entry> entries(info.begin(), info.end());
+  entries.insert(entries.end(), strings->begin(), strings->end());
+  return Dictionary::fromEntries(std::move(entries));
 }
 
 }  // namespace

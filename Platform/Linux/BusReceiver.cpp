@@ -51,6 +51,15 @@ std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   return directObject;
 }
 
+// Nothing may unwind through the bus library; what fails for want of memory is left undone.
+template <class Body>
+void guarded(Body body) {
+  try {
+    body();
+  } catch (...) {
+  }
+}
+
 std::string textOfReply(const AppleEvent& reply) {
   const AppleEventDescriptor* result = reply.paramDescriptor(keyDirectObject);
   return result == nullptr ? std::string() : result->stringValue().value_or("");
@@ -152,24 +161,28 @@ void BusReceiver::tryAgainLater() {
 }
 
 int BusReceiver::onRetry(sd_event_source*, std::uint64_t, void* self) {
-  static_cast<BusReceiver*>(self)->connect();
+  guarded([&] { static_cast<BusReceiver*>(self)->connect(); });
   return 0;
 }
 
 int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   // The connection cannot be given up from inside its own callback.
   auto* receiver = static_cast<BusReceiver*>(self);
-  RunLoop::main().perform([receiver] {
-    receiver->disconnect();
-    receiver->tryAgainLater();
+  guarded([&] {
+    RunLoop::main().perform([receiver] {
+      receiver->disconnect();
+      receiver->tryAgainLater();
+    });
   });
   return 0;
 }
 
 int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error*) {
-  static_cast<BusReceiver*>(self)->retryDelay_ = 0;
-  if (const sd_bus_error* error = sd_bus_message_get_error(message)) {
-    log("the bus does not let this application have its name: %@", {error->message});
+  const sd_bus_error* error = sd_bus_message_get_error(message);
+  if (error == nullptr) {
+    static_cast<BusReceiver*>(self)->retryDelay_ = 0;
+  } else if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
+    guarded([] { log("the bus does not let this application have its name"); });
   }
   return 0;
 }
@@ -237,10 +250,12 @@ int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*
   auto& senders = static_cast<BusReceiver*>(self)->senders_;
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
-  if (const auto known = senders.find(name); known != senders.end()) {
-    forgetProcessInformation(known->second.processID);
-    senders.erase(known);
-  }
+  guarded([&] {
+    if (const auto known = senders.find(std::string_view(name)); known != senders.end()) {
+      forgetProcessInformation(known->second.processID);
+      senders.erase(known);
+    }
+  });
   return 0;
 }
 

@@ -18,8 +18,8 @@ namespace {
 
 constexpr std::uint64_t forever = UINT64_MAX;
 constexpr std::uint64_t busPatience =
-    5'000'000;  // for what the bus itself must do, in microseconds
-constexpr std::uint64_t drainInterval = 200;      // microseconds
+    5'000'000;                                // for what the bus itself must do, in microseconds
+constexpr std::uint64_t drainInterval = 200;  // microseconds
 constexpr std::size_t mostOwners = 64;
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
@@ -72,8 +72,6 @@ int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
 
 }  // namespace
 
-BusSender::BusSender() : wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {}
-
 OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor& directObject) {
   Lock lock(mutex_);
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
@@ -118,8 +116,9 @@ bool BusSender::connect(Lock& lock) {
   if (bus_) drain();
   const bool opening = !bus_;
   if (opening) {
+    if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
     sd_bus* opened = nullptr;
-    if (sd_bus_open_user(&opened) < 0) return false;
+    if (!wake_ || sd_bus_open_user(&opened) < 0) return false;
     bus_ = Bus(opened, SdBusDeleter());
     ++generation_;
   }
@@ -144,8 +143,8 @@ void BusSender::disconnect() {
   wakeOthers();
 }
 
-// Takes what came in meanwhile, so that the owners are as the bus last said. A sender of many events
-// does not look again for each of them.
+// Takes what came in meanwhile, so that the owners are as the bus last said. A sender of many
+// events does not look again for each of them.
 void BusSender::drain() {
   const std::uint64_t time = now();
   if (time - lastDrain_ < drainInterval) return;
@@ -169,6 +168,17 @@ void BusSender::wakeOthers() {
 // Runs the connection until done() holds. False when the connection ended or the deadline passed.
 template <class Done>
 bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
+  // What was just sent may not have gone out whole; a thread that polls does not poll for writing
+  // yet.
+  if (bus_ && !isWritten()) wakeOthers();
+  const bool held = readUntil(lock, deadline, done);
+  // Another thread reads from here on.
+  if (waiting_ > 0) progress_.notify_all();
+  return held;
+}
+
+template <class Done>
+bool BusSender::readUntil(Lock& lock, std::uint64_t deadline, Done done) {
   const std::uint64_t generation = generation_;
   const Bus bus = bus_;
   while (!done()) {
@@ -207,13 +217,12 @@ bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
       [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
     }
   }
-  // Another thread reads from here on.
-  if (waiting_ > 0) progress_.notify_all();
   return true;
 }
 
-// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That a
-// name got an owner may have reached another connection first, so its absence is always asked for.
+// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That
+// a name got an owner may have reached another connection first, so its absence is always asked
+// for.
 OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
                            std::shared_ptr<Owner>& owner) {
   if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
@@ -222,7 +231,8 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
   OwnerQuery query{owner};
   sd_bus_slot* slot = nullptr;
   if (sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
-                               "NameHasOwner", onOwnerAnswer, &query, "s", owner->name.c_str()) < 0) {
+                               "NameHasOwner", onOwnerAnswer, &query, "s",
+                               owner->name.c_str()) < 0) {
     disconnect();
     return connectionInvalid;
   }
@@ -256,17 +266,17 @@ OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner
   return noErr;
 }
 
+bool BusSender::isWritten() const {
+  std::uint64_t queued = 0;
+  return sd_bus_get_n_queued_write(bus_.get(), &queued) >= 0 && queued == 0;
+}
+
 // A message that the socket did not take at once must not wait for the next send, which may never
 // come.
 bool BusSender::flush(Lock& lock) {
-  const auto sent = [bus = bus_.get()] {
-    std::uint64_t queued = 0;
-    return sd_bus_get_n_queued_write(bus, &queued) >= 0 && queued == 0;
-  };
-  if (sent()) return true;
+  if (isWritten()) return true;
   const Bus bus = bus_;
-  wakeOthers();  // a thread that polls does not poll for writing yet
-  return runUntil(lock, now() + busPatience, sent) && bus_ == bus;
+  return runUntil(lock, now() + busPatience, [&] { return bus_ == bus && isWritten(); });
 }
 
 BusMessage BusSender::newCall(const std::string& name, const AppleEventDescriptor& directObject) {

@@ -21,8 +21,6 @@ namespace qbdkr {
 // order in which the process sent things, between threads too.
 class BusSender {
  public:
-  BusSender();
-
   // Posts a call to the application of a bundle identifier, if there is one. Does not wait for it.
   OSErr post(const std::string& identifier, const AppleEventDescriptor& directObject);
 
@@ -57,10 +55,13 @@ class BusSender {
   void wakeOthers();
   OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
+  [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
   BusMessage newCall(const std::string& name, const AppleEventDescriptor& directObject);
   template <class Done>
   bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
+  template <class Done>
+  bool readUntil(Lock& lock, std::uint64_t deadline, Done done);
 
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
   static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
@@ -74,7 +75,7 @@ class BusSender {
       0;                  // counts connections, so that a waiting thread notices the end of its own
   bool reading_ = false;  // a thread polls the socket
   unsigned waiting_ = 0;  // threads that wait for it
-  std::uint64_t lastDrain_ = 0;   // microseconds
+  std::uint64_t lastDrain_ = 0;                           // microseconds
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
 };
 

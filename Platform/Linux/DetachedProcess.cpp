@@ -3,13 +3,16 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <string_view>
+#include <vector>
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
@@ -45,6 +48,7 @@ void writeInteger(int descriptor, int value) {
 // signal handler may make are safe in a process with threads.
 struct Plan {
   const char* executable;
+  char* const* environment;
   int input;
   int output;
   // The child says its process id here and waits for a word before it goes on, so that its parent
@@ -82,10 +86,40 @@ void markInheritedDescriptorsCloseOnExec() {
   markInheritedDescriptorsCloseOnExec();
   if (chdir("/") == 0) {
     const std::array<char*, 2> arguments{const_cast<char*>(plan.executable), nullptr};
-    execv(plan.executable, arguments.data());
+    execve(plan.executable, arguments.data(), plan.environment);
   }
   writeInteger(plan.parent, errno);
   _exit(127);
+}
+
+// Words of the service manager to this process alone.
+bool isForThisProcessOnly(std::string_view variable) {
+  constexpr std::array<std::string_view, 7> names{
+      "JOURNAL_STREAM=", "NOTIFY_SOCKET=", "LISTEN_PID=",   "LISTEN_FDS=",
+      "LISTEN_FDNAMES=", "WATCHDOG_PID=",  "WATCHDOG_USEC="};
+  return std::ranges::any_of(names,
+                             [&](std::string_view name) { return variable.starts_with(name); });
+}
+
+// The environment of an application whose output goes to this descriptor.
+std::vector<std::string> environmentFor(const Descriptor& output) {
+  std::vector<std::string> variables;
+  for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
+    if (!isForThisProcessOnly(*variable)) variables.emplace_back(*variable);
+  }
+  struct stat status {};
+  if (fstat(output.get(), &status) == 0 && S_ISSOCK(status.st_mode)) {
+    variables.push_back("JOURNAL_STREAM=" + std::to_string(status.st_dev) + ':' +
+                        std::to_string(status.st_ino));
+  }
+  return variables;
+}
+
+std::vector<char*> pointersTo(std::vector<std::string>& texts) {
+  std::vector<char*> pointers;
+  for (std::string& text : texts) pointers.push_back(text.data());
+  pointers.push_back(nullptr);
+  return pointers;
 }
 
 // The application is the child of a process that ends at once, so that it belongs to init and not
@@ -118,8 +152,10 @@ std::optional<DetachedProcess> startDetached(const std::string& executable) {
   const Descriptor input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
   const Descriptor output = outputForApplication(executable);
   if (!conversation || !input || !output) return std::nullopt;
-  if (!forkTwice({executable.c_str(), input.get(), output.get(), conversation->theirs.get(),
-                  conversation->ours.get()})) {
+  auto variables = environmentFor(output);
+  const auto environment = pointersTo(variables);
+  if (!forkTwice({executable.c_str(), environment.data(), input.get(), output.get(),
+                  conversation->theirs.get(), conversation->ours.get()})) {
     return std::nullopt;
   }
   conversation->theirs = Descriptor();

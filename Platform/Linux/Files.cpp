@@ -63,7 +63,10 @@ class Staging {
       std::string path = target.parent_path() / (stagingPrefix(target) + "XXXXXX");
       if (mkdtemp(path.data()) == nullptr) return std::nullopt;
       auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
-      if (lock && fileExists(path)) return Staging(std::move(path), std::move(*lock));
+      // Where there are no locks, two at the same time are the lesser evil.
+      const bool taken = !lock && errno == EWOULDBLOCK;
+      if (!taken && fileExists(path)) return Staging(std::move(path), std::move(lock));
+      ::rmdir(path.c_str());
     }
     errno = EBUSY;
     return std::nullopt;
@@ -79,10 +82,11 @@ class Staging {
   [[nodiscard]] fs::path item() const { return fs::path(path_) / "item"; }
 
  private:
-  Staging(std::string path, FileLock lock) : path_(std::move(path)), lock_(std::move(lock)) {}
+  Staging(std::string path, std::optional<FileLock> lock)
+      : path_(std::move(path)), lock_(std::move(lock)) {}
 
   std::string path_;
-  FileLock lock_;
+  std::optional<FileLock> lock_;
 };
 
 // Copies modes and links. Directories stay writable for their owner, or a copy of a read-only tree
@@ -108,7 +112,7 @@ bool copyTree(const fs::path& from, const fs::path& to) {
 }
 
 bool flush(const fs::path& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   return file && ::fsync(file.get()) == 0;
 }
 
@@ -173,10 +177,13 @@ std::optional<std::vector<std::string>> contentsOfDirectory(const std::string& p
   const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
   if (!directory) return std::nullopt;
   std::vector<std::string> names;
+  errno = 0;
   while (const dirent* entry = readdir(directory.get())) {
     const std::string_view name = entry->d_name;
     if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
   }
+  if (errno != 0) return std::nullopt;
   return names;
 }
 
@@ -206,18 +213,25 @@ bool copyItem(const std::string& from, const std::string& to) {
   if (::lstat(to.c_str(), &status) == 0) return false;
   const auto staging = Staging::beside(to);
   if (!staging) return false;
-  return copyTree(from, staging->item()) && flushTree(staging->item()) &&
-         moveWithoutReplacing(staging->item(), to) && flush(fs::path(to).parent_path());
+  if (!copyTree(from, staging->item()) || !flushTree(staging->item()) ||
+      !moveWithoutReplacing(staging->item(), to)) {
+    return false;
+  }
+  flush(fs::path(to).parent_path());
+  return true;
 }
 
 void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }
 
 bool replaceFile(const std::string& path, std::string_view contents) {
-  std::string staged = path + ".XXXXXX";
-  const Descriptor file(mkostemp(staged.data(), O_CLOEXEC));
+  // Always the same name: one that a process has left when it was killed is used again.
+  const std::string staged = path + ".new";
+  const Descriptor file(::open(staged.c_str(),
+                               O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
+                               S_IRUSR | S_IWUSR));
   if (!file) return false;
-  if (writeWhole(file.get(), contents) && ::fsync(file.get()) == 0 &&
-      ::rename(staged.c_str(), path.c_str()) == 0) {
+  if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && writeWhole(file.get(), contents) &&
+      ::fsync(file.get()) == 0 && ::rename(staged.c_str(), path.c_str()) == 0) {
     return flush(fs::path(path).parent_path());
   }
   ::unlink(staged.c_str());

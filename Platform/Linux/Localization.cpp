@@ -58,8 +58,11 @@ std::optional<std::string> folderFor(std::string_view language,
   };
   if (auto folder = named(language)) return folder;
   const std::string_view script = scriptName(language);
-  if (!script.empty()) return named(script);
+  if (!script.empty()) {
+    if (auto folder = named(script)) return folder;
+  }
   if (auto folder = named(baseLanguage(language))) return folder;
+  if (!script.empty()) return std::nullopt;  // the other script is no substitute
   const auto sameBase = std::ranges::find_if(folders, [&](const auto& folder) {
     return baseLanguage(canonicalName(folder)) == baseLanguage(language);
   });

@@ -21,8 +21,10 @@
 namespace qbdkr {
 namespace {
 
-std::uint64_t microseconds(std::chrono::milliseconds duration) {
-  return static_cast<std::uint64_t>(std::chrono::microseconds(duration).count());
+// A timer that is always due would leave nothing else a turn.
+std::uint64_t microseconds(std::chrono::milliseconds interval) {
+  const auto atLeast = std::max(interval, std::chrono::milliseconds(1));
+  return static_cast<std::uint64_t>(std::chrono::microseconds(atLeast).count());
 }
 
 // How late a timer may fire, so that the system can wake up once for several: a tenth of the
@@ -35,7 +37,8 @@ class EventLoop;
 
 class EventTimer final : public RunLoopTimer, public std::enable_shared_from_this<EventTimer> {
  public:
-  EventTimer(const std::shared_ptr<EventLoop>& loop, std::uint64_t interval, RunLoop::TimerTask task)
+  EventTimer(const std::shared_ptr<EventLoop>& loop, std::uint64_t interval,
+             RunLoop::TimerTask task)
       : loop_(loop), interval_(interval), task_(std::move(task)) {}
 
   EventTimer(const EventTimer&) = delete;
@@ -71,7 +74,7 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
   EventLoop(const EventLoop&) = delete;
   EventLoop& operator=(const EventLoop&) = delete;
   ~EventLoop() override {
-    timers_.clear();
+    for (const auto& timer : timers_) timer->end();
     sd_event_unref(event_);
   }
 
@@ -93,12 +96,13 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
   [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_); }
 
   void dispatch() override {
-    while (step(0) > 0) {
-    }
+    // The host's own loop gets its turn however much there is to do here.
+    constexpr int mostSteps = 100;
+    int steps = 0;
+    while (steps < mostSteps && step(0) > 0) ++steps;
+    if (steps == mostSteps) wake();
     // Timers and descriptors added meanwhile reach the descriptor of the loop only here.
-    while (sd_event_get_state(event_) == SD_EVENT_INITIAL && sd_event_prepare(event_) > 0) {
-      sd_event_dispatch(event_);
-    }
+    if (sd_event_get_state(event_) == SD_EVENT_INITIAL) sd_event_prepare(event_);
   }
 
   void perform(Task task) override {
@@ -127,7 +131,7 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
  private:
   // One turn: 1 when something was done, 0 when nothing was due within the time-out.
   int step(std::uint64_t timeout) {
-    int ready = 0;
+    int ready = sd_event_get_state(event_) == SD_EVENT_PENDING ? 1 : 0;
     if (sd_event_get_state(event_) == SD_EVENT_INITIAL) ready = sd_event_prepare(event_);
     if (ready == 0) ready = sd_event_wait(event_, timeout);
     if (ready <= 0) return ready;
@@ -185,7 +189,7 @@ void EventTimer::tick(std::uint64_t due) {
   std::uint64_t now = due;
   if (const auto loop = loop_.lock()) sd_event_now(loop->event(), CLOCK_MONOTONIC, &now);
   // Ticks that were missed while the thread was busy are not made up for.
-  const std::uint64_t missed = now > due && interval_ > 0 ? (now - due) / interval_ : 0;
+  const std::uint64_t missed = now > due ? (now - due) / interval_ : 0;
   sd_event_source_set_time(source_, due + (missed + 1) * interval_);
   sd_event_source_set_enabled(source_, SD_EVENT_ONESHOT);
   try {

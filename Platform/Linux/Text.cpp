@@ -115,7 +115,9 @@ std::u32string canonicalDecomposition(std::u16string_view text) {
   return decomposed;
 }
 
-int sign(std::strong_ordering order) { return std::is_lt(order) ? -1 : (std::is_gt(order) ? 1 : 0); }
+int sign(std::strong_ordering order) {
+  return std::is_lt(order) ? -1 : (std::is_gt(order) ? 1 : 0);
+}
 
 // No character below the first accented letter has a decomposition.
 bool isPlain(std::u16string_view text) {

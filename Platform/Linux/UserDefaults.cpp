@@ -21,7 +21,8 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-constexpr std::chrono::seconds lockPatience(5);
+// Hosts start with this on the thread that calls; what could not be stored is stored the next time.
+constexpr std::chrono::milliseconds lockPatience(200);
 
 std::string preferencesDirectory() {
   const char* configured = std::getenv("XDG_CONFIG_HOME");
@@ -62,6 +63,16 @@ bool canBeOpened(const std::string& path) {
   return file || errno == EACCES;
 }
 
+// Under a name that is free, so that nothing that was put aside before is lost.
+bool putAside(const std::string& path) {
+  constexpr int most = 100;
+  std::string aside = path + ".damaged";
+  for (int number = 2; fileExists(aside) && number <= most; ++number) {
+    aside = path + ".damaged-" + std::to_string(number);
+  }
+  return !fileExists(aside) && std::rename(path.c_str(), aside.c_str()) == 0;
+}
+
 bool store(std::string_view domain, const Changes& changes) {
   const auto file = fileOfDomain(domain);
   const std::string directory = preferencesDirectory();
@@ -72,10 +83,7 @@ bool store(std::string_view domain, const Changes& changes) {
   // What cannot be read for want of a descriptor, say, may be good.
   if (!before && fileExists(*file) && !canBeOpened(*file)) return false;
   // What somebody else damaged is put aside, not overwritten.
-  if (!before && fileExists(*file) &&
-      std::rename(file->c_str(), (*file + ".damaged").c_str()) != 0) {
-    return false;
-  }
+  if (!before && fileExists(*file) && !putAside(*file)) return false;
   Dictionary after = before.value_or(Dictionary());
   merge(after, changes);
   if (before && *before == after) return true;

@@ -46,7 +46,8 @@ class CheckIn {
     sd_bus_message* answer = nullptr;
     const bool watched =
         sd_bus_set_method_call_timeout(opened, patience) >= 0 &&
-        sd_bus_add_match(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged, this) >= 0 &&
+        sd_bus_add_match(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged, this) >=
+            0 &&
         sd_bus_call_method(opened, bus::service, bus::objectPath, bus::interfaceName,
                            "NameHasOwner", nullptr, &answer, "s", name.c_str()) >= 0;
     const BusMessage owned(answer);
@@ -65,8 +66,7 @@ class CheckIn {
       if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
       if (result != 0) continue;
       if (hasEnded(process) || Clock::now() >= deadline) return false;
-      std::array<pollfd, 2> events{
-          {{process.ended.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+      std::array<pollfd, 2> events{{{process.ended.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
       if (bus_) {
         events[1].fd = sd_bus_get_fd(bus_.get());
         events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));

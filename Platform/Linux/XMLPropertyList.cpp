@@ -410,7 +410,8 @@ class XMLWriter {
 
   // U+FFFE and U+FFFF, the only ones besides control characters that XML has no place for.
   static bool hasNoncharacter(std::string_view utf8) {
-    return utf8.find("\xEF\xBF\xBE") != std::string_view::npos || utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
+    return utf8.find("\xEF\xBF\xBE") != std::string_view::npos ||
+           utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
   }
 
   bool writeScalar(std::string_view element, const std::optional<std::string>& content,

@@ -77,8 +77,8 @@ void HelperControl::setBundleID(Text bundleID) {
 // error message.
 void HelperControl::reportServerOpen(const std::string& host) {
   const std::array<std::string_view, 4> arguments{ownName, "1", "0", ""};
-  QBHPAppleEventSender::share().sendEvnet(host, className(), "checkServerOpenCallBack::::",
-                                          arguments);
+  QBHPAppleEventSender::share().sendEvnet(host, className(),
+                                          "checkServerOpenCallBack::::", arguments);
 }
 
 void HelperControl::note(std::string_view request, Text productID, Text version) const {

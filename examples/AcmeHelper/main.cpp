@@ -1,4 +1,5 @@
-// A helper agent: it is installed and started by a host application, and does what hosts ask it for.
+// A helper agent: it is installed and started by a host application, and does what hosts ask it
+// for.
 
 #include <unistd.h>
 

@@ -77,10 +77,10 @@ int main(int argc, char**) {
   const std::string version =
       qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
   static const acme::Transcript transcript("host " + version);
+  RunLoop& loop = RunLoop::main();  // before the handlers, which use it
   std::signal(SIGTERM, stop);
   std::signal(SIGINT, stop);
 
-  RunLoop& loop = RunLoop::main();
   static Reports reports(transcript);
   transcript.write("started, process " + std::to_string(getpid()));
   QBHPHelper::share();

@@ -304,6 +304,27 @@ TEST(RunLoopTest, ATimerInvalidatedOnAnotherThreadTicksNoMore) {
   EXPECT_EQ(ticks, 1);
 }
 
+TEST(RunLoopTest, ATimerInvalidatedWhenItIsAlreadyDueDoesNotTick) {
+  RunLoop& loop = RunLoop::main();
+  int ticks = 0;
+  std::shared_ptr<RunLoopTimer> one;
+  std::shared_ptr<RunLoopTimer> other;
+  one = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) {
+    ++ticks;
+    other->invalidate();
+    one->invalidate();
+  });
+  other = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) {
+    ++ticks;
+    one->invalidate();
+    other->invalidate();
+  });
+  const auto bothDue = Clock::now() + 4 * shortInterval;
+  while (Clock::now() < bothDue) std::this_thread::yield();
+  runForTicks(3);
+  EXPECT_EQ(ticks, 1);
+}
+
 TEST(RunLoopTest, InvalidateRacingWithTicksIsHarmless) {
   for (int round = 0; round < 50; ++round) {
     RunLoop& loop = RunLoop::main();

@@ -296,6 +296,7 @@ TEST_F(AppleEventProcesser, OnlyAnAddressOfEightBytesNamesASender) {
   EXPECT_EQ(deliverFrom(address(serial)), "greetings");
   EXPECT_EQ(deliverFrom(address(serial.substr(1))), std::nullopt);
   EXPECT_EQ(deliverFrom(address(serial + '\0')), std::nullopt);
+  EXPECT_EQ(deliverFrom(address('\0' + serial)), std::nullopt);
   EXPECT_EQ(deliverFrom(address("")), std::nullopt);
   EXPECT_EQ(deliverFrom(address(std::string(8, '\xFF'))), std::nullopt);
   EXPECT_EQ(deliverFrom(address(std::string(8, '\0'))), std::nullopt);

@@ -1,4 +1,5 @@
-// Uses what both libraries export. It runs outside any bundle, so there is no helper agent to reach.
+// Uses what both libraries export. It runs outside any bundle, so there is no helper agent to
+// reach.
 
 #include <cstdio>
 
