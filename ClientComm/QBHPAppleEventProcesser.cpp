@@ -111,13 +111,13 @@ void QBHPAppleEventProcesser::process(const AppleEvent& event, AppleEvent& withR
 
 String QBHPAppleEventProcesser::reflection(std::string_view className, std::string_view method,
                                            std::span<const Text> parameter, Text bundleID) {
+  const std::lock_guard lock(dispatching_);
+  QBHPAppEventBase* object = objectForClass(className);
+  if (object == nullptr) {
+    log("classname is a class but it not find");
+    return std::nullopt;
+  }
   try {
-    const std::lock_guard lock(dispatching_);
-    QBHPAppEventBase* object = objectForClass(className);
-    if (object == nullptr) {
-      log("classname is a class but it not find");
-      return std::nullopt;
-    }
     object->setBundleID(bundleID);
     return object->performSelector(method, parameter);
   } catch (...) {  // whatever a method throws is its own affair; the sender gets no result
