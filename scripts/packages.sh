@@ -40,11 +40,13 @@ need_packages() {
   rm -f /tmp/qbdkr-apt.$$
 }
 
-# build PRESET: configures and builds quietly; what went wrong is shown.
+# build PRESET [TARGET...]: configures and builds quietly; what went wrong is shown.
 build() {
   local preset=$1 log
+  shift
+  [ $# -gt 0 ] || set -- all
   log=$(mktemp)
-  if ! { cmake --preset "$preset" && cmake --build "build/$preset"; } >"$log" 2>&1; then
+  if ! { cmake --preset "$preset" && cmake --build "build/$preset" --target "$@"; } >"$log" 2>&1; then
     cat "$log" >&2
     rm -f "$log"
     exit 1
