@@ -4,8 +4,11 @@
 #include <mutex>
 #include <string>
 
+#include "ClientComm/QBHPCustomerServiceByHelepr.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPUpgradeByHelper.h"
+#include "ClientComm/QBHPUploadByHelper.h"
 
 namespace qbdkr {
 namespace {
@@ -18,8 +21,11 @@ std::unique_ptr<QBHPAppEventBase> make() {
 struct Registry {
   std::mutex mutex;
   std::map<std::string, ClassMaker, std::less<>> makers{
+      {std::string(QBHPCustomerServiceByHelepr::kClassName), make<QBHPCustomerServiceByHelepr>},
       {std::string(QBHPGetDataByHelper::kClassName), make<QBHPGetDataByHelper>},
       {std::string(QBHPHelperControl::kClassName), make<QBHPHelperControl>},
+      {std::string(QBHPUpgradeByHelper::kClassName), make<QBHPUpgradeByHelper>},
+      {std::string(QBHPUploadByHelper::kClassName), make<QBHPUploadByHelper>},
   };
 };
 

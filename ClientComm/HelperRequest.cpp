@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "ClientComm/QBHPAppleEventSender.h"
+#include "Platform/Log.h"
 
 namespace qbdkr {
 namespace {
@@ -17,10 +18,22 @@ std::vector<std::string_view> texts(std::initializer_list<Text> arguments) {
 
 }  // namespace
 
+void logRequest(std::string_view format, Selector method, std::initializer_list<Text> arguments) {
+  std::vector<Text> filled{method.text()};
+  filled.insert(filled.end(), arguments);
+  log(format, filled);
+}
+
 OSErr postRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments) {
   return QBHPAppleEventSender::share().sendEvnet(service.className(), method.text(),
                                                  texts(arguments));
+}
+
+OSErr postRequest(const QBHPAppEventBase& service, Selector method,
+                  std::initializer_list<Text> arguments, std::string_view logFormat) {
+  logRequest(logFormat, method, arguments);
+  return postRequest(service, method, arguments);
 }
 
 String askRequest(const QBHPAppEventBase& service, Selector method,

@@ -5,14 +5,14 @@
 
 #include "ClientComm/HelperRequest.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
+#include "ClientComm/SwitchFile.h"
+#include "Platform/Bundle.h"
 #include "Platform/Log.h"
 
 namespace qbdkr {
 namespace {
 
-void logRequest(Selector method, Text productID, Text version) {
-  log("%@ %@ %@ ", {method.text(), productID, version});
-}
+constexpr std::string_view logFormat = "%@ %@ %@ ";
 
 }  // namespace
 
@@ -41,23 +41,19 @@ QBHPHelperControlCallBackDelegate* QBHPHelperControl::helperCtrlDelegate() const
 
 OSErr QBHPHelperControl::start(Text productID, Text prodeuctVersion) {
   log("QBDKRProductClient''QBHPHelperControl");
-  logRequest(kStart, productID, prodeuctVersion);
-  return postRequest(*this, kStart, {productID, prodeuctVersion});
+  return postRequest(*this, kStart, {productID, prodeuctVersion}, logFormat);
 }
 
 OSErr QBHPHelperControl::stop(Text productID, Text prodeuctVersion) {
-  logRequest(kStop, productID, prodeuctVersion);
-  return postRequest(*this, kStop, {productID, prodeuctVersion});
+  return postRequest(*this, kStop, {productID, prodeuctVersion}, logFormat);
 }
 
 OSErr QBHPHelperControl::show(Text productID, Text prodeuctVersion) {
-  logRequest(kShow, productID, prodeuctVersion);
-  return postRequest(*this, kShow, {productID, prodeuctVersion});
+  return postRequest(*this, kShow, {productID, prodeuctVersion}, logFormat);
 }
 
 OSErr QBHPHelperControl::hide(Text productID, Text prodeuctVersion) {
-  logRequest(kHide, productID, prodeuctVersion);
-  return postRequest(*this, kHide, {productID, prodeuctVersion});
+  return postRequest(*this, kHide, {productID, prodeuctVersion}, logFormat);
 }
 
 OSErr QBHPHelperControl::isAlive(Text productID, Text prodeuctVersion) {
@@ -81,13 +77,19 @@ OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text erro
   log("%@ %@ %@ %@ %@", {kCheckServerOpenCallBack.text(), text, open, errorCode, errorMessage});
   auto* delegate = dynamic_cast<QBHPDidCheckServerOpenDelegate*>(helperCtrlDelegate());
   if (delegate == nullptr) return noErr;
-  std::optional<Error> error;
-  if (intValue(errorCode.value_or("")) != 0) {
-    error = QBHPHelperError::errorWithCode(errorCode, errorMessage);
-  }
+  const auto error = QBHPHelperError::reported(errorCode, errorMessage);
   delegate->didCheckServerOpen(boolValue(open.value_or(std::string_view())),
                                error ? &*error : nullptr);
   return noErr;
+}
+
+bool QBHPHelperControl::saveEnableADToPlistFile() {
+  constexpr std::string_view key = "EnableAD";
+  const PropertyList* value = Bundle::main().objectForInfoDictionaryKey(key);
+  if (value == nullptr) return true;
+  const auto path = firstPropertyList(Bundle::main().bundlePath());
+  if (!path) return true;
+  return writeSwitch(*path, SwitchForm::propertyList, key, boolValue(*value), SwitchWrite::always);
 }
 
 // Reports only: a request that is called from outside would make this process send, or wait, at the

@@ -86,6 +86,11 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   static constexpr auto kCheckServerOpenCallBack =
       selector<&QBHPHelperControl::checkServerOpenCallBack>("checkServerOpenCallBack::::");
 
+  // Copies the main bundle's "EnableAD", where it has one, into the first property list of its
+  // "Contents", also when nothing changes. False only when the file could not be read or written.
+  // Blocks for the file operations.
+  bool saveEnableADToPlistFile();
+
   [[nodiscard]] std::string_view className() const override { return kClassName; }
 
  protected:

@@ -11,4 +11,9 @@ Error QBHPHelperError::errorWithCode(Text code, Text description) {
           {{HelperCommunicateErrorDescription, std::string(*description)}}};
 }
 
+std::optional<Error> QBHPHelperError::reported(Text code, Text description) {
+  if (intValue(code.value_or("")) == 0) return std::nullopt;
+  return errorWithCode(code, description);
+}
+
 }  // namespace qbdkr

@@ -2,6 +2,7 @@
 
 #include <cstdint>
 #include <map>
+#include <optional>
 #include <string>
 
 #include "ClientComm/Text.h"
@@ -26,6 +27,9 @@ class QBDKR_EXPORT QBHPHelperError {
   // where it has none) and whose user information holds the description. Throws
   // InvalidArgumentException when the description is absent.
   [[nodiscard]] static Error errorWithCode(Text code, Text description);
+
+  // The error that a report carries: none when the integer value of its code is 0.
+  [[nodiscard]] static std::optional<Error> reported(Text code, Text description);
 };
 
 }  // namespace qbdkr

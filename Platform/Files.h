@@ -44,6 +44,13 @@ QBDKR_EXPORT void clearInterrupted(const std::string& path);
 // be the only one holds a FileLock.
 QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents);
 
+// Writes new contents over those of a file that exists, which stays the same file: owner, mode and
+// links are kept. Not atomic: a reader meanwhile, and a crash, may meet both contents mixed. True
+// when the new ones are durable. False, with the old ones untouched, when it cannot be opened for
+// reading and writing, is no file, or has no room to grow; only where the file system cannot set
+// room aside, or fails in the middle, may a failure leave a part of the new ones over the old.
+QBDKR_EXPORT bool rewriteFile(const std::string& path, std::string_view contents);
+
 // The path with a leading "~" replaced by the user's home directory.
 [[nodiscard]] QBDKR_EXPORT std::string expandTilde(std::string_view path);
 

@@ -2,10 +2,9 @@
 
 namespace qbdkr {
 
-void log(std::string_view format,
-         std::initializer_list<std::optional<std::string_view>> arguments) {
+void log(std::string_view format, std::span<const std::optional<std::string_view>> arguments) {
   std::string line;
-  const auto* argument = arguments.begin();
+  auto argument = arguments.begin();
   while (!format.empty()) {
     const bool placeholder = format.starts_with("%@") || format.starts_with("%d");
     if (placeholder && argument != arguments.end()) {

@@ -2,6 +2,7 @@
 
 #include <initializer_list>
 #include <optional>
+#include <span>
 #include <string>
 #include <string_view>
 
@@ -17,6 +18,10 @@ QBDKR_EXPORT void log(std::string_view line);
 // The same, with each "%@" or "%d" of the format replaced by the next argument; an absent argument
 // prints as "(null)".
 QBDKR_EXPORT void log(std::string_view format,
-                      std::initializer_list<std::optional<std::string_view>> arguments);
+                      std::span<const std::optional<std::string_view>> arguments);
+inline void log(std::string_view format,
+                std::initializer_list<std::optional<std::string_view>> arguments) {
+  log(format, std::span(arguments.begin(), arguments.size()));
+}
 
 }  // namespace qbdkr

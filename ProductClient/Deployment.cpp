@@ -60,9 +60,8 @@ void QBHPHelperCommunicate::extractHelper() {
     }
     if (QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier),
                                                       installed)) {
-      const auto product = productID();
-      const auto productVersionText = productVersion();
-      QBHPHelperControl::share().exitHelper(view(product), view(productVersionText));
+      const auto [product, productVersion] = this->product();
+      QBHPHelperControl::share().exitHelper(view(product), view(productVersion));
     }
     if (const auto error = removeItem(installed)) {
       log("remove %@ error %@", {installed, *error});

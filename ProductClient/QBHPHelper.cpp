@@ -89,6 +89,42 @@ void QBHPHelper::startHelper() { startNow(); }
 
 void QBHPHelper::stopHelper() { cmmt.load()->stopHelper(); }
 
+void QBHPHelper::directUploadData() { cmmt.load()->directUploadData(); }
+
+bool QBHPHelper::productCollectStatus() { return cmmt.load()->productCollectStatus(); }
+
+void QBHPHelper::setProductCollectStatus(bool status) {
+  cmmt.load()->setProductCollectStatus(status);
+}
+
+void QBHPHelper::customStringDataCollect(Text target, Text value) {
+  cmmt.load()->customStringDataCollect(target, value);
+}
+
+void QBHPHelper::autoCreatedIncreaseDataCollect(Text target, Text key) {
+  cmmt.load()->autoCreatedIncreaseDataCollect(target, key);
+}
+
+void QBHPHelper::commIncreaseDataCollect(Text target, Text key) {
+  cmmt.load()->commIncreaseDataCollect(target, key);
+}
+
+void QBHPHelper::setDataCollectPID(Text productID) {
+  if (productID && !productID->empty()) cmmt.load()->setCollectDataPID(productID);
+}
+
+void QBHPHelper::setTipsEnable(bool enable) { cmmt.load()->setTipsEnable(enable); }
+
+String QBHPHelper::netErrorPagePath() { return cmmt.load()->netErrorPagePath(); }
+
+QBHPSuiteInfo QBHPHelper::unRegSuiteInfo() { return cmmt.load()->unRegSuiteInfo(); }
+
+QBHPSuiteInfo QBHPHelper::regSuiteInfo() { return cmmt.load()->regSuiteInfo(); }
+
+OSErr QBHPHelper::uploadProductFile(Text email, Text filePath, Text title, Text description) {
+  return cmmt.load()->uploadProductFile(email, filePath, title, description);
+}
+
 void QBHPHelper::autoautoStartIntervaTimerMethod(const RunLoopTimer* timer) {
   if (isAutoStartTimer(timer)) startHelper();
 }

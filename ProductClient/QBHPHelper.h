@@ -1,9 +1,10 @@
 #pragma once
 
-#include <string_view>
-
+#include "ClientComm/QBHPSuiteInfo.h"
+#include "ClientComm/Text.h"
 #include "Platform/Export.h"
 #include "Platform/RunLoop.h"
+#include "Platform/Status.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {
@@ -33,6 +34,22 @@ class QBDKR_EXPORT QBHPHelper {
 
   // Sends the stop request. The timer goes on: the next tick starts a helper agent that still runs.
   void stopHelper();
+
+  // Forwarded to the communicator, which says more of each. Statuses are dropped where nothing is
+  // returned.
+  void directUploadData();
+  bool productCollectStatus();
+  void setProductCollectStatus(bool status);
+  void customStringDataCollect(Text target, Text value);
+  void autoCreatedIncreaseDataCollect(Text target, Text key);
+  void commIncreaseDataCollect(Text target, Text key);
+  // An absent or empty identifier is ignored.
+  void setDataCollectPID(Text productID);
+  void setTipsEnable(bool enable);
+  String netErrorPagePath();
+  QBHPSuiteInfo unRegSuiteInfo();
+  QBHPSuiteInfo regSuiteInfo();
+  OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
 
   // What the timer calls. Any other timer than the one in use has no effect.
   void autoautoStartIntervaTimerMethod(const RunLoopTimer* timer);

@@ -59,26 +59,25 @@ bool QBHPHelperCommunicate::isHelperSeverNotOpen(OSErr status) const {
 }
 
 OSErr QBHPHelperCommunicate::startHelper() {
-  const auto identifier = productID();
-  const auto version = productVersion();
+  const auto [identifier, version] = product();
   const OSErr status = QBHPHelperControl::share().start(view(identifier), view(version));
   if (status == noErr) isHelperAlive_ = true;
   firstStartPID();
   clientIDFormHelper();
+  saveTipsEnable();
+  saveEnableAD();
   return status;
 }
 
 OSErr QBHPHelperCommunicate::stopHelper() {
-  const auto identifier = productID();
-  const auto version = productVersion();
+  const auto [identifier, version] = product();
   const OSErr status = QBHPHelperControl::share().stop(view(identifier), view(version));
   isHelperAlive_ = false;
   return status;
 }
 
 OSErr QBHPHelperCommunicate::isAliveHelper() {
-  const auto identifier = productID();
-  const auto version = productVersion();
+  const auto [identifier, version] = product();
   const OSErr status = QBHPHelperControl::share().isAlive(view(identifier), view(version));
   const bool started = isHelperAlive_;
   log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
@@ -109,14 +108,9 @@ void QBHPHelperCommunicate::didCheckServerOpen(bool open, const Error* /*error*/
   isServerOpen_ = open;
 }
 
-String QBHPHelperCommunicate::productID() const {
+QBHPHelperCommunicate::Product QBHPHelperCommunicate::product() const {
   const std::lock_guard lock(mutex_);
-  return productID_;
-}
-
-String QBHPHelperCommunicate::productVersion() const {
-  const std::lock_guard lock(mutex_);
-  return productVersion_;
+  return {productID_, productVersion_};
 }
 
 }  // namespace qbdkr

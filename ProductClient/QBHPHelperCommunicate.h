@@ -8,6 +8,9 @@
 
 #include "ClientComm/QBHPAppEventBase.h"
 #include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPSuiteInfo.h"
+#include "ClientComm/QBHPUpgradeByHelper.h"
+#include "ClientComm/QBHPUploadByHelper.h"
 #include "ClientComm/Text.h"
 #include "Platform/Export.h"
 #include "Platform/Status.h"
@@ -53,8 +56,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Whether a status says that the helper agent's server is switched off.
   [[nodiscard]] bool isHelperSeverNotOpen(OSErr status) const;
 
-  // Sends the start request, and whatever its status records the first start and fetches the client
-  // identifier. Blocks until the helper agent has answered that.
+  // Sends the start request, and whatever its status records the first start, fetches the client
+  // identifier and brings the switches in the bundle in line. Blocks until the helper agent has
+  // answered, and for the files.
   OSErr startHelper();
 
   // Sends the stop request. The helper agent counts as not started afterwards, whatever the status.
@@ -110,6 +114,78 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   static constexpr auto kInitDataCollectionPath =
       selector<&QBHPHelperCommunicate::initDataCollectionPath>("initDataCollectionPath:");
 
+  // --- Switches in the host's bundle ------------------------------------------------------------
+  // Both are kept in the bundle's property list as flags and in the strings file of the current
+  // language as "1" or "0". A file that says the value already is not touched; one that is missing,
+  // unreadable or cannot be written is left as it is, and nobody is told. All of them block for the
+  // file operations.
+
+  // The strings file for the switches: the one of the current language that carries the tips
+  // switch, else its InfoPlist.strings, there or not. Absent without a folder for the language.
+  String searchCurrentStringsFilePath(Text bundlePath);
+  // The first property list of the bundle; absent when there is none.
+  String searchPlistFilePath(Text bundlePath);
+
+  void saveEnableADToStringsFile(bool enable);
+  void saveTipsEnableTostringsFile(bool enable);
+  void saveEnableADToPlistFile(bool enable);
+  void saveTipsEnableToPlistFile(bool enable);
+
+  // What a start does: brings the property list in line with what the information dictionary says.
+  // A missing switch is added: tips on, advertising off.
+  void saveEnableAD();
+  void saveTipsEnable();
+
+  // Set a switch in both files.
+  void setEnableAD(bool enable);
+  void setTipsEnable(bool enable);
+
+  // --- Requests ---------------------------------------------------------------------------------
+  // All add the product's identity. Those marked "checks" start a liveness check beside themselves.
+
+  OSErr showHelper();  // checks
+  OSErr hideHelper();  // checks
+
+  // Answers the helper agent's question whether the product is ready to be upgraded.
+  OSErr productReadyToUpgrade(bool ready);
+  // Starts an upgrade of the product.
+  OSErr productUpgrade();  // checks
+  // Who is asked that question; not owned, null for none.
+  void setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate);
+  // Always throws UnrecognizedSelectorException: the upgrade service has no such method.
+  QBHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate();
+
+  // Uploads a file with the user's e-mail address, a title and a description.
+  OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
+  OSErr uploadUserFile(Text email, Text filePath, Text title, Text description);    // checks
+  OSErr uploadLogByEmail(Text email, Text filePath, Text title, Text description);  // checks
+
+  // Usage data, collected under collectDataPID(). Upload it now; a text; a counter that is made
+  // when it is missing; a common counter.
+  OSErr directUploadData();
+  OSErr customStringDataCollect(Text target, Text value);
+  OSErr autoCreatedIncreaseDataCollect(Text target, Text key);
+  OSErr commIncreaseDataCollect(Text target, Text key);
+
+  // Whether usage data is collected: true only when the helper agent answers exactly "1". Blocks
+  // until it answers.
+  bool productCollectStatus();
+  OSErr setProductCollectStatus(bool status);
+
+  // The path of a page to show when there is no network; absent without answer. Blocks until the
+  // helper agent answers.
+  String netErrorPagePath();
+
+  // The page for a suite that is not registered, or is. Without answer its URL is absent and its
+  // size 0. Throws RangeException for an answer of fewer than three fields. Blocks until the helper
+  // agent answers.
+  QBHPSuiteInfo unRegSuiteInfo();
+  QBHPSuiteInfo regSuiteInfo();
+
+  // Looks for messages meant for the product; opens a customer-service request, with a file.
+  OSErr checkForHeleprMessage();                              // checks
+  OSErr customerserviceByEmail(Text email, Text attachment);  // checks
+
   [[nodiscard]] std::string_view className() const override { return "QBHPHelperCommunicate"; }
 
  protected:
@@ -126,9 +202,14 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   };
   static HelperConfiguration helperConfiguration();
 
-  [[nodiscard]] String productID() const;
-  [[nodiscard]] String productVersion() const;
-  void startLaunchedHelper();
+  // The product identity, as it is when a request is made.
+  struct Product {
+    String identifier;
+    String version;
+  };
+  [[nodiscard]] Product product() const;
+  [[nodiscard]] Product productOfData();
+  OSErr collect(CollectionType type, Text target, Text key, Text value);
 
   mutable std::mutex mutex_;  // guards the three texts
   String productID_;

@@ -27,10 +27,15 @@ install(FILES
     ClientComm/QBHPAppEventBase.h
     ClientComm/QBHPAppleEventProcesser.h
     ClientComm/QBHPAppleEventSender.h
+    ClientComm/QBHPConfig.h
+    ClientComm/QBHPCustomerServiceByHelepr.h
     ClientComm/QBHPGetDataByHelper.h
     ClientComm/QBHPHelperControl.h
     ClientComm/QBHPHelperError.h
     ClientComm/QBHPProcessList.h
+    ClientComm/QBHPSuiteInfo.h
+    ClientComm/QBHPUpgradeByHelper.h
+    ClientComm/QBHPUploadByHelper.h
     ClientComm/QBHPVersion.h
     ClientComm/Selector.h
     ClientComm/Text.h

@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pwd.h>
 #include <sys/file.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -145,6 +146,23 @@ bool writeWhole(int file, std::string_view contents) {
   return true;
 }
 
+// Room for a file's first bytes, without a change that a reader could see. File systems that cannot
+// set room aside have it or not when it is written to.
+bool makeRoom(int file, off_t size) {
+  int result = 0;
+  do {
+    result = size == 0 ? 0 : ::fallocate(file, FALLOC_FL_KEEP_SIZE, 0, size);
+  } while (result != 0 && errno == EINTR);
+  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+}
+
+// Room that is set aside is not held against the limit on the size of this process's files.
+bool mayHaveSize(off_t size) {
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+         static_cast<rlim_t>(size) <= limit.rlim_cur;
+}
+
 std::string describe(const std::error_code& error) { return error.message(); }
 
 std::error_code lastError() { return {errno, std::generic_category()}; }
@@ -236,6 +254,15 @@ bool replaceFile(const std::string& path, std::string_view contents) {
   }
   ::unlink(staged.c_str());
   return false;
+}
+
+bool rewriteFile(const std::string& path, std::string_view contents) {
+  const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
+  const auto size = static_cast<off_t>(contents.size());
+  // Room is made first: running out of it in the middle would cost what the file held.
+  if (!file || !mayHaveSize(size) || !makeRoom(file.get(), size)) return false;
+  return writeWhole(file.get(), contents) && ::ftruncate(file.get(), size) == 0 &&
+         ::fsync(file.get()) == 0;
 }
 
 std::string expandTilde(std::string_view path) {

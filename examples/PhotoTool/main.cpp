@@ -6,7 +6,9 @@
 #include <map>
 #include <string>
 #include <thread>
+#include <vector>
 
+#include "Calls.h"
 #include "Platform/Bundle.h"
 #include "Platform/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
@@ -20,8 +22,10 @@ using qbdkr::QBHPHelperCommunicate;
 using qbdkr::RunLoop;
 
 constexpr const char* usage =
-    "Usage: PhotoTool\n"
-    "Runs until \"quit\" or a signal. Commands, one a line on standard input:\n"
+    "Usage: PhotoTool [--call NAME ARGUMENT...]\n"
+    "With --call it makes one call and tells the result; \"-\" is an absent argument, 1 and 0 are\n"
+    "flags. The calls are listed below. Otherwise it runs until \"quit\" or a signal. Commands, "
+    "one a line on standard input:\n"
     "  check   check whether the helper agent is alive, and start it if it is not\n"
     "  client  fetch the client identifier from the helper agent\n"
     "  stop    ask the helper agent to stop working for this product\n"
@@ -64,14 +68,33 @@ void run(const std::string& command, const acme::Transcript& transcript) {
   }
 }
 
+// One call, against a helper agent that is brought up first where there is none.
+int callOnce(const std::vector<std::string>& words) {
+  QBHPHelper::share();
+  // The start-up thread does this too; here it is waited for.
+  QBHPHelperCommunicate::share().launchHelepr();
+  const std::vector<std::string> arguments(words.begin() + 1, words.end());
+  const auto result = photo::call(words.front(), arguments);
+  if (!result) {
+    std::cerr << "PhotoTool: no such call, or a wrong number of arguments: " << words.front()
+              << '\n';
+    return 2;
+  }
+  std::cout << words.front() << ": " << *result << '\n';
+  return 0;
+}
+
 void stop(int /*signal*/) { RunLoop::main().stop(); }
 
 }  // namespace
 
-int main(int argc, char**) {
-  if (argc > 1) {
-    std::cout << usage;
-    return 2;
+int main(int argc, char** argv) {
+  const std::vector<std::string> words(argv + 1, argv + argc);
+  if (words.size() > 1 && words.front() == "--call")
+    return callOnce({words.begin() + 1, words.end()});
+  if (!words.empty()) {
+    std::cout << usage << photo::calls();
+    return words.front() == "--help" ? 0 : 2;
   }
   // Static: the thread that reads commands and the helper's reports may outlast this function.
   const std::string version =

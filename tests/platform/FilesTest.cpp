@@ -348,6 +348,59 @@ TEST_F(Files, ReaderNeverSeesHalfAFile) {
   writer.join();
 }
 
+TEST_F(Files, RewriteFileKeepsTheFile) {
+  writeFile(to, "old");
+  fs::permissions(to, fs::perms(0640));
+  fs::create_hard_link(to, from);
+  for (const std::string& contents :
+       {std::string(100'000, 'a'), std::string("b\0c", 3), std::string(), std::string("d")}) {
+    EXPECT_TRUE(rewriteFile(to, contents));
+    EXPECT_EQ(readFile(to), contents);
+    EXPECT_EQ(readFile(from), contents);
+    EXPECT_EQ(modeOf(to), 0640U);
+  }
+  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"from", "to"}));
+}
+
+TEST_F(Files, RewriteFileNeedsAFile) {
+  EXPECT_FALSE(rewriteFile(to, "new"));
+  EXPECT_FALSE(fs::exists(to));
+  fs::create_directory(root / "directory");
+  EXPECT_FALSE(rewriteFile(root / "directory", "new"));
+  ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
+  EXPECT_FALSE(rewriteFile(root / "fifo", "new"));
+  EXPECT_FALSE(rewriteFile("/dev/full", "new"));
+}
+
+TEST_F(Files, RewriteFileThatFailsKeepsTheOldContents) {
+  writeFile(to, "old");
+  giveToOrdinaryUser(root);
+  EXPECT_FALSE(asOrdinaryUser([this] {
+    const rlimit limit{1000, 1000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    return rewriteFile(to, std::string(2000, 'x'));
+  }));
+  EXPECT_EQ(readFile(to), "old");
+  for (const int mode : {0444, 0222}) {
+    fs::permissions(to, fs::perms(mode));
+    EXPECT_FALSE(asOrdinaryUser([this] { return rewriteFile(to, "new"); })) << mode;
+    EXPECT_EQ(readFile(to), "old");
+  }
+}
+
+TEST_F(Files, ReaderOfARewrittenFileMeetsNoByteThatNobodyWrote) {
+  const std::string a(50'000, 'a');
+  const std::string b(70'000, 'b');
+  writeFile(to, a);
+  std::atomic<bool> done{false};
+  std::thread writer([&] {
+    for (int i = 0; i < 50; ++i) rewriteFile(to, i % 2 == 0 ? b : a);
+    done = true;
+  });
+  while (!done) EXPECT_EQ(readFile(to).find_first_not_of("ab"), std::string::npos);
+  writer.join();
+}
+
 TEST_F(Files, TildeIsExpandedAtTheFrontOnly) {
   setenv("HOME", "/home/someone", 1);
   EXPECT_EQ(expandTilde("~"), "/home/someone");

@@ -8,34 +8,33 @@
  *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
- *   serve NAME COUNT                      claims the name, prints "ready", then one line for each of
- *                                         that many calls: the flags, signature, path, interface,
- *                                         member, class, method, and number of arguments
+ *   serve NAME COUNT                      claims the name, prints "ready", then one line for each
+ * of that many calls: the flags, signature, path, interface, member, class, method, and number of
+ * arguments
  */
 #include <dbus/dbus.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
 
-static const char *const object_path = "/QBHP/RPCEvent";
-static const char *const interface_name = "QBHP.RPCEvent1";
+static const char* const object_path = "/QBHP/RPCEvent";
+static const char* const interface_name = "QBHP.RPCEvent1";
 enum { patience = 30000 }; /* milliseconds */
 
-static void stop(const char *what) {
+static void stop(const char* what) {
   fprintf(stderr, "libdbus_client: %s\n", what);
   exit(3);
 }
 
-static DBusConnection *connect_to_bus(void) {
+static DBusConnection* connect_to_bus(void) {
   DBusError error = DBUS_ERROR_INIT;
-  DBusConnection *connection = dbus_bus_get_private(DBUS_BUS_SESSION, &error);
+  DBusConnection* connection = dbus_bus_get_private(DBUS_BUS_SESSION, &error);
   if (connection == NULL) stop(error.message);
   return connection;
 }
 
-static DBusMessage *new_call(const char *name, char **words, int count) {
-  DBusMessage *message =
-      dbus_message_new_method_call(name, object_path, interface_name, "Call");
+static DBusMessage* new_call(const char* name, char** words, int count) {
+  DBusMessage* message = dbus_message_new_method_call(name, object_path, interface_name, "Call");
   DBusMessageIter all;
   DBusMessageIter list;
   int i;
@@ -50,11 +49,11 @@ static DBusMessage *new_call(const char *name, char **words, int count) {
   return message;
 }
 
-static int print_answer(DBusConnection *connection, DBusMessage *message) {
+static int print_answer(DBusConnection* connection, DBusMessage* message) {
   DBusError error = DBUS_ERROR_INIT;
-  DBusMessage *reply =
+  DBusMessage* reply =
       dbus_connection_send_with_reply_and_block(connection, message, patience, &error);
-  const char *text = NULL;
+  const char* text = NULL;
   if (reply == NULL) {
     printf("error %s\n", error.name);
     return 0;
@@ -66,15 +65,14 @@ static int print_answer(DBusConnection *connection, DBusMessage *message) {
   return 0;
 }
 
-static int introspect(DBusConnection *connection, const char *name) {
-  return print_answer(connection,
-                      dbus_message_new_method_call(name, object_path,
-                                                   DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
+static int introspect(DBusConnection* connection, const char* name) {
+  return print_answer(
+      connection,
+      dbus_message_new_method_call(name, object_path, DBUS_INTERFACE_INTROSPECTABLE, "Introspect"));
 }
 
-static int raw(DBusConnection *connection, char **words, int count) {
-  DBusMessage *message =
-      dbus_message_new_method_call(words[0], words[1], interface_name, words[2]);
+static int raw(DBusConnection* connection, char** words, int count) {
+  DBusMessage* message = dbus_message_new_method_call(words[0], words[1], interface_name, words[2]);
   int i;
   if (message == NULL) stop("no message");
   for (i = 3; i < count; ++i) {
@@ -83,10 +81,10 @@ static int raw(DBusConnection *connection, char **words, int count) {
   return print_answer(connection, message);
 }
 
-static int post(DBusConnection *connection, const char *name, int times, char **words, int count) {
+static int post(DBusConnection* connection, const char* name, int times, char** words, int count) {
   int i;
   for (i = 0; i < times; ++i) {
-    DBusMessage *message = new_call(name, words, count);
+    DBusMessage* message = new_call(name, words, count);
     dbus_message_set_no_reply(message, TRUE);
     if (!dbus_connection_send(connection, message, NULL)) stop("no memory");
     dbus_message_unref(message);
@@ -102,27 +100,27 @@ static int post(DBusConnection *connection, const char *name, int times, char **
   return 0;
 }
 
-static int await_owner(DBusConnection *connection, const char *name) {
+static int await_owner(DBusConnection* connection, const char* name) {
   DBusError error = DBUS_ERROR_INIT;
   char rule[512];
   snprintf(rule, sizeof rule,
            "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='%s'", name);
   dbus_bus_add_match(connection, rule, &error);
   while (!dbus_bus_name_has_owner(connection, name, NULL)) {
-    DBusMessage *message;
+    DBusMessage* message;
     if (!dbus_connection_read_write(connection, patience)) stop("the bus is gone");
     while ((message = dbus_connection_pop_message(connection)) != NULL) dbus_message_unref(message);
   }
   return 0;
 }
 
-static int print_queue(DBusConnection *connection, const char *name) {
+static int print_queue(DBusConnection* connection, const char* name) {
   DBusError error = DBUS_ERROR_INIT;
-  char **owners = NULL;
+  char** owners = NULL;
   int count = 0;
   int i;
-  DBusMessage *reply;
-  DBusMessage *message = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
+  DBusMessage* reply;
+  DBusMessage* message = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS,
                                                       DBUS_INTERFACE_DBUS, "ListQueuedOwners");
   dbus_message_append_args(message, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
   reply = dbus_connection_send_with_reply_and_block(connection, message, patience, &error);
@@ -133,7 +131,7 @@ static int print_queue(DBusConnection *connection, const char *name) {
   }
   for (i = 0; i < count; ++i) {
     dbus_uint32_t process = 0;
-    DBusMessage *question = dbus_message_new_method_call(
+    DBusMessage* question = dbus_message_new_method_call(
         DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS, "GetConnectionUnixProcessID");
     dbus_message_append_args(question, DBUS_TYPE_STRING, &owners[i], DBUS_TYPE_INVALID);
     reply = dbus_connection_send_with_reply_and_block(connection, question, patience, &error);
@@ -145,10 +143,10 @@ static int print_queue(DBusConnection *connection, const char *name) {
   return 0;
 }
 
-static void print_call(DBusMessage *message) {
-  const char *class_name = NULL;
-  const char *method_name = NULL;
-  char **arguments = NULL;
+static void print_call(DBusMessage* message) {
+  const char* class_name = NULL;
+  const char* method_name = NULL;
+  char** arguments = NULL;
   int count = 0;
   DBusError error = DBUS_ERROR_INIT;
   if (!dbus_message_get_args(message, &error, DBUS_TYPE_STRING, &class_name, DBUS_TYPE_STRING,
@@ -156,8 +154,7 @@ static void print_call(DBusMessage *message) {
                              DBUS_TYPE_INVALID)) {
     stop(error.message);
   }
-  printf("%s %s %s %s %s %s %s %s %d\n",
-         dbus_message_get_no_reply(message) ? "no-reply" : "reply",
+  printf("%s %s %s %s %s %s %s %s %d\n", dbus_message_get_no_reply(message) ? "no-reply" : "reply",
          dbus_message_get_auto_start(message) ? "auto-start" : "no-auto-start",
          dbus_message_get_signature(message), dbus_message_get_path(message),
          dbus_message_get_interface(message), dbus_message_get_member(message), class_name,
@@ -165,21 +162,21 @@ static void print_call(DBusMessage *message) {
   fflush(stdout);
 }
 
-static int serve(DBusConnection *connection, const char *name, int wanted) {
+static int serve(DBusConnection* connection, const char* name, int wanted) {
   DBusError error = DBUS_ERROR_INIT;
   if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
   printf("ready\n");
   fflush(stdout);
   while (wanted > 0) {
-    DBusMessage *message;
+    DBusMessage* message;
     if (!dbus_connection_read_write(connection, patience)) stop("the bus is gone");
     while (wanted > 0 && (message = dbus_connection_pop_message(connection)) != NULL) {
       if (dbus_message_is_method_call(message, interface_name, "Call")) {
         print_call(message);
         --wanted;
         if (!dbus_message_get_no_reply(message)) {
-          const char *text = "served";
-          DBusMessage *reply = dbus_message_new_method_return(message);
+          const char* text = "served";
+          DBusMessage* reply = dbus_message_new_method_return(message);
           dbus_message_append_args(reply, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
           dbus_connection_send(connection, reply, NULL);
         }
@@ -191,8 +188,8 @@ static int serve(DBusConnection *connection, const char *name, int wanted) {
   return 0;
 }
 
-int main(int argc, char **argv) {
-  DBusConnection *connection;
+int main(int argc, char** argv) {
+  DBusConnection* connection;
   if (argc < 3) stop("no command");
   connection = connect_to_bus();
   if (strcmp(argv[1], "introspect") == 0) return introspect(connection, argv[2]);

@@ -85,10 +85,22 @@ TEST_F(HelperCommunicate, CreationRecordsTheIdentityBeforeTheStartUpThreadRuns) 
   });
 }
 
-TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientID) {
+// What the host's property list says of the switches.
+std::string switchesIn(const Host& host) {
+  const auto info = readDictionaryFile(host.bundle / "Contents/Info.plist").value_or(Dictionary());
+  std::string text;
+  for (const char* key : {"TipsEnable", "EnableAD"}) {
+    const PropertyList* value = info.find(key);
+    text += value == nullptr ? '-' : *value == PropertyList(true) ? '1' : '0';
+  }
+  return text;
+}
+
+TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenWritesTheSwitches) {
   inHost(hostInformation(), [this](const Host& host) {
     bool recordedAtStart = true;
     bool recordedAtFetch = false;
+    std::string switchesAtFetch;
     const auto recorded = [&] {
       return host.readDefaults(hostIdentifier).find("FirstStartPID") != nullptr;
     };
@@ -98,22 +110,26 @@ TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientID) {
                      }));
     transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
                        recordedAtFetch = recorded();
+                       switchesAtFetch = switchesIn(host);
                        return Answer{noErr, "client 1"};
                      }));
     EXPECT_EQ(communicator().startHelper(), noErr);
     EXPECT_EQ(transport.sentMethods(), (Methods{start, clientIDFormHelper}));
     EXPECT_FALSE(recordedAtStart);
     EXPECT_TRUE(recordedAtFetch);
+    EXPECT_EQ(switchesAtFetch, "--");
+    EXPECT_EQ(switchesIn(host), "10");
     EXPECT_EQ(communicator().clientID(), "client 1");
   });
 }
 
-TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsAndFetches) {
+TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsFetchesAndWritesTheSwitches) {
   inHost(hostInformation(), [this](const Host& host) {
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().startHelper(), procNotFound);
     EXPECT_EQ(transport.sentMethods(), (Methods{start, clientIDFormHelper}));
     EXPECT_NE(host.readDefaults(hostIdentifier).find("FirstStartPID"), nullptr);
+    EXPECT_EQ(switchesIn(host), "10");
   });
 }
 

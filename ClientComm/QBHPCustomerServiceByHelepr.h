@@ -1,0 +1,40 @@
+#pragma once
+
+#include <span>
+#include <string_view>
+
+#include "ClientComm/QBHPAppEventBase.h"
+#include "ClientComm/Selector.h"
+#include "ClientComm/Text.h"
+#include "Platform/Export.h"
+#include "Platform/Status.h"
+
+namespace qbdkr {
+
+// Asks the helper agent to open a customer-service request, and to look for messages meant for the
+// product. Both post and return at once: 0, or what QBHPAppleEventSender lists. Any thread.
+class QBDKR_EXPORT QBHPCustomerServiceByHelepr : public QBHPAppEventBase {
+ public:
+  static constexpr std::string_view kClassName = "QBHPCustomerServiceByHelepr";
+
+  static QBHPCustomerServiceByHelepr& share();
+
+  // The attachment is the path of a file.
+  OSErr customerService(Text productID, Text versionID, Text email, Text attachment);
+  static constexpr auto kCustomerService = selector<&QBHPCustomerServiceByHelepr::customerService>(
+      "customerService:versionID:email:attachment:");
+
+  OSErr checkForHeleprMessage(Text productID, Text versionID);
+  static constexpr auto kCheckForHeleprMessage =
+      selector<&QBHPCustomerServiceByHelepr::checkForHeleprMessage>(
+          "checkForHeleprMessage:versionID:");
+
+  [[nodiscard]] std::string_view className() const override { return kClassName; }
+
+ protected:
+  [[nodiscard]] std::span<const Method> methods() const override {
+    return {};
+  }  // it gets no reports
+};
+
+}  // namespace qbdkr

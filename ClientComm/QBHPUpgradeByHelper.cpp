@@ -1,0 +1,70 @@
+#include "ClientComm/QBHPUpgradeByHelper.h"
+
+#include <array>
+
+#include "ClientComm/HelperRequest.h"
+#include "ClientComm/QBHPAppleEventProcesser.h"
+#include "Platform/Log.h"
+
+namespace qbdkr {
+
+QBHPProductUpgradeCallBackDelegate::~QBHPProductUpgradeCallBackDelegate() = default;
+
+QBHPUpgradeByHelper& QBHPUpgradeByHelper::share() {
+  static auto& service = *new QBHPUpgradeByHelper;
+  return service;
+}
+
+QBHPUpgradeByHelper::QBHPUpgradeByHelper() {
+  QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, kClassName);
+}
+
+QBHPUpgradeByHelper::~QBHPUpgradeByHelper() {
+  QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
+}
+
+void QBHPUpgradeByHelper::setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate) {
+  delegate_ = delegate;
+}
+
+QBHPProductUpgradeCallBackDelegate* QBHPUpgradeByHelper::productUpgradeDelegate() const {
+  return delegate_;
+}
+
+OSErr QBHPUpgradeByHelper::productReadyToUpgrade(Text productID, Text versionID, Text ready) {
+  isUpgradeQueryResopned_ = true;
+  return answer(productID, versionID, ready);
+}
+
+OSErr QBHPUpgradeByHelper::answer(Text productID, Text versionID, Text ready) {
+  return postRequest(*this, kProductReadyToUpgrade, {productID, versionID, ready}, "%@ %@ %@ %@");
+}
+
+OSErr QBHPUpgradeByHelper::productUpgrade(Text productID, Text versionID) {
+  return postRequest(*this, kProductUpgrade, {productID, versionID}, "%@ %@ %@ ");
+}
+
+OSErr QBHPUpgradeByHelper::productUpgradeCallBack(Text first, Text second, Text errorCode,
+                                                  Text errorMessage) {
+  logRequest("%@ %@ %@ %@ %@", kProductUpgradeCallBack, {first, second, errorCode, errorMessage});
+  if (!isUpgradeQueryResopned_) {
+    log("last query not responsed yet!");
+    // The earlier question is still the host's to answer, maybe on another thread right now.
+    return answer("", "", "ignore");
+  }
+  auto* delegate = dynamic_cast<QBHPProductWillUpgradeDelegate*>(productUpgradeDelegate());
+  // Without a delegate nobody will answer, so the question does not count as open.
+  if (delegate == nullptr) return noErr;
+  const auto error = QBHPHelperError::reported(errorCode, errorMessage);
+  isUpgradeQueryResopned_ = false;
+  delegate->productWillUpgrade(error ? &*error : nullptr);
+  return noErr;
+}
+
+std::span<const Method> QBHPUpgradeByHelper::methods() const {
+  static constexpr std::array table{
+      method<&QBHPUpgradeByHelper::productUpgradeCallBack>(kProductUpgradeCallBack)};
+  return table;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,491 @@
+// Every public request: whether it starts a liveness check, what it sends in which form, and what
+// it gives back.
+
+#include <gtest/gtest.h>
+
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "ClientComm/Exceptions.h"
+#include "Host.h"
+#include "ProductClient/QBHPHelper.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Seams.h"
+#include "support/CapturedLog.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+using Communicator = QBHPHelperCommunicate;
+using Texts = std::vector<std::string>;
+
+constexpr const char* control = "QBHPHelperControl";
+constexpr const char* upgrade = "QBHPUpgradeByHelper";
+constexpr const char* upload = "QBHPUploadByHelper";
+constexpr const char* customerService = "QBHPCustomerServiceByHelepr";
+constexpr const char* getData = "QBHPGetDataByHelper";
+
+// A status other than any that the framework makes itself, and a reply that is no special case.
+constexpr OSErr someStatus = -1743;
+constexpr const char* someReply = "U###300###200";
+
+enum class Guard { no, yes };
+enum class Wire { post, ask };
+
+struct Request {
+  const char* name;
+  std::function<std::string(Communicator&)> call;  // the result as text
+  Guard guard;
+  Wire wire;
+  const char* className;
+  const char* methodName;
+  Texts arguments;
+  const char* result;
+};
+
+std::string told(OSErr status) { return std::to_string(status); }
+std::string told(bool flag) { return flag ? "yes" : "no"; }
+std::string told(const String& text) { return text.value_or("(absent)"); }
+std::string told(const QBHPSuiteInfo& info) { return info.description(); }
+
+const char* const status = "-1743";
+
+// P is 4711, V is 3.1; usage data is collected under DATA.
+const std::vector<Request>& requests() {
+  static const std::vector<Request> table{
+      {"stopHelper",
+       [](Communicator& c) { return told(c.stopHelper()); },
+       Guard::no,
+       Wire::post,
+       control,
+       "stop:prodeuctVersion:",
+       {"4711", "3.1"},
+       status},
+      {"isAliveHelper",
+       [](Communicator& c) { return told(c.isAliveHelper()); },
+       Guard::no,
+       Wire::post,
+       control,
+       "isAlive:prodeuctVersion:",
+       {"4711", "3.1"},
+       status},
+      {"showHelper",
+       [](Communicator& c) { return told(c.showHelper()); },
+       Guard::yes,
+       Wire::post,
+       control,
+       "show:prodeuctVersion:",
+       {"4711", "3.1"},
+       status},
+      {"hideHelper",
+       [](Communicator& c) { return told(c.hideHelper()); },
+       Guard::yes,
+       Wire::post,
+       control,
+       "hide:prodeuctVersion:",
+       {"4711", "3.1"},
+       status},
+      {"productReadyToUpgrade yes",
+       [](Communicator& c) { return told(c.productReadyToUpgrade(true)); },
+       Guard::no,
+       Wire::post,
+       upgrade,
+       "productReadyToUpgrade:versionID:ready:",
+       {"4711", "3.1", "1"},
+       status},
+      {"productReadyToUpgrade no",
+       [](Communicator& c) { return told(c.productReadyToUpgrade(false)); },
+       Guard::no,
+       Wire::post,
+       upgrade,
+       "productReadyToUpgrade:versionID:ready:",
+       {"4711", "3.1", "0"},
+       status},
+      {"productUpgrade",
+       [](Communicator& c) { return told(c.productUpgrade()); },
+       Guard::yes,
+       Wire::post,
+       upgrade,
+       "productUpgrade:versionID:",
+       {"4711", "3.1"},
+       status},
+      {"uploadProductFile",
+       [](Communicator& c) { return told(c.uploadProductFile("mail", "path", "title", "text")); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "uploadProductFile:versionID:email:filePath:title:description:",
+       {"4711", "3.1", "mail", "path", "title", "text"},
+       status},
+      {"uploadUserFile",
+       [](Communicator& c) { return told(c.uploadUserFile("mail", "path", "title", "text")); },
+       Guard::yes,
+       Wire::post,
+       upload,
+       "uploadUserFile:versionID:email:filePath:title:description:",
+       {"4711", "3.1", "mail", "path", "title", "text"},
+       status},
+      {"uploadLogByEmail",
+       [](Communicator& c) { return told(c.uploadLogByEmail("mail", "path", "title", "text")); },
+       Guard::yes,
+       Wire::post,
+       upload,
+       "uploadLog:versionID:email:filePath:title:description:",
+       {"4711", "3.1", "mail", "path", "title", "text"},
+       status},
+      {"directUploadData",
+       [](Communicator& c) { return told(c.directUploadData()); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "directUploadData:version:",
+       {"DATA", "3.1"},
+       status},
+      {"customStringDataCollect",
+       [](Communicator& c) { return told(c.customStringDataCollect("target", "value")); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "collectData:version:collectionType:target:keyID:value:",
+       {"DATA", "3.1", "5", "target", "", "value"},
+       status},
+      {"autoCreatedIncreaseDataCollect",
+       [](Communicator& c) { return told(c.autoCreatedIncreaseDataCollect("target", "key")); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "collectData:version:collectionType:target:keyID:value:",
+       {"DATA", "3.1", "4", "target", "key", ""},
+       status},
+      {"commIncreaseDataCollect",
+       [](Communicator& c) { return told(c.commIncreaseDataCollect("target", "key")); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "collectData:version:collectionType:target:keyID:value:",
+       {"DATA", "3.1", "3", "target", "key", ""},
+       status},
+      {"productCollectStatus",
+       [](Communicator& c) { return told(c.productCollectStatus()); },
+       Guard::no,
+       Wire::ask,
+       upload,
+       "productCollectStatus:version:",
+       {"4711", "3.1"},
+       "no"},
+      {"setProductCollectStatus yes",
+       [](Communicator& c) { return told(c.setProductCollectStatus(true)); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "setProductCollectStatus:version:status:",
+       {"4711", "3.1", "1"},
+       status},
+      {"setProductCollectStatus no",
+       [](Communicator& c) { return told(c.setProductCollectStatus(false)); },
+       Guard::no,
+       Wire::post,
+       upload,
+       "setProductCollectStatus:version:status:",
+       {"4711", "3.1", "0"},
+       status},
+      {"netErrorPagePath",
+       [](Communicator& c) { return told(c.netErrorPagePath()); },
+       Guard::no,
+       Wire::ask,
+       upload,
+       "netErrorPagePath:version:",
+       {"4711", "3.1"},
+       someReply},
+      {"unRegSuiteInfo",
+       [](Communicator& c) { return told(c.unRegSuiteInfo()); },
+       Guard::no,
+       Wire::ask,
+       upload,
+       "unRegSuiteInfo:version:",
+       {"4711", "3.1"},
+       "url = U width = 300 height = 200"},
+      {"regSuiteInfo",
+       [](Communicator& c) { return told(c.regSuiteInfo()); },
+       Guard::no,
+       Wire::ask,
+       upload,
+       "regSuiteInfo:version:",
+       {"4711", "3.1"},
+       "url = U width = 300 height = 200"},
+      {"checkForHeleprMessage",
+       [](Communicator& c) { return told(c.checkForHeleprMessage()); },
+       Guard::yes,
+       Wire::post,
+       customerService,
+       "checkForHeleprMessage:versionID:",
+       {"4711", "3.1"},
+       status},
+      {"customerserviceByEmail",
+       [](Communicator& c) { return told(c.customerserviceByEmail("mail", "file")); },
+       Guard::yes,
+       Wire::post,
+       customerService,
+       "customerService:versionID:email:attachment:",
+       {"4711", "3.1", "mail", "file"},
+       status},
+      {"clientIDFormHelper",
+       [](Communicator& c) { return told(c.clientIDFormHelper()); },
+       Guard::no,
+       Wire::ask,
+       getData,
+       "clientIDFormHelper",
+       {},
+       someReply},
+  };
+  return table;
+}
+
+class Requests : public testing::Test {
+ protected:
+  RecordingTransport& transport = RecordingTransport::installed();
+  HeldThreads threads;
+};
+
+TEST_F(Requests, EachSendsWhatItsRowSaysAndGivesBackWhatItsRowSays) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    communicator.setCollectDataPID("DATA");
+    for (const Request& request : requests()) {
+      SCOPED_TRACE(request.name);
+      transport.reset();
+      transport.answerWith({someStatus, someReply});
+      const std::size_t threadsBefore = threads.count();
+      EXPECT_EQ(request.call(communicator), request.result);
+      ASSERT_EQ(transport.sent().size(), 1U);
+      const auto sent = transport.sent().front();
+      EXPECT_EQ(rpcEventOf(sent.event),
+                (RPCEvent{request.className, request.methodName, request.arguments}));
+      EXPECT_EQ(sent.mode, request.wire == Wire::post ? kAENoReply : kAEWaitReply);
+      EXPECT_EQ(sent.timeout, request.wire == Wire::post ? kAEDefaultTimeout : kNoTimeOut);
+      EXPECT_EQ(sent.event.target().data(), helperIdentifier);
+      EXPECT_EQ(threads.count() - threadsBefore, request.guard == Guard::yes ? 1U : 0U);
+    }
+  });
+}
+
+TEST_F(Requests, AbsentArgumentsTravelAsEmptyTexts) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    transport.reset();
+    communicator.uploadLogByEmail(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
+    communicator.customerserviceByEmail("mail", std::nullopt);
+    const auto sent = transport.sentRPCEvents();
+    ASSERT_EQ(sent.size(), 2U);
+    EXPECT_EQ(sent[0].arguments, (Texts{"4711", "3.1", "", "", "", ""}));
+    EXPECT_EQ(sent[1].arguments, (Texts{"4711", "3.1", "mail", ""}));
+  });
+}
+
+TEST_F(Requests, HostWithoutIdentitySendsEmptyTexts) {
+  PropertyList::Dictionary info = hostInformation();
+  info.erase("PID");
+  info.erase("CFBundleVersion");
+  inHost(info, [this](const Host&) {
+    transport.reset();
+    Communicator::share().showHelper();
+    EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"", ""}));
+  });
+}
+
+TEST_F(Requests, DataIsCollectedUnderTheFirstStartsProductUnlessOneIsSet) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "OLD"}});
+    auto& communicator = Communicator::share();
+    transport.reset();
+    communicator.directUploadData();
+    communicator.setCollectDataPID("DATA");
+    communicator.directUploadData();
+    communicator.setCollectDataPID("");
+    communicator.directUploadData();
+    const auto sent = transport.sentRPCEvents();
+    ASSERT_EQ(sent.size(), 3U);
+    EXPECT_EQ(sent[0].arguments, (Texts{"OLD", "3.1"}));
+    EXPECT_EQ(sent[1].arguments, (Texts{"DATA", "3.1"}));
+    EXPECT_EQ(sent[2].arguments, (Texts{"OLD", "3.1"}));
+  });
+}
+
+TEST_F(Requests, CollectStatusIsYesForExactlyOneOnly) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    for (const char* reply : {"0", "", " 1", "true", "1 ", "11"}) {
+      transport.answerWith({noErr, reply});
+      EXPECT_FALSE(communicator.productCollectStatus()) << '"' << reply << '"';
+    }
+    transport.answerWith({noErr, std::nullopt});
+    EXPECT_FALSE(communicator.productCollectStatus());
+    transport.answerWith({noErr, "1"});
+    CapturedLog log;
+    EXPECT_TRUE(communicator.productCollectStatus());
+    EXPECT_EQ(log.lines(), (Texts{"---- result: 1"}));
+  });
+}
+
+struct SuiteAnswer {
+  const char* reply;
+  const char* description;
+};
+
+TEST_F(Requests, SuiteAnswerIsReadByFields) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    const SuiteAnswer answers[] = {
+        {"U###300###200", "url = U width = 300 height = 200"},
+        {"U###abc###7", "url = U width = 0 height = 7"},
+        {"U### -12px###+5", "url = U width = -12 height = 5"},
+        {"U###1###2###more###still", "url = U width = 1 height = 2"},
+        {"######", "url =  width = 0 height = 0"},
+        {"a#b##c###99999999999###0", "url = a#b##c width = 2147483647 height = 0"},
+    };
+    for (const SuiteAnswer& answer : answers) {
+      transport.answerWith({noErr, answer.reply});
+      EXPECT_EQ(communicator.regSuiteInfo().description(), answer.description);
+      EXPECT_EQ(communicator.unRegSuiteInfo().description(), answer.description);
+    }
+  });
+}
+
+TEST_F(Requests, SuiteAnswerOfTooFewFieldsThrowsTheRangeException) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    for (const char* reply : {"U###1", "U", ""}) {
+      transport.answerWith({noErr, reply});
+      EXPECT_THROW(communicator.regSuiteInfo(), RangeException) << '"' << reply << '"';
+      EXPECT_THROW(communicator.unRegSuiteInfo(), std::out_of_range) << '"' << reply << '"';
+    }
+  });
+}
+
+TEST_F(Requests, NoSuiteAnswerGivesNoURLAndNoSize) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    transport.answerWith({procNotFound, std::nullopt});
+    CapturedLog log;
+    const QBHPSuiteInfo info = communicator.regSuiteInfo();
+    EXPECT_EQ(info.URL(), std::nullopt);
+    EXPECT_EQ(info.width(), 0);
+    EXPECT_EQ(info.height(), 0);
+    EXPECT_EQ(log.lines(), (Texts{"replay = (null)", "regSuiteStr = (null)"}));
+  });
+}
+
+TEST_F(Requests, GetterOfTheUpgradeDelegateThrowsAsAnUnknownMethodDoes) {
+  inHost(hostInformation(), [](const Host&) {
+    EXPECT_THROW(Communicator::share().getProductUpgradeDelegate(), UnrecognizedSelectorException);
+    EXPECT_THROW(Communicator::share().getProductUpgradeDelegate(), std::logic_error);
+  });
+}
+
+TEST_F(Requests, UpgradeDelegateIsHandedToTheUpgradeService) {
+  inHost(hostInformation(), [](const Host&) {
+    class Delegate : public QBHPProductUpgradeCallBackDelegate {
+    } delegate;
+    Communicator::share().setProductUpgradeDelegate(&delegate);
+    EXPECT_EQ(QBHPUpgradeByHelper::share().productUpgradeDelegate(), &delegate);
+    Communicator::share().setProductUpgradeDelegate(nullptr);
+    EXPECT_EQ(QBHPUpgradeByHelper::share().productUpgradeDelegate(), nullptr);
+  });
+}
+
+TEST_F(Requests, OnlyTenSaysThatTheServerIsSwitchedOff) {
+  inHost(hostInformation(), [](const Host&) {
+    EXPECT_TRUE(Communicator::share().isHelperSeverNotOpen(10));
+    for (const OSErr other : std::vector<OSErr>{0, 1, 9, 11, -10, -600}) {
+      EXPECT_FALSE(Communicator::share().isHelperSeverNotOpen(other)) << other;
+    }
+  });
+}
+
+struct FacadeCall {
+  const char* name;
+  std::function<void(QBHPHelper&)> call;
+  const char* methodName;
+  Texts arguments;
+};
+
+TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
+  inHost(hostInformation(), [this](const Host&) {
+    RecordingRunLoop runLoop;
+    auto& helper = QBHPHelper::share();
+    helper.setDataCollectPID("DATA");
+    const FacadeCall calls[] = {
+        {"stopHelper",
+         [](QBHPHelper& h) { h.stopHelper(); },
+         "stop:prodeuctVersion:",
+         {"4711", "3.1"}},
+        {"directUploadData",
+         [](QBHPHelper& h) { h.directUploadData(); },
+         "directUploadData:version:",
+         {"DATA", "3.1"}},
+        {"productCollectStatus",
+         [](QBHPHelper& h) { EXPECT_FALSE(h.productCollectStatus()); },
+         "productCollectStatus:version:",
+         {"4711", "3.1"}},
+        {"setProductCollectStatus",
+         [](QBHPHelper& h) { h.setProductCollectStatus(true); },
+         "setProductCollectStatus:version:status:",
+         {"4711", "3.1", "1"}},
+        {"customStringDataCollect",
+         [](QBHPHelper& h) { h.customStringDataCollect("t", "v"); },
+         "collectData:version:collectionType:target:keyID:value:",
+         {"DATA", "3.1", "5", "t", "", "v"}},
+        {"autoCreatedIncreaseDataCollect",
+         [](QBHPHelper& h) { h.autoCreatedIncreaseDataCollect("t", "k"); },
+         "collectData:version:collectionType:target:keyID:value:",
+         {"DATA", "3.1", "4", "t", "k", ""}},
+        {"commIncreaseDataCollect",
+         [](QBHPHelper& h) { h.commIncreaseDataCollect("t", "k"); },
+         "collectData:version:collectionType:target:keyID:value:",
+         {"DATA", "3.1", "3", "t", "k", ""}},
+        {"netErrorPagePath",
+         [](QBHPHelper& h) { EXPECT_EQ(h.netErrorPagePath(), someReply); },
+         "netErrorPagePath:version:",
+         {"4711", "3.1"}},
+        {"unRegSuiteInfo",
+         [](QBHPHelper& h) { EXPECT_EQ(h.unRegSuiteInfo().width(), 300); },
+         "unRegSuiteInfo:version:",
+         {"4711", "3.1"}},
+        {"regSuiteInfo",
+         [](QBHPHelper& h) { EXPECT_EQ(h.regSuiteInfo().height(), 200); },
+         "regSuiteInfo:version:",
+         {"4711", "3.1"}},
+        {"uploadProductFile",
+         [](QBHPHelper& h) { EXPECT_EQ(h.uploadProductFile("m", "p", "t", "d"), someStatus); },
+         "uploadProductFile:versionID:email:filePath:title:description:",
+         {"4711", "3.1", "m", "p", "t", "d"}},
+    };
+    for (const FacadeCall& call : calls) {
+      SCOPED_TRACE(call.name);
+      transport.reset();
+      transport.answerWith({someStatus, someReply});
+      call.call(helper);
+      ASSERT_EQ(transport.sent().size(), 1U);
+      EXPECT_EQ(transport.sentRPCEvents()[0].methodName, call.methodName);
+      EXPECT_EQ(transport.sentRPCEvents()[0].arguments, call.arguments);
+    }
+  });
+}
+
+TEST_F(Requests, EmptyOrAbsentDataCollectPIDIsIgnoredByTheFacade) {
+  inHost(hostInformation(), [](const Host& host) {
+    RecordingRunLoop runLoop;
+    auto& helper = QBHPHelper::share();
+    helper.setDataCollectPID("DATA");
+    helper.setDataCollectPID("");
+    helper.setDataCollectPID(std::nullopt);
+    const auto stored = host.readDefaults(hostIdentifier);
+    ASSERT_NE(stored.find("DataCollectPID"), nullptr);
+    EXPECT_EQ(*stored.find("DataCollectPID"), PropertyList("DATA"));
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test

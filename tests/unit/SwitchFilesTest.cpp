@@ -1,0 +1,823 @@
+// The two switches in the host's own bundle: which files carry them, when these are written, and in
+// which form. Every body runs from a bundle of its own.
+
+#include <gtest/gtest.h>
+#include <linux/capability.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdlib>
+#include <filesystem>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "ClientComm/QBHPHelperControl.h"
+#include "Host.h"
+#include "Platform/Bundle.h"
+#include "Platform/Text.h"
+#include "ProductClient/QBHPHelper.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
+#include "Seams.h"
+#include "support/CapturedLog.h"
+#include "support/RecordingTransport.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+using Communicator = QBHPHelperCommunicate;
+using Dictionary = PropertyList::Dictionary;
+using Lines = std::vector<std::string>;
+using Strings = std::map<std::string, std::string>;
+using Writer = void (Communicator::*)(bool);
+
+// A switch, and the calls that write it.
+struct Switch {
+  const char* key;
+  Writer toPropertyList;
+  Writer toStrings;
+  Writer toBoth;
+  void (Communicator::*sync)();
+  bool valueWhenMissing;
+};
+
+const Switch tips{"TipsEnable",
+                  &Communicator::saveTipsEnableToPlistFile,
+                  &Communicator::saveTipsEnableTostringsFile,
+                  &Communicator::setTipsEnable,
+                  &Communicator::saveTipsEnable,
+                  true};
+const Switch advertising{"EnableAD",
+                         &Communicator::saveEnableADToPlistFile,
+                         &Communicator::saveEnableADToStringsFile,
+                         &Communicator::setEnableAD,
+                         &Communicator::saveEnableAD,
+                         false};
+
+// Everything about a file that a write could change. A file that is looked at was written long ago,
+// so that its time tells of any write.
+struct FileState {
+  ino_t inode;
+  time_t seconds;
+  mode_t mode;
+  nlink_t links;
+  std::string bytes;
+  bool operator==(const FileState&) const = default;
+};
+
+FileState stateOf(const fs::path& path) {
+  struct stat status {};
+  EXPECT_EQ(stat(path.c_str(), &status), 0) << path;
+  return {status.st_ino, status.st_mtim.tv_sec, status.st_mode, status.st_nlink, readFile(path)};
+}
+
+FileState aged(const fs::path& path) {
+  fs::last_write_time(path, fs::file_time_type::clock::now() - std::chrono::hours(1000));
+  return stateOf(path);
+}
+
+Dictionary dictionaryIn(const fs::path& path) {
+  return readDictionaryFile(path).value_or(Dictionary());
+}
+
+// What a strings file of these pairs is after a write.
+std::string writtenStrings(std::string_view text) {
+  std::string bytes = "\xFF\xFE";
+  for (const char16_t unit : utf16FromUTF8(text)) {
+    bytes += static_cast<char>(unit & 0xFFU);
+    bytes += static_cast<char>(unit >> 8U);
+  }
+  return bytes;
+}
+
+// Takes from the calling thread what lets root read and write any file.
+class ObeyedPermissions {
+ public:
+  ObeyedPermissions() {
+    EXPECT_EQ(syscall(SYS_capget, &header_, before_.data()), 0);
+    auto after = before_;
+    after[0].effective &= ~(1U << CAP_DAC_OVERRIDE | 1U << CAP_DAC_READ_SEARCH);
+    EXPECT_EQ(syscall(SYS_capset, &header_, after.data()), 0);
+  }
+  ObeyedPermissions(const ObeyedPermissions&) = delete;
+  ObeyedPermissions& operator=(const ObeyedPermissions&) = delete;
+  ~ObeyedPermissions() { EXPECT_EQ(syscall(SYS_capset, &header_, before_.data()), 0); }
+
+ private:
+  __user_cap_header_struct header_{_LINUX_CAPABILITY_VERSION_3, 0};
+  std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> before_{};
+};
+
+// Lets this process write files of a few bytes only.
+class SmallFilesOnly {
+ public:
+  explicit SmallFilesOnly(rlim_t size) {
+    getrlimit(RLIMIT_FSIZE, &before_);
+    const rlimit limit{size, before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_FSIZE, &limit), 0);
+  }
+  SmallFilesOnly(const SmallFilesOnly&) = delete;
+  SmallFilesOnly& operator=(const SmallFilesOnly&) = delete;
+  ~SmallFilesOnly() { setrlimit(RLIMIT_FSIZE, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+Dictionary information(std::initializer_list<Dictionary::Entry> more = {}) {
+  Dictionary info = hostInformation();
+  info.set("CFBundleDevelopmentRegion", "en");
+  for (const auto& [key, value] : more) info.set(key, value);
+  return info;
+}
+
+const Strings english{{"en", "/* a comment */ \"Name\" = \"Host\";"}};
+
+class SwitchFiles : public testing::Test {
+ protected:
+  static fs::path propertyList(const Host& host) { return host.bundle / "Contents/Info.plist"; }
+  static fs::path folder(const Host& host, const std::string& language = "en") {
+    return host.resources() / (language + ".lproj");
+  }
+  static fs::path strings(const Host& host, const std::string& language = "en") {
+    return folder(host, language) / "InfoPlist.strings";
+  }
+
+  // The communicator is made without its start-up thread, and lives as long as the body's process.
+  static void write(Writer writer, bool value) { (Communicator::share().*writer)(value); }
+
+  RecordingTransport& transport = RecordingTransport::installed();
+  HeldThreads threads;
+};
+
+// --- Which file
+
+TEST_F(SwitchFiles, SearchFindsTheFilesOfABundle) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        auto& communicator = Communicator::share();
+        const std::string bundle = host.bundle;
+        EXPECT_EQ(communicator.searchPlistFilePath(bundle), propertyList(host));
+        CapturedLog log;
+        EXPECT_EQ(communicator.searchCurrentStringsFilePath(bundle), strings(host));
+        EXPECT_EQ(log.lines(), Lines{"(en)"});
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, SearchNamesAStringsFileThatIsNotThere) {
+  inHost(information(), [](const Host& host) {
+    fs::create_directories(folder(host));
+    EXPECT_EQ(Communicator::share().searchCurrentStringsFilePath(host.bundle.string()),
+              strings(host));
+    EXPECT_FALSE(fs::exists(strings(host)));
+  });
+}
+
+TEST_F(SwitchFiles, SearchFindsNothingWhereThereIsNothing) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        auto& communicator = Communicator::share();
+        fs::create_directories(host.home / "Empty.app/Contents");
+        for (const char* name : {"Empty.app", "none"}) {
+          const std::string path = host.home / name;
+          EXPECT_EQ(communicator.searchPlistFilePath(path), std::nullopt);
+          CapturedLog log;
+          EXPECT_EQ(communicator.searchCurrentStringsFilePath(path), std::nullopt);
+          EXPECT_EQ(log.lines(), Lines{"(null)"});
+        }
+        EXPECT_EQ(communicator.searchPlistFilePath(std::nullopt), std::nullopt);
+        EXPECT_EQ(communicator.searchCurrentStringsFilePath(std::nullopt), std::nullopt);
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, SearchInAnotherBundleUsesTheLanguageOfTheProcess) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        const fs::path other = host.home / "Other.app";
+        writeFile(other / "Contents/Other.plist", "");
+        writeFile(other / "Contents/Resources/de.lproj/a.strings", "\"TipsEnable\" = \"1\";");
+        auto& communicator = Communicator::share();
+        EXPECT_EQ(communicator.searchPlistFilePath(other.string()), other / "Contents/Other.plist");
+        EXPECT_EQ(communicator.searchCurrentStringsFilePath(other.string()), std::nullopt);
+        writeFile(other / "Contents/Resources/en.lproj/b.strings", "\"TipsEnable\" = \"1\";");
+        EXPECT_EQ(communicator.searchCurrentStringsFilePath(other.string()),
+                  other / "Contents/Resources/en.lproj/b.strings");
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, SearchTakesTheFirstOfSeveralInTheOrderOfTheFolder) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        const auto first = [](const fs::path& directory, const std::string& extension) {
+          for (const auto& entry : fs::directory_iterator(directory)) {
+            if (entry.path().extension() == extension) return entry.path();
+          }
+          return fs::path();
+        };
+        for (const char* name : {"A", "Z", "m", "0"}) {
+          writeFile(host.bundle / "Contents" / (std::string(name) + ".plist"), "");
+          writeFile(folder(host) / (std::string(name) + ".strings"), "\"TipsEnable\" = \"1\";");
+        }
+        fs::remove(strings(host));
+        const std::string bundle = host.bundle;
+        EXPECT_EQ(Communicator::share().searchPlistFilePath(bundle),
+                  first(host.bundle / "Contents", ".plist"));
+        EXPECT_EQ(Communicator::share().searchCurrentStringsFilePath(bundle),
+                  first(folder(host), ".strings"));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FileThatCarriesTheTipsSwitchGetsBothSwitches) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        const fs::path other = folder(host) / "Other.strings";
+        writeFile(other, "\"TipsEnable\" = \"0\";");
+        const FileState before = aged(strings(host));
+        write(&Communicator::setTipsEnable, true);
+        write(&Communicator::setEnableAD, true);
+        EXPECT_EQ(dictionaryIn(other), (Dictionary{{"TipsEnable", "1"}, {"EnableAD", "1"}}));
+        EXPECT_EQ(stateOf(strings(host)), before);
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FilesWithoutTheTipsSwitchOrOfAnotherKindAreNotChosen) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        writeFile(folder(host) / "Advertising.strings", "\"EnableAD\" = \"0\";");
+        writeFile(folder(host) / "Broken.strings", "\"TipsEnable\" = ");
+        writeFile(folder(host) / "Tips.txt", "\"TipsEnable\" = \"0\";");
+        fs::create_directories(folder(host) / "Folder.strings");
+        write(&Communicator::saveEnableADToStringsFile, true);
+        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"EnableAD", "1"}}));
+        EXPECT_EQ(readFile(folder(host) / "Advertising.strings"), "\"EnableAD\" = \"0\";");
+        EXPECT_EQ(readFile(folder(host) / "Broken.strings"), "\"TipsEnable\" = ");
+        EXPECT_EQ(readFile(folder(host) / "Tips.txt"), "\"TipsEnable\" = \"0\";");
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, OnlyTheLanguageOfTheProcessIsWritten) {
+  inHost(information(),
+         [](const Host& host) {
+           setenv("LANGUAGE", "de", 1);
+           const FileState before = aged(strings(host, "en"));
+           write(&Communicator::setTipsEnable, true);
+           EXPECT_EQ(stateOf(strings(host, "en")), before);
+           EXPECT_EQ(dictionaryIn(strings(host, "de")),
+                     (Dictionary{{"Name", "Wirt"}, {"TipsEnable", "1"}}));
+         },
+         {{"en", "\"Name\" = \"Host\";"}, {"de", "\"Name\" = \"Wirt\";"}});
+}
+
+TEST_F(SwitchFiles, WithoutAFolderForTheLanguageOnlyThePropertyListIsWritten) {
+  for (const Switch& row : {tips, advertising}) {
+    inHost(information(), [&row](const Host& host) {
+      Communicator::share();
+      {
+        CapturedLog log;
+        write(row.toStrings, true);
+        EXPECT_EQ(log.lines(), Lines{"(null)"});
+      }
+      fs::create_directories(host.resources());
+      {
+        CapturedLog log;
+        write(row.toBoth, true);
+        EXPECT_EQ(log.lines(), Lines{"()"});
+      }
+      EXPECT_TRUE(fs::is_empty(host.resources()));
+      EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, true}}));
+    });
+  }
+}
+
+// --- What is written
+
+TEST_F(SwitchFiles, EachWriterWritesItsKeyIntoItsFileOnly) {
+  for (const Switch& row : {tips, advertising}) {
+    for (const bool value : {true, false}) {
+      inHost(
+          information(),
+          [&row, value](const Host& host) {
+            Communicator::share();
+            const FileState list = aged(propertyList(host));
+            const FileState text = aged(strings(host));
+            CapturedLog log;
+            write(row.toStrings, value);
+            EXPECT_EQ(log.lines(), Lines{"(en)"});
+            EXPECT_EQ(stateOf(propertyList(host)), list);
+            EXPECT_EQ(dictionaryIn(strings(host)),
+                      (Dictionary{{"Name", "Host"}, {row.key, value ? "1" : "0"}}));
+            writeFile(strings(host), text.bytes);
+            const FileState again = aged(strings(host));
+            write(row.toPropertyList, value);
+            EXPECT_EQ(log.lines().size(), 1U);
+            EXPECT_EQ(stateOf(strings(host)), again);
+            EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, value}}));
+          },
+          english);
+    }
+  }
+}
+
+TEST_F(SwitchFiles, SettersWriteBothFilesAndLogOneSearch) {
+  for (const Switch& row : {tips, advertising}) {
+    inHost(
+        information(),
+        [&row](const Host& host) {
+          Communicator::share();
+          for (const bool value : {true, false, true}) {
+            CapturedLog log;
+            write(row.toBoth, value);
+            EXPECT_EQ(log.lines(), Lines{"(en)"});
+            EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, value}}));
+            EXPECT_EQ(dictionaryIn(strings(host)),
+                      (Dictionary{{"Name", "Host"}, {row.key, value ? "1" : "0"}}));
+          }
+        },
+        english);
+  }
+}
+
+TEST_F(SwitchFiles, FacadeSetsTheTipsSwitchInBothFiles) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        RecordingRunLoop runLoop;
+        QBHPHelper::share().setTipsEnable(false);
+        EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", false}}));
+        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"TipsEnable", "0"}}));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, WrittenStringsFileIsUTF16WithOnePairALine) {
+  inHost(information(),
+         [](const Host& host) {
+           write(&Communicator::saveTipsEnableTostringsFile, true);
+           EXPECT_EQ(readFile(strings(host)),
+                     writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
+                                    "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
+                                    "\"TipsEnable\" = \"1\";\n"));
+           write(&Communicator::saveEnableADToStringsFile, false);
+           write(&Communicator::saveTipsEnableTostringsFile, false);
+           EXPECT_EQ(readFile(strings(host)),
+                     writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
+                                    "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
+                                    "\"TipsEnable\" = \"0\";\n\"EnableAD\" = \"0\";\n"));
+         },
+         {{"en",
+           "// a comment\nName = \"Gr\u00FC\u00DFe \U0001F600\"; /* another */\n\n"
+           "\"two words\"=\"say \\\"hi\\\"\\n\";"}});
+}
+
+TEST_F(SwitchFiles, StringsFileOfAnyFormBecomesThatOfOne) {
+  const Dictionary pairs{{"Name", "Host"}};
+  for (const std::string& before :
+       {writtenStrings("\"Name\" = \"Host\";"), xmlPropertyList(pairs).value(),
+        std::string("\xEF\xBB\xBFName = Host;")}) {
+    inHost(information(),
+           [](const Host& host) {
+             write(&Communicator::saveTipsEnableTostringsFile, true);
+             EXPECT_EQ(readFile(strings(host)),
+                       writtenStrings("\"Name\" = \"Host\";\n\"TipsEnable\" = \"1\";\n"));
+           },
+           {{"en", before}});
+  }
+}
+
+TEST_F(SwitchFiles, PropertyListOfAnyFormBecomesXML) {
+  using namespace std::string_literals;
+  // {K = v} in the binary form: three objects, their offsets, the trailer.
+  const std::string binary = "bplist00\xD1\x01\x02\x51K\x51v\x08\x0B\x0D"s + std::string(6, '\0') +
+                             "\x01\x01"s + std::string(7, '\0') + "\x03"s + std::string(15, '\0') +
+                             "\x0F"s;
+  const std::string comment = "<!--" + std::string(4096, 'x') + "-->";
+  for (const std::string& before :
+       {binary, "{ K = v; }"s,
+        "<plist>" + comment + "<dict><key>K</key><string>v</string></dict></plist>"}) {
+    inHost(information(), [&before](const Host& host) {
+      Communicator::share();
+      writeFile(propertyList(host), before);
+      ASSERT_EQ(dictionaryIn(propertyList(host)), (Dictionary{{"K", "v"}}));
+      write(&Communicator::saveTipsEnableToPlistFile, true);
+      // Exactly this: nothing of a longer file is left behind it.
+      EXPECT_EQ(readFile(propertyList(host)),
+                xmlPropertyList(Dictionary{{"K", "v"}, {"TipsEnable", true}}));
+    });
+  }
+}
+
+TEST_F(SwitchFiles, OtherValuesOfThePropertyListAreKept) {
+  using namespace std::string_literals;
+  const Dictionary info = information({{"Number", -12},
+                                       {"Real", 0.5},
+                                       {"Date", PropertyList::Date{1}},
+                                       {"Data", PropertyList::Data{"\0\xFF"s}},
+                                       {"List", PropertyList::Array{"a", false}},
+                                       {"Map", Dictionary{{"<&>", "\U0001F600"}}},
+                                       {"EnableAD", true}});
+  inHost(info, [&info](const Host& host) {
+    write(&Communicator::setEnableAD, false);
+    Dictionary expected = info;
+    expected.set("EnableAD", false);
+    EXPECT_EQ(dictionaryIn(propertyList(host)), expected);
+  });
+}
+
+TEST_F(SwitchFiles, WrittenFilesStayTheSameFiles) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        for (const fs::path& file : {propertyList(host), strings(host)}) {
+          fs::permissions(file, fs::perms(0640));
+          fs::create_hard_link(file, file.string() + "-link");
+        }
+        const FileState list = aged(propertyList(host));
+        const FileState text = aged(strings(host));
+        write(&Communicator::setTipsEnable, true);
+        for (const auto& [file, before] :
+             {std::pair(propertyList(host), list), std::pair(strings(host), text)}) {
+          const FileState after = stateOf(file);
+          EXPECT_EQ(after.inode, before.inode);
+          EXPECT_EQ(after.mode, before.mode);
+          EXPECT_EQ(after.links, 2U);
+          EXPECT_GT(after.seconds, before.seconds);
+          EXPECT_NE(after.bytes, before.bytes);
+          EXPECT_EQ(stateOf(file.string() + "-link"), after);
+        }
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, SymbolicLinkIsFollowedAndKept) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        const fs::path elsewhere = host.home / "elsewhere";
+        fs::rename(strings(host), elsewhere);
+        fs::create_symlink(elsewhere, strings(host));
+        write(&Communicator::setTipsEnable, true);
+        EXPECT_TRUE(fs::is_symlink(strings(host)));
+        EXPECT_EQ(dictionaryIn(elsewhere), (Dictionary{{"Name", "Host"}, {"TipsEnable", "1"}}));
+      },
+      english);
+}
+
+// --- What is not written
+
+TEST_F(SwitchFiles, UnchangedValueTouchesNeitherFile) {
+  for (const Switch& row : {tips, advertising}) {
+    for (const bool value : {true, false}) {
+      inHost(information({{row.key, value}}),
+             [&row, value](const Host& host) {
+               Communicator::share();
+               const FileState list = aged(propertyList(host));
+               const FileState text = aged(strings(host));
+               write(row.toBoth, value);
+               write(row.toPropertyList, value);
+               write(row.toStrings, value);
+               EXPECT_EQ(stateOf(propertyList(host)), list);
+               EXPECT_EQ(stateOf(strings(host)), text);
+               write(row.toBoth, !value);
+               EXPECT_NE(stateOf(propertyList(host)), list);
+               EXPECT_NE(stateOf(strings(host)), text);
+             },
+             {{"en", "/* kept */ " + std::string(row.key) + " = " + (value ? "1" : "0") + ";"}});
+    }
+  }
+}
+
+TEST_F(SwitchFiles, ValueOfAnotherKindCountsByItsBooleanReading) {
+  struct Row {
+    PropertyList value;
+    bool reading;
+  };
+  const std::vector<Row> rows{{"YES", true}, {"yes", true}, {"True", true},       {" +7", true},
+                              {"1x", true},  {"NO", false}, {"", false},          {"on", false},
+                              {"-", false},  {1, true},     {-1, true},           {0, false},
+                              {0.5, true},   {0.0, false},  {Dictionary(), false}};
+  inHost(information(), [&rows](const Host& host) {
+    Communicator::share();
+    for (std::size_t i = 0; i < rows.size(); ++i) {
+      SCOPED_TRACE(i);
+      writeBundle(host.bundle, information({{"TipsEnable", rows[i].value}}));
+      const FileState before = aged(propertyList(host));
+      write(&Communicator::saveTipsEnableToPlistFile, rows[i].reading);
+      EXPECT_EQ(stateOf(propertyList(host)), before);
+      write(&Communicator::saveTipsEnableToPlistFile, !rows[i].reading);
+      EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", !rows[i].reading}}));
+    }
+  });
+}
+
+TEST_F(SwitchFiles, MissingKeyIsAddedForFalseAsWell) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        write(&Communicator::setEnableAD, false);
+        EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", false}}));
+        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"EnableAD", "0"}}));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FilesThatAreMissingAreNotMade) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        fs::remove(propertyList(host));
+        fs::remove(strings(host));
+        for (const Switch& row : {tips, advertising}) {
+          write(row.toBoth, true);
+          (Communicator::share().*row.sync)();
+        }
+        EXPECT_FALSE(fs::exists(propertyList(host)));
+        EXPECT_TRUE(fs::is_empty(folder(host)));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FilesThatCannotBeReadAsADictionaryAreLeftAlone) {
+  for (const char* contents : {"\"Name\" = ", "<plist><array/></plist>", "bplist00"}) {
+    inHost(
+        information(),
+        [contents](const Host& host) {
+          Communicator::share();
+          for (const fs::path& file : {propertyList(host), strings(host)}) {
+            writeFile(file, contents);
+          }
+          const FileState list = aged(propertyList(host));
+          const FileState text = aged(strings(host));
+          write(&Communicator::setTipsEnable, true);
+          EXPECT_EQ(stateOf(strings(host)), text);
+          EXPECT_EQ(stateOf(propertyList(host)), list);
+        },
+        english);
+  }
+}
+
+TEST_F(SwitchFiles, FilesThatMayNotBeWrittenAreLeftAlone) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        for (const fs::path& file : {propertyList(host), strings(host)}) {
+          fs::permissions(file, fs::perms(0444));
+        }
+        const FileState list = aged(propertyList(host));
+        const FileState text = aged(strings(host));
+        const ObeyedPermissions obeyed;
+        write(&Communicator::setTipsEnable, true);
+        write(&Communicator::setEnableAD, true);
+        Communicator::share().saveTipsEnable();
+        EXPECT_EQ(stateOf(propertyList(host)), list);
+        EXPECT_EQ(stateOf(strings(host)), text);
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        const FileState list = aged(propertyList(host));
+        const FileState text = aged(strings(host));
+        for (const fs::path& file : {propertyList(host), strings(host)}) {
+          fs::permissions(file, fs::perms(0200));
+        }
+        {
+          const ObeyedPermissions obeyed;
+          write(&Communicator::setTipsEnable, true);
+        }
+        EXPECT_EQ(readFile(propertyList(host)), list.bytes);
+        EXPECT_EQ(readFile(strings(host)), text.bytes);
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FoldersThatMayNotBeWrittenDoNotKeepTheirFilesFromIt) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        const std::vector<fs::path> folders{host.bundle / "Contents", folder(host)};
+        for (const fs::path& path : folders) fs::permissions(path, fs::perms(0555));
+        {
+          const ObeyedPermissions obeyed;
+          write(&Communicator::setTipsEnable, true);
+        }
+        for (const fs::path& path : folders) fs::permissions(path, fs::perms(0755));
+        EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", true}}));
+        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"TipsEnable", "1"}}));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, FolderThatMayNotBeListedHasItsUsualFileOnly) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        const fs::path other = folder(host) / "Other.strings";
+        writeFile(other, "\"TipsEnable\" = \"0\";");
+        fs::permissions(folder(host), fs::perms(0111));
+        {
+          const ObeyedPermissions obeyed;
+          write(&Communicator::saveTipsEnableTostringsFile, true);
+        }
+        fs::permissions(folder(host), fs::perms(0755));
+        EXPECT_EQ(readFile(other), "\"TipsEnable\" = \"0\";");
+        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"TipsEnable", "1"}}));
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        const FileState list = aged(propertyList(host));
+        const FileState text = aged(strings(host));
+        {
+          const CapturedLog log;  // the log may be such a file itself
+          const SmallFilesOnly limit(16);
+          write(&Communicator::setTipsEnable, true);
+        }
+        EXPECT_EQ(stateOf(propertyList(host)), list);
+        EXPECT_EQ(stateOf(strings(host)), text);
+        write(&Communicator::setTipsEnable, true);
+        EXPECT_NE(stateOf(propertyList(host)), list);
+        EXPECT_NE(stateOf(strings(host)), text);
+      },
+      english);
+}
+
+// --- What a start does
+
+TEST_F(SwitchFiles, SyncAddsAMissingKeyWithItsDefaultToThePropertyListOnly) {
+  inHost(
+      information(),
+      [](const Host& host) {
+        Communicator::share();
+        const FileState text = aged(strings(host));
+        CapturedLog log;
+        Communicator::share().saveTipsEnable();
+        EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", true}}));
+        Communicator::share().saveEnableAD();
+        EXPECT_EQ(dictionaryIn(propertyList(host)),
+                  information({{"TipsEnable", true}, {"EnableAD", false}}));
+        EXPECT_EQ(stateOf(strings(host)), text);
+        EXPECT_TRUE(log.lines().empty());
+      },
+      english);
+}
+
+TEST_F(SwitchFiles, SyncLeavesAFileThatSaysTheSameUntouched) {
+  for (const Switch& row : {tips, advertising}) {
+    for (const PropertyList& value :
+         {PropertyList(true), PropertyList(false), PropertyList("YES"), PropertyList(0)}) {
+      inHost(information({{row.key, value}}), [&row](const Host& host) {
+        Communicator::share();
+        const FileState before = aged(propertyList(host));
+        (Communicator::share().*row.sync)();
+        EXPECT_EQ(stateOf(propertyList(host)), before);
+      });
+    }
+  }
+}
+
+TEST_F(SwitchFiles, SyncTakesTheLocalizedValue) {
+  for (const Switch& row : {tips, advertising}) {
+    for (const bool localized : {true, false}) {
+      inHost(information({{row.key, !localized}}),
+             [&row, localized](const Host& host) {
+               Communicator::share();
+               const FileState text = aged(strings(host));
+               (Communicator::share().*row.sync)();
+               EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, localized}}));
+               EXPECT_EQ(stateOf(strings(host)), text);
+             },
+             {{"en", std::string(row.key) + " = " + (localized ? "YES" : "NO") + ";"}});
+    }
+  }
+}
+
+TEST_F(SwitchFiles, SyncAddsTheLocalizedValueOfAKeyThatThePropertyListLacks) {
+  inHost(information(),
+         [](const Host& host) {
+           Communicator::share().saveTipsEnable();
+           Communicator::share().saveEnableAD();
+           EXPECT_EQ(dictionaryIn(propertyList(host)),
+                     information({{"TipsEnable", false}, {"EnableAD", true}}));
+         },
+         {{"en", "TipsEnable = 0; EnableAD = 1;"}});
+}
+
+TEST_F(SwitchFiles, SyncGoesByWhatTheProcessReadWhenItBegan) {
+  inHost(information({{"TipsEnable", true}}), [](const Host& host) {
+    Communicator::share();
+    writeBundle(host.bundle, information({{"TipsEnable", false}}));
+    Communicator::share().saveTipsEnable();
+    EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", true}}));
+  });
+}
+
+// --- The helper control's copy
+
+TEST_F(SwitchFiles, ControlCopiesWhatTheInformationDictionarySays) {
+  struct Row {
+    PropertyList stored;
+    bool copied;
+  };
+  for (const Row& row :
+       {Row{true, true}, Row{false, false}, Row{"YES", true}, Row{"0", false}, Row{3, true}}) {
+    inHost(information({{"EnableAD", row.stored}}), [&row](const Host& host) {
+      EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+      EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", row.copied}}));
+    });
+  }
+}
+
+TEST_F(SwitchFiles, ControlTakesTheLocalizedValueAndLeavesTheStringsFile) {
+  inHost(information({{"EnableAD", true}}),
+         [](const Host& host) {
+           const FileState text = aged(strings(host));
+           EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+           EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", false}}));
+           EXPECT_EQ(stateOf(strings(host)), text);
+         },
+         {{"en", "EnableAD = 0;"}});
+}
+
+TEST_F(SwitchFiles, ControlWritesAlsoWhenNothingChanges) {
+  inHost(information({{"EnableAD", true}}), [](const Host& host) {
+    const FileState before = aged(propertyList(host));
+    EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+    const FileState after = stateOf(propertyList(host));
+    EXPECT_GT(after.seconds, before.seconds);
+    EXPECT_EQ(after.inode, before.inode);
+    EXPECT_EQ(after.bytes, before.bytes);
+  });
+}
+
+TEST_F(SwitchFiles, ControlWithoutTheKeySucceedsAndWritesNothing) {
+  inHost(information(), [](const Host& host) {
+    const FileState before = aged(propertyList(host));
+    EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+    EXPECT_EQ(stateOf(propertyList(host)), before);
+    // What is added later is not in the information dictionary of this process.
+    writeBundle(host.bundle, information({{"EnableAD", "YES"}}));
+    EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+    EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", "YES"}}));
+  });
+}
+
+TEST_F(SwitchFiles, ControlWithoutAPropertyListSucceeds) {
+  inHost(information({{"EnableAD", true}}), [](const Host& host) {
+    QBHPHelperControl::share();
+    ASSERT_NE(Bundle::main().objectForInfoDictionaryKey("EnableAD"), nullptr);
+    fs::remove(propertyList(host));
+    EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
+    EXPECT_FALSE(fs::exists(propertyList(host)));
+  });
+}
+
+TEST_F(SwitchFiles, ControlFailsWhenTheFileCannotBeReadOrWritten) {
+  inHost(information({{"EnableAD", true}}), [](const Host& host) {
+    auto& control = QBHPHelperControl::share();
+    ASSERT_NE(Bundle::main().objectForInfoDictionaryKey("EnableAD"), nullptr);
+    fs::permissions(propertyList(host), fs::perms(0444));
+    const FileState before = aged(propertyList(host));
+    {
+      const ObeyedPermissions obeyed;
+      EXPECT_FALSE(control.saveEnableADToPlistFile());
+    }
+    EXPECT_EQ(stateOf(propertyList(host)), before);
+    writeFile(propertyList(host), "no property list <");
+    EXPECT_FALSE(control.saveEnableADToPlistFile());
+    EXPECT_EQ(readFile(propertyList(host)), "no property list <");
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test
