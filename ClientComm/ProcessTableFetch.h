@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 #include <memory>
+#include <utility>
 
 #include "Platform/ProcessTable.h"
 
@@ -16,6 +17,7 @@ struct Free {
 struct FetchedProcessTable {
   std::unique_ptr<ProcessRecord, Free> records;  // null when the table could not be had
   std::size_t count = 0;
+  int error = 0;  // an errno value; 0 with records
 };
 
 // Asks for the size of the table, then for the table; again when it grew in between, as often as
@@ -24,13 +26,13 @@ template <class Query>
 FetchedProcessTable fetchProcessTable(Query query) {
   for (;;) {
     std::size_t length = 0;
-    if (query(nullptr, &length) != 0) return {};
+    if (const int error = query(nullptr, &length); error != 0) return {nullptr, 0, error};
     // malloc, because the records are handed to callers who free them.
     std::unique_ptr<ProcessRecord, Free> records(static_cast<ProcessRecord*>(std::malloc(length)));
-    if (!records) return {};
+    if (!records) return {nullptr, 0, ENOMEM};
     const int error = query(records.get(), &length);
-    if (error == 0) return {std::move(records), length / sizeof(ProcessRecord)};
-    if (error != ENOMEM) return {};
+    if (error == 0) return {std::move(records), length / sizeof(ProcessRecord), 0};
+    if (error != ENOMEM) return {nullptr, 0, error};
   }
 }
 

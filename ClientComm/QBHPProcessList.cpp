@@ -32,6 +32,7 @@ void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount) {
   auto table = fetchProcessTable(queryProcessTable);
   *procCount = table.count;
   *procList = table.records.release();
+  require((table.error == 0) == (*procList != nullptr), "(err == 0) == (*procList != NULL)");
 }
 
 QBHPProcessList& QBHPProcessList::share() {
