@@ -55,8 +55,9 @@ String QBHPHelperCommunicate::firstStartPID() {
   const auto first = defaults.object(defaultskey::isFirstStart);
   if (first && !boolValue(*first)) return textOf(defaults.object(defaultskey::firstStartPID));
   auto identifier = Bundle::main().infoString(infokey::productID);
-  defaults.setObject(defaultskey::isFirstStart, PropertyList(false));
+  // In this order: another thread that finds the start recorded finds the product as well.
   defaults.setObject(defaultskey::firstStartPID, asValue(identifier));
+  defaults.setObject(defaultskey::isFirstStart, PropertyList(false));
   defaults.synchronize();
   return identifier;
 }
