@@ -22,7 +22,8 @@ using Dictionary = PropertyList::Dictionary;
 constexpr const char* isAlive = "isAlive:prodeuctVersion:";
 
 std::string localTime() {
-  const std::time_t now = std::time(nullptr);
+  // Not time(), which lags behind this clock by a tick and may still be in the second before.
+  const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   std::tm local{};
   localtime_r(&now, &local);
   std::array<char, 32> text{};
