@@ -384,6 +384,7 @@ TEST_F(Files, RewriteFileThatFailsKeepsTheOldContents) {
   for (const int mode : {0444, 0222}) {
     fs::permissions(to, fs::perms(mode));
     EXPECT_FALSE(asOrdinaryUser([this] { return rewriteFile(to, "new"); })) << mode;
+    fs::permissions(to, fs::perms(0644));
     EXPECT_EQ(readFile(to), "old");
   }
 }

@@ -608,6 +608,9 @@ TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
           const ObeyedPermissions obeyed;
           write(&Communicator::setTipsEnable, true);
         }
+        for (const fs::path& file : {propertyList(host), strings(host)}) {
+          fs::permissions(file, fs::perms(0600));
+        }
         EXPECT_EQ(readFile(propertyList(host)), list.bytes);
         EXPECT_EQ(readFile(strings(host)), text.bytes);
       },
@@ -813,6 +816,7 @@ TEST_F(SwitchFiles, ControlFailsWhenTheFileCannotBeReadOrWritten) {
       EXPECT_FALSE(control.saveEnableADToPlistFile());
     }
     EXPECT_EQ(stateOf(propertyList(host)), before);
+    fs::permissions(propertyList(host), fs::perms(0644));
     writeFile(propertyList(host), "no property list <");
     EXPECT_FALSE(control.saveEnableADToPlistFile());
     EXPECT_EQ(readFile(propertyList(host)), "no property list <");
