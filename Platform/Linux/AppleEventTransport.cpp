@@ -1,6 +1,10 @@
+#include <pthread.h>
+
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstring>
+#include <memory>
 
 #include "Platform/AppleEvent.h"
 #include "Platform/Linux/BusReceiver.h"
@@ -65,10 +69,10 @@ class BusTransport final : public AppleEventTransport {
     }
     if (target.data().empty()) return procNotFound;
     if (!isSendable(target.data())) return paramErr;
-    if (sendMode == kAENoReply) return sender_.post(target.data(), *directObject);
+    if (sendMode == kAENoReply) return sender().post(target.data(), *directObject);
 
     std::string answer;
-    const OSErr status = sender_.call(target.data(), *directObject, microseconds(timeout), answer);
+    const OSErr status = sender().call(target.data(), *directObject, microseconds(timeout), answer);
     // The bus has no other way to say "no result" than the empty text.
     if (status == noErr && !answer.empty()) {
       reply.setParamDescriptor(keyDirectObject,
@@ -86,13 +90,25 @@ class BusTransport final : public AppleEventTransport {
     if (carries(eventClass, eventID)) BusReceiver::shared().removeHandler();
   }
 
+  // In a child that was forked: the connection, its lock and the threads that wait on it belong to
+  // the parent. The child gets its own on first use.
+  void forgetParentsSender() { sender_.store(nullptr); }
+
  private:
   // RPC events are the only ones on the bus.
   static bool carries(FourCharCode eventClass, FourCharCode eventID) {
     return eventClass == kCoreEventClass && eventID == kAECall;
   }
 
-  BusSender sender_;
+  BusSender& sender() {
+    BusSender* current = sender_.load();
+    if (current != nullptr) return *current;
+    auto made = std::make_unique<BusSender>();
+    if (sender_.compare_exchange_strong(current, made.get())) return *made.release();
+    return *current;
+  }
+
+  std::atomic<BusSender*> sender_{nullptr};  // never destroyed: threads send until the process ends
 };
 
 void appendBigEndian(std::string& bytes, std::uint32_t word) {
@@ -102,8 +118,11 @@ void appendBigEndian(std::string& bytes, std::uint32_t word) {
 }  // namespace
 
 AppleEventTransport& platformAppleEventTransport() {
-  static auto& transport = *new BusTransport;
-  return transport;
+  static BusTransport* const transport = new BusTransport;
+  static const int watched =
+      pthread_atfork(nullptr, nullptr, [] { transport->forgetParentsSender(); });
+  static_cast<void>(watched);
+  return *transport;
 }
 
 // The serial number of a process is its id behind a zero word.
