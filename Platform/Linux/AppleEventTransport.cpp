@@ -118,7 +118,7 @@ void appendBigEndian(std::string& bytes, std::uint32_t word) {
 }  // namespace
 
 AppleEventTransport& platformAppleEventTransport() {
-  static BusTransport* const transport = new BusTransport;
+  static auto* const transport = new BusTransport;
   static const int watched =
       pthread_atfork(nullptr, nullptr, [] { transport->forgetParentsSender(); });
   static_cast<void>(watched);
