@@ -38,11 +38,15 @@ int hold(const std::string& path) {
 }
 
 int setKeys(const std::string& domain, const std::string& key, int count) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
   UserDefaults defaults(domain);
   for (int i = 0; i < count; ++i) {
     const PropertyList value(i);
     defaults.setObject(key + std::to_string(i), value);
-    if (!defaults.synchronize()) return 1;
+    // While others hold the lock, what was set is kept for the next time.
+    while (!defaults.synchronize()) {
+      if (std::chrono::steady_clock::now() >= deadline) return 1;
+    }
   }
   return 0;
 }
