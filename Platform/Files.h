@@ -51,7 +51,8 @@ QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents
 // room aside, or fails in the middle, may a failure leave a part of the new ones over the old.
 QBDKR_EXPORT bool rewriteFile(const std::string& path, std::string_view contents);
 
-// The path with a leading "~" replaced by the user's home directory.
+// The path with a leading "~" replaced by the user's home directory, and "~NAME" by that of another
+// user; as it is where there is no such user.
 [[nodiscard]] QBDKR_EXPORT std::string expandTilde(std::string_view path);
 
 // The extension of the last component, without the dot; "" when it has none.

@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 
 #include "ClientComm/QBHPProcessList.h"
 #include "ClientComm/QBHPVersion.h"
@@ -24,18 +25,18 @@ String infoText(std::string_view key, std::string_view otherKey) {
   return value ? value : Bundle::main().infoString(otherKey);
 }
 
+String infoPath(std::string_view key) {
+  const auto value = Bundle::main().infoString(key);
+  return value && !value->empty() ? String(expandTilde(*value)) : std::nullopt;
+}
+
 }  // namespace
 
 QBHPHelperCommunicate::HelperConfiguration QBHPHelperCommunicate::helperConfiguration() {
-  HelperConfiguration configuration{
-      Bundle::main().infoString(infokey::helperBundleIdentifier),
-      infoText(infokey::heleprAppName, infokey::helperAppName),
-      infoText(infokey::helperLoactionPath, infokey::helperLocationPath)};
-  if (configuration.installDirectory) {
-    configuration.installDirectory = expandTilde(*configuration.installDirectory);
-    if (configuration.installDirectory->empty()) configuration.installDirectory.reset();
-  }
-  return configuration;
+  auto directory = infoPath(infokey::helperLoactionPath);
+  if (!directory) directory = infoPath(infokey::helperLocationPath);
+  return {Bundle::main().infoString(infokey::helperBundleIdentifier),
+          infoText(infokey::heleprAppName, infokey::helperAppName), std::move(directory)};
 }
 
 void QBHPHelperCommunicate::extractHelper() {

@@ -83,8 +83,13 @@ std::shared_ptr<const Dictionary> cachedDictionary(const std::string& path) {
   auto read = readDictionaryFile(path);
   const bool whole = read.has_value();  // or it may have failed for want of a descriptor
   auto dictionary = std::make_shared<const Dictionary>(std::move(read).value_or(Dictionary()));
-  if (!whole || !signature.isSettled()) return dictionary;
   const std::lock_guard lock(cache().mutex);
+  if (!signature.isSettled()) {
+    // What cannot be read may be half written right now; what it was before still holds then.
+    const auto known = cache().entries.find(path);
+    return !whole && known != cache().entries.end() ? known->second.dictionary : dictionary;
+  }
+  if (!whole) return dictionary;
   if (cache().entries.size() >= capacity) cache().entries.clear();
   cache().entries.insert_or_assign(path, Entry{signature, dictionary});
   return dictionary;

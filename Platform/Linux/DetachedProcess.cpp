@@ -1,6 +1,7 @@
 #include "Platform/Linux/DetachedProcess.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -32,12 +33,24 @@ struct Conversation {
   }
 };
 
+// Waits until one of two descriptors (-1 for none) has something to say. Never without end: that
+// the other side is gone does not show while a process that was forked meanwhile holds it open.
+void waitForWord(int descriptor, int other, int patience) {
+  std::array<pollfd, 2> words{{{descriptor, POLLIN, 0}, {other, POLLIN, 0}}};
+  while (::poll(words.data(), words.size(), patience) < 0 && errno == EINTR) {
+  }
+}
+
+// The integer that has come; false when none has.
+bool takeInteger(int descriptor, int& value) {
+  return ::recv(descriptor, &value, sizeof value, MSG_DONTWAIT) ==
+         static_cast<ssize_t>(sizeof value);
+}
+
 bool readInteger(int descriptor, int& value) {
-  ssize_t got = 0;
-  do {
-    got = ::read(descriptor, &value, sizeof value);
-  } while (got < 0 && errno == EINTR);
-  return got == static_cast<ssize_t>(sizeof value);
+  constexpr int patience = 10'000;  // milliseconds
+  waitForWord(descriptor, -1, patience);
+  return takeInteger(descriptor, value);
 }
 
 void writeInteger(int descriptor, int value) {
@@ -167,8 +180,11 @@ std::optional<DetachedProcess> startDetached(const std::string& executable) {
   process.ended = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process.processID, 0)));
   if (!process.ended) return std::nullopt;
   writeInteger(child, 1);
+  // The word is an error; the end of the conversation, or silence, says that it is executed.
+  constexpr int patience = 1000;  // milliseconds
+  waitForWord(child, process.ended.get(), patience);
   int error = 0;
-  if (readInteger(child, error)) return std::nullopt;
+  if (takeInteger(child, error)) return std::nullopt;
   return process;
 }
 

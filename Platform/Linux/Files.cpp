@@ -167,15 +167,19 @@ std::string describe(const std::error_code& error) { return error.message(); }
 
 std::error_code lastError() { return {errno, std::generic_category()}; }
 
-std::string homeDirectory() {
-  if (const char* home = std::getenv("HOME"); home != nullptr && *home != '\0') return home;
+// The home directory of a user, "" for the one who runs this process; absent for a user who does
+// not exist.
+std::optional<std::string> homeDirectory(const std::string& user) {
+  const char* home = std::getenv("HOME");
+  if (user.empty() && home != nullptr && *home != '\0') return home;
   struct passwd entry {};
   struct passwd* found = nullptr;
-  std::array<char, 4096> buffer{};
-  if (getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found) == 0 && found != nullptr) {
-    return found->pw_dir;
-  }
-  return "/";
+  std::array<char, 16384> buffer{};
+  const int error = user.empty()
+                        ? getpwuid_r(getuid(), &entry, buffer.data(), buffer.size(), &found)
+                        : getpwnam_r(user.c_str(), &entry, buffer.data(), buffer.size(), &found);
+  if (error == 0 && found != nullptr) return found->pw_dir;
+  return user.empty() ? std::optional<std::string>("/") : std::nullopt;
 }
 
 }  // namespace
@@ -266,8 +270,10 @@ bool rewriteFile(const std::string& path, std::string_view contents) {
 }
 
 std::string expandTilde(std::string_view path) {
-  if (path != "~" && !path.starts_with("~/")) return std::string(path);
-  return homeDirectory().append(path.substr(1));
+  if (!path.starts_with('~')) return std::string(path);
+  const auto end = std::min(path.find('/'), path.size());
+  auto home = homeDirectory(std::string(path.substr(1, end - 1)));
+  return home ? home->append(path.substr(end)) : std::string(path);
 }
 
 std::string_view lastPathComponent(std::string_view path) {
@@ -304,8 +310,11 @@ std::optional<FileLock> FileLock::acquire(const std::string& path,
   return FileLock(file.release());
 }
 
+// Unlocked, not just closed: a process that was forked meanwhile may have the descriptor as well.
 FileLock::~FileLock() {
-  if (descriptor_ >= 0) ::close(descriptor_);
+  if (descriptor_ < 0) return;
+  ::flock(descriptor_, LOCK_UN);
+  ::close(descriptor_);
 }
 
 }  // namespace qbdkr

@@ -44,8 +44,9 @@ std::optional<pid_t> processID(std::string_view name) {
 std::optional<ProcessRecord> readRecord(int table, const char* name, pid_t processID) {
   const std::string path = std::string(name) + "/comm";
   const Descriptor file(openat(table, path.c_str(), O_RDONLY | O_CLOEXEC));
+  // The files of a process that may not be looked into belong to root; its directory does not.
   struct stat status {};
-  if (!file || fstat(file.get(), &status) != 0) return std::nullopt;
+  if (!file || fstatat(table, name, &status, 0) != 0) return std::nullopt;
   ProcessRecord record{processID, status.st_uid, {}};
   const auto size = ::read(file.get(), record.command, sizeof record.command - 1);
   if (size <= 0) return std::nullopt;

@@ -6,10 +6,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <filesystem>
 #include <sstream>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "Platform/Linux/DetachedProcess.h"
@@ -172,6 +174,41 @@ TEST_F(Detached, LeavesTheCallersSignalsAlone) {
   signal(SIGUSR2, SIG_IGN);
   EXPECT_TRUE(startDetached(script("exit 0")).has_value());
   EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
+}
+
+// The workers hold what this process had open when they were forked, for as long as they live.
+TEST_F(Detached, StartsAlthoughThisProcessForksWorkersMeanwhile) {
+  constexpr std::size_t most = 300;
+  // Before there are workers: a file that one of them has open for writing cannot be executed.
+  const std::string program = script("echo started >> '" + output.string() + "'");
+  std::atomic<bool> done{false};
+  std::vector<pid_t> workers;
+  std::thread forking([&] {
+    while (!done && workers.size() < most) {
+      const pid_t worker = fork();
+      if (worker == 0) {
+        pause();
+        _exit(0);
+      }
+      if (worker > 0) workers.push_back(worker);
+    }
+  });
+  constexpr int times = 5;
+  for (int i = 0; i < times; ++i) {
+    const auto process = startDetached(program);
+    ASSERT_TRUE(process.has_value());
+    EXPECT_TRUE(hasEnded(*process, 20'000));
+  }
+  EXPECT_FALSE(startDetached((directory.path() / "missing").string()).has_value());
+  done = true;
+  forking.join();
+  EXPECT_FALSE(workers.empty());
+  for (const pid_t worker : workers) {
+    kill(worker, SIGKILL);
+    waitpid(worker, nullptr, 0);
+  }
+  const std::string lines = readFile(output);
+  EXPECT_EQ(std::ranges::count(lines, '\n'), times);
 }
 
 }  // namespace

@@ -1,8 +1,10 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -407,9 +409,17 @@ TEST_F(Files, TildeIsExpandedAtTheFrontOnly) {
   EXPECT_EQ(expandTilde("~"), "/home/someone");
   EXPECT_EQ(expandTilde("~/Library/Acme"), "/home/someone/Library/Acme");
   EXPECT_EQ(expandTilde("/a/~/b"), "/a/~/b");
-  EXPECT_EQ(expandTilde("~other/b"), "~other/b");
   EXPECT_EQ(expandTilde("a"), "a");
   EXPECT_EQ(expandTilde(""), "");
+}
+
+TEST_F(Files, TildeAndANameIsThatUsersHome) {
+  const passwd* root = getpwuid(0);
+  ASSERT_NE(root, nullptr);
+  const std::string home = root->pw_dir;
+  EXPECT_EQ(expandTilde(std::string("~") + root->pw_name), home);
+  EXPECT_EQ(expandTilde(std::string("~") + root->pw_name + "/Acme"), home + "/Acme");
+  EXPECT_EQ(expandTilde("~no-such-user/b"), "~no-such-user/b");
 }
 
 TEST_F(Files, TildeWithoutAHomeVariableIsTheUsersHome) {
@@ -448,6 +458,22 @@ TEST_F(Files, AppendPutsOneSlashBetween) {
   EXPECT_EQ(appendPathComponent("/", "b"), "/b");
   EXPECT_EQ(appendPathComponent("", "b"), "b");
   EXPECT_EQ(appendPathComponent("a", "b.app"), "a/b.app");
+}
+
+// As a host does that starts workers of its own.
+TEST_F(Files, LockIsReleasedAlthoughAForkedProcessHasItsDescriptor) {
+  auto lock = FileLock::acquire(root, milliseconds(0));
+  ASSERT_TRUE(lock.has_value());
+  const pid_t worker = fork();
+  ASSERT_GE(worker, 0);
+  if (worker == 0) {
+    pause();
+    _exit(0);
+  }
+  lock.reset();
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).has_value());
+  kill(worker, SIGKILL);
+  waitpid(worker, nullptr, 0);
 }
 
 TEST_F(Files, LockKeepsAnotherProcessOut) {

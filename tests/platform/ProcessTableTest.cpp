@@ -1,8 +1,11 @@
 #include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
@@ -77,6 +80,31 @@ TEST(ProcessTable, CommandNamesAreTerminatedAndHaveAtMost16Characters) {
   EXPECT_GE(length, 15U);
   EXPECT_LE(length, 16U);
   EXPECT_TRUE(executable.filename().string().starts_with(record->command));
+}
+
+// The files of such a process in /proc belong to root.
+TEST(ProcessTable, ProcessThatMayNotBeLookedIntoBelongsToItsUser) {
+  const uid_t user = geteuid() == 0 ? 65534 : geteuid();
+  std::array<int, 2> ready{};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const bool able = setuid(user) == 0 && prctl(PR_SET_DUMPABLE, 0) == 0;
+    [[maybe_unused]] const auto written = write(ready[1], able ? "y" : "n", 1);
+    pause();
+    _exit(0);
+  }
+  char able = 0;
+  ASSERT_EQ(read(ready[0], &able, 1), 1);
+  EXPECT_EQ(able, 'y');
+  const auto record = recordOf(child);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(ready[0]);
+  close(ready[1]);
+  ASSERT_TRUE(record.has_value());
+  EXPECT_EQ(record->effectiveUser, user);
 }
 
 TEST(ProcessTable, WithoutABufferItSaysTheRoomThatIsNeeded) {
