@@ -37,7 +37,7 @@ class QBDKR_EXPORT QBHPAppEventBase {
   [[nodiscard]] virtual std::string_view className() const = 0;
 
   // The bundle identifiers of all applications from which an RPC event was dispatched, to any
-  // service of this process. Any thread.
+  // service of this process, since it started. Any thread.
   [[nodiscard]] std::set<std::string> bundleIDSet() const;
 
   // Records the sender of the event that is dispatched next. Throws InvalidArgumentException when
@@ -48,8 +48,9 @@ class QBDKR_EXPORT QBHPAppEventBase {
   // Calls the method of that full name. Missing arguments are passed as absent; more than the
   // method takes throw InvalidArgumentException. Returns the text that the method returned: absent
   // for a method that returns a status, and where this object has no such method. Runs on the
-  // calling thread, and blocks as the method does.
-  String performSelector(std::string_view selector, std::span<const Text> objects);
+  // calling thread, and blocks as the method does. A helper agent may override it to see every
+  // request of a class in one place.
+  virtual String performSelector(std::string_view selector, std::span<const Text> objects);
 
  protected:
   // The methods that can be called by name: static, and the same for all objects of a class.

@@ -1,8 +1,9 @@
 # Debian and Ubuntu packages that the scripts need, and how they get them. Sourced, not run.
 
 build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
-demo_packages="$build_packages dbus-daemon dbus-bin"
-test_packages="$demo_packages libgtest-dev libdbus-1-dev python3-minimal python3 procps git"
+sample_packages="libsqlite3-dev libssl-dev"
+demo_packages="$build_packages $sample_packages dbus-daemon dbus-bin"
+test_packages="$demo_packages libgtest-dev libdbus-1-dev python3 python3-gi procps git"
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 

@@ -3,10 +3,13 @@
 #include <array>
 #include <random>
 
-#include "ClientComm/QBHPAppleEventProcesser.h"
 #include "Platform/UserDefaults.h"
 
 namespace acme {
+
+using qbdkr::method;
+using Request = qbdkr::QBHPGetDataByHelper;
+
 namespace {
 
 constexpr std::string_view clientIDKey = "ClientID";
@@ -21,13 +24,8 @@ std::string newClientID() {
 
 }  // namespace
 
-GetData::GetData(const Transcript& transcript) : transcript_(transcript) {
-  qbdkr::QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, kClassName);
-}
-
-GetData::~GetData() {
-  qbdkr::QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
-}
+GetData::GetData(State& state, const Transcript& transcript)
+    : Service(Request::kClassName, state, transcript) {}
 
 qbdkr::String GetData::clientIDFormHelper() {
   auto& defaults = qbdkr::UserDefaults::standard();
@@ -35,16 +33,19 @@ qbdkr::String GetData::clientIDFormHelper() {
   if (!kept || kept->string() == nullptr) {
     kept = qbdkr::PropertyList(newClientID());
     defaults.setObject(clientIDKey, kept);
-    if (!defaults.synchronize()) return std::nullopt;  // one that would not last is none
   }
-  transcript_.write("client identifier request answered with " + shown(*kept->string()));
-  return *kept->string();
+  // One that would not last is none.
+  return defaults.synchronize() ? qbdkr::String(*kept->string()) : std::nullopt;
 }
+
+qbdkr::String GetData::isNotFirstStart() { return state().isFirstStart() ? "0" : "1"; }
 
 std::span<const qbdkr::Method> GetData::methods() const {
   using Self = GetData;
-  static constexpr std::array table{qbdkr::method<&Self::clientIDFormHelper>(
-      qbdkr::selector<&Self::clientIDFormHelper>("clientIDFormHelper"))};
+  static constexpr std::array table{
+      method<&Self::clientIDFormHelper>(Request::kClientIDFormHelper),
+      method<&Self::isNotFirstStart>(Request::kIsNotFirstStart),
+  };
   return table;
 }
 

@@ -1,28 +1,22 @@
 #pragma once
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "Transcript.h"
+#include "ClientComm/QBHPGetDataByHelper.h"
+#include "Service.h"
 
 namespace acme {
 
 // Answers what only the helper agent knows.
-class GetData : public qbdkr::QBHPAppEventBase {
+class GetData : public Service {
  public:
-  static constexpr std::string_view kClassName = "QBHPGetDataByHelper";
-
-  explicit GetData(const Transcript& transcript);
-  ~GetData() override;
+  GetData(State& state, const Transcript& transcript);
 
   // The identifier of this installation: made once, kept in the helper agent's user defaults.
   qbdkr::String clientIDFormHelper();
-
-  [[nodiscard]] std::string_view className() const override { return kClassName; }
+  // "1", or "0" while the first helper agent runs that was ever started here.
+  qbdkr::String isNotFirstStart();
 
  protected:
   [[nodiscard]] std::span<const qbdkr::Method> methods() const override;
-
- private:
-  const Transcript& transcript_;
 };
 
 }  // namespace acme

@@ -2,18 +2,14 @@
 
 #include <array>
 
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "ClientComm/QBHPAppleEventSender.h"
 #include "Platform/RunLoop.h"
 
 namespace acme {
 
 using qbdkr::method;
 using qbdkr::OSErr;
-using qbdkr::QBHPAppleEventProcesser;
-using qbdkr::QBHPAppleEventSender;
-using qbdkr::selector;
 using qbdkr::Text;
+using Request = qbdkr::QBHPHelperControl;
 
 namespace {
 
@@ -21,80 +17,63 @@ constexpr std::string_view ownName = "AcmeHelper";
 
 }  // namespace
 
-HelperControl::HelperControl(const Transcript& transcript) : transcript_(transcript) {
-  QBHPAppleEventProcesser::share().setObjectforKeyToMapTable(*this, kClassName);
-}
+HelperControl::HelperControl(State& state, const Transcript& transcript)
+    : Service(Request::kClassName, state, transcript) {}
 
-HelperControl::~HelperControl() {
-  QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
-}
-
+// The report's arguments: who reports, whether the server side is open, an error code and an error
+// message.
 OSErr HelperControl::start(Text productID, Text prodeuctVersion) {
-  note("start request", productID, prodeuctVersion);
-  reportServerOpen(sender_);
+  products_.insert_or_assign(std::string(productID.value_or("")), prodeuctVersion.value_or(""));
+  noteProducts();
+  report(sender(), Request::kCheckServerOpenCallBack, {ownName, "1", "0", ""});
   return qbdkr::noErr;
 }
 
-OSErr HelperControl::stop(Text productID, Text prodeuctVersion) {
-  note("stop request", productID, prodeuctVersion);
+OSErr HelperControl::stop(Text productID, Text /*prodeuctVersion*/) {
+  products_.erase(std::string(productID.value_or("")));
+  noteProducts();
   return qbdkr::noErr;
 }
 
-OSErr HelperControl::show(Text productID, Text prodeuctVersion) {
-  note("show request", productID, prodeuctVersion);
+// A helper agent with windows would show and hide them here.
+OSErr HelperControl::show(Text productID, Text /*prodeuctVersion*/) {
+  note("is shown for product " + shown(productID));
   return qbdkr::noErr;
 }
 
-OSErr HelperControl::hide(Text productID, Text prodeuctVersion) {
-  note("hide request", productID, prodeuctVersion);
+OSErr HelperControl::hide(Text productID, Text /*prodeuctVersion*/) {
+  note("is hidden for product " + shown(productID));
   return qbdkr::noErr;
 }
 
-OSErr HelperControl::isAlive(Text productID, Text prodeuctVersion) {
-  note("liveness request", productID, prodeuctVersion);
-  return qbdkr::noErr;
-}
+// That it arrived is the answer.
+OSErr HelperControl::isAlive(Text /*productID*/, Text /*prodeuctVersion*/) { return qbdkr::noErr; }
 
-OSErr HelperControl::exitHelper(Text productID, Text productVersion) {
-  note("exit request", productID, productVersion);
+OSErr HelperControl::exitHelper(Text /*productID*/, Text /*productVersion*/) {
   qbdkr::RunLoop::main().stop();
   return qbdkr::noErr;
 }
 
-void HelperControl::reportExit() {
-  const std::array<std::string_view, 1> arguments{ownName};
+void HelperControl::reportExit() const {
   for (const std::string& host : bundleIDSet()) {
-    QBHPAppleEventSender::share().sendEvnet(host, className(), "helperExitNotify:", arguments);
+    report(host, Request::kHelperExitNotify, {ownName});
   }
 }
 
-void HelperControl::setBundleID(Text bundleID) {
-  QBHPAppEventBase::setBundleID(bundleID);
-  sender_ = bundleID.value_or("");
-}
-
-// The arguments of the report: who reports, whether the server side is open, an error code and an
-// error message.
-void HelperControl::reportServerOpen(const std::string& host) {
-  const std::array<std::string_view, 4> arguments{ownName, "1", "0", ""};
-  QBHPAppleEventSender::share().sendEvnet(host, className(),
-                                          "checkServerOpenCallBack::::", arguments);
-}
-
-void HelperControl::note(std::string_view request, Text productID, Text version) const {
-  transcript_.write(std::string(request) + " received from " + sender_ + ": product " +
-                    shown(productID) + ", version " + shown(version));
+void HelperControl::noteProducts() const {
+  std::string line = "works for";
+  for (const auto& [product, version] : products_) {
+    line.append(" ").append(product).append(" version ").append(version).append(",");
+  }
+  note(products_.empty() ? "works for no product" : line.substr(0, line.size() - 1));
 }
 
 std::span<const qbdkr::Method> HelperControl::methods() const {
   using Self = HelperControl;
   static constexpr std::array table{
-      method<&Self::start>(selector<&Self::start>("start:prodeuctVersion:")),
-      method<&Self::stop>(selector<&Self::stop>("stop:prodeuctVersion:")),
-      method<&Self::show>(selector<&Self::show>("show:prodeuctVersion:")),
-      method<&Self::hide>(selector<&Self::hide>("hide:prodeuctVersion:")),
-      method<&Self::isAlive>(selector<&Self::isAlive>("isAlive:prodeuctVersion:")),
-      method<&Self::exitHelper>(selector<&Self::exitHelper>("exitHelper:productVersion:")),
+      method<&Self::start>(Request::kStart),     method<&Self::stop>(Request::kStop),
+      method<&Self::show>(Request::kShow),       method<&Self::hide>(Request::kHide),
+      method<&Self::isAlive>(Request::kIsAlive), method<&Self::exitHelper>(Request::kExitHelper),
   };
   return table;
 }

@@ -1,19 +1,18 @@
 #pragma once
 
+#include <map>
 #include <string>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "Transcript.h"
+#include "ClientComm/QBHPHelperControl.h"
+#include "Service.h"
 
 namespace acme {
 
-// The helper agent's side of the helper control: what hosts ask, and what is reported back to them.
-class HelperControl : public qbdkr::QBHPAppEventBase {
+// The helper agent's side of the helper control: which products it works for, and what it tells
+// their hosts.
+class HelperControl : public Service {
  public:
-  static constexpr std::string_view kClassName = "QBHPHelperControl";
-
-  explicit HelperControl(const Transcript& transcript);
-  ~HelperControl() override;
+  HelperControl(State& state, const Transcript& transcript);
 
   // Requests, called by name with what the host sent.
   qbdkr::OSErr start(qbdkr::Text productID, qbdkr::Text prodeuctVersion);
@@ -24,22 +23,15 @@ class HelperControl : public qbdkr::QBHPAppEventBase {
   qbdkr::OSErr exitHelper(qbdkr::Text productID, qbdkr::Text productVersion);
 
   // Tells every host that has sent something that this helper agent is about to exit.
-  void reportExit();
-
-  // The sender of the request that comes next.
-  void setBundleID(qbdkr::Text bundleID) override;
-
-  [[nodiscard]] std::string_view className() const override { return kClassName; }
+  void reportExit() const;
 
  protected:
   [[nodiscard]] std::span<const qbdkr::Method> methods() const override;
 
  private:
-  void reportServerOpen(const std::string& host);
-  void note(std::string_view request, qbdkr::Text productID, qbdkr::Text version) const;
+  void noteProducts() const;
 
-  const Transcript& transcript_;
-  std::string sender_;
+  std::map<std::string, std::string> products_;  // those started: identifier and version
 };
 
 }  // namespace acme

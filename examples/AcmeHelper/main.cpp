@@ -1,19 +1,52 @@
 // A helper agent: it is installed and started by a host application, and does what hosts ask it
 // for.
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
+#include <cstdlib>
 #include <string>
 
+#include "CustomerService.h"
 #include "GetData.h"
 #include "HelperControl.h"
 #include "Platform/Bundle.h"
+#include "Platform/Files.h"
+#include "Platform/Log.h"
 #include "Platform/RunLoop.h"
+#include "UpgradeService.h"
+#include "UploadService.h"
 
 namespace {
 
 void stop(int /*signal*/) { qbdkr::RunLoop::main().stop(); }
+
+// Where this user's applications keep their data; the information property list says what is usual
+// on this platform.
+std::string dataDirectory() {
+  const qbdkr::Bundle& bundle = qbdkr::Bundle::main();
+  const char* configured = std::getenv("XDG_DATA_HOME");
+  const bool usable = configured != nullptr && *configured == '/';
+  const std::string usual = bundle.infoString("Data location path").value_or("~");
+  return qbdkr::appendPathComponent(
+      usable ? configured : qbdkr::expandTilde(usual),
+      bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper"));
+}
+
+void serve(const acme::Transcript& transcript) {
+  acme::State state(dataDirectory());
+  acme::Uploads uploads(state, transcript);
+  acme::HelperControl control(state, transcript);
+  acme::GetData data(state, transcript);
+  acme::UploadService upload(state, uploads, transcript);
+  acme::UpgradeService upgrade(state, transcript);
+  acme::CustomerService customer(state, uploads, transcript);
+
+  transcript.write("started, process " + std::to_string(getpid()));
+  qbdkr::RunLoop::main().run();
+  control.reportExit();
+}
 
 }  // namespace
 
@@ -21,16 +54,16 @@ int main() {
   const std::string version =
       qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
   const acme::Transcript transcript("helper " + version);
-  qbdkr::RunLoop& loop = qbdkr::RunLoop::main();
+  umask(S_IRWXG | S_IRWXO);  // what it keeps is the user's alone
+  qbdkr::RunLoop::main();    // before the handlers, which use it
   std::signal(SIGTERM, stop);
   std::signal(SIGINT, stop);
-
-  acme::HelperControl control(transcript);
-  acme::GetData data(transcript);
-  transcript.write("started, process " + std::to_string(getpid()));
-  loop.run();
-
-  control.reportExit();
+  try {
+    serve(transcript);
+  } catch (const acme::DatabaseError& error) {
+    qbdkr::log("the state cannot be opened: %@", {error.what()});
+    return 1;
+  }
   transcript.write("exits");
   return 0;
 }

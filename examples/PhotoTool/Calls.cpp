@@ -2,9 +2,11 @@
 
 #include <array>
 #include <exception>
-#include <functional>
+#include <type_traits>
+#include <utility>
 
 #include "ClientComm/QBHPConfig.h"
+#include "ClientComm/QBHPGetDataByHelper.h"
 #include "ClientComm/QBHPHelperControl.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
@@ -15,12 +17,76 @@ namespace {
 
 using qbdkr::OSErr;
 using qbdkr::QBHPConfig;
-using qbdkr::QBHPHelper;
-using qbdkr::QBHPHelperCommunicate;
-using qbdkr::QBHPHelperControl;
 using qbdkr::String;
 using qbdkr::Text;
 using Arguments = std::vector<Text>;
+using Communicator = qbdkr::QBHPHelperCommunicate;
+using Control = qbdkr::QBHPHelperControl;
+using Data = qbdkr::QBHPGetDataByHelper;
+using Helper = qbdkr::QBHPHelper;
+
+// A result as text.
+std::string told(OSErr status) { return "status " + std::to_string(status); }
+std::string told(bool flag) { return flag ? "yes" : "no"; }
+std::string told(const String& text) { return acme::shown(qbdkr::view(text)); }
+std::string told(const qbdkr::QBHPSuiteInfo& info) { return info.description(); }
+std::string told(const qbdkr::QBHPProductUpgradeCallBackDelegate* delegate) {
+  return delegate == nullptr ? "none" : "a delegate";
+}
+
+// An argument from its text.
+template <class Parameter>
+Parameter argument(const Text& text) {
+  if constexpr (std::is_same_v<Parameter, bool>) {
+    return text == "1";
+  } else if constexpr (std::is_same_v<Parameter, OSErr>) {
+    return static_cast<OSErr>(qbdkr::intValue(text.value_or("")));
+  } else {
+    return text;
+  }
+}
+
+template <class Function>
+std::string resultOf(Function function) {
+  if constexpr (std::is_void_v<decltype(function())>) {
+    function();
+    return "done";
+  } else {
+    return told(function());
+  }
+}
+
+// How a function of the framework is called with arguments of whatever types it takes.
+template <class Function>
+struct Signature;
+
+template <class Result>
+struct Signature<Result (*)()> {
+  static constexpr std::size_t count = 0;
+  static std::string call(Result (*function)(), const Arguments& /*none*/) {
+    return resultOf(function);
+  }
+};
+
+template <class Member, class Class, class... Parameters>
+struct MemberSignature {
+  static constexpr std::size_t count = sizeof...(Parameters);
+  static std::string call(Member member, const Arguments& arguments) {
+    return [&]<std::size_t... I>(std::index_sequence<I...>) {
+      return resultOf(
+          [&] { return (Class::share().*member)(argument<Parameters>(arguments[I])...); });
+    }
+    (std::make_index_sequence<count>());
+  }
+};
+
+template <class Class, class Result, class... Parameters>
+struct Signature<Result (Class::*)(Parameters...)>
+    : MemberSignature<Result (Class::*)(Parameters...), Class, Parameters...> {};
+
+template <class Class, class Result, class... Parameters>
+struct Signature<Result (Class::*)(Parameters...) const>
+    : MemberSignature<Result (Class::*)(Parameters...) const, Class, Parameters...> {};
 
 struct Call {
   const char* name;
@@ -29,96 +95,71 @@ struct Call {
   std::string (*make)(const Arguments&);
 };
 
-std::string told(OSErr status) { return "status " + std::to_string(status); }
-std::string told(bool flag) { return flag ? "yes" : "no"; }
-std::string told(const String& text) { return acme::shown(qbdkr::view(text)); }
-std::string told(const qbdkr::QBHPSuiteInfo& info) { return info.description(); }
-
-bool flag(const Text& text) { return text == "1"; }
-
-QBHPHelper& helper() { return QBHPHelper::share(); }
-QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
-
-const std::string done = "done";
+template <auto Function>
+consteval Call call(const char* name, const char* arguments = "") {
+  using Form = Signature<decltype(Function)>;
+  return {name, arguments, Form::count,
+          [](const Arguments& given) { return Form::call(Function, given); }};
+}
 
 constexpr std::array table{
-    Call{"startHelper", "", 0, [](const Arguments&) { return helper().startHelper(), done; }},
-    Call{"stopHelper", "", 0, [](const Arguments&) { return helper().stopHelper(), done; }},
-    Call{"directUploadData", "", 0,
-         [](const Arguments&) { return helper().directUploadData(), done; }},
-    Call{"productCollectStatus", "", 0,
-         [](const Arguments&) { return told(helper().productCollectStatus()); }},
-    Call{"setProductCollectStatus", "STATUS", 1,
-         [](const Arguments& a) { return helper().setProductCollectStatus(flag(a[0])), done; }},
-    Call{"customStringDataCollect", "TARGET VALUE", 2,
-         [](const Arguments& a) { return helper().customStringDataCollect(a[0], a[1]), done; }},
-    Call{"autoCreatedIncreaseDataCollect", "TARGET KEY", 2,
-         [](const Arguments& a) {
-           return helper().autoCreatedIncreaseDataCollect(a[0], a[1]), done;
-         }},
-    Call{"commIncreaseDataCollect", "TARGET KEY", 2,
-         [](const Arguments& a) { return helper().commIncreaseDataCollect(a[0], a[1]), done; }},
-    Call{"setDataCollectPID", "PID", 1,
-         [](const Arguments& a) { return helper().setDataCollectPID(a[0]), done; }},
-    Call{"setTipsEnable", "ENABLE", 1,
-         [](const Arguments& a) { return helper().setTipsEnable(flag(a[0])), done; }},
-    Call{"netErrorPagePath", "", 0,
-         [](const Arguments&) { return told(helper().netErrorPagePath()); }},
-    Call{"unRegSuiteInfo", "", 0, [](const Arguments&) { return told(helper().unRegSuiteInfo()); }},
-    Call{"regSuiteInfo", "", 0, [](const Arguments&) { return told(helper().regSuiteInfo()); }},
-    Call{"uploadProductFile", "EMAIL PATH TITLE DESCRIPTION", 4,
-         [](const Arguments& a) {
-           return told(helper().uploadProductFile(a[0], a[1], a[2], a[3]));
-         }},
-    Call{"uploadUserFile", "EMAIL PATH TITLE DESCRIPTION", 4,
-         [](const Arguments& a) {
-           return told(communicator().uploadUserFile(a[0], a[1], a[2], a[3]));
-         }},
-    Call{"uploadLogByEmail", "EMAIL PATH TITLE DESCRIPTION", 4,
-         [](const Arguments& a) {
-           return told(communicator().uploadLogByEmail(a[0], a[1], a[2], a[3]));
-         }},
-    Call{"showHelper", "", 0, [](const Arguments&) { return told(communicator().showHelper()); }},
-    Call{"hideHelper", "", 0, [](const Arguments&) { return told(communicator().hideHelper()); }},
-    Call{"isAliveHelper", "", 0,
-         [](const Arguments&) { return told(communicator().isAliveHelper()); }},
-    Call{"autoRestartHelper", "", 0,
-         [](const Arguments&) { return told(communicator().autoRestartHelper()); }},
-    Call{"getDefaultHelperServerOpen", "", 0,
-         [](const Arguments&) { return told(communicator().getDefaultHelperServerOpen()); }},
-    Call{"clientIDFormHelper", "", 0,
-         [](const Arguments&) { return told(communicator().clientIDFormHelper()); }},
-    Call{"clientID", "", 0, [](const Arguments&) { return told(communicator().clientID()); }},
-    Call{"productReadyToUpgrade", "READY", 1,
-         [](const Arguments& a) { return told(communicator().productReadyToUpgrade(flag(a[0]))); }},
-    Call{"productUpgrade", "", 0,
-         [](const Arguments&) { return told(communicator().productUpgrade()); }},
-    Call{"getProductUpgradeDelegate", "", 0,
-         [](const Arguments&) { return communicator().getProductUpgradeDelegate(), done; }},
-    Call{"checkForHeleprMessage", "", 0,
-         [](const Arguments&) { return told(communicator().checkForHeleprMessage()); }},
-    Call{
-        "customerserviceByEmail", "EMAIL ATTACHMENT", 2,
-        [](const Arguments& a) { return told(communicator().customerserviceByEmail(a[0], a[1])); }},
-    Call{"firstStartPID", "", 0,
-         [](const Arguments&) { return told(communicator().firstStartPID()); }},
-    Call{"collectDataPID", "", 0,
-         [](const Arguments&) { return told(communicator().collectDataPID()); }},
-    Call{"initDataCollectionPath", "DIRECTORY", 1,
-         [](const Arguments& a) { return communicator().initDataCollectionPath(a[0]), done; }},
-    Call{"setEnableAD", "ENABLE", 1,
-         [](const Arguments& a) { return communicator().setEnableAD(flag(a[0])), done; }},
-    Call{"saveEnableADToPlistFile", "", 0,
-         [](const Arguments&) {
-           return told(QBHPHelperControl::share().saveEnableADToPlistFile());
-         }},
-    Call{"getVersionByBundlePath", "BUNDLE", 1,
-         [](const Arguments& a) { return told(communicator().getVersionByBundlePath(a[0])); }},
-    Call{"appPath", "DIRECTORY", 1,
-         [](const Arguments& a) { return told(communicator().appPath(a[0])); }},
-    Call{"brandName", "", 0, [](const Arguments&) { return told(QBHPConfig::brandName()); }},
-    Call{"helperName", "", 0, [](const Arguments&) { return told(QBHPConfig::helperName()); }},
-    Call{"helperPID", "", 0, [](const Arguments&) { return told(QBHPConfig::helperPID()); }},
+    // The facade.
+    call<&Helper::startHelper>("startHelper"),
+    call<&Helper::stopHelper>("stopHelper"),
+    call<&Helper::directUploadData>("directUploadData"),
+    call<&Helper::productCollectStatus>("productCollectStatus"),
+    call<&Helper::setProductCollectStatus>("setProductCollectStatus", "STATUS"),
+    call<&Helper::customStringDataCollect>("customStringDataCollect", "TARGET VALUE"),
+    call<&Helper::autoCreatedIncreaseDataCollect>("autoCreatedIncreaseDataCollect", "TARGET KEY"),
+    call<&Helper::commIncreaseDataCollect>("commIncreaseDataCollect", "TARGET KEY"),
+    call<&Helper::setDataCollectPID>("setDataCollectPID", "PID"),
+    call<&Helper::setTipsEnable>("setTipsEnable", "ENABLE"),
+    call<&Helper::netErrorPagePath>("netErrorPagePath"),
+    call<&Helper::unRegSuiteInfo>("unRegSuiteInfo"),
+    call<&Helper::regSuiteInfo>("regSuiteInfo"),
+    call<&Helper::uploadProductFile>("uploadProductFile", "EMAIL PATH TITLE DESCRIPTION"),
+    // The communicator's further calls.
+    call<&Communicator::processHelper>("processHelper"),
+    call<&Communicator::extractHelper>("extractHelper"),
+    call<&Communicator::launchHelepr>("launchHelepr"),
+    call<&Communicator::autoRestartHelper>("autoRestartHelper"),
+    call<&Communicator::restartHelperInThread>("restartHelperInThread"),
+    call<&Communicator::isHelperSeverNotOpen>("isHelperSeverNotOpen", "STATUS"),
+    call<&Communicator::getDefaultHelperServerOpen>("getDefaultHelperServerOpen"),
+    call<&Communicator::isAliveHelper>("isAliveHelper"),
+    call<&Communicator::showHelper>("showHelper"),
+    call<&Communicator::hideHelper>("hideHelper"),
+    call<&Communicator::clientIDFormHelper>("clientIDFormHelper"),
+    call<&Communicator::clientID>("clientID"),
+    call<&Communicator::productUpgrade>("productUpgrade"),
+    call<&Communicator::productReadyToUpgrade>("productReadyToUpgrade", "READY"),
+    call<&Communicator::getProductUpgradeDelegate>("getProductUpgradeDelegate"),
+    call<&Communicator::uploadUserFile>("uploadUserFile", "EMAIL PATH TITLE DESCRIPTION"),
+    call<&Communicator::uploadLogByEmail>("uploadLogByEmail", "EMAIL PATH TITLE DESCRIPTION"),
+    call<&Communicator::customerserviceByEmail>("customerserviceByEmail", "EMAIL ATTACHMENT"),
+    call<&Communicator::checkForHeleprMessage>("checkForHeleprMessage"),
+    call<&Communicator::synthesizeUserDefault>("synthesizeUserDefault"),
+    call<&Communicator::firstStartPID>("firstStartPID"),
+    call<&Communicator::collectDataPID>("collectDataPID"),
+    call<&Communicator::initDataCollectionPath>("initDataCollectionPath", "DIRECTORY"),
+    call<&Communicator::setEnableAD>("setEnableAD", "ENABLE"),
+    call<&Communicator::saveEnableAD>("saveEnableAD"),
+    call<&Communicator::saveTipsEnable>("saveTipsEnable"),
+    call<&Communicator::saveEnableADToPlistFile>("saveEnableADToPlistFile", "ENABLE"),
+    call<&Communicator::saveEnableADToStringsFile>("saveEnableADToStringsFile", "ENABLE"),
+    call<&Communicator::saveTipsEnableToPlistFile>("saveTipsEnableToPlistFile", "ENABLE"),
+    call<&Communicator::saveTipsEnableTostringsFile>("saveTipsEnableTostringsFile", "ENABLE"),
+    call<&Communicator::searchCurrentStringsFilePath>("searchCurrentStringsFilePath", "BUNDLE"),
+    call<&Communicator::searchPlistFilePath>("searchPlistFilePath", "BUNDLE"),
+    call<&Communicator::getVersionByBundlePath>("getVersionByBundlePath", "BUNDLE"),
+    call<&Communicator::appPath>("appPath", "DIRECTORY"),
+    // What a host may use beside them.
+    call<&Control::exitHelper>("exitHelper", "PID VERSION"),
+    call<&Control::saveEnableADToPlistFile>("saveEnableADToPlistFile"),
+    call<&Data::isNotFirstStart>("isNotFirstStart"),
+    call<&QBHPConfig::brandName>("brandName"),
+    call<&QBHPConfig::helperName>("helperName"),
+    call<&QBHPConfig::helperPID>("helperPID"),
 };
 
 }  // namespace
@@ -143,7 +184,9 @@ std::optional<std::string> call(const std::string& name,
 std::string calls() {
   std::string list;
   for (const Call& entry : table) {
-    list.append("  ").append(entry.name).append(" ").append(entry.arguments).append("\n");
+    list.append("  ").append(entry.name);
+    if (*entry.arguments != '\0') list.append(" ").append(entry.arguments);
+    list.append("\n");
   }
   return list;
 }

@@ -1,9 +1,10 @@
 // A host application: it carries a helper agent among its resources, and has it installed, started
-// and kept alive. Commands on standard input stand in for what a user would click.
+// and kept alive. Calls on standard input stand in for what a user would click.
 
 #include <csignal>
 #include <iostream>
-#include <map>
+#include <iterator>
+#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -23,17 +24,16 @@ using qbdkr::RunLoop;
 
 constexpr const char* usage =
     "Usage: PhotoTool [--call NAME ARGUMENT...]\n"
-    "With --call it makes one call and tells the result; \"-\" is an absent argument, 1 and 0 are\n"
-    "flags. The calls are listed below. Otherwise it runs until \"quit\" or a signal. Commands, "
-    "one a line on standard input:\n"
-    "  check   check whether the helper agent is alive, and start it if it is not\n"
-    "  client  fetch the client identifier from the helper agent\n"
-    "  stop    ask the helper agent to stop working for this product\n"
-    "  quit    end\n";
+    "With --call it makes one call of those listed below, and tells the result. Otherwise it runs\n"
+    "until a signal or \"quit\", and makes the calls that it reads from standard input, one a "
+    "line.\n"
+    "\"-\" is an absent argument, and 1 and 0 are flags. Calls:\n";
 
-// Shows the helper agent's reports, and passes them on to the communicator, which acts on them.
+// Shows the helper agent's reports, and passes those of the helper control on to the communicator,
+// which acts on them. An upgrade is answered when the user has decided.
 class Reports : public qbdkr::QBHPWillHelperExitDelegate,
-                public qbdkr::QBHPDidCheckServerOpenDelegate {
+                public qbdkr::QBHPDidCheckServerOpenDelegate,
+                public qbdkr::QBHPProductWillUpgradeDelegate {
  public:
   explicit Reports(const acme::Transcript& transcript) : transcript_(transcript) {}
 
@@ -48,24 +48,27 @@ class Reports : public qbdkr::QBHPWillHelperExitDelegate,
     QBHPHelperCommunicate::share().didCheckServerOpen(open, error);
   }
 
+  void productWillUpgrade(const qbdkr::Error* error) override {
+    transcript_.write(std::string("delegate asked whether the product is ready to be upgraded") +
+                      (error == nullptr ? "" : ", with an error"));
+  }
+
  private:
   const acme::Transcript& transcript_;
 };
 
-void run(const std::string& command, const acme::Transcript& transcript) {
-  if (command == "check") {
-    QBHPHelper::share().startHelper();
-  } else if (command == "client") {
-    const auto identifier = QBHPHelperCommunicate::share().clientIDFormHelper();
-    transcript.write("client identifier fetched: " + acme::shown(qbdkr::view(identifier)));
-  } else if (command == "stop") {
-    QBHPHelper::share().stopHelper();
-    transcript.write("stop request sent");
-  } else if (command == "quit") {
-    RunLoop::main().stop();
-  } else {
-    std::cerr << "PhotoTool: unknown command: " << command << '\n';
-  }
+std::vector<std::string> wordsOf(const std::string& line) {
+  std::istringstream stream(line);
+  return {std::istream_iterator<std::string>(stream), {}};
+}
+
+// A line of standard input.
+void run(const std::string& line, const acme::Transcript& transcript) {
+  const auto words = wordsOf(line);
+  if (words.empty()) return;
+  if (words.front() == "quit") return RunLoop::main().stop();
+  const auto result = photo::call(words.front(), {words.begin() + 1, words.end()});
+  transcript.write(words.front() + ": " + result.value_or("no such call"));
 }
 
 // One call, against a helper agent that is brought up first where there is none.
@@ -108,6 +111,7 @@ int main(int argc, char** argv) {
   transcript.write("started, process " + std::to_string(getpid()));
   QBHPHelper::share();
   qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);
+  QBHPHelperCommunicate::share().setProductUpgradeDelegate(&reports);
   std::thread([] {
     for (std::string command; std::getline(std::cin, command);) run(command, transcript);
   }).detach();

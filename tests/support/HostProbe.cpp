@@ -27,6 +27,7 @@
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/ProbeText.h"
+#include "support/Storm.h"
 
 namespace {
 
@@ -296,6 +297,10 @@ const std::map<std::string, Command>& commands() {
          });
        }},
       {"burst", burst},
+      {"storm", qbdkr::test::storm},
+      {"count", qbdkr::test::count},
+      {"collect-status",
+       [](const Words&) { return yesOrNo(communicator().productCollectStatus()); }},
       {"fork-send", forkAndPost},
       {"send-and-exit",
        [](const Words& words) -> std::string {

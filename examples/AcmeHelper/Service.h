@@ -1,0 +1,45 @@
+#pragma once
+
+#include <initializer_list>
+#include <span>
+#include <string>
+#include <string_view>
+
+#include "ClientComm/QBHPAppEventBase.h"
+#include "State.h"
+#include "Transcript.h"
+
+namespace acme {
+
+// What every service of this helper agent has in common: it answers under the name of a class, sees
+// who sends, shows what it received, and answers only when its state is durable.
+class Service : public qbdkr::QBHPAppEventBase {
+ public:
+  // The class name must be a constant.
+  Service(std::string_view className, State& state, const Transcript& transcript);
+  ~Service() override;
+
+  [[nodiscard]] std::string_view className() const final { return className_; }
+
+  // The sender of the request that comes next.
+  void setBundleID(qbdkr::Text bundleID) final;
+  qbdkr::String performSelector(std::string_view selector,
+                                std::span<const qbdkr::Text> objects) final;
+
+ protected:
+  // The host whose request is being served.
+  [[nodiscard]] const std::string& sender() const { return sender_; }
+  State& state() { return state_; }
+  void note(std::string_view line) const { transcript_.write(line); }
+  // Reports to a host.
+  void report(const std::string& host, qbdkr::Selector method,
+              std::initializer_list<std::string_view> arguments) const;
+
+ private:
+  std::string_view className_;
+  State& state_;
+  const Transcript& transcript_;
+  std::string sender_;
+};
+
+}  // namespace acme

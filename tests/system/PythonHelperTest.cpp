@@ -1,0 +1,108 @@
+// The helper agent in Python that docs/rpc-events.md shows, taken from there.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <filesystem>
+#include <fstream>
+#include <sstream>
+#include <stdexcept>
+#include <string>
+
+#include "Peer.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The first block of that language.
+std::string blockOfPage(const std::string& language, const std::string& beginsWith) {
+  const std::string page = readFile(QBDKR_RPC_EVENTS_PAGE);
+  const std::string fence = "```" + language + "\n" + beginsWith;
+  const auto start = page.find(fence);
+  if (start == std::string::npos) throw std::runtime_error("no " + language + " on the page");
+  const auto text = start + language.size() + 4;
+  return page.substr(text, page.find("```", text) - text);
+}
+
+// A host that carries the helper agent among its resources.
+TestBundle makeHost(Scene& scene) {
+  TestBundle host = scene.makeHostWithoutHelper("Host", {{"Helepr App name", "PyHelper"}});
+  const TestBundle helper(host.resources(), "PyHelper",
+                          {{"CFBundleIdentifier", scene.helperID()},
+                           {"CFBundleVersion", "1.0"},
+                           {"CFBundleExecutable", "PyHelper"}});
+  const fs::path programs = helper.path() / "Contents/Linux";
+  fs::create_directories(programs);
+  fs::create_directories(helper.resources());
+  writeFile(programs / "PyHelper", blockOfPage("sh", "#!/bin/sh\n"));
+  fs::permissions(programs / "PyHelper", fs::perms(0755));
+  fs::copy_file("/usr/bin/python3", programs / "python3");
+  writeFile(helper.resources() / "helper.py", blockOfPage("python", "import"));
+  return host;
+}
+
+struct PythonHelper : testing::Test {
+  pid_t helper() const {
+    const auto processes = Scene::processesIn(scene.installDirectory());
+    return processes.size() == 1 ? processes.front() : 0;
+  }
+
+  Scene scene;
+  std::unique_ptr<Host> host = scene.start(makeHost(scene));
+};
+
+TEST_F(PythonHelper, IsInstalledOpenedStartedAndAsked) {
+  host->call("share");
+  EXPECT_EQ(host->call("launch"), "yes");
+  const std::string client = host->call("fetch-client");
+  EXPECT_EQ(client.size(), 32U) << client;
+  EXPECT_EQ(
+      host->call("ask " + scene.helperID() + " QBHPUploadByHelper unRegSuiteInfo:version: 7 1"),
+      "0 https://acme.example/offer/7###300###200");
+  // Kept when it is killed.
+  scene.killHelper(*host);
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(host->call("fetch-client"), client);
+}
+
+TEST_F(PythonHelper, ReportsReachTheHostBecauseItRunsFromABundle) {
+  const auto peer = Peer::inBundle(scene);
+  host->call("share");
+  peer.awaitOwner(scene.hostID());
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(host->waitForReport("server"), "! server open no-error main-thread");
+  EXPECT_NE(host->call("senders").find(scene.helperID()), std::string::npos);
+}
+
+TEST_F(PythonHelper, AnswersNothingToWhatItDoesNotKnow) {
+  host->call("share");
+  EXPECT_EQ(host->call("launch"), "yes");
+  const std::string to = "ask " + scene.helperID();
+  EXPECT_EQ(host->call(to + " QBHPUploadByHelper productCollectStatus:version: 7 1"), "0 ~");
+  EXPECT_EQ(host->call(to + " NoSuchClass start:prodeuctVersion: 7 1"), "0 ~");
+  EXPECT_EQ(host->call(to + " QBHPHelperControl start:prodeuctVersion: 1 2 3 4"), "0 ~");
+  const auto outside = Peer::outsideBundles(scene);
+  EXPECT_EQ(outside.run({"call", scene.helperID(), "QBHPGetDataByHelper", "clientIDFormHelper"}),
+            "result ");
+}
+
+TEST_F(PythonHelper, EndsWhenItIsAskedTo) {
+  host->call("share");
+  EXPECT_EQ(host->call("launch"), "yes");
+  ASSERT_NE(helper(), 0);
+  const ProcessEnd asked(helper());
+  EXPECT_EQ(host->call("send " + scene.helperID() +
+                       " QBHPHelperControl exitHelper:productVersion: 1001 2.0"),
+            "0");
+  EXPECT_TRUE(asked.comesWithin(patience));
+  EXPECT_EQ(host->call("launch"), "yes");
+  const ProcessEnd terminated(helper());
+  ::kill(helper(), SIGTERM);
+  EXPECT_TRUE(terminated.comesWithin(patience));
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,218 @@
+// What the sample helper agent keeps, and what it promises for requests that are under way when it
+// is killed.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+
+#include <chrono>
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "Sample.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+// As another program has it.
+std::string sha256Of(const fs::path& file) {
+  return outputOf({"/usr/bin/sha256sum", file.string()}, {{"PATH", "/usr/bin:/bin"}}).substr(0, 64);
+}
+
+// Four products that bring the sample's helper agent.
+struct SampleState : testing::Test {
+  SampleState() {
+    for (int i = 0; i < 4; ++i) {
+      const std::string name = "Host" + std::to_string(i);
+      const TestBundle bundle = scene.makeHostWithoutHelper(
+          name,
+          {{"CFBundleIdentifier", scene.identifier(name)}, {"Helepr App name", "AcmeHelper"}});
+      bundle.addResource(sample.path() / "Contents/Resources/AcmeHelper.app");
+      hosts.push_back(scene.start(bundle));
+    }
+    for (const auto& host : hosts) host->call("share");
+    for (const auto& host : hosts) EXPECT_EQ(host->call("launch"), "yes");
+  }
+
+  // Each host counts that often, all at the same time. How many of the requests were posted.
+  unsigned long count(
+      unsigned each, const std::function<void()>& meanwhile = [] {}) {
+    std::vector<std::string> tags;
+    for (std::size_t i = 0; i < hosts.size(); ++i) {
+      tags.push_back(hosts[i]->begin("count h" + std::to_string(i) + ' ' + std::to_string(each)));
+    }
+    meanwhile();
+    unsigned long posted = 0;
+    for (std::size_t i = 0; i < hosts.size(); ++i) {
+      const std::string result = hosts[i]->finish(tags[i], patience * 4);
+      posted += std::stoul(result.substr(std::string("posted ").size()));
+    }
+    return posted;
+  }
+
+  // Returns when all that the hosts have sent is kept: each gets an answer.
+  void fence() {
+    for (const auto& host : hosts) EXPECT_EQ(host->call("collect-status", patience * 4), "yes");
+  }
+
+  unsigned long total() const {
+    const std::string rows = sample.query("SELECT ifnull(sum(count), 0) FROM counter");
+    return std::stoul(rows.substr(rows.find_first_of("0123456789")));
+  }
+
+  // Waits until the helper agent has kept that many.
+  void awaitTotal(unsigned long wanted) const {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (total() < wanted) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+  }
+
+  Scene scene;
+  Sample sample{scene};
+  std::vector<std::unique_ptr<Host>> hosts;
+};
+
+TEST_F(SampleState, CountsOfFourHostsAreExactAndAKillTakesOnlyWhatWasUnderWay) {
+  constexpr unsigned each = QBDKR_COUNTERS / 4 / 4;
+  // It lives and runs on: every request counts.
+  EXPECT_EQ(count(2 * each), 8UL * each);
+  fence();
+  EXPECT_EQ(total(), 8UL * each);
+
+  // It is killed in the middle: what was answered for before stays, nothing is counted twice, and
+  // of each host's requests, which came in pairs, no second one is kept without the first.
+  const auto posted = count(each, [this] {
+    awaitTotal(8UL * each + 1);
+    ::kill(scene.helperProcess(), SIGKILL);
+  });
+  for (const auto& host : hosts) EXPECT_EQ(host->call("launch"), "yes");
+  fence();
+  const unsigned long kept = total();
+  EXPECT_GT(kept, 8UL * each);
+  EXPECT_LE(kept, 8UL * each + posted);
+  for (int i = 0; i < 4; ++i) {
+    const std::string host = "'h" + std::to_string(i) + "'";
+    const std::string rows = sample.query(
+        "SELECT min(count), max(count) - min(count) <= 2 FROM counter WHERE target = " + host);
+    const auto comma = rows.find(',');
+    EXPECT_GE(std::stoul(rows.substr(2, comma - 2)), each) << rows;
+    EXPECT_EQ(rows.substr(comma), ", 1]]") << host;
+  }
+
+  // And exactly again with its successor.
+  EXPECT_EQ(count(each), 4UL * each);
+  fence();
+  EXPECT_EQ(total(), kept + 4UL * each);
+}
+
+TEST_F(SampleState, WhatNobodyAsksAboutIsKeptSoon) {
+  EXPECT_EQ(hosts[0]->call("count h0 10"), "posted 10 failed 0");
+  awaitTotal(10);
+  scene.killHelper(*hosts[0]);
+  EXPECT_EQ(hosts[0]->call("launch"), "yes");
+  EXPECT_EQ(total(), 10U);
+}
+
+TEST_F(SampleState, QueryEndsWhenAStoppedHelperGoesOn) {
+  const std::string client = hosts[0]->call("fetch-client");
+  ::kill(scene.helperProcess(), SIGSTOP);
+  const auto query = hosts[0]->begin("fetch-client");
+  EXPECT_EQ(hosts[0]->call("count h0 1000"), "posted 1000 failed 0");
+  EXPECT_FALSE(hosts[0]->hasFinished(query));
+  ::kill(scene.helperProcess(), SIGCONT);
+  EXPECT_EQ(hosts[0]->finish(query), client);
+  fence();
+  EXPECT_EQ(total(), 1000U);
+}
+
+TEST_F(SampleState, QueryEndsAtOnceWithoutValueWhenAStoppedHelperIsKilled) {
+  ::kill(scene.helperProcess(), SIGSTOP);
+  const auto query = hosts[0]->begin("fetch-client");
+  EXPECT_EQ(hosts[0]->call("count h0 1000"), "posted 1000 failed 0");
+  EXPECT_FALSE(hosts[0]->hasFinished(query));
+  ::kill(scene.helperProcess(), SIGKILL);
+  EXPECT_EQ(hosts[0]->finish(query), "~");
+}
+
+TEST_F(SampleState, UploadThatAKilledHelperLeftUnreadIsReadByTheNextOne) {
+  const auto file = scene.directory() / "holiday.raw";
+  writeFile(file, "a day at the beach");
+  // Not even the request was taken when it is killed, so it is made to wait for the reader.
+  const auto large = scene.directory() / "large";
+  writeFile(large, "");
+  fs::resize_file(large, 1ULL << 40);  // it takes hours to read, and no room
+  for (const auto& path : {large, file}) {
+    EXPECT_EQ(hosts[0]->call("send " + scene.helperID() +
+                             " QBHPUploadByHelper "
+                             "uploadUserFile:versionID:email:filePath:title:description: 1 2 e " +
+                             path.string() + " t d"),
+              "0");
+  }
+  fence();
+  const std::string unread = "SELECT count(*) FROM upload WHERE sha256 IS NULL AND error IS NULL";
+  EXPECT_EQ(sample.query(unread), "[[2]]");
+  scene.killHelper(*hosts[0]);
+  writeFile(large, "not so large any more");
+  EXPECT_EQ(hosts[0]->call("launch"), "yes");
+  scene.transcript().waitFor({"user file recorded", file.string()});
+  fence();
+  EXPECT_EQ(sample.query("SELECT kind, product, version, email, title, description, size, sha256 "
+                         "FROM upload ORDER BY number LIMIT 1 OFFSET 1"),
+            "[[\"user file\", \"1\", \"2\", \"e\", \"t\", \"d\", 18, "
+            "\"" +
+                sha256Of(file) + "\"]]");
+  EXPECT_EQ(sample.query(unread), "[[0]]");
+}
+
+TEST_F(SampleState, UploadsThatCannotBeReadAreRecordedWithTheReason) {
+  const auto pipe = scene.directory() / "pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  for (const std::string path : {"/none", pipe.c_str(), "/dev/zero", "/"}) {
+    EXPECT_EQ(hosts[0]->call("send " + scene.helperID() +
+                             " QBHPUploadByHelper "
+                             "uploadLog:versionID:email:filePath:title:description: 1 2 e " +
+                             path + " t d"),
+              "0");
+    scene.transcript().waitFor({"log recorded: \"" + path + '"'});
+  }
+  fence();
+  EXPECT_EQ(sample.query("SELECT count(*) FROM upload WHERE error IS NOT NULL AND sha256 IS NULL"),
+            "[[4]]");
+}
+
+TEST_F(SampleState, SwitchedOffCollectionIsThatHostsAlone) {
+  for (const auto& host : {hosts[0].get(), hosts[1].get()}) {
+    EXPECT_EQ(host->call("count x 4"), "posted 4 failed 0");
+  }
+  EXPECT_EQ(hosts[0]->call("send " + scene.helperID() +
+                           " QBHPUploadByHelper setProductCollectStatus:version:status: 1 2 0"),
+            "0");
+  EXPECT_EQ(hosts[0]->call("collect-status"), "no");
+  EXPECT_EQ(hosts[1]->call("collect-status"), "yes");
+  for (const auto& host : {hosts[0].get(), hosts[1].get()}) {
+    EXPECT_EQ(host->call("count x 4"), "posted 4 failed 0");
+  }
+  EXPECT_EQ(hosts[1]->call("collect-status"), "yes");
+  EXPECT_EQ(hosts[0]->call("collect-status"), "no");
+  EXPECT_EQ(total(), 12U);
+}
+
+TEST_F(SampleState, DamagedStateIsPutAside) {
+  scene.killHelper(*hosts[0]);
+  for (const char* suffix : {"-wal", "-shm"}) fs::remove(sample.database().string() + suffix);
+  writeFile(sample.database(), std::string(10'000, 'x'));
+  EXPECT_EQ(hosts[0]->call("launch"), "yes");
+  EXPECT_EQ(hosts[0]->call("count x 4"), "posted 4 failed 0");
+  fence();
+  EXPECT_EQ(total(), 4U);
+  EXPECT_EQ(readFile(sample.database().string() + ".damaged"), std::string(10'000, 'x'));
+}
+
+}  // namespace
+}  // namespace qbdkr::test
