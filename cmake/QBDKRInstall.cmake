@@ -52,8 +52,12 @@ write_basic_package_version_file(${PROJECT_BINARY_DIR}/QBDKRProductClientConfigV
 install(FILES
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfig.cmake
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfigVersion.cmake
+    cmake/QBDKRBundle.cmake
   DESTINATION ${package_dir})
 
+# Relative, so that an installation may be moved, or made under another prefix than configured.
+file(RELATIVE_PATH prefix_from_pkgconfig
+  ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 foreach(library IN ITEMS ClientComm QBDKRProductClient)
   configure_file(cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
   install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)

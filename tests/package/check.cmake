@@ -26,18 +26,35 @@ endif()
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${WORK}/build)
-run(${CMAKE_COMMAND} -E env --unset=DBUS_SESSION_BUS_ADDRESS ${WORK}/build/host)
+# The bundles stand alone: they run without the installation, the helper agent also as the host
+# carries it.
+set(bundles ${WORK}/build/bundles)
+file(RENAME ${prefix} ${WORK}/moved)
+set(isolated ${CMAKE_COMMAND} -E env HOME=${WORK}/home --unset=XDG_CONFIG_HOME
+    --unset=DBUS_SESSION_BUS_ADDRESS)
+run(${isolated} ${bundles}/Host.app/Contents/Linux/Host)
 check_output()
-run(${WORK}/build/agent)
+run(${isolated} ${bundles}/Host.app/Contents/Resources/Agent.app/Contents/Linux/Agent)
+file(RENAME ${WORK}/moved ${prefix})
 
 file(GLOB_RECURSE description ${prefix}/*/QBDKRProductClient.pc)
 get_filename_component(directory ${description} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${directory})
-# The files name the prefix that the build was configured with; this installation is elsewhere.
-execute_process(COMMAND pkg-config --define-variable=prefix=${prefix} --cflags --libs QBDKRProductClient
+# The prefix that the build was configured with is another one.
+execute_process(COMMAND pkg-config --cflags --libs QBDKRProductClient
                 OUTPUT_VARIABLE options OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(options UNIX_COMMAND "${options}")
 get_filename_component(libraries ${directory} DIRECTORY)
 run(${COMPILER} ${CONSUMER}/host.cpp -o ${WORK}/host ${flags} ${options} -Wl,-rpath,${libraries})
-run(${CMAKE_COMMAND} -E env --unset=DBUS_SESSION_BUS_ADDRESS ${WORK}/host)
+run(${isolated} ${WORK}/host)
 check_output()
+
+# What the README shows is a whole project.
+run(python3 ${README_PROJECT} ${README} ${WORK}/readme)
+run(${CMAKE_COMMAND} -S ${WORK}/readme -B ${WORK}/readme/build -G Ninja
+    -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
+run(${CMAKE_COMMAND} --build ${WORK}/readme/build)
+set(helper ${WORK}/readme/build/bundles/PhotoTool.app/Contents/Resources/AcmeHelper.app/Contents)
+if(NOT EXISTS ${helper}/Linux/AcmeHelper OR NOT EXISTS ${helper}/Frameworks)
+  message(FATAL_ERROR "the README's host carries no helper agent")
+endif()
