@@ -52,7 +52,9 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   QBHPHelperControl();
   ~QBHPHelperControl() override;
 
-  // The delegate is not owned; null for none. Any thread.
+  // The delegate is not owned; null for none. Any thread. The communicator makes itself the
+  // delegate when it is made: set another one after that, and let it pass the reports on to the
+  // communicator, which otherwise does not act on them.
   void setHelperCtrlDelegate(QBHPHelperControlCallBackDelegate* delegate);
   [[nodiscard]] QBHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
 
@@ -77,7 +79,8 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   static constexpr auto kExitHelper =
       selector<&QBHPHelperControl::exitHelper>("exitHelper:productVersion:");
 
-  // Reports, called by name. What the first argument stands for is the helper agent's affair.
+  // Reports, called by name. What the first argument stands for is the helper agent's affair; the
+  // flag is read by boolValue(), and any code but "0" makes an error of code and message.
   OSErr helperExitNotify(Text text);
   static constexpr auto kHelperExitNotify =
       selector<&QBHPHelperControl::helperExitNotify>("helperExitNotify:");

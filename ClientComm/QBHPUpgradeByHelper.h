@@ -14,7 +14,8 @@
 namespace qbdkr {
 
 // Is asked whether the product is ready to be upgraded. A delegate that cannot answer derives from
-// this class alone; one that can implements the interface below.
+// this class alone; one that can implements the interface below. It is taken away and destroyed on
+// the main thread, or while no report can come.
 class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
  public:
   virtual ~QBHPProductUpgradeCallBackDelegate();

@@ -38,7 +38,8 @@ class QBDKR_EXPORT RunLoop {
 
   // Runs until stop(). Only on the loop's thread, not from inside one of its own callbacks.
   virtual void run() = 0;
-  // Ends run(), now or when it is next entered. Any thread, and from a signal handler.
+  // Ends run(), now or when it is next entered. Any thread, and from a signal handler, which must
+  // not be the first to use the loop.
   virtual void stop() = 0;
 
   // A descriptor that is readable when dispatch() has something to do. Owned by the loop.

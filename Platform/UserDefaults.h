@@ -11,7 +11,8 @@
 namespace qbdkr {
 
 // The user's settings of one domain, shared with every process that names the same domain. Reads
-// see what other processes synchronized. Usable from any thread; nothing here throws.
+// see what other processes synchronized. Usable from any thread; all of it blocks for the file, and
+// nothing throws but for want of memory or, on first use, of descriptors for the main run loop.
 class QBDKR_EXPORT UserDefaults {
  public:
   // The host's own domain: its bundle identifier.
@@ -34,7 +35,8 @@ class QBDKR_EXPORT UserDefaults {
   // nothing changes, for a value that no property list can hold (text that is not UTF-8, say).
   bool setObject(std::string_view key, std::optional<PropertyList> value);
 
-  // Stores what was set. False when that failed; it is then kept and tried again the next time.
+  // Stores what was set, and waits 0.2 s at most for another process that does so. False when that
+  // failed; it is then kept and tried again the next time.
   bool synchronize();
 
  private:

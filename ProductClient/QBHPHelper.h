@@ -15,8 +15,10 @@ namespace qbdkr {
 // The first share() must not race with another one. All other calls may be made on any thread.
 class QBDKR_EXPORT QBHPHelper {
  public:
-  // The facade of this process; made on first use, never destroyed. Returns at once: installation
-  // and launch go on in the background.
+  // The facade of this process; made on first use, never destroyed. Installation and launch go on
+  // in the background; the first call writes a few settings, and waits for another process that
+  // holds them 0.2 s at most. Throws std::runtime_error when there can be no run loop, for want of
+  // descriptors; a later call tries again.
   static QBHPHelper& share();
 
   // Fetches the communicator and starts a timer on the calling thread's run loop that checks every
@@ -28,28 +30,35 @@ class QBDKR_EXPORT QBHPHelper {
   // Ends the timer that is in use.
   ~QBHPHelper();
 
-  // Records the time of the first start, once, and starts a liveness check in the background.
-  // Returns at once.
+  // Records the time of the first start, once (blocks for that as share() does), and starts a
+  // liveness check in the background.
   void startHelper();
 
   // Sends the stop request. The timer goes on: the next tick starts a helper agent that still runs.
   void stopHelper();
 
   // Forwarded to the communicator, which says more of each. Statuses are dropped where nothing is
-  // returned.
+  // returned. These post their request and return.
   void directUploadData();
-  bool productCollectStatus();
   void setProductCollectStatus(bool status);
   void customStringDataCollect(Text target, Text value);
   void autoCreatedIncreaseDataCollect(Text target, Text key);
   void commIncreaseDataCollect(Text target, Text key);
-  // An absent or empty identifier is ignored.
-  void setDataCollectPID(Text productID);
-  void setTipsEnable(bool enable);
+  OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
+
+  // Forwarded as well. These block until the helper agent answers, without limit, and end when it
+  // goes away.
+  bool productCollectStatus();
   String netErrorPagePath();
+  // Both throw RangeException for an answer of fewer than three fields: what the helper agent says
+  // decides, so a host catches it.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();
-  OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
+
+  // Forwarded, and answered here. They block for the file operations. An absent or empty identifier
+  // is ignored.
+  void setDataCollectPID(Text productID);
+  void setTipsEnable(bool enable);
 
   // What the timer calls. Any other timer than the one in use has no effect.
   void autoautoStartIntervaTimerMethod(const RunLoopTimer* timer);

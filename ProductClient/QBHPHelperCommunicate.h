@@ -21,7 +21,9 @@ namespace qbdkr {
 // the helper agent, keeps it alive, and turns the host's calls into requests to it.
 //
 // Unless a call says otherwise it may be made on any thread, returns at once, throws nothing, and a
-// status is that of the send: 0, or what QBHPAppleEventSender lists.
+// status is that of the send: 0, or what QBHPAppleEventSender lists. What "settings" is said of
+// reads and writes the user defaults: it blocks for the file, and 0.2 s more at most while another
+// process holds them.
 class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
                                            public QBHPWillHelperExitDelegate,
                                            public QBHPDidCheckServerOpenDelegate {
@@ -29,12 +31,14 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // The status of a liveness check when the helper agent's server is switched off.
   static constexpr OSErr serverNotOpen = 10;
 
-  // The communicator of this process; made on first use, never destroyed.
+  // The communicator of this process; made on first use, never destroyed. Throws
+  // std::runtime_error when there can be no run loop, for want of descriptors; a later call tries
+  // again.
   static QBHPHelperCommunicate& share();
 
-  // Becomes the delegate of the helper control, records the product identity in the user defaults
-  // and starts a thread that installs and launches the helper agent. Does not wait for it. The
-  // object must live as long as the process: that thread and the helper control use it.
+  // Becomes the delegate of the helper control, records the product identity (settings) and starts
+  // a thread that installs and launches the helper agent. Does not wait for it. The object must
+  // live as long as the process: that thread and the helper control use it.
   QBHPHelperCommunicate();
   ~QBHPHelperCommunicate() override;
 
@@ -75,7 +79,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // one. Blocks until it has answered.
   String clientIDFormHelper();
 
-  // The helper control's reports. An announced exit is answered by stopHelper().
+  // The helper control's reports, of which this object is the delegate until a host sets its own;
+  // that one should pass them on. An announced exit is answered by stopHelper().
   void willHelperExit() override;
   void didCheckServerOpen(bool open, const Error* error) override;
 
@@ -91,12 +96,14 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   bool launchHelepr();
 
   // The CFBundleVersion of a bundle; absent when there is nothing at the path, or no version in it.
+  // Blocks for the file.
   [[nodiscard]] String getVersionByBundlePath(Text bundlePath);
 
-  // The first entry of a directory whose extension is "app", in the order of the file system.
+  // The first entry of a directory whose extension is "app", in the order of the file system;
+  // absent when there is none. Blocks for the directory.
   [[nodiscard]] String appPath(Text directory);
 
-  // --- Bookkeeping in the host's user defaults --------------------------------------------------
+  // --- Bookkeeping in the host's user defaults: settings, all of them ---------------------------
 
   // Takes the product identity from the host's information dictionary, and records it.
   void synthesizeUserDefault();
@@ -155,13 +162,16 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Always throws UnrecognizedSelectorException: the upgrade service has no such method.
   QBHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate();
 
-  // Uploads a file with the user's e-mail address, a title and a description.
+  // Hand over a file with the user's e-mail address, a title and a description. The path is passed
+  // on as it is: an absolute one, or the helper agent, whose working directory is another, will not
+  // find the file.
   OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
   OSErr uploadUserFile(Text email, Text filePath, Text title, Text description);    // checks
   OSErr uploadLogByEmail(Text email, Text filePath, Text title, Text description);  // checks
 
-  // Usage data, collected under collectDataPID(). Upload it now; a text; a counter that is made
-  // when it is missing; a common counter.
+  // Usage data, collected under collectDataPID() (settings). Upload it now; a text; a counter that
+  // is made when it is missing; a common counter. Target and key are names of the host's choice,
+  // such as a window and a button.
   OSErr directUploadData();
   OSErr customStringDataCollect(Text target, Text value);
   OSErr autoCreatedIncreaseDataCollect(Text target, Text key);
