@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <compare>
 
 #include "Platform/UTF16.h"
 #include "Platform/UnicodeData.h"
@@ -86,9 +85,7 @@ std::size_t validPrefix(std::string_view text) {
   return length;
 }
 
-int sign(std::strong_ordering order) {
-  return std::is_lt(order) ? -1 : (std::is_gt(order) ? 1 : 0);
-}
+int sign(int comparison) { return comparison < 0 ? -1 : (comparison > 0 ? 1 : 0); }
 
 // No character below the first accented letter has a decomposition.
 bool isPlain(std::u16string_view text) {
@@ -141,8 +138,9 @@ std::optional<int> decimalDigitValue(char16_t unit) {
 
 int compareText(std::u16string_view a, std::u16string_view b) {
   if (a == b) return 0;
-  if (isPlain(a) && isPlain(b)) return sign(a <=> b);
-  return sign(charactersOf(canonicalDecomposition(a)) <=> charactersOf(canonicalDecomposition(b)));
+  if (isPlain(a) && isPlain(b)) return sign(a.compare(b));
+  return sign(
+      charactersOf(canonicalDecomposition(a)).compare(charactersOf(canonicalDecomposition(b))));
 }
 
 std::string lowercase(std::string_view text) {

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "Platform/AppleEvent.h"
+#include "Platform/Log.h"
 #include "Platform/macOS/EventDescriptor.h"
 
 namespace qbdkr {
@@ -114,11 +115,13 @@ class ManagerTransport final : public AppleEventTransport {
   void setEventHandler(FourCharCode eventClass, FourCharCode eventID, EventHandler body) override {
     Handler& handler = handlerOf(eventClass, eventID);
     handler.set(std::move(body));
-    AEInstallEventHandler(eventClass, eventID, entryPoint(), &handler, false);
+    if (AEInstallEventHandler(eventClass, eventID, entryPoint(), &handler, 0) != noErr) {
+      log("the system does not let this application handle Apple events");
+    }
   }
 
   void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override {
-    AERemoveEventHandler(eventClass, eventID, entryPoint(), false);
+    AERemoveEventHandler(eventClass, eventID, entryPoint(), 0);
     handlerOf(eventClass, eventID).set(nullptr);
   }
 

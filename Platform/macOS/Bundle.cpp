@@ -86,7 +86,7 @@ std::optional<Bundle> Bundle::withPath(const std::string& path) {
 }
 
 std::optional<std::string> Bundle::executablePath() const {
-  const CFBundleRef native = bundleOf(state_->native);
+  auto* const native = bundleOf(state_->native);
   if (native == nullptr || !infoString(kCFBundleExecutableKey)) return std::nullopt;
   const std::lock_guard lock(oneAtATime());
   const CFRef<CFURLRef> url(CFBundleCopyExecutableURL(native));
@@ -95,7 +95,7 @@ std::optional<std::string> Bundle::executablePath() const {
 
 std::optional<std::string> Bundle::pathForResource(std::string_view name,
                                                    std::string_view type) const {
-  const CFBundleRef native = bundleOf(state_->native);
+  auto* const native = bundleOf(state_->native);
   const auto resource = stringFromText(name);
   const auto extension = type.empty() ? CFRef<CFStringRef>() : stringFromText(type);
   if (native == nullptr || !resource || (!type.empty() && !extension)) return std::nullopt;

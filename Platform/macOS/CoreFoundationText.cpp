@@ -32,13 +32,13 @@ CFRef<CFURLRef> directoryURL(std::string_view path) {
   if (path.empty() || path.find('\0') != std::string_view::npos) return {};
   return CFRef<CFURLRef>(CFURLCreateFromFileSystemRepresentation(
       kCFAllocatorDefault, reinterpret_cast<const UInt8*>(path.data()),
-      static_cast<CFIndex>(path.size()), true));
+      static_cast<CFIndex>(path.size()), 1));
 }
 
 std::optional<std::string> pathFromURL(CFURLRef url) {
   if (url == nullptr) return std::nullopt;
   std::array<UInt8, 4096> path{};  // more than the system's longest path
-  if (CFURLGetFileSystemRepresentation(url, true, path.data(), static_cast<CFIndex>(path.size())) ==
+  if (CFURLGetFileSystemRepresentation(url, 1, path.data(), static_cast<CFIndex>(path.size())) ==
       0) {
     return std::nullopt;
   }

@@ -49,7 +49,7 @@ OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDesc
 
 OSErr makeList(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
   if (level == deepestList) return paramErr;
-  OSErr status = AECreateList(nullptr, 0, false, made.receive());
+  OSErr status = AECreateList(nullptr, 0, 0, made.receive());
   for (std::size_t i = 1; status == noErr && i <= from.numberOfItems(); ++i) {
     EventDescriptor item;
     status = makeAtLevel(*from.descriptorAtIndex(i), level + 1, item);
