@@ -23,11 +23,15 @@ bool synchronized(CFStringRef application) {
 }  // namespace
 
 struct DefaultsStore::State {
-  CFRef<CFStringRef> application;
+  explicit State(std::string name) : domain(std::move(name)), application(applicationID(domain)) {}
+
+  const std::string domain;
+  const CFRef<CFStringRef> application;
   std::atomic<bool> refused = false;  // something was set in a domain that is none
 };
 
-DefaultsStore::DefaultsStore(std::string domain) : state_(new State{applicationID(domain)}) {}
+DefaultsStore::DefaultsStore(std::string domain)
+    : state_(std::make_unique<State>(std::move(domain))) {}
 
 DefaultsStore::~DefaultsStore() = default;
 

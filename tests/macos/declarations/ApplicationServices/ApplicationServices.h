@@ -2,8 +2,8 @@
 
 // Application Services, "Process Manager":
 // https://developer.apple.com/documentation/applicationservices/process_manager
-// Deprecated since macOS 10.9: the bindings "objc2-application-services" 0.3.2 on docs.rs say so
-// too.
+// Deprecated since macOS 10.9: the documentation of the bindings "objc2-application-services" 0.3.2
+// says so too.
 
 #include <CoreServices/CoreServices.h>
 #include <sys/types.h>

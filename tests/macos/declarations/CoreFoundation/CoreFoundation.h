@@ -1,7 +1,7 @@
 #pragma once
 
 // Core Foundation: https://developer.apple.com/documentation/corefoundation
-// Numbers: the bindings "objc2-core-foundation" on docs.rs and "core-foundation-sys" on docs.rs.
+// Numbers: the documentation of the bindings "objc2-core-foundation" and "core-foundation-sys".
 
 #include <stddef.h>
 #include <stdint.h>

@@ -1,8 +1,8 @@
 #pragma once
 
 // Core Services: https://developer.apple.com/documentation/coreservices
-// Numbers and packing: the bindings "objc2-core-services" 0.3.2 and "core-services" 0.2.0 on
-// docs.rs (AEDesc and LSLaunchURLSpec are repr(C, packed(2)) there).
+// Numbers and packing: the documentation of the bindings "objc2-core-services" 0.3.2 and
+// "core-services" 0.2.0 (AEDesc and LSLaunchURLSpec are packed to 2 bytes there).
 
 #include <CoreFoundation/CoreFoundation.h>
 
