@@ -86,6 +86,8 @@ bool store(std::string_view domain, const Changes& changes) {
 }  // namespace
 
 struct DefaultsStore::State {
+  explicit State(std::string name) : domain(std::move(name)) {}
+
   const std::string domain;
   std::mutex writing;
   std::mutex mutex;
