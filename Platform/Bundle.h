@@ -58,13 +58,4 @@ class QBDKR_EXPORT Bundle {
   std::shared_ptr<const State> state_;
 };
 
-// The information dictionary of the bundle that an executable belongs to, without localization, and
-// the path of that bundle. Absent for an executable outside any bundle. An executable whose file
-// was replaced since it started still belongs to its bundle.
-struct EnclosingBundle {
-  std::string path;
-  std::shared_ptr<const PropertyList::Dictionary> info;
-};
-[[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable);
-
 }  // namespace qbdkr

@@ -1,6 +1,38 @@
 #include "Platform/Log.h"
 
+#include <array>
+#include <cstddef>
+#include <cstdio>
+
+#include "Platform/LogLine.h"
+
 namespace qbdkr {
+namespace {
+
+constexpr std::size_t longestLine = 16'384;
+
+std::string escaped(std::string_view text) {
+  std::string line;
+  line.reserve(text.size());
+  for (const char character : text) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (byte >= 0x20 && byte != 0x7F) {
+      line += character;
+    } else {
+      std::array<char, 8> code{};
+      std::snprintf(code.data(), code.size(), "\\%03o", byte);
+      line += code.data();
+    }
+  }
+  return line;
+}
+
+}  // namespace
+
+void log(std::string_view line) {
+  const bool cut = line.size() > longestLine;
+  writeLogLine(escaped(line.substr(0, longestLine)) + (cut ? "..." : ""));
+}
 
 void log(std::string_view format, std::span<const std::optional<std::string_view>> arguments) {
   std::string line;

@@ -16,8 +16,12 @@ function(qbdkr_add_bundle target)
   set(contents ${bundle}/Contents)
   set(info ${CMAKE_CURRENT_BINARY_DIR}/${target}.Info.plist)
   configure_file(${BUNDLE_INFO} ${info} @ONLY)
+  set(executables Linux)
+  if(APPLE)
+    set(executables MacOS)
+  endif()
   set_target_properties(${target} PROPERTIES
-    RUNTIME_OUTPUT_DIRECTORY ${contents}/Linux
+    RUNTIME_OUTPUT_DIRECTORY ${contents}/${executables}
     OUTPUT_NAME ${BUNDLE_NAME}
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN/../Frameworks"
@@ -25,7 +29,12 @@ function(qbdkr_add_bundle target)
 
   set(libraries)
   foreach(library IN LISTS BUNDLE_LIBRARIES)
-    list(APPEND libraries $<TARGET_SONAME_FILE:${library}>)
+    if(APPLE)  # copied by the system's own tool: a framework is full of links
+      list(APPEND libraries COMMAND cp -RP $<TARGET_BUNDLE_DIR:${library}> ${contents}/Frameworks/)
+    else()
+      list(APPEND libraries COMMAND ${CMAKE_COMMAND} -E copy_if_different
+           $<TARGET_SONAME_FILE:${library}> ${contents}/Frameworks)
+    endif()
   endforeach()
   set(resources)
   foreach(resource IN LISTS BUNDLE_RESOURCES)
@@ -43,12 +52,12 @@ function(qbdkr_add_bundle target)
     add_dependencies(${target} ${BUNDLE_HELPER})
     list(APPEND resources
          COMMAND ${CMAKE_COMMAND} -E rm -rf ${contents}/Resources/${helper_name}
-         COMMAND ${CMAKE_COMMAND} -E copy_directory ${helper} ${contents}/Resources/${helper_name})
+         COMMAND cp -RP ${helper} ${contents}/Resources/${helper_name})
   endif()
   add_custom_command(TARGET ${target} POST_BUILD
     COMMAND ${CMAKE_COMMAND} -E make_directory ${contents}/Resources ${contents}/Frameworks
     COMMAND ${CMAKE_COMMAND} -E copy ${info} ${contents}/Info.plist
-    COMMAND ${CMAKE_COMMAND} -E copy_if_different ${libraries} ${contents}/Frameworks
+    ${libraries}
     ${resources}
     VERBATIM COMMAND_EXPAND_LISTS)
 endfunction()

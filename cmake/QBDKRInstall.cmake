@@ -1,47 +1,16 @@
 # What is installed: the two libraries, their public headers, and the files by which CMake and
-# pkg-config find them.
+# pkg-config find them. On macOS the libraries are frameworks.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS ClientComm QBDKRProductClient
   EXPORT QBDKRProductClientTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR})
+  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
+  FRAMEWORK DESTINATION Library/Frameworks)
 
-set(headers ${CMAKE_INSTALL_INCLUDEDIR}/QBDKRProductClient)
-install(FILES
-    Platform/AppleEvent.h
-    Platform/Bundle.h
-    Platform/Export.h
-    Platform/Files.h
-    Platform/Log.h
-    Platform/ProcessTable.h
-    Platform/PropertyList.h
-    Platform/RunLoop.h
-    Platform/Status.h
-    Platform/Text.h
-    Platform/UserDefaults.h
-    Platform/Workspace.h
-  DESTINATION ${headers}/Platform)
-install(FILES
-    ClientComm/ClassRegistry.h
-    ClientComm/Exceptions.h
-    ClientComm/QBHPAppEventBase.h
-    ClientComm/QBHPAppleEventProcesser.h
-    ClientComm/QBHPAppleEventSender.h
-    ClientComm/QBHPConfig.h
-    ClientComm/QBHPCustomerServiceByHelepr.h
-    ClientComm/QBHPGetDataByHelper.h
-    ClientComm/QBHPHelperControl.h
-    ClientComm/QBHPHelperError.h
-    ClientComm/QBHPProcessList.h
-    ClientComm/QBHPSuiteInfo.h
-    ClientComm/QBHPUpgradeByHelper.h
-    ClientComm/QBHPUploadByHelper.h
-    ClientComm/QBHPVersion.h
-    ClientComm/Selector.h
-    ClientComm/Text.h
-  DESTINATION ${headers}/ClientComm)
-install(FILES ProductClient/QBHPHelper.h ProductClient/QBHPHelperCommunicate.h
-  DESTINATION ${headers}/ProductClient)
+foreach(header IN LISTS QBDKR_COMM_HEADERS QBDKR_CLIENT_HEADERS)
+  get_filename_component(folder ${header} DIRECTORY)
+  install(FILES ${header} DESTINATION ${QBDKR_INSTALL_HEADERS}/${folder})
+endforeach()
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QBDKRProductClient)
 install(EXPORT QBDKRProductClientTargets NAMESPACE QBDKRProductClient:: DESTINATION ${package_dir})
@@ -55,6 +24,9 @@ install(FILES
     cmake/QBDKRBundle.cmake
   DESTINATION ${package_dir})
 
+if(APPLE)
+  return()  # frameworks are not linked by name and path
+endif()
 # Relative, so that an installation may be moved, or made under another prefix than configured.
 file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})

@@ -1,5 +1,9 @@
-# What the two libraries have in common.
+# What the two libraries have in common. On macOS each is a framework of version A, which its programs
+# carry in their own Frameworks folder; elsewhere a versioned shared library.
+#
+#   qbdkr_shared_library(TARGET [HEADERS <public headers, from the top of the tree>...])
 function(qbdkr_shared_library target)
+  cmake_parse_arguments(LIBRARY "" "" "HEADERS" ${ARGN})
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}  # before 1.0 each minor version breaks
@@ -11,9 +15,12 @@ function(qbdkr_shared_library target)
   add_library(QBDKRProductClient::${target} ALIAS ${target})
   target_include_directories(${target} PUBLIC
     $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}/QBDKRProductClient>)
+    $<INSTALL_INTERFACE:${QBDKR_INSTALL_HEADERS}>)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:QBDKRWarnings>)
+  if(APPLE)
+    qbdkr_framework(${target} ${LIBRARY_HEADERS})
+  endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT QBDKR_SANITIZERS)
     target_link_options(${target} PRIVATE -Wl,-z,defs -Wl,--as-needed)
   endif()
@@ -21,4 +28,36 @@ function(qbdkr_shared_library target)
     # Threads of the framework outlast a dlclose().
     target_link_options(${target} PRIVATE -Wl,-z,nodelete)
   endif()
+endfunction()
+
+# The parts of a framework: Info.plist, the headers in the folders that they are included by, and the
+# module map. Its install name is where a program inside a bundle finds it.
+function(qbdkr_framework target)
+  set(modulemap ${CMAKE_CURRENT_BINARY_DIR}/${target}.modulemap/module.modulemap)
+  set(QBDKR_FRAMEWORK ${target})
+  set(QBDKR_FRAMEWORK_HEADERS "")
+  foreach(header IN LISTS ARGN)
+    string(APPEND QBDKR_FRAMEWORK_HEADERS "  header \"${header}\"\n")
+    get_filename_component(folder ${header} DIRECTORY)
+    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/${header})
+    set_source_files_properties(${PROJECT_SOURCE_DIR}/${header} PROPERTIES
+      MACOSX_PACKAGE_LOCATION Headers/${folder})
+  endforeach()
+  configure_file(${PROJECT_SOURCE_DIR}/cmake/module.modulemap.in ${modulemap} @ONLY)
+  target_sources(${target} PRIVATE ${modulemap})
+  set_source_files_properties(${modulemap} PROPERTIES MACOSX_PACKAGE_LOCATION Modules)
+  set_target_properties(${target} PROPERTIES
+    FRAMEWORK ON
+    FRAMEWORK_VERSION A
+    MACOSX_FRAMEWORK_INFO_PLIST ${PROJECT_SOURCE_DIR}/cmake/Framework.Info.plist.in
+    MACOSX_FRAMEWORK_IDENTIFIER qbdkr.${target}
+    MACOSX_FRAMEWORK_BUNDLE_VERSION ${PROJECT_VERSION}
+    MACOSX_FRAMEWORK_SHORT_VERSION_STRING ${PROJECT_VERSION}
+    INSTALL_NAME_DIR "@executable_path/../Frameworks"
+    BUILD_WITH_INSTALL_NAME_DIR ON
+    INSTALL_RPATH "")
+  add_custom_command(TARGET ${target} POST_BUILD
+    COMMAND ${CMAKE_COMMAND} -E create_symlink Versions/Current/Modules
+            $<TARGET_BUNDLE_DIR:${target}>/Modules
+    VERBATIM)
 endfunction()

@@ -1,7 +1,5 @@
 #include <pthread.h>
 
-#include <algorithm>
-#include <array>
 #include <atomic>
 #include <cstring>
 #include <memory>
@@ -9,7 +7,7 @@
 #include "Platform/AppleEvent.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/Linux/BusSender.h"
-#include "Platform/Text.h"
+#include "Platform/SendableText.h"
 
 namespace qbdkr {
 namespace {
@@ -26,12 +24,6 @@ std::uint64_t microseconds(long timeout) {
   if (timeout == kNoTimeOut) return UINT64_MAX;
   if (timeout < 0) return busDefaultTimeout;
   return static_cast<std::uint64_t>(timeout) * microsecondsPerTick;
-}
-
-bool isSendable(const std::string& text) {
-  const auto isPlain = [](char byte) { return static_cast<signed char>(byte) > 0; };
-  if (std::ranges::all_of(text, isPlain)) return true;
-  return text.find('\0') == std::string::npos && isValidUTF8(text);
 }
 
 bool isSendableText(const AppleEventDescriptor* item) {

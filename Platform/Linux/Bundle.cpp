@@ -7,8 +7,10 @@
 #include <array>
 #include <climits>
 
+#include "Platform/BundleState.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
+#include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/Localization.h"
 
 namespace qbdkr {
@@ -54,35 +56,27 @@ std::string folderOf(const std::string& resources, const std::string& language) 
   return appendPathComponent(resources, language + ".lproj");
 }
 
-Dictionary localizedInfo(const std::string& bundlePath, Dictionary info) {
+Dictionary localizedInfoAt(const std::string& bundlePath, Dictionary info) {
   const std::string resources = resourcesOf(bundlePath);
   const auto languages = preferredLanguages(localizationsIn(resources), info);
   if (languages.empty()) return info;
   const std::string folder = folderOf(resources, languages.front());
-  const auto strings = readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"));
-  if (!strings) return info;
-  std::vector<Dictionary::Entry> entries(info.begin(), info.end());
-  entries.insert(entries.end(), strings->begin(), strings->end());
-  return Dictionary::fromEntries(std::move(entries));
+  const auto texts = readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"));
+  return texts ? localizedInfo(std::move(info), *texts) : info;
 }
 
 }  // namespace
-
-struct Bundle::State {
-  std::string path;
-  Dictionary info;
-};
 
 const Bundle& Bundle::main() {
   static const auto& bundle = *new Bundle([] {
     const std::string executable = runningExecutable();
     if (const auto enclosing = bundleOfExecutable(executable)) {
       return std::make_shared<const State>(
-          State{enclosing->path, localizedInfo(enclosing->path, *enclosing->info)});
+          State{enclosing->path, localizedInfoAt(enclosing->path, *enclosing->info), nullptr});
     }
     const auto slash = executable.rfind('/');
     return std::make_shared<const State>(
-        State{slash == std::string::npos ? "/" : executable.substr(0, slash), {}});
+        State{slash == std::string::npos ? "/" : executable.substr(0, slash), {}, nullptr});
   }());
   return bundle;
 }
@@ -91,19 +85,7 @@ std::optional<Bundle> Bundle::withPath(const std::string& path) {
   if (!isDirectory(path)) return std::nullopt;
   auto info = readDictionaryFile(appendPathComponent(path, informationFile));
   return Bundle(std::make_shared<const State>(
-      State{path, localizedInfo(path, std::move(info).value_or(Dictionary()))}));
-}
-
-const std::string& Bundle::bundlePath() const { return state_->path; }
-
-const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) const {
-  return state_->info.find(key);
-}
-
-std::optional<std::string> Bundle::infoString(std::string_view key) const {
-  const PropertyList* value = objectForInfoDictionaryKey(key);
-  if (value == nullptr || value->string() == nullptr) return std::nullopt;
-  return *value->string();
+      State{path, localizedInfoAt(path, std::move(info).value_or(Dictionary())), nullptr}));
 }
 
 std::optional<std::string> Bundle::executablePath() const {

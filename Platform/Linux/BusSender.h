@@ -8,7 +8,7 @@
 #include <string>
 
 #include "Platform/AppleEvent.h"
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Descriptor.h"
 #include "Platform/Linux/SdBus.h"
 
 namespace qbdkr {

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Descriptor.h"
 
 namespace qbdkr {
 

@@ -1,5 +1,3 @@
-#include "Platform/Log.h"
-
 #include <pthread.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -11,6 +9,9 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <string_view>
+
+#include "Platform/LogLine.h"
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
@@ -18,29 +19,11 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::size_t longestLine = 16'384;
-
 bool standardErrorIsJournal() {
   const char* stream = std::getenv("JOURNAL_STREAM");
   struct stat status {};
   if (stream == nullptr || fstat(STDERR_FILENO, &status) != 0) return false;
   return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
-}
-
-std::string escaped(std::string_view text) {
-  std::string line;
-  line.reserve(text.size());
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x20 && byte != 0x7F) {
-      line += character;
-    } else {
-      std::array<char, 8> code{};
-      std::snprintf(code.data(), code.size(), "\\%03o", byte);
-      line += code.data();
-    }
-  }
-  return line;
 }
 
 std::string prefix() {
@@ -93,13 +76,11 @@ void writeToStandardError(std::string_view line) {
 
 }  // namespace
 
-void log(std::string_view line) {
-  const bool cut = line.size() > longestLine;
-  const std::string text = escaped(line.substr(0, longestLine)) + (cut ? "..." : "");
+void writeLogLine(const std::string& line) {
   if (standardErrorIsJournal()) {
-    sd_journal_send("MESSAGE=%s", text.c_str(), "PRIORITY=5", nullptr);
+    sd_journal_send("MESSAGE=%s", line.c_str(), "PRIORITY=5", nullptr);
   } else {
-    writeToStandardError(text);
+    writeToStandardError(line);
   }
 }
 

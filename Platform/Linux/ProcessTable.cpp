@@ -18,8 +18,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Bundle.h"
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Descriptor.h"
+#include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/ProcessInformation.h"
 
 namespace qbdkr {

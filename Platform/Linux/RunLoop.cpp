@@ -6,40 +6,31 @@
 #include <time.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <atomic>
 #include <cerrno>
-#include <mutex>
 #include <stdexcept>
 #include <thread>
 #include <utility>
 #include <vector>
 
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Descriptor.h"
 #include "Platform/Linux/MainEventLoop.h"
+#include "Platform/TaskQueue.h"
 
 namespace qbdkr {
 namespace {
-
-// A timer that is always due would leave nothing else a turn.
-std::uint64_t microseconds(std::chrono::milliseconds interval) {
-  const auto atLeast = std::max(interval, std::chrono::milliseconds(1));
-  return static_cast<std::uint64_t>(std::chrono::microseconds(atLeast).count());
-}
-
-// How late a timer may fire, so that the system can wake up once for several: a tenth of the
-// interval, a quarter of a second at most. (0 would mean a quarter of a second to sd-event.)
-std::uint64_t slack(std::uint64_t interval) {
-  return std::clamp<std::uint64_t>(interval / 10, 1, 250'000);
-}
 
 class EventLoop;
 
 class EventTimer final : public RunLoopTimer, public std::enable_shared_from_this<EventTimer> {
  public:
-  EventTimer(const std::shared_ptr<EventLoop>& loop, std::uint64_t interval,
+  EventTimer(const std::shared_ptr<EventLoop>& loop, std::chrono::microseconds interval,
              RunLoop::TimerTask task)
-      : loop_(loop), interval_(interval), task_(std::move(task)) {}
+      : loop_(loop),
+        interval_(static_cast<std::uint64_t>(interval.count())),
+        // 0 would mean a quarter of a second to sd-event; the slack is never 0.
+        slack_(static_cast<std::uint64_t>(timerSlack(interval).count())),
+        task_(std::move(task)) {}
 
   EventTimer(const EventTimer&) = delete;
   EventTimer& operator=(const EventTimer&) = delete;
@@ -56,7 +47,8 @@ class EventTimer final : public RunLoopTimer, public std::enable_shared_from_thi
   void tick(std::uint64_t due);
 
   std::weak_ptr<EventLoop> loop_;
-  std::uint64_t interval_;
+  std::uint64_t interval_;  // microseconds, as the slack
+  std::uint64_t slack_;
   RunLoop::TimerTask task_;
   std::atomic<bool> valid_{true};
   sd_event_source* source_ = nullptr;
@@ -106,17 +98,14 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
   }
 
   void perform(Task task) override {
-    {
-      const std::lock_guard lock(mutex_);
-      tasks_.push_back(std::move(task));
-    }
+    tasks_.add(std::move(task));
     wake();
   }
 
   std::shared_ptr<RunLoopTimer> scheduleTimer(std::chrono::milliseconds interval,
                                               TimerTask task) override {
     auto timer =
-        std::make_shared<EventTimer>(shared_from_this(), microseconds(interval), std::move(task));
+        std::make_shared<EventTimer>(shared_from_this(), timerInterval(interval), std::move(task));
     if (!timer->arm(event_)) throw std::runtime_error("no timer");
     timers_.push_back(timer);
     wake();
@@ -147,35 +136,20 @@ class EventLoop final : public RunLoop, public std::enable_shared_from_this<Even
   static int onWake(sd_event_source*, int descriptor, std::uint32_t, void* self) {
     std::uint64_t count = 0;
     [[maybe_unused]] const auto got = ::read(descriptor, &count, sizeof count);
-    static_cast<EventLoop*>(self)->performTasks();
+    static_cast<EventLoop*>(self)->tasks_.perform();
     return 0;
-  }
-
-  void performTasks() {
-    std::vector<Task> due;
-    {
-      const std::lock_guard lock(mutex_);
-      due.swap(tasks_);
-    }
-    for (const Task& task : due) {
-      try {
-        task();
-      } catch (...) {  // nothing may unwind through the event library
-      }
-    }
   }
 
   Descriptor wake_;
   sd_event* event_ = nullptr;
   std::atomic<bool> stopped_{false};
-  std::mutex mutex_;
-  std::vector<Task> tasks_;
+  TaskQueue tasks_;
   std::vector<std::shared_ptr<EventTimer>> timers_;
 };
 
 bool EventTimer::arm(sd_event* event) {
-  return sd_event_add_time_relative(event, &source_, CLOCK_MONOTONIC, interval_, slack(interval_),
-                                    fire, this) >= 0;
+  return sd_event_add_time_relative(event, &source_, CLOCK_MONOTONIC, interval_, slack_, fire,
+                                    this) >= 0;
 }
 
 int EventTimer::fire(sd_event_source*, std::uint64_t due, void* self) {

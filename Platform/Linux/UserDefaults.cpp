@@ -1,5 +1,3 @@
-#include "Platform/UserDefaults.h"
-
 #include <fcntl.h>
 
 #include <cerrno>
@@ -10,11 +8,10 @@
 #include <mutex>
 #include <utility>
 
-#include "Platform/Bundle.h"
+#include "Platform/DefaultsStore.h"
+#include "Platform/Descriptor.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
-#include "Platform/Linux/Descriptor.h"
-#include "Platform/RunLoop.h"
 
 namespace qbdkr {
 namespace {
@@ -30,13 +27,8 @@ std::string preferencesDirectory() {
   return appendPathComponent(usable ? configured : expandTilde("~/.config"), "preferences");
 }
 
-// Absent for a domain that is no plain file name.
 std::optional<std::string> fileOfDomain(std::string_view domain) {
-  constexpr std::size_t longest = 200;
-  if (domain.empty() || domain.size() > longest || domain.starts_with('.') ||
-      domain.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) {
-    return std::nullopt;
-  }
+  if (!isDomainName(domain)) return std::nullopt;
   return appendPathComponent(preferencesDirectory(), std::string(domain) + ".plist");
 }
 
@@ -93,51 +85,26 @@ bool store(std::string_view domain, const Changes& changes) {
 
 }  // namespace
 
-struct UserDefaults::State {
+struct DefaultsStore::State {
   explicit State(std::string name) : domain(std::move(name)) {}
-
-  bool synchronize() {
-    const std::lock_guard oneWriter(writing);
-    Changes changes;
-    {
-      const std::lock_guard lock(mutex);
-      changes = unsaved;
-    }
-    if (changes.empty()) return true;
-    if (!store(domain, changes)) return false;
-    // What was set again while the file was written is still unsaved.
-    const std::lock_guard lock(mutex);
-    for (const auto& [key, value] : changes) {
-      const auto entry = unsaved.find(key);
-      if (entry != unsaved.end() && entry->second == value) unsaved.erase(entry);
-    }
-    return true;
-  }
 
   const std::string domain;
   std::mutex writing;
   std::mutex mutex;
   Changes unsaved;
-  bool writeScheduled = false;  // on the main run loop
 };
 
-UserDefaults& UserDefaults::standard() {
-  static auto& defaults =
-      *new UserDefaults(Bundle::main().infoString(kCFBundleIdentifierKey).value_or(""));
-  return defaults;
-}
+DefaultsStore::DefaultsStore(std::string domain)
+    : state_(std::make_unique<State>(std::move(domain))) {}
 
-std::optional<Dictionary> UserDefaults::persistentDomain(std::string_view domain) {
+DefaultsStore::~DefaultsStore() = default;
+
+std::optional<Dictionary> DefaultsStore::contentsOf(const std::string& domain) {
   const auto stored = readDomain(domain);
   return stored ? std::optional(*stored) : std::nullopt;
 }
 
-UserDefaults::UserDefaults(std::string domain)
-    : state_(std::make_shared<State>(std::move(domain))) {}
-
-UserDefaults::~UserDefaults() = default;
-
-std::optional<PropertyList> UserDefaults::object(std::string_view key) const {
+std::optional<PropertyList> DefaultsStore::object(const std::string& key) const {
   {
     const std::lock_guard lock(state_->mutex);
     const auto entry = state_->unsaved.find(key);
@@ -148,28 +115,27 @@ std::optional<PropertyList> UserDefaults::object(std::string_view key) const {
   return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
-bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> value) {
-  const bool representable =
-      xmlPropertyList(Dictionary{{std::string(key), value.value_or(PropertyList())}}).has_value();
-  if (!representable) return false;
-  bool alreadyScheduled = false;
+void DefaultsStore::setObject(const std::string& key, std::optional<PropertyList> value) {
+  const std::lock_guard lock(state_->mutex);
+  state_->unsaved.insert_or_assign(key, std::move(value));
+}
+
+bool DefaultsStore::synchronize() {
+  const std::lock_guard oneWriter(state_->writing);
+  Changes changes;
   {
     const std::lock_guard lock(state_->mutex);
-    alreadyScheduled = std::exchange(state_->writeScheduled, true);
-    state_->unsaved.insert_or_assign(std::string(key), std::move(value));
+    changes = state_->unsaved;
   }
-  if (!alreadyScheduled) {
-    RunLoop::main().perform([state = state_] {
-      {
-        const std::lock_guard lock(state->mutex);
-        state->writeScheduled = false;
-      }
-      state->synchronize();
-    });
+  if (changes.empty()) return true;
+  if (!store(state_->domain, changes)) return false;
+  // What was set again while the file was written is still unsaved.
+  const std::lock_guard lock(state_->mutex);
+  for (const auto& [key, value] : changes) {
+    const auto entry = state_->unsaved.find(key);
+    if (entry != state_->unsaved.end() && entry->second == value) state_->unsaved.erase(entry);
   }
   return true;
 }
-
-bool UserDefaults::synchronize() { return state_->synchronize(); }
 
 }  // namespace qbdkr

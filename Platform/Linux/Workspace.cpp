@@ -1,5 +1,3 @@
-#include "Platform/Workspace.h"
-
 #include <poll.h>
 
 #include <algorithm>
@@ -8,11 +6,11 @@
 #include <memory>
 
 #include "Platform/Bundle.h"
-#include "Platform/Files.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/DetachedProcess.h"
 #include "Platform/Linux/ProcessInformation.h"
 #include "Platform/Linux/SdBus.h"
+#include "Platform/OpenApplication.h"
 #include "Platform/ProcessTable.h"
 
 namespace qbdkr {
@@ -21,8 +19,6 @@ namespace {
 using Clock = std::chrono::steady_clock;
 
 constexpr std::chrono::seconds checkInPatience(10);
-// Whoever holds the lock is waiting for a check-in himself.
-constexpr std::chrono::seconds lockPatience(15);
 
 int millisecondsUntil(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
@@ -106,14 +102,10 @@ bool isRunning(const std::string& identifier) {
 
 }  // namespace
 
-bool openFile(const std::string& bundlePath) {
-  // One opener at a time: the next one finds the application running. Where there are no locks, or
-  // whoever has it is stuck, two at the same time are the lesser evil.
-  const auto lock = FileLock::acquire(bundlePath, lockPatience);
-  const auto bundle = Bundle::withPath(bundlePath);
-  const auto executable = bundle ? bundle->executablePath() : std::nullopt;
+bool openApplication(const Bundle& bundle) {
+  const auto executable = bundle.executablePath();
   if (!executable) return false;
-  const auto identifier = bundle->infoString(kCFBundleIdentifierKey);
+  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
   if (identifier && isRunning(*identifier)) return true;
 
   const auto process = startDetached(*executable);
@@ -122,10 +114,6 @@ bool openFile(const std::string& bundlePath) {
   if (!name) return !hasEnded(*process);
   const auto deadline = Clock::now() + checkInPatience;
   return CheckIn(*name).wait(*process, deadline) || !hasEnded(*process);
-}
-
-void waitWhileOpened(const std::string& bundlePath) {
-  [[maybe_unused]] const auto lock = FileLock::acquire(bundlePath, lockPatience);
 }
 
 }  // namespace qbdkr

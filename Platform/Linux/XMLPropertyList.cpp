@@ -13,13 +13,11 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/Linux/PropertyListForms.h"
+#include "Platform/Linux/RealText.h"
 #include "Platform/PropertyList.h"
-#include "Platform/Text.h"
+#include "Platform/PropertyListForms.h"
 
-namespace qbdkr {
-
-namespace propertylist {
+namespace qbdkr::propertylist {
 
 namespace {
 
@@ -310,15 +308,14 @@ class XMLWriter {
         "<plist version=\"1.0\">\n";
     if (!writeValue(list, 0)) return std::nullopt;
     text_ += "</plist>\n";
-    if (text_.size() > maximumBytes) return std::nullopt;
     return std::move(text_);
   }
 
  private:
-  // False when the value cannot be written. The level is the number of containers around it.
+  // False when it gets too long. The level is the number of containers around the value.
   bool writeValue(const PropertyList& list, std::size_t level) {
     // Given up early: what is too long already need not be written to its end.
-    if (!values_.take() || text_.size() > maximumBytes) return false;
+    if (text_.size() > maximumBytes) return false;
     return std::visit([&](const auto& value) { return write(value, level); }, list.value());
   }
 
@@ -345,7 +342,6 @@ class XMLWriter {
   }
 
   bool write(const PropertyList::Data& data, std::size_t level) {
-    if (data.bytes.size() > maximumBytes) return false;
     constexpr std::size_t lineLength = 68;
     const std::string digits = base64FromBytes(data.bytes);
     writeLine("<data>", level);
@@ -357,7 +353,6 @@ class XMLWriter {
   }
 
   bool write(const PropertyList::Array& array, std::size_t level) {
-    if (level == maximumLevels) return false;
     if (array.empty()) return writeLine("<array/>", level);
     writeLine("<array>", level);
     for (const PropertyList& value : array) {
@@ -367,7 +362,6 @@ class XMLWriter {
   }
 
   bool write(const PropertyList::Dictionary& dictionary, std::size_t level) {
-    if (level == maximumLevels) return false;
     if (dictionary.empty()) return writeLine("<dict/>", level);
     writeLine("<dict>", level);
     for (const auto& [key, value] : dictionary) {
@@ -377,41 +371,30 @@ class XMLWriter {
   }
 
   bool writeText(std::string_view element, std::string_view string, std::size_t level) {
-    if (string.size() > maximumBytes || !isValidUTF8(string)) return false;
     std::string escaped;
     escaped.reserve(string.size());
-    for (const char c : string) {
-      if (!appendEscaped(escaped, c)) return false;
-    }
-    if (hasNoncharacter(string)) return false;
+    for (const char c : string) appendEscaped(escaped, c);
     return writeScalar(element, std::move(escaped), level);
   }
 
-  static bool appendEscaped(std::string& escaped, char c) {
+  static void appendEscaped(std::string& escaped, char c) {
     switch (c) {
       case '&':
         escaped += "&amp;";
-        return true;
+        break;
       case '<':
         escaped += "&lt;";
-        return true;
+        break;
       case '>':
         escaped += "&gt;";
-        return true;
+        break;
       case '\r':  // a reader of XML takes a plain one for the end of a line
         escaped += "&#13;";
-        return true;
+        break;
       default:
+        escaped += c;
         break;
     }
-    escaped += c;
-    return static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n';
-  }
-
-  // U+FFFE and U+FFFF, the only ones besides control characters that XML has no place for.
-  static bool hasNoncharacter(std::string_view utf8) {
-    return utf8.find("\xEF\xBF\xBE") != std::string_view::npos ||
-           utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
   }
 
   bool writeScalar(std::string_view element, const std::optional<std::string>& content,
@@ -432,17 +415,12 @@ class XMLWriter {
   void indent(std::size_t level) { text_.append(level, '\t'); }
 
   std::string text_;
-  Allowance values_{maximumValues};
 };
 
 }  // namespace
 
 std::optional<PropertyList> readXML(std::string_view utf8) { return XMLReader().read(utf8); }
 
-}  // namespace propertylist
+std::optional<std::string> writeXML(const PropertyList& list) { return XMLWriter().write(list); }
 
-std::optional<std::string> xmlPropertyList(const PropertyList& value) {
-  return propertylist::XMLWriter().write(value);
-}
-
-}  // namespace qbdkr
+}  // namespace qbdkr::propertylist

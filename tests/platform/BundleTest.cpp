@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "Platform/Bundle.h"
+#include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/Localization.h"
 #include "Program.h"
 #include "support/Environment.h"

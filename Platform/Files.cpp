@@ -18,7 +18,8 @@
 #include <memory>
 #include <system_error>
 
-#include "Platform/Linux/Descriptor.h"
+#include "Platform/Descriptor.h"
+#include "Platform/FileSystem.h"
 
 namespace qbdkr {
 namespace {
@@ -100,10 +101,11 @@ bool copyTree(const fs::path& from, const fs::path& to) {
     fs::copy_symlink(from, to, error);
     return !error;
   }
-  if (fs::is_regular_file(status)) return fs::copy_file(from, to, error);
+  if (fs::is_regular_file(status)) return copyRegularFile(from, to);
   if (!fs::is_directory(status)) return false;
   const auto mode = status.permissions() | fs::perms::owner_all;
-  if (::mkdir(to.c_str(), S_IRWXU) != 0 || ::chmod(to.c_str(), static_cast<mode_t>(mode)) != 0) {
+  if (::mkdir(to.c_str(), S_IRWXU) != 0 || ::chmod(to.c_str(), static_cast<mode_t>(mode)) != 0 ||
+      !copyDirectoryAttributes(from, to)) {
     return false;
   }
   const auto names = contentsOfDirectory(from);
@@ -114,7 +116,7 @@ bool copyTree(const fs::path& from, const fs::path& to) {
 
 bool flush(const fs::path& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return file && ::fsync(file.get()) == 0;
+  return file && flushDescriptor(file.get());
 }
 
 bool flushTree(const fs::path& root) {
@@ -130,9 +132,8 @@ bool flushTree(const fs::path& root) {
 }
 
 bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  // File systems that do not know the flag: a directory never replaces one that has contents.
-  if (errno != EINVAL && errno != ENOSYS) return false;
+  if (const auto moved = renameExclusively(from, to)) return *moved;
+  // On other file systems a directory at least never replaces one that has contents.
   return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
 }
 
@@ -144,16 +145,6 @@ bool writeWhole(int file, std::string_view contents) {
     contents.remove_prefix(static_cast<std::size_t>(written));
   }
   return true;
-}
-
-// Room for a file's first bytes, without a change that a reader could see. File systems that cannot
-// set room aside have it or not when it is written to.
-bool makeRoom(int file, off_t size) {
-  int result = 0;
-  do {
-    result = size == 0 ? 0 : ::fallocate(file, FALLOC_FL_KEEP_SIZE, 0, size);
-  } while (result != 0 && errno == EINTR);
-  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
 }
 
 // Room that is set aside is not held against the limit on the size of this process's files.
@@ -253,7 +244,7 @@ bool replaceFile(const std::string& path, std::string_view contents) {
                                S_IRUSR | S_IWUSR));
   if (!file) return false;
   if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && writeWhole(file.get(), contents) &&
-      ::fsync(file.get()) == 0 && ::rename(staged.c_str(), path.c_str()) == 0) {
+      flushDescriptor(file.get()) && ::rename(staged.c_str(), path.c_str()) == 0) {
     return flush(fs::path(path).parent_path());
   }
   ::unlink(staged.c_str());
@@ -264,9 +255,9 @@ bool rewriteFile(const std::string& path, std::string_view contents) {
   const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
   const auto size = static_cast<off_t>(contents.size());
   // Room is made first: running out of it in the middle would cost what the file held.
-  if (!file || !mayHaveSize(size) || !makeRoom(file.get(), size)) return false;
+  if (!file || !mayHaveSize(size) || !setRoomAside(file.get(), size)) return false;
   return writeWhole(file.get(), contents) && ::ftruncate(file.get(), size) == 0 &&
-         ::fsync(file.get()) == 0;
+         flushDescriptor(file.get());
 }
 
 std::string expandTilde(std::string_view path) {

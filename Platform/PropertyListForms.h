@@ -40,13 +40,16 @@ class Allowance {
 [[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes);
 [[nodiscard]] std::optional<PropertyList> readText(std::string_view utf8);
 
+// The XML form of a value that was found fit for it; absent when it gets longer than it may.
+[[nodiscard]] std::optional<std::string> writeXML(const PropertyList& list);
+
 // Scalars as text. Never those of the locale: a file means the same everywhere.
 [[nodiscard]] std::optional<PropertyList::Integer> integerFromText(std::string_view text);
-[[nodiscard]] std::optional<double> realFromText(std::string_view text);
 [[nodiscard]] std::optional<PropertyList::Date> dateFromText(std::string_view text);
 
 // Absent for a magnitude that no property list can hold.
 [[nodiscard]] std::optional<std::string> textFromInteger(PropertyList::Integer integer);
+// The shortest that reads as the same number. The system's: not every library of C++ has it.
 [[nodiscard]] std::string textFromReal(double real);
 // Whole seconds, as the form has no fractions. Absent outside the years 0 to 9999.
 [[nodiscard]] std::optional<std::string> textFromDate(PropertyList::Date date);

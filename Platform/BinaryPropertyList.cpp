@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Linux/PropertyListForms.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyListForms.h"
 #include "Platform/Text.h"
 
 namespace qbdkr::propertylist {

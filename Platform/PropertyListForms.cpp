@@ -1,11 +1,9 @@
-#include "Platform/Linux/PropertyListForms.h"
+#include "Platform/PropertyListForms.h"
 
 #include <algorithm>
-#include <array>
 #include <charconv>
 #include <chrono>
 #include <cmath>
-#include <limits>
 #include <system_error>
 
 namespace qbdkr::propertylist {
@@ -22,31 +20,6 @@ bool takeSign(std::string_view& text) {
 }
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
-
-bool equalsIgnoringCase(std::string_view text, std::string_view lowercaseText) {
-  return std::ranges::equal(text, lowercaseText, [](char a, char b) {
-    return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
-  });
-}
-
-// A word for a number that digits cannot write.
-std::optional<double> realFromWord(std::string_view word) {
-  if (equalsIgnoringCase(word, "nan")) return std::numeric_limits<double>::quiet_NaN();
-  if (equalsIgnoringCase(word, "inf") || equalsIgnoringCase(word, "infinity")) {
-    return std::numeric_limits<double>::infinity();
-  }
-  return std::nullopt;
-}
-
-std::optional<double> realFromDigits(std::string_view text) {
-  // The conversion knows words and signs of its own; none of them may follow our sign.
-  if (text.empty() || !(isDigit(text.front()) || text.front() == '.')) return std::nullopt;
-  double value = 0;
-  const char* end = text.data() + text.size();
-  const auto [stop, error] = std::from_chars(text.data(), end, value);
-  if (error != std::errc() || stop != end) return std::nullopt;
-  return value;
-}
 
 std::chrono::sys_seconds referencePoint() {
   using namespace std::chrono;
@@ -87,14 +60,6 @@ std::optional<PropertyList::Integer> integerFromText(std::string_view text) {
   return integer;
 }
 
-std::optional<double> realFromText(std::string_view text) {
-  const bool negative = takeSign(text);
-  std::optional<double> value = realFromWord(text);
-  if (!value) value = realFromDigits(text);
-  if (value && negative) *value = -*value;
-  return value;
-}
-
 std::optional<PropertyList::Date> dateFromText(std::string_view text) {
   using namespace std::chrono;
   if (!matchesPattern(text, "0000-00-00T00:00:00Z")) return std::nullopt;
@@ -113,14 +78,6 @@ std::optional<std::string> textFromInteger(PropertyList::Integer integer) {
   if (integer.negative && integer.magnitude > largestNegativeMagnitude) return std::nullopt;
   std::string text = integer.negative && integer.magnitude != 0 ? "-" : "";
   return text + std::to_string(integer.magnitude);
-}
-
-std::string textFromReal(double real) {
-  if (std::isnan(real)) return "nan";
-  if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
-  std::array<char, 32> buffer{};
-  const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real);
-  return {buffer.data(), end};
 }
 
 std::optional<std::string> textFromDate(PropertyList::Date date) {

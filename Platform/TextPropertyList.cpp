@@ -8,8 +8,8 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/Linux/PropertyListForms.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyListForms.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {

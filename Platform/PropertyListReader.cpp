@@ -10,9 +10,9 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Linux/Descriptor.h"
-#include "Platform/Linux/PropertyListForms.h"
+#include "Platform/Descriptor.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyListForms.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {

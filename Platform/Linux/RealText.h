@@ -1,0 +1,11 @@
+#pragma once
+
+#include <optional>
+#include <string_view>
+
+namespace qbdkr::propertylist {
+
+// The inverse of textFromReal(). Never that of the locale.
+[[nodiscard]] std::optional<double> realFromText(std::string_view text);
+
+}  // namespace qbdkr::propertylist

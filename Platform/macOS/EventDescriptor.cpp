@@ -1,0 +1,157 @@
+#include "Platform/macOS/EventDescriptor.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/SendableText.h"
+#include "Platform/Text.h"
+
+namespace qbdkr {
+namespace {
+
+// The names and numbers of our own are the system's.
+static_assert(typeNull == ::typeNull && typeUnicodeText == ::typeUnicodeText);
+static_assert(typeAEList == ::typeAEList && typeKernelProcessID == ::typeKernelProcessID);
+static_assert(typeProcessSerialNumber == ::typeProcessSerialNumber);
+static_assert(typeApplicationBundleID == ::typeApplicationBundleID);
+static_assert(kCoreEventClass == ::kCoreEventClass && keyDirectObject == ::keyDirectObject);
+static_assert(keyAddressAttr == ::keyAddressAttr);
+static_assert(kAutoGenerateReturnID == ::kAutoGenerateReturnID);
+static_assert(kAnyTransactionID == ::kAnyTransactionID);
+static_assert(kAENoReply == ::kAENoReply && kAEWaitReply == ::kAEWaitReply);
+static_assert(kAEDefaultTimeout == ::kAEDefaultTimeout && kNoTimeOut == ::kNoTimeOut);
+static_assert(noErr == ::noErr && paramErr == ::paramErr && procNotFound == ::procNotFound);
+static_assert(connectionInvalid == ::connectionInvalid && errAETimeout == ::errAETimeout);
+static_assert(errAEEventNotHandled == ::errAEEventNotHandled);
+static_assert(errAEEventNotPermitted == ::errAEEventNotPermitted);
+
+// An RPC event has three levels; other programs may send others.
+constexpr std::size_t deepestList = 16;
+constexpr std::size_t mostItems = 65'536;
+constexpr std::size_t mostBytes = std::size_t{64} << 20U;
+
+OSErr makeBytes(FourCharCode type, const void* bytes, std::size_t size, EventDescriptor& made) {
+  return AECreateDesc(type, bytes, static_cast<Size>(size), made.receive());
+}
+
+// Text is UTF-16 in the processor's own byte order here.
+OSErr makeText(const std::string& text, EventDescriptor& made) {
+  if (!isSendable(text)) return paramErr;
+  const std::u16string units = utf16FromUTF8(text);
+  return makeBytes(typeUnicodeText, units.data(), units.size() * sizeof(char16_t), made);
+}
+
+OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made);
+
+OSErr makeList(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
+  if (level == deepestList) return paramErr;
+  OSErr status = AECreateList(nullptr, 0, 0, made.receive());
+  for (std::size_t i = 1; status == noErr && i <= from.numberOfItems(); ++i) {
+    EventDescriptor item;
+    status = makeAtLevel(*from.descriptorAtIndex(i), level + 1, item);
+    if (status == noErr) status = AEPutDesc(made.receive(), static_cast<long>(i), item.get());
+  }
+  return status;
+}
+
+OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
+  if (from.descriptorType() == typeAEList) return makeList(from, level, made);
+  if (from.descriptorType() == typeUnicodeText) return makeText(from.data(), made);
+  return makeBytes(from.descriptorType(), from.data().data(), from.data().size(), made);
+}
+
+std::optional<std::string> bytesOf(const AEDesc& desc) {
+  const Size size = AEGetDescDataSize(&desc);
+  if (size < 0 || static_cast<std::size_t>(size) > mostBytes) return std::nullopt;
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  if (size > 0 && AEGetDescData(&desc, bytes.data(), size) != noErr) return std::nullopt;
+  return bytes;
+}
+
+void appendBigEndian(std::string& bytes, std::uint32_t word) {
+  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(word >> shift & 0xFFU);
+}
+
+// The words of a serial number are in the processor's order in a descriptor, and big-endian in
+// ours.
+std::string inBigEndian(const std::string& serialNumber) {
+  ::ProcessSerialNumber number{};
+  std::memcpy(&number, serialNumber.data(), sizeof number);
+  std::string bytes;
+  appendBigEndian(bytes, number.highLongOfPSN);
+  appendBigEndian(bytes, number.lowLongOfPSN);
+  return bytes;
+}
+
+// Reads what came from outside, with one budget for the whole of it.
+class Reader {
+ public:
+  std::optional<AppleEventDescriptor> read(const AEDesc& desc, std::size_t level) {
+    if (items_++ == mostItems) return std::nullopt;
+    if (desc.descriptorType == typeAEList) return list(desc, level);
+    auto value = text(desc);
+    if (!value) value = plainDescriptor(desc);
+    if (!value) return std::nullopt;
+    bytes_ += value->data().size();
+    return bytes_ > mostBytes ? std::nullopt : std::move(value);
+  }
+
+ private:
+  // As UTF-8 from the system, which knows in what order and with what mark the units came.
+  static std::optional<AppleEventDescriptor> text(const AEDesc& desc) {
+    EventDescriptor coerced;
+    if (desc.descriptorType == typeNull ||
+        AECoerceDesc(&desc, typeUTF8Text, coerced.receive()) != noErr) {
+      return std::nullopt;
+    }
+    auto utf8 = bytesOf(*coerced.get());
+    if (!utf8 || !isValidUTF8(*utf8)) return std::nullopt;
+    return AppleEventDescriptor::withString(std::move(*utf8));
+  }
+
+  std::optional<AppleEventDescriptor> list(const AEDesc& desc, std::size_t level) {
+    long count = 0;
+    if (level == deepestList || AECountItems(&desc, &count) != noErr) return std::nullopt;
+    std::vector<AppleEventDescriptor> items;
+    for (long i = 1; i <= count; ++i) {
+      EventDescriptor item;
+      AEKeyword keyword = 0;
+      if (AEGetNthDesc(&desc, i, typeWildCard, &keyword, item.receive()) != noErr) {
+        return std::nullopt;
+      }
+      auto value = read(*item.get(), level + 1);
+      if (!value) return std::nullopt;
+      items.push_back(std::move(*value));
+    }
+    return AppleEventDescriptor::list(std::move(items));
+  }
+
+  std::size_t items_ = 0;
+  std::size_t bytes_ = 0;
+};
+
+}  // namespace
+
+OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made) {
+  return makeAtLevel(from, 0, made);
+}
+
+std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {
+  auto bytes = bytesOf(desc);
+  if (!bytes) return std::nullopt;
+  if (desc.descriptorType == typeProcessSerialNumber &&
+      bytes->size() == sizeof(::ProcessSerialNumber)) {
+    bytes = inBigEndian(*bytes);
+  }
+  return AppleEventDescriptor::withBytes(desc.descriptorType, std::move(*bytes));
+}
+
+std::optional<AppleEventDescriptor> textualDescriptor(const AEDesc& desc) {
+  return Reader().read(desc, 0);
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,39 @@
+#pragma once
+
+#include <CoreServices/CoreServices.h>
+
+#include <cstddef>
+#include <optional>
+
+#include "Platform/AppleEvent.h"
+
+namespace qbdkr {
+
+// Owns a descriptor of the Apple Event Manager's; the null descriptor until one is stored.
+class EventDescriptor {
+ public:
+  EventDescriptor() { AEInitializeDesc(&desc_); }
+  EventDescriptor(const EventDescriptor&) = delete;
+  EventDescriptor& operator=(const EventDescriptor&) = delete;
+  ~EventDescriptor() { AEDisposeDesc(&desc_); }
+
+  [[nodiscard]] const AEDesc* get() const { return &desc_; }
+  // Where a function stores a descriptor that is then to be owned. Only once.
+  [[nodiscard]] AEDesc* receive() { return &desc_; }
+
+ private:
+  AEDesc desc_{};
+};
+
+// The system's descriptor for one of ours. A status: paramErr for text that cannot be sent and for
+// lists within lists beyond all reason, else the Apple Event Manager's.
+[[nodiscard]] OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made);
+
+// The bytes of a descriptor as they are; a serial number of a process as two big-endian words.
+[[nodiscard]] std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc);
+
+// A descriptor that came from outside: lists with their items, everything that the system can tell
+// as text as text, the rest plain. Absent when it is larger or deeper than any event may be.
+[[nodiscard]] std::optional<AppleEventDescriptor> textualDescriptor(const AEDesc& desc);
+
+}  // namespace qbdkr

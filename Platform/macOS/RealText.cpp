@@ -1,0 +1,27 @@
+#include <stdio.h>
+#include <stdlib.h>
+#include <xlocale.h>
+
+#include <array>
+#include <cmath>
+#include <string>
+
+#include "Platform/PropertyListForms.h"
+
+namespace qbdkr::propertylist {
+
+// std::to_chars() for real numbers came to the system's library of C++ after the oldest system this
+// runs on.
+std::string textFromReal(double real) {
+  if (std::isnan(real)) return "nan";
+  if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
+  static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
+  std::array<char, 32> text{};
+  for (int digits = 15; digits <= 17; ++digits) {
+    snprintf_l(text.data(), text.size(), plain, "%.*g", digits, real);
+    if (strtod_l(text.data(), nullptr, plain) == real) break;
+  }
+  return text.data();
+}
+
+}  // namespace qbdkr::propertylist

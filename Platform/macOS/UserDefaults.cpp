@@ -1,0 +1,76 @@
+#include <atomic>
+#include <utility>
+
+#include "Platform/DefaultsStore.h"
+#include "Platform/macOS/CoreFoundationText.h"
+#include "Platform/macOS/PropertyListConversion.h"
+
+namespace qbdkr {
+namespace {
+
+// Null for a domain that is none.
+CFRef<CFStringRef> applicationID(std::string_view domain) {
+  if (!isDomainName(domain)) return {};
+  return stringFromText(domain);
+}
+
+// Stores what this process has set, and takes over what others have stored.
+bool synchronized(CFStringRef application) {
+  return CFPreferencesSynchronize(application, kCFPreferencesCurrentUser, kCFPreferencesAnyHost) !=
+         0;
+}
+
+}  // namespace
+
+struct DefaultsStore::State {
+  explicit State(std::string name) : domain(std::move(name)), application(applicationID(domain)) {}
+
+  const std::string domain;
+  const CFRef<CFStringRef> application;
+  std::atomic<bool> refused = false;  // something was set in a domain that is none
+};
+
+DefaultsStore::DefaultsStore(std::string domain)
+    : state_(std::make_unique<State>(std::move(domain))) {}
+
+DefaultsStore::~DefaultsStore() = default;
+
+std::optional<PropertyList::Dictionary> DefaultsStore::contentsOf(const std::string& domain) {
+  const auto application = applicationID(domain);
+  if (!application) return std::nullopt;
+  synchronized(application.get());
+  const CFRef<CFDictionaryRef> stored(CFPreferencesCopyMultiple(
+      nullptr, application.get(), kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+  if (!stored || CFDictionaryGetCount(stored.get()) == 0) return std::nullopt;
+  return dictionaryFrom(stored.get());
+}
+
+std::optional<PropertyList> DefaultsStore::object(const std::string& key) const {
+  const auto name = stringFromText(key);
+  const CFStringRef application = state_->application.get();
+  if (application == nullptr || !name) return std::nullopt;
+  synchronized(application);
+  const CFRef<CFPropertyListRef> value(CFPreferencesCopyValue(
+      name.get(), application, kCFPreferencesCurrentUser, kCFPreferencesAnyHost));
+  return propertyListFrom(value.get());
+}
+
+void DefaultsStore::setObject(const std::string& key, std::optional<PropertyList> value) {
+  const auto name = stringFromText(key);
+  const CFStringRef application = state_->application.get();
+  const CFRef<CFPropertyListRef> stored =
+      value ? propertyListFor(*value) : CFRef<CFPropertyListRef>();
+  if (application == nullptr || !name || (value && !stored)) {
+    state_->refused = true;
+    return;
+  }
+  CFPreferencesSetValue(name.get(), stored.get(), application, kCFPreferencesCurrentUser,
+                        kCFPreferencesAnyHost);
+}
+
+bool DefaultsStore::synchronize() {
+  if (state_->refused) return false;
+  return state_->application.get() == nullptr || synchronized(state_->application.get());
+}
+
+}  // namespace qbdkr

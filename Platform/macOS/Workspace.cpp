@@ -1,0 +1,20 @@
+#include <CoreServices/CoreServices.h>
+
+#include "Platform/OpenApplication.h"
+#include "Platform/macOS/CoreFoundationText.h"
+
+namespace qbdkr {
+
+// LaunchServices starts no second process of an application that is running or being opened.
+// Without the flag for asynchronous launches it returns when the application has been launched. A
+// helper agent takes no focus from the host, and no place in a menu.
+bool openApplication(const Bundle& bundle) {
+  const auto url = directoryURL(bundle.bundlePath());
+  if (!url) return false;
+  LSLaunchURLSpec launch{};
+  launch.appURL = url.get();
+  launch.launchFlags = kLSLaunchDontAddToRecents | kLSLaunchDontSwitch;
+  return LSOpenFromURLSpec(&launch, nullptr) == ::noErr;
+}
+
+}  // namespace qbdkr

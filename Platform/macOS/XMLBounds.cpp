@@ -1,0 +1,69 @@
+#include "Platform/macOS/XMLBounds.h"
+
+namespace qbdkr::propertylist {
+
+namespace {
+
+// Takes everything up to and with a mark off the front; all of it when there is no such mark.
+std::string_view takeThrough(std::string_view& text, std::string_view mark) {
+  const auto place = text.find(mark);
+  const auto length = place == std::string_view::npos ? text.size() : place + mark.size();
+  const std::string_view taken = text.substr(0, length);
+  text.remove_prefix(length);
+  return taken;
+}
+
+// Only what is written exactly so counts as an element without contents: where a reader might see
+// it otherwise, it had better count as one level too many than as one too few.
+bool isWithoutContents(std::string_view tag) {
+  constexpr std::string_view end = "/>";
+  if (!tag.ends_with(end)) return false;
+  tag.remove_suffix(end.size());
+  return tag.find_first_of("/\"'") == std::string_view::npos;
+}
+
+constexpr std::string_view commentBegin = "!--";
+
+}  // namespace
+
+bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels) {
+  std::size_t level = 0;
+  for (auto place = text.find('<'); place != std::string_view::npos; place = text.find('<')) {
+    text.remove_prefix(place + 1);
+    if (text.starts_with(commentBegin)) {
+      text.remove_prefix(commentBegin.size());
+      takeThrough(text, "-->");
+    } else if (text.starts_with("![CDATA[")) {
+      takeThrough(text, "]]>");
+    } else if (text.starts_with('?')) {
+      text.remove_prefix(1);
+      takeThrough(text, "?>");
+    } else {
+      const std::string_view tag = takeThrough(text, ">");
+      // A tag within a tag is none, and a document type with declarations could bring entities that
+      // multiply.
+      if (tag.find_first_of(tag.starts_with('!') ? "<[" : "<") != std::string_view::npos) {
+        return false;
+      }
+      if (tag.starts_with('!')) {
+        if (level > 0) return false;
+      } else if (tag.starts_with('/')) {
+        if (level > 0) --level;
+      } else {
+        if (elements-- == 0) return false;
+        if (!isWithoutContents(tag) && ++level > levels) return false;
+      }
+    }
+  }
+  return true;
+}
+
+std::string_view withoutXMLDeclaration(std::string_view text) {
+  const auto first = text.find_first_not_of(" \t\r\n");
+  if (first == std::string_view::npos || !text.substr(first).starts_with("<?xml")) return text;
+  text.remove_prefix(first);
+  takeThrough(text, "?>");
+  return text;
+}
+
+}  // namespace qbdkr::propertylist

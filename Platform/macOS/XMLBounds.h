@@ -1,0 +1,16 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+namespace qbdkr::propertylist {
+
+// Whether the elements of an XML text are no more and nest no deeper than this, and it brings no
+// declarations of its own. Looked at before the system reads the text, whose reader has no bounds.
+// A text that is no XML may pass: it is the reader's to refuse.
+[[nodiscard]] bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels);
+
+// The text without an XML declaration, which may name another encoding than the text has by now.
+[[nodiscard]] std::string_view withoutXMLDeclaration(std::string_view text);
+
+}  // namespace qbdkr::propertylist

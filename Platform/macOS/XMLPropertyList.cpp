@@ -1,0 +1,60 @@
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/PropertyListForms.h"
+#include "Platform/macOS/PropertyListConversion.h"
+#include "Platform/macOS/XMLBounds.h"
+
+namespace qbdkr::propertylist {
+
+namespace {
+
+// Besides the containers there are the outermost element and the scalars, and a key for each value
+// of a dictionary.
+constexpr std::size_t mostLevels = maximumLevels + 2;
+constexpr std::size_t mostElements = 2 * maximumValues + 1;
+
+// Only line ends of the text itself: the writer ends its lines with line feeds. A reader of XML
+// takes a plain carriage return for one as well.
+std::string withEscapedReturns(std::string_view xml) {
+  std::string text;
+  text.reserve(xml.size());
+  for (const char c : xml) {
+    if (c == '\r') {
+      text += "&#13;";
+    } else {
+      text += c;
+    }
+  }
+  return text;
+}
+
+}  // namespace
+
+std::optional<PropertyList> readXML(std::string_view utf8) {
+  if (!isBoundedXML(utf8, mostElements, mostLevels)) return std::nullopt;
+  const std::string_view xml = withoutXMLDeclaration(utf8);
+  const CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
+                                           reinterpret_cast<const UInt8*>(xml.data()),
+                                           static_cast<CFIndex>(xml.size())));
+  if (!data) return std::nullopt;
+  CFPropertyListFormat form{};
+  const CFRef<CFPropertyListRef> list(CFPropertyListCreateWithData(
+      kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &form, nullptr));
+  if (!list || form != kCFPropertyListXMLFormat_v1_0) return std::nullopt;
+  return propertyListFrom(list.get());
+}
+
+std::optional<std::string> writeXML(const PropertyList& list) {
+  const CFRef<CFPropertyListRef> value = propertyListFor(list);
+  if (!value) return std::nullopt;
+  const CFRef<CFDataRef> data(CFPropertyListCreateData(kCFAllocatorDefault, value.get(),
+                                                       kCFPropertyListXMLFormat_v1_0, 0, nullptr));
+  if (!data) return std::nullopt;
+  return withEscapedReturns({reinterpret_cast<const char*>(CFDataGetBytePtr(data.get())),
+                             static_cast<std::size_t>(CFDataGetLength(data.get()))});
+}
+
+}  // namespace qbdkr::propertylist

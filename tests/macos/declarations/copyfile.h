@@ -1,0 +1,24 @@
+#pragma once
+
+// copyfile(3):
+// https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man3/copyfile.3.html
+
+#include <stdint.h>
+
+#define COPYFILE_ACL (1 << 0)
+#define COPYFILE_STAT (1 << 1)
+#define COPYFILE_XATTR (1 << 2)
+#define COPYFILE_DATA (1 << 3)
+#define COPYFILE_ALL (COPYFILE_ACL | COPYFILE_STAT | COPYFILE_XATTR | COPYFILE_DATA)
+#define COPYFILE_EXCL (1 << 17)
+#define COPYFILE_NOFOLLOW_SRC (1 << 18)
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+typedef struct _copyfile_state* copyfile_state_t;
+typedef uint32_t copyfile_flags_t;
+int copyfile(const char* from, const char* to, copyfile_state_t state, copyfile_flags_t flags);
+#ifdef __cplusplus
+}
+#endif

@@ -1,0 +1,22 @@
+#pragma once
+#pragma GCC system_header
+
+// What macOS has beyond POSIX: fcntl(2),
+// https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man2/fcntl.2.html
+// Numbers and layout: golang.org/x/sys/unix for darwin (F_FULLFSYNC, F_PREALLOCATE, Fstore_t).
+
+#include_next <fcntl.h>
+#include <sys/types.h>
+
+#define F_PREALLOCATE 42
+#define F_FULLFSYNC 51
+#define F_ALLOCATEALL 0x00000004
+#define F_PEOFPOSMODE 3
+
+typedef struct fstore {
+  unsigned int fst_flags;
+  int fst_posmode;
+  off_t fst_offset;
+  off_t fst_length;
+  off_t fst_bytesalloc;
+} fstore_t;

@@ -1,0 +1,48 @@
+#pragma once
+#pragma GCC system_header  // one name for a struct and a function
+
+// kqueue(2), kevent(2):
+// https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man2/kqueue.2.html
+// Numbers and packing: "Kevent_t" and the constants of golang.org/x/sys/unix for darwin.
+
+#include <stdint.h>
+#include <time.h>
+
+#define EVFILT_READ (-1)
+#define EVFILT_TIMER (-7)
+#define EVFILT_MACHPORT (-8)
+#define EV_ADD 0x0001
+#define EV_ONESHOT 0x0010
+#define NOTE_USECONDS 0x00000002
+
+#pragma pack(push, 4)
+struct kevent {
+  uintptr_t ident;
+  int16_t filter;
+  uint16_t flags;
+  uint32_t fflags;
+  intptr_t data;
+  void* udata;
+};
+#pragma pack(pop)
+
+#define EV_SET(event, a, b, c, d, e, f) \
+  do {                                  \
+    struct kevent* target_ = (event);   \
+    target_->ident = (a);               \
+    target_->filter = (b);              \
+    target_->flags = (c);               \
+    target_->fflags = (d);              \
+    target_->data = (e);                \
+    target_->udata = (f);               \
+  } while (0)
+
+#ifdef __cplusplus
+extern "C" {
+#endif
+int kqueue(void);
+int kevent(int kq, const struct kevent* changelist, int nchanges, struct kevent* eventlist,
+           int nevents, const struct timespec* timeout);
+#ifdef __cplusplus
+}
+#endif

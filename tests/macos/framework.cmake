@@ -1,0 +1,45 @@
+# Has CMake write the build of a Mac, and looks at what it says of the frameworks. Nothing is compiled.
+function(require_text file text)
+  file(READ ${file} contents)
+  string(FIND "${contents}" "${text}" place)
+  if(place EQUAL -1)
+    message(SEND_ERROR "${file} does not say: ${text}")
+  endif()
+endfunction()
+
+file(REMOVE_RECURSE ${WORK})
+execute_process(
+  COMMAND ${CMAKE_COMMAND} -Wno-dev -G Ninja -S ${SOURCE} -B ${WORK} -DBUILD_TESTING=OFF
+    -DCMAKE_TOOLCHAIN_FILE=${CMAKE_CURRENT_LIST_DIR}/Darwin.cmake -DCMAKE_CXX_COMPILER=${COMPILER}
+  OUTPUT_VARIABLE output ERROR_VARIABLE output RESULT_VARIABLE result)
+if(NOT result EQUAL 0)
+  message(FATAL_ERROR "The build of a Mac cannot be configured:\n${output}")
+endif()
+
+set(build ${WORK}/build.ninja)
+foreach(library IN ITEMS ClientComm QBDKRProductClient)
+  # The install name is these two, one behind the other.
+  require_text(${build} "INSTALLNAME_DIR = @executable_path/../Frameworks/\n")
+  require_text(${build} "SONAME = ${library}.framework/Versions/A/${library}\n")
+  require_text(${build} "Versions/Current/Modules ${WORK}/lib/${library}.framework/Modules")
+  require_text(${build} "build lib/${library}.framework/Versions/A/Modules/module.modulemap:")
+  set(information ${WORK}/lib/${library}.framework/Versions/A/Resources/Info.plist)
+  require_text(${information} "<string>${library}</string>")
+  require_text(${information} "<string>FMWK</string>")
+  require_text(${information} "<string>12.0</string>")
+endforeach()
+# How these two become options is the compiler's affair; not every one has them.
+require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_ARCHITECTURES:STRING=arm64;x86_64")
+require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_DEPLOYMENT_TARGET:STRING=12.0")
+require_text(${build} "LINK_LIBRARIES = -framework ApplicationServices")
+require_text(${build} "Contents/MacOS/PhotoTool")
+
+# Every public header goes along, and the module map names it.
+include(${SOURCE}/cmake/QBDKRHeaders.cmake)
+foreach(header IN LISTS QBDKR_COMM_HEADERS)
+  require_text(${build} "build lib/ClientComm.framework/Versions/A/Headers/${header}:")
+  require_text(${WORK}/ClientComm/ClientComm.modulemap/module.modulemap "header \"${header}\"")
+endforeach()
+foreach(header IN LISTS QBDKR_CLIENT_HEADERS)
+  require_text(${build} "build lib/QBDKRProductClient.framework/Versions/A/Headers/${header}:")
+endforeach()
