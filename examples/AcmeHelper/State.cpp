@@ -31,11 +31,16 @@ constexpr const char* schema = R"sql(
   CREATE TABLE IF NOT EXISTS message(number INTEGER PRIMARY KEY, product TEXT, text TEXT);
 )sql";
 
+std::unique_ptr<Database> openFile(const std::string& path) {
+  auto database = std::make_unique<Database>(path);
+  database->execute(schema);
+  return database;
+}
+
 }  // namespace
 
 State::State(const std::string& directory)
-    : database_(open((qbdkr::createDirectory(directory),
-                      qbdkr::appendPathComponent(directory, "state.sqlite")))),
+    : database_(open(directory)),
       setCollects_(*database_,
                    "INSERT INTO host VALUES(?1, ?2) ON CONFLICT DO UPDATE SET collects = ?2"),
       collects_(*database_, "SELECT collects FROM host WHERE identifier = ?"),
@@ -61,11 +66,11 @@ State::State(const std::string& directory)
 
 State::~State() { commit(); }
 
-std::unique_ptr<Database> State::open(const std::string& path) {
+std::unique_ptr<Database> State::open(const std::string& directory) {
+  qbdkr::createDirectory(directory);
+  const std::string path = qbdkr::appendPathComponent(directory, "state.sqlite");
   try {
-    auto database = std::make_unique<Database>(path);
-    database->execute(schema);
-    return database;
+    return openFile(path);
   } catch (const DatabaseError& error) {
     if (error.code() != SQLITE_NOTADB && error.code() != SQLITE_CORRUPT) throw;
     qbdkr::log("%@ is damaged and put aside: %@", {path, error.what()});
@@ -75,9 +80,7 @@ std::unique_ptr<Database> State::open(const std::string& path) {
   }
   // The journal of another file.
   for (const char* suffix : {"-wal", "-shm"}) std::remove((path + suffix).c_str());
-  auto database = std::make_unique<Database>(path);
-  database->execute(schema);
-  return database;
+  return openFile(path);
 }
 
 void State::recordStart() {

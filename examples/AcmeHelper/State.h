@@ -74,7 +74,7 @@ class State {
   std::vector<std::string> takeMessages(std::string_view productID);
 
  private:
-  static std::unique_ptr<Database> open(const std::string& path);
+  static std::unique_ptr<Database> open(const std::string& directory);
   void recordStart();
   void change(Statement& statement);
 

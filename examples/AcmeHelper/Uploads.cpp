@@ -1,6 +1,7 @@
 #include "Uploads.h"
 
 #include <exception>
+#include <functional>
 #include <utility>
 
 #include "FileDigest.h"
