@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 
+#include "Peer.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -132,7 +133,12 @@ TEST(HelperFault, LaunchedHelperIsNoChildAndOutlivesTheHost) {
   const auto parent = std::stoi(stat.substr(stat.rfind(')') + 4));
   EXPECT_NE(parent, host->processID());
   const ProcessEnd end(helper);
+  const auto peer = Peer::inBundle(scene);
+  peer.awaitOwner(scene.hostID());
   host.reset();  // killed
+  // An answer of the bus for a name without an owner: it has told everybody who watched the host.
+  EXPECT_TRUE(peer.run({"call", scene.hostID(), "Probe", "echo:", "x"}).starts_with("error "));
+  EXPECT_EQ(peer.run({"call", scene.helperID(), "Probe", "echo:", "here"}), "result here");
   EXPECT_FALSE(end.hasCome());
   for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(helper) + "/fd")) {
     std::error_code gone;

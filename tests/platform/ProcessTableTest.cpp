@@ -200,6 +200,18 @@ TEST_F(Application, ThatIsRememberedIsKnownAfterItEndedUntilItIsForgotten) {
   EXPECT_EQ(identifierOf(processID), "(none)");
 }
 
+TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAnyMore) {
+  const auto before = recordOf(process->processID());
+  process->kill();
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process->processID()), &ended, WEXITED | WNOWAIT), 0);
+  const auto record = recordOf(process->processID());
+  ASSERT_TRUE(before.has_value());
+  ASSERT_TRUE(record.has_value());
+  EXPECT_STREQ(record->command, before->command);
+  EXPECT_EQ(identifierOf(process->processID()), "(none)");
+}
+
 TEST_F(Application, RememberingWhatIsNoApplicationRemembersNothing) {
   pid_t processID = 0;
   {

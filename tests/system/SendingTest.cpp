@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <chrono>
 #include <map>
 #include <string>
 #include <vector>
@@ -160,13 +161,19 @@ TEST(Sending, ReportsNeverRunInsideARequestOfTheMainThread) {
   EXPECT_TRUE(report->succeeds());
 }
 
-TEST(Sending, RequestOfAForkedChildGivesAStatus) {
+TEST(Sending, ForkedChildPostsAtOnceWhileAThreadOfItsParentWaits) {
   Running scene;
+  const auto waiting = scene.host->begin("ask " + scene.target() + "wait");
+  scene.transcript().waitFor({"Probe wait"});
+  constexpr std::chrono::seconds atOnce(2);  // the bus itself is waited for 5 s
   for (int i = 0; i < 5; ++i) {
-    const auto result = scene.host->call("fork-send " + scene.target() + "note: child");
-    EXPECT_TRUE(result == "status 0" || result == "status -609") << result;
+    EXPECT_EQ(scene.host->call("fork-send " + scene.target() + "note: child", atOnce), "status 0");
   }
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_EQ(scene.host->finish(waiting), "0 ~");
   EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: parent"), "0 parent");
+  EXPECT_EQ(scene.transcript().count("Probe note: from "), 5U);
 }
 
 }  // namespace

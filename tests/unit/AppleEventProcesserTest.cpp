@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cstddef>
 #include <functional>
+#include <future>
 #include <memory>
 #include <stdexcept>
 #include <string>
@@ -19,6 +20,7 @@
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "ClientComm/QBHPHelperControl.h"
 #include "Host.h"
+#include "WatchedThread.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 
@@ -206,17 +208,63 @@ TEST_F(AppleEventProcesser, AnObjectThatIsRegisteredLaterReplacesTheOneMadeByNam
 }
 
 TEST_F(AppleEventProcesser, AHelperControlMadeByNameGivesWayToTheSharedOne) {
-  registerClass<QBHPHelperControl>();
-  deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
-  class Delegate : public QBHPWillHelperExitDelegate {
-   public:
-    void willHelperExit() override { ++calls; }
-    int calls = 0;
-  } delegate;
-  QBHPHelperControl control;  // registers itself, like the shared one
-  control.setHelperCtrlDelegate(&delegate);
-  deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
-  EXPECT_EQ(delegate.calls, 1);
+  inHost(hostInformation(), [this](const Host&) {
+    {
+      CapturedLog log;
+      deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
+      EXPECT_EQ(log.lines(), std::vector<std::string>{"helperExitNotify: x"});
+    }
+    class Delegate : public QBHPWillHelperExitDelegate {
+     public:
+      void willHelperExit() override { ++calls; }
+      int calls = 0;
+    } delegate;
+    QBHPHelperControl::share().setHelperCtrlDelegate(&delegate);
+    deliver({"QBHPHelperControl", "helperExitNotify:", {"x"}});
+    EXPECT_EQ(delegate.calls, 1);
+    QBHPHelperControl::share().setHelperCtrlDelegate(nullptr);
+  });
+}
+
+// What is made by name when another thread has registered an object of the name meanwhile.
+template <class Made>
+struct MadeTooLate {
+  static inline std::unique_ptr<Service> shared;
+  static inline int made = 0;
+
+  static std::unique_ptr<QBHPAppEventBase> make() {
+    std::thread([] { shared = std::make_unique<Service>("MadeTooLate"); }).join();
+    ++made;
+    return std::make_unique<Made>();
+  }
+};
+
+// Registers itself, as the service classes do.
+struct OtherService : Service {
+  OtherService() : Service("MadeTooLate") {}
+};
+
+template <class Race>
+int callsOfTheSharedObject(RecordingTransport& transport) {
+  registerClass("MadeTooLate", Race::make);
+  for (int call = 0; call < 2; ++call) {
+    transport.deliver(inboundEvent({"MadeTooLate", "report:", {"a"}}, getpid()));
+  }
+  const int calls = Race::shared ? Race::shared->reports : 0;
+  Race::shared.reset();
+  return calls;
+}
+
+TEST_F(AppleEventProcesser, AnObjectMadeByNameGivesWayToOneRegisteredMeanwhile) {
+  using Race = MadeTooLate<MadeByName>;
+  EXPECT_EQ(callsOfTheSharedObject<Race>(transport), 2);
+  EXPECT_EQ(Race::made, 1);
+}
+
+TEST_F(AppleEventProcesser, AnObjectMadeByNameThatRegistersItselfGivesWayToOneRegisteredMeanwhile) {
+  using Race = MadeTooLate<OtherService>;
+  EXPECT_EQ(callsOfTheSharedObject<Race>(transport), 2);
+  EXPECT_EQ(Race::made, 1);
 }
 
 TEST_F(AppleEventProcesser, AClassThatCannotBeMadeLeavesTheEventToThePlatform) {
@@ -225,6 +273,9 @@ TEST_F(AppleEventProcesser, AClassThatCannotBeMadeLeavesTheEventToThePlatform) {
   });
   EXPECT_THROW(deliver({"ThrowsWhenMade", "identity", {}}), std::runtime_error);
   EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
+  Service replacement("Service");  // registering is as it was before
+  deliver({"Service", "report:", {"a"}});
+  EXPECT_EQ(replacement.reports, 1);
 }
 
 TEST_F(AppleEventProcesser, ARemovedObjectIsNotCalled) {
@@ -388,6 +439,25 @@ TEST_F(AppleEventProcesser, AMethodMaySendAndBeReenteredOnItsOwnThread) {
       }));
   EXPECT_EQ(deliver({"Service", "call:two:three:four:", {}}), "outer after inner");
   EXPECT_EQ(depth, 2);
+}
+
+TEST_F(AppleEventProcesser, RemovingWaitsForAMethodThatRunsOnAnotherThread) {
+  std::promise<void> begun;
+  std::promise<void> mayEnd;
+  service.onCall = [&]() -> String {
+    begun.set_value();
+    mayEnd.get_future().wait();
+    return "done";
+  };
+  String answer;
+  std::thread calling([&] { answer = deliver({"Service", "call:two:three:four:", {}}); });
+  begun.get_future().wait();
+  WatchedThread removing([this] { processer.removeObjectforKeyToMapTable("Service"); });
+  EXPECT_TRUE(removing.waits());
+  mayEnd.set_value();
+  removing.join();
+  calling.join();
+  EXPECT_EQ(answer, "done");
 }
 
 TEST_F(AppleEventProcesser, MethodsOfSeveralThreadsNeverOverlap) {

@@ -7,6 +7,7 @@
 
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "Host.h"
+#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 
@@ -193,8 +194,17 @@ TEST_F(AppleEventSender, FailureIsNeitherLoggedNorTriedAgain) {
 TEST_F(AppleEventSender, HelperIdentifierIsReadOnceFromTheKeyAsItIsSpelled) {
   auto info = hostInformation();
   info.set("Helper Bundle indentifiter", "com.Example.Other");
-  inHost(info, [](const Host&) {
-    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), "com.Example.Other");
+  inHost(info, [this](const Host&) {
+    EXPECT_EQ(sender.helperBundleID(), "com.Example.Other");
+    const OtherInformation later({{"Helper Bundle indentifiter", "com.Example.Later"}});
+    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), "com.Example.Later");
+    EXPECT_EQ(sender.helperBundleID(), "com.Example.Other");
+    String result;
+    sender.sendEvnet("Class", "method", {});
+    sender.sendEvnet("Class", "method", {}, result);
+    const auto sent = transport.sent();
+    ASSERT_EQ(sent.size(), 2U);
+    for (const auto& event : sent) EXPECT_EQ(event.event.target().data(), "com.Example.Other");
   });
 }
 

@@ -11,6 +11,7 @@
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPConfig.h"
 #include "Host.h"
+#include "Seams.h"
 
 namespace qbdkr::test {
 namespace {
@@ -83,13 +84,41 @@ TEST(Config, WithoutAnIdentifierTheBrandIsAbsentAndTheHelperTwoNulls) {
   });
 }
 
-TEST(Config, NamesAreKeptWhateverTheFileSaysLater) {
-  inHost(informationWith("com.Acme.PhotoTool"), [](const Host& host) {
+TEST(Config, NamesAreKeptFromTheFirstCallOn) {
+  inHost(informationWith("com.Acme.PhotoTool"), [](const Host&) {
     EXPECT_EQ(QBHPConfig::brandName(), "acme");
     EXPECT_EQ(QBHPConfig::helperName(), "acme phototool");
-    writeBundle(host.bundle, informationWith("com.Other.Name"));
+    const OtherInformation other(informationWith("com.Other.Name"));
     EXPECT_EQ(QBHPConfig::brandName(), "acme");
     EXPECT_EQ(QBHPConfig::helperName(), "acme phototool");
+  });
+}
+
+TEST(Config, OfMissingNamesOnlyTheHelpersIsKept) {
+  inHost({{"CFBundleName", "Host"}}, [](const Host&) {
+    EXPECT_EQ(QBHPConfig::brandName(), std::nullopt);
+    EXPECT_EQ(QBHPConfig::helperName(), "(null) (null)");
+    const OtherInformation other(informationWith("com.Other.Name"));
+    EXPECT_EQ(QBHPConfig::brandName(), "other");
+    EXPECT_EQ(QBHPConfig::helperName(), "(null) (null)");
+  });
+}
+
+TEST(Config, WhatIsOutOfRangeIsNotKept) {
+  inHost(informationWith("Acme"), [](const Host&) {
+    EXPECT_THROW(QBHPConfig::brandName(), RangeException);
+    EXPECT_THROW(QBHPConfig::helperName(), RangeException);
+    const OtherInformation other(informationWith("com.Other.Name"));
+    EXPECT_EQ(QBHPConfig::brandName(), "other");
+    EXPECT_EQ(QBHPConfig::helperName(), "other name");
+  });
+}
+
+TEST(Config, HelperPIDIsReadEachTime) {
+  inHost(hostInformation(), [](const Host&) {
+    EXPECT_EQ(QBHPConfig::helperPID(), "4711");
+    const OtherInformation other({{"PID", "4712"}});
+    EXPECT_EQ(QBHPConfig::helperPID(), "4712");
   });
 }
 

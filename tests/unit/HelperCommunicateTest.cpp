@@ -74,11 +74,18 @@ TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable)
   });
 }
 
-TEST_F(HelperCommunicate, CreationRecordsTheIdentityBeforeTheStartUpThreadRuns) {
+TEST_F(HelperCommunicate, CreationIsTheDelegateAndRecordsTheIdentityBeforeTheStartUpThreadBegins) {
   inHost(informationWithHelper(), [this](const Host& host) {
+    bool isDelegate = false;
+    bool isRecorded = false;
+    threads.onDetach = [&] {
+      isDelegate = QBHPHelperControl::share().helperCtrlDelegate() != nullptr;
+      isRecorded = host.readDefaults(hostIdentifier).find("PID") != nullptr;
+    };
     communicator();
     ASSERT_EQ(threads.count(), 1U);
-    ASSERT_NE(host.readDefaults(hostIdentifier).find("PID"), nullptr);
+    EXPECT_TRUE(isDelegate);
+    EXPECT_TRUE(isRecorded);
     threads.runNext();
     EXPECT_EQ(transport.sentRPCEvents().at(0),
               (RPCEvent{"QBHPHelperControl", start, {"4711", "3.1"}}));
@@ -120,6 +127,16 @@ TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenW
     EXPECT_EQ(switchesAtFetch, "--");
     EXPECT_EQ(switchesIn(host), "10");
     EXPECT_EQ(communicator().clientID(), "client 1");
+  });
+}
+
+TEST_F(HelperCommunicate, StartHelperAddsTheTipsSwitchBeforeTheAdvertisingSwitch) {
+  inHost(hostInformation(), [this](const Host& host) {
+    communicator().startHelper();
+    // A new key goes behind those that are there.
+    const std::string info = readFile(host.bundle / "Contents/Info.plist");
+    ASSERT_NE(info.find("EnableAD"), std::string::npos);
+    EXPECT_LT(info.find("TipsEnable"), info.find("EnableAD"));
   });
 }
 
@@ -217,6 +234,21 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
     transport.answer(stop, Answer{connectionInvalid, std::nullopt});
     EXPECT_EQ(communicator().stopHelper(), connectionInvalid);
     transport.reset();
+    communicator().isAliveHelper();
+    EXPECT_EQ(transport.countOf(start), 1U);
+  });
+}
+
+TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
+  inHost(hostInformation(), [this](const Host&) {
+    communicator().startHelper();
+    transport.reset();
+    transport.answer(stop, Answerer([this](const auto&) {
+                       communicator().isAliveHelper();  // a check meanwhile
+                       return Answer{};
+                     }));
+    communicator().stopHelper();
+    EXPECT_EQ(transport.sentMethods(), (Methods{stop, isAlive}));
     communicator().isAliveHelper();
     EXPECT_EQ(transport.countOf(start), 1U);
   });

@@ -5,13 +5,17 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <memory>
 #include <string>
+#include <string_view>
+#include <utility>
 #include <vector>
 
 #include "Host.h"
 #include "Platform/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
 #include "Seams.h"
+#include "WatchedThread.h"
 #include "support/RecordingTransport.h"
 
 namespace qbdkr::test {
@@ -109,14 +113,39 @@ TEST_F(Helper, InstallTimeOfAnotherTypeIsLeftAlone) {
   });
 }
 
+TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondWaitsAndStoresNothing) {
+  inHost(hostInformation(), [this](const Host& host) {
+    helper();
+    runThreads();
+    bool isFirst = true;
+    std::unique_ptr<WatchedThread> second;
+    String storedMeanwhile;
+    const WatchedDefaults defaults([&](std::string_view key) {
+      if (key != "installTime" || !std::exchange(isFirst, false)) return;
+      // The first has found none, and stores its own next.
+      second = std::make_unique<WatchedThread>([this] { helper().startHelper(); });
+      EXPECT_TRUE(second->waits());
+      storedMeanwhile = installTime(host);
+    });
+    helper().startHelper();
+    EXPECT_EQ(storedMeanwhile, std::nullopt);
+    const String stored = installTime(host);
+    second->join();
+    EXPECT_TRUE(stored.has_value());
+    EXPECT_EQ(installTime(host), stored);
+  });
+}
+
 TEST_F(Helper, InstallTimeIsStoredBeforeTheCheckIsDetached) {
   inHost(hostInformation(), [this](const Host& host) {
     helper();
     runThreads();
+    bool isStored = false;
+    threads.onDetach = [&] { isStored = installTime(host).has_value(); };
     helper().startHelper();
     EXPECT_EQ(threads.count(), 1U);
+    EXPECT_TRUE(isStored);
     EXPECT_TRUE(transport.sent().empty());
-    EXPECT_TRUE(installTime(host).has_value());
     runThreads();
     EXPECT_EQ(transport.countOf(isAlive), 1U);
   });

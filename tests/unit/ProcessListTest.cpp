@@ -15,11 +15,15 @@
 #include "ClientComm/ProcessTableFetch.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "Host.h"
+#include "Seams.h"
 
 namespace qbdkr::test {
 namespace {
 
 constexpr const char* ownIdentifier = "com.Example.UnitTests";
+
+// The table of processes is one for the whole machine, so no two tests may use the same identifier.
+std::string otherIdentifier() { return "com.Example.Other.P" + std::to_string(getpid()); }
 
 std::optional<QBHPProcessList::Entry> entryOf(pid_t processID) {
   const auto entries = QBHPProcessList::share().getBSDProcessList();
@@ -98,8 +102,7 @@ TEST(ProcessList, InfoForPIDIsAbsentWithoutAProcess) {
   waitpid(child, nullptr, 0);
   for (const int pid : {0, -1, -4711, static_cast<int>(child), std::numeric_limits<int>::max(),
                         std::numeric_limits<int>::min()}) {
-    const auto info = QBHPProcessList::share().infoForPID(pid);
-    EXPECT_TRUE(info == nullptr || info->empty()) << pid;
+    EXPECT_EQ(QBHPProcessList::share().infoForPID(pid), nullptr) << pid;
   }
 }
 
@@ -114,23 +117,54 @@ TEST(ProcessList, ARunningApplicationIsFoundByItsExactIdentifier) {
   EXPECT_FALSE(list.applicationIsRunning("", "/any/path"));
 }
 
-TEST(ProcessList, AnAbsentArgumentIsNotRunning) {
+TEST(ProcessList, AnAbsentArgumentIsNotRunningWithoutALookAtTheProcesses) {
   auto& list = QBHPProcessList::share();
+  const WatchedProcessTable table;
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, "/any/path"));
   EXPECT_FALSE(list.applicationIsRunning(ownIdentifier, std::nullopt));
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, std::nullopt));
+  EXPECT_EQ(table.queries, 0U);
+  EXPECT_TRUE(list.applicationIsRunning(ownIdentifier, ""));
+  EXPECT_GT(table.queries, 0U);
 }
 
 TEST(ProcessList, AnotherApplicationIsFoundWhileItRuns) {
   inHost(hostInformation(), [](const Host& host) {
     auto& list = QBHPProcessList::share();
-    EXPECT_FALSE(list.applicationIsRunning("com.Example.Other", "/any/path"));
-    RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", "com.Example.Other"},
-                                                       {"CFBundleName", "The Other"}});
-    EXPECT_TRUE(list.applicationIsRunning("com.Example.Other", "/any/path"));
+    const std::string identifier = otherIdentifier();
+    EXPECT_FALSE(list.applicationIsRunning(identifier, "/any/path"));
+    RunningApplication other(host.home / "Other.app",
+                             {{"CFBundleIdentifier", identifier}, {"CFBundleName", "The Other"}});
+    EXPECT_TRUE(list.applicationIsRunning(identifier, "/any/path"));
     EXPECT_EQ(entryOf(other.processID()).value().at("pname"), "The Other");
     other.end();
-    EXPECT_FALSE(list.applicationIsRunning("com.Example.Other", "/any/path"));
+    EXPECT_FALSE(list.applicationIsRunning(identifier, "/any/path"));
+  });
+}
+
+TEST(ProcessList, AnApplicationThatEndsMeanwhileIsListedUnderItsCommandName) {
+  inHost(hostInformation(), [](const Host& host) {
+    RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", otherIdentifier()},
+                                                       {"CFBundleName", "The Other"}});
+    const pid_t processID = other.processID();
+    EXPECT_EQ(entryOf(processID).value().at("pname"), "The Other");
+    WatchedProcessTable table;
+    table.onCopy = [&] { other.end(); };
+    const auto entry = entryOf(processID);
+    ASSERT_TRUE(entry.has_value());
+    EXPECT_EQ(*entry, (QBHPProcessList::Entry{{"pname", "Application"},
+                                              {"pid", std::to_string(processID)},
+                                              {"uid", std::to_string(geteuid())}}));
+  });
+}
+
+TEST(ProcessList, AnApplicationThatEndsMeanwhileIsNotRunning) {
+  inHost(hostInformation(), [](const Host& host) {
+    const std::string identifier = otherIdentifier();
+    RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", identifier}});
+    WatchedProcessTable table;
+    table.onCopy = [&] { other.end(); };
+    EXPECT_FALSE(QBHPProcessList::share().applicationIsRunning(identifier, "/any/path"));
   });
 }
 

@@ -245,29 +245,44 @@ const std::vector<Request>& requests() {
 
 class Requests : public testing::Test {
  protected:
+  // One request, with an answer that is no special case.
+  void expectRow(const Request& request) {
+    SCOPED_TRACE(request.name);
+    transport.reset();
+    transport.answerWith({someStatus, someReply});
+    const std::size_t threadsBefore = threads.count();
+    EXPECT_EQ(request.call(Communicator::share()), request.result);
+    ASSERT_EQ(transport.sent().size(), 1U);
+    const auto sent = transport.sent().front();
+    EXPECT_EQ(rpcEventOf(sent.event),
+              (RPCEvent{request.className, request.methodName, request.arguments}));
+    EXPECT_EQ(sent.mode, request.wire == Wire::post ? kAENoReply : kAEWaitReply);
+    EXPECT_EQ(sent.timeout, request.wire == Wire::post ? kAEDefaultTimeout : kNoTimeOut);
+    EXPECT_EQ(sent.event.target().data(), helperIdentifier);
+    EXPECT_EQ(threads.count() - threadsBefore, request.guard == Guard::yes ? 1U : 0U);
+  }
+
   RecordingTransport& transport = RecordingTransport::installed();
   HeldThreads threads;
 };
 
 TEST_F(Requests, EachSendsWhatItsRowSaysAndGivesBackWhatItsRowSays) {
   inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
-    communicator.setCollectDataPID("DATA");
-    for (const Request& request : requests()) {
-      SCOPED_TRACE(request.name);
-      transport.reset();
-      transport.answerWith({someStatus, someReply});
-      const std::size_t threadsBefore = threads.count();
-      EXPECT_EQ(request.call(communicator), request.result);
-      ASSERT_EQ(transport.sent().size(), 1U);
-      const auto sent = transport.sent().front();
-      EXPECT_EQ(rpcEventOf(sent.event),
-                (RPCEvent{request.className, request.methodName, request.arguments}));
-      EXPECT_EQ(sent.mode, request.wire == Wire::post ? kAENoReply : kAEWaitReply);
-      EXPECT_EQ(sent.timeout, request.wire == Wire::post ? kAEDefaultTimeout : kNoTimeOut);
-      EXPECT_EQ(sent.event.target().data(), helperIdentifier);
-      EXPECT_EQ(threads.count() - threadsBefore, request.guard == Guard::yes ? 1U : 0U);
-    }
+    Communicator::share().setCollectDataPID("DATA");
+    for (const Request& request : requests()) expectRow(request);
+  });
+}
+
+TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
+    Communicator::share().setCollectDataPID("DATA");
+    ASSERT_FALSE(Communicator::share().getDefaultHelperServerOpen());
+    for (const Request& request : requests()) expectRow(request);
+    // The checks that they have started find the server closed.
+    transport.reset();
+    while (threads.count() > 0) threads.runNext();
+    EXPECT_TRUE(transport.sent().empty());
   });
 }
 
@@ -364,16 +379,50 @@ TEST_F(Requests, SuiteAnswerOfTooFewFieldsThrowsTheRangeException) {
   });
 }
 
+using SuiteRequest = QBHPSuiteInfo (Communicator::*)();
+constexpr SuiteRequest suiteRequests[] = {&Communicator::regSuiteInfo,
+                                          &Communicator::unRegSuiteInfo};
+
 TEST_F(Requests, NoSuiteAnswerGivesNoURLAndNoSize) {
   inHost(hostInformation(), [this](const Host&) {
     auto& communicator = Communicator::share();
     transport.answerWith({procNotFound, std::nullopt});
-    CapturedLog log;
-    const QBHPSuiteInfo info = communicator.regSuiteInfo();
-    EXPECT_EQ(info.URL(), std::nullopt);
-    EXPECT_EQ(info.width(), 0);
-    EXPECT_EQ(info.height(), 0);
-    EXPECT_EQ(log.lines(), (Texts{"replay = (null)", "regSuiteStr = (null)"}));
+    for (const SuiteRequest request : suiteRequests) {
+      const QBHPSuiteInfo info = (communicator.*request)();
+      EXPECT_EQ(info.URL(), std::nullopt);
+      EXPECT_EQ(info.width(), 0);
+      EXPECT_EQ(info.height(), 0);
+    }
+  });
+}
+
+TEST_F(Requests, SuiteAnswersAreLoggedUnderTheSameNameForBothKindsOfSuite) {
+  inHost(hostInformation(), [this](const Host&) {
+    auto& communicator = Communicator::share();
+    for (const String& reply : {String(), String(someReply)}) {
+      transport.answerWith({noErr, reply});
+      CapturedLog regLog;
+      communicator.regSuiteInfo();
+      EXPECT_EQ(regLog.lines(), (Texts{"replay = " + reply.value_or("(null)"),
+                                       "regSuiteStr = " + reply.value_or("(null)")}));
+      CapturedLog unRegLog;
+      communicator.unRegSuiteInfo();
+      EXPECT_EQ(unRegLog.lines(), Texts{"regSuiteStr = " + reply.value_or("(null)")});
+    }
+  });
+}
+
+TEST_F(Requests, NetErrorPagePathIsAbsentWithoutAReplyAndEmptyForAnEmptyOne) {
+  inHost(hostInformation(), [this](const Host&) {
+    RecordingRunLoop runLoop;
+    for (const OSErr result : {noErr, procNotFound}) {
+      transport.answerWith({result, std::nullopt});
+      EXPECT_EQ(Communicator::share().netErrorPagePath(), std::nullopt);
+      EXPECT_EQ(QBHPHelper::share().netErrorPagePath(), std::nullopt);
+    }
+    transport.answerWith({noErr, ""});
+    EXPECT_EQ(Communicator::share().netErrorPagePath(), "");
+    EXPECT_EQ(QBHPHelper::share().netErrorPagePath(), "");
   });
 }
 
@@ -429,10 +478,14 @@ TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
          [](QBHPHelper& h) { EXPECT_FALSE(h.productCollectStatus()); },
          "productCollectStatus:version:",
          {"4711", "3.1"}},
-        {"setProductCollectStatus",
+        {"setProductCollectStatus yes",
          [](QBHPHelper& h) { h.setProductCollectStatus(true); },
          "setProductCollectStatus:version:status:",
          {"4711", "3.1", "1"}},
+        {"setProductCollectStatus no",
+         [](QBHPHelper& h) { h.setProductCollectStatus(false); },
+         "setProductCollectStatus:version:status:",
+         {"4711", "3.1", "0"}},
         {"customStringDataCollect",
          [](QBHPHelper& h) { h.customStringDataCollect("t", "v"); },
          "collectData:version:collectionType:target:keyID:value:",
@@ -471,6 +524,16 @@ TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
       EXPECT_EQ(transport.sentRPCEvents()[0].methodName, call.methodName);
       EXPECT_EQ(transport.sentRPCEvents()[0].arguments, call.arguments);
     }
+  });
+}
+
+TEST_F(Requests, FacadeTellsTheCollectStatusThatWasAnswered) {
+  inHost(hostInformation(), [this](const Host&) {
+    RecordingRunLoop runLoop;
+    transport.answerWith({noErr, "1"});
+    EXPECT_TRUE(QBHPHelper::share().productCollectStatus());
+    transport.answerWith({noErr, "0"});
+    EXPECT_FALSE(QBHPHelper::share().productCollectStatus());
   });
 }
 

@@ -4,12 +4,19 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Platform/Bundle.h"
+#include "Platform/ProcessTable.h"
+#include "Platform/UserDefaults.h"
+
 namespace qbdkr::test {
 namespace {
 
 std::atomic<RecordingRunLoop*> runLoop{nullptr};
 std::atomic<RecordingWorkspace*> workspace{nullptr};
 std::atomic<HeldThreads*> threads{nullptr};
+std::atomic<OtherInformation*> information{nullptr};
+std::atomic<WatchedProcessTable*> processTable{nullptr};
+std::atomic<WatchedDefaults*> defaults{nullptr};
 
 }  // namespace
 
@@ -42,6 +49,7 @@ HeldThreads::HeldThreads() { threads = this; }
 HeldThreads::~HeldThreads() { threads = nullptr; }
 
 bool HeldThreads::hold(std::function<void()> body) {
+  onDetach();
   const std::lock_guard lock(mutex_);
   bodies_.push_back(std::move(body));
   return true;
@@ -62,6 +70,25 @@ void HeldThreads::runNext() {
   }
   body();
 }
+
+OtherInformation::OtherInformation(PropertyList::Dictionary info) : info_(std::move(info)) {
+  information = this;
+}
+OtherInformation::~OtherInformation() { information = nullptr; }
+
+std::optional<std::string> OtherInformation::string(std::string_view key) const {
+  const PropertyList* value = info_.find(key);
+  return value == nullptr ? std::nullopt : std::optional(*value->string());
+}
+
+WatchedProcessTable::WatchedProcessTable() { processTable = this; }
+WatchedProcessTable::~WatchedProcessTable() { processTable = nullptr; }
+
+WatchedDefaults::WatchedDefaults(std::function<void(std::string_view)> afterRead)
+    : afterRead_(std::move(afterRead)) {
+  defaults = this;
+}
+WatchedDefaults::~WatchedDefaults() { defaults = nullptr; }
 
 }  // namespace qbdkr::test
 
@@ -92,4 +119,42 @@ bool __wrap__ZN5qbdkr15detachNewThreadESt8functionIFvvEE(std::function<void()> b
   return __real__ZN5qbdkr15detachNewThreadESt8functionIFvvEE(std::move(body));
 }
 
+int __real__ZN5qbdkr17queryProcessTableEPNS_13ProcessRecordEPm(qbdkr::ProcessRecord* buffer,
+                                                               std::size_t* length);
+int __wrap__ZN5qbdkr17queryProcessTableEPNS_13ProcessRecordEPm(qbdkr::ProcessRecord* buffer,
+                                                               std::size_t* length);
+int __wrap__ZN5qbdkr17queryProcessTableEPNS_13ProcessRecordEPm(qbdkr::ProcessRecord* buffer,
+                                                               std::size_t* length) {
+  const int error = __real__ZN5qbdkr17queryProcessTableEPNS_13ProcessRecordEPm(buffer, length);
+  if (auto* table = qbdkr::test::processTable.load()) {
+    ++table->queries;
+    if (buffer != nullptr) table->onCopy();
+  }
+  return error;
+}
+
 }  // extern "C"
+
+// What returns an object cannot be declared as a function of C.
+namespace qbdkr::test {
+
+std::optional<std::string> realInfoString(const Bundle* bundle, std::string_view key) __asm__(
+    "__real__ZNK5qbdkr6Bundle10infoStringB5cxx11ESt17basic_string_viewIcSt11char_traitsIcEE");
+std::optional<std::string> wrapInfoString(const Bundle* bundle, std::string_view key) __asm__(
+    "__wrap__ZNK5qbdkr6Bundle10infoStringB5cxx11ESt17basic_string_viewIcSt11char_traitsIcEE");
+std::optional<std::string> wrapInfoString(const Bundle* bundle, std::string_view key) {
+  if (const auto* other = information.load()) return other->string(key);
+  return realInfoString(bundle, key);
+}
+
+std::optional<PropertyList> realObject(const UserDefaults* from, std::string_view key) __asm__(
+    "__real__ZNK5qbdkr12UserDefaults6objectESt17basic_string_viewIcSt11char_traitsIcEE");
+std::optional<PropertyList> wrapObject(const UserDefaults* from, std::string_view key) __asm__(
+    "__wrap__ZNK5qbdkr12UserDefaults6objectESt17basic_string_viewIcSt11char_traitsIcEE");
+std::optional<PropertyList> wrapObject(const UserDefaults* from, std::string_view key) {
+  auto value = realObject(from, key);
+  if (const auto* watched = defaults.load()) watched->wasRead(key);
+  return value;
+}
+
+}  // namespace qbdkr::test

@@ -1,20 +1,24 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <functional>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
+#include "Platform/PropertyList.h"
 #include "Platform/RunLoop.h"
 
 namespace qbdkr::test {
 
-// The linker puts these in the place of what the framework calls: RunLoop::current(), openFile()
-// and detachNewThread(). Without an object of one of the classes below the framework gets the real
-// thing.
+// The linker puts these in the place of what the framework calls: RunLoop::current(), openFile(),
+// detachNewThread(), Bundle::infoString(), queryProcessTable() and UserDefaults::object(). Without
+// an object of one of the classes below the framework gets the real thing.
 
 // The run loop of the calling code: keeps the timers, and fires them when it is told to.
 class RecordingRunLoop final : public RunLoop {
@@ -81,6 +85,8 @@ class HeldThreads {
   ~HeldThreads();
 
   bool hold(std::function<void()> body);
+  // Called for each on the thread that detaches it, when its body could begin.
+  std::function<void()> onDetach = [] {};
   [[nodiscard]] std::size_t count() const;
   // Runs the oldest that has not run yet, on the calling thread.
   void runNext();
@@ -88,6 +94,48 @@ class HeldThreads {
  private:
   mutable std::mutex mutex_;
   std::vector<std::function<void()>> bodies_;
+};
+
+// The texts of the information dictionary, which no process can change for itself: while it lives,
+// these are the ones that are found.
+class OtherInformation {
+ public:
+  explicit OtherInformation(PropertyList::Dictionary info);
+  OtherInformation(const OtherInformation&) = delete;
+  OtherInformation& operator=(const OtherInformation&) = delete;
+  ~OtherInformation();
+
+  [[nodiscard]] std::optional<std::string> string(std::string_view key) const;
+
+ private:
+  PropertyList::Dictionary info_;
+};
+
+// The kernel's process table: the real one, with a count of the looks at it.
+class WatchedProcessTable {
+ public:
+  WatchedProcessTable();
+  WatchedProcessTable(const WatchedProcessTable&) = delete;
+  WatchedProcessTable& operator=(const WatchedProcessTable&) = delete;
+  ~WatchedProcessTable();
+
+  // Called when the table was copied, before the caller gets it.
+  std::function<void()> onCopy = [] {};
+  std::atomic<unsigned> queries{0};
+};
+
+// The user defaults: the real ones, with a call after each read of a key.
+class WatchedDefaults {
+ public:
+  explicit WatchedDefaults(std::function<void(std::string_view key)> afterRead);
+  WatchedDefaults(const WatchedDefaults&) = delete;
+  WatchedDefaults& operator=(const WatchedDefaults&) = delete;
+  ~WatchedDefaults();
+
+  void wasRead(std::string_view key) const { afterRead_(key); }
+
+ private:
+  std::function<void(std::string_view)> afterRead_;
 };
 
 }  // namespace qbdkr::test

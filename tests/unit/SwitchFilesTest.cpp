@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 #include <linux/capability.h>
+#include <sys/inotify.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -20,10 +21,13 @@
 #include "ClientComm/QBHPHelperControl.h"
 #include "Host.h"
 #include "Platform/Bundle.h"
+#include "Platform/Files.h"
+#include "Platform/Linux/Descriptor.h"
 #include "Platform/Text.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
+#include "WatchedThread.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 
@@ -128,6 +132,35 @@ class SmallFilesOnly {
 
  private:
   rlimit before_{};
+};
+
+// The order in which files are written, as the kernel tells it.
+class WriteOrder {
+ public:
+  explicit WriteOrder(const std::vector<fs::path>& files) {
+    for (const fs::path& file : files) {
+      const int watch = inotify_add_watch(descriptor_.get(), file.c_str(), IN_CLOSE_WRITE);
+      EXPECT_GE(watch, 0) << file;
+      files_[watch] = file;
+    }
+  }
+
+  std::vector<fs::path> writtenSoFar() {
+    std::vector<fs::path> written;
+    alignas(inotify_event) std::array<char, 4096> events{};
+    ssize_t size = 0;
+    while ((size = read(descriptor_.get(), events.data(), events.size())) > 0) {
+      // Events of files that are watched themselves have no name behind them.
+      for (std::size_t at = 0; at < static_cast<std::size_t>(size); at += sizeof(inotify_event)) {
+        written.push_back(files_.at(reinterpret_cast<inotify_event*>(&events.at(at))->wd));
+      }
+    }
+    return written;
+  }
+
+ private:
+  const Descriptor descriptor_{inotify_init1(IN_CLOEXEC | IN_NONBLOCK)};
+  std::map<int, fs::path> files_;
 };
 
 Dictionary information(std::initializer_list<Dictionary::Entry> more = {}) {
@@ -360,11 +393,29 @@ TEST_F(SwitchFiles, FacadeSetsTheTipsSwitchInBothFiles) {
       information(),
       [](const Host& host) {
         RecordingRunLoop runLoop;
-        QBHPHelper::share().setTipsEnable(false);
-        EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", false}}));
-        EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"TipsEnable", "0"}}));
+        for (const bool value : {false, true, false}) {
+          QBHPHelper::share().setTipsEnable(value);
+          EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", value}}));
+          EXPECT_EQ(dictionaryIn(strings(host)),
+                    (Dictionary{{"Name", "Host"}, {"TipsEnable", value ? "1" : "0"}}));
+        }
       },
       english);
+}
+
+TEST_F(SwitchFiles, SettersWriteThePropertyListBeforeTheStringsFile) {
+  for (const Switch& row : {tips, advertising}) {
+    inHost(
+        information(),
+        [&row](const Host& host) {
+          Communicator::share();
+          const std::vector<fs::path> files{propertyList(host), strings(host)};
+          WriteOrder order(files);
+          write(row.toBoth, true);
+          EXPECT_EQ(order.writtenSoFar(), files);
+        },
+        english);
+  }
 }
 
 TEST_F(SwitchFiles, WrittenStringsFileIsUTF16WithOnePairALine) {
@@ -478,6 +529,21 @@ TEST_F(SwitchFiles, SymbolicLinkIsFollowedAndKept) {
         EXPECT_EQ(dictionaryIn(elsewhere), (Dictionary{{"Name", "Host"}, {"TipsEnable", "1"}}));
       },
       english);
+}
+
+TEST_F(SwitchFiles, FileThatAnotherWriterHoldsIsReadWhenHeIsDone) {
+  inHost(information(), [](const Host& host) {
+    Communicator::share();
+    auto lock = FileLock::acquire(propertyList(host), std::chrono::milliseconds(0));
+    ASSERT_TRUE(lock.has_value());
+    WatchedThread writer([] { write(&Communicator::saveTipsEnableToPlistFile, true); });
+    EXPECT_TRUE(writer.waits());
+    writeBundle(host.bundle, information({{"Other", "kept"}}));
+    lock.reset();
+    writer.join();
+    EXPECT_EQ(dictionaryIn(propertyList(host)),
+              information({{"Other", "kept"}, {"TipsEnable", true}}));
+  });
 }
 
 // --- What is not written

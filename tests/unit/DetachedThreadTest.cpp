@@ -1,0 +1,136 @@
+// What becomes of the host when a thread of the framework fails, gets a signal, or cannot be made.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <chrono>
+#include <future>
+#include <initializer_list>
+#include <set>
+#include <stdexcept>
+
+#include "Host.h"
+#include "ProductClient/DetachedThread.h"
+
+namespace qbdkr::test {
+namespace {
+
+constexpr std::chrono::seconds patience(20);
+
+using Signals = std::set<int>;
+
+// Those that can be blocked, and are no affair of the C library alone.
+Signals blockableSignals() {
+  Signals signals;
+  for (int number = 1; number <= SIGRTMAX; ++number) {
+    if (number == SIGKILL || number == SIGSTOP || (number >= 32 && number < SIGRTMIN)) continue;
+    signals.insert(number);
+  }
+  return signals;
+}
+
+const Signals faults{SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS};
+
+Signals blockedSignals() {
+  sigset_t mask;
+  pthread_sigmask(SIG_SETMASK, nullptr, &mask);
+  Signals blocked;
+  for (const int number : blockableSignals()) {
+    if (sigismember(&mask, number) == 1) blocked.insert(number);
+  }
+  return blocked;
+}
+
+void block(const Signals& signals) {
+  sigset_t mask;
+  sigemptyset(&mask);
+  for (const int number : signals) sigaddset(&mask, number);
+  pthread_sigmask(SIG_SETMASK, &mask, nullptr);
+}
+
+Signals blockedOnADetachedThread() {
+  std::promise<Signals> blocked;
+  EXPECT_TRUE(detachNewThread([&] { blocked.set_value(blockedSignals()); }));
+  return blocked.get_future().get();
+}
+
+// The process can make no thread, as one of an ordinary user who has all the processes he may have.
+class NoMoreThreads {
+ public:
+  NoMoreThreads() {
+    EXPECT_TRUE(!isRoot_ || setresuid(ordinaryUser, ordinaryUser, 0) == 0);
+    EXPECT_EQ(getrlimit(RLIMIT_NPROC, &before_), 0);
+    const rlimit none{0, before_.rlim_max};
+    EXPECT_EQ(setrlimit(RLIMIT_NPROC, &none), 0);
+  }
+  NoMoreThreads(const NoMoreThreads&) = delete;
+  NoMoreThreads& operator=(const NoMoreThreads&) = delete;
+  ~NoMoreThreads() {
+    EXPECT_EQ(setrlimit(RLIMIT_NPROC, &before_), 0);
+    EXPECT_TRUE(!isRoot_ || setresuid(0, 0, 0) == 0);
+  }
+
+ private:
+  static constexpr uid_t ordinaryUser = 65534;
+
+  const bool isRoot_ = geteuid() == 0;
+  rlimit before_{};
+};
+
+TEST(DetachedThread, RunsTheBodyOnAnotherThread) {
+  std::promise<pid_t> thread;
+  EXPECT_TRUE(detachNewThread([&] { thread.set_value(gettid()); }));
+  EXPECT_NE(thread.get_future().get(), gettid());
+}
+
+TEST(DetachedThread, ABodyThatThrowsEndsNothingButItself) {
+  const std::initializer_list<void (*)()> throwers{[] { throw std::runtime_error("raised"); },
+                                                   [] { throw 42; }};
+  for (const auto raise : throwers) {
+    std::promise<void> ended;
+    EXPECT_TRUE(detachNewThread([&ended, raise] {
+      ended.set_value_at_thread_exit();
+      raise();
+    }));
+    EXPECT_EQ(ended.get_future().wait_for(patience), std::future_status::ready);
+  }
+}
+
+TEST(DetachedThread, AllSignalsButFaultsAreBlockedOnIt) {
+  Signals expected = blockableSignals();
+  for (const int fault : faults) expected.erase(fault);
+  const Signals before = blockedSignals();
+  EXPECT_EQ(blockedOnADetachedThread(), expected);
+  // Whatever its maker has blocked.
+  block({SIGUSR2, SIGSEGV});
+  EXPECT_EQ(blockedOnADetachedThread(), expected);
+  block(before);
+}
+
+TEST(DetachedThread, TheSignalsOfItsMakerStayAsTheyAre) {
+  const Signals before = blockedSignals();
+  block({SIGUSR2});
+  blockedOnADetachedThread();
+  EXPECT_EQ(blockedSignals(), Signals{SIGUSR2});
+  block(before);
+}
+
+TEST(DetachedThread, AThreadThatCannotBeMadeIsToldAndHarmsNothing) {
+  inHost(hostInformation(), [](const Host&) {
+    std::atomic<bool> ran{false};
+    const Signals before = blockedSignals();
+    {
+      const NoMoreThreads limit;
+      EXPECT_FALSE(detachNewThread([&] { ran = true; }));
+    }
+    EXPECT_EQ(blockedSignals(), before);
+    EXPECT_FALSE(ran);
+    EXPECT_FALSE(blockedOnADetachedThread().empty());  // the next one can be made again
+  });
+}
+
+}  // namespace
+}  // namespace qbdkr::test
