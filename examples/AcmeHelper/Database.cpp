@@ -65,12 +65,8 @@ void Statement::bindOne(int index, std::string_view value) {
 bool Statement::next() {
   const int code = sqlite3_step(statement_.get());
   if (code == SQLITE_ROW) return true;
-  if (code != SQLITE_DONE) {
-    const DatabaseError failure = database_.error();
-    sqlite3_reset(statement_.get());
-    throw failure;
-  }
-  sqlite3_reset(statement_.get());
+  sqlite3_reset(statement_.get());  // and the database still tells the error
+  if (code != SQLITE_DONE) throw database_.error();
   return false;
 }
 

@@ -15,7 +15,7 @@
 namespace acme {
 namespace {
 
-constexpr std::size_t blockSize = 256 * 1024;
+constexpr std::size_t blockSize = 262'144;
 
 std::runtime_error failure(const std::string& path) {
   return std::runtime_error(path + ": " + std::strerror(errno));

@@ -118,7 +118,7 @@ void State::change(Statement& statement) {
 }
 
 void State::setCollects(std::string_view host, bool collects) {
-  change(setCollects_.bind(host, std::int64_t{collects}));
+  change(setCollects_.bind(host, collects ? std::int64_t{1} : 0));
 }
 
 bool State::collects(std::string_view host) {
