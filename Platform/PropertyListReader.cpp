@@ -52,8 +52,8 @@ std::optional<std::string> textFromUTF16(std::string_view bytes, ByteOrder order
   return utf8FromUTF16(units);
 }
 
-// One zero among the first two bytes tells UTF-16 without a mark, which is therefore only recognized
-// when the text begins with an ASCII character.
+// One zero among the first two bytes tells UTF-16 without a mark, which is therefore only
+// recognized when the text begins with an ASCII character.
 std::optional<std::string> decodedText(std::string_view bytes) {
   if (bytes.starts_with("\xFF\xFE"sv)) {
     return textFromUTF16(bytes.substr(2), ByteOrder::littleEndian);
@@ -112,7 +112,7 @@ std::optional<std::string> contentsOfFile(const std::string& path) {
 
 std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
   if (bytes.size() > maximumBytes) return std::nullopt;
-  if (bytes.starts_with("bplist0")) return readBinary(bytes);
+  if (bytes.starts_with("bplist")) return readBinary(bytes);
   const std::optional<std::string> text = decodedText(bytes);
   if (!text) return std::nullopt;
   return looksLikeXML(*text) ? readXML(*text) : readText(*text);

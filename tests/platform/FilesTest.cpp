@@ -414,11 +414,11 @@ TEST_F(Files, TildeIsExpandedAtTheFrontOnly) {
 }
 
 TEST_F(Files, TildeAndANameIsThatUsersHome) {
-  const passwd* root = getpwuid(0);
-  ASSERT_NE(root, nullptr);
-  const std::string home = root->pw_dir;
-  EXPECT_EQ(expandTilde(std::string("~") + root->pw_name), home);
-  EXPECT_EQ(expandTilde(std::string("~") + root->pw_name + "/Acme"), home + "/Acme");
+  const passwd* user = getpwuid(0);
+  ASSERT_NE(user, nullptr);
+  const std::string home = user->pw_dir;
+  EXPECT_EQ(expandTilde(std::string("~") + user->pw_name), home);
+  EXPECT_EQ(expandTilde(std::string("~") + user->pw_name + "/Acme"), home + "/Acme");
   EXPECT_EQ(expandTilde("~no-such-user/b"), "~no-such-user/b");
 }
 

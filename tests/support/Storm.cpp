@@ -91,11 +91,11 @@ class Caller {
 
   static void local() {
     auto& c = communicator();
-    c.clientID();
+    (void)c.clientID();
     c.collectDataPID();
     c.firstStartPID();
-    c.getDefaultHelperServerOpen();
-    c.bundleIDSet();
+    (void)c.getDefaultHelperServerOpen();
+    (void)c.bundleIDSet();
     c.didCheckServerOpen(true, nullptr);
     QBHPHelper::share().startHelper();
     try {
