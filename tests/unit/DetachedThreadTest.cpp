@@ -80,6 +80,15 @@ class NoMoreThreads {
   rlimit before_{};
 };
 
+// Tells when the thread that has set it ends as a thread does.
+struct ThreadEnd {
+  std::promise<void>* reached = nullptr;
+  ~ThreadEnd() {
+    if (reached != nullptr) reached->set_value();
+  }
+};
+thread_local ThreadEnd threadEnd;
+
 TEST(DetachedThread, RunsTheBodyOnAnotherThread) {
   std::promise<pid_t> thread;
   EXPECT_TRUE(detachNewThread([&] { thread.set_value(gettid()); }));
@@ -92,7 +101,7 @@ TEST(DetachedThread, ABodyThatThrowsEndsNothingButItself) {
   for (const auto raise : throwers) {
     std::promise<void> ended;
     EXPECT_TRUE(detachNewThread([&ended, raise] {
-      ended.set_value_at_thread_exit();
+      threadEnd.reached = &ended;
       raise();
     }));
     EXPECT_EQ(ended.get_future().wait_for(patience), std::future_status::ready);

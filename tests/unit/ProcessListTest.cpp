@@ -162,6 +162,7 @@ TEST(ProcessList, AnApplicationThatEndsMeanwhileIsNotRunning) {
   inHost(hostInformation(), [](const Host& host) {
     const std::string identifier = otherIdentifier();
     RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", identifier}});
+    EXPECT_TRUE(QBHPProcessList::share().applicationIsRunning(identifier, "/any/path"));
     WatchedProcessTable table;
     table.onCopy = [&] { other.end(); };
     EXPECT_FALSE(QBHPProcessList::share().applicationIsRunning(identifier, "/any/path"));
