@@ -10,7 +10,7 @@ endfunction()
 file(REMOVE_RECURSE ${WORK})
 execute_process(
   COMMAND ${CMAKE_COMMAND} -Wno-dev -G Ninja -S ${SOURCE} -B ${WORK} -DBUILD_TESTING=OFF
-    -DSQLite3_INCLUDE_DIR=/ -DSQLite3_LIBRARY=/libsqlite3.tbd
+    -DSQLite3_INCLUDE_DIR=/usr/include -DSQLite3_LIBRARY=/usr/lib/libsqlite3.tbd
     -DCMAKE_TOOLCHAIN_FILE=${CMAKE_CURRENT_LIST_DIR}/Darwin.cmake -DCMAKE_CXX_COMPILER=${COMPILER}
   OUTPUT_VARIABLE output ERROR_VARIABLE output RESULT_VARIABLE result)
 if(NOT result EQUAL 0)
