@@ -10,7 +10,7 @@ check_packages="clang clang-format clang-tidy libclang-rt-dev"
 # need_packages INSTALL PACKAGES: installs what is missing (INSTALL is "yes"), or says what is and
 # stops.
 need_packages() {
-  local install=$1 missing="" package
+  local install=$1 missing="" package log
   shift
   for package in "$@"; do
     dpkg-query -W -f '${db:Status-Status}\n' "$package" 2>/dev/null | grep -qx installed ||
@@ -30,15 +30,16 @@ need_packages() {
     as_root=sudo
   fi
   printf 'Installing:%s\n' "$missing"
+  log=$(mktemp)
   # shellcheck disable=SC2086
   $as_root env DEBIAN_FRONTEND=noninteractive sh -c '
     apt-get -qq update && apt-get -qq install --yes --no-install-recommends "$@"
-  ' sh $missing >/tmp/qbdkr-apt.$$ 2>&1 || {
-    cat /tmp/qbdkr-apt.$$ >&2
-    rm -f /tmp/qbdkr-apt.$$
+  ' sh $missing >"$log" 2>&1 || {
+    cat "$log" >&2
+    rm -f "$log"
     exit 1
   }
-  rm -f /tmp/qbdkr-apt.$$
+  rm -f "$log"
 }
 
 # build PRESET [TARGET...]: configures and builds quietly; what went wrong is shown.

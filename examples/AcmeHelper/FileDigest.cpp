@@ -16,6 +16,7 @@ namespace acme {
 namespace {
 
 constexpr std::size_t blockSize = 262'144;
+constexpr off_t largestFile = off_t{64} << 30U;  // 64 GiB
 
 std::runtime_error failure(const std::string& path) {
   return std::runtime_error(path + ": " + std::strerror(errno));
@@ -25,7 +26,7 @@ class File {
  public:
   // Not blocking: what a host names may be a pipe that nobody writes to.
   explicit File(const std::string& path)
-      : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK)) {
+      : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
     if (descriptor_ < 0) throw failure(path);
   }
   File(const File&) = delete;
@@ -44,6 +45,7 @@ std::optional<FileDigest> digestOf(const std::string& path, const std::atomic<bo
   struct stat status {};
   if (::fstat(file.get(), &status) != 0) throw failure(path);
   if (!S_ISREG(status.st_mode)) throw std::runtime_error(path + ": not a file");
+  if (status.st_size > largestFile) throw std::runtime_error(path + ": too large");
 
   SHA256 hash;
   FileDigest digest;
@@ -52,7 +54,7 @@ std::optional<FileDigest> digestOf(const std::string& path, const std::atomic<bo
     const ssize_t size = ::read(file.get(), block.data(), block.size());
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) throw failure(path);
-    if (size == 0) {
+    if (size == 0 || digest.size >= status.st_size) {  // what is added meanwhile does not count
       digest.sha256 = hash.digits();
       return digest;
     }

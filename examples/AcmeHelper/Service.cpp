@@ -1,7 +1,10 @@
 #include "Service.h"
 
+#include <algorithm>
+
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/QBHPAppleEventSender.h"
+#include "Database.h"
 #include "Platform/Log.h"
 
 namespace acme {
@@ -10,6 +13,13 @@ using qbdkr::QBHPAppleEventProcesser;
 using qbdkr::QBHPAppleEventSender;
 using qbdkr::String;
 using qbdkr::Text;
+
+namespace {
+
+// More than a path, a name or a title ever needs; what a host sends by mistake is not kept.
+constexpr std::size_t longestText = 4096;  // bytes
+
+}  // namespace
 
 Service::Service(std::string_view className, State& state, const Transcript& transcript)
     : className_(className), state_(state), transcript_(transcript) {
@@ -28,6 +38,11 @@ String Service::performSelector(std::string_view selector, std::span<const Text>
   received.append(" ").append(selector);
   for (const Text& object : objects) received.append(" ").append(shown(object));
   note(received + " from " + sender_);
+  const auto isTooLong = [](const Text& object) { return object && object->size() > longestText; };
+  if (std::ranges::any_of(objects, isTooLong)) {
+    qbdkr::log("%@ has a text that is too long", {selector});
+    return std::nullopt;
+  }
   String reply;
   try {
     reply = QBHPAppEventBase::performSelector(selector, objects);

@@ -3,15 +3,15 @@
 #include <chrono>
 #include <cstdint>
 #include <memory>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
 
-#include "Database.h"
 #include "Platform/RunLoop.h"
 
 namespace acme {
+
+class Statement;
 
 // A file that a host handed over, and what is known of it.
 struct Upload {
@@ -34,9 +34,13 @@ struct Collected {
 
 // What this helper agent must not forget, in an SQLite database.
 //
-// Changes are gathered, and made durable together: by commit(), by the run loop half a second after
-// the first of them at the latest, and by the destructor. What a kill takes away is therefore the
-// last half second at most, always as a whole: of two changes, never the second one alone.
+// Changes are gathered, and made durable together: by commit(), and by the run loop about half a
+// second after the first of them. What a kill takes away is therefore about the last half second at
+// most, always as a whole: of two changes, never the second one alone.
+//
+// A change that cannot be stored, on a full disk for instance, takes those before it along. Nothing
+// is stored after that, so that the same still holds: the main run loop is stopped, and the next
+// helper agent goes on from what is durable.
 //
 // Main thread only. Everything may throw DatabaseError unless it is said that it does not.
 class State {
@@ -48,12 +52,11 @@ class State {
   State& operator=(const State&) = delete;
   ~State();
 
-  // Makes all changes so far durable. False when that failed; it is then tried again later. Does
-  // not throw.
+  // Makes all changes so far durable. False when something could not be stored. Does not throw.
   bool commit();
 
   // Whether no helper agent ever started with this state before.
-  [[nodiscard]] bool isFirstStart() const { return isFirstStart_; }
+  [[nodiscard]] bool isFirstStart() const;
 
   // Usage data. Whether it is collected is a host's own switch, which is on until it is set.
   void setCollects(std::string_view host, bool collects);
@@ -69,22 +72,21 @@ class State {
   void failUpload(std::int64_t number, std::string_view error);
   std::vector<Upload> unfinishedUploads();
 
-  // Messages for the users of a product; each is taken once.
+  // Messages for the users of a product. Each is taken once, which is durable before this returns.
   void addMessage(std::string_view productID, std::string_view text);
   std::vector<std::string> takeMessages(std::string_view productID);
 
  private:
-  static std::unique_ptr<Database> open(const std::string& directory);
-  void recordStart();
-  void change(Statement& statement);
+  struct Tables;
 
-  std::unique_ptr<Database> database_;
-  bool isFirstStart_ = false;
+  static std::unique_ptr<Tables> open(const std::string& directory);
+  void change(Statement& statement);
+  void fail(const char* reason);
+
+  std::unique_ptr<Tables> tables_;
+  bool failed_ = false;
   std::chrono::steady_clock::time_point oldestChange_;
   std::shared_ptr<qbdkr::RunLoopTimer> timer_;  // while there are changes that are not durable
-
-  Statement setCollects_, collects_, count_, collect_, counters_, strings_, addUpload_,
-      finishUpload_, failUpload_, unfinishedUploads_, addMessage_, messages_, forgetMessages_;
 };
 
 }  // namespace acme

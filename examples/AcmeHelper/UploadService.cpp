@@ -15,9 +15,6 @@ using Request = qbdkr::QBHPUploadByHelper;
 
 namespace {
 
-// More than a key or a value of usage data ever needs; what a host sends by mistake is not kept.
-constexpr std::size_t longestText = 4096;
-
 Upload upload(const char* kind, Text productID, Text versionID, Text email, Text filePath,
               Text title, Text description) {
   const auto string = [](Text text) { return std::string(text.value_or("")); };
@@ -57,9 +54,6 @@ OSErr UploadService::uploadProductFile(Text productID, Text versionID, Text emai
 OSErr UploadService::collectData(Text productID, Text /*version*/, Text collectionType, Text target,
                                  Text keyID, Text value) {
   if (!state().collects(sender())) return qbdkr::noErr;
-  for (const Text text : {productID, target, keyID, value}) {
-    if (text.value_or("").size() > longestText) return qbdkr::noErr;
-  }
   const auto type = static_cast<CollectionType>(qbdkr::intValue(collectionType.value_or("")));
   if (type == CollectionType::customString) {
     state().collect(productID.value_or(""), target.value_or(""), value.value_or(""));

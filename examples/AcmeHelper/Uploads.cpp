@@ -4,6 +4,7 @@
 #include <functional>
 #include <utility>
 
+#include "Database.h"
 #include "FileDigest.h"
 #include "Platform/Log.h"
 #include "Platform/RunLoop.h"

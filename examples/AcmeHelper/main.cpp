@@ -1,14 +1,17 @@
 // A helper agent: it is installed and started by a host application, and does what hosts ask it
 // for.
 
+#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <string>
 
 #include "CustomerService.h"
+#include "Database.h"
 #include "GetData.h"
 #include "HelperControl.h"
 #include "Platform/Bundle.h"
@@ -34,7 +37,15 @@ std::string dataDirectory() {
       bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper"));
 }
 
-void serve(const acme::Transcript& transcript) {
+// What hosts have posted so far, though not for ever.
+void serveWhatHasArrived() {
+  qbdkr::RunLoop& loop = qbdkr::RunLoop::main();
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  pollfd readable{loop.descriptor(), POLLIN, 0};
+  while (std::chrono::steady_clock::now() < end && ::poll(&readable, 1, 0) > 0) loop.dispatch();
+}
+
+[[noreturn]] void serve(const acme::Transcript& transcript) {
   acme::State state(dataDirectory());
   acme::Uploads uploads(state, transcript);
   acme::HelperControl control(state, transcript);
@@ -45,7 +56,12 @@ void serve(const acme::Transcript& transcript) {
 
   transcript.write("started, process " + std::to_string(getpid()));
   qbdkr::RunLoop::main().run();
+  serveWhatHasArrived();
+  const bool isStored = state.commit();
   control.reportExit();
+  transcript.write("exits");
+  // The thread that reads files may be held up by one of them: it is not waited for.
+  std::_Exit(isStored ? 0 : 1);
 }
 
 }  // namespace
@@ -64,6 +80,4 @@ int main() {
     qbdkr::log("the state cannot be opened: %@", {error.what()});
     return 1;
   }
-  transcript.write("exits");
-  return 0;
 }

@@ -99,15 +99,16 @@ int main(int argc, char** argv) {
     std::cout << usage << photo::calls();
     return words.front() == "--help" ? 0 : 2;
   }
-  // Static: the thread that reads commands and the helper's reports may outlast this function.
+  // Never destroyed: the thread that reads commands and the helper's reports may outlast this
+  // function.
   const std::string version =
       qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
-  static const acme::Transcript transcript("host " + version);
+  static const auto& transcript = *new acme::Transcript("host " + version);
   RunLoop& loop = RunLoop::main();  // before the handlers, which use it
   std::signal(SIGTERM, stop);
   std::signal(SIGINT, stop);
 
-  static Reports reports(transcript);
+  static auto& reports = *new Reports(transcript);
   transcript.write("started, process " + std::to_string(getpid()));
   QBHPHelper::share();
   qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);

@@ -135,8 +135,14 @@ class PropertyListJudge : public testing::Test {
 
   [[nodiscard]] std::optional<Dictionary> written(const std::string& expression,
                                                   const std::string& form) const {
+    return written(std::string(pythonValue), expression, form);
+  }
+
+  [[nodiscard]] std::optional<Dictionary> written(const std::string& program,
+                                                  const std::string& expression,
+                                                  const std::string& form) const {
     const bool hasWritten =
-        python(std::string(pythonValue) + "with open(sys.argv[1], 'wb') as file:\n" +
+        python("import plistlib, sys\n" + program + "with open(sys.argv[1], 'wb') as file:\n" +
                    "    plistlib.dump(" + expression + ", file, fmt=plistlib." + form +
                    ", sort_keys=False)\n",
                path());
@@ -192,6 +198,43 @@ TEST_F(PropertyListJudge, ItsListsOfManyObjectsAreRead) {
   EXPECT_EQ(many->size(), 30'000U);
   ASSERT_TRUE(many->find("k29999"));
   EXPECT_EQ(*many->find("k29999"), PropertyList(Array{29999, "29999", 14999.5}));
+}
+
+// A reader of strings files, in ten lines of another language: pairs of quoted texts and nothing
+// else.
+constexpr std::string_view pythonStrings = R"py(
+import re
+pairs = {'plain': 'text', '': 'empty key', 'empty': '', 'quotes': '"a" \'b\'', 'back\\slash': '\\n \\" \\',
+         'lines': 'one\ntwo\r\nthree\u2028four', 'controls': ''.join(map(chr, range(1, 32))) + '\x7f',
+         'comment': '/* no */ // no', 'wide': '\U0001F600 Grüße \u4e2d\u6587 \u202e', '; = {}': '( ) < >'}
+def strings(data):
+    text = data.decode('utf-16' if data[:2] == b'\xff\xfe' else 'utf-8')
+    quoted = r'"((?:[^"\\]|\\.)*)"'
+    pair = re.compile(quoted + r'\s*=\s*' + quoted + r'\s*;\s*', re.DOTALL)
+    simple = {'n': '\n', 'r': '\r', 't': '\t', 'a': '\a', 'b': '\b', 'f': '\f', 'v': '\v'}
+    def plain(match):
+        word = match[1]
+        return chr(int(word[1:], 16)) if word[0] == 'U' else simple.get(word, word)
+    unescaped = lambda part: re.sub(r'\\(U[0-9a-fA-F]{4}|.)', plain, part, flags=re.DOTALL)
+    read, place = {}, 0
+    while place < len(text):
+        found = pair.match(text, place)
+        assert found, text[place:]
+        read[unescaped(found[1])], place = unescaped(found[2]), found.end()
+    return read
+)py";
+
+TEST_F(PropertyListJudge, ReadsTheStringsFilesThatAreWritten) {
+  const std::string program(pythonStrings);
+  const auto pairs = written(program, "pairs", "FMT_BINARY");
+  ASSERT_TRUE(pairs.has_value());
+  EXPECT_GE(pairs->size(), 10U);
+  const auto text = stringsFileText(*pairs);
+  ASSERT_TRUE(text.has_value());
+  std::ofstream(path(), std::ios::binary) << *text;
+  const std::string judge = program + "assert strings(open(sys.argv[1], 'rb').read()) == ";
+  EXPECT_TRUE(python("import sys\n" + judge + "pairs\n", path()));
+  EXPECT_FALSE(python("import sys\n" + judge + "{**pairs, 'plain': 'another'}\n", path()));
 }
 
 }  // namespace

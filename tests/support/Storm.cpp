@@ -145,9 +145,10 @@ std::string storm(const std::vector<std::string>& words) {
 std::string count(const std::vector<std::string>& words) {
   unsigned posted = 0;
   unsigned failed = 0;
-  const auto wanted = std::stoul(words.at(1));
-  for (unsigned long i = 0; i < wanted; ++i) {
-    if (communicator().commIncreaseDataCollect(words.at(0), i % 2 == 0 ? "a" : "b") == noErr) {
+  const auto first = std::stoul(words.at(1));
+  const auto wanted = std::stoul(words.at(2));
+  for (unsigned long i = first; i < first + wanted; ++i) {
+    if (communicator().commIncreaseDataCollect(words.at(0), std::to_string(i)) == noErr) {
       ++posted;
     } else {
       ++failed;

@@ -10,8 +10,9 @@ namespace qbdkr::test {
 // Gives, for each method, how often it was sent: "failed 0 METHOD=COUNT METHOD=COUNT...".
 std::string storm(const std::vector<std::string>& words);
 
-// TARGET COUNT: counts that often, under the keys "a" and "b" in turn; where the helper agent is
-// gone, launches it and goes on with the next one. Gives "posted POSTED failed FAILED".
+// TARGET FIRST COUNT: counts once under each of that many keys, which are the numbers from FIRST
+// on; where the helper agent is gone, launches it and goes on with the next one. Gives "posted
+// POSTED failed FAILED".
 std::string count(const std::vector<std::string>& words);
 
 }  // namespace qbdkr::test

@@ -84,6 +84,7 @@ TEST_F(PythonHelper, AnswersNothingToWhatItDoesNotKnow) {
   EXPECT_EQ(host->call(to + " QBHPUploadByHelper productCollectStatus:version: 7 1"), "0 ~");
   EXPECT_EQ(host->call(to + " NoSuchClass start:prodeuctVersion: 7 1"), "0 ~");
   EXPECT_EQ(host->call(to + " QBHPHelperControl start:prodeuctVersion: 1 2 3 4"), "0 ~");
+  EXPECT_NE(host->call(to + " QBHPUploadByHelper unRegSuiteInfo:version: 7 1"), "0 ~");
   const auto outside = Peer::outsideBundles(scene);
   EXPECT_EQ(outside.run({"call", scene.helperID(), "QBHPGetDataByHelper", "clientIDFormHelper"}),
             "result ");
@@ -99,8 +100,10 @@ TEST_F(PythonHelper, EndsWhenItIsAskedTo) {
             "0");
   EXPECT_TRUE(asked.comesWithin(patience));
   EXPECT_EQ(host->call("launch"), "yes");
-  const ProcessEnd terminated(helper());
-  ::kill(helper(), SIGTERM);
+  const pid_t next = helper();
+  ASSERT_NE(next, 0);
+  const ProcessEnd terminated(next);
+  ::kill(next, SIGTERM);
   EXPECT_TRUE(terminated.comesWithin(patience));
 }
 
