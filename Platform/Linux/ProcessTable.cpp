@@ -74,6 +74,11 @@ Remembered& remembered() {
   return instance;
 }
 
+bool isRemembered(pid_t processID) {
+  const std::lock_guard lock(remembered().mutex);
+  return remembered().byProcess.contains(processID);
+}
+
 }  // namespace
 
 int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
@@ -108,6 +113,9 @@ std::vector<pid_t> runningProcesses() {
 
 OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {
   if (processID <= 0) return procNotFound;
+  // One that has ended is in the table until its parent knows. Its last words may still be to come,
+  // but it runs no application any more.
+  if (isRemembered(processID) && !executableOf(processID)) return procNotFound;
   *number = {0, static_cast<std::uint32_t>(processID)};
   return noErr;
 }

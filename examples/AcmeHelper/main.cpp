@@ -37,12 +37,13 @@ std::string dataDirectory() {
       bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper"));
 }
 
-// What hosts have posted so far, though not for ever.
+// What hosts have posted so far: until nothing comes for a while, though not for ever.
 void serveWhatHasArrived() {
+  constexpr int quiet = 100;  // milliseconds
   qbdkr::RunLoop& loop = qbdkr::RunLoop::main();
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(1);
+  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
   pollfd readable{loop.descriptor(), POLLIN, 0};
-  while (std::chrono::steady_clock::now() < end && ::poll(&readable, 1, 0) > 0) loop.dispatch();
+  while (std::chrono::steady_clock::now() < end && ::poll(&readable, 1, quiet) > 0) loop.dispatch();
 }
 
 [[noreturn]] void serve(const acme::Transcript& transcript) {

@@ -212,6 +212,20 @@ TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAn
   EXPECT_EQ(identifierOf(process->processID()), "(none)");
 }
 
+TEST_F(Application, ThatEndedIsNotRunningAlthoughItIsRemembered) {
+  const pid_t processID = process->processID();
+  ProcessSerialNumber number{};
+  rememberProcessInformation(processID);
+  EXPECT_EQ(getProcessForPID(processID, &number), noErr);
+  process->kill();
+  siginfo_t ended{};
+  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(processID), &ended, WEXITED | WNOWAIT), 0);
+  ASSERT_TRUE(recordOf(processID).has_value());
+  EXPECT_EQ(getProcessForPID(processID, &number), procNotFound);
+  EXPECT_EQ(identifierOf(processID), "com.Acme.Sample");
+  forgetProcessInformation(processID);
+}
+
 TEST_F(Application, RememberingWhatIsNoApplicationRemembersNothing) {
   pid_t processID = 0;
   {
