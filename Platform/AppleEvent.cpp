@@ -47,45 +47,43 @@ AppleEvent::AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEvent
 
 namespace {
 
-template <class Fields>
-auto find(Fields& fields, FourCharCode keyword) {
-  return std::ranges::find(fields, keyword, [](const auto& field) { return field.first; });
-}
-
-template <class Fields>
-const AppleEventDescriptor* lookUp(const Fields& fields, FourCharCode keyword) {
-  const auto field = find(fields, keyword);
-  return field == fields.end() ? nullptr : &field->second;
-}
-
-template <class Fields>
-void store(Fields& fields, FourCharCode keyword, AppleEventDescriptor&& value) {
-  const auto field = find(fields, keyword);
-  if (field == fields.end()) {
-    fields.emplace_back(keyword, std::move(value));
-  } else {
-    field->second = std::move(value);
-  }
-}
-
 std::atomic<AppleEventTransport*> replacement{nullptr};
 
 }  // namespace
 
+const AppleEventDescriptor* AppleEvent::Fields::find(FourCharCode keyword) const {
+  if (first && first->first == keyword) return &first->second;
+  const auto other = std::ranges::find(others, keyword, &Field::first);
+  return other == others.end() ? nullptr : &other->second;
+}
+
+void AppleEvent::Fields::set(FourCharCode keyword, AppleEventDescriptor&& value) {
+  if (!first || first->first == keyword) {
+    first.emplace(keyword, std::move(value));
+    return;
+  }
+  const auto other = std::ranges::find(others, keyword, &Field::first);
+  if (other == others.end()) {
+    others.emplace_back(keyword, std::move(value));
+  } else {
+    other->second = std::move(value);
+  }
+}
+
 const AppleEventDescriptor* AppleEvent::paramDescriptor(FourCharCode keyword) const {
-  return lookUp(params_, keyword);
+  return params_.find(keyword);
 }
 
 const AppleEventDescriptor* AppleEvent::attributeDescriptor(FourCharCode keyword) const {
-  return lookUp(attributes_, keyword);
+  return attributes_.find(keyword);
 }
 
 void AppleEvent::setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&& value) {
-  store(params_, keyword, std::move(value));
+  params_.set(keyword, std::move(value));
 }
 
 void AppleEvent::setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value) {
-  store(attributes_, keyword, std::move(value));
+  attributes_.set(keyword, std::move(value));
 }
 
 AppleEventTransport& AppleEventTransport::shared() {

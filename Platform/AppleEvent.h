@@ -115,7 +115,14 @@ class QBDKR_EXPORT AppleEvent {
   void setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
 
  private:
-  using Fields = std::vector<std::pair<FourCharCode, AppleEventDescriptor>>;
+  using Field = std::pair<FourCharCode, AppleEventDescriptor>;
+  // Of each kind there is one as a rule, which needs no memory of its own.
+  struct Fields {
+    [[nodiscard]] const AppleEventDescriptor* find(FourCharCode keyword) const;
+    void set(FourCharCode keyword, AppleEventDescriptor&& value);
+    std::optional<Field> first;
+    std::vector<Field> others;
+  };
 
   FourCharCode eventClass_ = typeNull;
   FourCharCode eventID_ = typeNull;

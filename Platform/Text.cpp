@@ -97,6 +97,9 @@ bool isPlain(std::u16string_view text) {
 bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 
 std::size_t utf16Length(std::string_view text) {
+  // Identifiers, which are counted for each event.
+  const auto isASCII = [](char byte) { return static_cast<signed char>(byte) >= 0; };
+  if (std::ranges::all_of(text, isASCII)) return text.size();
   std::size_t units = 0;
   while (!text.empty()) {
     const Decoded front = decodeFront(text);

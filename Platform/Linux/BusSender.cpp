@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <utility>
 
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
@@ -75,9 +76,13 @@ int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
 OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor& directObject) {
   Lock lock(mutex_);
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
-  std::shared_ptr<Owner> owner;
-  if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
-  const BusMessage message = newCall(owner->name, directObject);
+  // Nearly all posts of a process go to the same application.
+  if (!latest_ || !latest_->present || latest_->identifier != identifier) {
+    std::shared_ptr<Owner> owner;
+    if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
+    latest_ = std::move(owner);
+  }
+  const BusMessage message = newCall(latest_->name, directObject);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   if (sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
     disconnect();
@@ -137,6 +142,7 @@ bool BusSender::connect(Lock& lock) {
 }
 
 void BusSender::disconnect() {
+  latest_.reset();
   owners_.clear();
   bus_.reset();
   ++generation_;
@@ -251,8 +257,12 @@ OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner
   }
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return paramErr;
-  if (owners_.size() >= mostOwners) owners_.clear();
+  if (owners_.size() >= mostOwners) {
+    latest_.reset();
+    owners_.clear();
+  }
   owner = std::make_shared<Owner>();
+  owner->identifier = identifier;
   owner->name = *name;
   sd_bus_slot* watch = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };

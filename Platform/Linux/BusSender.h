@@ -40,6 +40,7 @@ class BusSender {
   };
   // What is known of an application that was posted to.
   struct Owner {
+    std::string identifier;
     std::string name;
     BusSlot watch;
     bool present = false;
@@ -77,6 +78,7 @@ class BusSender {
   unsigned waiting_ = 0;  // threads that wait for it
   std::uint64_t lastDrain_ = 0;                           // microseconds
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
+  std::shared_ptr<Owner> latest_;                         // one of them
 };
 
 }  // namespace qbdkr
