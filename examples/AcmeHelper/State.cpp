@@ -47,6 +47,13 @@ bool isDamage(const DatabaseError& error) {
   return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
 }
 
+// How many there have been with this one.
+std::int64_t recordStart(Database& database) {
+  Statement start(database, "INSERT INTO start(time) VALUES(datetime('now'))");
+  start.bind().run();
+  return database.lastInsertedRow();
+}
+
 // Under a name that is free, with its journal, in which the last changes may be.
 void putAside(const std::string& path) {
   std::string aside = path + ".damaged";
@@ -61,14 +68,10 @@ void putAside(const std::string& path) {
 }  // namespace
 
 struct State::Tables {
-  explicit Tables(const std::string& path) : database(path) {
-    Statement start(database, "INSERT INTO start(time) VALUES(datetime('now'))");
-    start.bind().run();
-    isFirstStart = database.lastInsertedRow() == 1;
-  }
+  explicit Tables(const std::string& path) : database(path) {}
 
   CheckedDatabase database;
-  bool isFirstStart = false;
+  bool isFirstStart = recordStart(database) == 1;
   Statement setCollects{database,
                         "INSERT INTO host VALUES(?1, ?2) ON CONFLICT DO UPDATE SET collects = ?2"};
   Statement collects{database, "SELECT collects FROM host WHERE identifier = ?"};
