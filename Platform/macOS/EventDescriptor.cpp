@@ -45,6 +45,18 @@ OSErr makeText(const std::string& text, EventDescriptor& made) {
   return makeBytes(typeUnicodeText, units.data(), units.size() * sizeof(char16_t), made);
 }
 
+// The words of a serial number are big-endian in ours, and in the processor's order in a
+// descriptor.
+OSErr makeSerialNumber(const std::string& bytes, EventDescriptor& made) {
+  const auto word = [&](std::size_t at) {
+    UInt32 value = 0;
+    for (const char byte : bytes.substr(at, 4)) value = value << 8U | static_cast<UInt8>(byte);
+    return value;
+  };
+  const ::ProcessSerialNumber number{word(0), word(4)};
+  return makeBytes(typeProcessSerialNumber, &number, sizeof number, made);
+}
+
 OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made);
 
 OSErr makeList(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
@@ -61,6 +73,10 @@ OSErr makeList(const AppleEventDescriptor& from, std::size_t level, EventDescrip
 OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
   if (from.descriptorType() == typeAEList) return makeList(from, level, made);
   if (from.descriptorType() == typeUnicodeText) return makeText(from.data(), made);
+  if (from.descriptorType() == typeProcessSerialNumber &&
+      from.data().size() == sizeof(::ProcessSerialNumber)) {
+    return makeSerialNumber(from.data(), made);
+  }
   return makeBytes(from.descriptorType(), from.data().data(), from.data().size(), made);
 }
 
@@ -94,7 +110,8 @@ class Reader {
     if (items_++ == mostItems) return std::nullopt;
     if (desc.descriptorType == typeAEList) return list(desc, level);
     auto value = text(desc);
-    if (!value) value = plainDescriptor(desc);
+    // Text that is none would be taken for UTF-8 further on.
+    if (!value && desc.descriptorType != typeUnicodeText) value = plainDescriptor(desc);
     if (!value) return std::nullopt;
     bytes_ += value->data().size();
     return bytes_ > mostBytes ? std::nullopt : std::move(value);
@@ -109,7 +126,7 @@ class Reader {
       return std::nullopt;
     }
     auto utf8 = bytesOf(*coerced.get());
-    if (!utf8 || !isValidUTF8(*utf8)) return std::nullopt;
+    if (!utf8 || !isSendable(*utf8)) return std::nullopt;
     return AppleEventDescriptor::withString(std::move(*utf8));
   }
 

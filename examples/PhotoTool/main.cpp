@@ -79,11 +79,11 @@ int callOnce(const std::vector<std::string>& words) {
   const std::vector<std::string> arguments(words.begin() + 1, words.end());
   const auto result = photo::call(words.front(), arguments);
   if (!result) {
-    std::cerr << "PhotoTool: no such call, or a wrong number of arguments: " << words.front()
-              << '\n';
+    // In one piece: other threads write log lines.
+    std::cerr << "PhotoTool: no such call, or a wrong number of arguments: " + words.front() + '\n';
     return 2;
   }
-  std::cout << words.front() << ": " << *result << '\n';
+  std::cout << words.front() + ": " + *result + '\n';
   return 0;
 }
 
