@@ -5,13 +5,12 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/InfoKeys.h"
 #include "Platform/Bundle.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {
 namespace {
-
-constexpr std::string_view helperBundleIDKey = "Helper Bundle indentifiter";
 
 AppleEventDescriptor text(Text value) {
   return AppleEventDescriptor::withString(std::string(value.value_or(std::string_view())));
@@ -33,7 +32,7 @@ QBHPAppleEventSender& QBHPAppleEventSender::share() {
 }
 
 QBHPAppleEventSender::QBHPAppleEventSender()
-    : helperBundleID_(Bundle::main().infoString(helperBundleIDKey)) {}
+    : helperBundleID_(Bundle::main().infoString(infokey::helperBundleIdentifier)) {}
 
 AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text selectName,
                                              Arguments args) {

@@ -4,13 +4,12 @@
 #include <string>
 
 #include "ClientComm/Exceptions.h"
+#include "ClientComm/InfoKeys.h"
 #include "Platform/Bundle.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {
 namespace {
-
-constexpr std::string_view productIDKey = "PID";
 
 // Filled by the first call that has a value, and kept for the life of the process.
 struct Cache {
@@ -59,6 +58,6 @@ String QBHPConfig::helperName() {
   return cache().helperName;
 }
 
-String QBHPConfig::helperPID() { return Bundle::main().infoString(productIDKey); }
+String QBHPConfig::helperPID() { return Bundle::main().infoString(infokey::productID); }
 
 }  // namespace qbdkr

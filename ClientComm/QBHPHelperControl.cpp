@@ -4,6 +4,7 @@
 #include <optional>
 
 #include "ClientComm/HelperRequest.h"
+#include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Bundle.h"
@@ -84,12 +85,12 @@ OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text erro
 }
 
 bool QBHPHelperControl::saveEnableADToPlistFile() {
-  constexpr std::string_view key = "EnableAD";
-  const PropertyList* value = Bundle::main().objectForInfoDictionaryKey(key);
+  const PropertyList* value = Bundle::main().objectForInfoDictionaryKey(infokey::enableAD);
   if (value == nullptr) return true;
   const auto path = firstPropertyList(Bundle::main().bundlePath());
   if (!path) return true;
-  return writeSwitch(*path, SwitchForm::propertyList, key, boolValue(*value), SwitchWrite::always);
+  return writeSwitch(*path, SwitchForm::propertyList, infokey::enableAD, boolValue(*value),
+                     SwitchWrite::always);
 }
 
 // Reports only: a request that is called from outside would make this process send, or wait, at the

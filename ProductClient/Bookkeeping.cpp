@@ -4,11 +4,11 @@
 #include <utility>
 #include <variant>
 
+#include "ClientComm/InfoKeys.h"
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
 #include "Platform/Log.h"
 #include "Platform/UserDefaults.h"
-#include "ProductClient/InfoKeys.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

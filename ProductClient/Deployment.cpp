@@ -4,13 +4,13 @@
 #include <string>
 #include <utility>
 
+#include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "ClientComm/QBHPVersion.h"
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
 #include "Platform/Log.h"
 #include "Platform/Workspace.h"
-#include "ProductClient/InfoKeys.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

@@ -3,12 +3,12 @@
 #include <string>
 #include <utility>
 
+#include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "Platform/Bundle.h"
 #include "Platform/Log.h"
 #include "Platform/UserDefaults.h"
 #include "ProductClient/DetachedThread.h"
-#include "ProductClient/InfoKeys.h"
 
 namespace qbdkr {
 namespace {

@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <string>
 
+#include "ClientComm/InfoKeys.h"
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
@@ -13,8 +14,8 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::string_view tipsEnable = "TipsEnable";
-constexpr std::string_view enableAD = "EnableAD";
+using infokey::enableAD;
+using infokey::tipsEnable;
 
 std::string listed(const std::vector<std::string>& names) {
   std::string text;
