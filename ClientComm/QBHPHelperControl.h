@@ -80,7 +80,7 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
       selector<&QBHPHelperControl::exitHelper>("exitHelper:productVersion:");
 
   // Reports, called by name. What the first argument stands for is the helper agent's affair; the
-  // flag is read by boolValue(), and any code but "0" makes an error of code and message.
+  // flag is read by boolValue(), and a code whose intValue() is not 0 makes an error of both.
   OSErr helperExitNotify(Text text);
   static constexpr auto kHelperExitNotify =
       selector<&QBHPHelperControl::helperExitNotify>("helperExitNotify:");
