@@ -33,6 +33,8 @@ struct CloseDirectory {
 // Work in progress lies beside its target under a hidden name, locked by the process that works on
 // it. Whoever comes next clears away what a process that ended has left.
 constexpr std::string_view stagingSuffix = ".qbhp-staging-";
+constexpr std::string_view uniquePart = "XXXXXX";  // mkdtemp() puts other letters in its place
+constexpr std::string_view itemPart = "/item";     // what is worked on
 
 std::string stagingPrefix(const fs::path& target) {
   return '.' + target.filename().string() + std::string(stagingSuffix);
@@ -62,7 +64,7 @@ class Staging {
     // Another process that clears away may take a new directory before it is locked.
     constexpr int attempts = 8;
     for (int attempt = 0; attempt < attempts; ++attempt) {
-      std::string path = target.parent_path() / (stagingPrefix(target) + "XXXXXX");
+      std::string path = target.parent_path() / stagingPrefix(target).append(uniquePart);
       if (mkdtemp(path.data()) == nullptr) return std::nullopt;
       auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
       // Where there are no locks, two at the same time are the lesser evil.
@@ -81,7 +83,7 @@ class Staging {
     if (!path_.empty()) removeTree(path_);
   }
 
-  [[nodiscard]] fs::path item() const { return fs::path(path_) / "item"; }
+  [[nodiscard]] fs::path item() const { return path_ + std::string(itemPart); }
 
  private:
   Staging(std::string path, std::optional<FileLock> lock)
@@ -209,16 +211,20 @@ std::optional<std::string> removeItem(const std::string& path) {
   return std::nullopt;
 }
 
+// DIRECTORY/.NAME.qbhp-staging-UNIQUE/item/REST was DIRECTORY/NAME/REST.
 std::string pathBeforeRemoval(std::string_view path) {
-  constexpr std::string_view item = "XXXXXX/item/";  // as Staging names it
   const auto suffix = path.rfind(stagingSuffix);
   const auto slash = suffix == std::string_view::npos ? suffix : path.rfind('/', suffix);
   if (slash == std::string_view::npos || path[slash + 1] != '.') return std::string(path);
-  const auto rest = suffix + stagingSuffix.size() + item.size() - 1;
-  const std::string_view mark = item.substr(item.find('/'));
-  if (!path.substr(0, std::min(rest + 1, path.size())).ends_with(mark)) return std::string(path);
-  const std::string_view name = path.substr(slash + 2, suffix - slash - 2);
-  return std::string(path.substr(0, slash + 1)).append(name).append(path.substr(rest));
+  std::string_view rest = path.substr(suffix + stagingSuffix.size());
+  rest.remove_prefix(std::min(uniquePart.size(), rest.size()));
+  if (!rest.starts_with(itemPart)) return std::string(path);
+  rest.remove_prefix(itemPart.size());
+  const auto name = slash + 2;
+  if (!rest.starts_with('/') || name >= suffix) return std::string(path);
+  return std::string(path.substr(0, slash + 1))
+      .append(path.substr(name, suffix - name))
+      .append(rest);
 }
 
 bool copyItem(const std::string& from, const std::string& to) {

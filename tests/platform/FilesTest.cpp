@@ -287,7 +287,8 @@ TEST_F(Files, PathBeforeRemovalIsWhereAProcessWasStarted) {
   for (const char* path :
        {"", "/", "/a/Helper.app/Contents/Linux/Helper", "/a/Helper.app.qbhp-staging-x1Y2z3/item/b",
         "/a/.Helper.app.qbhp-staging-x1Y2z3/item", "/a/.Helper.app.qbhp-staging-x1Y2z3",
-        "/a/.Helper.app.qbhp-staging-x1Y2z3/other/b", ".qbhp-staging-", "/a/.qbhp-staging-"}) {
+        "/a/.Helper.app.qbhp-staging-x1Y2z3/other/b", ".qbhp-staging-", "/a/.qbhp-staging-",
+        "/a/.qbhp-staging-x1Y2z3/item/b"}) {
     EXPECT_EQ(pathBeforeRemoval(path), path);
   }
 }
