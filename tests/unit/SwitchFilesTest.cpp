@@ -182,6 +182,23 @@ class SwitchFiles : public testing::Test {
     return folder(host, language) / "InfoPlist.strings";
   }
 
+  // Both files as they are, old enough for any write to show.
+  struct BothFiles {
+    explicit BothFiles(const Host& ofHost)
+        : host(ofHost), list(aged(propertyList(host))), text(aged(strings(host))) {}
+    void expectUntouched() const {
+      EXPECT_EQ(stateOf(propertyList(host)), list);
+      EXPECT_EQ(stateOf(strings(host)), text);
+    }
+    void expectWritten() const {
+      EXPECT_NE(stateOf(propertyList(host)), list);
+      EXPECT_NE(stateOf(strings(host)), text);
+    }
+    const Host& host;
+    FileState list;
+    FileState text;
+  };
+
   // The communicator is made without its start-up thread, and lives as long as the body's process.
   static void write(Writer writer, bool value) { (Communicator::share().*writer)(value); }
 
@@ -349,15 +366,14 @@ TEST_F(SwitchFiles, EachWriterWritesItsKeyIntoItsFileOnly) {
           information(),
           [&row, value](const Host& host) {
             Communicator::share();
-            const FileState list = aged(propertyList(host));
-            const FileState text = aged(strings(host));
+            const BothFiles files(host);
             CapturedLog log;
             write(row.toStrings, value);
             EXPECT_EQ(log.lines(), Lines{"(en)"});
-            EXPECT_EQ(stateOf(propertyList(host)), list);
+            EXPECT_EQ(stateOf(propertyList(host)), files.list);
             EXPECT_EQ(dictionaryIn(strings(host)),
                       (Dictionary{{"Name", "Host"}, {row.key, value ? "1" : "0"}}));
-            writeFile(strings(host), text.bytes);
+            writeFile(strings(host), files.text.bytes);
             const FileState again = aged(strings(host));
             write(row.toPropertyList, value);
             EXPECT_EQ(log.lines().size(), 1U);
@@ -500,11 +516,10 @@ TEST_F(SwitchFiles, WrittenFilesStayTheSameFiles) {
           fs::permissions(file, fs::perms(0640));
           fs::create_hard_link(file, file.string() + "-link");
         }
-        const FileState list = aged(propertyList(host));
-        const FileState text = aged(strings(host));
+        const BothFiles files(host);
         write(&Communicator::setTipsEnable, true);
         for (const auto& [file, before] :
-             {std::pair(propertyList(host), list), std::pair(strings(host), text)}) {
+             {std::pair(propertyList(host), files.list), std::pair(strings(host), files.text)}) {
           const FileState after = stateOf(file);
           EXPECT_EQ(after.inode, before.inode);
           EXPECT_EQ(after.mode, before.mode);
@@ -554,16 +569,13 @@ TEST_F(SwitchFiles, UnchangedValueTouchesNeitherFile) {
       inHost(information({{row.key, value}}),
              [&row, value](const Host& host) {
                Communicator::share();
-               const FileState list = aged(propertyList(host));
-               const FileState text = aged(strings(host));
+               const BothFiles files(host);
                write(row.toBoth, value);
                write(row.toPropertyList, value);
                write(row.toStrings, value);
-               EXPECT_EQ(stateOf(propertyList(host)), list);
-               EXPECT_EQ(stateOf(strings(host)), text);
+               files.expectUntouched();
                write(row.toBoth, !value);
-               EXPECT_NE(stateOf(propertyList(host)), list);
-               EXPECT_NE(stateOf(strings(host)), text);
+               files.expectWritten();
              },
              {{"en", "/* kept */ " + std::string(row.key) + " = " + (value ? "1" : "0") + ";"}});
     }
@@ -630,11 +642,9 @@ TEST_F(SwitchFiles, FilesThatCannotBeReadAsADictionaryAreLeftAlone) {
           for (const fs::path& file : {propertyList(host), strings(host)}) {
             writeFile(file, contents);
           }
-          const FileState list = aged(propertyList(host));
-          const FileState text = aged(strings(host));
+          const BothFiles files(host);
           write(&Communicator::setTipsEnable, true);
-          EXPECT_EQ(stateOf(strings(host)), text);
-          EXPECT_EQ(stateOf(propertyList(host)), list);
+          files.expectUntouched();
         },
         english);
   }
@@ -648,14 +658,12 @@ TEST_F(SwitchFiles, FilesThatMayNotBeWrittenAreLeftAlone) {
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0444));
         }
-        const FileState list = aged(propertyList(host));
-        const FileState text = aged(strings(host));
+        const BothFiles files(host);
         const ObeyedPermissions obeyed;
         write(&Communicator::setTipsEnable, true);
         write(&Communicator::setEnableAD, true);
         Communicator::share().saveTipsEnable();
-        EXPECT_EQ(stateOf(propertyList(host)), list);
-        EXPECT_EQ(stateOf(strings(host)), text);
+        files.expectUntouched();
       },
       english);
 }
@@ -665,8 +673,7 @@ TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
       information(),
       [](const Host& host) {
         Communicator::share();
-        const FileState list = aged(propertyList(host));
-        const FileState text = aged(strings(host));
+        const BothFiles files(host);
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0200));
         }
@@ -677,8 +684,8 @@ TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0600));
         }
-        EXPECT_EQ(readFile(propertyList(host)), list.bytes);
-        EXPECT_EQ(readFile(strings(host)), text.bytes);
+        EXPECT_EQ(readFile(propertyList(host)), files.list.bytes);
+        EXPECT_EQ(readFile(strings(host)), files.text.bytes);
       },
       english);
 }
@@ -725,18 +732,15 @@ TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
       information(),
       [](const Host& host) {
         Communicator::share();
-        const FileState list = aged(propertyList(host));
-        const FileState text = aged(strings(host));
+        const BothFiles files(host);
         {
           const CapturedLog log;  // the log may be such a file itself
           const SmallFilesOnly limit(16);
           write(&Communicator::setTipsEnable, true);
         }
-        EXPECT_EQ(stateOf(propertyList(host)), list);
-        EXPECT_EQ(stateOf(strings(host)), text);
+        files.expectUntouched();
         write(&Communicator::setTipsEnable, true);
-        EXPECT_NE(stateOf(propertyList(host)), list);
-        EXPECT_NE(stateOf(strings(host)), text);
+        files.expectWritten();
       },
       english);
 }
