@@ -1,5 +1,3 @@
-#include "Platform/RunLoop.h"
-
 #include <CoreFoundation/CoreFoundation.h>
 #include <fcntl.h>
 #include <pthread.h>
@@ -8,15 +6,12 @@
 
 #include <algorithm>
 #include <array>
-#include <atomic>
-#include <cerrno>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
-#include <vector>
 
 #include "Platform/Descriptor.h"
-#include "Platform/TaskQueue.h"
+#include "Platform/NativeLoop.h"
 #include "Platform/macOS/CoreFoundationRef.h"
 #include "Platform/macOS/EventPort.h"
 
@@ -67,10 +62,12 @@ class WatchedQueue {
 
   void wakeAfter(Seconds delay) {
     constexpr Seconds longest = std::chrono::hours(24);
-    const auto wait = std::chrono::duration_cast<std::chrono::microseconds>(
-        std::clamp(delay, Seconds(0), longest));
-    change(timer, EVFILT_TIMER, EV_ADD | EV_ONESHOT, NOTE_USECONDS,
-           std::max<std::intptr_t>(wait.count(), 1));
+    // The system may keep a timer that is due waiting for its tolerance. Whoever watches does not
+    // turn in circles meanwhile.
+    constexpr Seconds pause = std::chrono::milliseconds(10);
+    const auto wait = std::chrono::ceil<std::chrono::microseconds>(
+        delay > Seconds(0) ? std::min(delay, longest) : pause);
+    change(timer, EVFILT_TIMER, EV_ADD | EV_ONESHOT, NOTE_USECONDS, wait.count());
   }
 
   // A timer that came due stays so until it is taken. What else there is stays until it is done.
@@ -93,60 +90,42 @@ class WatchedQueue {
   Descriptor queue_;
 };
 
-class SystemLoop;
-
-class SystemTimer final : public RunLoopTimer, public std::enable_shared_from_this<SystemTimer> {
+class SystemTimer final : public NativeTimer {
  public:
-  SystemTimer(const std::shared_ptr<SystemLoop>& loop, RunLoop::TimerTask task)
-      : loop_(loop), task_(std::move(task)) {}
-
+  explicit SystemTimer(std::function<void()> tick) : tick_(std::move(tick)) {}
   SystemTimer(const SystemTimer&) = delete;
   SystemTimer& operator=(const SystemTimer&) = delete;
-  ~SystemTimer() override { end(); }
+  ~SystemTimer() override {
+    if (timer_) CFRunLoopTimerInvalidate(timer_.get());
+  }
 
-  bool schedule(CFRunLoopRef loop, std::chrono::microseconds interval) {
+  // A tick that was missed is the system's to leave out: it goes on from the next one to come.
+  bool schedule(CFRunLoopRef loop, Seconds interval, Seconds slack) {
     CFRunLoopTimerContext context{0, this, nullptr, nullptr, nullptr};
-    const CFTimeInterval seconds = Seconds(interval).count();
-    timer_ = CFRef<CFRunLoopTimerRef>(CFRunLoopTimerCreate(kCFAllocatorDefault,
-                                                           CFAbsoluteTimeGetCurrent() + seconds,
-                                                           seconds, 0, 0, onFire, &context));
+    timer_ = CFRef<CFRunLoopTimerRef>(
+        CFRunLoopTimerCreate(kCFAllocatorDefault, CFAbsoluteTimeGetCurrent() + interval.count(),
+                             interval.count(), 0, 0, onFire, &context));
     if (!timer_) return false;
-    CFRunLoopTimerSetTolerance(timer_.get(), Seconds(timerSlack(interval)).count());
+    CFRunLoopTimerSetTolerance(timer_.get(), slack.count());
     CFRunLoopAddTimer(loop, timer_.get(), kCFRunLoopDefaultMode);
     return true;
   }
 
-  void invalidate() override;
-
-  // On the loop's thread: no further tick.
-  void end() {
-    if (timer_) CFRunLoopTimerInvalidate(timer_.get());
-    timer_ = {};
-  }
-
  private:
-  // Ticks that were missed while the thread was busy are not made up for: the system goes on from
-  // the next one that is still to come.
-  static void onFire(CFRunLoopTimerRef, void* self) {
-    const auto timer = static_cast<SystemTimer*>(self)->shared_from_this();
-    if (!timer->valid_) return;
-    try {
-      timer->task_(*timer);
-    } catch (...) {  // nothing may unwind through Core Foundation
-    }
-  }
+  static void onFire(CFRunLoopTimerRef, void* self) { static_cast<SystemTimer*>(self)->tick_(); }
 
-  std::weak_ptr<SystemLoop> loop_;
-  RunLoop::TimerTask task_;
-  std::atomic<bool> valid_{true};
+  const std::function<void()> tick_;
   CFRef<CFRunLoopTimerRef> timer_;
 };
 
 // The system's own loop of a thread; what others do on it goes on beside us.
-class SystemLoop final : public RunLoop, public std::enable_shared_from_this<SystemLoop> {
+class SystemLoop final : public NativeLoop {
  public:
-  SystemLoop(CFRunLoopRef loop, bool isMain)
-      : loop_(CFRef<CFRunLoopRef>::retained(loop)), isMain_(isMain), pipe_(WakePipe::open()) {
+  SystemLoop(CFRunLoopRef loop, bool isMain, std::function<void()> onWake)
+      : onWake_(std::move(onWake)),
+        loop_(CFRef<CFRunLoopRef>::retained(loop)),
+        isMain_(isMain),
+        pipe_(WakePipe::open()) {
     if (!pipe_.in || !queue_.watchDescriptor(pipe_.in.get()) || !addWakeSource()) {
       throw std::runtime_error("no run loop");
     }
@@ -154,70 +133,54 @@ class SystemLoop final : public RunLoop, public std::enable_shared_from_this<Sys
   SystemLoop(const SystemLoop&) = delete;
   SystemLoop& operator=(const SystemLoop&) = delete;
   ~SystemLoop() override {
-    for (const auto& timer : timers_) timer->end();
-    if (source_) CFRunLoopSourceInvalidate(source_.get());
-    if (file_) CFFileDescriptorInvalidate(file_.get());
+    CFRunLoopSourceInvalidate(source_.get());
+    CFFileDescriptorInvalidate(file_.get());
   }
 
-  void run() override {
-    listen();
-    while (!stopped_.exchange(false)) {
-      constexpr CFTimeInterval aYear = 365.0 * 24 * 60 * 60;
-      if (CFRunLoopRunInMode(kCFRunLoopDefaultMode, aYear, 0) == kCFRunLoopRunFinished) return;
-    }
-  }
-
-  void stop() override {
-    const int before = errno;  // what a signal handler interrupts must not notice
-    stopped_.store(true);
-    wake();
-    errno = before;
+  void wake() override {
+    // It can only fail when the pipe is full, and then the loop is awake.
+    [[maybe_unused]] const auto written = ::write(pipe_.out.get(), "", 1);
   }
 
   [[nodiscard]] int descriptor() const override { return queue_.get(); }
 
-  void dispatch() override {
+  Turn turn(bool waits) override {
     listen();
+    constexpr CFTimeInterval aYear = 365.0 * 24 * 60 * 60;
+    constexpr Boolean untilOneSource = 1;
+    switch (CFRunLoopRunInMode(kCFRunLoopDefaultMode, waits ? aYear : 0, untilOneSource)) {
+      case kCFRunLoopRunFinished:
+        return Turn::failed;
+      case kCFRunLoopRunTimedOut:
+        return Turn::nothingDue;
+      default:
+        return Turn::done;
+    }
+  }
+
+  // What woke the watcher is taken here: the system's own watch of the pipe may come later.
+  void beginTurns() override {
     queue_.takeDue();
     pipe_.drain();
-    tasks_.perform();
-    // The host's own loop gets its turn however much there is to do here.
-    constexpr int mostSteps = 100;
-    int steps = 0;
-    while (steps < mostSteps &&
-           CFRunLoopRunInMode(kCFRunLoopDefaultMode, 0, 1) == kCFRunLoopRunHandledSource) {
-      ++steps;
-    }
-    if (steps == mostSteps) wake();
-    watchNextTimer();
+    onWake_();
   }
 
-  void perform(Task task) override {
-    tasks_.add(std::move(task));
-    wake();
-  }
+  void endTurns() override { watchNextTimer(); }
 
-  std::shared_ptr<RunLoopTimer> scheduleTimer(std::chrono::milliseconds interval,
-                                              TimerTask task) override {
-    auto timer = std::make_shared<SystemTimer>(shared_from_this(), std::move(task));
-    if (!timer->schedule(loop_.get(), timerInterval(interval))) {
-      throw std::runtime_error("no timer");
-    }
-    timers_.push_back(timer);
+  std::unique_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
+                                          std::chrono::microseconds slack,
+                                          std::function<void()> tick) override {
+    auto timer = std::make_unique<SystemTimer>(std::move(tick));
+    if (!timer->schedule(loop_.get(), interval, slack)) return nullptr;
     watchNextTimer();
     return timer;
-  }
-
-  void forget(const std::shared_ptr<SystemTimer>& timer) {
-    timer->end();
-    std::erase(timers_, timer);
   }
 
  private:
   bool addWakeSource() {
     CFFileDescriptorContext context{0, this, nullptr, nullptr, nullptr};
     file_ = CFRef<CFFileDescriptorRef>(
-        CFFileDescriptorCreate(kCFAllocatorDefault, pipe_.in.get(), 0, onWake, &context));
+        CFFileDescriptorCreate(kCFAllocatorDefault, pipe_.in.get(), 0, onReadable, &context));
     if (!file_) return false;
     source_ = CFRef<CFRunLoopSourceRef>(
         CFFileDescriptorCreateRunLoopSource(kCFAllocatorDefault, file_.get(), 0));
@@ -239,53 +202,30 @@ class SystemLoop final : public RunLoop, public std::enable_shared_from_this<Sys
     if (next > 0) queue_.wakeAfter(Seconds(next - CFAbsoluteTimeGetCurrent()));
   }
 
-  void wake() {
-    // It can only fail when the pipe is full, and then the loop is awake.
-    [[maybe_unused]] const auto written = ::write(pipe_.out.get(), "", 1);
-  }
-
-  static void onWake(CFFileDescriptorRef file, CFOptionFlags, void* self) {
+  static void onReadable(CFFileDescriptorRef file, CFOptionFlags, void* self) {
     auto& loop = *static_cast<SystemLoop*>(self);
     loop.pipe_.drain();
     CFFileDescriptorEnableCallBacks(file, kCFFileDescriptorReadCallBack);  // one call each time
-    loop.tasks_.perform();
-    if (loop.stopped_) CFRunLoopStop(loop.loop_.get());
+    loop.onWake_();
   }
 
-  CFRef<CFRunLoopRef> loop_;
+  const std::function<void()> onWake_;
+  const CFRef<CFRunLoopRef> loop_;
   const bool isMain_;
   bool listening_ = false;
   WakePipe pipe_;
   WatchedQueue queue_;
   CFRef<CFFileDescriptorRef> file_;
   CFRef<CFRunLoopSourceRef> source_;
-  std::atomic<bool> stopped_{false};
-  TaskQueue tasks_;
-  std::vector<std::shared_ptr<SystemTimer>> timers_;
 };
-
-void SystemTimer::invalidate() {
-  if (!valid_.exchange(false)) return;
-  const auto loop = loop_.lock();
-  if (!loop) return;
-  loop->perform([loop = loop.get(), self = shared_from_this()] { loop->forget(self); });
-}
-
-SystemLoop& mainLoop() {
-  // Never destroyed: detached threads and the Apple Event Manager use it until the process ends.
-  static const auto& loop =
-      *new std::shared_ptr<SystemLoop>(std::make_shared<SystemLoop>(CFRunLoopGetMain(), true));
-  return *loop;
-}
 
 }  // namespace
 
-RunLoop& RunLoop::main() { return mainLoop(); }
-
-RunLoop& RunLoop::current() {
-  if (pthread_main_np() != 0) return main();
-  thread_local const auto loop = std::make_shared<SystemLoop>(CFRunLoopGetCurrent(), false);
-  return *loop;
+std::unique_ptr<NativeLoop> makeNativeLoop(bool ofMainThread, std::function<void()> onWake) {
+  const CFRunLoopRef loop = ofMainThread ? CFRunLoopGetMain() : CFRunLoopGetCurrent();
+  return std::make_unique<SystemLoop>(loop, ofMainThread, std::move(onWake));
 }
+
+bool isMainThread() { return pthread_main_np() != 0; }
 
 }  // namespace qbdkr
