@@ -1,7 +1,5 @@
 #include "ClientComm/QBHPAppleEventProcesser.h"
 
-#include <cstdint>
-
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
 #include "Platform/Bundle.h"
@@ -25,23 +23,15 @@ std::string requiredText(const AppleEventDescriptor& list, std::size_t index) {
   return *std::move(text);
 }
 
-std::uint32_t bigEndianWord(std::string_view bytes) {
-  std::uint32_t word = 0;
-  for (const char byte : bytes) word = word << 8U | static_cast<unsigned char>(byte);
-  return word;
-}
-
 // The bundle identifier of the application that sent an event; absent when its process is not known
 // or belongs to no application.
 String senderOf(const AppleEvent& event) {
-  constexpr std::size_t wordSize = 4;
   const AppleEventDescriptor* address = event.attributeDescriptor(keyAddressAttr);
   if (address == nullptr) return std::nullopt;
   const auto serial = address->coerceToDescriptorType(typeProcessSerialNumber);
-  if (!serial || serial->data().size() != 2 * wordSize) return std::nullopt;
-  const std::string_view bytes = serial->data();
-  const auto information = copyProcessInformation(
-      {bigEndianWord(bytes.substr(0, wordSize)), bigEndianWord(bytes.substr(wordSize))});
+  const auto number = serial ? serialNumberFromBytes(serial->data()) : std::nullopt;
+  if (!number) return std::nullopt;
+  const auto information = copyProcessInformation(*number);
   const PropertyList* identifier =
       information ? information->find(kCFBundleIdentifierKey) : nullptr;
   if (identifier == nullptr || identifier->string() == nullptr) return std::nullopt;

@@ -14,7 +14,8 @@ class NativeTimer {
   virtual ~NativeTimer() = default;
 };
 
-// The event loop of one thread. All calls are made on that thread, where none is said to be for any.
+// The event loop of one thread. All calls are made on that thread, where none is said to be for
+// any.
 class NativeLoop {
  public:
   enum class Turn { done, nothingDue, failed };
@@ -34,16 +35,16 @@ class NativeLoop {
   virtual void beginTurns() {}
   virtual void endTurns() {}
 
-  // Ticks every interval, and up to the slack later, so that the system can wake up once for several
-  // timers. Ticks that were missed while the thread was busy are not made up for. Null when there
-  // can be no timer.
+  // Ticks every interval, and up to the slack later, so that the system can wake up once for
+  // several timers. Ticks that were missed while the thread was busy are not made up for. Null when
+  // there can be no timer.
   virtual std::unique_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                                   std::chrono::microseconds slack,
                                                   std::function<void()> tick) = 0;
 };
 
-// The loop of the main thread, from any thread, or of this one. Neither onWake nor a tick may throw.
-// Throws std::runtime_error when there can be none.
+// The loop of the main thread, from any thread, or of this one. Neither onWake nor a tick may
+// throw. Throws std::runtime_error when there can be none.
 std::unique_ptr<NativeLoop> makeNativeLoop(bool ofMainThread, std::function<void()> onWake);
 
 [[nodiscard]] bool isMainThread();

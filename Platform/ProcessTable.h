@@ -5,6 +5,9 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
 
 #include "Platform/Export.h"
 #include "Platform/PropertyList.h"
@@ -29,6 +32,11 @@ struct ProcessSerialNumber {
   std::uint32_t highLongOfPSN;
   std::uint32_t lowLongOfPSN;
 };
+
+// A serial number as the bytes of a 'psn ' descriptor: the two words, each in big-endian order.
+[[nodiscard]] std::string bytesOfSerialNumber(const ProcessSerialNumber& number);
+// Absent for any other number of bytes.
+[[nodiscard]] std::optional<ProcessSerialNumber> serialNumberFromBytes(std::string_view bytes);
 
 // The serial number of a process; procNotFound for what cannot be an id, and for an application
 // that has ended. On Linux every other process has one, whether it runs an application or not.

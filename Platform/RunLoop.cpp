@@ -56,8 +56,8 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
     using std::chrono::microseconds;
     // One that is always due would leave nothing else a turn.
     const microseconds interval = std::max(asked, std::chrono::milliseconds(1));
-    const auto slack = std::clamp<microseconds>(interval / 10, microseconds(1),
-                                                std::chrono::milliseconds(250));
+    const auto slack =
+        std::clamp<microseconds>(interval / 10, microseconds(1), std::chrono::milliseconds(250));
     native_ = native.startTimer(interval, slack, [this] { tick(); });
     return native_ != nullptr;
   }

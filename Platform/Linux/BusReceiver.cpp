@@ -10,8 +10,8 @@
 #include "Platform/Linux/MainEventLoop.h"
 #include "Platform/Linux/ProcessInformation.h"
 #include "Platform/Log.h"
+#include "Platform/RPCEvent.h"
 #include "Platform/RunLoop.h"
-#include "Platform/Text.h"
 
 namespace qbdkr {
 namespace {
@@ -29,18 +29,22 @@ AppleEventDescriptor processAddress(pid_t processID) {
 }
 
 // The direct object of the event that a call stands for; absent when the message is not of the
-// form.
+// form, or larger than any event may be.
 std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   const char* className = nullptr;
   const char* methodName = nullptr;
   if (sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
+      std::string_view(className).size() > longestEventName ||
+      std::string_view(methodName).size() > longestEventName ||
       sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "s") <= 0) {
     return std::nullopt;
   }
   auto arguments = AppleEventDescriptor::list();
   const char* argument = nullptr;
+  EventAllowance allowance;
   int result = 0;
   while ((result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &argument)) > 0) {
+    if (!allowance.take(argument)) return std::nullopt;
     arguments.insertDescriptor(AppleEventDescriptor::withString(argument), 0);
   }
   if (result < 0) return std::nullopt;
@@ -214,7 +218,7 @@ int BusReceiver::handleCall(sd_bus_message* message) {
   handler(event, reply);
 
   const std::string result = textOfReply(reply);
-  if (!isValidUTF8(result) || result.find('\0') != std::string::npos) {
+  if (!isSendable(result)) {
     return refuse(message, SD_BUS_ERROR_FAILED, "the result is not text");
   }
   return sd_bus_reply_method_return(message, rpc::resultSignature, result.c_str());

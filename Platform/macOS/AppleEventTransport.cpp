@@ -7,6 +7,7 @@
 
 #include "Platform/AppleEvent.h"
 #include "Platform/Log.h"
+#include "Platform/RPCEvent.h"
 #include "Platform/macOS/EventDescriptor.h"
 
 namespace qbdkr {
@@ -22,10 +23,9 @@ OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   if (status != noErr) return status;
   status = AECreateAppleEvent(from.eventClass(), from.eventID(), target.get(), from.returnID(),
                               from.transactionID(), made.receive());
-  const AppleEventDescriptor* directObject = from.paramDescriptor(keyDirectObject);
-  if (status != noErr || directObject == nullptr) return status;
+  if (status != noErr) return status;
   EventDescriptor value;
-  status = makeDescriptor(*directObject, value);
+  status = makeDescriptor(*from.paramDescriptor(keyDirectObject), value);
   if (status != noErr) return status;
   return AEPutParamDesc(made.receive(), keyDirectObject, value.get());
 }
@@ -104,6 +104,7 @@ class ManagerTransport final : public AppleEventTransport {
  public:
   OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
                     long timeout) override {
+    if (!isRPCEvent(event)) return paramErr;
     EventDescriptor message;
     if (const OSErr status = makeEvent(event, message); status != noErr) return status;
     EventDescriptor answer;

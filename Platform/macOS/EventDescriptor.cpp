@@ -7,7 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/SendableText.h"
+#include "Platform/ProcessTable.h"
+#include "Platform/RPCEvent.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {
@@ -29,10 +30,8 @@ static_assert(connectionInvalid == ::connectionInvalid && errAETimeout == ::errA
 static_assert(errAEEventNotHandled == ::errAEEventNotHandled);
 static_assert(errAEEventNotPermitted == ::errAEEventNotPermitted);
 
-// An RPC event has three levels; other programs may send others.
-constexpr std::size_t deepestList = 16;
-constexpr std::size_t mostItems = 65'536;
-constexpr std::size_t mostBytes = std::size_t{64} << 20U;
+// The direct object is a list, and so is its third item.
+constexpr std::size_t listLevels = 2;
 
 OSErr makeBytes(FourCharCode type, const void* bytes, std::size_t size, EventDescriptor& made) {
   return AECreateDesc(type, bytes, static_cast<Size>(size), made.receive());
@@ -47,74 +46,44 @@ OSErr makeText(const std::string& text, EventDescriptor& made) {
 
 // The words of a serial number are big-endian in ours, and in the processor's order in a
 // descriptor.
-OSErr makeSerialNumber(const std::string& bytes, EventDescriptor& made) {
-  const auto word = [&](std::size_t at) {
-    UInt32 value = 0;
-    for (const char byte : bytes.substr(at, 4)) value = value << 8U | static_cast<UInt8>(byte);
-    return value;
-  };
-  const ::ProcessSerialNumber number{word(0), word(4)};
+OSErr makeSerialNumber(const ProcessSerialNumber& from, EventDescriptor& made) {
+  const ::ProcessSerialNumber number{from.highLongOfPSN, from.lowLongOfPSN};
   return makeBytes(typeProcessSerialNumber, &number, sizeof number, made);
 }
 
-OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made);
-
-OSErr makeList(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
-  if (level == deepestList) return paramErr;
+OSErr makeList(const AppleEventDescriptor& from, EventDescriptor& made) {
   OSErr status = AECreateList(nullptr, 0, 0, made.receive());
   for (std::size_t i = 1; status == noErr && i <= from.numberOfItems(); ++i) {
     EventDescriptor item;
-    status = makeAtLevel(*from.descriptorAtIndex(i), level + 1, item);
+    status = makeDescriptor(*from.descriptorAtIndex(i), item);
     if (status == noErr) status = AEPutDesc(made.receive(), static_cast<long>(i), item.get());
   }
   return status;
 }
 
-OSErr makeAtLevel(const AppleEventDescriptor& from, std::size_t level, EventDescriptor& made) {
-  if (from.descriptorType() == typeAEList) return makeList(from, level, made);
-  if (from.descriptorType() == typeUnicodeText) return makeText(from.data(), made);
-  if (from.descriptorType() == typeProcessSerialNumber &&
-      from.data().size() == sizeof(::ProcessSerialNumber)) {
-    return makeSerialNumber(from.data(), made);
-  }
-  return makeBytes(from.descriptorType(), from.data().data(), from.data().size(), made);
-}
-
 std::optional<std::string> bytesOf(const AEDesc& desc) {
   const Size size = AEGetDescDataSize(&desc);
-  if (size < 0 || static_cast<std::size_t>(size) > mostBytes) return std::nullopt;
+  if (size < 0 || static_cast<std::size_t>(size) > mostEventContent) return std::nullopt;
   std::string bytes(static_cast<std::size_t>(size), '\0');
   if (size > 0 && AEGetDescData(&desc, bytes.data(), size) != noErr) return std::nullopt;
   return bytes;
 }
 
-void appendBigEndian(std::string& bytes, std::uint32_t word) {
-  for (int shift = 24; shift >= 0; shift -= 8) bytes += static_cast<char>(word >> shift & 0xFFU);
-}
-
-// The words of a serial number are in the processor's order in a descriptor, and big-endian in
-// ours.
 std::string inBigEndian(const std::string& serialNumber) {
   ::ProcessSerialNumber number{};
   std::memcpy(&number, serialNumber.data(), sizeof number);
-  std::string bytes;
-  appendBigEndian(bytes, number.highLongOfPSN);
-  appendBigEndian(bytes, number.lowLongOfPSN);
-  return bytes;
+  return bytesOfSerialNumber({number.highLongOfPSN, number.lowLongOfPSN});
 }
 
 // Reads what came from outside, with one budget for the whole of it.
 class Reader {
  public:
   std::optional<AppleEventDescriptor> read(const AEDesc& desc, std::size_t level) {
-    if (items_++ == mostItems) return std::nullopt;
     if (desc.descriptorType == typeAEList) return list(desc, level);
     auto value = text(desc);
     // Text that is none would be taken for UTF-8 further on.
     if (!value && desc.descriptorType != typeUnicodeText) value = plainDescriptor(desc);
-    if (!value) return std::nullopt;
-    bytes_ += value->data().size();
-    return bytes_ > mostBytes ? std::nullopt : std::move(value);
+    return value && allowance_.take(value->data()) ? std::move(value) : std::nullopt;
   }
 
  private:
@@ -132,7 +101,8 @@ class Reader {
 
   std::optional<AppleEventDescriptor> list(const AEDesc& desc, std::size_t level) {
     long count = 0;
-    if (level == deepestList || AECountItems(&desc, &count) != noErr) return std::nullopt;
+    if (level == listLevels || !allowance_.take({})) return std::nullopt;
+    if (AECountItems(&desc, &count) != noErr) return std::nullopt;
     std::vector<AppleEventDescriptor> items;
     for (long i = 1; i <= count; ++i) {
       EventDescriptor item;
@@ -147,14 +117,19 @@ class Reader {
     return AppleEventDescriptor::list(std::move(items));
   }
 
-  std::size_t items_ = 0;
-  std::size_t bytes_ = 0;
+  EventAllowance allowance_;
 };
 
 }  // namespace
 
 OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made) {
-  return makeAtLevel(from, 0, made);
+  const std::string& bytes = from.data();
+  if (from.descriptorType() == typeAEList) return makeList(from, made);
+  if (from.descriptorType() == typeUnicodeText) return makeText(bytes, made);
+  if (from.descriptorType() == typeProcessSerialNumber) {
+    if (const auto number = serialNumberFromBytes(bytes)) return makeSerialNumber(*number, made);
+  }
+  return makeBytes(from.descriptorType(), bytes.data(), bytes.size(), made);
 }
 
 std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {

@@ -25,8 +25,8 @@ class EventDescriptor {
   AEDesc desc_{};
 };
 
-// The system's descriptor for one of ours. A status: paramErr for text that cannot be sent and for
-// lists within lists beyond all reason, else the Apple Event Manager's.
+// The system's descriptor for one of ours. A status: paramErr for text that cannot be sent, else
+// the Apple Event Manager's.
 [[nodiscard]] OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made);
 
 // The bytes of a descriptor as they are; a serial number of a process as two big-endian words.

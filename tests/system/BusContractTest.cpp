@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Peer.h"
+#include "Platform/RPCEvent.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -126,6 +127,21 @@ TEST(BusContract, CallsOfAnotherFormGetAnError) {
             "result ");
   host->waitForReport("server open");
   EXPECT_EQ(host->reportsWith("will-exit"), 0U);
+  EXPECT_EQ(host->call("alive"), "0");
+}
+
+TEST(BusContract, CallsBeyondTheBoundsGetAnErrorAndThoseWithinAnAnswer) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  const auto call = [&](std::size_t nameSize, std::size_t texts) {
+    return peer.run({"huge", scene.hostID(), std::to_string(nameSize), std::to_string(texts)});
+  };
+  EXPECT_EQ(call(longestEventName, 1), "result ");
+  EXPECT_TRUE(call(longestEventName + 1, 1).starts_with("error "));
+  EXPECT_EQ(call(1, mostEventTexts), "result ");
+  EXPECT_TRUE(call(1, mostEventTexts + 1).starts_with("error "));
   EXPECT_EQ(host->call("alive"), "0");
 }
 

@@ -81,6 +81,25 @@ static int raw(DBusConnection* connection, char** words, int count) {
   return print_answer(connection, message);
 }
 
+/* A class name of that many bytes, and that many empty texts. */
+static int huge(DBusConnection* connection, const char* name, size_t name_size, size_t count) {
+  const char* method_name = "helperExitNotify:";
+  char* class_name = malloc(name_size + 1);
+  const char** texts = malloc((count + 1) * sizeof *texts);
+  size_t i;
+  DBusMessage* message = dbus_message_new_method_call(name, object_path, interface_name, "Call");
+  if (class_name == NULL || texts == NULL || message == NULL) stop("no memory");
+  memset(class_name, 'a', name_size);
+  class_name[name_size] = '\0';
+  for (i = 0; i < count; ++i) texts[i] = "";
+  dbus_message_append_args(message, DBUS_TYPE_STRING, &class_name, DBUS_TYPE_STRING, &method_name,
+                           DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &texts, (int)count,
+                           DBUS_TYPE_INVALID);
+  free(class_name);
+  free(texts);
+  return print_answer(connection, message);
+}
+
 static int post(DBusConnection* connection, const char* name, int times, char** words, int count) {
   int i;
   for (i = 0; i < times; ++i) {
@@ -199,6 +218,9 @@ int main(int argc, char** argv) {
     return serve(connection, argv[2], atoi(argv[3]));
   }
   if (strcmp(argv[1], "raw") == 0 && argc >= 5) return raw(connection, argv + 2, argc - 2);
+  if (strcmp(argv[1], "huge") == 0 && argc == 5) {
+    return huge(connection, argv[2], (size_t)atol(argv[3]), (size_t)atol(argv[4]));
+  }
   if (strcmp(argv[1], "call") == 0 && argc >= 5) {
     return print_answer(connection, new_call(argv[2], argv + 3, argc - 3));
   }

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <string_view>
+
+#include "Platform/AppleEvent.h"
+
+namespace qbdkr {
+
+// What every transport carries, and nothing else: an RPC event. Its direct object is the name of a
+// class, the name of a method and a list of texts. The bounds hold for what is sent and for what
+// comes in.
+inline constexpr std::size_t longestEventName = std::size_t{1} << 20U;   // bytes
+inline constexpr std::size_t mostEventTexts = std::size_t{1} << 18U;     // of the list
+inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes of them all
+
+// Whether a text may go from one process to another: UTF-8 without a NUL.
+[[nodiscard]] bool isSendable(std::string_view text);
+
+// Whether an event can be sent: addressed by bundle identifier, and of that form.
+[[nodiscard]] bool isRPCEvent(const AppleEvent& event);
+
+// Counts what the texts of one event take up.
+class EventAllowance {
+ public:
+  // False from the first text on that is too much.
+  [[nodiscard]] bool take(std::string_view text) {
+    // Of the list of texts the bus wants to know where each ends, and itself takes no longer list.
+    constexpr std::size_t perText = 8;
+    if (texts_ == 0 || text.size() + perText > content_) {
+      texts_ = 0;
+      return false;
+    }
+    --texts_;
+    content_ -= text.size() + perText;
+    return true;
+  }
+
+ private:
+  std::size_t texts_ = mostEventTexts;
+  std::size_t content_ = mostEventContent;
+};
+
+}  // namespace qbdkr
