@@ -1,10 +1,63 @@
 #include "Platform/Bundle.h"
 
+#include <sys/stat.h>
+
 #include <utility>
 
-#include "Platform/BundleState.h"
+#include "Platform/NativeBundle.h"
 
 namespace qbdkr {
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+
+bool isDirectory(const std::string& path) {
+  struct stat status {};
+  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+bool hasNUL(std::string_view text) { return text.find('\0') != std::string_view::npos; }
+
+// A name that leads nowhere but into the directory it is looked up in.
+bool isPlainName(std::string_view name) {
+  return !name.empty() && name != "." && name != ".." && !hasNUL(name) &&
+         name.find('/') == std::string_view::npos;
+}
+
+// The information dictionary with the texts of a language over its own.
+Dictionary localizedInfo(const NativeBundle& bundle) {
+  Dictionary info = bundle.information();
+  const Dictionary texts = bundle.localizedTexts();
+  if (texts.empty()) return info;
+  std::vector<Dictionary::Entry> entries(info.begin(), info.end());
+  entries.insert(entries.end(), texts.begin(), texts.end());
+  return Dictionary::fromEntries(std::move(entries));
+}
+
+}  // namespace
+
+struct Bundle::State {
+  explicit State(std::unique_ptr<const NativeBundle> opened)
+      : native(std::move(opened)),
+        path(native ? native->path() : "/"),
+        info(native ? localizedInfo(*native) : Dictionary()) {}
+
+  const std::unique_ptr<const NativeBundle> native;  // null for a process that has none
+  const std::string path;
+  const Dictionary info;
+};
+
+const Bundle& Bundle::main() {
+  static const auto& bundle = *new Bundle(std::make_shared<const State>(openMainBundle()));
+  return bundle;
+}
+
+std::optional<Bundle> Bundle::withPath(const std::string& path) {
+  if (hasNUL(path) || !isDirectory(path)) return std::nullopt;
+  auto native = openBundle(path);
+  if (!native) return std::nullopt;
+  return Bundle(std::make_shared<const State>(std::move(native)));
+}
 
 const std::string& Bundle::bundlePath() const { return state_->path; }
 
@@ -18,12 +71,26 @@ std::optional<std::string> Bundle::infoString(std::string_view key) const {
   return *value->string();
 }
 
-PropertyList::Dictionary localizedInfo(PropertyList::Dictionary info,
-                                       const PropertyList::Dictionary& texts) {
-  if (texts.empty()) return info;
-  std::vector<PropertyList::Dictionary::Entry> entries(info.begin(), info.end());
-  entries.insert(entries.end(), texts.begin(), texts.end());
-  return PropertyList::Dictionary::fromEntries(std::move(entries));
+std::optional<std::string> Bundle::executablePath() const {
+  const auto name = infoString(kCFBundleExecutableKey);
+  if (!state_->native || !name || !isPlainName(*name)) return std::nullopt;
+  return state_->native->executable(*name);
+}
+
+std::optional<std::string> Bundle::pathForResource(std::string_view name,
+                                                   std::string_view type) const {
+  if (!state_->native || hasNUL(name) || hasNUL(type)) return std::nullopt;
+  return state_->native->resource(name, type);
+}
+
+std::vector<std::string> Bundle::localizations() const {
+  if (!state_->native) return {};
+  return state_->native->localizations();
+}
+
+std::vector<std::string> Bundle::preferredLocalizations() const {
+  if (!state_->native) return {};
+  return state_->native->preferredLocalizations();
 }
 
 }  // namespace qbdkr

@@ -80,6 +80,12 @@ std::optional<std::string> textFromInteger(PropertyList::Integer integer) {
   return text + std::to_string(integer.magnitude);
 }
 
+std::string textFromReal(double real) {
+  if (std::isnan(real)) return "nan";
+  if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
+  return textFromFiniteReal(real);
+}
+
 std::optional<std::string> textFromDate(PropertyList::Date date) {
   using namespace std::chrono;
   // Checked before the conversion: a number of seconds beyond these is none of an integer.

@@ -35,7 +35,8 @@ class Allowance {
   std::size_t left_;
 };
 
-// The readers of one form each. The text forms want valid UTF-8 without a byte-order mark.
+// The readers of one form each. The text forms want valid UTF-8 without a byte-order mark; XML
+// comes bounded (XMLBounds.h) and without its declaration.
 [[nodiscard]] std::optional<PropertyList> readXML(std::string_view utf8);
 [[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes);
 [[nodiscard]] std::optional<PropertyList> readText(std::string_view utf8);
@@ -49,8 +50,10 @@ class Allowance {
 
 // Absent for a magnitude that no property list can hold.
 [[nodiscard]] std::optional<std::string> textFromInteger(PropertyList::Integer integer);
-// The shortest that reads as the same number. The system's: not every library of C++ has it.
+// A short one that reads as the same number; between 0.0001 and 1e-04 the platform chooses.
 [[nodiscard]] std::string textFromReal(double real);
+// The platform's part of that: not every library of C++ has it.
+[[nodiscard]] std::string textFromFiniteReal(double real);
 // Whole seconds, as the form has no fractions. Absent outside the years 0 to 9999.
 [[nodiscard]] std::optional<std::string> textFromDate(PropertyList::Date date);
 

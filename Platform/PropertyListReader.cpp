@@ -14,6 +14,7 @@
 #include "Platform/PropertyList.h"
 #include "Platform/PropertyListForms.h"
 #include "Platform/Text.h"
+#include "Platform/XMLBounds.h"
 
 namespace qbdkr {
 
@@ -74,6 +75,12 @@ bool looksLikeXML(std::string_view text) {
   return text.starts_with("<?") || text.starts_with("<!") || text.starts_with("<plist");
 }
 
+// Besides the containers there are the outermost element and the scalars, and a key for each value
+// of a dictionary.
+bool isBoundedList(std::string_view xml) {
+  return isBoundedXML(xml, 2 * maximumValues + 1, maximumLevels + 2);
+}
+
 Descriptor openForReading(const std::string& path) {
   // Not blocking: opening a pipe would otherwise wait for a writer before it can be refused.
   constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
@@ -115,7 +122,8 @@ std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
   if (bytes.starts_with("bplist")) return readBinary(bytes);
   const std::optional<std::string> text = decodedText(bytes);
   if (!text) return std::nullopt;
-  return looksLikeXML(*text) ? readXML(*text) : readText(*text);
+  if (!looksLikeXML(*text)) return readText(*text);
+  return isBoundedList(*text) ? readXML(withoutXMLDeclaration(*text)) : std::nullopt;
 }
 
 std::optional<PropertyList::Dictionary> readDictionaryFile(const std::string& path) {

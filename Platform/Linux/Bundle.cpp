@@ -1,17 +1,15 @@
-#include "Platform/Bundle.h"
-
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <climits>
+#include <utility>
 
-#include "Platform/BundleState.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
 #include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/Localization.h"
+#include "Platform/NativeBundle.h"
 
 namespace qbdkr {
 namespace {
@@ -20,11 +18,6 @@ using Dictionary = PropertyList::Dictionary;
 
 constexpr std::string_view informationFile = "Contents/Info.plist";
 constexpr std::string_view deletedMark = " (deleted)";
-
-bool isDirectory(const std::string& path) {
-  struct stat status {};
-  return stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
-}
 
 bool isRegularFile(const std::string& path) {
   struct stat status {};
@@ -37,87 +30,87 @@ std::string runningExecutable() {
   return {target.data(), size > 0 ? static_cast<std::size_t>(size) : 0};
 }
 
+std::string directoryOf(const std::string& file) {
+  const auto slash = file.rfind('/');
+  return slash == std::string::npos ? "/" : file.substr(0, slash);
+}
+
 std::string_view withoutDeletedMark(std::string_view executable) {
   if (executable.ends_with(deletedMark)) executable.remove_suffix(deletedMark.size());
   return executable;
 }
 
-// A name that leads nowhere but into the directory it is looked up in.
-bool isPlainName(std::string_view name) {
-  return !name.empty() && name != "." && name != ".." &&
-         name.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
-}
+// A directory with its information in "Contents/Info.plist" and its resources in
+// "Contents/Resources".
+class DirectoryBundle final : public NativeBundle {
+ public:
+  DirectoryBundle(std::string path, Dictionary info)
+      : path_(std::move(path)),
+        resources_(appendPathComponent(path_, "Contents/Resources")),
+        info_(std::move(info)) {}
 
-std::string resourcesOf(const std::string& bundlePath) {
-  return appendPathComponent(bundlePath, "Contents/Resources");
-}
+  [[nodiscard]] std::string path() const override { return path_; }
 
-std::string folderOf(const std::string& resources, const std::string& language) {
-  return appendPathComponent(resources, language + ".lproj");
-}
+  [[nodiscard]] Dictionary information() const override { return info_; }
 
-Dictionary localizedInfoAt(const std::string& bundlePath, Dictionary info) {
-  const std::string resources = resourcesOf(bundlePath);
-  const auto languages = preferredLanguages(localizationsIn(resources), info);
-  if (languages.empty()) return info;
-  const std::string folder = folderOf(resources, languages.front());
-  const auto texts = readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"));
-  return texts ? localizedInfo(std::move(info), *texts) : info;
-}
+  [[nodiscard]] Dictionary localizedTexts() const override {
+    const auto languages = preferredLocalizations();
+    if (languages.empty()) return {};
+    const std::string folder = folderOf(languages.front());
+    return readDictionaryFile(appendPathComponent(folder, "InfoPlist.strings"))
+        .value_or(Dictionary());
+  }
+
+  [[nodiscard]] std::optional<std::string> executable(const std::string& name) const override {
+    std::string path = appendPathComponent(appendPathComponent(path_, "Contents/Linux"), name);
+    if (!isRegularFile(path)) return std::nullopt;
+    return path;
+  }
+
+  [[nodiscard]] std::optional<std::string> resource(std::string_view name,
+                                                    std::string_view type) const override {
+    std::string file(name);
+    if (!type.empty()) file.append(".").append(type);
+    std::string path = appendPathComponent(resources_, file);
+    if (fileExists(path)) return path;
+    for (const std::string& language : preferredLocalizations()) {
+      path = appendPathComponent(folderOf(language), file);
+      if (fileExists(path)) return path;
+    }
+    return std::nullopt;
+  }
+
+  [[nodiscard]] std::vector<std::string> localizations() const override {
+    return localizationsIn(resources_);
+  }
+
+  [[nodiscard]] std::vector<std::string> preferredLocalizations() const override {
+    return preferredLanguages(localizations(), info_);
+  }
+
+ private:
+  [[nodiscard]] std::string folderOf(const std::string& language) const {
+    return appendPathComponent(resources_, language + ".lproj");
+  }
+
+  const std::string path_;
+  const std::string resources_;
+  const Dictionary info_;
+};
 
 }  // namespace
 
-const Bundle& Bundle::main() {
-  static const auto& bundle = *new Bundle([] {
-    const std::string executable = runningExecutable();
-    if (const auto enclosing = bundleOfExecutable(executable)) {
-      return std::make_shared<const State>(
-          State{enclosing->path, localizedInfoAt(enclosing->path, *enclosing->info), nullptr});
-    }
-    const auto slash = executable.rfind('/');
-    return std::make_shared<const State>(
-        State{slash == std::string::npos ? "/" : executable.substr(0, slash), {}, nullptr});
-  }());
-  return bundle;
-}
-
-std::optional<Bundle> Bundle::withPath(const std::string& path) {
-  if (!isDirectory(path)) return std::nullopt;
-  auto info = readDictionaryFile(appendPathComponent(path, informationFile));
-  return Bundle(std::make_shared<const State>(
-      State{path, localizedInfoAt(path, std::move(info).value_or(Dictionary())), nullptr}));
-}
-
-std::optional<std::string> Bundle::executablePath() const {
-  const auto name = infoString(kCFBundleExecutableKey);
-  if (!name || !isPlainName(*name)) return std::nullopt;
-  std::string path =
-      appendPathComponent(appendPathComponent(state_->path, "Contents/Linux"), *name);
-  if (!isRegularFile(path)) return std::nullopt;
-  return path;
-}
-
-std::optional<std::string> Bundle::pathForResource(std::string_view name,
-                                                   std::string_view type) const {
-  std::string file(name);
-  if (!type.empty()) file.append(".").append(type);
-  if (file.find('\0') != std::string::npos) return std::nullopt;
-  const std::string resources = resourcesOf(state_->path);
-  std::string path = appendPathComponent(resources, file);
-  if (fileExists(path)) return path;
-  for (const std::string& language : preferredLocalizations()) {
-    path = appendPathComponent(folderOf(resources, language), file);
-    if (fileExists(path)) return path;
+std::unique_ptr<const NativeBundle> openMainBundle() {
+  const std::string executable = runningExecutable();
+  if (const auto enclosing = bundleOfExecutable(executable)) {
+    return std::make_unique<DirectoryBundle>(enclosing->path, *enclosing->info);
   }
-  return std::nullopt;
+  return std::make_unique<DirectoryBundle>(directoryOf(executable), Dictionary());
 }
 
-std::vector<std::string> Bundle::localizations() const {
-  return localizationsIn(resourcesOf(state_->path));
-}
-
-std::vector<std::string> Bundle::preferredLocalizations() const {
-  return preferredLanguages(localizations(), state_->info);
+std::unique_ptr<const NativeBundle> openBundle(const std::string& path) {
+  auto info = readDictionaryFile(appendPathComponent(path, informationFile));
+  return std::make_unique<DirectoryBundle>(path, std::move(info).value_or(Dictionary()));
 }
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {

@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <cmath>
 #include <limits>
 #include <system_error>
 
@@ -51,9 +50,7 @@ std::optional<double> realFromText(std::string_view text) {
   return value;
 }
 
-std::string textFromReal(double real) {
-  if (std::isnan(real)) return "nan";
-  if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
+std::string textFromFiniteReal(double real) {
   std::array<char, 32> buffer{};
   const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real);
   return {buffer.data(), end};

@@ -3,7 +3,6 @@
 #include <xlocale.h>
 
 #include <array>
-#include <cmath>
 #include <string>
 
 #include "Platform/PropertyListForms.h"
@@ -12,12 +11,10 @@ namespace qbdkr::propertylist {
 
 // std::to_chars() for real numbers came to the system's library of C++ after the oldest system this
 // runs on.
-std::string textFromReal(double real) {
-  if (std::isnan(real)) return "nan";
-  if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
+std::string textFromFiniteReal(double real) {
   static const locale_t plain = newlocale(LC_ALL_MASK, "C", nullptr);
   std::array<char, 32> text{};
-  for (int digits = 15; digits <= 17; ++digits) {
+  for (int digits = 1; digits <= 17; ++digits) {
     snprintf_l(text.data(), text.size(), plain, "%.*g", digits, real);
     if (strtod_l(text.data(), nullptr, plain) == real) break;
   }

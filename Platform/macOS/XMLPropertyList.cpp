@@ -5,16 +5,10 @@
 
 #include "Platform/PropertyListForms.h"
 #include "Platform/macOS/PropertyListConversion.h"
-#include "Platform/macOS/XMLBounds.h"
 
 namespace qbdkr::propertylist {
 
 namespace {
-
-// Besides the containers there are the outermost element and the scalars, and a key for each value
-// of a dictionary.
-constexpr std::size_t mostLevels = maximumLevels + 2;
-constexpr std::size_t mostElements = 2 * maximumValues + 1;
 
 // Only line ends of the text itself: the writer ends its lines with line feeds. A reader of XML
 // takes a plain carriage return for one as well.
@@ -34,11 +28,9 @@ std::string withEscapedReturns(std::string_view xml) {
 }  // namespace
 
 std::optional<PropertyList> readXML(std::string_view utf8) {
-  if (!isBoundedXML(utf8, mostElements, mostLevels)) return std::nullopt;
-  const std::string_view xml = withoutXMLDeclaration(utf8);
   const CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
-                                           reinterpret_cast<const UInt8*>(xml.data()),
-                                           static_cast<CFIndex>(xml.size())));
+                                           reinterpret_cast<const UInt8*>(utf8.data()),
+                                           static_cast<CFIndex>(utf8.size())));
   if (!data) return std::nullopt;
   CFPropertyListFormat form{};
   const CFRef<CFPropertyListRef> list(CFPropertyListCreateWithData(

@@ -1,11 +1,11 @@
-#include "Platform/RPCEvent.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <string_view>
 #include <utility>
 #include <vector>
+
+#include "Platform/RPCEvent.h"
 
 namespace qbdkr {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/macOS/XMLBounds.h"
+#include "Platform/XMLBounds.h"
 
 namespace qbdkr::propertylist {
 namespace {
@@ -50,6 +50,13 @@ TEST(XMLBounds, WhatIsNoMarkupHidesNoLevel) {
   EXPECT_FALSE(nestsNoDeeperThan(9, "<array <array>>"));
 }
 
+TEST(XMLBounds, ATagThatEndsInAQuotationIsRefusedForWhatItMayHide) {
+  EXPECT_FALSE(nestsNoDeeperThan(3, "<plist a=\"><!--\">" + repeated("<array>", 4) + "-->"));
+  EXPECT_FALSE(nestsNoDeeperThan(9, "<plist a='\">'><true/></plist>"));
+  EXPECT_FALSE(nestsNoDeeperThan(9, "<!DOCTYPE plist SYSTEM \"><!--\" [<!ENTITY a \"b\">]>-->"));
+  EXPECT_TRUE(nestsNoDeeperThan(9, "<plist a=\"it's\" b='\"'><true/></plist>"));
+}
+
 TEST(XMLBounds, WhatIsNoMarkupIsNoLevel) {
   EXPECT_TRUE(nestsNoDeeperThan(1, "<string><!-- <a><b><c> --><![CDATA[<a><b><c>]]></string>"));
   EXPECT_TRUE(nestsNoDeeperThan(0, "<!-- <a><b> -->"));
@@ -66,6 +73,9 @@ TEST(XMLBounds, ADocumentTypeMayNotDeclareAnything) {
   EXPECT_FALSE(nestsNoDeeperThan(9, "<!DOCTYPE plist [<!ENTITY a \"b\">]><plist></plist>"));
   EXPECT_FALSE(nestsNoDeeperThan(9, "<!DOCTYPE plist [ ]><plist></plist>"));
   EXPECT_FALSE(nestsNoDeeperThan(9, "<plist><!DOCTYPE plist></plist>"));
+  EXPECT_FALSE(nestsNoDeeperThan(9, "<!DOCTYPE plist SYSTEM \">\" [<!ENTITY a \"b\">]>"));
+  EXPECT_FALSE(nestsNoDeeperThan(9, "<!-"));
+  EXPECT_FALSE(nestsNoDeeperThan(9, "<!ENTITY a \"b\"><plist></plist>"));
 }
 
 TEST(XMLBounds, ATextThatEndsTooEarlyIsLeftToTheReader) {
@@ -74,7 +84,6 @@ TEST(XMLBounds, ATextThatEndsTooEarlyIsLeftToTheReader) {
   EXPECT_TRUE(nestsNoDeeperThan(0, "</"));
   EXPECT_TRUE(nestsNoDeeperThan(0, "</a></a></a>"));
   EXPECT_TRUE(nestsNoDeeperThan(0, "<?"));
-  EXPECT_TRUE(nestsNoDeeperThan(0, "<!-"));
 }
 
 TEST(XMLDeclaration, IsTakenOff) {

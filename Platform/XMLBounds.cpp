@@ -1,4 +1,4 @@
-#include "Platform/macOS/XMLBounds.h"
+#include "Platform/XMLBounds.h"
 
 namespace qbdkr::propertylist {
 
@@ -22,7 +22,21 @@ bool isWithoutContents(std::string_view tag) {
   return tag.find_first_of("/\"'") == std::string_view::npos;
 }
 
+// Readers may differ on where such a tag ends, and so on what is markup behind it.
+bool endsInQuotation(std::string_view tag) {
+  char quote = '\0';
+  for (const char c : tag) {
+    if (quote == '\0' && (c == '"' || c == '\'')) {
+      quote = c;
+    } else if (c == quote) {
+      quote = '\0';
+    }
+  }
+  return quote != '\0';
+}
+
 constexpr std::string_view commentBegin = "!--";
+constexpr std::string_view documentType = "!DOCTYPE";
 
 }  // namespace
 
@@ -42,11 +56,12 @@ bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t level
       const std::string_view tag = takeThrough(text, ">");
       // A tag within a tag is none, and a document type with declarations could bring entities that
       // multiply.
-      if (tag.find_first_of(tag.starts_with('!') ? "<[" : "<") != std::string_view::npos) {
+      if (tag.find_first_of(tag.starts_with('!') ? "<[" : "<") != std::string_view::npos ||
+          endsInQuotation(tag)) {
         return false;
       }
       if (tag.starts_with('!')) {
-        if (level > 0) return false;
+        if (level > 0 || !tag.starts_with(documentType)) return false;
       } else if (tag.starts_with('/')) {
         if (level > 0) --level;
       } else {

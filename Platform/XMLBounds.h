@@ -6,8 +6,8 @@
 namespace qbdkr::propertylist {
 
 // Whether the elements of an XML text are no more and nest no deeper than this, and it brings no
-// declarations of its own. Looked at before the system reads the text, whose reader has no bounds.
-// A text that is no XML may pass: it is the reader's to refuse.
+// declarations of its own. Looked at before any reader gets the text: not each has bounds of its
+// own. A text that is no XML may pass: it is the reader's to refuse.
 [[nodiscard]] bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels);
 
 // The text without an XML declaration, which may name another encoding than the text has by now.
