@@ -109,7 +109,7 @@ class ManagerTransport final : public AppleEventTransport {
     if (const OSErr status = makeEvent(event, message); status != noErr) return status;
     EventDescriptor answer;
     const OSStatus status = AESendMessage(message.get(), answer.receive(), sendMode, timeout);
-    takeDirectObject(*answer.get(), reply);
+    if (status == ::noErr) takeDirectObject(*answer.get(), reply);
     return static_cast<OSErr>(status);
   }
 
