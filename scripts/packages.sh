@@ -7,6 +7,15 @@ test_packages="$demo_packages libgtest-dev libdbus-1-dev python3 python3-gi proc
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 
+# The oldest libc++ that has all of std::ranges: one that every clang of a distribution can read.
+libcxx_version() {
+  local version
+  for version in 16 17 18 19 20 21; do
+    apt-cache show "libc++-$version-dev" >/dev/null 2>&1 && break
+  done
+  printf '%s\n' "$version"
+}
+
 # need_packages INSTALL PACKAGES: installs what is missing (INSTALL is "yes"), or says what is and
 # stops.
 need_packages() {
