@@ -44,7 +44,7 @@ ProcessRecord recordFrom(const KernelRecord& kernel) {
 }
 
 CFRef<CFDictionaryRef> copyInformation(const ::ProcessSerialNumber& number) {
-  constexpr UInt32 all = kProcessDictionaryIncludeAllInformationMask;
+  constexpr auto all = static_cast<UInt32>(kProcessDictionaryIncludeAllInformationMask);
   return CFRef<CFDictionaryRef>(::ProcessInformationCopyDictionary(&number, all));
 }
 

@@ -151,10 +151,10 @@ class SystemLoop final : public NativeLoop {
     switch (CFRunLoopRunInMode(kCFRunLoopDefaultMode, waits ? aYear : 0, untilOneSource)) {
       case kCFRunLoopRunFinished:
         return Turn::failed;
-      case kCFRunLoopRunTimedOut:
-        return Turn::nothingDue;
-      default:
+      case kCFRunLoopRunHandledSource:
         return Turn::done;
+      default:
+        return Turn::nothingDue;
     }
   }
 

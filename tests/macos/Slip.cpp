@@ -57,6 +57,20 @@ extern const CFPropertyListFormat form = kCFPropertyListXMLFormat;
 extern const CFPropertyListFormat form = kCFPropertyListXMLFormat_v1_0;
 #endif
 
+#ifdef NUMBER_FOR_AN_ENUMERATION
+CFNumberRef number(const double* real) { return CFNumberCreate(kCFAllocatorDefault, 13, real); }
+#else
+CFNumberRef number(const double* real) {
+  return CFNumberCreate(kCFAllocatorDefault, kCFNumberDoubleType, real);
+}
+#endif
+
+#ifdef CHANGED_SIGN
+std::size_t sizeOf(CFDataRef data) { return CFDataGetLength(data); }
+#else
+std::size_t sizeOf(CFDataRef data) { return static_cast<std::size_t>(CFDataGetLength(data)); }
+#endif
+
 #ifdef NARROWED_COUNT
 int lengthOf(CFDataRef data) { return CFDataGetLength(data); }
 #else

@@ -5,6 +5,7 @@
 
 #include <stdint.h>
 
+// copyfile(3) names them; the numbers are those of published bindings, which agree.
 #define COPYFILE_ACL (1 << 0)
 #define COPYFILE_STAT (1 << 1)
 #define COPYFILE_XATTR (1 << 2)
@@ -16,6 +17,7 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// copyfile(3)
 typedef struct _copyfile_state* copyfile_state_t;
 typedef uint32_t copyfile_flags_t;
 int copyfile(const char* from, const char* to, copyfile_state_t state, copyfile_flags_t flags);

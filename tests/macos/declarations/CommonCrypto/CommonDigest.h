@@ -2,7 +2,6 @@
 
 // CC_SHA256(3cc):
 // https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man3/CC_SHA256.3cc.html
-// The fields of the context are nobody's business; its size is that of published bindings.
 
 #include <stdint.h>
 
@@ -11,10 +10,17 @@
 #ifdef __cplusplus
 extern "C" {
 #endif
+// The page gives neither the type nor the fields. CC_LONG has 32 bits and the fields are these in
+// published type encodings of the struct, {CC_SHA256state_st=[2I][8I][16I]}. The binding
+// "commoncrypto-sys" declares a larger struct.
 typedef uint32_t CC_LONG;
 typedef struct CC_SHA256state_st {
-  CC_LONG words[26];
+  CC_LONG count[2];
+  CC_LONG hash[8];
+  CC_LONG wbuf[16];
 } CC_SHA256_CTX;
+
+// CC_SHA256(3cc)
 int CC_SHA256_Init(CC_SHA256_CTX* c);
 int CC_SHA256_Update(CC_SHA256_CTX* c, const void* data, CC_LONG len);
 int CC_SHA256_Final(unsigned char* md, CC_SHA256_CTX* c);

@@ -1,8 +1,9 @@
 #pragma once
 
 // Core Services: https://developer.apple.com/documentation/coreservices
-// Numbers and packing: the documentation of the bindings "objc2-core-services" 0.3.2 and
-// "core-services" 0.2.0 (AEDesc and LSLaunchURLSpec are packed to 2 bytes there).
+// Where a page gives no number or no kind of enumeration, these are those of the bindings
+// "objc2-core-services" 0.3.2. AEDesc is packed to 2 bytes there, and LSLaunchURLSpec there and in
+// "core-services" 0.1.1.
 
 #include <CoreFoundation/CoreFoundation.h>
 
@@ -10,7 +11,10 @@
 extern "C" {
 #endif
 
-// "Apple Event Manager", AEDesc
+// The small types. Each has a page of its own, of its name:
+// https://developer.apple.com/documentation/coreservices/desctype, .../aekeyword, .../aeeventclass,
+// .../aeeventid, .../aereturnid, .../aetransactionid, .../aesendmode, .../aedatastoragetype,
+// .../aedatastorage
 typedef ResType DescType;
 typedef FourCharCode AEKeyword;
 typedef FourCharCode AEEventClass;
@@ -20,6 +24,9 @@ typedef SInt32 AETransactionID;
 typedef SInt32 AESendMode;
 typedef struct OpaqueAEDataStorageType* AEDataStorageType;
 typedef AEDataStorageType* AEDataStorage;
+
+// https://developer.apple.com/documentation/coreservices/aedesc, and the names that it has
+// besides: .../aedesclist, .../aeaddressdesc, .../appleevent
 #pragma pack(push, 2)
 struct AEDesc {
   DescType descriptorType;
@@ -31,10 +38,11 @@ typedef AEDesc AEDescList;
 typedef AEDesc AEAddressDesc;
 typedef AEDesc AppleEvent;
 
-// "Descriptor Type Constants", "Keyword Attribute Constants", "Keyword Parameter Constants",
-// "Event Class Constants", "ID Constants for the AECreateAppleEvent Function": four characters
-// each.
-enum {
+// Constants. Each has a page of its own, of its name in lower case; four characters are a number,
+// the first one highest.
+// "Descriptor Type Constants", "Event Class Constants":
+// https://developer.apple.com/documentation/coreservices/typenull ... .../kcoreeventclass
+enum : DescType {
   typeNull = 0x6E756C6C,                 // null
   typeWildCard = 0x2A2A2A2A,             // ****
   typeAEList = 0x6C697374,               // list
@@ -43,15 +51,28 @@ enum {
   typeProcessSerialNumber = 0x70736E20,  // psn
   typeKernelProcessID = 0x6B706964,      // kpid
   typeApplicationBundleID = 0x62756E64,  // bund
-  keyDirectObject = 0x2D2D2D2D,          // ----
-  keyAddressAttr = 0x61646472,           // addr
   kCoreEventClass = 0x61657674           // aevt
 };
+// "Keyword Parameter Constants", "Keyword Attribute Constants":
+// https://developer.apple.com/documentation/coreservices/keydirectobject, .../keyaddressattr
+enum : AEKeyword {
+  keyDirectObject = 0x2D2D2D2D,  // ----
+  keyAddressAttr = 0x61646472    // addr
+};
+// "ID Constants for the AECreateAppleEvent Function":
+// https://developer.apple.com/documentation/coreservices/kautogeneratereturnid,
+// .../kanytransactionid
 enum { kAutoGenerateReturnID = -1, kAnyTransactionID = 0 };
-// AESendMode, "Timeout Constants"
-enum { kAENoReply = 0x00000001, kAEQueueReply = 0x00000002, kAEWaitReply = 0x00000003 };
+// AESendMode: https://developer.apple.com/documentation/coreservices/kaenoreply, .../kaewaitreply
+enum { kAENoReply = 0x00000001, kAEWaitReply = 0x00000003 };
+// "Timeout Constants": https://developer.apple.com/documentation/coreservices/kaedefaulttimeout,
+// .../knotimeout
 enum { kAEDefaultTimeout = -1, kNoTimeOut = -2 };
-// "Apple Event Manager Result Codes", "Process Manager Result Codes"
+// Result codes: https://developer.apple.com/documentation/coreservices/paramerr, .../procnotfound,
+// .../connectioninvalid, .../erraeeventnothandled, .../erraetimeout, .../erraeeventnotpermitted,
+// .../erraeeventfailed. The numbers of the first two and of the one for permission are in the
+// binding named above; all but that one are in the documentation of "rb-scpt" 1.0.4, by their
+// meaning.
 enum {
   paramErr = -50,
   procNotFound = -600,
@@ -62,54 +83,68 @@ enum {
   errAEEventFailed = -10000
 };
 
+// https://developer.apple.com/documentation/coreservices/1446047-aeinitializedesc
 void AEInitializeDesc(AEDesc* desc);
+// https://developer.apple.com/documentation/coreservices/1448535-aecreatedesc
 OSErr AECreateDesc(DescType typeCode, const void* dataPtr, Size dataSize, AEDesc* result);
+// https://developer.apple.com/documentation/coreservices/1444208-aedisposedesc
 OSErr AEDisposeDesc(AEDesc* theAEDesc);
+// https://developer.apple.com/documentation/coreservices/1446519-aecoercedesc
 OSErr AECoerceDesc(const AEDesc* theAEDesc, DescType toType, AEDesc* result);
+// https://developer.apple.com/documentation/coreservices/1450119-aegetdescdatasize
 Size AEGetDescDataSize(const AEDesc* theAEDesc);
+// https://developer.apple.com/documentation/coreservices/1444427-aegetdescdata
 OSErr AEGetDescData(const AEDesc* theAEDesc, void* dataPtr, Size maximumSize);
+// https://developer.apple.com/documentation/coreservices/1448643-aecreatelist
 OSErr AECreateList(const void* factoringPtr, Size factoredSize, Boolean isRecord,
                    AEDescList* resultList);
+// https://developer.apple.com/documentation/coreservices/1449533-aecountitems
 OSErr AECountItems(const AEDescList* theAEDescList, long* theCount);
+// https://developer.apple.com/documentation/coreservices/1450093-aeputdesc
 OSErr AEPutDesc(AEDescList* theAEDescList, long index, const AEDesc* theAEDesc);
+// https://developer.apple.com/documentation/coreservices/1448326-aegetnthdesc
 OSErr AEGetNthDesc(const AEDescList* theAEDescList, long index, DescType desiredType,
                    AEKeyword* theAEKeyword, AEDesc* result);
+// https://developer.apple.com/documentation/coreservices/1448525-aecreateappleevent
 OSErr AECreateAppleEvent(AEEventClass theAEEventClass, AEEventID theAEEventID,
                          const AEAddressDesc* target, AEReturnID returnID,
                          AETransactionID transactionID, AppleEvent* result);
+// https://developer.apple.com/documentation/coreservices/1447576-aeputparamdesc
 OSErr AEPutParamDesc(AppleEvent* theAppleEvent, AEKeyword theAEKeyword, const AEDesc* theAEDesc);
+// https://developer.apple.com/documentation/coreservices/1449233-aegetparamdesc
 OSErr AEGetParamDesc(const AppleEvent* theAppleEvent, AEKeyword theAEKeyword, DescType desiredType,
                      AEDesc* result);
+// https://developer.apple.com/documentation/coreservices/1450314-aegetattributedesc
 OSErr AEGetAttributeDesc(const AppleEvent* theAppleEvent, AEKeyword theAEKeyword,
                          DescType desiredType, AEDesc* result);
 
-// AEEventHandlerProcPtr, NewAEEventHandlerUPP, AEInstallEventHandler
+// https://developer.apple.com/documentation/coreservices/aeeventhandlerprocptr
 typedef OSErr (*AEEventHandlerProcPtr)(const AppleEvent* theAppleEvent, AppleEvent* reply,
                                        SRefCon handlerRefcon);
+// https://developer.apple.com/documentation/coreservices/aeeventhandlerupp
 typedef AEEventHandlerProcPtr AEEventHandlerUPP;
+// https://developer.apple.com/documentation/coreservices/1446862-newaeeventhandlerupp
 AEEventHandlerUPP NewAEEventHandlerUPP(AEEventHandlerProcPtr userRoutine);
+// https://developer.apple.com/documentation/coreservices/1448596-aeinstalleventhandler
 OSErr AEInstallEventHandler(AEEventClass theAEEventClass, AEEventID theAEEventID,
                             AEEventHandlerUPP handler, SRefCon handlerRefcon, Boolean isSysHandler);
+// https://developer.apple.com/documentation/coreservices/1445239-aeremoveeventhandler
 OSErr AERemoveEventHandler(AEEventClass theAEEventClass, AEEventID theAEEventID,
                            AEEventHandlerUPP handler, Boolean isSysHandler);
 
-// "Working With Lower Level Apple Event Functions":
-// https://developer.apple.com/documentation/coreservices/1442994-aesendmessage,
-// .../1449736-aegetregisteredmachport, .../1444387-aeprocessmessage
+// https://developer.apple.com/documentation/coreservices/1442994-aesendmessage
 OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode sendMode,
                        long timeOutInTicks);
+// https://developer.apple.com/documentation/coreservices/1449736-aegetregisteredmachport
 mach_port_t AEGetRegisteredMachPort(void);
+// https://developer.apple.com/documentation/coreservices/1444387-aeprocessmessage
 OSStatus AEProcessMessage(mach_msg_header_t* header);
 
-// "Launch Services", LSLaunchURLSpec, LSLaunchFlags:
+// Launch Services
 // https://developer.apple.com/documentation/coreservices/lslaunchflags
 typedef OptionBits LSLaunchFlags;
-enum : OptionBits {
-  kLSLaunchDefaults = 0x00000001,
-  kLSLaunchDontAddToRecents = 0x00000100,
-  kLSLaunchDontSwitch = 0x00000200,
-  kLSLaunchAsync = 0x00010000
-};
+enum : OptionBits { kLSLaunchDontAddToRecents = 0x00000100, kLSLaunchDontSwitch = 0x00000200 };
+// https://developer.apple.com/documentation/coreservices/lslaunchurlspec
 #pragma pack(push, 2)
 struct LSLaunchURLSpec {
   CFURLRef appURL;
@@ -120,6 +155,7 @@ struct LSLaunchURLSpec {
 };
 #pragma pack(pop)
 typedef struct LSLaunchURLSpec LSLaunchURLSpec;
+// https://developer.apple.com/documentation/coreservices/1441986-lsopenfromurlspec
 OSStatus LSOpenFromURLSpec(const LSLaunchURLSpec* inLaunchSpec, CFURLRef* outLaunchedURL);
 
 #ifdef __cplusplus

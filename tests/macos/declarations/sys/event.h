@@ -3,11 +3,13 @@
 
 // kqueue(2), kevent(2):
 // https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man2/kqueue.2.html
-// Numbers and packing: "Kevent_t" and the constants of golang.org/x/sys/unix for darwin.
+// The numbers are those of the binding "libc" for Apple's systems, the layout that of "Kevent_t" of
+// golang.org/x/sys/unix for darwin.
 
 #include <stdint.h>
 #include <time.h>
 
+// kqueue(2): filters, flags, units of a timer
 #define EVFILT_READ (-1)
 #define EVFILT_TIMER (-7)
 #define EVFILT_MACHPORT (-8)
@@ -15,6 +17,7 @@
 #define EV_ONESHOT 0x0010
 #define NOTE_USECONDS 0x00000002
 
+// kqueue(2). Packed to 4 bytes in no page found; the layout is the same without.
 #pragma pack(push, 4)
 struct kevent {
   uintptr_t ident;
@@ -26,6 +29,7 @@ struct kevent {
 };
 #pragma pack(pop)
 
+// kqueue(2): a macro that fills in the fields in this order
 #define EV_SET(event, a, b, c, d, e, f) \
   do {                                  \
     struct kevent* target_ = (event);   \
@@ -40,6 +44,7 @@ struct kevent {
 #ifdef __cplusplus
 extern "C" {
 #endif
+// kqueue(2)
 int kqueue(void);
 int kevent(int kq, const struct kevent* changelist, int nchanges, struct kevent* eventlist,
            int nevents, const struct timespec* timeout);
