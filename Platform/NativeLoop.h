@@ -8,10 +8,13 @@ namespace qbdkr {
 
 // What RunLoop.cpp asks of the system's event loop.
 
-// A repeating timer. Its end is the end of its ticks.
-class NativeTimer {
+// A repeating timer. Keeps itself while it ticks, whatever the tick lets go of.
+class NativeTimer : public std::enable_shared_from_this<NativeTimer> {
  public:
   virtual ~NativeTimer() = default;
+
+  // No further tick. Also from within one.
+  virtual void end() = 0;
 };
 
 // The event loop of one thread. All calls are made on that thread, where none is said to be for
@@ -38,7 +41,7 @@ class NativeLoop {
   // Ticks every interval, and up to the slack later, so that the system can wake up once for
   // several timers. Ticks that were missed while the thread was busy are not made up for. Null when
   // there can be no timer.
-  virtual std::unique_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
+  virtual std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                                   std::chrono::microseconds slack,
                                                   std::function<void()> tick) = 0;
 };

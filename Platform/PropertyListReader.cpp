@@ -77,8 +77,10 @@ bool looksLikeXML(std::string_view text) {
 
 // Besides the containers there are the outermost element and the scalars, and a key for each value
 // of a dictionary.
-bool isBoundedList(std::string_view xml) {
-  return isBoundedXML(xml, 2 * maximumValues + 1, maximumLevels + 2);
+std::optional<PropertyList> readBoundedXML(std::string_view text) {
+  const auto xml = withoutXMLDeclaration(text);
+  if (!xml || !isBoundedXML(*xml, 2 * maximumValues + 1, maximumLevels + 2)) return std::nullopt;
+  return readXML(*xml);
 }
 
 Descriptor openForReading(const std::string& path) {
@@ -122,8 +124,7 @@ std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
   if (bytes.starts_with("bplist")) return readBinary(bytes);
   const std::optional<std::string> text = decodedText(bytes);
   if (!text) return std::nullopt;
-  if (!looksLikeXML(*text)) return readText(*text);
-  return isBoundedList(*text) ? readXML(withoutXMLDeclaration(*text)) : std::nullopt;
+  return looksLikeXML(*text) ? readBoundedXML(*text) : readText(*text);
 }
 
 std::optional<PropertyList::Dictionary> readDictionaryFile(const std::string& path) {

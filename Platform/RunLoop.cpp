@@ -8,19 +8,11 @@
 #include <utility>
 #include <vector>
 
+#include "Platform/DropExceptions.h"
 #include "Platform/NativeLoop.h"
 
 namespace qbdkr {
 namespace {
-
-// Nothing may unwind through the system's event loop.
-template <class Body>
-void dropExceptions(Body body) {
-  try {
-    body();
-  } catch (...) {
-  }
-}
 
 // The tasks that other threads gave a run loop, in their order.
 class TaskQueue {
@@ -51,6 +43,9 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
  public:
   Timer(std::weak_ptr<ThreadLoop> loop, RunLoop::TimerTask task)
       : loop_(std::move(loop)), task_(std::move(task)) {}
+  Timer(const Timer&) = delete;
+  Timer& operator=(const Timer&) = delete;
+  ~Timer() override { end(); }
 
   bool start(NativeLoop& native, std::chrono::milliseconds asked) {
     using std::chrono::microseconds;
@@ -65,7 +60,10 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
   void invalidate() override;
 
   // On the loop's thread: no further tick.
-  void end() { native_.reset(); }
+  void end() {
+    if (native_) native_->end();
+    native_.reset();
+  }
 
  private:
   void tick() {
@@ -76,7 +74,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
   const std::weak_ptr<ThreadLoop> loop_;
   const RunLoop::TimerTask task_;
   std::atomic<bool> valid_{true};
-  std::unique_ptr<NativeTimer> native_;
+  std::shared_ptr<NativeTimer> native_;
 };
 
 // What a run loop consists of, shared with the timers and tasks that outlive its thread.

@@ -1,5 +1,7 @@
 #include "Platform/XMLBounds.h"
 
+#include <algorithm>
+
 namespace qbdkr::propertylist {
 
 namespace {
@@ -11,6 +13,10 @@ std::string_view takeThrough(std::string_view& text, std::string_view mark) {
   const std::string_view taken = text.substr(0, length);
   text.remove_prefix(length);
   return taken;
+}
+
+void takeSpace(std::string_view& text) {
+  text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
 }
 
 // Only what is written exactly so counts as an element without contents: where a reader might see
@@ -35,6 +41,12 @@ bool endsInQuotation(std::string_view tag) {
   return quote != '\0';
 }
 
+// A comment or an instruction whose beginning some readers take for its end as well, and then find
+// markup where others find none.
+bool endsForSomeAtOnce(std::string_view tag) {
+  return tag.starts_with("!-->") || tag.starts_with("!--->") || tag.starts_with("?>");
+}
+
 constexpr std::string_view commentBegin = "!--";
 constexpr std::string_view documentType = "!DOCTYPE";
 
@@ -44,6 +56,7 @@ bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t level
   std::size_t level = 0;
   for (auto place = text.find('<'); place != std::string_view::npos; place = text.find('<')) {
     text.remove_prefix(place + 1);
+    if (endsForSomeAtOnce(text)) return false;
     if (text.starts_with(commentBegin)) {
       text.remove_prefix(commentBegin.size());
       takeThrough(text, "-->");
@@ -73,11 +86,15 @@ bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t level
   return true;
 }
 
-std::string_view withoutXMLDeclaration(std::string_view text) {
-  const auto first = text.find_first_not_of(" \t\r\n");
-  if (first == std::string_view::npos || !text.substr(first).starts_with("<?xml")) return text;
-  text.remove_prefix(first);
-  takeThrough(text, "?>");
+std::optional<std::string_view> withoutXMLDeclaration(std::string_view text) {
+  constexpr std::string_view declaration = "<?xml";
+  takeSpace(text);
+  if (text.starts_with(declaration)) takeThrough(text, "?>");
+  takeSpace(text);
+  const bool isXML = text.starts_with("<!") || text.starts_with("<?") || text.starts_with("<plist");
+  if (!isXML || text.starts_with(declaration) || text.find('\0') != std::string_view::npos) {
+    return std::nullopt;
+  }
   return text;
 }
 

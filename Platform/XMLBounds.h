@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace qbdkr::propertylist {
@@ -10,7 +11,9 @@ namespace qbdkr::propertylist {
 // own. A text that is no XML may pass: it is the reader's to refuse.
 [[nodiscard]] bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels);
 
-// The text without an XML declaration, which may name another encoding than the text has by now.
-[[nodiscard]] std::string_view withoutXMLDeclaration(std::string_view text);
+// The text from behind its XML declaration on, which may name another encoding than the text has by
+// now. Absent when that is no XML for certain: a reader may then take it for another form or
+// encoding, which nobody has measured.
+[[nodiscard]] std::optional<std::string_view> withoutXMLDeclaration(std::string_view text);
 
 }  // namespace qbdkr::propertylist

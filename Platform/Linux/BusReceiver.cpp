@@ -6,6 +6,7 @@
 #include <array>
 
 #include "Platform/Bundle.h"
+#include "Platform/DropExceptions.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/MainEventLoop.h"
 #include "Platform/Linux/ProcessInformation.h"
@@ -53,15 +54,6 @@ std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   directObject.insertDescriptor(AppleEventDescriptor::withString(methodName), 2);
   directObject.insertDescriptor(std::move(arguments), 3);
   return directObject;
-}
-
-// Nothing may unwind through the bus library; what fails for want of memory is left undone.
-template <class Body>
-void guarded(Body body) {
-  try {
-    body();
-  } catch (...) {
-  }
 }
 
 std::string textOfReply(const AppleEvent& reply) {
@@ -165,14 +157,14 @@ void BusReceiver::tryAgainLater() {
 }
 
 int BusReceiver::onRetry(sd_event_source*, std::uint64_t, void* self) {
-  guarded([&] { static_cast<BusReceiver*>(self)->connect(); });
+  dropExceptions([&] { static_cast<BusReceiver*>(self)->connect(); });
   return 0;
 }
 
 int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   // The connection cannot be given up from inside its own callback.
   auto* receiver = static_cast<BusReceiver*>(self);
-  guarded([&] {
+  dropExceptions([&] {
     RunLoop::main().perform([receiver] {
       receiver->disconnect();
       receiver->tryAgainLater();
@@ -186,7 +178,7 @@ int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error
   if (error == nullptr) {
     static_cast<BusReceiver*>(self)->retryDelay_ = 0;
   } else if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
-    guarded([] { log("the bus does not let this application have its name"); });
+    dropExceptions([] { log("the bus does not let this application have its name"); });
   }
   return 0;
 }
@@ -254,7 +246,7 @@ int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*
   auto& senders = static_cast<BusReceiver*>(self)->senders_;
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
-  guarded([&] {
+  dropExceptions([&] {
     if (const auto known = senders.find(std::string_view(name)); known != senders.end()) {
       forgetProcessInformation(known->second.processID);
       senders.erase(known);

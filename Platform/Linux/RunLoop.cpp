@@ -32,7 +32,7 @@ class EventTimer final : public NativeTimer {
       : interval_(static_cast<std::uint64_t>(interval.count())), tick_(std::move(tick)) {}
   EventTimer(const EventTimer&) = delete;
   EventTimer& operator=(const EventTimer&) = delete;
-  ~EventTimer() override { sd_event_source_disable_unref(source_); }
+  ~EventTimer() override { end(); }
 
   // A slack of 0 would mean a quarter of a second to sd-event.
   bool arm(sd_event* event, std::chrono::microseconds slack) {
@@ -40,9 +40,12 @@ class EventTimer final : public NativeTimer {
                                       static_cast<std::uint64_t>(slack.count()), onDue, this) >= 0;
   }
 
+  void end() final { source_ = sd_event_source_disable_unref(source_); }
+
  private:
   static int onDue(sd_event_source* source, std::uint64_t due, void* self) {
     auto& timer = *static_cast<EventTimer*>(self);
+    const auto kept = timer.shared_from_this();
     std::uint64_t now = due;
     sd_event_now(sd_event_source_get_event(source), CLOCK_MONOTONIC, &now);
     const std::uint64_t missed = now > due ? (now - due) / timer.interval_ : 0;
@@ -92,10 +95,10 @@ class EventLoop final : public NativeLoop {
     if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) prepare();
   }
 
-  std::unique_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
+  std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                           std::chrono::microseconds slack,
                                           std::function<void()> tick) override {
-    auto timer = std::make_unique<EventTimer>(interval, std::move(tick));
+    auto timer = std::make_shared<EventTimer>(interval, std::move(tick));
     if (!timer->arm(event_.get(), slack)) return nullptr;
     wake();  // whoever watches the descriptor takes a turn, after which it tells of the timer
     return timer;

@@ -95,9 +95,7 @@ class SystemTimer final : public NativeTimer {
   explicit SystemTimer(std::function<void()> tick) : tick_(std::move(tick)) {}
   SystemTimer(const SystemTimer&) = delete;
   SystemTimer& operator=(const SystemTimer&) = delete;
-  ~SystemTimer() override {
-    if (timer_) CFRunLoopTimerInvalidate(timer_.get());
-  }
+  ~SystemTimer() override { end(); }
 
   // A tick that was missed is the system's to leave out: it goes on from the next one to come.
   bool schedule(CFRunLoopRef loop, Seconds interval, Seconds slack) {
@@ -111,8 +109,16 @@ class SystemTimer final : public NativeTimer {
     return true;
   }
 
+  void end() final {
+    if (timer_) CFRunLoopTimerInvalidate(timer_.get());
+    timer_ = {};
+  }
+
  private:
-  static void onFire(CFRunLoopTimerRef, void* self) { static_cast<SystemTimer*>(self)->tick_(); }
+  static void onFire(CFRunLoopTimerRef, void* self) {
+    const auto kept = static_cast<SystemTimer*>(self)->shared_from_this();
+    static_cast<SystemTimer*>(self)->tick_();
+  }
 
   const std::function<void()> tick_;
   CFRef<CFRunLoopTimerRef> timer_;
@@ -167,10 +173,10 @@ class SystemLoop final : public NativeLoop {
 
   void endTurns() override { watchNextTimer(); }
 
-  std::unique_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
+  std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                           std::chrono::microseconds slack,
                                           std::function<void()> tick) override {
-    auto timer = std::make_unique<SystemTimer>(std::move(tick));
+    auto timer = std::make_shared<SystemTimer>(std::move(tick));
     if (!timer->schedule(loop_.get(), interval, slack)) return nullptr;
     watchNextTimer();
     return timer;

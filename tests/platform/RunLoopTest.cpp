@@ -197,6 +197,29 @@ TEST(RunLoopTest, AnExceptionOfATaskIsDropped) {
   EXPECT_TRUE(later);
 }
 
+// A copy may throw where nobody expects it.
+TEST(RunLoopTest, TasksAreNotCopied) {
+  struct CountsCopies {
+    explicit CountsCopies(int& counter) : copies(&counter) {}
+    CountsCopies(const CountsCopies& other) : copies(other.copies) { ++*copies; }
+    CountsCopies(CountsCopies&& other) noexcept = default;
+    CountsCopies& operator=(const CountsCopies&) = delete;
+    CountsCopies& operator=(CountsCopies&&) = delete;
+    ~CountsCopies() = default;
+    int* copies;
+  };
+  RunLoop& loop = RunLoop::main();
+  int copies = 0;
+  int calls = 0;
+  for (int i = 0; i < 3; ++i) {
+    loop.perform([counts = CountsCopies(copies), &calls] { ++calls; });
+  }
+  loop.perform([&] { loop.stop(); });
+  loop.run();
+  EXPECT_EQ(calls, 3);
+  EXPECT_EQ(copies, 0);
+}
+
 TEST(RunLoopTest, ATimerRepeatsAndFirstFiresAfterOneInterval) {
   RunLoop& loop = RunLoop::main();
   int ticks = 0;

@@ -45,7 +45,6 @@ TEST(XMLBounds, WhatIsNoMarkupHidesNoLevel) {
   EXPECT_FALSE(nestsNoDeeperThan(3, repeated("<array><!-- </array> -->", 4)));
   EXPECT_FALSE(nestsNoDeeperThan(3, repeated("<array><![CDATA[</array>]]>", 4)));
   EXPECT_FALSE(nestsNoDeeperThan(3, repeated("<array><?a </array>?>", 4)));
-  EXPECT_FALSE(nestsNoDeeperThan(3, repeated("<array><?></array>?>", 4)));
   EXPECT_FALSE(nestsNoDeeperThan(9, "<array a=\"</array></array>\">"));
   EXPECT_FALSE(nestsNoDeeperThan(9, "<array <array>>"));
 }
@@ -55,6 +54,13 @@ TEST(XMLBounds, ATagThatEndsInAQuotationIsRefusedForWhatItMayHide) {
   EXPECT_FALSE(nestsNoDeeperThan(9, "<plist a='\">'><true/></plist>"));
   EXPECT_FALSE(nestsNoDeeperThan(9, "<!DOCTYPE plist SYSTEM \"><!--\" [<!ENTITY a \"b\">]>-->"));
   EXPECT_TRUE(nestsNoDeeperThan(9, "<plist a=\"it's\" b='\"'><true/></plist>"));
+}
+
+TEST(XMLBounds, ACommentOrInstructionThatEndsWhereItBeginsIsRefused) {
+  for (const char* begin : {"<!-->", "<!--->", "<?>"}) {
+    EXPECT_FALSE(nestsNoDeeperThan(9, std::string("<plist>") + begin + "</plist>")) << begin;
+  }
+  EXPECT_TRUE(nestsNoDeeperThan(9, "<plist><!----><!-- - --><?a?></plist>"));
 }
 
 TEST(XMLBounds, WhatIsNoMarkupIsNoLevel) {
@@ -88,11 +94,21 @@ TEST(XMLBounds, ATextThatEndsTooEarlyIsLeftToTheReader) {
 
 TEST(XMLDeclaration, IsTakenOff) {
   EXPECT_EQ(withoutXMLDeclaration("<?xml version=\"1.0\" encoding=\"UTF-16\"?>\n<plist/>"),
-            "\n<plist/>");
-  EXPECT_EQ(withoutXMLDeclaration(" \n<?xml?><plist/>"), "<plist/>");
+            "<plist/>");
+  EXPECT_EQ(withoutXMLDeclaration(" \n<?xml?><!-- a --><plist/>"), "<!-- a --><plist/>");
+  EXPECT_EQ(withoutXMLDeclaration("<?xml?><?a?><plist/>"), "<?a?><plist/>");
   EXPECT_EQ(withoutXMLDeclaration("<plist/>"), "<plist/>");
-  EXPECT_EQ(withoutXMLDeclaration("<?xml never ends"), "");
-  EXPECT_EQ(withoutXMLDeclaration(""), "");
+}
+
+TEST(XMLDeclaration, WhatIsNoXMLBehindItIsRefusedForWhatItMayBeToAReader) {
+  for (const std::string_view text :
+       {std::string_view("<?xml?>((((", 11), std::string_view("<?xml?>{a=b;}"),
+        std::string_view("<?xml?><?xml version=\"1.0\" encoding=\"UTF-7\"?><plist/>"),
+        std::string_view("<?xml?>\xEF\xBB\xBF<plist/>"), std::string_view("<?xml?>\0<plist/>", 16),
+        std::string_view("<?xml?><\0p", 10), std::string_view("<plist><string>\0</string>", 25),
+        std::string_view("<?xml?>"), std::string_view("<?xml never ends"), std::string_view()}) {
+    EXPECT_EQ(withoutXMLDeclaration(text), std::nullopt) << text;
+  }
 }
 
 }  // namespace
