@@ -38,6 +38,26 @@ bool matchesPattern(std::string_view text, std::string_view pattern) {
                             [](char c, char p) { return p == '0' ? isDigit(c) : c == p; });
 }
 
+int exponentFrom(std::string_view text) {
+  const bool negative = takeSign(text);
+  int exponent = 0;
+  std::from_chars(text.data(), text.data() + text.size(), exponent);
+  return negative ? -exponent : exponent;
+}
+
+// D.DD and an exponent of ten as digits alone.
+std::string plainNotation(std::string_view mantissa, int exponent) {
+  std::string text(takeSign(mantissa) ? "-" : "");
+  std::string digits(mantissa.substr(0, 1));
+  if (mantissa.size() > 2) digits += mantissa.substr(2);
+  if (exponent < 0) {
+    return text.append("0.").append(static_cast<std::size_t>(-exponent - 1), '0').append(digits);
+  }
+  const auto whole = static_cast<std::size_t>(exponent) + 1;
+  if (digits.size() <= whole) return text.append(digits).append(whole - digits.size(), '0');
+  return text.append(digits.insert(whole, "."));
+}
+
 void appendDigits(std::string& text, int value, int count) {
   int divisor = 1;
   for (int i = 1; i < count; ++i) divisor *= 10;
@@ -83,7 +103,13 @@ std::optional<std::string> textFromInteger(PropertyList::Integer integer) {
 std::string textFromReal(double real) {
   if (std::isnan(real)) return "nan";
   if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
-  return textFromFiniteReal(real);
+  const std::string text = scientificText(real);
+  const auto mark = text.find('e');
+  const int exponent = exponentFrom(std::string_view(text).substr(mark + 1));
+  constexpr int smallest = -4;
+  constexpr int largest = 15;
+  if (exponent < smallest || exponent > largest) return text;
+  return plainNotation(std::string_view(text).substr(0, mark), exponent);
 }
 
 std::optional<std::string> textFromDate(PropertyList::Date date) {

@@ -50,10 +50,10 @@ class Allowance {
 
 // Absent for a magnitude that no property list can hold.
 [[nodiscard]] std::optional<std::string> textFromInteger(PropertyList::Integer integer);
-// A short one that reads as the same number; between 0.0001 and 1e-04 the platform chooses.
+// As few digits as read as the same number.
 [[nodiscard]] std::string textFromReal(double real);
-// The platform's part of that: not every library of C++ has it.
-[[nodiscard]] std::string textFromFiniteReal(double real);
+// The platform's part of that, since not every library of C++ has it: "D.DDe+XX" for a finite one.
+[[nodiscard]] std::string scientificText(double real);
 // Whole seconds, as the form has no fractions. Absent outside the years 0 to 9999.
 [[nodiscard]] std::optional<std::string> textFromDate(PropertyList::Date date);
 

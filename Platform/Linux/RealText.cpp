@@ -50,9 +50,10 @@ std::optional<double> realFromText(std::string_view text) {
   return value;
 }
 
-std::string textFromFiniteReal(double real) {
+std::string scientificText(double real) {
   std::array<char, 32> buffer{};
-  const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real);
+  const auto [end, error] = std::to_chars(buffer.data(), buffer.data() + buffer.size(), real,
+                                          std::chars_format::scientific);
   return {buffer.data(), end};
 }
 

@@ -265,6 +265,26 @@ TEST(XMLPropertyList, RealsDoNotDependOnTheLocale) {
   EXPECT_EQ(stringsFileText({{"k", 1234.5}}), "\"k\" = \"1234.5\";\n");
 }
 
+TEST(StringsFileText, RealsAreAsShortAsTheyCanBeAndPlainWhereThatIsUsual) {
+  for (const auto& [real, text] :
+       std::vector<std::pair<double, std::string>>{{0, "0"},
+                                                   {-0.0, "-0"},
+                                                   {10, "10"},
+                                                   {100, "100"},
+                                                   {-1200000, "-1200000"},
+                                                   {0.1, "0.1"},
+                                                   {123.456, "123.456"},
+                                                   {-2.25, "-2.25"},
+                                                   {0.0001, "0.0001"},
+                                                   {0.00001, "1e-05"},
+                                                   {1e15, "1000000000000000"},
+                                                   {1e16, "1e+16"},
+                                                   {1.5e300, "1.5e+300"},
+                                                   {5e-324, "5e-324"}}) {
+    EXPECT_EQ(stringsFileText({{"k", real}}), "\"k\" = \"" + text + "\";\n");
+  }
+}
+
 TEST(XMLPropertyList, RealsSurviveToTheLastBit) {
   for (const double real :
        {0.1, 1.0 / 3, 1e300, 5e-324, -0.0, 1e22, 123456789.0, std::numeric_limits<double>::max()}) {
