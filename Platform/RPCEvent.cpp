@@ -38,11 +38,22 @@ bool isSendable(std::string_view text) {
   return all < 0x80 || isValidUTF8(text);
 }
 
+bool isRPCObject(const AppleEventDescriptor& directObject) {
+  return directObject.numberOfItems() == 3 && isName(*directObject.descriptorAtIndex(1)) &&
+         isName(*directObject.descriptorAtIndex(2)) &&
+         isListOfTexts(*directObject.descriptorAtIndex(3));
+}
+
+bool isRPCEvent(FourCharCode eventClass, FourCharCode eventID) {
+  return eventClass == kCoreEventClass && eventID == kAECall;
+}
+
 bool isRPCEvent(const AppleEvent& event) {
+  const AppleEventDescriptor& target = event.target();
   const AppleEventDescriptor* object = event.paramDescriptor(keyDirectObject);
-  return event.target().descriptorType() == typeApplicationBundleID && object != nullptr &&
-         object->numberOfItems() == 3 && isName(*object->descriptorAtIndex(1)) &&
-         isName(*object->descriptorAtIndex(2)) && isListOfTexts(*object->descriptorAtIndex(3));
+  return isRPCEvent(event.eventClass(), event.eventID()) &&
+         target.descriptorType() == typeApplicationBundleID &&
+         target.data().find('\0') == std::string::npos && object != nullptr && isRPCObject(*object);
 }
 
 }  // namespace qbdkr

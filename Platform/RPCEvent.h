@@ -12,20 +12,25 @@ namespace qbdkr {
 // comes in.
 inline constexpr std::size_t longestEventName = std::size_t{1} << 20U;   // bytes
 inline constexpr std::size_t mostEventTexts = std::size_t{1} << 18U;     // of the list
-inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes of them all
+inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes, 8 for each text
 
 // Whether a text may go from one process to another: UTF-8 without a NUL.
 [[nodiscard]] bool isSendable(std::string_view text);
 
-// Whether an event can be sent: addressed by bundle identifier, and of that form.
+// Whether a direct object is of that form and within the bounds.
+[[nodiscard]] bool isRPCObject(const AppleEventDescriptor& directObject);
+
+// Whether an event can be sent: of this class and ID, with such an object, and addressed by bundle
+// identifier.
 [[nodiscard]] bool isRPCEvent(const AppleEvent& event);
+[[nodiscard]] bool isRPCEvent(FourCharCode eventClass, FourCharCode eventID);
 
 // Counts what the texts of one event take up.
 class EventAllowance {
  public:
   // False from the first text on that is too much.
   [[nodiscard]] bool take(std::string_view text) {
-    // Of the list of texts the bus wants to know where each ends, and itself takes no longer list.
+    // Its length and its end, on the bus, which takes no longer list.
     constexpr std::size_t perText = 8;
     if (texts_ == 0 || text.size() + perText > content_) {
       texts_ = 0;

@@ -46,11 +46,11 @@ class BusTransport final : public AppleEventTransport {
 
   void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
                        EventHandler handler) override {
-    if (carries(eventClass, eventID)) BusReceiver::shared().setHandler(std::move(handler));
+    if (isRPCEvent(eventClass, eventID)) BusReceiver::shared().setHandler(std::move(handler));
   }
 
   void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override {
-    if (carries(eventClass, eventID)) BusReceiver::shared().removeHandler();
+    if (isRPCEvent(eventClass, eventID)) BusReceiver::shared().removeHandler();
   }
 
   // In a child that was forked: the connection, its lock and the threads that wait on it belong to
@@ -58,11 +58,6 @@ class BusTransport final : public AppleEventTransport {
   void forgetParentsSender() { sender_.store(nullptr); }
 
  private:
-  // RPC events are the only ones on the bus.
-  static bool carries(FourCharCode eventClass, FourCharCode eventID) {
-    return eventClass == kCoreEventClass && eventID == kAECall;
-  }
-
   BusSender& sender() {
     BusSender* current = sender_.load();
     if (current != nullptr) return *current;

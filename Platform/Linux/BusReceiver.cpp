@@ -30,13 +30,11 @@ AppleEventDescriptor processAddress(pid_t processID) {
 }
 
 // The direct object of the event that a call stands for; absent when the message is not of the
-// form, or larger than any event may be.
+// form, or has more texts than any event may have.
 std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   const char* className = nullptr;
   const char* methodName = nullptr;
   if (sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
-      std::string_view(className).size() > longestEventName ||
-      std::string_view(methodName).size() > longestEventName ||
       sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "s") <= 0) {
     return std::nullopt;
   }
@@ -54,11 +52,6 @@ std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   directObject.insertDescriptor(AppleEventDescriptor::withString(methodName), 2);
   directObject.insertDescriptor(std::move(arguments), 3);
   return directObject;
-}
-
-std::string textOfReply(const AppleEvent& reply) {
-  const AppleEventDescriptor* result = reply.paramDescriptor(keyDirectObject);
-  return result == nullptr ? std::string() : result->stringValue().value_or("");
 }
 
 int refuse(sd_bus_message* message, const char* error, const char* text) {
@@ -82,18 +75,12 @@ BusReceiver& BusReceiver::shared() {
 }
 
 void BusReceiver::setHandler(AppleEventTransport::EventHandler handler) {
-  {
-    const std::lock_guard lock(mutex_);
-    handler_ = std::move(handler);
-  }
+  handler_.set(std::move(handler));
   RunLoop::main().perform([this] { connect(); });
 }
 
 void BusReceiver::removeHandler() {
-  {
-    const std::lock_guard lock(mutex_);
-    handler_ = nullptr;
-  }
+  handler_.set(nullptr);
   RunLoop::main().perform([this] { disconnect(); });
 }
 
@@ -105,11 +92,7 @@ void BusReceiver::busAppeared() {
 
 void BusReceiver::connect() {
   retry_ = sd_event_source_disable_unref(retry_);
-  if (bus_) return;
-  {
-    const std::lock_guard lock(mutex_);
-    if (!handler_) return;
-  }
+  if (bus_ || !handler_.isSet()) return;
   sd_bus* opened = nullptr;
   if (sd_bus_open_user(&opened) < 0) return tryAgainLater();
   bus_.reset(opened);
@@ -192,28 +175,20 @@ int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
 }
 
 int BusReceiver::handleCall(sd_bus_message* message) {
-  AppleEventTransport::EventHandler handler;
-  {
-    const std::lock_guard lock(mutex_);
-    handler = handler_;
-  }
-  if (!handler) return refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no handler is installed");
   auto directObject = readDirectObject(message);
-  if (!directObject) return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
-
-  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
-  event.setParamDescriptor(keyDirectObject, std::move(*directObject));
-  if (const pid_t sender = processOfSender(message); sender > 0) {
-    event.setAttributeDescriptor(keyAddressAttr, processAddress(sender));
+  const pid_t sender = processOfSender(message);
+  const auto answer = handler_.handle(
+      std::move(directObject), sender > 0 ? std::optional(processAddress(sender)) : std::nullopt);
+  switch (answer.status) {
+    case noErr:
+      return sd_bus_reply_method_return(message, rpc::resultSignature, answer.result.c_str());
+    case errAEEventNotHandled:
+      return refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no handler is installed");
+    case paramErr:
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
+    default:
+      return refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
   }
-  AppleEvent reply;
-  handler(event, reply);
-
-  const std::string result = textOfReply(reply);
-  if (!isSendable(result)) {
-    return refuse(message, SD_BUS_ERROR_FAILED, "the result is not text");
-  }
-  return sd_bus_reply_method_return(message, rpc::resultSignature, result.c_str());
 }
 
 // The process that sent a message, as the bus itself knows it; 0 when it is gone already.

@@ -2,11 +2,11 @@
 
 #include <cstdint>
 #include <map>
-#include <mutex>
 #include <string>
 
 #include "Platform/AppleEvent.h"
 #include "Platform/Linux/SdBus.h"
+#include "Platform/RPCHandler.h"
 
 namespace qbdkr {
 
@@ -49,9 +49,7 @@ class BusReceiver {
   static int onRetry(sd_event_source* source, std::uint64_t due, void* self);
   static const sd_bus_vtable methods[];
 
-  // Written by any thread, read on the main thread.
-  std::mutex mutex_;
-  AppleEventTransport::EventHandler handler_;
+  RPCHandler handler_;
 
   // Main thread only.
   UniqueBus bus_;

@@ -1,13 +1,11 @@
 #include <CoreServices/CoreServices.h>
 
-#include <map>
-#include <memory>
-#include <mutex>
 #include <utility>
 
 #include "Platform/AppleEvent.h"
 #include "Platform/Log.h"
 #include "Platform/RPCEvent.h"
+#include "Platform/RPCHandler.h"
 #include "Platform/macOS/EventDescriptor.h"
 
 namespace qbdkr {
@@ -30,71 +28,46 @@ OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   return AEPutParamDesc(made.receive(), keyDirectObject, value.get());
 }
 
-// The null descriptor, when there was no answer, has no parameters.
-void takeDirectObject(const AEDesc& from, AppleEvent& to) {
+// The sender as the process that it is; absent when the system cannot tell.
+std::optional<AppleEventDescriptor> addressOf(const AEDesc& event) {
   EventDescriptor found;
-  if (AEGetParamDesc(&from, keyDirectObject, typeWildCard, found.receive()) != noErr) return;
-  auto value = textualDescriptor(*found.get());
-  if (value) to.setParamDescriptor(keyDirectObject, std::move(*value));
+  if (AEGetAttributeDesc(&event, keyAddressAttr, typeProcessSerialNumber, found.receive()) !=
+      noErr) {
+    return std::nullopt;
+  }
+  return plainDescriptor(*found.get());
 }
 
-// The sender as the process that it is; left out when the system cannot tell.
-void takeAddress(const AEDesc& from, AppleEvent& to) {
+std::optional<AppleEventDescriptor> directObjectOf(const AEDesc& event) {
   EventDescriptor found;
-  if (AEGetAttributeDesc(&from, keyAddressAttr, typeProcessSerialNumber, found.receive()) !=
-      noErr) {
-    return;
+  if (AEGetParamDesc(&event, keyDirectObject, typeWildCard, found.receive()) != noErr) {
+    return std::nullopt;
   }
-  auto value = plainDescriptor(*found.get());
-  if (value) to.setAttributeDescriptor(keyAddressAttr, std::move(*value));
+  return rpcObjectFrom(*found.get());
 }
 
 // A sender that waits for no reply gives a null descriptor to put it into.
-OSErr putReply(const AppleEvent& from, AEDesc& to) {
-  const AppleEventDescriptor* result = from.paramDescriptor(keyDirectObject);
-  if (result == nullptr || to.descriptorType == typeNull) return noErr;
+OSErr putResult(std::string result, AEDesc& reply) {
+  if (result.empty() || reply.descriptorType == typeNull) return noErr;
   EventDescriptor value;
-  const OSErr status = makeDescriptor(*result, value);
-  if (status != noErr) return status;
-  return AEPutParamDesc(&to, keyDirectObject, value.get());
+  const auto text = AppleEventDescriptor::withString(std::move(result));
+  if (const OSErr status = makeDescriptor(text, value); status != noErr) return status;
+  return AEPutParamDesc(&reply, keyDirectObject, value.get());
 }
 
-// The handler of one kind of event. Never destroyed: the Apple Event Manager holds its address.
-class Handler {
- public:
-  Handler(FourCharCode eventClass, FourCharCode eventID)
-      : eventClass_(eventClass), eventID_(eventID) {}
-
-  void set(AppleEventTransport::EventHandler body) {
-    const std::lock_guard lock(mutex_);
-    body_ = std::move(body);
+std::optional<std::string> resultOf(const AEDesc& reply) {
+  EventDescriptor found;
+  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) {
+    return std::nullopt;
   }
-
-  OSErr handle(const AEDesc& incoming, AEDesc& reply) {
-    AppleEventTransport::EventHandler body;
-    {
-      const std::lock_guard lock(mutex_);
-      body = body_;
-    }
-    if (!body) return errAEEventNotHandled;
-    AppleEvent event(eventClass_, eventID_, {}, kAutoGenerateReturnID, kAnyTransactionID);
-    takeDirectObject(incoming, event);
-    takeAddress(incoming, event);
-    AppleEvent answer;
-    body(event, answer);
-    return putReply(answer, reply);
-  }
-
- private:
-  const FourCharCode eventClass_;
-  const FourCharCode eventID_;
-  std::mutex mutex_;
-  AppleEventTransport::EventHandler body_;
-};
+  return textFrom(*found.get());
+}
 
 ::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
   try {
-    return static_cast<Handler*>(handler)->handle(*incoming, *reply);
+    auto answer =
+        static_cast<RPCHandler*>(handler)->handle(directObjectOf(*incoming), addressOf(*incoming));
+    return answer.status == noErr ? putResult(std::move(answer.result), *reply) : answer.status;
   } catch (...) {  // nothing may unwind through the Apple Event Manager
     return errAEEventFailed;
   }
@@ -109,21 +82,27 @@ class ManagerTransport final : public AppleEventTransport {
     if (const OSErr status = makeEvent(event, message); status != noErr) return status;
     EventDescriptor answer;
     const OSStatus status = AESendMessage(message.get(), answer.receive(), sendMode, timeout);
-    if (status == ::noErr) takeDirectObject(*answer.get(), reply);
-    return static_cast<OSErr>(status);
+    if (status != ::noErr) return static_cast<OSErr>(status);
+    if (auto result = resultOf(*answer.get())) {
+      reply.setParamDescriptor(keyDirectObject,
+                               AppleEventDescriptor::withString(*std::move(result)));
+    }
+    return noErr;
   }
 
-  void setEventHandler(FourCharCode eventClass, FourCharCode eventID, EventHandler body) override {
-    Handler& handler = handlerOf(eventClass, eventID);
-    handler.set(std::move(body));
-    if (AEInstallEventHandler(eventClass, eventID, entryPoint(), &handler, 0) != noErr) {
+  void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
+                       EventHandler handler) override {
+    if (!isRPCEvent(eventClass, eventID)) return;
+    handler_.set(std::move(handler));
+    if (AEInstallEventHandler(eventClass, eventID, entryPoint(), &handler_, 0) != ::noErr) {
       log("the system does not let this application handle Apple events");
     }
   }
 
   void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override {
+    if (!isRPCEvent(eventClass, eventID)) return;
     AERemoveEventHandler(eventClass, eventID, entryPoint(), 0);
-    handlerOf(eventClass, eventID).set(nullptr);
+    handler_.set(nullptr);
   }
 
  private:
@@ -132,15 +111,7 @@ class ManagerTransport final : public AppleEventTransport {
     return entry;
   }
 
-  Handler& handlerOf(FourCharCode eventClass, FourCharCode eventID) {
-    const std::lock_guard lock(mutex_);
-    auto& handler = handlers_[{eventClass, eventID}];
-    if (!handler) handler = std::make_unique<Handler>(eventClass, eventID);
-    return *handler;
-  }
-
-  std::mutex mutex_;
-  std::map<std::pair<FourCharCode, FourCharCode>, std::unique_ptr<Handler>> handlers_;
+  RPCHandler handler_;  // never destroyed: the Apple Event Manager holds its address
 };
 
 }  // namespace
@@ -158,8 +129,10 @@ std::optional<AppleEventDescriptor> platformCoercion(const AppleEventDescriptor&
       AECoerceDesc(value.get(), type, coerced.receive()) != noErr) {
     return std::nullopt;
   }
-  return type == typeUnicodeText ? textualDescriptor(*coerced.get())
-                                 : plainDescriptor(*coerced.get());
+  if (type != typeUnicodeText) return plainDescriptor(*coerced.get());
+  auto text = textFrom(*coerced.get());
+  if (!text) return std::nullopt;
+  return AppleEventDescriptor::withString(*std::move(text));
 }
 
 }  // namespace qbdkr

@@ -29,9 +29,7 @@ static_assert(noErr == ::noErr && paramErr == ::paramErr && procNotFound == ::pr
 static_assert(connectionInvalid == ::connectionInvalid && errAETimeout == ::errAETimeout);
 static_assert(errAEEventNotHandled == ::errAEEventNotHandled);
 static_assert(errAEEventNotPermitted == ::errAEEventNotPermitted);
-
-// The direct object is a list, and so is its third item.
-constexpr std::size_t listLevels = 2;
+static_assert(errAEEventFailed == ::errAEEventFailed);
 
 OSErr makeBytes(FourCharCode type, const void* bytes, std::size_t size, EventDescriptor& made) {
   return AECreateDesc(type, bytes, static_cast<Size>(size), made.receive());
@@ -75,50 +73,37 @@ std::string inBigEndian(const std::string& serialNumber) {
   return bytesOfSerialNumber({number.highLongOfPSN, number.lowLongOfPSN});
 }
 
-// Reads what came from outside, with one budget for the whole of it.
-class Reader {
- public:
-  std::optional<AppleEventDescriptor> read(const AEDesc& desc, std::size_t level) {
-    if (desc.descriptorType == typeAEList) return list(desc, level);
-    auto value = text(desc);
-    // Text that is none would be taken for UTF-8 further on.
-    if (!value && desc.descriptorType != typeUnicodeText) value = plainDescriptor(desc);
-    return value && allowance_.take(value->data()) ? std::move(value) : std::nullopt;
-  }
+// One item of a list, as it is.
+bool getItem(const AEDesc& list, long index, EventDescriptor& item) {
+  AEKeyword keyword = 0;
+  return AEGetNthDesc(&list, index, typeWildCard, &keyword, item.receive()) == noErr;
+}
 
- private:
-  // As UTF-8 from the system, which knows in what order and with what mark the units came.
-  static std::optional<AppleEventDescriptor> text(const AEDesc& desc) {
-    EventDescriptor coerced;
-    if (desc.descriptorType == typeNull ||
-        AECoerceDesc(&desc, typeUTF8Text, coerced.receive()) != noErr) {
-      return std::nullopt;
-    }
-    auto utf8 = bytesOf(*coerced.get());
-    if (!utf8 || !isSendable(*utf8)) return std::nullopt;
-    return AppleEventDescriptor::withString(std::move(*utf8));
-  }
+std::optional<AppleEventDescriptor> textAt(const AEDesc& list, long index) {
+  EventDescriptor item;
+  auto text = getItem(list, index, item) ? textFrom(*item.get()) : std::nullopt;
+  if (!text) return std::nullopt;
+  return AppleEventDescriptor::withString(*std::move(text));
+}
 
-  std::optional<AppleEventDescriptor> list(const AEDesc& desc, std::size_t level) {
-    long count = 0;
-    if (level == listLevels || !allowance_.take({})) return std::nullopt;
-    if (AECountItems(&desc, &count) != noErr) return std::nullopt;
-    std::vector<AppleEventDescriptor> items;
-    for (long i = 1; i <= count; ++i) {
-      EventDescriptor item;
-      AEKeyword keyword = 0;
-      if (AEGetNthDesc(&desc, i, typeWildCard, &keyword, item.receive()) != noErr) {
-        return std::nullopt;
-      }
-      auto value = read(*item.get(), level + 1);
-      if (!value) return std::nullopt;
-      items.push_back(std::move(*value));
-    }
-    return AppleEventDescriptor::list(std::move(items));
-  }
+long countOf(const AEDesc& list) {
+  long count = 0;
+  const bool isList = list.descriptorType == typeAEList && AECountItems(&list, &count) == noErr;
+  return isList ? count : -1;
+}
 
-  EventAllowance allowance_;
-};
+std::optional<AppleEventDescriptor> textsFrom(const AEDesc& list) {
+  const long count = countOf(list);
+  if (count < 0) return std::nullopt;
+  EventAllowance allowance;
+  auto texts = AppleEventDescriptor::list();
+  for (long i = 1; i <= count; ++i) {
+    auto text = textAt(list, i);
+    if (!text || !allowance.take(text->data())) return std::nullopt;
+    texts.insertDescriptor(*std::move(text), 0);
+  }
+  return texts;
+}
 
 }  // namespace
 
@@ -142,8 +127,30 @@ std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {
   return AppleEventDescriptor::withBytes(desc.descriptorType, std::move(*bytes));
 }
 
-std::optional<AppleEventDescriptor> textualDescriptor(const AEDesc& desc) {
-  return Reader().read(desc, 0);
+// From the system as UTF-8: it knows in what order and with what mark the units came. A list of one
+// text would become that text.
+std::optional<std::string> textFrom(const AEDesc& desc) {
+  EventDescriptor coerced;
+  if (desc.descriptorType == typeNull || desc.descriptorType == typeAEList ||
+      AECoerceDesc(&desc, typeUTF8Text, coerced.receive()) != noErr) {
+    return std::nullopt;
+  }
+  auto utf8 = bytesOf(*coerced.get());
+  return utf8 && isSendable(*utf8) ? std::move(utf8) : std::nullopt;
+}
+
+std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc) {
+  EventDescriptor list;
+  if (countOf(desc) != 3 || !getItem(desc, 3, list)) return std::nullopt;
+  auto className = textAt(desc, 1);
+  auto methodName = textAt(desc, 2);
+  auto arguments = textsFrom(*list.get());
+  if (!className || !methodName || !arguments) return std::nullopt;
+  auto object = AppleEventDescriptor::list();
+  object.insertDescriptor(*std::move(className), 1);
+  object.insertDescriptor(*std::move(methodName), 2);
+  object.insertDescriptor(*std::move(arguments), 3);
+  return object;
 }
 
 }  // namespace qbdkr

@@ -4,6 +4,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 
 #include "Platform/AppleEvent.h"
 
@@ -32,8 +33,12 @@ class EventDescriptor {
 // The bytes of a descriptor as they are; a serial number of a process as two big-endian words.
 [[nodiscard]] std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc);
 
-// A descriptor that came from outside: lists with their items, everything that the system can tell
-// as text as text, the rest plain. Absent when it is larger or deeper than any event may be.
-[[nodiscard]] std::optional<AppleEventDescriptor> textualDescriptor(const AEDesc& desc);
+// The text of a descriptor that came from outside: of everything but a list that the system can
+// tell as text. Absent when that cannot be sent on.
+[[nodiscard]] std::optional<std::string> textFrom(const AEDesc& desc);
+
+// The direct object of an RPC event. Absent when it is of another form, or has more texts than any
+// event may have.
+[[nodiscard]] std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc);
 
 }  // namespace qbdkr

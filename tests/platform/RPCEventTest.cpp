@@ -56,8 +56,19 @@ TEST(RPCEvent, IsNothingElse) {
   EXPECT_FALSE(isSentWith({text(), identifier()}));
 }
 
+TEST(RPCEvent, IsOfOneClassAndIDOnly) {
+  EXPECT_TRUE(isRPCEvent(kCoreEventClass, kAECall));
+  AppleEvent quit(kCoreEventClass, fourCharCode("quit"), identifier(), kAutoGenerateReturnID,
+                  kAnyTransactionID);
+  quit.setParamDescriptor(keyDirectObject, listOf({text(), text(), listOf()}));
+  EXPECT_FALSE(isRPCEvent(quit));
+  EXPECT_FALSE(isRPCEvent(fourCharCode("misc"), kAECall));
+}
+
 TEST(RPCEvent, IsAddressedByBundleIdentifier) {
   const auto object = listOf({text(), text(), listOf()});
+  EXPECT_FALSE(isRPCEvent(eventWith(
+      object, AppleEventDescriptor::withBytes(typeApplicationBundleID, std::string("a\0b", 3)))));
   EXPECT_TRUE(isRPCEvent(eventWith(object)));
   EXPECT_FALSE(isRPCEvent(eventWith(object, {})));
   EXPECT_FALSE(isRPCEvent(eventWith(object, text("com.Acme.Helper"))));

@@ -1,0 +1,37 @@
+#pragma once
+
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "Platform/AppleEvent.h"
+
+namespace qbdkr {
+
+// The handler of RPC events, which every transport calls alike with what came in.
+class RPCHandler {
+ public:
+  // What the sender gets. No result is an empty text.
+  struct Answer {
+    OSErr status = noErr;
+    std::string result;
+  };
+
+  // Any thread; null for none.
+  void set(AppleEventTransport::EventHandler handler);
+  [[nodiscard]] bool isSet() const;
+
+  // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object is
+  // not that of an RPC event, errAEEventFailed when the handler throws or its result cannot be sent.
+  // The address is left out when the sender is not known.
+  [[nodiscard]] Answer handle(std::optional<AppleEventDescriptor> directObject,
+                              std::optional<AppleEventDescriptor> address) const noexcept;
+
+ private:
+  [[nodiscard]] AppleEventTransport::EventHandler handler() const;
+
+  mutable std::mutex mutex_;
+  AppleEventTransport::EventHandler handler_;
+};
+
+}  // namespace qbdkr
