@@ -3,18 +3,14 @@
 #include <memory>
 #include <optional>
 #include <string>
-#include <string_view>
 
 #include "Platform/PropertyList.h"
 
 namespace qbdkr {
 
-// Whether a domain may be asked for at all: settings live in files named after their domains.
-[[nodiscard]] bool isDomainName(std::string_view domain);
-
 // The settings of one domain as the system keeps them. Usable from any thread. What is set is seen
-// by this process at once, and stored by synchronize(); what could not be stored is kept. A domain
-// that is none has no settings, and what is set there is never stored.
+// by this process at once, and stored by synchronize(); what could not be stored is kept. The
+// domain has a name that a file may have.
 class DefaultsStore {
  public:
   explicit DefaultsStore(std::string domain);

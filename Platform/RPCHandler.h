@@ -22,8 +22,8 @@ class RPCHandler {
   [[nodiscard]] bool isSet() const;
 
   // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object is
-  // not that of an RPC event, errAEEventFailed when the handler throws or its result cannot be sent.
-  // The address is left out when the sender is not known.
+  // not that of an RPC event, errAEEventFailed when the handler throws or its result cannot be
+  // sent. The address is left out when the sender is not known.
   [[nodiscard]] Answer handle(std::optional<AppleEventDescriptor> directObject,
                               std::optional<AppleEventDescriptor> address) const noexcept;
 

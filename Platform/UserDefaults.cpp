@@ -9,19 +9,34 @@
 
 namespace qbdkr {
 
-struct UserDefaults::State {
-  explicit State(std::string domain) : store(std::move(domain)) {}
+namespace {
 
-  DefaultsStore store;
-  std::mutex mutex;
-  bool writeScheduled = false;  // on the main run loop
-};
-
+// Settings live in files named after their domains.
 bool isDomainName(std::string_view domain) {
   constexpr std::size_t longest = 200;
   return !domain.empty() && domain.size() <= longest && !domain.starts_with('.') &&
          domain.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
+
+}  // namespace
+
+struct UserDefaults::State {
+  explicit State(std::string domain) {
+    if (isDomainName(domain)) store.emplace(std::move(domain));
+  }
+
+  bool synchronize() {
+    if (store) return store->synchronize();
+    const std::lock_guard lock(mutex);
+    return !isUnstored;
+  }
+
+  std::optional<DefaultsStore> store;  // none for a domain that is none
+  std::mutex mutex;
+  PropertyList::Dictionary unstored;  // what this process has set without a store
+  bool isUnstored = false;
+  bool writeScheduled = false;  // on the main run loop
+};
 
 UserDefaults& UserDefaults::standard() {
   static auto& defaults =
@@ -30,6 +45,7 @@ UserDefaults& UserDefaults::standard() {
 }
 
 std::optional<PropertyList::Dictionary> UserDefaults::persistentDomain(std::string_view domain) {
+  if (!isDomainName(domain)) return std::nullopt;
   return DefaultsStore::contentsOf(std::string(domain));
 }
 
@@ -39,7 +55,10 @@ UserDefaults::UserDefaults(std::string domain)
 UserDefaults::~UserDefaults() = default;
 
 std::optional<PropertyList> UserDefaults::object(std::string_view key) const {
-  return state_->store.object(std::string(key));
+  if (state_->store) return state_->store->object(std::string(key));
+  const std::lock_guard lock(state_->mutex);
+  const PropertyList* value = state_->unstored.find(key);
+  return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
 bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> value) {
@@ -47,7 +66,17 @@ bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> v
       xmlPropertyList(PropertyList::Dictionary{{std::string(key), value.value_or(PropertyList())}})
           .has_value();
   if (!representable) return false;
-  state_->store.setObject(std::string(key), std::move(value));
+  if (!state_->store) {
+    const std::lock_guard lock(state_->mutex);
+    state_->isUnstored = true;
+    if (value) {
+      state_->unstored.set(key, *std::move(value));
+    } else {
+      state_->unstored.erase(key);
+    }
+    return true;
+  }
+  state_->store->setObject(std::string(key), std::move(value));
   bool alreadyScheduled = false;
   {
     const std::lock_guard lock(state_->mutex);
@@ -59,12 +88,12 @@ bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> v
         const std::lock_guard lock(state->mutex);
         state->writeScheduled = false;
       }
-      state->store.synchronize();
+      state->synchronize();
     });
   }
   return true;
 }
 
-bool UserDefaults::synchronize() { return state_->store.synchronize(); }
+bool UserDefaults::synchronize() { return state_->synchronize(); }
 
 }  // namespace qbdkr

@@ -27,14 +27,8 @@ std::string preferencesDirectory() {
   return appendPathComponent(usable ? configured : expandTilde("~/.config"), "preferences");
 }
 
-std::optional<std::string> fileOfDomain(std::string_view domain) {
-  if (!isDomainName(domain)) return std::nullopt;
-  return appendPathComponent(preferencesDirectory(), std::string(domain) + ".plist");
-}
-
-std::shared_ptr<const Dictionary> readDomain(std::string_view domain) {
-  const auto file = fileOfDomain(domain);
-  return file ? cachedDictionary(*file) : nullptr;
+std::string fileOfDomain(const std::string& domain) {
+  return appendPathComponent(preferencesDirectory(), domain + ".plist");
 }
 
 using Changes = std::map<std::string, std::optional<PropertyList>, std::less<>>;
@@ -65,22 +59,22 @@ bool putAside(const std::string& path) {
   return !fileExists(aside) && std::rename(path.c_str(), aside.c_str()) == 0;
 }
 
-bool store(std::string_view domain, const Changes& changes) {
-  const auto file = fileOfDomain(domain);
+bool store(const std::string& domain, const Changes& changes) {
+  const std::string file = fileOfDomain(domain);
   const std::string directory = preferencesDirectory();
-  if (!file || !createDirectory(directory)) return false;
+  if (!createDirectory(directory)) return false;
   const auto lock = FileLock::acquire(directory, lockPatience);
   if (!lock) return false;
-  const auto before = readDictionaryFile(*file);
+  const auto before = readDictionaryFile(file);
   // What cannot be read for want of a descriptor, say, may be good.
-  if (!before && fileExists(*file) && !canBeOpened(*file)) return false;
+  if (!before && fileExists(file) && !canBeOpened(file)) return false;
   // What somebody else damaged is put aside, not overwritten.
-  if (!before && fileExists(*file) && !putAside(*file)) return false;
+  if (!before && fileExists(file) && !putAside(file)) return false;
   Dictionary after = before.value_or(Dictionary());
   merge(after, changes);
   if (before && *before == after) return true;
   const auto text = xmlPropertyList(after);
-  return text && replaceFile(*file, *text);
+  return text && replaceFile(file, *text);
 }
 
 }  // namespace
@@ -100,7 +94,7 @@ DefaultsStore::DefaultsStore(std::string domain)
 DefaultsStore::~DefaultsStore() = default;
 
 std::optional<Dictionary> DefaultsStore::contentsOf(const std::string& domain) {
-  const auto stored = readDomain(domain);
+  const auto stored = cachedDictionary(fileOfDomain(domain));
   return stored ? std::optional(*stored) : std::nullopt;
 }
 
@@ -110,7 +104,7 @@ std::optional<PropertyList> DefaultsStore::object(const std::string& key) const 
     const auto entry = state_->unsaved.find(key);
     if (entry != state_->unsaved.end()) return entry->second;
   }
-  const auto stored = readDomain(state_->domain);
+  const auto stored = cachedDictionary(fileOfDomain(state_->domain));
   const PropertyList* value = stored ? stored->find(key) : nullptr;
   return value == nullptr ? std::nullopt : std::optional(*value);
 }

@@ -1,6 +1,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Files.h"
 #include "Platform/NativeBundle.h"
 #include "Platform/macOS/CoreFoundationText.h"
 #include "Platform/macOS/PropertyListConversion.h"
@@ -34,6 +35,12 @@ class SystemBundle final : public NativeBundle {
  public:
   SystemBundle(CFRef<CFBundleRef> bundle, std::string path, Dictionary info)
       : bundle_(std::move(bundle)), path_(std::move(path)), info_(std::move(info)) {}
+  SystemBundle(const SystemBundle&) = delete;
+  SystemBundle& operator=(const SystemBundle&) = delete;
+  ~SystemBundle() override {
+    const std::lock_guard lock(oneAtATime());
+    bundle_ = {};
+  }
 
   [[nodiscard]] std::string path() const override { return path_; }
 
@@ -44,11 +51,12 @@ class SystemBundle final : public NativeBundle {
     return dictionaryFrom(CFBundleGetLocalInfoDictionary(bundle_.get())).value_or(Dictionary());
   }
 
-  // The system knows the name itself.
-  [[nodiscard]] std::optional<std::string> executable(const std::string&) const override {
+  // The system looks the name up itself, perhaps in an older dictionary than ours.
+  [[nodiscard]] std::optional<std::string> executable(const std::string& name) const override {
     const std::lock_guard lock(oneAtATime());
     const CFRef<CFURLRef> url(CFBundleCopyExecutableURL(bundle_.get()));
-    return pathFromURL(url.get());
+    auto path = pathFromURL(url.get());
+    return path && lastPathComponent(*path) == name ? std::move(path) : std::nullopt;
   }
 
   [[nodiscard]] std::optional<std::string> resource(std::string_view name,
@@ -76,7 +84,7 @@ class SystemBundle final : public NativeBundle {
   }
 
  private:
-  const CFRef<CFBundleRef> bundle_;
+  CFRef<CFBundleRef> bundle_;
   const std::string path_;
   const Dictionary info_;
 };

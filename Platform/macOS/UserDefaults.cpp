@@ -1,4 +1,3 @@
-#include <atomic>
 #include <utility>
 
 #include "Platform/DefaultsStore.h"
@@ -7,12 +6,6 @@
 
 namespace qbdkr {
 namespace {
-
-// Null for a domain that is none.
-CFRef<CFStringRef> applicationID(std::string_view domain) {
-  if (!isDomainName(domain)) return {};
-  return stringFromText(domain);
-}
 
 // Stores what this process has set, and takes over what others have stored.
 bool synchronized(CFStringRef application) {
@@ -23,20 +16,17 @@ bool synchronized(CFStringRef application) {
 }  // namespace
 
 struct DefaultsStore::State {
-  explicit State(std::string name) : domain(std::move(name)), application(applicationID(domain)) {}
+  explicit State(const std::string& domain) : application(stringFromText(domain)) {}
 
-  const std::string domain;
-  const CFRef<CFStringRef> application;
-  std::atomic<bool> refused = false;  // something was set in a domain that is none
+  const CFRef<CFStringRef> application;  // null for what is no text
 };
 
-DefaultsStore::DefaultsStore(std::string domain)
-    : state_(std::make_unique<State>(std::move(domain))) {}
+DefaultsStore::DefaultsStore(std::string domain) : state_(std::make_unique<State>(domain)) {}
 
 DefaultsStore::~DefaultsStore() = default;
 
 std::optional<PropertyList::Dictionary> DefaultsStore::contentsOf(const std::string& domain) {
-  const auto application = applicationID(domain);
+  const auto application = stringFromText(domain);
   if (!application) return std::nullopt;
   synchronized(application.get());
   const CFRef<CFDictionaryRef> stored(CFPreferencesCopyMultiple(
@@ -60,17 +50,13 @@ void DefaultsStore::setObject(const std::string& key, std::optional<PropertyList
   const CFStringRef application = state_->application.get();
   const CFRef<CFPropertyListRef> stored =
       value ? propertyListFor(*value) : CFRef<CFPropertyListRef>();
-  if (application == nullptr || !name || (value && !stored)) {
-    state_->refused = true;
-    return;
-  }
+  if (application == nullptr || !name || (value && !stored)) return;
   CFPreferencesSetValue(name.get(), stored.get(), application, kCFPreferencesCurrentUser,
                         kCFPreferencesAnyHost);
 }
 
 bool DefaultsStore::synchronize() {
-  if (state_->refused) return false;
-  return state_->application.get() == nullptr || synchronized(state_->application.get());
+  return state_->application && synchronized(state_->application.get());
 }
 
 }  // namespace qbdkr

@@ -43,4 +43,6 @@ foreach(header IN LISTS QBDKR_COMM_HEADERS)
 endforeach()
 foreach(header IN LISTS QBDKR_CLIENT_HEADERS)
   require_text(${build} "build lib/QBDKRProductClient.framework/Versions/A/Headers/${header}:")
+  require_text(${WORK}/ProductClient/QBDKRProductClient.modulemap/module.modulemap
+    "header \"${header}\"")
 endforeach()

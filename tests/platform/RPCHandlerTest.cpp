@@ -1,11 +1,11 @@
-#include "Platform/RPCHandler.h"
-
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 #include <utility>
 #include <vector>
+
+#include "Platform/RPCHandler.h"
 
 namespace qbdkr {
 namespace {
