@@ -5,8 +5,8 @@
 #include <span>
 #include <utility>
 
-#include "ClientComm/ProcessTableFetch.h"
 #include "Platform/Bundle.h"
+#include "Platform/ProcessTableFetch.h"
 
 namespace qbdkr {
 namespace {
@@ -54,20 +54,11 @@ std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
 }
 
 std::shared_ptr<const PropertyList::Dictionary> QBHPProcessList::infoForPID(int pid) {
-  ProcessSerialNumber number{};
-  if (getProcessForPID(pid, &number) != noErr) return nullptr;
-  return copyProcessInformation(number);
+  return informationOfProcess(pid);
 }
 
 bool QBHPProcessList::applicationIsRunning(Text bundleIdentifier, Text bundlePath) {
-  if (!bundleIdentifier || !bundlePath) return false;
-  const auto table = fetchProcessTable(queryProcessTable);
-  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
-    const auto info = infoForPID(process.processID);
-    const std::string* identifier = textUnder(info, kCFBundleIdentifierKey);
-    if (identifier != nullptr && *identifier == *bundleIdentifier) return true;
-  }
-  return false;
+  return bundleIdentifier && bundlePath && isApplicationRunning(*bundleIdentifier);
 }
 
 }  // namespace qbdkr

@@ -4,7 +4,8 @@
 
 namespace qbdkr {
 
-// The part of openFile() that is the system's. The caller holds the lock of this bundle.
+// The part of openFile() that is the system's: starts an application that is not running. The
+// caller holds the lock of its bundle.
 [[nodiscard]] bool openApplication(const Bundle& bundle);
 
 }  // namespace qbdkr

@@ -45,5 +45,10 @@ struct ProcessSerialNumber {
 // The information dictionary of the application that a process runs; null when it is none.
 [[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
+// The same, for a process id.
+[[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t processID);
+
+// Whether any process runs an application of that bundle identifier.
+[[nodiscard]] bool isApplicationRunning(std::string_view bundleIdentifier);
 
 }  // namespace qbdkr

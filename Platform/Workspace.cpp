@@ -5,6 +5,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
 #include "Platform/OpenApplication.h"
+#include "Platform/ProcessTable.h"
 
 namespace qbdkr {
 namespace {
@@ -19,7 +20,9 @@ bool openFile(const std::string& bundlePath) {
   // whoever has it is stuck, two at the same time are the lesser evil.
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
-  return bundle && openApplication(*bundle);
+  if (!bundle) return false;
+  const auto identifier = bundle->infoString(kCFBundleIdentifierKey);
+  return (identifier && isApplicationRunning(*identifier)) || openApplication(*bundle);
 }
 
 void waitWhileOpened(const std::string& bundlePath) {

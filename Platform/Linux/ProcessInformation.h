@@ -3,16 +3,12 @@
 #include <sys/types.h>
 
 #include <memory>
-#include <vector>
 
 #include "Platform/PropertyList.h"
 
 namespace qbdkr {
 
 using ProcessInformation = std::shared_ptr<const PropertyList::Dictionary>;
-
-// The ids of all processes, in kernel order.
-std::vector<pid_t> runningProcesses();
 
 // Keeps what is known of a process now, so that copyProcessInformation() still answers after it has
 // ended: an application that reports and exits is gone before its last event is read. The owner of

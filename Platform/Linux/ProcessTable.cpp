@@ -102,15 +102,6 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
   return 0;
 }
 
-std::vector<pid_t> runningProcesses() {
-  std::vector<pid_t> processes;
-  const Directory table(opendir("/proc"));
-  while (const dirent* entry = table ? readdir(table.get()) : nullptr) {
-    if (const auto id = processID(entry->d_name)) processes.push_back(*id);
-  }
-  return processes;
-}
-
 OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {
   if (processID <= 0) return procNotFound;
   // One that has ended is in the table until its parent knows. Its last words may still be to come,

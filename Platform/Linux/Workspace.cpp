@@ -1,6 +1,5 @@
 #include <poll.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <memory>
@@ -8,10 +7,8 @@
 #include "Platform/Bundle.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/DetachedProcess.h"
-#include "Platform/Linux/ProcessInformation.h"
 #include "Platform/Linux/SdBus.h"
 #include "Platform/OpenApplication.h"
-#include "Platform/ProcessTable.h"
 
 namespace qbdkr {
 namespace {
@@ -87,27 +84,12 @@ class CheckIn {
   bool done_ = false;
 };
 
-bool isIdentifier(const ProcessInformation& info, const std::string& identifier) {
-  const PropertyList* value = info ? info->find(kCFBundleIdentifierKey) : nullptr;
-  return value != nullptr && value->string() != nullptr && *value->string() == identifier;
-}
-
-bool isRunning(const std::string& identifier) {
-  return std::ranges::any_of(runningProcesses(), [&](pid_t processID) {
-    ProcessSerialNumber number{};
-    return getProcessForPID(processID, &number) == noErr &&
-           isIdentifier(copyProcessInformation(number), identifier);
-  });
-}
-
 }  // namespace
 
 bool openApplication(const Bundle& bundle) {
   const auto executable = bundle.executablePath();
   if (!executable) return false;
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
-  if (identifier && isRunning(*identifier)) return true;
-
   const auto process = startDetached(*executable);
   if (!process) return false;
   const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;

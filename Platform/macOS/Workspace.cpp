@@ -5,7 +5,6 @@
 
 namespace qbdkr {
 
-// LaunchServices starts no second process of an application that is running or being opened.
 // Without the flag for asynchronous launches it returns when the application has been launched. A
 // helper agent takes no focus from the host, and no place in a menu.
 bool openApplication(const Bundle& bundle) {

@@ -12,9 +12,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/ProcessTableFetch.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "Host.h"
+#include "Platform/ProcessTableFetch.h"
 #include "Seams.h"
 
 namespace qbdkr::test {
