@@ -13,7 +13,7 @@ namespace qbdkr {
 // domain has a name that a file may have.
 class DefaultsStore {
  public:
-  explicit DefaultsStore(std::string domain);
+  explicit DefaultsStore(const std::string& domain);
   DefaultsStore(const DefaultsStore&) = delete;
   DefaultsStore& operator=(const DefaultsStore&) = delete;
   ~DefaultsStore();

@@ -103,7 +103,7 @@ std::optional<std::string> textFromInteger(PropertyList::Integer integer) {
 std::string textFromReal(double real) {
   if (std::isnan(real)) return "nan";
   if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
-  const std::string text = scientificText(real);
+  std::string text = scientificText(real);
   const auto mark = text.find('e');
   const int exponent = exponentFrom(std::string_view(text).substr(mark + 1));
   constexpr int smallest = -4;

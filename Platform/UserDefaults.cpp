@@ -21,8 +21,8 @@ bool isDomainName(std::string_view domain) {
 }  // namespace
 
 struct UserDefaults::State {
-  explicit State(std::string domain) {
-    if (isDomainName(domain)) store.emplace(std::move(domain));
+  explicit State(const std::string& domain) {
+    if (isDomainName(domain)) store.emplace(domain);
   }
 
   bool synchronize() {
@@ -49,8 +49,7 @@ std::optional<PropertyList::Dictionary> UserDefaults::persistentDomain(std::stri
   return DefaultsStore::contentsOf(std::string(domain));
 }
 
-UserDefaults::UserDefaults(std::string domain)
-    : state_(std::make_shared<State>(std::move(domain))) {}
+UserDefaults::UserDefaults(const std::string& domain) : state_(std::make_shared<State>(domain)) {}
 
 UserDefaults::~UserDefaults() = default;
 

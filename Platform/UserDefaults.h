@@ -22,7 +22,7 @@ class QBDKR_EXPORT UserDefaults {
   [[nodiscard]] static std::optional<PropertyList::Dictionary> persistentDomain(
       std::string_view domain);
 
-  explicit UserDefaults(std::string domain);
+  explicit UserDefaults(const std::string& domain);
   UserDefaults(const UserDefaults&) = delete;
   UserDefaults& operator=(const UserDefaults&) = delete;
   ~UserDefaults();

@@ -88,8 +88,7 @@ struct DefaultsStore::State {
   Changes unsaved;
 };
 
-DefaultsStore::DefaultsStore(std::string domain)
-    : state_(std::make_unique<State>(std::move(domain))) {}
+DefaultsStore::DefaultsStore(const std::string& domain) : state_(std::make_unique<State>(domain)) {}
 
 DefaultsStore::~DefaultsStore() = default;
 

@@ -228,7 +228,7 @@ class SystemLoop final : public NativeLoop {
 }  // namespace
 
 std::unique_ptr<NativeLoop> makeNativeLoop(bool ofMainThread, std::function<void()> onWake) {
-  const CFRunLoopRef loop = ofMainThread ? CFRunLoopGetMain() : CFRunLoopGetCurrent();
+  CFRunLoopRef loop = ofMainThread ? CFRunLoopGetMain() : CFRunLoopGetCurrent();
   return std::make_unique<SystemLoop>(loop, ofMainThread, std::move(onWake));
 }
 

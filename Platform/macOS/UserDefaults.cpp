@@ -21,7 +21,7 @@ struct DefaultsStore::State {
   const CFRef<CFStringRef> application;  // null for what is no text
 };
 
-DefaultsStore::DefaultsStore(std::string domain) : state_(std::make_unique<State>(domain)) {}
+DefaultsStore::DefaultsStore(const std::string& domain) : state_(std::make_unique<State>(domain)) {}
 
 DefaultsStore::~DefaultsStore() = default;
 
