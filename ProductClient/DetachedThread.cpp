@@ -3,9 +3,10 @@
 #include <pthread.h>
 #include <signal.h>
 
-#include <system_error>
-#include <thread>
+#include <memory>
 #include <utility>
+
+#include "Platform/DropExceptions.h"
 
 namespace qbdkr {
 namespace {
@@ -30,21 +31,30 @@ class BlockedSignals {
   sigset_t before_{};
 };
 
+using Body = std::function<void()>;
+
+// A failed check must not end the host; the next tick checks again.
+void* runBody(void* body) {
+  const std::unique_ptr<Body> owned(static_cast<Body*>(body));
+  dropExceptions(*owned);
+  return nullptr;
+}
+
 }  // namespace
 
+// Made detached: to detach a thread that ends at the same time crashes in the C library (seen with
+// glibc 2.36), which still looks at what the thread has given back.
 bool detachNewThread(std::function<void()> body) {
+  auto owned = std::make_unique<Body>(std::move(body));
+  pthread_attr_t attributes;
+  if (pthread_attr_init(&attributes) != 0) return false;
+  pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   const BlockedSignals blocked;
-  try {
-    std::thread([body = std::move(body)] {
-      try {
-        body();
-      } catch (...) {  // a failed check must not end the host; the next tick checks again
-      }
-    }).detach();
-    return true;
-  } catch (const std::system_error&) {
-    return false;
-  }
+  pthread_t thread{};
+  const bool made = pthread_create(&thread, &attributes, runBody, owned.get()) == 0;
+  if (made) static_cast<void>(owned.release());  // the thread's own by now
+  pthread_attr_destroy(&attributes);
+  return made;
 }
 
 }  // namespace qbdkr

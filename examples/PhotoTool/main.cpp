@@ -113,9 +113,11 @@ int main(int argc, char** argv) {
   QBHPHelper::share();
   qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);
   QBHPHelperCommunicate::share().setProductUpgradeDelegate(&reports);
-  std::thread([] {
+  // Never joined: it may wait for input for ever. Not detached either: where there is no input it
+  // may end while it is being detached, which the C library does not always survive.
+  [[maybe_unused]] static const auto& reader = *new std::thread([] {
     for (std::string command; std::getline(std::cin, command);) run(command, transcript);
-  }).detach();
+  });
   loop.run();
 
   transcript.write("ends");

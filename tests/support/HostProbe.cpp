@@ -24,6 +24,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/RunLoop.h"
 #include "Platform/Workspace.h"
+#include "ProductClient/DetachedThread.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/ProbeText.h"
@@ -344,10 +345,12 @@ void run(const std::string& line) {
 }  // namespace
 
 int main() {
-  std::thread([] {
-    for (std::string line; std::getline(std::cin, line);) std::thread(run, line).detach();
+  qbdkr::detachNewThread([] {
+    for (std::string line; std::getline(std::cin, line);) {
+      qbdkr::detachNewThread([line] { run(line); });
+    }
     RunLoop::main().stop();
-  }).detach();
+  });
   print("! ready " + std::to_string(getpid()));
   RunLoop::main().run();
   return 0;

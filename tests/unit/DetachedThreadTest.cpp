@@ -1,6 +1,8 @@
 // What becomes of the host when a thread of the framework fails, gets a signal, or cannot be made.
 
+#include <dlfcn.h>
 #include <gtest/gtest.h>
+#include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -11,9 +13,23 @@
 #include <initializer_list>
 #include <set>
 #include <stdexcept>
+#include <thread>
+#include <vector>
 
 #include "Host.h"
 #include "ProductClient/DetachedThread.h"
+
+namespace {
+std::atomic<int> detachings{0};
+}  // namespace
+
+// In the place of the C library's, which it calls.
+extern "C" int pthread_detach(pthread_t thread) noexcept {
+  ++detachings;
+  static const auto original =
+      reinterpret_cast<int (*)(pthread_t)>(dlsym(RTLD_NEXT, "pthread_detach"));
+  return original(thread);
+}
 
 namespace qbdkr::test {
 namespace {
@@ -88,6 +104,43 @@ struct ThreadEnd {
   }
 };
 thread_local ThreadEnd threadEnd;
+
+// A thread that ends while it is being detached crashes in the C library.
+TEST(DetachedThread, IsMadeDetachedAndNotDetachedLater) {
+  const int before = detachings;
+  std::promise<int> state;
+  EXPECT_TRUE(detachNewThread([&] {
+    pthread_attr_t attributes;
+    int found = PTHREAD_CREATE_JOINABLE;
+    if (pthread_getattr_np(pthread_self(), &attributes) == 0) {
+      pthread_attr_getdetachstate(&attributes, &found);
+      pthread_attr_destroy(&attributes);
+    }
+    state.set_value(found);
+  }));
+  EXPECT_EQ(state.get_future().get(), PTHREAD_CREATE_DETACHED);
+  EXPECT_EQ(detachings, before);
+}
+
+TEST(DetachedThread, ThreadsThatEndAtOnceEndNothingElse) {
+  std::atomic<int> ran{0};
+  constexpr int makers = 16;
+  constexpr int each = 200;
+  std::vector<std::thread> running;
+  for (int i = 0; i < makers; ++i) {
+    running.emplace_back([&] {
+      for (int k = 0; k < each; ++k) {
+        while (!detachNewThread([&] { ++ran; })) std::this_thread::yield();
+      }
+    });
+  }
+  for (std::thread& maker : running) maker.join();
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (ran < makers * each && std::chrono::steady_clock::now() < deadline) {
+    std::this_thread::yield();
+  }
+  EXPECT_EQ(ran, makers * each);
+}
 
 TEST(DetachedThread, RunsTheBodyOnAnotherThread) {
   std::promise<pid_t> thread;
