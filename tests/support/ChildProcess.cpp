@@ -201,11 +201,23 @@ std::string ChildProcess::waitFor(Stream& stream, const LineTest& accepts, std::
     for (; next < stream.lines.size(); ++next) {
       if (accepts(stream.lines[next])) return stream.lines[next];
     }
-    if (stream.ended) throw std::runtime_error(what + ": it ended: " + everything());
+    if (stream.ended) {
+      const std::string all = everything();
+      lock.unlock();
+      throw std::runtime_error(what + ": it ended " + howItEnded() + ": " + all);
+    }
     if (changed_.wait_until(lock, deadline) == std::cv_status::timeout) {
       throw std::runtime_error(what + ": not in time: " + everything());
     }
   }
+}
+
+std::string ChildProcess::howItEnded() {
+  constexpr std::chrono::seconds moment(5);
+  if (!status_ && !ProcessEnd(processID_).comesWithin(moment)) return "while the process goes on";
+  const int status = wait();
+  if (WIFSIGNALED(status)) return "by signal " + std::to_string(WTERMSIG(status));
+  return "with status " + std::to_string(WEXITSTATUS(status));
 }
 
 std::string ChildProcess::waitForOutput(const LineTest& accepts, std::size_t from,

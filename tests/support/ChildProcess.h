@@ -100,6 +100,7 @@ class ChildProcess {
   std::string waitFor(Stream& stream, const LineTest& accepts, std::size_t from,
                       std::chrono::milliseconds time, const std::string& what);
   [[nodiscard]] std::string everything() const;  // with the lock held
+  [[nodiscard]] std::string howItEnded();
 
   std::string name_;
   pid_t processID_ = -1;
