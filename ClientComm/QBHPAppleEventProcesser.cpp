@@ -5,6 +5,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/Log.h"
 #include "Platform/ProcessTable.h"
+#include "Platform/SerialNumber.h"
 
 namespace qbdkr {
 namespace {

@@ -7,6 +7,7 @@
 
 #include "Platform/Bundle.h"
 #include "Platform/ProcessTableFetch.h"
+#include "Platform/RunningApplications.h"
 
 namespace qbdkr {
 namespace {

@@ -143,14 +143,14 @@ class QBDKR_EXPORT AppleEventTransport {
 
   virtual ~AppleEventTransport() = default;
 
-  // Sends one event from any thread and returns its status. It carries RPC events alone: to a
-  // bundle identifier, with a direct object of a class name, a method name and a list of texts,
-  // which are UTF-8 without a NUL and within the bounds of RPCEvent.h; paramErr for every other.
-  // Parameters beside the direct object do not travel. With kAENoReply it does not wait for the
-  // peer: 0 says posted. (When the system's own bus is stuck it waits for that, 5 s at most at a
-  // time.) With kAEWaitReply the thread waits for the answer, whose values are stored in reply;
-  // other threads go on sending meanwhile. The time-out is in ticks of 1/60 s, more than 0, or one
-  // of the two constants above.
+  // Sends one event from any thread and returns its status. It carries RPC events alone ('aevt',
+  // 'call'): to a bundle identifier, with a direct object of a class name, a method name and a list
+  // of texts, all UTF-8 without a NUL, the names of 1 MiB at most, the texts 262,144 and 64 MiB at
+  // most; paramErr for every other. Parameters beside the direct object do not travel. With
+  // kAENoReply it does not wait for the peer: 0 says posted. (When the system's own bus is stuck it
+  // waits for that, 5 s at most at a time.) With kAEWaitReply the thread waits for the answer,
+  // whose values are stored in reply; other threads go on sending meanwhile. The time-out is in
+  // ticks of 1/60 s, more than 0, or one of the two constants above.
   virtual OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
                             long timeout) = 0;
 

@@ -5,9 +5,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <memory>
-#include <optional>
-#include <string>
-#include <string_view>
 
 #include "Platform/Export.h"
 #include "Platform/PropertyList.h"
@@ -33,11 +30,6 @@ struct ProcessSerialNumber {
   std::uint32_t lowLongOfPSN;
 };
 
-// A serial number as the bytes of a 'psn ' descriptor: the two words, each in big-endian order.
-[[nodiscard]] std::string bytesOfSerialNumber(const ProcessSerialNumber& number);
-// Absent for any other number of bytes.
-[[nodiscard]] std::optional<ProcessSerialNumber> serialNumberFromBytes(std::string_view bytes);
-
 // The serial number of a process; procNotFound for what cannot be an id, and for an application
 // that has ended. On Linux every other process has one, whether it runs an application or not.
 [[nodiscard]] QBDKR_EXPORT OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
@@ -45,10 +37,5 @@ struct ProcessSerialNumber {
 // The information dictionary of the application that a process runs; null when it is none.
 [[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
-// The same, for a process id.
-[[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t processID);
-
-// Whether any process runs an application of that bundle identifier.
-[[nodiscard]] bool isApplicationRunning(std::string_view bundleIdentifier);
 
 }  // namespace qbdkr

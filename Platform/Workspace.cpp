@@ -5,7 +5,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/Files.h"
 #include "Platform/OpenApplication.h"
-#include "Platform/ProcessTable.h"
+#include "Platform/RunningApplications.h"
 
 namespace qbdkr {
 namespace {

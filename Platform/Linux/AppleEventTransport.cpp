@@ -7,8 +7,8 @@
 #include "Platform/AppleEvent.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/Linux/BusSender.h"
-#include "Platform/ProcessTable.h"
 #include "Platform/RPCEvent.h"
+#include "Platform/SerialNumber.h"
 
 namespace qbdkr {
 namespace {

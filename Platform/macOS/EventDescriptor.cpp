@@ -7,8 +7,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/ProcessTable.h"
 #include "Platform/RPCEvent.h"
+#include "Platform/SerialNumber.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {

@@ -1,10 +1,4 @@
-#include "Platform/ProcessTable.h"
-
-#include <algorithm>
-#include <span>
-
-#include "Platform/Bundle.h"
-#include "Platform/ProcessTableFetch.h"
+#include "Platform/SerialNumber.h"
 
 namespace qbdkr {
 namespace {
@@ -34,23 +28,6 @@ std::optional<ProcessSerialNumber> serialNumberFromBytes(std::string_view bytes)
   if (bytes.size() != 2 * wordSize) return std::nullopt;
   return ProcessSerialNumber{bigEndianWord(bytes.substr(0, wordSize)),
                              bigEndianWord(bytes.substr(wordSize))};
-}
-
-std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t processID) {
-  ProcessSerialNumber number{};
-  if (getProcessForPID(processID, &number) != noErr) return nullptr;
-  return copyProcessInformation(number);
-}
-
-bool isApplicationRunning(std::string_view bundleIdentifier) {
-  const auto table = fetchProcessTable(queryProcessTable);
-  const std::span processes(table.records.get(), table.count);
-  return std::ranges::any_of(processes, [&](const ProcessRecord& process) {
-    const auto info = informationOfProcess(process.processID);
-    const PropertyList* identifier = info ? info->find(kCFBundleIdentifierKey) : nullptr;
-    return identifier != nullptr && identifier->string() != nullptr &&
-           *identifier->string() == bundleIdentifier;
-  });
 }
 
 }  // namespace qbdkr
