@@ -2,6 +2,7 @@
 // and kept alive. Calls on standard input stand in for what a user would click.
 
 #include <csignal>
+#include <cstdlib>
 #include <iostream>
 #include <iterator>
 #include <sstream>
@@ -113,13 +114,13 @@ int main(int argc, char** argv) {
   QBHPHelper::share();
   qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);
   QBHPHelperCommunicate::share().setProductUpgradeDelegate(&reports);
-  // Never joined: it may wait for input for ever. Not detached either: where there is no input it
-  // may end while it is being detached, which the C library does not always survive.
-  [[maybe_unused]] static const auto& reader = *new std::thread([] {
+  const std::thread reader([] {
     for (std::string command; std::getline(std::cin, command);) run(command, transcript);
   });
   loop.run();
 
   transcript.write("ends");
-  return 0;
+  // The reader may wait for input for ever, so it is not joined; nor was it detached, since it ends
+  // at once where there is no input, and the C library does not always survive both at a time.
+  std::_Exit(0);
 }
