@@ -3,18 +3,32 @@
 #include <chrono>
 #include <functional>
 #include <memory>
+#include <utility>
 
 namespace qbdkr {
 
 // What RunLoop.cpp asks of the system's event loop.
 
-// A repeating timer. Keeps itself while it ticks, whatever the tick lets go of.
+// A repeating timer.
 class NativeTimer : public std::enable_shared_from_this<NativeTimer> {
  public:
+  explicit NativeTimer(std::function<void()> tick) : tick_(std::move(tick)) {}
+  NativeTimer(const NativeTimer&) = delete;
+  NativeTimer& operator=(const NativeTimer&) = delete;
   virtual ~NativeTimer() = default;
 
   // No further tick. Also from within one.
   virtual void end() = 0;
+
+ protected:
+  // Keeps itself while it ticks, whatever the tick lets go of.
+  void tick() {
+    const auto kept = shared_from_this();
+    tick_();
+  }
+
+ private:
+  const std::function<void()> tick_;
 };
 
 // The event loop of one thread. All calls are made on that thread, where none is said to be for

@@ -103,7 +103,8 @@ class QBDKR_EXPORT PropertyList {
 // byte-order mark; UTF-16 without one begins with an ASCII character, and what begins with "bplist"
 // is binary. Absent when the bytes are none of these, or exceed a bound: 16 MiB of bytes, 256
 // levels, a million values. XML that could mislead a reader counts as none: declarations in the
-// document type, attributes with a ">" in them. Never throws for what the bytes say.
+// document type, attributes with a ">" in them, tags beyond 4 KiB. Never throws for what the bytes
+// say.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
 
 // Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read.

@@ -7,8 +7,9 @@
 namespace qbdkr {
 
 void RPCHandler::set(AppleEventTransport::EventHandler handler) {
+  // The one before goes when the lock is released: what it held may come back here.
   const std::lock_guard lock(mutex_);
-  handler_ = std::move(handler);
+  handler_.swap(handler);
 }
 
 bool RPCHandler::isSet() const {
@@ -21,21 +22,22 @@ AppleEventTransport::EventHandler RPCHandler::handler() const {
   return handler_;
 }
 
-RPCHandler::Answer RPCHandler::handle(std::optional<AppleEventDescriptor> directObject,
-                                      std::optional<AppleEventDescriptor> address) const noexcept {
+RPCHandler::Answer RPCHandler::handle(const Part& directObject,
+                                      const Part& address) const noexcept {
   try {
     const auto body = handler();
     if (!body) return {errAEEventNotHandled, {}};
-    if (!directObject || !isRPCObject(*directObject)) return {paramErr, {}};
+    auto object = directObject();
+    if (!object || !isRPCObject(*object)) return {paramErr, {}};
     AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
-    event.setParamDescriptor(keyDirectObject, *std::move(directObject));
-    if (address) event.setAttributeDescriptor(keyAddressAttr, *std::move(address));
+    event.setParamDescriptor(keyDirectObject, *std::move(object));
+    if (auto sender = address()) event.setAttributeDescriptor(keyAddressAttr, *std::move(sender));
     AppleEvent reply;
     body(event, reply);
     const AppleEventDescriptor* result = reply.paramDescriptor(keyDirectObject);
     if (result == nullptr) return {};
     auto text = result->stringValue().value_or("");
-    if (!isSendable(text)) return {errAEEventFailed, {}};
+    if (!isSendable(text) || text.size() > mostEventContent) return {errAEEventFailed, {}};
     return {noErr, std::move(text)};
   } catch (...) {
     return {errAEEventFailed, {}};

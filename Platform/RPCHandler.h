@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -21,11 +22,13 @@ class RPCHandler {
   void set(AppleEventTransport::EventHandler handler);
   [[nodiscard]] bool isSet() const;
 
+  // Reads a part of the event that came in; absent when there is none that is good.
+  using Part = std::function<std::optional<AppleEventDescriptor>()>;
+
   // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object is
   // not that of an RPC event, errAEEventFailed when the handler throws or its result cannot be
-  // sent. The address is left out when the sender is not known.
-  [[nodiscard]] Answer handle(std::optional<AppleEventDescriptor> directObject,
-                              std::optional<AppleEventDescriptor> address) const noexcept;
+  // sent. The address is asked for last, and left out when the sender is not known.
+  [[nodiscard]] Answer handle(const Part& directObject, const Part& address) const noexcept;
 
  private:
   [[nodiscard]] AppleEventTransport::EventHandler handler() const;

@@ -6,6 +6,7 @@
 #include "Platform/Bundle.h"
 #include "Platform/DefaultsStore.h"
 #include "Platform/RunLoop.h"
+#include "Platform/Text.h"
 
 namespace qbdkr {
 
@@ -15,6 +16,7 @@ namespace {
 bool isDomainName(std::string_view domain) {
   constexpr std::size_t longest = 200;
   return !domain.empty() && domain.size() <= longest && !domain.starts_with('.') &&
+         isValidUTF8(domain) &&
          domain.find_first_of(std::string_view("/\0", 2)) == std::string_view::npos;
 }
 
@@ -37,6 +39,22 @@ struct UserDefaults::State {
   bool isUnstored = false;
   bool writeScheduled = false;  // on the main run loop
 };
+
+void UserDefaults::scheduleWrite(const std::shared_ptr<State>& state) {
+  const auto done = [state] {
+    const std::lock_guard lock(state->mutex);
+    state->writeScheduled = false;
+  };
+  try {
+    RunLoop::main().perform([state, done] {
+      done();
+      state->synchronize();
+    });
+  } catch (...) {  // there may be a loop the next time
+    done();
+    throw;
+  }
+}
 
 UserDefaults& UserDefaults::standard() {
   static auto& defaults =
@@ -81,15 +99,7 @@ bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> v
     const std::lock_guard lock(state_->mutex);
     alreadyScheduled = std::exchange(state_->writeScheduled, true);
   }
-  if (!alreadyScheduled) {
-    RunLoop::main().perform([state = state_] {
-      {
-        const std::lock_guard lock(state->mutex);
-        state->writeScheduled = false;
-      }
-      state->synchronize();
-    });
-  }
+  if (!alreadyScheduled) scheduleWrite(state_);
   return true;
 }
 

@@ -41,6 +41,7 @@ class QBDKR_EXPORT UserDefaults {
 
  private:
   struct State;
+  static void scheduleWrite(const std::shared_ptr<State>& state);
   std::shared_ptr<State> state_;
 };
 

@@ -47,6 +47,9 @@ bool endsForSomeAtOnce(std::string_view tag) {
   return tag.starts_with("!-->") || tag.starts_with("!--->") || tag.starts_with("?>");
 }
 
+// A property list has one attribute, the version. A reader has to hold those of a tag all at once.
+constexpr std::size_t longestTag = 4096;
+
 constexpr std::string_view commentBegin = "!--";
 constexpr std::string_view documentType = "!DOCTYPE";
 
@@ -70,7 +73,7 @@ bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t level
       // A tag within a tag is none, and a document type with declarations could bring entities that
       // multiply.
       if (tag.find_first_of(tag.starts_with('!') ? "<[" : "<") != std::string_view::npos ||
-          endsInQuotation(tag)) {
+          endsInQuotation(tag) || tag.size() > longestTag) {
         return false;
       }
       if (tag.starts_with('!')) {

@@ -175,10 +175,12 @@ int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
 }
 
 int BusReceiver::handleCall(sd_bus_message* message) {
-  auto directObject = readDirectObject(message);
-  const pid_t sender = processOfSender(message);
-  const auto answer = handler_.handle(
-      std::move(directObject), sender > 0 ? std::optional(processAddress(sender)) : std::nullopt);
+  const auto answer = handler_.handle([message] { return readDirectObject(message); },
+                                      [this, message]() -> std::optional<AppleEventDescriptor> {
+                                        const pid_t sender = processOfSender(message);
+                                        if (sender <= 0) return std::nullopt;
+                                        return processAddress(sender);
+                                      });
   switch (answer.status) {
     case noErr:
       return sd_bus_reply_method_return(message, rpc::resultSignature, answer.result.c_str());

@@ -93,7 +93,10 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
       ++count;
       continue;
     }
+    errno = 0;
     const auto record = readRecord(dirfd(table.get()), entry->d_name, *id);
+    // Not to be had is not the same as gone.
+    if (!record && (errno == EMFILE || errno == ENFILE)) return errno;
     if (!record) continue;
     if (count == room) return ENOMEM;
     buffer[count++] = *record;

@@ -29,7 +29,7 @@ Event newEvent() {
 class EventTimer final : public NativeTimer {
  public:
   EventTimer(std::chrono::microseconds interval, std::function<void()> tick)
-      : interval_(static_cast<std::uint64_t>(interval.count())), tick_(std::move(tick)) {}
+      : NativeTimer(std::move(tick)), interval_(static_cast<std::uint64_t>(interval.count())) {}
   EventTimer(const EventTimer&) = delete;
   EventTimer& operator=(const EventTimer&) = delete;
   ~EventTimer() override { end(); }
@@ -45,18 +45,16 @@ class EventTimer final : public NativeTimer {
  private:
   static int onDue(sd_event_source* source, std::uint64_t due, void* self) {
     auto& timer = *static_cast<EventTimer*>(self);
-    const auto kept = timer.shared_from_this();
     std::uint64_t now = due;
     sd_event_now(sd_event_source_get_event(source), CLOCK_MONOTONIC, &now);
     const std::uint64_t missed = now > due ? (now - due) / timer.interval_ : 0;
     sd_event_source_set_time(source, due + (missed + 1) * timer.interval_);
     sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
-    timer.tick_();
+    timer.tick();
     return 0;
   }
 
   const std::uint64_t interval_;  // microseconds
-  const std::function<void()> tick_;
   sd_event_source* source_ = nullptr;
 };
 

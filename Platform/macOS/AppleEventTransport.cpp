@@ -66,7 +66,8 @@ std::optional<std::string> resultOf(const AEDesc& reply) {
 ::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
   try {
     auto answer =
-        static_cast<RPCHandler*>(handler)->handle(directObjectOf(*incoming), addressOf(*incoming));
+        static_cast<RPCHandler*>(handler)->handle([incoming] { return directObjectOf(*incoming); },
+                                                  [incoming] { return addressOf(*incoming); });
     return answer.status == noErr ? putResult(std::move(answer.result), *reply) : answer.status;
   } catch (...) {  // nothing may unwind through the Apple Event Manager
     return errAEEventFailed;
@@ -83,7 +84,8 @@ class ManagerTransport final : public AppleEventTransport {
     EventDescriptor answer;
     const OSStatus status = AESendMessage(message.get(), answer.receive(), sendMode, timeout);
     if (status != ::noErr) return static_cast<OSErr>(status);
-    if (auto result = resultOf(*answer.get())) {
+    // As on every platform, the empty text is no result.
+    if (auto result = resultOf(*answer.get()); result && !result->empty()) {
       reply.setParamDescriptor(keyDirectObject,
                                AppleEventDescriptor::withString(*std::move(result)));
     }

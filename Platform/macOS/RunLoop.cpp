@@ -92,7 +92,7 @@ class WatchedQueue {
 
 class SystemTimer final : public NativeTimer {
  public:
-  explicit SystemTimer(std::function<void()> tick) : tick_(std::move(tick)) {}
+  using NativeTimer::NativeTimer;
   SystemTimer(const SystemTimer&) = delete;
   SystemTimer& operator=(const SystemTimer&) = delete;
   ~SystemTimer() override { end(); }
@@ -115,12 +115,8 @@ class SystemTimer final : public NativeTimer {
   }
 
  private:
-  static void onFire(CFRunLoopTimerRef, void* self) {
-    const auto kept = static_cast<SystemTimer*>(self)->shared_from_this();
-    static_cast<SystemTimer*>(self)->tick_();
-  }
+  static void onFire(CFRunLoopTimerRef, void* self) { static_cast<SystemTimer*>(self)->tick(); }
 
-  const std::function<void()> tick_;
   CFRef<CFRunLoopTimerRef> timer_;
 };
 

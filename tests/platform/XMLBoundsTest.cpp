@@ -56,6 +56,14 @@ TEST(XMLBounds, ATagThatEndsInAQuotationIsRefusedForWhatItMayHide) {
   EXPECT_TRUE(nestsNoDeeperThan(9, "<plist a=\"it's\" b='\"'><true/></plist>"));
 }
 
+TEST(XMLBounds, TagsHaveABound) {
+  const auto withAttribute = [](std::size_t size) {
+    return "<plist a=\"" + std::string(size, 'a') + "\"></plist>";
+  };
+  EXPECT_TRUE(nestsNoDeeperThan(9, withAttribute(4000)));
+  EXPECT_FALSE(nestsNoDeeperThan(9, withAttribute(5000)));
+}
+
 TEST(XMLBounds, ACommentOrInstructionThatEndsWhereItBeginsIsRefused) {
   for (const char* begin : {"<!-->", "<!--->", "<?>"}) {
     EXPECT_FALSE(nestsNoDeeperThan(9, std::string("<plist>") + begin + "</plist>")) << begin;
