@@ -55,7 +55,8 @@ std::string plainNotation(std::string_view mantissa, int exponent) {
   }
   const auto whole = static_cast<std::size_t>(exponent) + 1;
   if (digits.size() <= whole) return text.append(digits).append(whole - digits.size(), '0');
-  return text.append(digits.insert(whole, "."));
+  const std::string_view all = digits;
+  return text.append(all.substr(0, whole)).append(".").append(all.substr(whole));
 }
 
 void appendDigits(std::string& text, int value, int count) {
