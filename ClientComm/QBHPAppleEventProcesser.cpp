@@ -33,10 +33,8 @@ String senderOf(const AppleEvent& event) {
   const auto number = serial ? serialNumberFromBytes(serial->data()) : std::nullopt;
   if (!number) return std::nullopt;
   const auto information = copyProcessInformation(*number);
-  const PropertyList* identifier =
-      information ? information->find(kCFBundleIdentifierKey) : nullptr;
-  if (identifier == nullptr || identifier->string() == nullptr) return std::nullopt;
-  return *identifier->string();
+  const std::string* identifier = information ? information->text(kCFBundleIdentifierKey) : nullptr;
+  return identifier == nullptr ? std::nullopt : String(*identifier);
 }
 
 }  // namespace

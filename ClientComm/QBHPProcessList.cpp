@@ -19,12 +19,6 @@ void require(bool condition, const char* text) {
   std::abort();
 }
 
-const std::string* textUnder(const std::shared_ptr<const PropertyList::Dictionary>& info,
-                             std::string_view key) {
-  const PropertyList* value = info ? info->find(key) : nullptr;
-  return value == nullptr ? nullptr : value->string();
-}
-
 }  // namespace
 
 void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount) {
@@ -46,7 +40,7 @@ std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
   std::vector<Entry> entries;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto info = infoForPID(process.processID);
-    const std::string* name = textUnder(info, kCFBundleNameKey);
+    const std::string* name = info ? info->text(kCFBundleNameKey) : nullptr;
     entries.push_back({{"pname", name == nullptr ? process.command : *name},
                        {"pid", std::to_string(process.processID)},
                        {"uid", std::to_string(process.effectiveUser)}});

@@ -66,9 +66,8 @@ const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) con
 }
 
 std::optional<std::string> Bundle::infoString(std::string_view key) const {
-  const PropertyList* value = objectForInfoDictionaryKey(key);
-  if (value == nullptr || value->string() == nullptr) return std::nullopt;
-  return *value->string();
+  const std::string* text = state_->info.text(key);
+  return text == nullptr ? std::nullopt : std::optional(*text);
 }
 
 std::optional<std::string> Bundle::executablePath() const {

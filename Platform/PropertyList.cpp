@@ -78,6 +78,11 @@ const PropertyList* PropertyList::Dictionary::find(std::string_view key) const {
   return found == entries_.end() ? nullptr : &found->second;
 }
 
+const std::string* PropertyList::Dictionary::text(std::string_view key) const {
+  const PropertyList* value = find(key);
+  return value == nullptr ? nullptr : value->string();
+}
+
 void PropertyList::Dictionary::set(std::string_view key, PropertyList value) {
   const auto found = entryWithKey(entries_, key);
   if (found != entries_.end()) {

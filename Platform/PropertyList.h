@@ -58,6 +58,8 @@ class QBDKR_EXPORT PropertyList {
     // Stores a value, replacing one that is there in its place.
     void set(std::string_view key, PropertyList value);
     bool erase(std::string_view key);
+    // The text under a key; null when there is none, or a value of another type.
+    [[nodiscard]] const std::string* text(std::string_view key) const;
 
     [[nodiscard]] std::size_t size() const;
     [[nodiscard]] bool empty() const { return size() == 0; }

@@ -69,12 +69,6 @@ std::optional<std::string> decodedText(std::string_view bytes) {
   return std::string(bytes);
 }
 
-// None of these can begin the data of an old-style list, which has an angle bracket as well.
-bool looksLikeXML(std::string_view text) {
-  text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
-  return text.starts_with("<?") || text.starts_with("<!") || text.starts_with("<plist");
-}
-
 // Besides the containers there are the outermost element and the scalars, and a key for each value
 // of a dictionary.
 std::optional<PropertyList> readBoundedXML(std::string_view text) {

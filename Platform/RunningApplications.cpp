@@ -20,9 +20,8 @@ bool isApplicationRunning(std::string_view bundleIdentifier) {
   const std::span processes(table.records.get(), table.count);
   return std::ranges::any_of(processes, [&](const ProcessRecord& process) {
     const auto info = informationOfProcess(process.processID);
-    const PropertyList* identifier = info ? info->find(kCFBundleIdentifierKey) : nullptr;
-    return identifier != nullptr && identifier->string() != nullptr &&
-           *identifier->string() == bundleIdentifier;
+    const std::string* identifier = info ? info->text(kCFBundleIdentifierKey) : nullptr;
+    return identifier != nullptr && *identifier == bundleIdentifier;
   });
 }
 

@@ -15,7 +15,6 @@ inline constexpr OSErr connectionInvalid = -609;  // no bus, or the peer went aw
 inline constexpr OSErr errAEEventNotHandled = -1708;    // the target takes no RPC events
 inline constexpr OSErr errAETimeout = -1712;            // the time-out of the bus
 inline constexpr OSErr errAEEventNotPermitted = -1743;  // the bus or the user refuses
-inline constexpr OSErr errAEEventFailed =
-    -10000;  // a handler failed; its sender on the bus gets -1708
+inline constexpr OSErr errAEEventFailed = -10000;       // a handler failed; -1708 on the bus
 
 }  // namespace qbdkr

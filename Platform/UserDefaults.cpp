@@ -30,14 +30,13 @@ struct UserDefaults::State {
   bool synchronize() {
     if (store) return store->synchronize();
     const std::lock_guard lock(mutex);
-    return !isUnstored;
+    return unstored.empty();
   }
 
   std::optional<DefaultsStore> store;  // none for a domain that is none
   std::mutex mutex;
   PropertyList::Dictionary unstored;  // what this process has set without a store
-  bool isUnstored = false;
-  bool writeScheduled = false;  // on the main run loop
+  bool writeScheduled = false;        // on the main run loop
 };
 
 void UserDefaults::scheduleWrite(const std::shared_ptr<State>& state) {
@@ -85,7 +84,6 @@ bool UserDefaults::setObject(std::string_view key, std::optional<PropertyList> v
   if (!representable) return false;
   if (!state_->store) {
     const std::lock_guard lock(state_->mutex);
-    state_->isUnstored = true;
     if (value) {
       state_->unstored.set(key, *std::move(value));
     } else {

@@ -43,7 +43,7 @@ bool endsInQuotation(std::string_view tag) {
 
 // A comment or an instruction whose beginning some readers take for its end as well, and then find
 // markup where others find none.
-bool endsForSomeAtOnce(std::string_view tag) {
+bool mayEndWhereItBegins(std::string_view tag) {
   return tag.starts_with("!-->") || tag.starts_with("!--->") || tag.starts_with("?>");
 }
 
@@ -55,11 +55,16 @@ constexpr std::string_view documentType = "!DOCTYPE";
 
 }  // namespace
 
+bool looksLikeXML(std::string_view text) {
+  takeSpace(text);
+  return text.starts_with("<?") || text.starts_with("<!") || text.starts_with("<plist");
+}
+
 bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels) {
   std::size_t level = 0;
   for (auto place = text.find('<'); place != std::string_view::npos; place = text.find('<')) {
     text.remove_prefix(place + 1);
-    if (endsForSomeAtOnce(text)) return false;
+    if (mayEndWhereItBegins(text)) return false;
     if (text.starts_with(commentBegin)) {
       text.remove_prefix(commentBegin.size());
       takeThrough(text, "-->");
@@ -94,8 +99,8 @@ std::optional<std::string_view> withoutXMLDeclaration(std::string_view text) {
   takeSpace(text);
   if (text.starts_with(declaration)) takeThrough(text, "?>");
   takeSpace(text);
-  const bool isXML = text.starts_with("<!") || text.starts_with("<?") || text.starts_with("<plist");
-  if (!isXML || text.starts_with(declaration) || text.find('\0') != std::string_view::npos) {
+  if (!looksLikeXML(text) || text.starts_with(declaration) ||
+      text.find('\0') != std::string_view::npos) {
     return std::nullopt;
   }
   return text;

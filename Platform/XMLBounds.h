@@ -6,6 +6,10 @@
 
 namespace qbdkr::propertylist {
 
+// Whether a text can only be XML: what it begins with cannot begin the data of an old-style list,
+// which has an angle bracket as well.
+[[nodiscard]] bool looksLikeXML(std::string_view text);
+
 // Whether the elements of an XML text are no more and nest no deeper than this, and it brings no
 // declarations of its own. Looked at before any reader gets the text: not each has bounds of its
 // own. A text that is no XML may pass: it is the reader's to refuse.

@@ -92,8 +92,8 @@ std::vector<std::string> preferredLanguages(const std::vector<std::string>& fold
   };
   for (const std::string& language : languagesOfUser()) add(language);
   if (!preferred.empty()) return preferred;
-  const PropertyList* region = info.find("CFBundleDevelopmentRegion");
-  if (region != nullptr && region->string() != nullptr) add(canonicalName(*region->string()));
+  const std::string* region = info.text("CFBundleDevelopmentRegion");
+  if (region != nullptr) add(canonicalName(*region));
   return preferred;
 }
 
