@@ -1,0 +1,42 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <cstddef>
+#include <thread>
+
+#include "support/ChildProcess.h"
+
+namespace qbdkr::test {
+
+// Watches what a process uses, from construction on. The peak of its memory is the kernel's own
+// figure; threads and descriptors are counted every few milliseconds.
+class ResourceUse {
+ public:
+  explicit ResourceUse(pid_t process);
+  ResourceUse(const ResourceUse&) = delete;
+  ResourceUse& operator=(const ResourceUse&) = delete;
+  ~ResourceUse();
+
+  [[nodiscard]] std::size_t peakMegabytes() const;  // resident, since the process started
+  [[nodiscard]] std::size_t megabytes() const;      // resident now
+  [[nodiscard]] std::size_t mostThreads() const { return mostThreads_; }
+  [[nodiscard]] std::size_t mostDescriptors() const { return mostDescriptors_; }
+
+  // Fails the test unless the process stayed within what any storm may cost a host: 24 MB, 16
+  // threads and 64 descriptors. Memory does not count in a build with a sanitizer, which needs many
+  // times as much for itself.
+  void expectModest() const;
+
+ private:
+  void sample();
+
+  pid_t process_;
+  std::atomic<std::size_t> mostThreads_{0};
+  std::atomic<std::size_t> mostDescriptors_{0};
+  OwnedDescriptor stop_;
+  std::thread sampler_;
+};
+
+}  // namespace qbdkr::test
