@@ -4,6 +4,7 @@
 #include <chrono>
 
 #include "ClientComm/Text.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/Text.h"
 

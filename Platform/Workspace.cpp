@@ -3,6 +3,7 @@
 #include <chrono>
 
 #include "Platform/Bundle.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/OpenApplication.h"
 #include "Platform/RunningApplications.h"

@@ -8,6 +8,8 @@
 #include "ClientComm/QBHPProcessList.h"
 #include "ClientComm/QBHPVersion.h"
 #include "Platform/Bundle.h"
+#include "Platform/FileLock.h"
+#include "Platform/FileTree.h"
 #include "Platform/Files.h"
 #include "Platform/Log.h"
 #include "Platform/Workspace.h"

@@ -3,6 +3,8 @@ set(QBDKR_COMM_HEADERS
   Platform/AppleEvent.h
   Platform/Bundle.h
   Platform/Export.h
+  Platform/FileLock.h
+  Platform/FileTree.h
   Platform/Files.h
   Platform/Log.h
   Platform/ProcessTable.h

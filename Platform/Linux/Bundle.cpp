@@ -5,6 +5,7 @@
 #include <climits>
 #include <utility>
 
+#include "Platform/FileTree.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
 #include "Platform/Linux/EnclosingBundle.h"

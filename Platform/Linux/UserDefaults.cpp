@@ -10,6 +10,7 @@
 
 #include "Platform/DefaultsStore.h"
 #include "Platform/Descriptor.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/CachedDictionary.h"
 
@@ -64,7 +65,7 @@ bool store(const std::string& domain, const Changes& changes) {
   const std::string directory = preferencesDirectory();
   if (!createDirectory(directory)) return false;
   const auto lock = FileLock::acquire(directory, lockPatience);
-  if (!lock) return false;
+  if (!lock.isHeld()) return false;
   const auto before = readDictionaryFile(file);
   // What cannot be read for want of a descriptor, say, may be good.
   if (!before && fileExists(file) && !canBeOpened(file)) return false;

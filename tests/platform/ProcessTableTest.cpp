@@ -14,6 +14,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/FileTree.h"
 #include "Platform/Files.h"
 #include "Platform/Linux/ProcessInformation.h"
 #include "Platform/ProcessTable.h"

@@ -14,6 +14,7 @@
 #include <string_view>
 
 #include "Platform/Bundle.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/UserDefaults.h"
 
@@ -32,7 +33,7 @@ void waitForEndOfInput() {
 
 int hold(const std::string& path) {
   const auto lock = FileLock::acquire(path, std::chrono::seconds(20));
-  std::cout << (lock ? "locked" : "failed") << std::endl;
+  std::cout << (lock.isHeld() ? "locked" : "failed") << std::endl;
   waitForEndOfInput();
   return 0;
 }

@@ -22,6 +22,7 @@
 #include "Host.h"
 #include "Platform/Bundle.h"
 #include "Platform/Descriptor.h"
+#include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/Text.h"
 #include "ProductClient/QBHPHelper.h"
@@ -550,11 +551,11 @@ TEST_F(SwitchFiles, FileThatAnotherWriterHoldsIsReadWhenHeIsDone) {
   inHost(information(), [](const Host& host) {
     Communicator::share();
     auto lock = FileLock::acquire(propertyList(host), std::chrono::milliseconds(0));
-    ASSERT_TRUE(lock.has_value());
+    ASSERT_TRUE(lock.isHeld());
     WatchedThread writer([] { write(&Communicator::saveTipsEnableToPlistFile, true); });
     EXPECT_TRUE(writer.waits());
     writeBundle(host.bundle, information({{"Other", "kept"}}));
-    lock.reset();
+    lock.release();
     writer.join();
     EXPECT_EQ(dictionaryIn(propertyList(host)),
               information({{"Other", "kept"}, {"TipsEnable", true}}));

@@ -1,0 +1,108 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <filesystem>
+#include <thread>
+#include <utility>
+
+#include "Platform/FileLock.h"
+#include "Program.h"
+#include "support/Environment.h"
+
+namespace qbdkr {
+namespace {
+
+using std::chrono::milliseconds;
+using test::Process;
+
+class FileLocks : public testing::Test {
+ protected:
+  test::TemporaryDirectory directory;
+  const std::filesystem::path root = directory.path();
+};
+
+// As a host does that starts workers of its own.
+TEST_F(FileLocks, LockIsReleasedAlthoughAForkedProcessHasItsDescriptor) {
+  auto lock = FileLock::acquire(root, milliseconds(0));
+  ASSERT_TRUE(lock.isHeld());
+  const pid_t worker = fork();
+  ASSERT_GE(worker, 0);
+  if (worker == 0) {
+    pause();
+    _exit(0);
+  }
+  lock.release();
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+  kill(worker, SIGKILL);
+  waitpid(worker, nullptr, 0);
+}
+
+TEST_F(FileLocks, LockKeepsAnotherProcessOut) {
+  Process other({"hold", root});
+  ASSERT_EQ(other.readLine(), "locked");
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isTaken());
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_FALSE(FileLock::acquire(root, milliseconds(50)).isHeld());
+  EXPECT_GE(std::chrono::steady_clock::now() - start, milliseconds(50));
+}
+
+TEST_F(FileLocks, LockIsHadWhenTheOtherProcessEnds) {
+  Process other({"hold", root});
+  ASSERT_EQ(other.readLine(), "locked");
+  std::thread ending([&] { other.finish(); });
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(20'000)).isHeld());
+  ending.join();
+}
+
+TEST_F(FileLocks, LockIsHadWhenTheOtherProcessIsKilled) {
+  Process other({"hold", root});
+  ASSERT_EQ(other.readLine(), "locked");
+  other.kill();
+  other.finish();
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+}
+
+TEST_F(FileLocks, LockIsReleasedByItsDestruction) {
+  auto lock = FileLock::acquire(root, milliseconds(0));
+  ASSERT_TRUE(lock.isHeld());
+  EXPECT_FALSE(FileLock::acquire(root, milliseconds(0)).isHeld());
+  lock.release();
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+}
+
+TEST_F(FileLocks, LockMovesWithItsObject) {
+  auto lock = FileLock::acquire(root, milliseconds(0));
+  ASSERT_TRUE(lock.isHeld());
+  {
+    const FileLock moved(std::move(lock));
+    lock.release();
+    EXPECT_FALSE(FileLock::acquire(root, milliseconds(0)).isHeld());
+  }
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+}
+
+TEST_F(FileLocks, LockIsNotInheritedByAProcessThatIsStarted) {
+  auto lock = FileLock::acquire(root, milliseconds(0));
+  Process other({"wait"});
+  ASSERT_EQ(other.readLine(), "waiting");
+  lock.release();
+  EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+}
+
+TEST_F(FileLocks, LockNeedsSomethingToLock) {
+  const auto lock = FileLock::acquire(root / "missing", milliseconds(0));
+  EXPECT_FALSE(lock.isHeld());
+  EXPECT_FALSE(lock.isTaken());
+}
+
+TEST_F(FileLocks, LockOnAFifoDoesNotWaitForAWriter) {
+  ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
+  EXPECT_TRUE(FileLock::acquire(root / "fifo", milliseconds(0)).isHeld());
+}
+
+}  // namespace
+}  // namespace qbdkr
