@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <memory>
+#include <new>
 #include <utility>
 
 #include "Platform/DropExceptions.h"
@@ -45,7 +46,8 @@ void* runBody(void* body) {
 // Made detached: to detach a thread that ends at the same time crashes in the C library (seen with
 // glibc 2.36), which still looks at what the thread has given back.
 bool detachNewThread(std::function<void()> body) {
-  auto owned = std::make_unique<Body>(std::move(body));
+  std::unique_ptr<Body> owned(new (std::nothrow) Body(std::move(body)));
+  if (!owned) return false;
   pthread_attr_t attributes;
   if (pthread_attr_init(&attributes) != 0) return false;
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);

@@ -1,5 +1,6 @@
 #include "ProductClient/QBHPHelperCommunicate.h"
 
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -9,6 +10,7 @@
 #include "Platform/Log.h"
 #include "Platform/UserDefaults.h"
 #include "ProductClient/DetachedThread.h"
+#include "ProductClient/LivenessChecks.h"
 
 namespace qbdkr {
 namespace {
@@ -23,7 +25,8 @@ QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
   return communicator;
 }
 
-QBHPHelperCommunicate::QBHPHelperCommunicate() {
+QBHPHelperCommunicate::QBHPHelperCommunicate()
+    : checks_(std::make_unique<LivenessChecks>([this] { restartHelperInThread(); })) {
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();
   detachNewThread([this] { processHelper(); });
@@ -37,7 +40,7 @@ void QBHPHelperCommunicate::processHelper() {
 }
 
 OSErr QBHPHelperCommunicate::autoRestartHelper() {
-  detachNewThread([this] { restartHelperInThread(); });
+  checks_->request();
   return noErr;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <memory>
 #include <mutex>
 #include <span>
 #include <string>
@@ -16,6 +17,8 @@
 #include "Platform/Status.h"
 
 namespace qbdkr {
+
+class LivenessChecks;
 
 // The centre of the framework: it knows for which product the host speaks, installs and launches
 // the helper agent, keeps it alive, and turns the host's calls into requests to it.
@@ -47,7 +50,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // What the start-up thread does: extractHelper(), then launchHelepr(). Blocks as they do.
   void processHelper();
 
-  // Starts one liveness check on a thread of its own. Always 0.
+  // Has a liveness check follow, on a thread of its own. At most 8 of them run at a time; calls
+  // that come meanwhile are covered together by one more, which starts after the last of them.
+  // Returns at once, always 0: without a thread there is no check until the next call.
   OSErr autoRestartHelper();
 
   // The liveness check: serverNotOpen when the server is switched off; 0 when the helper agent can
@@ -228,6 +233,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   std::atomic<bool> isServerOpen_{
       false};  // nothing here reads it; it is there for a debugger's eye
   std::atomic<bool> isHelperAlive_{false};
+  std::unique_ptr<LivenessChecks> checks_;
 };
 
 }  // namespace qbdkr

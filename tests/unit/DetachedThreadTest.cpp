@@ -9,8 +9,10 @@
 
 #include <atomic>
 #include <chrono>
+#include <cstddef>
 #include <future>
 #include <initializer_list>
+#include <new>
 #include <set>
 #include <stdexcept>
 #include <thread>
@@ -21,7 +23,18 @@
 
 namespace {
 std::atomic<int> detachings{0};
+thread_local bool hasMemory = true;
 }  // namespace
+
+// In the place of the C++ library's.
+void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
+  if (!hasMemory) return nullptr;
+  try {
+    return ::operator new(size);
+  } catch (const std::bad_alloc&) {
+    return nullptr;
+  }
+}
 
 // In the place of the C library's, which it calls.
 extern "C" int pthread_detach(pthread_t thread) noexcept {
@@ -192,6 +205,15 @@ TEST(DetachedThread, AThreadThatCannotBeMadeIsToldAndHarmsNothing) {
     EXPECT_FALSE(ran);
     EXPECT_FALSE(blockedOnADetachedThread().empty());  // the next one can be made again
   });
+}
+
+TEST(DetachedThread, WithoutMemoryNoThreadCanBeMade) {
+  std::atomic<bool> ran{false};
+  hasMemory = false;
+  const bool made = detachNewThread([&] { ran = true; });
+  hasMemory = true;
+  EXPECT_FALSE(made);
+  EXPECT_FALSE(ran);
 }
 
 }  // namespace

@@ -51,6 +51,7 @@ HeldThreads::~HeldThreads() { threads = nullptr; }
 bool HeldThreads::hold(std::function<void()> body) {
   onDetach();
   const std::lock_guard lock(mutex_);
+  if (refuses) return false;
   bodies_.push_back(std::move(body));
   return true;
 }

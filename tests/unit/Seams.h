@@ -87,6 +87,8 @@ class HeldThreads {
   bool hold(std::function<void()> body);
   // Called for each on the thread that detaches it, when its body could begin.
   std::function<void()> onDetach = [] {};
+  // Whether no thread can be made.
+  std::atomic<bool> refuses{false};
   [[nodiscard]] std::size_t count() const;
   // Runs the oldest that has not run yet, on the calling thread.
   void runNext();

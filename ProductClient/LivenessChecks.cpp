@@ -1,0 +1,45 @@
+#include "ProductClient/LivenessChecks.h"
+
+#include <utility>
+
+#include "Platform/DropExceptions.h"
+#include "ProductClient/DetachedThread.h"
+
+namespace qbdkr {
+
+LivenessChecks::LivenessChecks(std::function<void()> check) : check_(std::move(check)) {}
+
+void LivenessChecks::request() {
+  if (change(afterRequest).running == mostAtOnce) return;
+  if (!detachNewThread([this] { run(); })) change(afterFailure);
+}
+
+void LivenessChecks::run() {
+  do {
+    dropExceptions(check_);
+  } while (change(afterCheck).wanted != 0);
+}
+
+LivenessChecks::State LivenessChecks::afterRequest(State state) {
+  return state.running == mostAtOnce ? State{mostAtOnce, 1}
+                                     : State{state.running + 1, state.wanted};
+}
+
+// A thread whose check is to be followed by another one does that itself.
+LivenessChecks::State LivenessChecks::afterCheck(State state) {
+  return State{state.running - (1 - state.wanted), 0};
+}
+
+// Without a thread of its own, a request is covered by those that run.
+LivenessChecks::State LivenessChecks::afterFailure(State state) {
+  return State{state.running - 1, state.running > 1 ? 1U : 0U};
+}
+
+LivenessChecks::State LivenessChecks::change(State (*changed)(State)) {
+  State before = state_.load();
+  while (!state_.compare_exchange_weak(before, changed(before))) {
+  }
+  return before;
+}
+
+}  // namespace qbdkr
