@@ -1,33 +1,63 @@
 #include "Platform/Workspace.h"
 
 #include <chrono>
+#include <optional>
 
 #include "Platform/Bundle.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"
 #include "Platform/OpenApplication.h"
+#include "Platform/Openings.h"
 #include "Platform/RunningApplications.h"
 
 namespace qbdkr {
 namespace {
 
-// Whoever holds the lock waits 10 s for a check-in himself.
+using Outcome = Openings::Outcome;
+
+// The holder of the lock waits 10 s for a check-in itself.
 constexpr std::chrono::seconds lockPatience(15);
+// Longer than what one thread waits for the lock and the check-in.
+constexpr std::chrono::seconds turnPatience(30);
+
+Openings& openings() {
+  static auto& instance = *new Openings;
+  return instance;
+}
+
+bool isRunning(const std::optional<Bundle>& bundle) {
+  const auto identifier = bundle ? bundle->infoString(kCFBundleIdentifierKey) : std::nullopt;
+  return identifier && isApplicationRunning(*identifier);
+}
+
+// One process at a time: the next one finds the application running. A process that keeps the lock
+// all the time may be about to start it, so to start another one would be wrong; a later call tries
+// again. A file system without locks keeps nothing from starting.
+bool openAlone(const std::string& bundlePath) {
+  const auto lock = FileLock::acquire(bundlePath, lockPatience);
+  const auto bundle = Bundle::withPath(bundlePath);
+  if (isRunning(bundle)) return true;
+  return bundle && !lock.isTaken() && openApplication(*bundle);
+}
 
 }  // namespace
 
 bool openFile(const std::string& bundlePath) {
-  // One opener at a time: the next one finds the application running. Where there are no locks, or
-  // whoever has it is stuck, two at the same time are the lesser evil.
-  const auto lock = FileLock::acquire(bundlePath, lockPatience);
-  const auto bundle = Bundle::withPath(bundlePath);
-  if (!bundle) return false;
-  const auto identifier = bundle->infoString(kCFBundleIdentifierKey);
-  return (identifier && isApplicationRunning(*identifier)) || openApplication(*bundle);
+  const auto deadline = Openings::Clock::now() + turnPatience;
+  for (;;) {
+    const auto outcome = openings().join(bundlePath, deadline, [&] {
+      return openAlone(bundlePath) ? Outcome::opened : Outcome::failed;
+    });
+    if (!outcome) return isRunning(Bundle::withPath(bundlePath));
+    if (*outcome != Outcome::awaited) return *outcome == Outcome::opened;
+  }
 }
 
 void waitWhileOpened(const std::string& bundlePath) {
-  [[maybe_unused]] const auto lock = FileLock::acquire(bundlePath, lockPatience);
+  openings().join(bundlePath, Openings::Clock::now() + turnPatience, [&] {
+    [[maybe_unused]] const auto lock = FileLock::acquire(bundlePath, lockPatience);
+    return Outcome::awaited;
+  });
 }
 
 }  // namespace qbdkr

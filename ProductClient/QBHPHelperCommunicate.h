@@ -56,7 +56,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   OSErr autoRestartHelper();
 
   // The liveness check: serverNotOpen when the server is switched off; 0 when the helper agent can
-  // be reached or was launched; 1 when launching failed. Blocks for as long as a launch takes.
+  // be reached or was launched; 1 when launching failed. Blocks as launchHelepr() does.
   OSErr restartHelperInThread();
 
   // False only when the helper agent's user defaults hold "QBHPServerClosed" as true.
@@ -92,12 +92,15 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // --- Deployment and launch --------------------------------------------------------------------
 
   // Installs the helper agent from the host's resources, or replaces an installed one that is
-  // older. Failures are not reported. Blocks for the file operations.
+  // older. Failures are not reported. Blocks for the file operations, and 30 s at most while
+  // another thread or process deploys into the same directory.
   void extractHelper();
 
   // Makes sure that the helper agent runs, then sends the start request. False when the
-  // configuration is missing or it could not be opened. Blocks until it can be reached, and as
-  // startHelper() does.
+  // configuration is missing or it could not be opened. Blocks as extractHelper() does if it is not
+  // installed; 15 s at most while another process opens it; 10 s at most until it can be reached;
+  // and as startHelper() does. If several threads launch at once, one opens it, and the others wait
+  // for that one, 30 s at most, and take its outcome.
   bool launchHelepr();
 
   // The CFBundleVersion of a bundle; absent when there is nothing at the path, or no version in it.
