@@ -60,7 +60,7 @@ class Helper : public testing::Test {
 };
 
 TEST_F(Helper, ShareIsOneObjectWithOneTimerOf60Seconds) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(&helper(), &QBHPHelper::share());
     ASSERT_EQ(runLoop.timers().size(), 1U);
     EXPECT_EQ(timer().interval(), std::chrono::seconds(60));
@@ -152,7 +152,7 @@ TEST_F(Helper, InstallTimeIsStoredBeforeTheCheckIsDetached) {
 }
 
 TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     helper();
     runThreads();
     helper().stopHelper();
@@ -164,7 +164,7 @@ TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
 }
 
 TEST_F(Helper, ATickAfterStopChecksAgainAndStartsTheHelperAgain) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     helper().startHelper();
     runThreads();
     helper().stopHelper();
@@ -191,7 +191,7 @@ TEST_F(Helper, EveryTickChecksAndStampsTheInstallTimeIfMissing) {
 }
 
 TEST_F(Helper, ACallBackWithTheStoredTimerStarts) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     helper();
     runThreads();
     helper().autoautoStartIntervaTimerMethod(&timer());
@@ -214,7 +214,7 @@ TEST_F(Helper, ACallBackWithAnyOtherArgumentDoesNothing) {
 }
 
 TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     helper();
     runThreads();
     static auto& second = *new QBHPHelper;  // as long as the process, like the first
@@ -233,7 +233,7 @@ TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
 }
 
 TEST_F(Helper, TheEndOfAnObjectEndsTheTimerInUse) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     helper();
     runThreads();
     { const QBHPHelper second; }

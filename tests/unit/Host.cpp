@@ -140,6 +140,17 @@ void inHost(const PropertyList::Dictionary& info, const std::function<void(const
   }
 }
 
+void inUsedHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
+                const std::map<std::string, std::string>& infoPlistStrings) {
+  const auto afterEarlierStarts = [&](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false},
+                                        {"FirstStartPID", firstProduct},
+                                        {"DataCollectPID", dataProduct}});
+    body(host);
+  };
+  inHost(info, afterEarlierStarts, infoPlistStrings);
+}
+
 RunningProcess::~RunningProcess() { end(); }
 
 void RunningProcess::start(std::vector<std::string> arguments) {

@@ -39,6 +39,13 @@ PropertyList::Dictionary hostInformation();
 void inHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
             const std::map<std::string, std::string>& infoPlistStrings = {});
 
+// The same in a host that has run before, as another product, and collects usage data as a third.
+// No two of these identifiers are equal, so that a request that takes the wrong one is noticed.
+void inUsedHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
+                const std::map<std::string, std::string>& infoPlistStrings = {});
+inline constexpr const char* firstProduct = "2002";
+inline constexpr const char* dataProduct = "3003";
+
 // To be called first by main(): gives the process a home directory of its own, if it does not run a
 // body already.
 void enterPrivateHome();

@@ -52,7 +52,7 @@ std::string told(const QBHPSuiteInfo& info) { return info.description(); }
 
 const char* const status = "-1743";
 
-// P is 4711, V is 3.1; usage data is collected under DATA.
+// P is 4711, V is 3.1; the host first started as 2002; usage data is collected under DATA.
 const std::vector<Request>& requests() {
   static const std::vector<Request> table{
       {"stopHelper",
@@ -267,14 +267,14 @@ class Requests : public testing::Test {
 };
 
 TEST_F(Requests, EachSendsWhatItsRowSaysAndGivesBackWhatItsRowSays) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     Communicator::share().setCollectDataPID("DATA");
     for (const Request& request : requests()) expectRow(request);
   });
 }
 
 TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
-  inHost(hostInformation(), [this](const Host& host) {
+  inUsedHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
     Communicator::share().setCollectDataPID("DATA");
     ASSERT_FALSE(Communicator::share().getDefaultHelperServerOpen());
@@ -287,7 +287,7 @@ TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
 }
 
 TEST_F(Requests, AbsentArgumentsTravelAsEmptyTexts) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     auto& communicator = Communicator::share();
     transport.reset();
     communicator.uploadLogByEmail(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
@@ -303,7 +303,7 @@ TEST_F(Requests, HostWithoutIdentitySendsEmptyTexts) {
   PropertyList::Dictionary info = hostInformation();
   info.erase("PID");
   info.erase("CFBundleVersion");
-  inHost(info, [this](const Host&) {
+  inUsedHost(info, [this](const Host&) {
     transport.reset();
     Communicator::share().showHelper();
     EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"", ""}));
@@ -461,7 +461,7 @@ struct FacadeCall {
 };
 
 TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     RecordingRunLoop runLoop;
     auto& helper = QBHPHelper::share();
     helper.setDataCollectPID("DATA");
