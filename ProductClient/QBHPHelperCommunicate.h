@@ -62,6 +62,10 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // False only when the helper agent's user defaults hold "QBHPServerClosed" as true.
   [[nodiscard]] bool getDefaultHelperServerOpen();
 
+  // The last known state of that switch: as read by the last launch, or as reported by the helper
+  // agent since. False before either. Nothing here acts on it.
+  [[nodiscard]] bool isServerOpen() const { return isServerOpen_; }
+
   // Whether a status says that the helper agent's server is switched off.
   [[nodiscard]] bool isHelperSeverNotOpen(OSErr status) const;
 
@@ -233,8 +237,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   String productID_;
   String productVersion_;
   String clientID_;
-  std::atomic<bool> isServerOpen_{
-      false};  // nothing here reads it; it is there for a debugger's eye
+  std::atomic<bool> isServerOpen_{false};
   std::atomic<bool> isHelperAlive_{false};
   std::unique_ptr<LivenessChecks> checks_;
 };

@@ -70,7 +70,7 @@ class Deployment : public testing::Test {
   // Installs a version over another, and says what is installed afterwards and what was logged.
   void expectDeployment(const std::string& resourceVersion, const std::string& installedVersion,
                         bool replaced) {
-    inHost(informationWithHelper(), [&](const Host& host) {
+    inUsedHost(informationWithHelper(), [&](const Host& host) {
       writeHelper(resource(host), resourceVersion, "new");
       writeHelper(installed(host), installedVersion, "old");
       communicator();
@@ -89,7 +89,7 @@ class Deployment : public testing::Test {
 };
 
 TEST_F(Deployment, FirstRunMakesTheDirectoryAndItsParentsAndCopies) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     CapturedLog log;
@@ -103,7 +103,7 @@ TEST_F(Deployment, FirstRunMakesTheDirectoryAndItsParentsAndCopies) {
 }
 
 TEST_F(Deployment, NothingElseIsLeftInTheInstallDirectory) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.1");
     communicator().extractHelper();
     writeHelper(resource(host), "1.2");
@@ -127,7 +127,7 @@ TEST_F(Deployment, ReleaseReplacesItsPreRelease) { expectDeployment("1.0", "1.0b
 TEST_F(Deployment, InstalledCopyWithoutAVersionIsReplaced) { expectDeployment("1.0", "", true); }
 
 TEST_F(Deployment, ResourceWithoutAVersionReplacesNoNumber) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "", "new");
     writeHelper(installed(host), "1.0", "old");
     communicator().extractHelper();
@@ -136,7 +136,7 @@ TEST_F(Deployment, ResourceWithoutAVersionReplacesNoNumber) {
 }
 
 TEST_F(Deployment, DamagedInstalledCopyIsReplaced) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0", "new");
     writeFile(installed(host) / "Contents/Info.plist", "\x01 no property list");
     communicator().extractHelper();
@@ -145,7 +145,7 @@ TEST_F(Deployment, DamagedInstalledCopyIsReplaced) {
 }
 
 TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
-  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.1");
@@ -167,8 +167,23 @@ TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
   });
 }
 
+TEST_F(Deployment, HelperThatCannotBeAskedToQuitIsReplacedAllTheSame) {
+  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
+    writeHelper(resource(host), "1.1");
+    transport.answerWith({connectionInvalid, std::nullopt});
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(transport.countOf("exitHelper:productVersion:"), 1U);
+    EXPECT_EQ(log.lines(), Lines{"helper version = 1.1"});
+    EXPECT_EQ(versionOf(installed(host)), "1.1");
+  });
+}
+
 TEST_F(Deployment, RunningHelperIsNotAskedWhenItIsKept) {
-  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.0");
@@ -182,7 +197,7 @@ TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
   const std::string name(240, 'n');
   Dictionary info = informationWithHelper();
   info.set("Helepr App name", name);
-  inHost(info, [&](const Host& host) {
+  inUsedHost(info, [&](const Host& host) {
     const fs::path target = installed(host).parent_path() / (name + ".app");
     writeHelper(host.resources() / (name + ".app"), "1.1", "new");
     writeHelper(target, "1.0", "old");
@@ -195,7 +210,7 @@ TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
 }
 
 TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAResource) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     communicator().extractHelper();
     EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
     EXPECT_TRUE(fs::is_empty(host.home / "Library/Example"));
@@ -205,7 +220,7 @@ TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAResource) {
 TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAnAppName) {
   Dictionary info = informationWithHelper();
   info.erase("Helepr App name");
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     communicator().extractHelper();
     EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
     EXPECT_FALSE(communicator().launchHelepr());
@@ -215,7 +230,7 @@ TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAnAppName) {
 TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
   Dictionary info = informationWithHelper();
   info.erase("Helper loaction path");
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     CapturedLog log;
@@ -230,7 +245,7 @@ TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
 TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsNotReported) {
   Dictionary info = informationWithHelper();
   info.set("Helper loaction path", "~/a file/Example");
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     writeFile(host.home / "a file", "");
     workspace.answer = [](const std::string& path) { return fs::exists(path); };
@@ -248,7 +263,7 @@ TEST_F(Deployment, WellSpelledKeysAreUsedWhereTheOthersAreAbsent) {
   Dictionary info = hostInformation();
   info.set("Helper App name", "Helper");
   info.set("Helper location path", installDirectory);
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator().extractHelper();
     EXPECT_EQ(versionOf(installed(host)), "1.0");
@@ -261,7 +276,7 @@ TEST_F(Deployment, MisspelledKeysWin) {
   Dictionary info = informationWithHelper();
   info.set("Helper App name", "Wrong");
   info.set("Helper location path", "~/Wrong");
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     writeHelper(host.resources() / "Wrong.app", "9.9");
     communicator().extractHelper();
@@ -276,7 +291,7 @@ TEST_F(Deployment, AbsoluteInstallDirectoryIsUsedAsItIs) {
   const TemporaryDirectory directory;
   Dictionary info = informationWithHelper();
   info.set("Helper loaction path", (directory.path() / "deep/er").string());
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator().extractHelper();
     const fs::path path(Bundle::main().infoString("Helper loaction path").value());
@@ -285,7 +300,7 @@ TEST_F(Deployment, AbsoluteInstallDirectoryIsUsedAsItIs) {
 }
 
 TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     std::size_t sentBeforeOpening = 99;
     workspace.answer = [&](const std::string&) {
@@ -303,7 +318,7 @@ TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
 }
 
 TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
-  inHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
     EXPECT_TRUE(communicator().launchHelepr());
     EXPECT_TRUE(workspace.opened().empty());
@@ -312,7 +327,7 @@ TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
 }
 
 TEST_F(Deployment, LaunchThatCannotOpenReturnsFalseAndSendsNothing) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     workspace.answer = [](const std::string&) { return false; };
     EXPECT_FALSE(communicator().launchHelepr());
@@ -322,15 +337,52 @@ TEST_F(Deployment, LaunchThatCannotOpenReturnsFalseAndSendsNothing) {
 }
 
 TEST_F(Deployment, LaunchIsTrueWhateverTheStatusOfTheStartRequest) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_TRUE(communicator().launchHelepr());
   });
 }
 
+TEST_F(Deployment, LaunchReadsTheServerSwitchBeforeTheStartRequest) {
+  for (const bool isClosed : {false, true}) {
+    inUsedHost(informationWithHelper(), [&](const Host& host) {
+      host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", isClosed}});
+      communicator().didCheckServerOpen(isClosed, nullptr);
+      std::optional<bool> atStart;
+      transport.answer("start:prodeuctVersion:", RecordingTransport::Answerer([&](const auto&) {
+                         atStart = communicator().isServerOpen();
+                         return RecordingTransport::Answer{};
+                       }));
+      EXPECT_TRUE(communicator().launchHelepr());
+      EXPECT_EQ(atStart, !isClosed);
+      EXPECT_EQ(communicator().isServerOpen(), !isClosed);
+    });
+  }
+}
+
+TEST_F(Deployment, LaunchOfARunningHelperReadsTheServerSwitchToo) {
+  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
+    EXPECT_FALSE(communicator().isServerOpen());
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_TRUE(communicator().isServerOpen());
+  });
+}
+
+TEST_F(Deployment, LaunchThatCannotOpenLeavesTheServerSwitchAsItWas) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
+    workspace.answer = [](const std::string&) { return false; };
+    for (const bool known : {true, false}) {
+      communicator().didCheckServerOpen(known, nullptr);
+      EXPECT_FALSE(communicator().launchHelepr());
+      EXPECT_EQ(communicator().isServerOpen(), known);
+    }
+  });
+}
+
 TEST_F(Deployment, LaunchExtractsAHelperThatHasVanished) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     bool thereWhenOpened = false;
     workspace.answer = [&](const std::string& path) { return thereWhenOpened = fs::exists(path); };
@@ -341,7 +393,7 @@ TEST_F(Deployment, LaunchExtractsAHelperThatHasVanished) {
 }
 
 TEST_F(Deployment, LaunchDoesNotReplaceAnInstalledHelper) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "2.0");
     writeHelper(installed(host), "1.0");
     EXPECT_TRUE(communicator().launchHelepr());
@@ -352,7 +404,7 @@ TEST_F(Deployment, LaunchDoesNotReplaceAnInstalledHelper) {
 TEST_F(Deployment, WithoutAHelperIdentifierTheHelperIsOpenedEvenIfItRuns) {
   Dictionary info = informationWithHelper();
   info.erase("Helper Bundle indentifiter");
-  inHost(info, [this](const Host& host) {
+  inUsedHost(info, [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", "com.Example.Any"}});
     EXPECT_TRUE(communicator().launchHelepr());
     EXPECT_EQ(workspace.opened().size(), 1U);
@@ -360,7 +412,7 @@ TEST_F(Deployment, WithoutAHelperIdentifierTheHelperIsOpenedEvenIfItRuns) {
 }
 
 TEST_F(Deployment, StartUpThreadExtractsThenLaunches) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     EXPECT_FALSE(fs::exists(installed(host)));
@@ -373,7 +425,7 @@ TEST_F(Deployment, StartUpThreadExtractsThenLaunches) {
 }
 
 TEST_F(Deployment, StartUpThreadReplacesAnOlderHelperBeforeItOpensIt) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "2.0");
     writeHelper(installed(host), "1.0");
     std::string opened;
@@ -387,7 +439,7 @@ TEST_F(Deployment, StartUpThreadReplacesAnOlderHelperBeforeItOpensIt) {
 }
 
 TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeBundle(host.home / "A.app",
                 {{"CFBundleVersion", "1.2"}, {"CFBundleShortVersionString", "9.9"}});
     writeBundle(host.home / "B.app", {{"CFBundleShortVersionString", "9.9"}});
@@ -400,7 +452,7 @@ TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
 }
 
 TEST_F(Deployment, AppPathIsTheFirstEntryWithTheExtension) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = host.home / "Applications";
     fs::create_directories(directory / "One.app");
     writeFile(directory / "app", "");
@@ -413,7 +465,7 @@ TEST_F(Deployment, AppPathIsTheFirstEntryWithTheExtension) {
 }
 
 TEST_F(Deployment, AppPathTakesTheOrderOfTheFileSystem) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = host.home / "Applications";
     for (int i = 0; i < 20; ++i) writeFile(directory / (std::to_string(i * 7919) + ".app"), "");
     const fs::directory_iterator first(directory);
@@ -422,7 +474,7 @@ TEST_F(Deployment, AppPathTakesTheOrderOfTheFileSystem) {
 }
 
 TEST_F(Deployment, AppPathIsAbsentWhereThereIsNone) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     writeFile(host.home / "Empty/readme", "");
     EXPECT_EQ(communicator().appPath((host.home / "Empty").string()), std::nullopt);
     EXPECT_EQ(communicator().appPath((host.home / "Missing").string()), std::nullopt);
@@ -434,13 +486,14 @@ TEST_F(Deployment, AppPathIsAbsentWhereThereIsNone) {
 TEST_F(Deployment, ConfigurationComesFromTheLocalizedInformationToo) {
   Dictionary info = informationWithHelper();
   info.set("CFBundleDevelopmentRegion", "de");
-  inHost(info,
-         [this](const Host& host) {
-           EXPECT_TRUE(communicator().launchHelepr());
-           EXPECT_EQ(workspace.opened(),
-                     std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
-         },
-         {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
+  inUsedHost(info,
+             [this](const Host& host) {
+               EXPECT_TRUE(communicator().launchHelepr());
+               EXPECT_EQ(
+                   workspace.opened(),
+                   std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
+             },
+             {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
 }
 
 }  // namespace

@@ -47,14 +47,14 @@ class HelperCommunicate : public testing::Test {
 };
 
 TEST_F(HelperCommunicate, ShareIsOneObjectWithOneStartUpThread) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(&communicator(), &QBHPHelperCommunicate::share());
     EXPECT_EQ(threads.count(), 1U);
   });
 }
 
 TEST_F(HelperCommunicate, CreationSendsNothingAndOpensNothingItself) {
-  inHost(informationWithHelper(), [this](const Host&) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
     CapturedLog log;
     communicator();
     EXPECT_TRUE(transport.sent().empty());
@@ -65,7 +65,7 @@ TEST_F(HelperCommunicate, CreationSendsNothingAndOpensNothingItself) {
 }
 
 TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
               static_cast<QBHPHelperControlCallBackDelegate*>(
@@ -131,7 +131,7 @@ TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenW
 }
 
 TEST_F(HelperCommunicate, StartHelperAddsTheTipsSwitchBeforeTheAdvertisingSwitch) {
-  inHost(hostInformation(), [this](const Host& host) {
+  inUsedHost(hostInformation(), [this](const Host& host) {
     communicator().startHelper();
     // A new key goes behind those that are there.
     const std::string info = readFile(host.bundle / "Contents/Info.plist");
@@ -151,7 +151,7 @@ TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsFetchesAndWritesTheSwi
 }
 
 TEST_F(HelperCommunicate, IsAliveOfAHelperNotStartedYetStartsItExactlyOnce) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
     EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
@@ -160,7 +160,7 @@ TEST_F(HelperCommunicate, IsAliveOfAHelperNotStartedYetStartsItExactlyOnce) {
 }
 
 TEST_F(HelperCommunicate, IsAliveOfAStartedHelperStartsNothing) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
@@ -169,7 +169,7 @@ TEST_F(HelperCommunicate, IsAliveOfAStartedHelperStartsNothing) {
 }
 
 TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().isAliveHelper(), procNotFound);
     EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
@@ -177,7 +177,7 @@ TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
 }
 
 TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().isAliveHelper();
     EXPECT_EQ(transport.sentRPCEvents().at(0),
               (RPCEvent{"QBHPHelperControl", isAlive, {"4711", "3.1"}}));
@@ -185,7 +185,7 @@ TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
 }
 
 TEST_F(HelperCommunicate, IsAliveLogsTheStatusAndTheFlag) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     CapturedLog log;
     transport.answer(isAlive, Answer{procNotFound, std::nullopt});
@@ -201,7 +201,7 @@ TEST_F(HelperCommunicate, IsAliveLogsTheStatusAndTheFlag) {
 }
 
 TEST_F(HelperCommunicate, AStartRequestThatFailsLeavesTheFlagAsItWas) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(start, Answer{connectionInvalid, std::nullopt});
     communicator().isAliveHelper();
     communicator().isAliveHelper();
@@ -217,7 +217,7 @@ TEST_F(HelperCommunicate, AStartRequestThatFailsLeavesTheFlagAsItWas) {
 }
 
 TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     EXPECT_EQ(communicator().stopHelper(), noErr);
@@ -229,7 +229,7 @@ TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
 }
 
 TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.answer(stop, Answer{connectionInvalid, std::nullopt});
     EXPECT_EQ(communicator().stopHelper(), connectionInvalid);
@@ -240,7 +240,7 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
 }
 
 TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     transport.answer(stop, Answerer([this](const auto&) {
@@ -255,7 +255,7 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
 }
 
 TEST_F(HelperCommunicate, WillHelperExitStopsAndRestartsNothing) {
-  inHost(informationWithHelper(), [this](const Host&) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     const std::size_t before = threads.count();
@@ -269,7 +269,7 @@ TEST_F(HelperCommunicate, WillHelperExitStopsAndRestartsNothing) {
 }
 
 TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     transport.deliver(
@@ -282,7 +282,7 @@ TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
 }
 
 TEST_F(HelperCommunicate, DidCheckServerOpenDoesNothingElse) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     CapturedLog log;
     const Error error{"domain", 5, {}};
@@ -294,8 +294,22 @@ TEST_F(HelperCommunicate, DidCheckServerOpenDoesNothingElse) {
   });
 }
 
+TEST_F(HelperCommunicate, ServerIsOpenAsLastReported) {
+  inUsedHost(hostInformation(), [this](const Host&) {
+    const Error error{"domain", 5, {}};
+    EXPECT_FALSE(communicator().isServerOpen());
+    communicator().didCheckServerOpen(true, &error);
+    EXPECT_TRUE(communicator().isServerOpen());
+    communicator().startHelper();
+    communicator().stopHelper();
+    EXPECT_TRUE(communicator().isServerOpen());
+    communicator().didCheckServerOpen(false, nullptr);
+    EXPECT_FALSE(communicator().isServerOpen());
+  });
+}
+
 TEST_F(HelperCommunicate, ServerNotOpenIsTheStatusTenOnly) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     for (int status = -32768; status <= 32767; ++status) {
       EXPECT_EQ(communicator().isHelperSeverNotOpen(static_cast<OSErr>(status)), status == 10);
     }
@@ -303,7 +317,7 @@ TEST_F(HelperCommunicate, ServerNotOpenIsTheStatusTenOnly) {
 }
 
 TEST_F(HelperCommunicate, ServerIsOpenUnlessTheHelpersDefaultsSayClosed) {
-  inHost(hostInformation(), [this](const Host& host) {
+  inUsedHost(hostInformation(), [this](const Host& host) {
     EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
     host.writeDefaults(helperIdentifier, {{"Other", true}});
     EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
@@ -330,11 +344,12 @@ TEST_F(HelperCommunicate, TheHostsOwnDefaultsDoNotCloseTheServer) {
 TEST_F(HelperCommunicate, WithoutAHelperIdentifierTheServerIsOpen) {
   Dictionary info = hostInformation();
   info.erase("Helper Bundle indentifiter");
-  inHost(info, [this](const Host&) { EXPECT_TRUE(communicator().getDefaultHelperServerOpen()); });
+  inUsedHost(info,
+             [this](const Host&) { EXPECT_TRUE(communicator().getDefaultHelperServerOpen()); });
 }
 
 TEST_F(HelperCommunicate, RestartWithTheServerClosedGivesTenAndDoesNothing) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
     transport.answerWith({procNotFound, std::nullopt});
     CapturedLog log;
@@ -346,7 +361,7 @@ TEST_F(HelperCommunicate, RestartWithTheServerClosedGivesTenAndDoesNothing) {
 }
 
 TEST_F(HelperCommunicate, RestartOfAHelperThatCanBeReachedGivesZeroAndOpensNothing) {
-  inHost(informationWithHelper(), [this](const Host&) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
     EXPECT_EQ(communicator().restartHelperInThread(), noErr);
     EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
     EXPECT_TRUE(workspace.opened().empty());
@@ -354,7 +369,7 @@ TEST_F(HelperCommunicate, RestartOfAHelperThatCanBeReachedGivesZeroAndOpensNothi
 }
 
 TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
-  inHost(informationWithHelper(), [this](const Host&) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
     transport.answer(isAlive, Answer{procNotFound, std::nullopt});
     EXPECT_EQ(communicator().restartHelperInThread(), noErr);
     EXPECT_EQ(workspace.opened().size(), 1U);
@@ -363,13 +378,13 @@ TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
 }
 
 TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
-  inHost(informationWithHelper(), [this](const Host&) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
     transport.answerWith({procNotFound, std::nullopt});
     workspace.answer = [](const std::string&) { return false; };
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
   });
-  inHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
+  inUsedHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_TRUE(workspace.opened().empty());
@@ -377,7 +392,7 @@ TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
 }
 
 TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCall) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  inUsedHost(informationWithHelper(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
     communicator();
     const std::size_t before = threads.count();
@@ -389,7 +404,7 @@ TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCal
 }
 
 TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     threads.runNext();  // the start-up thread, which has nothing to do here
     EXPECT_TRUE(transport.sent().empty());
@@ -400,8 +415,36 @@ TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
   });
 }
 
+TEST_F(HelperCommunicate, AutoRestartReturnsZeroWhenNoThreadCanBeMade) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
+    communicator();
+    const std::size_t before = threads.count();
+    threads.refuses = true;
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    EXPECT_EQ(communicator().showHelper(), noErr);
+    EXPECT_EQ(transport.sentMethods(), Methods{"show:prodeuctVersion:"});
+    EXPECT_EQ(threads.count(), before);
+    threads.refuses = false;
+    EXPECT_EQ(communicator().autoRestartHelper(), noErr);
+    EXPECT_EQ(threads.count(), before + 1);
+  });
+}
+
+TEST_F(HelperCommunicate, AHundredGuardedRequestsMakeEightThreadsAndOneCheckMore) {
+  inUsedHost(informationWithHelper(), [this](const Host&) {
+    communicator();
+    threads.runNext();  // the start-up thread
+    transport.reset();
+    for (int i = 0; i < 100; ++i) EXPECT_EQ(communicator().showHelper(), noErr);
+    EXPECT_EQ(threads.count(), 8U);
+    EXPECT_EQ(transport.countOf(isAlive), 0U);
+    while (threads.count() > 0) threads.runNext();
+    EXPECT_EQ(transport.countOf(isAlive), 9U);
+  });
+}
+
 TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     std::promise<void> release;
     std::shared_future<void> released(release.get_future());
@@ -421,7 +464,7 @@ TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
 }
 
 TEST_F(HelperCommunicate, ClientIDIsAbsentWhileItIsFetched) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     EXPECT_EQ(communicator().clientIDFormHelper(), "client 1");
     EXPECT_EQ(communicator().clientID(), "client 1");
@@ -437,7 +480,7 @@ TEST_F(HelperCommunicate, ClientIDIsAbsentWhileItIsFetched) {
 }
 
 TEST_F(HelperCommunicate, ClientIDIsAbsentAfterARequestWithoutAnAnswer) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     communicator().clientIDFormHelper();
     transport.answer(clientIDFormHelper, Answer{procNotFound, std::nullopt});
@@ -447,14 +490,14 @@ TEST_F(HelperCommunicate, ClientIDIsAbsentAfterARequestWithoutAnAnswer) {
 }
 
 TEST_F(HelperCommunicate, ReadingTheClientIDSendsNothing) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().clientID(), std::nullopt);
     EXPECT_TRUE(transport.sent().empty());
   });
 }
 
 TEST_F(HelperCommunicate, ReadingTheClientIDDoesNotWaitForARequestUnderWay) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     std::promise<void> release;
     transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
@@ -471,7 +514,7 @@ TEST_F(HelperCommunicate, ReadingTheClientIDDoesNotWaitForARequestUnderWay) {
 }
 
 TEST_F(HelperCommunicate, CannotBeCalledByName) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().className(), "QBHPHelperCommunicate");
     EXPECT_EQ(communicator().performSelector("stopHelper", {}), std::nullopt);
     CapturedLog log;
@@ -482,7 +525,7 @@ TEST_F(HelperCommunicate, CannotBeCalledByName) {
 }
 
 TEST_F(HelperCommunicate, ManyChecksAtOnceLeaveAConsistentState) {
-  inHost(hostInformation(), [this](const Host&) {
+  inUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     std::vector<std::thread> checks;
