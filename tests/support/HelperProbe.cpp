@@ -1,6 +1,7 @@
 // A helper agent for tests. It appends every event that it receives, as one line, to the file that
 // QBDKR_PROBE_TRANSCRIPT names, and behaves as QBDKR_PROBE_MODE says:
 //   exit-at-once    ends before it can be reached
+//   exit-for-now    does so until there is a file TRANSCRIPT.settled
 //   never-check-in  runs, but does not come to the bus before SIGUSR1
 //   stubborn        does not end when it is asked to
 //   mute            answers no query before SIGUSR1
@@ -44,6 +45,10 @@ void record(const std::string& text) {
   const std::string line = std::to_string(getpid()) + ' ' + text + '\n';
   [[maybe_unused]] const auto written = ::write(file, line.data(), line.size());
   ::close(file);
+}
+
+bool isSettled() {
+  return ::access((environment("QBDKR_PROBE_TRANSCRIPT") + ".settled").c_str(), F_OK) == 0;
 }
 
 void release(int /*signal*/) { [[maybe_unused]] const auto written = ::write(released[1], "", 1); }
@@ -120,6 +125,7 @@ int main() {
   record("started version " +
          qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("none"));
   if (mode == "exit-at-once") return 0;
+  if (mode == "exit-for-now" && !isSettled()) return 0;
   if (mode == "never-check-in") waitForRelease();
 
   AppleEventTransport::shared().setEventHandler(qbdkr::kCoreEventClass, qbdkr::kAECall, handle);

@@ -102,6 +102,8 @@ Reports& reports() {
   return instance;
 }
 
+QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
 template <class Body>
 auto onMainThread(Body body) {
   std::packaged_task<decltype(body())()> task(std::move(body));
@@ -150,6 +152,12 @@ std::string askedForSummary(const Words& words) {
   const auto status = message.ask(result);
   const std::vector<std::string> answer{result.value_or("")};
   return std::to_string(status) + ' ' + qbdkr::test::summary(answer);
+}
+
+// COUNT: makes that many guarded requests, one after the other.
+std::string guarded(const Words& words) {
+  for (auto left = std::stoul(words.at(0)); left > 0; --left) communicator().showHelper();
+  return "done";
 }
 
 // TARGET CLASS METHOD THREADS COUNT: each thread posts that many events, with the thread's number
@@ -224,8 +232,6 @@ std::string joinedSenders() {
 
 std::string yesOrNo(bool value) { return value ? "yes" : "no"; }
 
-QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
-
 using Command = std::function<std::string(const Words&)>;
 
 const std::map<std::string, Command>& commands() {
@@ -253,6 +259,7 @@ const std::map<std::string, Command>& commands() {
        [](const Words&) { return std::to_string(communicator().restartHelperInThread()); }},
       {"auto-restart",
        [](const Words&) { return std::to_string(communicator().autoRestartHelper()); }},
+      {"guarded", guarded},
       {"alive", [](const Words&) { return std::to_string(communicator().isAliveHelper()); }},
       {"server-open",
        [](const Words&) { return yesOrNo(communicator().getDefaultHelperServerOpen()); }},

@@ -1,0 +1,59 @@
+// Another process keeps the lock of the helper agent's bundle, as one that is stopped while it
+// opens the helper agent does.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/file.h>
+
+#include <chrono>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+// Longer than a host waits for the lock.
+constexpr std::chrono::seconds enough(60);
+
+class KeptLock {
+ public:
+  explicit KeptLock(const std::filesystem::path& path)
+      : file_(::open(path.c_str(), O_RDONLY | O_CLOEXEC)) {
+    EXPECT_EQ(::flock(file_.get(), LOCK_EX | LOCK_NB), 0);
+  }
+
+ private:
+  OwnedDescriptor file_;
+};
+
+std::string open(const Scene& scene) { return "open " + scene.installedHelper().string(); }
+
+TEST(OpeningFault, WithoutTheLockTheApplicationIsNotOpened) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const KeptLock lock(scene.installedHelper());
+  std::vector<std::string> tags;
+  for (int i = 0; i < 4; ++i) tags.push_back(host->begin(open(scene)));
+  for (const auto& tag : tags) EXPECT_EQ(host->finish(tag, enough), "no");
+  EXPECT_EQ(scene.transcript().count(" started version"), 0U);
+}
+
+TEST(OpeningFault, WithoutTheLockAnApplicationThatRunsByThenIsOpen) {
+  Scene scene;
+  const auto bundle = scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const KeptLock lock(scene.installedHelper());
+  const auto opening = host->begin(open(scene));
+  const ChildProcess helper({bundle.executable().string()}, scene.options());
+  scene.transcript().waitFor({" started version"});
+  EXPECT_EQ(host->finish(opening, enough), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
+}  // namespace
+}  // namespace qbdkr::test

@@ -1,0 +1,83 @@
+// A host makes more requests than its helper agent can be checked for.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <string>
+
+#include "support/ResourceUse.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::chrono::seconds enough(60);
+
+// How many descriptors of a process lead to a path: each thread that is in the queue for a lock of
+// its own has one.
+std::size_t descriptorsOn(pid_t process, const fs::path& path) {
+  std::size_t count = 0;
+  for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
+    std::error_code gone;
+    if (fs::read_symlink(entry.path(), gone) == path) ++count;
+  }
+  return count;
+}
+
+// Waits for a command, and gives the most descriptors that it had on a path at a time.
+std::size_t mostDescriptorsDuring(const std::string& tag, Host& host, const fs::path& path) {
+  constexpr int interval = 5;  // milliseconds
+  const auto deadline = std::chrono::steady_clock::now() + enough;
+  std::size_t most = 0;
+  while (!host.hasFinished(tag) && std::chrono::steady_clock::now() < deadline) {
+    most = std::max(most, descriptorsOn(host.processID(), path));
+    ::poll(nullptr, 0, interval);
+  }
+  host.finish(tag);
+  return most;
+}
+
+TEST(RequestStorm, WhileTheHelperAgentStartsSlowlyCostsLittleAndIsFollowedByACheck) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "never-check-in";  // before SIGUSR1
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  const ResourceUse use(host->processID());
+  host->call("share");
+  scene.transcript().waitFor({" started version"});
+  const auto storm = host->begin("guarded 1000");
+  EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 1U);
+  // The checks that run could not reach it, so that this request is that of one which came later.
+  EXPECT_EQ(scene.transcript().count("isAlive:prodeuctVersion:"), 0U);
+  ::kill(scene.helperProcess(), SIGUSR1);
+  scene.transcript().waitFor({"isAlive:prodeuctVersion:"});
+  scene.fence(*host);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+  use.expectModest();
+}
+
+TEST(RequestStorm, WhileTheHelperAgentCrashesCostsLittleAndIsFollowedByACheck) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "exit-for-now";
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  const ResourceUse use(host->processID());
+  host->call("share");
+  constexpr std::size_t requests = 1000;
+  const auto storm = host->begin("guarded " + std::to_string(requests));
+  EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 1U);
+  EXPECT_LE(scene.transcript().count(" started version"), requests + 1);
+  // The last request is followed by a check that finds it well again.
+  writeFile(scene.transcript().path().string() + ".settled", "");
+  host->call("guarded 1");
+  scene.transcript().waitFor({"start:prodeuctVersion:"});
+  EXPECT_GT(scene.helperProcess(), 0);
+  use.expectModest();
+}
+
+}  // namespace
+}  // namespace qbdkr::test
