@@ -126,9 +126,13 @@ static int await_owner(DBusConnection* connection, const char* name) {
            "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='%s'", name);
   dbus_bus_add_match(connection, rule, &error);
   while (!dbus_bus_name_has_owner(connection, name, NULL)) {
-    DBusMessage* message;
-    if (!dbus_connection_read_write(connection, patience)) stop("the bus is gone");
-    while ((message = dbus_connection_pop_message(connection)) != NULL) dbus_message_unref(message);
+    /* The signal may have been read together with the answer: then there is no more to read. */
+    DBusMessage* message = dbus_connection_pop_message(connection);
+    if (message != NULL) {
+      dbus_message_unref(message);
+    } else if (!dbus_connection_read_write(connection, patience)) {
+      stop("the bus is gone");
+    }
   }
   return 0;
 }
