@@ -131,6 +131,15 @@ TestBundle Scene::makeHostWithoutHelper(const std::string& name, const InfoKeys&
   return host;
 }
 
+void Scene::recordEarlierStarts() const {
+  writeFile(home_.preferencesFile(hostID_),
+            std::string("<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
+                        "<plist version=\"1.0\"><dict><key>IsFirstStart</key><false/>"
+                        "<key>FirstStartPID</key><string>") +
+                firstProduct + "</string><key>DataCollectPID</key><string>" + dataProduct +
+                "</string></dict></plist>\n");
+}
+
 SpawnOptions Scene::options() const {
   return {.environment = environment_, .obeyFilePermissions = false, .largestFile = {}};
 }

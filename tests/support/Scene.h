@@ -89,6 +89,13 @@ class Scene {
   // The same with no helper agent among the resources.
   TestBundle makeHostWithoutHelper(const std::string& name, const InfoKeys& keys = {});
 
+  // The product with which the hosts' first start was recorded, and the one that collects their
+  // usage data, of hosts that have run before. Neither is the product of any host.
+  static constexpr const char* firstProduct = "2002";
+  static constexpr const char* dataProduct = "3003";
+  // Records earlier starts for the usual host identifier. To be called before the first start.
+  void recordEarlierStarts() const;
+
   [[nodiscard]] SpawnOptions options() const;
   std::unique_ptr<Host> start(const TestBundle& host) { return start(host, options()); }
   std::unique_ptr<Host> start(const TestBundle& host, const SpawnOptions& options);

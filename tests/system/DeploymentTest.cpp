@@ -28,6 +28,7 @@ void installMarked(Scene& scene, const std::string& version) {
 
 TEST(Deployment, FirstRunMakesTheDirectoriesCopiesTheHelperAndOpensIt) {
   Scene scene;
+  scene.recordEarlierStarts();
   const auto bundle = scene.makeHost("Host", "1.0");
   ASSERT_FALSE(fs::exists(scene.home().path() / ".local"));
   const auto host = scene.startAndShare(bundle);
@@ -54,6 +55,7 @@ class DeploymentDecision : public testing::TestWithParam<Decision> {};
 TEST_P(DeploymentDecision, IsTakenByTheVersions) {
   const Decision& decision = GetParam();
   Scene scene;
+  scene.recordEarlierStarts();
   scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";  // stays to be counted
   if (decision.installed != nullptr) installMarked(scene, decision.installed);
   if (decision.running) {

@@ -85,6 +85,7 @@ TEST(Liveness, AutomaticRestartReturnsAtOnceAndLaunchesInTheBackground) {
 
 TEST(Liveness, StoppedHelperIsStartedAgainByTheNextCheck) {
   Scene scene;
+  scene.recordEarlierStarts();
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
   EXPECT_EQ(host->call("stop-status"), "0");
   scene.transcript().waitFor({"stop:prodeuctVersion:", " 1001 3.1"});
@@ -92,6 +93,9 @@ TEST(Liveness, StoppedHelperIsStartedAgainByTheNextCheck) {
   EXPECT_EQ(host->call("alive"), "0");
   scene.fence(*host);
   EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:"), 2U);
+  const std::string sender = " from " + std::to_string(host->processID());
+  EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:" + sender + " 1001 3.1"), 2U);
+  EXPECT_EQ(scene.transcript().count("isAlive:prodeuctVersion:" + sender + " 1001 3.1"), 1U);
   EXPECT_EQ(host->call("alive"), "0");
   scene.fence(*host);
   EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:"), 2U) << "it was started already";

@@ -10,16 +10,21 @@
 
 namespace qbdkr::test {
 
-// The sample host and its helper agent as they are built, with the identifiers of one test.
+// The sample host and its helper agent as they are built, with the identifiers of one test, and
+// with a version of the host that is not the helper agent's.
 class Sample {
  public:
+  static constexpr const char* hostVersion = "7.1";
+
   explicit Sample(Scene& scene)
       : scene_(scene), path_(scene.directory() / "Applications/PhotoTool.app") {
     namespace fs = std::filesystem;
     fs::create_directories(path_.parent_path());
     fs::copy(QBDKR_SAMPLE_HOST, path_,
              fs::copy_options::recursive | fs::copy_options::copy_symlinks);
-    replaceIdentifiers(path_ / "Contents/Info.plist");
+    const auto information = path_ / "Contents/Info.plist";
+    replaceIdentifiers(information);
+    replace(information, ">1.0<", '>' + std::string(hostVersion) + '<');
     replaceIdentifiers(path_ / "Contents/Resources/AcmeHelper.app/Contents/Info.plist");
   }
 
@@ -65,12 +70,15 @@ class Sample {
   [[nodiscard]] std::string executable() const { return path_ / "Contents/Linux/PhotoTool"; }
 
   void replaceIdentifiers(const std::filesystem::path& file) const {
+    replace(file, "com.Acme.Helper", scene_.helperID());
+    replace(file, "com.Acme.PhotoTool", scene_.hostID());
+  }
+
+  static void replace(const std::filesystem::path& file, const std::string& from,
+                      const std::string& to) {
     std::string text = readFile(file);
-    for (const auto& [from, to] : {std::pair("com.Acme.Helper", scene_.helperID()),
-                                   std::pair("com.Acme.PhotoTool", scene_.hostID())}) {
-      for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-        text.replace(at, std::string_view(from).size(), to);
-    }
+    for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+      text.replace(at, from.size(), to);
     writeFile(file, text);
   }
 

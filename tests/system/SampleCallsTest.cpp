@@ -31,6 +31,8 @@ std::string shown(const Received& received, const std::string& sender) {
 }
 
 struct SampleCalls : testing::Test {
+  SampleCalls() { scene.recordEarlierStarts(); }
+
   // Makes a call, and checks that the helper agent got this, once, for it.
   void expect(const std::string& name, const Words& arguments, const Received& received,
               const std::string& result) {
@@ -60,7 +62,9 @@ const std::string upload = "QBHPUploadByHelper";
 const std::string upgrade = "QBHPUpgradeByHelper";
 const std::string customer = "QBHPCustomerServiceByHelepr";
 const std::string data = "QBHPGetDataByHelper";
-const Words product{"1001", "1.0"};
+const std::string version = Sample::hostVersion;
+const std::string dataProduct = Scene::dataProduct;
+const Words product{"1001", version};
 
 TEST_F(SampleCalls, ControlRequests) {
   expect("stopHelper", {}, {control, "stop:prodeuctVersion:", product}, "done");
@@ -101,33 +105,34 @@ TEST_F(SampleCalls, UploadRequests) {
   expect("uploadUserFile", {"-", "-", "-", "-"},
          {upload,
           "uploadUserFile:versionID:email:filePath:title:description:",
-          {"1001", "1.0", "", "", "", ""}},
+          {"1001", version, "", "", "", ""}},
          "status 0");
 }
 
 TEST_F(SampleCalls, UsageDataRequests) {
   const std::string collect = "collectData:version:collectionType:target:keyID:value:";
   expect("customStringDataCollect", {"theme", "dark"},
-         {upload, collect, {"1001", "1.0", "5", "theme", "", "dark"}}, "done");
+         {upload, collect, {dataProduct, version, "5", "theme", "", "dark"}}, "done");
   expect("autoCreatedIncreaseDataCollect", {"editor", "undo"},
-         {upload, collect, {"1001", "1.0", "4", "editor", "undo", ""}}, "done");
+         {upload, collect, {dataProduct, version, "4", "editor", "undo", ""}}, "done");
   expect("commIncreaseDataCollect", {"editor", "save"},
-         {upload, collect, {"1001", "1.0", "3", "editor", "save", ""}}, "done");
-  expect("directUploadData", {}, {upload, "directUploadData:version:", product}, "done");
+         {upload, collect, {dataProduct, version, "3", "editor", "save", ""}}, "done");
+  expect("directUploadData", {}, {upload, "directUploadData:version:", {dataProduct, version}},
+         "done");
   EXPECT_EQ(sample.call("setDataCollectPID", {"DATA"}), "done");
   EXPECT_EQ(sample.call("collectDataPID"), "\"DATA\"");
   expect("commIncreaseDataCollect", {"editor", "save"},
-         {upload, collect, {"DATA", "1.0", "3", "editor", "save", ""}}, "done");
-  expect("directUploadData", {}, {upload, "directUploadData:version:", {"DATA", "1.0"}}, "done");
+         {upload, collect, {"DATA", version, "3", "editor", "save", ""}}, "done");
+  expect("directUploadData", {}, {upload, "directUploadData:version:", {"DATA", version}}, "done");
 }
 
 TEST_F(SampleCalls, CollectStatus) {
   const Received question{upload, "productCollectStatus:version:", product};
   const std::string set = "setProductCollectStatus:version:status:";
   expect("productCollectStatus", {}, question, "yes");
-  expect("setProductCollectStatus", {"0"}, {upload, set, {"1001", "1.0", "0"}}, "done");
+  expect("setProductCollectStatus", {"0"}, {upload, set, {"1001", version, "0"}}, "done");
   expect("productCollectStatus", {}, question, "no");
-  expect("setProductCollectStatus", {"1"}, {upload, set, {"1001", "1.0", "1"}}, "done");
+  expect("setProductCollectStatus", {"1"}, {upload, set, {"1001", version, "1"}}, "done");
   expect("productCollectStatus", {}, question, "yes");
 }
 
@@ -151,8 +156,8 @@ TEST_F(SampleCalls, Queries) {
 TEST_F(SampleCalls, UpgradeRequests) {
   const std::string ready = "productReadyToUpgrade:versionID:ready:";
   expect("productUpgrade", {}, {upgrade, "productUpgrade:versionID:", product}, "status 0");
-  expect("productReadyToUpgrade", {"1"}, {upgrade, ready, {"1001", "1.0", "1"}}, "status 0");
-  expect("productReadyToUpgrade", {"0"}, {upgrade, ready, {"1001", "1.0", "0"}}, "status 0");
+  expect("productReadyToUpgrade", {"1"}, {upgrade, ready, {"1001", version, "1"}}, "status 0");
+  expect("productReadyToUpgrade", {"0"}, {upgrade, ready, {"1001", version, "0"}}, "status 0");
   EXPECT_EQ(sample.call("getProductUpgradeDelegate"),
             "exception: -[QBHPUpgradeByHelper getProductUpgradeDelegate]: unrecognized selector");
 }
@@ -161,7 +166,7 @@ TEST_F(SampleCalls, CustomerServiceRequests) {
   expect("customerserviceByEmail", {"me@acme.example", "/tmp/none"},
          {customer,
           "customerService:versionID:email:attachment:",
-          {"1001", "1.0", "me@acme.example", "/tmp/none"}},
+          {"1001", version, "me@acme.example", "/tmp/none"}},
          "status 0");
   expect("checkForHeleprMessage", {}, {customer, "checkForHeleprMessage:versionID:", product},
          "status 0");
@@ -179,9 +184,9 @@ TEST_F(SampleCalls, CallsThatTheHelperDoesNotSee) {
   EXPECT_EQ(sample.call("getDefaultHelperServerOpen"), "yes");
   EXPECT_EQ(sample.call("isHelperSeverNotOpen", {"10"}), "yes");
   EXPECT_EQ(sample.call("isHelperSeverNotOpen", {"-10"}), "no");
-  EXPECT_EQ(sample.call("firstStartPID"), "\"1001\"");
+  EXPECT_EQ(sample.call("firstStartPID"), quoted(Scene::firstProduct));
   EXPECT_EQ(sample.call("synthesizeUserDefault"), "done");
-  EXPECT_EQ(sample.call("getVersionByBundlePath", {bundle}), "\"1.0\"");
+  EXPECT_EQ(sample.call("getVersionByBundlePath", {bundle}), quoted(version));
   EXPECT_EQ(sample.call("appPath", {contents + "/Resources"}),
             quoted(contents + "/Resources/AcmeHelper.app"));
   EXPECT_EQ(sample.call("brandName"), "\"acme\"");
@@ -236,7 +241,7 @@ TEST_F(SampleCalls, ReadOnlyBundleIsLeftAsItIsAndTheHelperStillComesFromIt) {
       {{"setTipsEnable", "0"}, "done"},    {{"setEnableAD", "1"}, "done"},
       {{"saveTipsEnable"}, "done"},        {{"saveEnableADToStringsFile", "1"}, "done"},
       {{"saveEnableADToPlistFile"}, "no"},  // the one call that tells
-      {{"isAliveHelper"}, "status 0"},     {{"exitHelper", "1001", "1.0"}, "status 0"}};
+      {{"isAliveHelper"}, "status 0"},     {{"exitHelper", "1001", version}, "status 0"}};
   for (const auto& [words, result] : calls) {
     Words command{sample.path() / "Contents/Linux/PhotoTool", "--call"};
     command.insert(command.end(), words.begin(), words.end());

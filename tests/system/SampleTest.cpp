@@ -33,7 +33,8 @@ TEST(Sample, HelperIsInstalledStartedAskedAndStopped) {
   const auto peer = Peer::inBundle(scene);
   const Sample sample(scene);
   const auto host = sample.start();
-  const std::string product = ":prodeuctVersion: \"1001\" \"1.0\" from " + scene.hostID();
+  const std::string product = ":prodeuctVersion: \"1001\" \"" + std::string(Sample::hostVersion) +
+                              "\" from " + scene.hostID();
   scene.transcript().waitFor({"QBHPHelperControl start" + product});
   waitForServerReport(scene, peer, *host);
   host->write("clientIDFormHelper\n");
