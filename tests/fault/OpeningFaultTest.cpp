@@ -1,8 +1,9 @@
-// Another process keeps the lock of the helper agent's bundle, as one that is stopped while it
-// opens the helper agent does.
+// An application is to be opened while another process keeps the lock of its bundle, as one that is
+// stopped while it opens the application does; or while the session bus is stuck.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/file.h>
 
 #include <chrono>
@@ -52,6 +53,15 @@ TEST(OpeningFault, WithoutTheLockAnApplicationThatRunsByThenIsOpen) {
   const ChildProcess helper({bundle.executable().string()}, scene.options());
   scene.transcript().waitFor({" started version"});
   EXPECT_EQ(host->finish(opening, enough), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
+TEST(OpeningFault, ABusThatIsStuckHoldsItUpNoLongerThanTheCheckInDoes) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  ::kill(scene.bus().daemonProcess(), SIGSTOP);
+  EXPECT_EQ(host->call(open(scene), enough), "yes");
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
