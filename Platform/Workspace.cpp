@@ -1,7 +1,6 @@
 #include "Platform/Workspace.h"
 
 #include <chrono>
-#include <optional>
 
 #include "Platform/Bundle.h"
 #include "Platform/FileLock.h"
@@ -25,8 +24,8 @@ Openings& openings() {
   return instance;
 }
 
-bool isRunning(const std::optional<Bundle>& bundle) {
-  const auto identifier = bundle ? bundle->infoString(kCFBundleIdentifierKey) : std::nullopt;
+bool isRunning(const Bundle& bundle) {
+  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
   return identifier && isApplicationRunning(*identifier);
 }
 
@@ -36,8 +35,8 @@ bool isRunning(const std::optional<Bundle>& bundle) {
 bool openAlone(const std::string& bundlePath) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
-  if (isRunning(bundle)) return true;
-  return bundle && !lock.isTaken() && openApplication(*bundle);
+  if (!bundle) return false;
+  return isRunning(*bundle) || (!lock.isTaken() && openApplication(*bundle));
 }
 
 }  // namespace
@@ -48,8 +47,7 @@ bool openFile(const std::string& bundlePath) {
     const auto outcome = openings().join(bundlePath, deadline, [&] {
       return openAlone(bundlePath) ? Outcome::opened : Outcome::failed;
     });
-    if (!outcome) return isRunning(Bundle::withPath(bundlePath));
-    if (*outcome != Outcome::awaited) return *outcome == Outcome::opened;
+    if (outcome != Outcome::awaited) return outcome == Outcome::opened;
   }
 }
 

@@ -11,7 +11,7 @@ namespace qbdkr {
 // be reached, or for 10 s; before that, for 15 s at most while another process opens it. If another
 // thread of this process is at the same bundle, waits for that thread, 30 s at most, and takes its
 // outcome. False when it is not running and cannot be executed, ends before it can be reached, or
-// another process kept it from being opened all that time. Any thread.
+// is kept from being opened all that time. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
 
 // Waits while any process or thread is opening an application bundle, which is then running but

@@ -8,6 +8,7 @@
 
 #include <chrono>
 #include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -54,6 +55,35 @@ TEST(OpeningFault, WithoutTheLockAnApplicationThatRunsByThenIsOpen) {
   scene.transcript().waitFor({" started version"});
   EXPECT_EQ(host->finish(opening, enough), "yes");
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
+TEST(OpeningFault, AThreadThatFindsItRunningWaitsForTheOneThatOpensIt) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "never-check-in";  // before SIGUSR1
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  host->call("share");
+  scene.transcript().waitFor({" started version"});
+  const auto launch = host->begin("launch");
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "yes");
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_EQ(host->finish(launch), "yes");
+  scene.transcript().waitForCount("start:prodeuctVersion:", 2);
+}
+
+TEST(OpeningFault, AThreadThatOpensDoesSoAfterOneThatOnlyWaits) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.startAndShare(scene.makeHostWithoutHelper("Host"));
+  auto lock = std::make_unique<KeptLock>(scene.installedHelper());
+  const auto launch = host->begin("launch");  // of a helper agent that runs: it waits for the lock
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "yes");
+  scene.killHelper(*host);
+  const auto opening = host->begin(open(scene));
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "no");
+  lock.reset();
+  EXPECT_EQ(host->finish(launch, enough), "yes");
+  EXPECT_EQ(host->finish(opening, enough), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
 }
 
 TEST(OpeningFault, ABusThatIsStuckHoldsItUpNoLongerThanTheCheckInDoes) {
