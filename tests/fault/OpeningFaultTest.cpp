@@ -57,6 +57,19 @@ TEST(OpeningFault, WithoutTheLockAnApplicationThatRunsByThenIsOpen) {
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
+TEST(OpeningFault, WhereThereCanBeNoLockTheApplicationIsOpened) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  auto options = scene.options();
+  options.obeyFilePermissions = true;
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"), options);
+  // What cannot be read cannot be locked, but what is in it can be reached.
+  std::filesystem::permissions(scene.installedHelper(), std::filesystem::perms::owner_exec);
+  EXPECT_EQ(host->call(open(scene)), "yes");
+  std::filesystem::permissions(scene.installedHelper(), std::filesystem::perms::owner_all);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
 TEST(OpeningFault, AThreadThatFindsItRunningWaitsForTheOneThatOpensIt) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "never-check-in";  // before SIGUSR1
