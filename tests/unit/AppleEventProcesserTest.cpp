@@ -20,9 +20,9 @@
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "ClientComm/QBHPHelperControl.h"
 #include "Host.h"
-#include "WatchedThread.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr::test {
 namespace {

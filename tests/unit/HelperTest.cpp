@@ -15,8 +15,8 @@
 #include "Platform/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
 #include "Seams.h"
-#include "WatchedThread.h"
 #include "support/RecordingTransport.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr::test {
 namespace {

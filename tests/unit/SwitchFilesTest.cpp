@@ -28,9 +28,9 @@
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
-#include "WatchedThread.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "WatchedThread.h"
+#include "support/WatchedThread.h"
 
 #include <unistd.h>
 
