@@ -33,8 +33,7 @@ String senderOf(const AppleEvent& event) {
   const auto number = serial ? serialNumberFromBytes(serial->data()) : std::nullopt;
   if (!number) return std::nullopt;
   const auto information = copyProcessInformation(*number);
-  const std::string* identifier = information ? information->text(kCFBundleIdentifierKey) : nullptr;
-  return identifier == nullptr ? std::nullopt : String(*identifier);
+  return information ? information->text(kCFBundleIdentifierKey) : std::nullopt;
 }
 
 }  // namespace

@@ -20,8 +20,8 @@ class QBDKR_EXPORT QBHPConfig {
   // Throws RangeException for an identifier of fewer than three parts; "(null) (null)" without one.
   static String helperName();
 
-  // The product identifier, the main bundle's "PID"; absent when there is none, or it is no
-  // text. Not kept.
+  // The product identifier, the main bundle's "PID"; absent when there is none. A number reads
+  // as its digits; of another type it is absent as well. Not kept.
   static String helperPID();
 };
 

@@ -40,8 +40,8 @@ std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
   std::vector<Entry> entries;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto info = infoForPID(process.processID);
-    const std::string* name = info ? info->text(kCFBundleNameKey) : nullptr;
-    entries.push_back({{"pname", name == nullptr ? process.command : *name},
+    const auto name = info ? info->text(kCFBundleNameKey) : std::nullopt;
+    entries.push_back({{"pname", name.value_or(process.command)},
                        {"pid", std::to_string(process.processID)},
                        {"uid", std::to_string(process.effectiveUser)}});
   }

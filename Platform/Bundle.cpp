@@ -66,8 +66,7 @@ const PropertyList* Bundle::objectForInfoDictionaryKey(std::string_view key) con
 }
 
 std::optional<std::string> Bundle::infoString(std::string_view key) const {
-  const std::string* text = state_->info.text(key);
-  return text == nullptr ? std::nullopt : std::optional(*text);
+  return state_->info.text(key);
 }
 
 std::optional<std::string> Bundle::executablePath() const {

@@ -36,7 +36,8 @@ class QBDKR_EXPORT Bundle {
   // the pointer lives as long as the bundle.
   [[nodiscard]] const PropertyList* objectForInfoDictionaryKey(std::string_view key) const;
 
-  // The same, for a key whose value is text. Absent when missing or of another type.
+  // The same where a text is wanted: a number reads as its digits. Absent when missing, or a date,
+  // data or a container.
   [[nodiscard]] std::optional<std::string> infoString(std::string_view key) const;
 
   // The executable that CFBundleExecutable names; absent when it names none inside the bundle.

@@ -5,7 +5,10 @@
 #include <functional>
 #include <numeric>
 #include <utility>
+#include <variant>
 #include <vector>
+
+#include "Platform/PropertyListForms.h"
 
 namespace qbdkr {
 
@@ -78,9 +81,9 @@ const PropertyList* PropertyList::Dictionary::find(std::string_view key) const {
   return found == entries_.end() ? nullptr : &found->second;
 }
 
-const std::string* PropertyList::Dictionary::text(std::string_view key) const {
+std::optional<std::string> PropertyList::Dictionary::text(std::string_view key) const {
   const PropertyList* value = find(key);
-  return value == nullptr ? nullptr : value->string();
+  return value == nullptr ? std::nullopt : value->text();
 }
 
 void PropertyList::Dictionary::set(std::string_view key, PropertyList value) {
@@ -119,5 +122,26 @@ bool PropertyList::Dictionary::operator==(const Dictionary& other) const {
       placesByKey(entries_), placesByKey(other.entries_),
       [&](std::size_t a, std::size_t b) { return entries_[a] == other.entries_[b]; });
 }
+
+namespace {
+
+struct TextOf {
+  std::optional<std::string> operator()(const std::string& text) const { return text; }
+  std::optional<std::string> operator()(bool flag) const { return flag ? "1" : "0"; }
+  std::optional<std::string> operator()(PropertyList::Integer integer) const {
+    return propertylist::textFromInteger(integer);
+  }
+  std::optional<std::string> operator()(double real) const {
+    return propertylist::textFromReal(real);
+  }
+  template <class Other>
+  std::optional<std::string> operator()(const Other&) const {
+    return std::nullopt;
+  }
+};
+
+}  // namespace
+
+std::optional<std::string> PropertyList::text() const { return std::visit(TextOf(), value_); }
 
 }  // namespace qbdkr

@@ -58,8 +58,8 @@ class QBDKR_EXPORT PropertyList {
     // Stores a value, replacing one that is there in its place.
     void set(std::string_view key, PropertyList value);
     bool erase(std::string_view key);
-    // The text under a key; null when there is none, or a value of another type.
-    [[nodiscard]] const std::string* text(std::string_view key) const;
+    // What the value under a key reads as where a text is wanted. Absent without one that does.
+    [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
 
     [[nodiscard]] std::size_t size() const;
     [[nodiscard]] bool empty() const { return size() == 0; }
@@ -87,7 +87,12 @@ class QBDKR_EXPORT PropertyList {
   PropertyList(Array array) : value_(std::move(array)) {}
   PropertyList(Dictionary dictionary) : value_(std::move(dictionary)) {}
 
-  [[nodiscard]] const Value& value() const { return value_; }
+  [[nodiscard]] const Value& value() const& { return value_; }
+  [[nodiscard]] Value&& value() && { return std::move(value_); }
+
+  // What the value reads as where a text is wanted: a text itself, a number its digits ("3.1",
+  // "1e+20"), true and false "1" and "0". Absent for dates, data and containers.
+  [[nodiscard]] std::optional<std::string> text() const;
 
   // The value if it is of that type; null (or absent) when it is of another.
   [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&value_); }

@@ -20,8 +20,7 @@ bool isApplicationRunning(std::string_view bundleIdentifier) {
   const std::span processes(table.records.get(), table.count);
   return std::ranges::any_of(processes, [&](const ProcessRecord& process) {
     const auto info = informationOfProcess(process.processID);
-    const std::string* identifier = info ? info->text(kCFBundleIdentifierKey) : nullptr;
-    return identifier != nullptr && *identifier == bundleIdentifier;
+    return info && info->text(kCFBundleIdentifierKey) == bundleIdentifier;
   });
 }
 

@@ -29,8 +29,7 @@ std::optional<PropertyList> asValue(const String& text) {
 }
 
 String textOf(const std::optional<PropertyList>& value) {
-  if (!value || value->string() == nullptr) return std::nullopt;
-  return *value->string();
+  return value ? value->text() : std::nullopt;
 }
 
 }  // namespace

@@ -92,8 +92,7 @@ std::vector<std::string> preferredLanguages(const std::vector<std::string>& fold
   };
   for (const std::string& language : languagesOfUser()) add(language);
   if (!preferred.empty()) return preferred;
-  const std::string* region = info.text("CFBundleDevelopmentRegion");
-  if (region != nullptr) add(canonicalName(*region));
+  if (const auto region = info.text("CFBundleDevelopmentRegion")) add(canonicalName(*region));
   return preferred;
 }
 

@@ -59,12 +59,31 @@ TEST_F(Bundles, ADirectoryIsABundleAndNothingElseIs) {
   EXPECT_EQ(bundle->objectForInfoDictionaryKey("CFBundleIdentifier"), nullptr);
 }
 
+TEST_F(Bundles, ANumberReadsAsItsDigitsWhereATextIsWanted) {
+  writeInfo(path, {{"CFBundleVersion", 3.1},
+                   {"PID", 1001},
+                   {"True", true},
+                   {"False", false},
+                   {"Date", PropertyList::Date{1}},
+                   {"Data", PropertyList::Data{"1"}},
+                   {"Array", PropertyList::Array{"1"}},
+                   {"Dictionary", PropertyList::Dictionary{{"1", "1"}}}});
+  const auto bundle = Bundle::withPath(path).value();
+  EXPECT_EQ(bundle.infoString("CFBundleVersion"), "3.1");
+  EXPECT_EQ(bundle.infoString("PID"), "1001");
+  EXPECT_EQ(bundle.infoString("True"), "1");
+  EXPECT_EQ(bundle.infoString("False"), "0");
+  for (const char* key : {"Date", "Data", "Array", "Dictionary"}) {
+    EXPECT_EQ(bundle.infoString(key), std::nullopt) << key;
+  }
+}
+
 TEST_F(Bundles, InformationIsThatOfTheFile) {
   writeInfo(path, {{"CFBundleVersion", "1.0"}, {"Number", 7}, {"Empty", ""}});
   const auto bundle = Bundle::withPath(path).value();
   EXPECT_EQ(bundle.infoString("CFBundleVersion"), "1.0");
   EXPECT_EQ(bundle.infoString("Empty"), "");
-  EXPECT_EQ(bundle.infoString("Number"), std::nullopt);
+  EXPECT_EQ(bundle.infoString("Number"), "7");
   EXPECT_EQ(*bundle.objectForInfoDictionaryKey("Number"), PropertyList(7));
   EXPECT_EQ(bundle.infoString("cfbundleversion"), std::nullopt);
   EXPECT_EQ(bundle.objectForInfoDictionaryKey("Missing"), nullptr);

@@ -175,6 +175,33 @@ TEST(PropertyListDictionary, IsCopiedDeeply) {
   EXPECT_EQ(original, (Dictionary{{"a", Array{1, 2}}}));
 }
 
+TEST(PropertyListValue, ReadsAsTextWhereItHasOne) {
+  EXPECT_EQ(PropertyList("text").text(), "text");
+  EXPECT_EQ(PropertyList("").text(), "");
+  EXPECT_EQ(PropertyList(1001).text(), "1001");
+  EXPECT_EQ(PropertyList(-7).text(), "-7");
+  PropertyList::Integer largest;
+  largest.magnitude = std::numeric_limits<std::uint64_t>::max();
+  EXPECT_EQ(PropertyList(largest).text(), "18446744073709551615");
+  EXPECT_EQ(PropertyList(3.1).text(), "3.1");
+  EXPECT_EQ(PropertyList(2.0).text(), "2");
+  EXPECT_EQ(PropertyList(1e20).text(), "1e+20");
+  EXPECT_EQ(PropertyList(true).text(), "1");
+  EXPECT_EQ(PropertyList(false).text(), "0");
+  EXPECT_EQ(PropertyList(PropertyList::Date{0}).text(), std::nullopt);
+  EXPECT_EQ(PropertyList(PropertyList::Data{"1"}).text(), std::nullopt);
+  EXPECT_EQ(PropertyList(Array{"1"}).text(), std::nullopt);
+  EXPECT_EQ(PropertyList(Dictionary{{"1", "1"}}).text(), std::nullopt);
+}
+
+TEST(PropertyListDictionary, TellsTheTextUnderAKey) {
+  const Dictionary dictionary{{"text", "t"}, {"number", 7}, {"array", Array{"t"}}};
+  EXPECT_EQ(dictionary.text("text"), "t");
+  EXPECT_EQ(dictionary.text("number"), "7");
+  EXPECT_EQ(dictionary.text("array"), std::nullopt);
+  EXPECT_EQ(dictionary.text("missing"), std::nullopt);
+}
+
 TEST(PropertyListValue, TypesAreDifferent) {
   EXPECT_NE(PropertyList(1), PropertyList(true));
   EXPECT_NE(PropertyList(1), PropertyList(1.0));

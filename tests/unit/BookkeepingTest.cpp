@@ -75,6 +75,40 @@ TEST_F(Bookkeeping, AMissingIdentityRemovesItsKeysAndIsSentEmpty) {
   });
 }
 
+TEST_F(Bookkeeping, AnIdentityOfNumbersIsRecordedAndSentAsTexts) {
+  auto info = hostInformation();
+  info.set("PID", 1001);
+  info.set("CFBundleVersion", 3.1);
+  inHost(info, [this](const Host& host) {
+    communicator().stopHelper();
+    EXPECT_EQ(RecordingTransport::installed().sentRPCEvents().at(0).arguments,
+              (std::vector<std::string>{"1001", "3.1"}));
+    EXPECT_EQ(communicator().firstStartPID(), "1001");
+    EXPECT_EQ(stored(host, "PID"), PropertyList("1001"));
+    EXPECT_EQ(stored(host, "Version"), PropertyList("3.1"));
+    EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("1001"));
+  });
+}
+
+TEST_F(Bookkeeping, RecordsOfNumbersReadAsTexts) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", 1002}});
+    EXPECT_EQ(communicator().firstStartPID(), "1002");
+    EXPECT_EQ(communicator().collectDataPID(), "1002");
+  });
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"DataCollectPID", 1003}});
+    EXPECT_EQ(communicator().collectDataPID(), "1003");
+  });
+}
+
+TEST_F(Bookkeeping, RecordsWithoutATextCountAsUnset) {
+  inHost(hostInformation(), [this](const Host& host) {
+    host.writeDefaults(hostIdentifier, {{"DataCollectPID", PropertyList::Array{"1003"}}});
+    EXPECT_EQ(communicator().collectDataPID(), "4711");
+  });
+}
+
 TEST_F(Bookkeeping, VeryFirstStartRecordsAndReturnsTheProduct) {
   inHost(hostInformation(), [this](const Host& host) {
     EXPECT_EQ(communicator().firstStartPID(), "4711");

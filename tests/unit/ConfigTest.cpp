@@ -6,6 +6,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "ClientComm/Exceptions.h"
@@ -128,6 +129,21 @@ TEST(Config, HelperPIDIsTheProductIdentifierAsItStands) {
     info.set("PID", stored);
     inHost(info, [stored](const Host&) { EXPECT_EQ(QBHPConfig::helperPID(), stored); });
   }
+}
+
+TEST(Config, HelperPIDThatIsANumberIsItsDigits) {
+  for (const auto& [stored, text] : std::vector<std::pair<PropertyList, const char*>>{
+           {1001, "1001"}, {3.5, "3.5"}, {true, "1"}, {false, "0"}}) {
+    auto info = informationWith("com.Acme.PhotoTool");
+    info.set("PID", stored);
+    inHost(info, [text = text](const Host&) { EXPECT_EQ(QBHPConfig::helperPID(), text); });
+  }
+}
+
+TEST(Config, HelperPIDWithoutATextIsAbsent) {
+  auto info = informationWith("com.Acme.PhotoTool");
+  info.set("PID", PropertyList::Array{"4711"});
+  inHost(info, [](const Host&) { EXPECT_EQ(QBHPConfig::helperPID(), std::nullopt); });
 }
 
 TEST(Config, HelperPIDIsAbsentWithoutTheKey) {

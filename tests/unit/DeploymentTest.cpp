@@ -444,6 +444,8 @@ TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
                 {{"CFBundleVersion", "1.2"}, {"CFBundleShortVersionString", "9.9"}});
     writeBundle(host.home / "B.app", {{"CFBundleShortVersionString", "9.9"}});
     EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "A.app").string()), "1.2");
+    writeBundle(host.home / "A.app", {{"CFBundleVersion", 1.3}});
+    EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "A.app").string()), "1.3");
     EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "B.app").string()), std::nullopt);
     EXPECT_EQ(communicator().getVersionByBundlePath((host.home / "C.app").string()), std::nullopt);
     EXPECT_EQ(communicator().getVersionByBundlePath(""), std::nullopt);

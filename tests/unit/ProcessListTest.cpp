@@ -1,8 +1,10 @@
 #include <gtest/gtest.h>
+#include <signal.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
@@ -70,10 +72,50 @@ TEST(ProcessList, ABundleWithoutANameIsListedUnderItsCommandName) {
   });
 }
 
-TEST(ProcessList, ABundleNameThatIsNoTextIsNoName) {
+TEST(ProcessList, ABundleNameThatHasNoTextIsNoName) {
+  auto info = hostInformation();
+  info.set("CFBundleName", PropertyList::Array{"Sample"});
+  inHost(info, [](const Host&) { EXPECT_EQ(entryOf(getpid()).value().at("pname"), "Host"); });
+}
+
+TEST(ProcessList, ABundleNameThatIsANumberIsItsDigits) {
   auto info = hostInformation();
   info.set("CFBundleName", 7);
-  inHost(info, [](const Host&) { EXPECT_EQ(entryOf(getpid()).value().at("pname"), "Host"); });
+  inHost(info, [](const Host&) { EXPECT_EQ(entryOf(getpid()).value().at("pname"), "7"); });
+}
+
+TEST(ProcessList, AnEmptyBundleNameIsAName) {
+  auto info = hostInformation();
+  info.set("CFBundleName", "");
+  inHost(info, [](const Host&) { EXPECT_EQ(entryOf(getpid()).value().at("pname"), ""); });
+}
+
+// Only a process with privileges can have two users, and give them to its child.
+TEST(ProcessList, TheUserIsTheEffectiveOne) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs the privileges of root";
+  constexpr uid_t real = 65533;
+  constexpr uid_t effective = 65534;
+  constexpr uid_t saved = 65532;
+  std::array<int, 2> ready{};
+  ASSERT_EQ(pipe(ready.data()), 0);
+  const pid_t child = fork();
+  ASSERT_GE(child, 0);
+  if (child == 0) {
+    const bool able = setresuid(real, effective, saved) == 0;
+    [[maybe_unused]] const auto written = write(ready[1], able ? "y" : "n", 1);
+    pause();
+    _exit(0);
+  }
+  char able = 0;
+  EXPECT_EQ(read(ready[0], &able, 1), 1);
+  EXPECT_EQ(able, 'y');
+  const auto entry = entryOf(child);
+  kill(child, SIGKILL);
+  waitpid(child, nullptr, 0);
+  close(ready[0]);
+  close(ready[1]);
+  ASSERT_TRUE(entry.has_value());
+  EXPECT_EQ(entry->at("uid"), std::to_string(effective));
 }
 
 TEST(ProcessList, IsInKernelOrderAndHasEveryProcessOnce) {
