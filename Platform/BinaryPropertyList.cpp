@@ -51,12 +51,25 @@ struct Object {
 
 bool isText(Kind kind) { return kind == Kind::asciiText || kind == Kind::utf16Text; }
 
+// A value costs a list one byte at least, its reference, so only containers that are named more
+// than once make a list stand for more values than it has bytes. Writers share texts and numbers,
+// and hardly a container: twice the bytes leave room for those that do.
+constexpr std::size_t mostValuesPerByte = 2;
+
+std::size_t mostValues(std::string_view bytes, const Bounds& bounds) {
+  return std::min(bounds.values, mostValuesPerByte * bytes.size());
+}
+
 // Reads in two passes. The first only walks, within the bounds and without building anything: the
 // objects are shared, so a small list can stand for a huge value. Nothing looks for cycles, as
 // every way into one ends at the bound of levels.
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  BinaryReader(std::string_view bytes, const Bounds& bounds)
+      : bytes_(bytes),
+        maximumLevels_(bounds.levels),
+        values_(mostValues(bytes, bounds)),
+        content_(bounds.content) {}
 
   std::optional<PropertyList> read() {
     if (!readTrailer() || !measure(topObject_, 0)) return std::nullopt;
@@ -176,12 +189,12 @@ class BinaryReader {
       case Kind::utf16Text:
         return takeContent(*object);
       case Kind::identifier:  // becomes a dictionary of one number
-        return level < maximumLevels && values_.take();
+        return level < maximumLevels_ && values_.take();
       case Kind::array:
       case Kind::set:
-        return level < maximumLevels && measureReferences(*object, 0, object->count, level);
+        return level < maximumLevels_ && measureReferences(*object, 0, object->count, level);
       case Kind::dictionary:
-        return level < maximumLevels && measureKeys(*object) &&
+        return level < maximumLevels_ && measureKeys(*object) &&
                measureReferences(*object, object->count, 2 * object->count, level);
       default:
         return true;
@@ -330,19 +343,20 @@ class BinaryReader {
   }
 
   std::string_view bytes_;
+  std::size_t maximumLevels_;
   std::size_t offsetWidth_ = 0;
   std::size_t referenceWidth_ = 0;
   std::uint64_t objectCount_ = 0;
   std::uint64_t topObject_ = 0;
   std::size_t objectsEnd_ = 0;  // where the table of their offsets begins
-  Allowance values_{maximumValues};
-  Allowance content_{maximumContent};
+  Allowance values_;
+  Allowance content_;
 };
 
 }  // namespace
 
-std::optional<PropertyList> readBinary(std::string_view bytes) {
-  return BinaryReader(bytes).read();
+std::optional<PropertyList> readBinary(std::string_view bytes, const Bounds& bounds) {
+  return BinaryReader(bytes, bounds).read();
 }
 
 }  // namespace qbdkr::propertylist

@@ -109,9 +109,9 @@ class QBDKR_EXPORT PropertyList {
 // pairs are a dictionary). Text may be UTF-8 or UTF-16 of either byte order, with or without a
 // byte-order mark; UTF-16 without one begins with an ASCII character, and what begins with "bplist"
 // is binary. Absent when the bytes are none of these, or exceed a bound: 16 MiB of bytes, 256
-// levels, a million values. XML that could mislead a reader counts as none: declarations in the
-// document type, attributes with a ">" in them, tags beyond 4 KiB. Never throws for what the bytes
-// say.
+// levels, a million values; of a binary list, two values for each of its bytes. XML that could
+// mislead a reader counts as none: declarations in the document type, attributes with a ">" in
+// them, tags beyond 4 KiB. Never throws for what the bytes say.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
 
 // Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read.

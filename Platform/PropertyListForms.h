@@ -18,6 +18,19 @@ inline constexpr std::size_t maximumValues = 1'000'000;
 // A binary list may name one text many times over, so the sum of all texts has its own bound.
 inline constexpr std::size_t maximumContent = 4 * maximumBytes;
 
+// What a reader takes. Without other words, what a file of one's own may hold.
+struct Bounds {
+  std::size_t bytes = maximumBytes;
+  std::size_t levels = maximumLevels;
+  std::size_t values = maximumValues;
+  std::size_t content = maximumContent;
+};
+
+// The bounds of a list that any program may have written and every host may have to read. An
+// application says little of itself: ten thousand values would be a thousand types of documents.
+// To read one takes about 3 MB of memory.
+inline constexpr Bounds foreignBounds{std::size_t{1} << 20, 32, 10'000, std::size_t{1} << 20};
+
 // Gives out a limited amount, and nothing more once it was asked for too much.
 class Allowance {
  public:
@@ -37,9 +50,9 @@ class Allowance {
 
 // The readers of one form each. The text forms want valid UTF-8 without a byte-order mark; XML
 // comes bounded (XMLBounds.h) and without its declaration.
-[[nodiscard]] std::optional<PropertyList> readXML(std::string_view utf8);
-[[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes);
-[[nodiscard]] std::optional<PropertyList> readText(std::string_view utf8);
+[[nodiscard]] std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds);
+[[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes, const Bounds& bounds);
+[[nodiscard]] std::optional<PropertyList> readText(std::string_view utf8, const Bounds& bounds);
 
 // The XML form of a value that was found fit for it; absent when it gets longer than it may.
 [[nodiscard]] std::optional<std::string> writeXML(const PropertyList& list);

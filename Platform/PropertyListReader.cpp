@@ -9,9 +9,12 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
+#include <variant>
 
 #include "Platform/Descriptor.h"
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyListFile.h"
 #include "Platform/PropertyListForms.h"
 #include "Platform/Text.h"
 #include "Platform/XMLBounds.h"
@@ -55,26 +58,23 @@ std::optional<std::string> textFromUTF16(std::string_view bytes, ByteOrder order
 
 // One zero among the first two bytes tells UTF-16 without a mark, which is therefore only
 // recognized when the text begins with an ASCII character.
-std::optional<std::string> decodedText(std::string_view bytes) {
-  if (bytes.starts_with("\xFF\xFE"sv)) {
-    return textFromUTF16(bytes.substr(2), ByteOrder::littleEndian);
-  }
-  if (bytes.starts_with("\xFE\xFF"sv)) {
-    return textFromUTF16(bytes.substr(2), ByteOrder::bigEndian);
-  }
-  if (bytes.size() >= 2 && bytes[1] == '\0') return textFromUTF16(bytes, ByteOrder::littleEndian);
-  if (bytes.size() >= 2 && bytes[0] == '\0') return textFromUTF16(bytes, ByteOrder::bigEndian);
-  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
-  if (!isValidUTF8(bytes)) return std::nullopt;
-  return std::string(bytes);
+std::optional<ByteOrder> takeByteOrder(std::string_view& bytes) {
+  constexpr std::size_t markSize = 2;
+  if (bytes.size() < markSize) return std::nullopt;
+  if (bytes[1] == '\0') return ByteOrder::littleEndian;
+  if (bytes[0] == '\0') return ByteOrder::bigEndian;
+  const bool isLittleEndian = bytes.starts_with("\xFF\xFE"sv);
+  if (!isLittleEndian && !bytes.starts_with("\xFE\xFF"sv)) return std::nullopt;
+  bytes.remove_prefix(markSize);
+  return isLittleEndian ? ByteOrder::littleEndian : ByteOrder::bigEndian;
 }
 
 // Besides the containers there are the outermost element and the scalars, and a key for each value
 // of a dictionary.
-std::optional<PropertyList> readBoundedXML(std::string_view text) {
+std::optional<PropertyList> readBoundedXML(std::string_view text, const Bounds& bounds) {
   const auto xml = withoutXMLDeclaration(text);
-  if (!xml || !isBoundedXML(*xml, 2 * maximumValues + 1, maximumLevels + 2)) return std::nullopt;
-  return readXML(*xml);
+  if (!xml || !isBoundedXML(*xml, 2 * bounds.values + 1, bounds.levels + 2)) return std::nullopt;
+  return readXML(*xml, bounds);
 }
 
 Descriptor openForReading(const std::string& path) {
@@ -88,45 +88,66 @@ Descriptor openForReading(const std::string& path) {
 }
 
 // Reads to the end whatever the size was said to be: the file may be growing or shrinking.
-std::optional<std::string> readToEnd(int descriptor) {
+FileContents readToEnd(int descriptor, std::size_t expected, std::size_t maximum) {
   std::string contents;
+  contents.reserve(expected);
   std::array<char, 16384> buffer{};
-  while (contents.size() <= maximumBytes) {
+  while (contents.size() <= maximum) {
     const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
     if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
-    if (count == 0) return contents;
+    if (count < 0) return {std::nullopt, false};
+    if (count == 0) return {std::move(contents), true};
     contents.append(buffer.data(), static_cast<std::size_t>(count));
   }
-  return std::nullopt;
+  return {};
 }
 
-std::optional<std::string> contentsOfFile(const std::string& path) {
-  if (path.find('\0') != std::string::npos) return std::nullopt;
-  const Descriptor file = openForReading(path);
-  if (!file) return std::nullopt;
-  struct stat status = {};
-  if (::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
-  if (status.st_size > static_cast<off_t>(maximumBytes)) return std::nullopt;
-  return readToEnd(file.get());
+std::optional<PropertyList> readXMLOrText(std::string_view utf8, const Bounds& bounds) {
+  return looksLikeXML(utf8) ? readBoundedXML(utf8, bounds) : readText(utf8, bounds);
+}
+
+std::optional<PropertyList> parse(std::string_view bytes, const Bounds& bounds) {
+  if (bytes.size() > bounds.bytes) return std::nullopt;
+  if (bytes.starts_with("bplist")) return readBinary(bytes, bounds);
+  if (const auto order = takeByteOrder(bytes)) {
+    const std::optional<std::string> text = textFromUTF16(bytes, *order);
+    return text ? readXMLOrText(*text, bounds) : std::nullopt;
+  }
+  // UTF-8, which need not be copied.
+  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
+  return isValidUTF8(bytes) ? readXMLOrText(bytes, bounds) : std::nullopt;
 }
 
 }  // namespace
 
+namespace propertylist {
+
+FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
+  if (path.find('\0') != std::string::npos) return {};
+  const Descriptor file = openForReading(path);
+  if (!file) return {std::nullopt, errno == EACCES};
+  struct stat status = {};
+  if (::fstat(file.get(), &status) != 0) return {std::nullopt, false};
+  if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(maximum)) return {};
+  return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), maximum);
+}
+
+std::optional<PropertyList::Dictionary> parseDictionary(std::string_view bytes,
+                                                        const Bounds& bounds) {
+  std::optional<PropertyList> list = parse(bytes, bounds);
+  if (!list || !list->dictionary()) return std::nullopt;
+  return std::get<PropertyList::Dictionary>(std::move(*list).value());
+}
+
+}  // namespace propertylist
+
 std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
-  if (bytes.size() > maximumBytes) return std::nullopt;
-  if (bytes.starts_with("bplist")) return readBinary(bytes);
-  const std::optional<std::string> text = decodedText(bytes);
-  if (!text) return std::nullopt;
-  return looksLikeXML(*text) ? readBoundedXML(*text) : readText(*text);
+  return parse(bytes, Bounds());
 }
 
 std::optional<PropertyList::Dictionary> readDictionaryFile(const std::string& path) {
-  const std::optional<std::string> contents = contentsOfFile(path);
-  if (!contents) return std::nullopt;
-  const std::optional<PropertyList> list = parsePropertyList(*contents);
-  if (!list || !list->dictionary()) return std::nullopt;
-  return *list->dictionary();
+  const FileContents contents = contentsOfFile(path, maximumBytes);
+  return contents.bytes ? parseDictionary(*contents.bytes, Bounds()) : std::nullopt;
 }
 
 }  // namespace qbdkr

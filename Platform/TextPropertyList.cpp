@@ -54,7 +54,8 @@ bool isOctalDigit(char c) { return c >= '0' && c <= '7'; }
 
 class TextReader {
  public:
-  explicit TextReader(std::string_view text) : rest_(text) {}
+  TextReader(std::string_view text, const Bounds& bounds)
+      : rest_(text), maximumLevels_(bounds.levels), values_(bounds.values) {}
 
   std::optional<PropertyList> read() {
     if (!skipSpace()) return std::nullopt;
@@ -104,7 +105,7 @@ class TextReader {
   }
 
   std::optional<PropertyList> braced(std::size_t level) {
-    if (level == maximumLevels) return std::nullopt;
+    if (level == maximumLevels_) return std::nullopt;
     rest_.remove_prefix(1);
     std::optional<PropertyList> dictionary = pairs(level, Closing::brace);
     if (!dictionary || !take('}')) return std::nullopt;
@@ -146,7 +147,7 @@ class TextReader {
   }
 
   std::optional<PropertyList> array(std::size_t level) {
-    if (level == maximumLevels) return std::nullopt;
+    if (level == maximumLevels_) return std::nullopt;
     rest_.remove_prefix(1);
     PropertyList::Array values;
     while (true) {
@@ -319,7 +320,8 @@ class TextReader {
   }
 
   std::string_view rest_;
-  Allowance values_{maximumValues};
+  std::size_t maximumLevels_;
+  Allowance values_;
 };
 
 // The caller may store the text as UTF-16, which takes up to twice the bytes and a mark.
@@ -455,7 +457,9 @@ class TextWriter {
 
 }  // namespace
 
-std::optional<PropertyList> readText(std::string_view utf8) { return TextReader(utf8).read(); }
+std::optional<PropertyList> readText(std::string_view utf8, const Bounds& bounds) {
+  return TextReader(utf8, bounds).read();
+}
 
 }  // namespace propertylist
 

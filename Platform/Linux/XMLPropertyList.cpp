@@ -154,7 +154,8 @@ using ParserHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDe
 // Keeps its own stack of open containers, so that no input decides how deep the calls go.
 class XMLReader {
  public:
-  XMLReader() : parser_(XML_ParserCreate("UTF-8")) {}
+  explicit XMLReader(const Bounds& bounds)
+      : parser_(XML_ParserCreate("UTF-8")), maximumLevels_(bounds.levels), values_(bounds.values) {}
 
   std::optional<PropertyList> read(std::string_view utf8) {
     if (!parser_ || utf8.size() > std::size_t{INT32_MAX}) return std::nullopt;
@@ -232,7 +233,7 @@ class XMLReader {
   }
 
   void open(Element element) {
-    if (containers_.size() == maximumLevels) return fail();
+    if (containers_.size() == maximumLevels_) return fail();
     containers_.emplace_back().element = element;
   }
 
@@ -289,12 +290,13 @@ class XMLReader {
   }
 
   ParserHandle parser_;
+  std::size_t maximumLevels_;
   bool failed_ = false;
   bool insideRoot_ = false;
   std::vector<Container> containers_;
   std::optional<Element> scalar_;
   std::string text_;
-  Allowance values_{maximumValues};
+  Allowance values_;
   std::optional<PropertyList> result_;
 };
 
@@ -419,7 +421,9 @@ class XMLWriter {
 
 }  // namespace
 
-std::optional<PropertyList> readXML(std::string_view utf8) { return XMLReader().read(utf8); }
+std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds) {
+  return XMLReader(bounds).read(utf8);
+}
 
 std::optional<std::string> writeXML(const PropertyList& list) { return XMLWriter().write(list); }
 

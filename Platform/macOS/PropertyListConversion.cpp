@@ -70,6 +70,8 @@ std::optional<PropertyList> numberFrom(CFNumberRef number) {
 
 class Reader {
  public:
+  explicit Reader(const Bounds& bounds) : maximumLevels_(bounds.levels), values_(bounds.values) {}
+
   // The level is the number of containers around the value.
   std::optional<PropertyList> read(CFPropertyListRef value, std::size_t level) {
     if (value == nullptr || beyondBounds_) return std::nullopt;
@@ -100,7 +102,7 @@ class Reader {
   }
 
   std::optional<PropertyList::Dictionary> dictionary(CFDictionaryRef from, std::size_t level) {
-    if (level == maximumLevels) {
+    if (level == maximumLevels_) {
       beyondBounds_ = true;
       return std::nullopt;
     }
@@ -122,7 +124,7 @@ class Reader {
 
  private:
   std::optional<PropertyList> array(CFArrayRef from, std::size_t level) {
-    if (level == maximumLevels) {
+    if (level == maximumLevels_) {
       beyondBounds_ = true;
       return std::nullopt;
     }
@@ -135,7 +137,8 @@ class Reader {
     return PropertyList(std::move(array));
   }
 
-  Allowance values_{maximumValues};
+  std::size_t maximumLevels_;
+  Allowance values_;
   bool beyondBounds_ = false;
 };
 
@@ -204,13 +207,13 @@ class Writer {
 
 }  // namespace
 
-std::optional<PropertyList> propertyListFrom(CFPropertyListRef list) {
-  return Reader().read(list, 0);
+std::optional<PropertyList> propertyListFrom(CFPropertyListRef list, const Bounds& bounds) {
+  return Reader(bounds).read(list, 0);
 }
 
 std::optional<PropertyList::Dictionary> dictionaryFrom(CFDictionaryRef dictionary) {
   if (dictionary == nullptr) return std::nullopt;
-  return Reader().dictionary(dictionary, 0);
+  return Reader(Bounds()).dictionary(dictionary, 0);
 }
 
 CFRef<CFPropertyListRef> propertyListFor(const PropertyList& list) {

@@ -27,7 +27,7 @@ std::string withEscapedReturns(std::string_view xml) {
 
 }  // namespace
 
-std::optional<PropertyList> readXML(std::string_view utf8) {
+std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds) {
   const CFRef<CFDataRef> data(CFDataCreate(kCFAllocatorDefault,
                                            reinterpret_cast<const UInt8*>(utf8.data()),
                                            static_cast<CFIndex>(utf8.size())));
@@ -36,7 +36,7 @@ std::optional<PropertyList> readXML(std::string_view utf8) {
   const CFRef<CFPropertyListRef> list(CFPropertyListCreateWithData(
       kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, &form, nullptr));
   if (!list || form != kCFPropertyListXMLFormat_v1_0) return std::nullopt;
-  return propertyListFrom(list.get());
+  return propertyListFrom(list.get(), bounds);
 }
 
 std::optional<std::string> writeXML(const PropertyList& list) {

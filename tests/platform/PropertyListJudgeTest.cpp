@@ -200,6 +200,23 @@ TEST_F(PropertyListJudge, ItsListsOfManyObjectsAreRead) {
   EXPECT_EQ(*many->find("k29999"), PropertyList(Array{29999, "29999", 14999.5}));
 }
 
+// Equal texts and numbers stand in such a list once, and a container only if it is the same object.
+TEST_F(PropertyListJudge, ItsListsOfEqualDictionariesAreRead) {
+  const std::optional<Dictionary> many =
+      written("{'all': [{'k%d' % j: j for j in range(10)} for i in range(1000)]}", "FMT_BINARY");
+  ASSERT_TRUE(many);
+  EXPECT_EQ(many->find("all")->array()->size(), 1000U);
+  EXPECT_EQ(many->find("all")->array()->back().dictionary()->size(), 10U);
+}
+
+TEST_F(PropertyListJudge, ItsListsOfOneSharedDictionaryAreRead) {
+  const std::optional<Dictionary> shared =
+      written("shared = {'key %d' % i: i for i in range(20)}\n",
+              "{'a': shared, 'b': shared, 'c': [shared, shared]}", "FMT_BINARY");
+  ASSERT_TRUE(shared);
+  EXPECT_EQ(*shared->find("a"), *shared->find("b"));
+}
+
 // A reader of strings files, in ten lines of another language: pairs of quoted texts and nothing
 // else.
 constexpr std::string_view pythonStrings = R"py(
