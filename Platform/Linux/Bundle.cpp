@@ -3,6 +3,9 @@
 
 #include <array>
 #include <climits>
+#include <memory>
+#include <mutex>
+#include <optional>
 #include <utility>
 
 #include "Platform/FileTree.h"
@@ -11,6 +14,7 @@
 #include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/Localization.h"
 #include "Platform/NativeBundle.h"
+#include "Platform/PropertyListFile.h"
 
 namespace qbdkr {
 namespace {
@@ -39,6 +43,46 @@ std::string directoryOf(const std::string& file) {
 std::string_view withoutDeletedMark(std::string_view executable) {
   if (executable.ends_with(deletedMark)) executable.remove_suffix(deletedMark.size());
   return executable;
+}
+
+// Reads the information of any program's bundle. What such a file can cost is bounded, and paid
+// once at a time: several threads may walk the table of processes, and meet different files.
+DictionaryReading readForeignInformation(const std::string& path) {
+  auto contents = propertylist::contentsOfFile(path, propertylist::foreignBounds.bytes);
+  if (!contents.bytes) return {std::nullopt, contents.isConclusive};
+  static auto& parsing = *new std::mutex;
+  const std::lock_guard lock(parsing);
+  return {propertylist::parseDictionary(*contents.bytes, propertylist::foreignBounds), true};
+}
+
+std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {
+  constexpr DictionaryCache::Capacity capacity{256, std::size_t{2} << 20};
+  static auto& cache = *new DictionaryCache(readForeignInformation, capacity);
+  return cache.at(path);
+}
+
+// Within the bounds of one's own files.
+std::shared_ptr<const Dictionary> ownInformation(const std::string& path) {
+  if (!isRegularFile(path)) return nullptr;
+  return std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
+}
+
+// The bundle of the nearest directory above an executable that has an information file.
+template <class Information>
+std::optional<EnclosingBundle> enclosingBundle(std::string_view executable,
+                                               Information information) {
+  // A path may have two thousand directories, and is followed anew for each.
+  constexpr int furthest = 64;
+  const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
+  if (!place.starts_with('/')) return std::nullopt;
+  std::string directory = directoryOf(place);
+  for (int distance = 1; !directory.empty() && distance <= furthest; ++distance) {
+    if (auto info = information(appendPathComponent(directory, informationFile))) {
+      return EnclosingBundle{std::move(directory), std::move(info)};
+    }
+    directory = directoryOf(directory);
+  }
+  return std::nullopt;
 }
 
 // A directory with its information in "Contents/Info.plist" and its resources in
@@ -103,7 +147,7 @@ class DirectoryBundle final : public NativeBundle {
 
 std::unique_ptr<const NativeBundle> openMainBundle() {
   const std::string executable = runningExecutable();
-  if (const auto enclosing = bundleOfExecutable(executable)) {
+  if (const auto enclosing = enclosingBundle(executable, ownInformation)) {
     return std::make_unique<DirectoryBundle>(enclosing->path, *enclosing->info);
   }
   return std::make_unique<DirectoryBundle>(directoryOf(executable), Dictionary());
@@ -115,17 +159,7 @@ std::unique_ptr<const NativeBundle> openBundle(const std::string& path) {
 }
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
-  const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
-  executable = place;
-  if (!executable.starts_with('/')) return std::nullopt;
-  for (auto slash = executable.rfind('/'); slash != std::string_view::npos && slash > 0;
-       slash = executable.rfind('/', slash - 1)) {
-    std::string directory(executable.substr(0, slash));
-    const std::string path = appendPathComponent(directory, informationFile);
-    if (auto info = cachedDictionary(path))
-      return EnclosingBundle{std::move(directory), std::move(info)};
-  }
-  return std::nullopt;
+  return enclosingBundle(executable, foreignInformation);
 }
 
 }  // namespace qbdkr

@@ -3,16 +3,21 @@
 #include <sys/stat.h>
 #include <time.h>
 
+#include <algorithm>
+#include <condition_variable>
+#include <cstdint>
 #include <map>
 #include <mutex>
 #include <utility>
+#include <variant>
+
+#include "Platform/PropertyListFile.h"
 
 namespace qbdkr {
 namespace {
 
 using Dictionary = PropertyList::Dictionary;
-
-constexpr std::size_t capacity = 64;
+using Result = std::shared_ptr<const Dictionary>;
 
 // What tells that a file is still the one that was read.
 class Signature {
@@ -50,49 +55,203 @@ class Signature {
   timespec changed_;
 };
 
-struct Entry {
+// A file as it was before it was read.
+struct Look {
   Signature signature;
-  std::shared_ptr<const Dictionary> dictionary;
+  bool isSettled;
 };
 
-struct Cache {
-  std::mutex mutex;
-  std::map<std::string, Entry, std::less<>> entries;
+// Absent when there is no regular file.
+std::optional<Look> lookAt(const std::string& path) {
+  struct stat status {};
+  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
+  const Signature signature(status);
+  return Look{signature, signature.isSettled()};
+}
+
+// What a value takes in memory, roughly: its own size and what it has allocated.
+std::size_t sizeInMemory(const Dictionary& dictionary);
+
+struct AllocatedSize {
+  std::size_t operator()(const std::string& text) const {
+    return text.capacity() > std::string().capacity() ? text.capacity() : 0;
+  }
+  std::size_t operator()(const PropertyList::Data& data) const { return (*this)(data.bytes); }
+  std::size_t operator()(const PropertyList::Array& array) const {
+    std::size_t size = 0;
+    for (const PropertyList& value : array) {
+      size += sizeof value + std::visit(*this, value.value());
+    }
+    return size;
+  }
+  std::size_t operator()(const Dictionary& dictionary) const { return sizeInMemory(dictionary); }
+  template <class Scalar>
+  std::size_t operator()(const Scalar&) const {
+    return 0;
+  }
 };
 
-Cache& cache() {
-  static auto& instance = *new Cache;
-  return instance;
+std::size_t sizeInMemory(const Dictionary& dictionary) {
+  constexpr AllocatedSize allocated;
+  std::size_t size = 0;
+  for (const Dictionary::Entry& entry : dictionary) {
+    size += sizeof entry + allocated(entry.first) + std::visit(allocated, entry.second.value());
+  }
+  return size;
 }
 
 }  // namespace
 
-std::shared_ptr<const Dictionary> cachedDictionary(const std::string& path) {
-  struct stat status {};
-  if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return nullptr;
-  const Signature signature(status);
-  {
-    const std::lock_guard lock(cache().mutex);
-    const auto known = cache().entries.find(path);
-    if (known != cache().entries.end() && known->second.signature == signature) {
-      return known->second.dictionary;
+class DictionaryCache::State {
+ public:
+  State(Read read, Capacity capacity) : read_(std::move(read)), capacity_(capacity) {}
+
+  Result at(const std::string& path) {
+    const auto look = lookAt(path);
+    if (!look) return nullptr;
+    std::unique_lock lock(mutex_);
+    if (auto known = remembered(path, *look)) return known;
+    const Use use(*this, path);
+    Readings& readings = use.readings();
+    // Only one that begins from now on shows the file as it is now.
+    const auto wanted = readings.begun + 1;
+    while (readings.ended < wanted || !readings.last) {
+      if (readings.ended == readings.begun) {
+        read(path, *look, readings, lock);
+        continue;
+      }
+      readingEnded_.wait(
+          lock, [&] { return readings.ended >= wanted || readings.ended == readings.begun; });
+      if (auto known = remembered(path, *look)) return known;
     }
+    return readings.last;
   }
-  // A file that is replaced between the look and the read is only remembered under the old look,
-  // and read again the next time.
-  auto read = readDictionaryFile(path);
-  const bool whole = read.has_value();  // or it may have failed for want of a descriptor
-  auto dictionary = std::make_shared<const Dictionary>(std::move(read).value_or(Dictionary()));
-  const std::lock_guard lock(cache().mutex);
-  if (!signature.isSettled()) {
-    // What cannot be read may be half written right now; what it was before still holds then.
-    const auto known = cache().entries.find(path);
-    return !whole && known != cache().entries.end() ? known->second.dictionary : dictionary;
+
+ private:
+  struct Entry {
+    Signature signature;
+    Result dictionary;
+    std::size_t bytes;
+    std::uint64_t lastUse;
+  };
+
+  // The readings of one file, numbered; only one goes on at a time.
+  struct Readings {
+    std::uint64_t begun = 0;
+    std::uint64_t ended = 0;
+    Result last;  // of the last that ended; null if that failed
+    std::size_t users = 0;
+  };
+
+  // Keeps the readings of a file while a thread needs them. Lives under the lock.
+  class Use {
+   public:
+    Use(State& state, const std::string& path)
+        : state_(state), place_(state.readings_.try_emplace(path).first) {
+      ++place_->second.users;
+    }
+    Use(const Use&) = delete;
+    Use& operator=(const Use&) = delete;
+    ~Use() {
+      if (--place_->second.users == 0) state_.readings_.erase(place_);
+    }
+    [[nodiscard]] Readings& readings() const { return place_->second; }
+
+   private:
+    State& state_;
+    std::map<std::string, Readings>::iterator place_;
+  };
+
+  // Gives up the lock while it reads.
+  void read(const std::string& path, const Look& look, Readings& readings,
+            std::unique_lock<std::mutex>& lock) {
+    ++readings.begun;
+    try {
+      lock.unlock();
+      DictionaryReading reading = read_(path);
+      const bool isWhole = reading.dictionary.has_value();
+      auto dictionary =
+          std::make_shared<const Dictionary>(std::move(reading.dictionary).value_or(Dictionary()));
+      const std::size_t bytes = sizeInMemory(*dictionary);
+      lock.lock();
+      readings.last = dictionary;
+      if (!look.isSettled && !isWhole) {
+        // What cannot be read may be half written right now; what it was before still holds then.
+        if (auto before = lastRemembered(path)) readings.last = std::move(before);
+      } else if (look.isSettled && (isWhole || reading.isConclusive)) {
+        remember(path, Entry{look.signature, std::move(dictionary), bytes, ++uses_});
+      }
+      readings.ended = readings.begun;
+    } catch (...) {
+      if (!lock.owns_lock()) lock.lock();
+      readings.last = nullptr;
+      readings.ended = readings.begun;
+      readingEnded_.notify_all();
+      throw;
+    }
+    readingEnded_.notify_all();
   }
-  if (!whole) return dictionary;
-  if (cache().entries.size() >= capacity) cache().entries.clear();
-  cache().entries.insert_or_assign(path, Entry{signature, dictionary});
-  return dictionary;
+
+  Result remembered(const std::string& path, const Look& look) {
+    const auto known = entries_.find(path);
+    if (known == entries_.end() || !(known->second.signature == look.signature)) return nullptr;
+    known->second.lastUse = ++uses_;
+    return known->second.dictionary;
+  }
+
+  // Whatever the file looks like now.
+  [[nodiscard]] Result lastRemembered(const std::string& path) const {
+    const auto known = entries_.find(path);
+    return known == entries_.end() ? nullptr : known->second.dictionary;
+  }
+
+  // A file that is replaced between the look and the reading is remembered under the old look, and
+  // read again the next time.
+  void remember(const std::string& path, Entry entry) {
+    forget(entries_.find(path));
+    while (!entries_.empty() &&
+           (entries_.size() >= capacity_.files || bytes_ + entry.bytes > capacity_.bytes)) {
+      forget(std::ranges::min_element(entries_, {},
+                                      [](const auto& known) { return known.second.lastUse; }));
+    }
+    const std::size_t bytes = entry.bytes;
+    entries_.emplace(path, std::move(entry));
+    bytes_ += bytes;
+  }
+
+  void forget(std::map<std::string, Entry>::iterator entry) {
+    if (entry == entries_.end()) return;
+    bytes_ -= entry->second.bytes;
+    entries_.erase(entry);
+  }
+
+  const Read read_;
+  const Capacity capacity_;
+  std::mutex mutex_;
+  std::condition_variable readingEnded_;
+  std::map<std::string, Readings> readings_;
+  std::map<std::string, Entry> entries_;
+  std::uint64_t uses_ = 0;
+  std::size_t bytes_ = 0;  // of the entries
+};
+
+DictionaryCache::DictionaryCache(Read read, Capacity capacity)
+    : state_(std::make_unique<State>(std::move(read), capacity)) {}
+
+DictionaryCache::~DictionaryCache() = default;
+
+Result DictionaryCache::at(const std::string& path) { return state_->at(path); }
+
+Result cachedDictionary(const std::string& path) {
+  constexpr DictionaryCache::Capacity capacity{64, std::size_t{64} << 20};
+  static auto& cache = *new DictionaryCache(
+      [](const std::string& file) {
+        const auto contents = propertylist::contentsOfFile(file, propertylist::maximumBytes);
+        if (!contents.bytes) return DictionaryReading{std::nullopt, contents.isConclusive};
+        return DictionaryReading{propertylist::parseDictionary(*contents.bytes, {}), true};
+      },
+      capacity);
+  return cache.at(path);
 }
 
 }  // namespace qbdkr

@@ -1,4 +1,5 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -314,6 +315,135 @@ TEST_F(Bundles, MainBundleIsTheOneAroundTheRunningExecutable) {
   putOwnExecutable(path / "Contents/Linux/Sample");
   EXPECT_EQ(mainBundleOf(path / "Contents/Linux/Sample"),
             (Names{path, "com.Acme.Sample", "Sample", path / "Contents/Linux/Sample"}));
+}
+
+// The bundle of any program's executable: its information is read within narrow bounds, and that of
+// one's own bundles within wide ones.
+class ForeignBundles : public Bundles {
+ protected:
+  static constexpr std::size_t mebibyte = std::size_t{1} << 20;
+
+  void write(const std::string& information) const {
+    writeFile(path / "Contents/Info.plist", information);
+  }
+  void writePadded(std::size_t size) const {
+    std::string text = xmlPropertyList(PropertyList::Dictionary{{"Key", "Value"}}).value();
+    text.resize(size, '\n');
+    write(text);
+  }
+  // What is known of the bundle to another process; its path is found in any case.
+  [[nodiscard]] PropertyList::Dictionary information() const {
+    const auto found = bundleOfExecutable((path / "Contents/Linux/Sample").string());
+    EXPECT_TRUE(found.has_value());
+    if (!found) return {};
+    EXPECT_EQ(found->path, path);
+    return *found->info;
+  }
+  [[nodiscard]] bool isReadAsOwn() const {
+    return Bundle::withPath(path)->objectForInfoDictionaryKey("Key") != nullptr;
+  }
+};
+
+TEST_F(ForeignBundles, InformationHasOneMebibyteAtMost) {
+  writePadded(mebibyte);
+  EXPECT_EQ(information(), (PropertyList::Dictionary{{"Key", "Value"}}));
+  writePadded(mebibyte + 1);
+  EXPECT_EQ(information(), PropertyList::Dictionary());
+  EXPECT_TRUE(isReadAsOwn());
+}
+
+TEST_F(ForeignBundles, InformationHasTenThousandValuesAtMost) {
+  const auto writeArray = [this](std::size_t count) {
+    write(xmlPropertyList(PropertyList::Dictionary{{"Key", PropertyList::Array(count, true)}})
+              .value());
+  };
+  writeArray(9'998);  // and the array, and the dictionary
+  EXPECT_FALSE(information().empty());
+  writeArray(9'999);
+  EXPECT_TRUE(information().empty());
+  EXPECT_TRUE(isReadAsOwn());
+}
+
+TEST_F(ForeignBundles, OldStyleInformationHasTheSameBounds) {
+  const auto writeArray = [this](std::size_t count) {
+    std::string values;
+    for (std::size_t i = 0; i < count; ++i) values += "a,";
+    write("{Key = (" + values + ");}");
+  };
+  writeArray(9'998);
+  EXPECT_FALSE(information().empty());
+  writeArray(9'999);
+  EXPECT_TRUE(information().empty());
+  EXPECT_TRUE(isReadAsOwn());
+  write("{Key = " + std::string(31, '(') + std::string(31, ')') + ";}");
+  EXPECT_FALSE(information().empty());
+  write("{Key = " + std::string(32, '(') + std::string(32, ')') + ";}");
+  EXPECT_TRUE(information().empty());
+  EXPECT_TRUE(isReadAsOwn());
+}
+
+TEST_F(ForeignBundles, InformationHasThirtyTwoLevelsAtMost) {
+  const auto writeNested = [this](int levels) {
+    PropertyList list = PropertyList::Array();
+    for (int level = 1; level < levels; ++level) list = PropertyList::Array{list};
+    write(xmlPropertyList(PropertyList::Dictionary{{"Key", list}}).value());
+  };
+  writeNested(31);  // within the dictionary
+  EXPECT_FALSE(information().empty());
+  writeNested(32);
+  EXPECT_TRUE(information().empty());
+  EXPECT_TRUE(isReadAsOwn());
+}
+
+TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
+  // A source of the tests: it has rested, and is no property list.
+  const fs::path source = fs::path(QBDKR_STRINGS_CORPUS).parent_path() / "PropertyListTest.cpp";
+  fs::create_directories(path / "Contents");
+  fs::create_symlink(source, path / "Contents/Info.plist");
+  const auto bytesRead = [] {
+    const std::string statistics = test::readFile("/proc/self/io");
+    return std::stoul(statistics.substr(statistics.find("rchar: ") + 7));
+  };
+  const auto size = fs::file_size(source);
+  const auto before = bytesRead();
+  EXPECT_EQ(information(), PropertyList::Dictionary());
+  const auto once = bytesRead();
+  EXPECT_GE(once - before, size);
+  for (int call = 0; call < 10; ++call) EXPECT_EQ(information(), PropertyList::Dictionary());
+  EXPECT_LT(bytesRead() - once, size);
+}
+
+TEST_F(ForeignBundles, AReadThatFailsForWantOfADescriptorIsNotRemembered) {
+  fs::create_directories(path / "Contents");
+  fs::create_symlink(QBDKR_RESTED_PROPERTY_LIST, path / "Contents/Info.plist");
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+  const PropertyList::Dictionary without = information();
+  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_TRUE(without.empty());
+  EXPECT_FALSE(information().empty());
+}
+
+TEST_F(ForeignBundles, AnExecutableIsSixtyFourDirectoriesBelowAtMost) {
+  writeInfo(path, {{"Key", "Value"}});
+  std::string directories;
+  for (int level = 1; level < 64; ++level) directories += "/d";
+  const std::string at64 = path.string() + directories + "/Sample";
+  const std::string at65 = path.string() + directories + "/d/Sample";
+  ASSERT_TRUE(bundleOfExecutable(at64).has_value());
+  EXPECT_EQ(bundleOfExecutable(at64)->path, path);
+  EXPECT_FALSE(bundleOfExecutable(at65).has_value());
+}
+
+TEST_F(ForeignBundles, TheMainBundleIsReadWithinTheWideBounds) {
+  std::string text =
+      xmlPropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.Acme.Sample"}}).value();
+  text.resize(2 * mebibyte, '\n');
+  write(text);
+  putOwnExecutable(path / "Contents/Linux/Sample");
+  EXPECT_EQ(mainBundleOf(path / "Contents/Linux/Sample").at(1), "com.Acme.Sample");
 }
 
 TEST_F(Bundles, MainBundleIsLocalized) {

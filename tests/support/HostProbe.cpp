@@ -154,10 +154,11 @@ std::string askedForSummary(const Words& words) {
   return std::to_string(status) + ' ' + qbdkr::test::summary(answer);
 }
 
-// COUNT: makes that many guarded requests, one after the other.
+// COUNT: makes that many guarded requests, one after the other; the status of the last.
 std::string guarded(const Words& words) {
-  for (auto left = std::stoul(words.at(0)); left > 0; --left) communicator().showHelper();
-  return "done";
+  qbdkr::OSErr status = 0;
+  for (auto left = std::stoul(words.at(0)); left > 0; --left) status = communicator().showHelper();
+  return std::to_string(status);
 }
 
 // TARGET CLASS METHOD THREADS COUNT: each thread posts that many events, with the thread's number

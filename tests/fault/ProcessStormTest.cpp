@@ -1,0 +1,125 @@
+// What runs on the machine besides the host, and must not cost it anything.
+
+#include <gtest/gtest.h>
+#include <poll.h>
+
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/Environment.h"
+#include "support/ResourceUse.h"
+#include "support/Scene.h"
+#include "support/TestBundle.h"
+
+namespace qbdkr::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::size_t sevenMegabytes = 7'000'000;
+constexpr std::string_view head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist><dict>\n";
+constexpr std::string_view tail = "</dict></plist>\n";
+
+// Pairs of a key and a text, of about that many bytes.
+std::string pairs(std::size_t size) {
+  std::string text;
+  for (std::size_t i = 0; text.size() < size; ++i) {
+    text += "<key>Key" + std::to_string(i) + "</key><string>Value</string>\n";
+  }
+  return text;
+}
+
+std::string valid(const std::string& contents) {
+  return std::string(head) + contents + std::string(tail);
+}
+
+std::string manyValues() {
+  std::string flags;
+  while (flags.size() < 900'000) flags += "<true/>";
+  return valid("<key>Flags</key><array>" + flags + "</array>");
+}
+
+// Every container holds the one before it ten times.
+std::string sharedReferences() {
+  return readFile(fs::path(QBDKR_FUZZ_CORPUS) /
+                  "PropertyList/shared-references-expand-to-gigabytes.bplist");
+}
+
+// A process from a bundle whose information is none that any application has.
+class ForeignProcess {
+ public:
+  ForeignProcess(const fs::path& directory, const std::string& name, const std::string& information)
+      : bundle_(directory, name, {}, "/bin/sleep") {
+    fs::remove(bundle_.infoFile());
+    writeFile(bundle_.infoFile(), information);
+    process_ = std::make_unique<ChildProcess>(
+        std::vector<std::string>{bundle_.executable(), "1000"}, SpawnOptions());
+  }
+
+ private:
+  TestBundle bundle_;
+  std::unique_ptr<ChildProcess> process_;
+};
+
+std::size_t threadsOf(pid_t process) {
+  std::size_t count = 0;
+  for ([[maybe_unused]] const auto& task :
+       fs::directory_iterator("/proc/" + std::to_string(process) + "/task")) {
+    ++count;
+  }
+  return count;
+}
+
+// No event tells that a thread of another process ended.
+void waitForThreads(pid_t process, std::size_t wanted) {
+  constexpr int interval = 20;  // milliseconds
+  const auto deadline = std::chrono::steady_clock::now() + 4 * patience;
+  while (threadsOf(process) > wanted) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline);
+    ::poll(nullptr, 0, interval);
+  }
+}
+
+// Forty guarded requests with a helper agent that cannot start: each checks on its own, and each
+// check walks the table of processes.
+void expectModestHostBeside(const std::string& information) {
+  Scene scene;
+  const ForeignProcess foreign(scene.directory() / "Foreign", "Foreign", information);
+  scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  host->call("bundle");
+  const std::size_t threads = threadsOf(host->processID());
+  const ResourceUse use(host->processID());
+  host->call("share");
+  EXPECT_EQ(host->call("guarded 40"), "-600");
+  waitForThreads(host->processID(), threads);
+  EXPECT_EQ(host->call("running " + scene.hostID()), "yes");
+  std::cerr << "PEAK " << use.peakMegabytes() << " NOW " << use.megabytes() << " FDS "
+            << use.mostDescriptors() << "\n";
+  use.expectModest();
+}
+
+TEST(ProcessStorm, BesideACutListOf7MBAHostStaysModest) {
+  expectModestHostBeside(std::string(head) + pairs(sevenMegabytes));
+}
+
+TEST(ProcessStorm, BesideAValidListOf7MBAHostStaysModest) {
+  expectModestHostBeside(valid(pairs(sevenMegabytes)));
+}
+
+TEST(ProcessStorm, BesideAListOfManyValuesAHostStaysModest) {
+  expectModestHostBeside(manyValues());
+}
+
+TEST(ProcessStorm, BesideAListOfSharedReferencesAHostStaysModest) {
+  expectModestHostBeside(sharedReferences());
+}
+
+}  // namespace
+}  // namespace qbdkr::test
