@@ -12,8 +12,8 @@ namespace qbdkr {
 using ClassMaker = std::unique_ptr<QBHPAppEventBase> (*)();
 
 // Makes a class known by its name, so that an RPC event that names it gets an object although none
-// is registered. The service classes of this library are known from the start; a helper agent adds
-// its own, or replaces one of the same name. Any thread.
+// is registered. The service classes of this library are known from the start, and in a host the
+// communicator; a helper agent adds its own, or replaces one of the same name. Any thread.
 QBDKR_EXPORT void registerClass(std::string_view className, ClassMaker maker);
 
 template <class Service>

@@ -1,5 +1,7 @@
 #include "ClientComm/QBHPAppleEventProcesser.h"
 
+#include <optional>
+
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
 #include "Platform/Bundle.h"
@@ -10,18 +12,40 @@
 namespace qbdkr {
 namespace {
 
-// Whether this thread makes an object for an event right now.
-thread_local bool makingObject = false;
+// The class of which this thread makes an object for an event; absent while it makes none.
+thread_local std::optional<std::string_view> classBeingMade;
 
-String textOfItem(const AppleEventDescriptor& list, std::size_t index) {
-  const AppleEventDescriptor* item = list.descriptorAtIndex(index);
+// Names the class for as long as it lives. What is made may dispatch events itself, and so make
+// objects of other classes meanwhile.
+class MakingOf {
+ public:
+  explicit MakingOf(std::string_view className) : before_(classBeingMade) {
+    classBeingMade = className;
+  }
+  MakingOf(const MakingOf&) = delete;
+  MakingOf& operator=(const MakingOf&) = delete;
+  ~MakingOf() { classBeingMade = before_; }
+
+ private:
+  std::optional<std::string_view> before_;
+};
+
+String textOfItem(const AppleEventDescriptor* list, std::size_t index) {
+  const AppleEventDescriptor* item = list == nullptr ? nullptr : list->descriptorAtIndex(index);
   return item == nullptr ? std::nullopt : item->stringValue();
 }
 
-std::string requiredText(const AppleEventDescriptor& list, std::size_t index) {
-  auto text = textOfItem(list, index);
-  if (!text) throw InvalidArgumentException("an item of an RPC event is not text");
-  return *std::move(text);
+// No list has no texts.
+std::vector<std::string> textsOf(const AppleEventDescriptor* list) {
+  const std::size_t count = list == nullptr ? 0 : list->numberOfItems();
+  std::vector<std::string> texts;
+  texts.reserve(count);
+  for (std::size_t i = 1; i <= count; ++i) {
+    auto text = textOfItem(list, i);
+    if (!text) throw InvalidArgumentException("an argument of an RPC event is not text");
+    texts.push_back(*std::move(text));
+  }
+  return texts;
 }
 
 // The bundle identifier of the application that sent an event; absent when its process is not known
@@ -60,9 +84,9 @@ void QBHPAppleEventProcesser::unRegist() {
 void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object,
                                                         std::string_view forKey) {
   const std::lock_guard lock(mapMutex_);
-  // An object that is made for an event must not push aside the singleton that another thread has
-  // just registered.
-  if (makingObject) {
+  // An object that is made for an event must not push aside the singleton of its class that another
+  // thread has just registered. An object of any other class replaces what is there.
+  if (classBeingMade == forKey) {
     mapTable_.try_emplace(std::string(forKey), &object);
   } else {
     mapTable_.insert_or_assign(std::string(forKey), &object);
@@ -70,8 +94,7 @@ void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object
 }
 
 void QBHPAppleEventProcesser::removeObjectforKeyToMapTable(std::string_view className) {
-  // Not while a method of the object runs on another thread.
-  const std::lock_guard notDispatching(dispatching_);
+  // Without the dispatcher's lock: the method that runs may wait for this thread.
   const std::lock_guard lock(mapMutex_);
   if (const auto entry = mapTable_.find(className); entry != mapTable_.end())
     mapTable_.erase(entry);
@@ -79,35 +102,28 @@ void QBHPAppleEventProcesser::removeObjectforKeyToMapTable(std::string_view clas
 
 void QBHPAppleEventProcesser::process(const AppleEvent& event, AppleEvent& withReplyEvent) {
   const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
-  const AppleEventDescriptor* arguments =
-      directObject == nullptr ? nullptr : directObject->descriptorAtIndex(3);
-  if (arguments == nullptr) throw InvalidArgumentException("not an RPC event");
-
-  std::vector<std::string> texts;
-  texts.reserve(arguments->numberOfItems());
-  for (std::size_t i = 1; i <= arguments->numberOfItems(); ++i) {
-    texts.push_back(requiredText(*arguments, i));
-  }
-  const std::string className = requiredText(*directObject, 1);
-  const std::string method = requiredText(*directObject, 2);
+  const auto texts =
+      textsOf(directObject == nullptr ? nullptr : directObject->descriptorAtIndex(3));
+  const String className = textOfItem(directObject, 1);
+  const String method = textOfItem(directObject, 2);
   const std::vector<Text> parameter(texts.begin(), texts.end());
-  auto result = reflection(className, method, parameter, view(senderOf(event)));
+  auto result = reflection(view(className), view(method), parameter, view(senderOf(event)));
   if (!result) return;
   withReplyEvent.setParamDescriptor(keyDirectObject,
                                     AppleEventDescriptor::withString(*std::move(result)));
 }
 
-String QBHPAppleEventProcesser::reflection(std::string_view className, std::string_view method,
+String QBHPAppleEventProcesser::reflection(Text className, Text method,
                                            std::span<const Text> parameter, Text bundleID) {
-  const std::lock_guard lock(dispatching_);
-  QBHPAppEventBase* object = objectForClass(className);
+  QBHPAppEventBase* object = className ? objectForClass(*className) : nullptr;
   if (object == nullptr) {
     log("classname is a class but it not find");
     return std::nullopt;
   }
   try {
+    const std::lock_guard lock(dispatching_);
     object->setBundleID(bundleID);
-    return object->performSelector(method, parameter);
+    return method ? object->performSelector(*method, parameter) : std::nullopt;
   } catch (...) {  // whatever a method throws is its own affair; the sender gets no result
     return std::nullopt;
   }
@@ -115,18 +131,16 @@ String QBHPAppleEventProcesser::reflection(std::string_view className, std::stri
 
 QBHPAppEventBase* QBHPAppleEventProcesser::objectForClass(std::string_view className) {
   if (QBHPAppEventBase* registered = registeredObject(className)) return registered;
-  // Without the lock: the object may register itself while it is made.
-  makingObject = true;
   std::unique_ptr<QBHPAppEventBase> made;
-  try {
+  {
+    // Without a lock: the object may register itself while it is made.
+    const MakingOf making(className);
     made = makeObject(className);
-  } catch (...) {
-    makingObject = false;
-    throw;
   }
-  makingObject = false;
   if (!made) return nullptr;
   const std::lock_guard lock(mapMutex_);
+  // Kept in any case: an object takes the entry of its class along when it is destroyed, and that
+  // entry may be another object's.
   made_.push_back(std::move(made));
   return mapTable_.try_emplace(std::string(className), made_.back().get()).first->second;
 }

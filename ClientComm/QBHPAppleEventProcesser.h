@@ -16,13 +16,13 @@
 namespace qbdkr {
 
 // Receives every RPC event of the process, on the main run loop, and calls the method that it names
-// on the object that is registered under its class name. Where none is registered but the class is
-// known, an object is made, and kept. Methods never overlap: each runs under a lock of this object,
-// and may itself send requests.
+// on the object that is registered under its class name. If none is registered but the class is
+// known (ClassRegistry.h), an object is made, and kept. Methods never overlap: each runs under a
+// lock of this object, and may itself send requests.
 //
-// Only events of an application with a bundle identifier are dispatched. An unknown class is
-// logged; an unknown method, a wrong number of arguments and an exception are not, and all of them
-// give a reply without a result.
+// Only events of an application with a bundle identifier are dispatched. An unknown class, or an
+// event that names none, is logged. An unknown method, too many arguments and an exception are not
+// logged. All of them give a reply without a result.
 class QBDKR_EXPORT QBHPAppleEventProcesser {
  public:
   // The dispatcher of this process; made on first use, which installs it, and never destroyed.
@@ -37,25 +37,29 @@ class QBDKR_EXPORT QBHPAppleEventProcesser {
   void regist();
   void unRegist();
 
-  // Registers an object, which must live until it is removed, under a class name; replaces one that
-  // is there. Removing waits while a method runs on another thread. Any thread.
+  // Registers an object under a class name, and replaces one that is there. Events may reach the
+  // object from then on, so a constructor that registers does so last. Any thread, at once.
   void setObjectforKeyToMapTable(QBHPAppEventBase& object, std::string_view forKey);
+
+  // Removes the entry of a class name. Any thread, at once: a method of the object that runs on the
+  // main thread is not waited for, because that may itself wait for the thread that removes. An
+  // object is therefore destroyed on the main thread, or while no event can come for it.
   void removeObjectforKeyToMapTable(std::string_view className);
 
   // Handles one event, whose sender the platform vouches for, and stores a result in the reply.
-  // Throws InvalidArgumentException for an event that is not of the form; the platform answers it.
+  // What the event does not carry, or not as text, counts as absent. Only an argument that is not
+  // text throws InvalidArgumentException, before anything is called; the platform answers it.
   // Blocks as the method does.
   void process(const AppleEvent& event, AppleEvent& withReplyEvent);
 
  private:
-  String reflection(std::string_view className, std::string_view method,
-                    std::span<const Text> parameter, Text bundleID);
+  String reflection(Text className, Text method, std::span<const Text> parameter, Text bundleID);
   QBHPAppEventBase* objectForClass(std::string_view className);
   QBHPAppEventBase* registeredObject(std::string_view className);
 
   std::mutex mapMutex_;
   std::map<std::string, QBHPAppEventBase*, std::less<>> mapTable_;
-  std::vector<std::unique_ptr<QBHPAppEventBase>> made_;  // kept although another may replace them
+  std::vector<std::unique_ptr<QBHPAppEventBase>> made_;  // as long as this object
   std::recursive_mutex dispatching_;
 };
 

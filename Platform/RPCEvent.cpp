@@ -13,14 +13,32 @@ bool isName(const AppleEventDescriptor& item) {
   return isText(item) && item.data().size() <= longestEventName;
 }
 
-bool isListOfTexts(const AppleEventDescriptor& list) {
-  if (list.descriptorType() != typeAEList) return false;
+// What is no text has no characters.
+bool hasGoodText(const AppleEventDescriptor& item) {
+  return item.descriptorType() != typeUnicodeText || isSendable(item.data());
+}
+
+bool fitsName(const AppleEventDescriptor* item) {
+  return item == nullptr || (item->data().size() <= longestEventName && hasGoodText(*item));
+}
+
+bool fitItems(const AppleEventDescriptor& list, bool (*isGood)(const AppleEventDescriptor&)) {
   EventAllowance allowance;
   for (std::size_t i = 1; i <= list.numberOfItems(); ++i) {
     const AppleEventDescriptor& item = *list.descriptorAtIndex(i);
-    if (!isText(item) || !allowance.take(item.data())) return false;
+    if (!isGood(item) || !allowance.take(item.data())) return false;
   }
   return true;
+}
+
+bool isListOfTexts(const AppleEventDescriptor& list) {
+  return list.descriptorType() == typeAEList && fitItems(list, isText);
+}
+
+bool isRPCObject(const AppleEventDescriptor& directObject) {
+  return directObject.numberOfItems() == 3 && isName(*directObject.descriptorAtIndex(1)) &&
+         isName(*directObject.descriptorAtIndex(2)) &&
+         isListOfTexts(*directObject.descriptorAtIndex(3));
 }
 
 }  // namespace
@@ -38,10 +56,11 @@ bool isSendable(std::string_view text) {
   return all < 0x80 || isValidUTF8(text);
 }
 
-bool isRPCObject(const AppleEventDescriptor& directObject) {
-  return directObject.numberOfItems() == 3 && isName(*directObject.descriptorAtIndex(1)) &&
-         isName(*directObject.descriptorAtIndex(2)) &&
-         isListOfTexts(*directObject.descriptorAtIndex(3));
+bool isWithinBounds(const AppleEventDescriptor& directObject) {
+  const AppleEventDescriptor* list = directObject.descriptorAtIndex(3);
+  return fitsName(directObject.descriptorAtIndex(1)) &&
+         fitsName(directObject.descriptorAtIndex(2)) &&
+         (list == nullptr || fitItems(*list, hasGoodText));
 }
 
 bool isRPCEvent(FourCharCode eventClass, FourCharCode eventID) {

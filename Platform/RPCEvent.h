@@ -17,8 +17,10 @@ inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // byte
 // Whether a text may go from one process to another: UTF-8 without a NUL.
 [[nodiscard]] bool isSendable(std::string_view text);
 
-// Whether a direct object is of that form and within the bounds.
-[[nodiscard]] bool isRPCObject(const AppleEventDescriptor& directObject);
+// Whether a direct object that came in can be handed on: what stands for the names and the list is
+// within the bounds, and each text in it is one that can be sent. Its form is the dispatcher's to
+// judge.
+[[nodiscard]] bool isWithinBounds(const AppleEventDescriptor& directObject);
 
 // Whether an event can be sent: of this class and ID, with such an object, and addressed by bundle
 // identifier.

@@ -28,7 +28,7 @@ RPCHandler::Answer RPCHandler::handle(const Part& directObject,
     const auto body = handler();
     if (!body) return {errAEEventNotHandled, {}};
     auto object = directObject();
-    if (!object || !isRPCObject(*object)) return {paramErr, {}};
+    if (!object || !isWithinBounds(*object)) return {paramErr, {}};
     AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
     event.setParamDescriptor(keyDirectObject, *std::move(object));
     if (auto sender = address()) event.setAttributeDescriptor(keyAddressAttr, *std::move(sender));

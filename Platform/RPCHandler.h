@@ -22,12 +22,14 @@ class RPCHandler {
   void set(AppleEventTransport::EventHandler handler);
   [[nodiscard]] bool isSet() const;
 
-  // Reads a part of the event that came in; absent when there is none that is good.
+  // Reads a part of the event that came in; absent when it is refused. An event without a direct
+  // object gives the null descriptor.
   using Part = std::function<std::optional<AppleEventDescriptor>()>;
 
-  // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object is
-  // not that of an RPC event, errAEEventFailed when the handler throws or its result cannot be
-  // sent. The address is asked for last, and left out when the sender is not known.
+  // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object was
+  // refused or is beyond the bounds of an RPC event, errAEEventFailed when the handler throws or
+  // its result cannot be sent. The address is asked for last, and left out when the sender is not
+  // known.
   [[nodiscard]] Answer handle(const Part& directObject, const Part& address) const noexcept;
 
  private:

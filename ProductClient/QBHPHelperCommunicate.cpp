@@ -4,6 +4,7 @@
 #include <string>
 #include <utility>
 
+#include "ClientComm/ClassRegistry.h"
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "Platform/Bundle.h"
@@ -17,6 +18,23 @@ namespace {
 
 constexpr std::string_view serverClosedKey = "QBHPServerClosed";
 constexpr OSErr launchFailed = 1;
+
+// What an RPC event gets that names the communicator's class. A second communicator, made at the
+// will of another process, would take the helper control's reports and start up once more.
+class StandIn final : public QBHPAppEventBase {
+ public:
+  static constexpr std::string_view kClassName = QBHPHelperCommunicate::kClassName;
+  [[nodiscard]] std::string_view className() const override { return kClassName; }
+
+ protected:
+  [[nodiscard]] std::span<const Method> methods() const override { return {}; }
+};
+
+// The class is known from when this library is loaded, as the service classes are.
+[[maybe_unused]] const bool isKnown = [] {
+  registerClass<StandIn>();
+  return true;
+}();
 
 }  // namespace
 

@@ -31,6 +31,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
                                            public QBHPWillHelperExitDelegate,
                                            public QBHPDidCheckServerOpenDelegate {
  public:
+  static constexpr std::string_view kClassName = "QBHPHelperCommunicate";
+
   // The status of a liveness check when the helper agent's server is switched off.
   static constexpr OSErr serverNotOpen = 10;
 
@@ -208,12 +210,12 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   OSErr checkForHeleprMessage();                              // checks
   OSErr customerserviceByEmail(Text email, Text attachment);  // checks
 
-  [[nodiscard]] std::string_view className() const override { return "QBHPHelperCommunicate"; }
+  [[nodiscard]] std::string_view className() const override { return kClassName; }
 
  protected:
   [[nodiscard]] std::span<const Method> methods() const override {
     return {};
-  }  // it gets no events
+  }  // nothing of it can be called from outside
 
  private:
   // Where the helper agent comes from and goes to, as the host's information dictionary says.

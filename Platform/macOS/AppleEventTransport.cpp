@@ -41,7 +41,7 @@ std::optional<AppleEventDescriptor> addressOf(const AEDesc& event) {
 std::optional<AppleEventDescriptor> directObjectOf(const AEDesc& event) {
   EventDescriptor found;
   if (AEGetParamDesc(&event, keyDirectObject, typeWildCard, found.receive()) != noErr) {
-    return std::nullopt;
+    return AppleEventDescriptor();
   }
   return rpcObjectFrom(*found.get());
 }

@@ -79,28 +79,28 @@ bool getItem(const AEDesc& list, long index, EventDescriptor& item) {
   return AEGetNthDesc(&list, index, typeWildCard, &keyword, item.receive()) == noErr;
 }
 
-std::optional<AppleEventDescriptor> textAt(const AEDesc& list, long index) {
+// The null descriptor for what is no text.
+AppleEventDescriptor textAt(const AEDesc& list, long index) {
   EventDescriptor item;
   auto text = getItem(list, index, item) ? textFrom(*item.get()) : std::nullopt;
-  if (!text) return std::nullopt;
-  return AppleEventDescriptor::withString(*std::move(text));
+  return text ? AppleEventDescriptor::withString(*std::move(text)) : AppleEventDescriptor();
 }
 
+// 0 for what is no list.
 long countOf(const AEDesc& list) {
   long count = 0;
   const bool isList = list.descriptorType == typeAEList && AECountItems(&list, &count) == noErr;
-  return isList ? count : -1;
+  return isList ? count : 0;
 }
 
 std::optional<AppleEventDescriptor> textsFrom(const AEDesc& list) {
   const long count = countOf(list);
-  if (count < 0) return std::nullopt;
   EventAllowance allowance;
   auto texts = AppleEventDescriptor::list();
   for (long i = 1; i <= count; ++i) {
     auto text = textAt(list, i);
-    if (!text || !allowance.take(text->data())) return std::nullopt;
-    texts.insertDescriptor(*std::move(text), 0);
+    if (!allowance.take(text.data())) return std::nullopt;
+    texts.insertDescriptor(std::move(text), 0);
   }
   return texts;
 }
@@ -140,15 +140,14 @@ std::optional<std::string> textFrom(const AEDesc& desc) {
 }
 
 std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc) {
-  EventDescriptor list;
-  if (countOf(desc) != 3 || !getItem(desc, 3, list)) return std::nullopt;
-  auto className = textAt(desc, 1);
-  auto methodName = textAt(desc, 2);
-  auto arguments = textsFrom(*list.get());
-  if (!className || !methodName || !arguments) return std::nullopt;
+  if (countOf(desc) == 0) return AppleEventDescriptor();
   auto object = AppleEventDescriptor::list();
-  object.insertDescriptor(*std::move(className), 1);
-  object.insertDescriptor(*std::move(methodName), 2);
+  object.insertDescriptor(textAt(desc, 1), 1);
+  object.insertDescriptor(textAt(desc, 2), 2);
+  EventDescriptor list;
+  if (!getItem(desc, 3, list)) return object;
+  auto arguments = textsFrom(*list.get());
+  if (!arguments) return std::nullopt;
   object.insertDescriptor(*std::move(arguments), 3);
   return object;
 }

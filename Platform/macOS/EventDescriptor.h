@@ -37,8 +37,9 @@ class EventDescriptor {
 // tell as text. Absent when that cannot be sent on.
 [[nodiscard]] std::optional<std::string> textFrom(const AEDesc& desc);
 
-// The direct object of an RPC event. Absent when it is of another form, or has more texts than any
-// event may have.
+// What an RPC event says in its direct object: two names and a list of texts, as far as they are
+// there; null descriptors stand for what is no text. Absent when it has more texts than any event
+// may have.
 [[nodiscard]] std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc);
 
 }  // namespace qbdkr

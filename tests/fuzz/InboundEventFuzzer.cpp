@@ -116,14 +116,16 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
 
   AppleEvent event(qbdkr::kCoreEventClass, qbdkr::kAECall, {}, qbdkr::kAutoGenerateReturnID,
                    qbdkr::kAnyTransactionID);
-  event.setParamDescriptor(qbdkr::keyDirectObject, std::move(directObject));
+  if (shape % 16 != 5) {
+    event.setParamDescriptor(qbdkr::keyDirectObject, std::move(directObject));
+  }
   event.setAttributeDescriptor(qbdkr::keyAddressAttr,
                                shape % 16 == 4 ? item(input, 0) : ownAddress());
   AppleEvent reply;
   try {
     qbdkr::QBHPAppleEventProcesser::share().process(event, reply);
   } catch (const qbdkr::InvalidArgumentException&) {
-    // What the platform answers for an event that is not of the form.
+    // What the platform answers for an event with an argument that is not text.
   }
   return 0;
 }

@@ -107,6 +107,38 @@ TEST(RPCEvent, TheContentOfAllTextsHasABound) {
   EXPECT_FALSE(isSentWith({text(std::string(room, 'a')), text(std::string(room + 1, 'a'))}));
 }
 
+TEST(RPCEvent, WhatComesInMayHaveAnyForm) {
+  for (const AppleEventDescriptor& object :
+       {AppleEventDescriptor(), text(), identifier(), listOf(), listOf({text()}),
+        listOf({{}, {}, {}}), listOf({identifier(), listOf(), text()}),
+        listOf({text(), text(), listOf({text(), {}, identifier()}), text()})}) {
+    EXPECT_TRUE(isWithinBounds(object));
+  }
+}
+
+TEST(RPCEvent, WhatComesInHasTheBoundsOfWhatIsSent) {
+  const auto longest = text(std::string(longestEventName, 'a'));
+  const auto longer = text(std::string(longestEventName + 1, 'a'));
+  EXPECT_TRUE(isWithinBounds(listOf({longest, longest, listOf({longer})})));
+  EXPECT_FALSE(isWithinBounds(listOf({longer})));
+  EXPECT_FALSE(isWithinBounds(listOf({text(), longer})));
+  const auto withTexts = [](Items texts) {
+    return isWithinBounds(listOf({text(), text(), listOf(std::move(texts))}));
+  };
+  EXPECT_TRUE(withTexts(Items(mostEventTexts)));
+  EXPECT_FALSE(withTexts(Items(mostEventTexts + 1)));
+  const std::size_t room = mostEventContent / 2 - 8;
+  EXPECT_TRUE(withTexts(Items(2, text(std::string(room, 'a')))));
+  EXPECT_FALSE(withTexts({text(std::string(room, 'a')), text(std::string(room + 1, 'a'))}));
+}
+
+TEST(RPCEvent, TextThatComesInIsTextThatCanBeSent) {
+  const auto bad = text(std::string("a\0b", 3));
+  EXPECT_FALSE(isWithinBounds(listOf({bad})));
+  EXPECT_FALSE(isWithinBounds(listOf({{}, bad})));
+  EXPECT_FALSE(isWithinBounds(listOf({text(), text(), listOf({text(), bad})})));
+}
+
 TEST(RPCEvent, WhatWasTooMuchOnceStaysTooMuch) {
   EventAllowance allowance;
   EXPECT_TRUE(allowance.take("a"));

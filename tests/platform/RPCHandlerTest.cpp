@@ -64,13 +64,27 @@ TEST(RPCHandlerTest, LeavesOutTheAddressOfAnUnknownSender) {
   EXPECT_EQ(handler.handle(part(request()), unknown).result, "without");
 }
 
-TEST(RPCHandlerTest, IsNotCalledForWhatIsNoRPCEvent) {
+TEST(RPCHandlerTest, IsNotCalledForWhatIsRefusedOrBeyondTheBounds) {
   RPCHandler handler;
   handler.set([](const AppleEvent&, AppleEvent&) { ADD_FAILURE() << "called"; });
   EXPECT_EQ(handler.handle(unknown, unknown).status, paramErr);
-  EXPECT_EQ(handler.handle(part(text("text")), unknown).status, paramErr);
-  EXPECT_EQ(handler.handle(part(AppleEventDescriptor::list({request()})), unknown).status,
-            paramErr);
+  const auto tooLong = text(std::string(longestEventName + 1, 'a'));
+  EXPECT_EQ(handler.handle(part(AppleEventDescriptor::list({tooLong})), unknown).status, paramErr);
+}
+
+TEST(RPCHandlerTest, JudgesNoForm) {
+  for (const AppleEventDescriptor& object :
+       {AppleEventDescriptor(), text("text"), AppleEventDescriptor::list(),
+        AppleEventDescriptor::list({AppleEventDescriptor(), text("method")}),
+        AppleEventDescriptor::list({request()})}) {
+    RPCHandler handler;
+    std::optional<AppleEventDescriptor> handed;
+    handler.set([&](const AppleEvent& event, AppleEvent&) {
+      handed = *event.paramDescriptor(keyDirectObject);
+    });
+    EXPECT_EQ(handler.handle(part(object), unknown).status, noErr);
+    EXPECT_EQ(handed, object);
+  }
 }
 
 TEST(RPCHandlerTest, WithoutAHandlerTheEventIsNotHandled) {

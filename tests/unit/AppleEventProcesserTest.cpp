@@ -5,10 +5,14 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <chrono>
+#include <condition_variable>
 #include <cstddef>
 #include <functional>
 #include <future>
 #include <memory>
+#include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -19,7 +23,9 @@
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPUpgradeByHelper.h"
 #include "Host.h"
+#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 #include "support/WatchedThread.h"
@@ -28,6 +34,7 @@ namespace qbdkr::test {
 namespace {
 
 constexpr const char* ownIdentifier = "com.Example.UnitTests";
+constexpr std::chrono::seconds patience(20);
 
 String owned(Text text) { return text ? String(*text) : std::nullopt; }
 
@@ -267,6 +274,125 @@ TEST_F(AppleEventProcesser, AnObjectMadeByNameThatRegistersItselfGivesWayToOneRe
   EXPECT_EQ(Race::made, 1);
 }
 
+TEST_F(AppleEventProcesser, TheCommunicatorIsKnownButNothingOfItCanBeCalled) {
+  inHost(hostInformation(), [this](const Host& host) {
+    const RunningApplication application(host.home / "Caller.app",
+                                         {{"CFBundleIdentifier", "com.Example.Caller"}});
+    const HeldThreads threads;
+    CapturedLog log;
+    const auto callAll = [&] {
+      for (const char* method :
+           {"processHelper", "startHelper", "stopHelper", "willHelperExit", "autoRestartHelper",
+            "setCollectDataPID:", "didCheckServerOpen::", "showHelper", "setEnableAD:"}) {
+        EXPECT_EQ(deliver({"QBHPHelperCommunicate", method, {}}, application.processID()),
+                  std::nullopt);
+      }
+    };
+    callAll();
+    EXPECT_TRUE(service.bundleIDSet().contains("com.Example.Caller"));
+    EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(), nullptr) << "one was made";
+    EXPECT_EQ(threads.count(), 0U) << "it started up";
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_TRUE(log.lines().empty());
+  });
+}
+
+// What is made by name, and does something while it is made.
+template <int Number>
+struct DoesWhileMade : MadeByName {
+  static inline std::function<void()> work;
+  DoesWhileMade() { work(); }
+};
+
+TEST_F(AppleEventProcesser, ASingletonMadeWhileAnotherClassIsMadeByNameReplacesAnEarlierObject) {
+  inHost(hostInformation(), [this](const Host&) {
+    struct Delegate : QBHPProductWillUpgradeDelegate {
+      void productWillUpgrade(const Error* /*error*/) override { ++asked; }
+      int asked = 0;
+    } delegate;
+    const RPCEvent question{
+        "QBHPUpgradeByHelper", "productUpgradeCallBack::::", {"a", "b", "0", ""}};
+    deliver(question);  // gets an object of its own, which has no delegate
+    using Opener = DoesWhileMade<1>;
+    Opener::work = [&] { QBHPUpgradeByHelper::share().setProductUpgradeDelegate(&delegate); };
+    registerClass("Opener",
+                  []() -> std::unique_ptr<QBHPAppEventBase> { return std::make_unique<Opener>(); });
+    deliver({"Opener", "identity", {}});
+    deliver(question);
+    EXPECT_EQ(delegate.asked, 1);
+    QBHPUpgradeByHelper::share().setProductUpgradeDelegate(nullptr);
+  });
+}
+
+TEST_F(AppleEventProcesser, AnObjectMadeByNameGivesWayAlsoWhenItsMakingMadeAnother) {
+  using Race = MadeTooLate<OtherService>;
+  using Inner = DoesWhileMade<2>;
+  Inner::work = [] {};
+  registerClass("Inner",
+                []() -> std::unique_ptr<QBHPAppEventBase> { return std::make_unique<Inner>(); });
+  static const auto deliverInner = [this] { deliver({"Inner", "identity", {}}); };
+  registerClass("MadeTooLate", []() -> std::unique_ptr<QBHPAppEventBase> {
+    deliverInner();
+    return Race::make();
+  });
+  const int before = Race::made;
+  deliver({"MadeTooLate", "report:", {"a"}});
+  EXPECT_EQ(Race::made, before + 1);
+  EXPECT_EQ(Race::shared->reports, 1);
+  Race::shared.reset();
+  processer.removeObjectforKeyToMapTable("Inner");
+}
+
+// Made by two threads at the same time: none is made before both threads have looked for one.
+template <class Made>
+struct MadeTwice {
+  static inline std::mutex mutex;
+  static inline std::condition_variable begun;
+  static inline int makers = 0;
+  static inline std::vector<Made*> objects;
+
+  static std::unique_ptr<QBHPAppEventBase> make() {
+    std::unique_lock lock(mutex);
+    ++makers;
+    begun.notify_all();
+    begun.wait_for(lock, patience, [] { return makers >= 2; });
+    auto made = std::make_unique<Made>();
+    objects.push_back(made.get());
+    return made;
+  }
+
+  // How many reports each of them got, of three.
+  static std::vector<int> reports(RecordingTransport& transport) {
+    registerClass("MadeTwice", make);
+    const auto deliver = [&] {
+      transport.deliver(inboundEvent({"MadeTwice", "report:", {"a"}}, getpid()));
+    };
+    std::thread other(deliver);
+    deliver();
+    other.join();
+    deliver();
+    QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable("MadeTwice");
+    std::vector<int> counts;
+    for (const Made* object : objects) counts.push_back(object->reports);
+    std::ranges::sort(counts);
+    return counts;
+  }
+};
+
+struct RegistersItself : Service {
+  RegistersItself() : Service("MadeTwice") {}
+};
+
+struct RegistersElsewhere : Service {
+  RegistersElsewhere() : Service("Elsewhere") {}
+};
+
+TEST_F(AppleEventProcesser, OfTwoObjectsMadeAtTheSameTimeOneGetsAllEvents) {
+  EXPECT_EQ(MadeTwice<RegistersElsewhere>::reports(transport), (std::vector<int>{0, 3}));
+  EXPECT_EQ(MadeTwice<RegistersItself>::reports(transport), (std::vector<int>{0, 3}));
+  processer.removeObjectforKeyToMapTable("Elsewhere");
+}
+
 TEST_F(AppleEventProcesser, AClassThatCannotBeMadeLeavesTheEventToThePlatform) {
   registerClass("ThrowsWhenMade", []() -> std::unique_ptr<QBHPAppEventBase> {
     return std::make_unique<ThrowsWhenMade>();
@@ -294,6 +420,20 @@ TEST_F(AppleEventProcesser, TheSenderIsAddedToTheBundleIDSetOnce) {
   expected.insert(ownIdentifier);
   EXPECT_EQ(service.bundleIDSet(), expected);
   EXPECT_EQ(service.senders, (std::vector<std::string>{ownIdentifier, ownIdentifier}));
+}
+
+TEST_F(AppleEventProcesser, AMethodFindsItsSenderInTheBundleIDSet) {
+  inHost(hostInformation(), [this](const Host& host) {
+    const RunningApplication application(host.home / "First.app",
+                                         {{"CFBundleIdentifier", "com.Example.First"}});
+    bool found = false;
+    service.onCall = [&]() -> String {
+      found = service.bundleIDSet().contains("com.Example.First");
+      return std::nullopt;
+    };
+    deliver({"Service", "call:two:three:four:", {}}, application.processID());
+    EXPECT_TRUE(found);
+  });
 }
 
 TEST_F(AppleEventProcesser, TheSenderIsRecordedBeforeAnUnknownMethodIsNotCalled) {
@@ -382,46 +522,89 @@ TEST_F(AppleEventProcesser, TheLockIsFreeAfterAnException) {
   EXPECT_EQ(answer, "greetings");
 }
 
-TEST_F(AppleEventProcesser, AnItemThatIsNoTextLeavesTheEventToThePlatform) {
-  const auto deliverItems = [this](AppleEventDescriptor first, AppleEventDescriptor second,
-                                   AppleEventDescriptor argument) {
-    auto arguments = AppleEventDescriptor::list();
-    arguments.insertDescriptor(std::move(argument), 1);
-    auto directObject = AppleEventDescriptor::list();
-    directObject.insertDescriptor(std::move(first), 1);
-    directObject.insertDescriptor(std::move(second), 2);
-    directObject.insertDescriptor(std::move(arguments), 3);
-    AppleEvent event = inboundEvent({"", "", {}}, getpid());
-    event.setParamDescriptor(keyDirectObject, std::move(directObject));
-    return textOf(transport.deliver(event));
-  };
-  const auto text = [](const char* value) { return AppleEventDescriptor::withString(value); };
-  EXPECT_EQ(deliverItems(text("Service"), text("report:"), text("a")), std::nullopt);
-  EXPECT_EQ(service.reports, 1);
-  EXPECT_THROW(deliverItems(text("Service"), text("report:"), AppleEventDescriptor()),
-               InvalidArgumentException);
-  EXPECT_THROW(deliverItems(text("Service"), text("report:"), AppleEventDescriptor::list()),
-               InvalidArgumentException);
-  EXPECT_THROW(deliverItems(text("Service"), text("report:"),
-                            AppleEventDescriptor::withBytes(fourCharCode("long"), "1234")),
-               InvalidArgumentException);
-  EXPECT_THROW(deliverItems(AppleEventDescriptor(), text("report:"), text("a")),
-               InvalidArgumentException);
-  EXPECT_THROW(deliverItems(text("Service"), AppleEventDescriptor(), text("a")),
-               InvalidArgumentException);
-  EXPECT_EQ(service.reports, 1);
+// An event of this process with any direct object, or with none.
+AppleEvent eventWith(std::optional<AppleEventDescriptor> directObject) {
+  const AppleEvent complete = inboundEvent({"", "", {}}, getpid());
+  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
+  event.setAttributeDescriptor(keyAddressAttr,
+                               AppleEventDescriptor(*complete.attributeDescriptor(keyAddressAttr)));
+  if (directObject) event.setParamDescriptor(keyDirectObject, *std::move(directObject));
+  return event;
 }
 
-TEST_F(AppleEventProcesser, AnEventOfAnotherFormIsLeftToThePlatform) {
-  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
-  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
-  event.setParamDescriptor(keyDirectObject, AppleEventDescriptor::withString("text"));
-  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
-  auto twoItems = AppleEventDescriptor::list();
-  twoItems.insertDescriptor(AppleEventDescriptor::withString("Service"), 1);
-  twoItems.insertDescriptor(AppleEventDescriptor::withString("greet"), 2);
-  event.setParamDescriptor(keyDirectObject, std::move(twoItems));
-  EXPECT_THROW(transport.deliver(event), InvalidArgumentException);
+AppleEventDescriptor text(const char* value) { return AppleEventDescriptor::withString(value); }
+
+AppleEventDescriptor number() {
+  return AppleEventDescriptor::withBytes(fourCharCode("long"), "1234");
+}
+
+AppleEventDescriptor items(std::vector<AppleEventDescriptor> list) {
+  return AppleEventDescriptor::list(std::move(list));
+}
+
+TEST_F(AppleEventProcesser, AnArgumentThatIsNoTextLeavesTheEventToThePlatform) {
+  for (const AppleEventDescriptor& argument :
+       {AppleEventDescriptor(), AppleEventDescriptor::list(), number()}) {
+    EXPECT_THROW(transport.deliver(eventWith(
+                     items({text("Service"), text("report:"), items({text("a"), argument})}))),
+                 InvalidArgumentException);
+    // Before the class is looked for, and before the sender is recorded.
+    CapturedLog log;
+    EXPECT_THROW(transport.deliver(
+                     eventWith(items({text("NoSuchClass"), text("report:"), items({argument})}))),
+                 InvalidArgumentException);
+    EXPECT_TRUE(log.lines().empty());
+  }
+  EXPECT_EQ(service.reports, 0);
+  EXPECT_TRUE(service.senders.empty());
+}
+
+TEST_F(AppleEventProcesser, AnEventThatNamesNoClassIsLoggedLikeAnUnknownOne) {
+  for (const std::optional<AppleEventDescriptor>& directObject :
+       std::vector<std::optional<AppleEventDescriptor>>{
+           std::nullopt, AppleEventDescriptor(), text("Service"), number(), items({}),
+           items({AppleEventDescriptor(), text("greet"), items({})}),
+           items({number(), text("greet"), items({})}),
+           items({items({text("Service")}), text("greet"), items({})})}) {
+    CapturedLog log;
+    EXPECT_EQ(textOf(transport.deliver(eventWith(directObject))), std::nullopt);
+    EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+  }
+  EXPECT_TRUE(service.senders.empty());
+}
+
+TEST_F(AppleEventProcesser, WithoutAListOfArgumentsThereAreNone) {
+  for (const AppleEventDescriptor& directObject :
+       {items({text("Service"), text("report:")}),
+        items({text("Service"), text("report:"), AppleEventDescriptor()}),
+        items({text("Service"), text("report:"), text("a")})}) {
+    const int before = service.reports;
+    transport.deliver(eventWith(directObject));
+    EXPECT_EQ(service.reports, before + 1);
+  }
+  transport.deliver(eventWith(items({text("Service"), text("call:two:three:four:")})));
+  ASSERT_EQ(service.calls.size(), 1U);
+  EXPECT_EQ(service.calls[0], (std::array<String, 4>{}));
+}
+
+TEST_F(AppleEventProcesser, AnEventThatNamesNoMethodCallsNothingAndIsNotLogged) {
+  CapturedLog log;
+  for (const AppleEventDescriptor& directObject :
+       {items({text("Service")}), items({text("Service"), AppleEventDescriptor(), items({})}),
+        items({text("Service"), number(), items({text("a")})})}) {
+    service.senders.clear();
+    EXPECT_EQ(textOf(transport.deliver(eventWith(directObject))), std::nullopt);
+    EXPECT_EQ(service.senders, std::vector<std::string>{ownIdentifier});
+  }
+  EXPECT_TRUE(log.lines().empty());
+  EXPECT_TRUE(service.calls.empty());
+  EXPECT_EQ(service.reports, 0);
+}
+
+TEST_F(AppleEventProcesser, WhatStandsBehindTheThirdItemIsNotRead) {
+  EXPECT_EQ(textOf(transport.deliver(
+                eventWith(items({text("Service"), text("greet"), items({}), number()})))),
+            "greetings");
 }
 
 TEST_F(AppleEventProcesser, AMethodMaySendAndBeReenteredOnItsOwnThread) {
@@ -441,23 +624,45 @@ TEST_F(AppleEventProcesser, AMethodMaySendAndBeReenteredOnItsOwnThread) {
   EXPECT_EQ(depth, 2);
 }
 
-TEST_F(AppleEventProcesser, RemovingWaitsForAMethodThatRunsOnAnotherThread) {
-  std::promise<void> begun;
-  std::promise<void> mayEnd;
+// Runs work on a thread of its own while a method runs, which waits for that thread as a delegate
+// may on the main thread. False when the work waits for the method in turn.
+bool endsWhileAMethodWaitsForIt(Service& service, RecordingTransport& transport,
+                                const std::function<void()>& work) {
+  std::promise<void> worked;
+  std::thread worker;
+  bool ended = false;
   service.onCall = [&]() -> String {
-    begun.set_value();
-    mayEnd.get_future().wait();
-    return "done";
+    worker = std::thread([&] {
+      work();
+      worked.set_value();
+    });
+    ended = worked.get_future().wait_for(patience) == std::future_status::ready;
+    return std::nullopt;
   };
-  String answer;
-  std::thread calling([&] { answer = deliver({"Service", "call:two:three:four:", {}}); });
-  begun.get_future().wait();
-  WatchedThread removing([this] { processer.removeObjectforKeyToMapTable("Service"); });
-  EXPECT_TRUE(removing.waits());
-  mayEnd.set_value();
-  removing.join();
-  calling.join();
-  EXPECT_EQ(answer, "done");
+  transport.deliver(inboundEvent({"Service", "call:two:three:four:", {}}, getpid()));
+  worker.join();
+  return ended;
+}
+
+TEST_F(AppleEventProcesser, RegisteringAndRemovingDoNotWaitForAMethod) {
+  auto other = std::make_unique<Service>("Other");
+  EXPECT_TRUE(endsWhileAMethodWaitsForIt(service, transport, [&] {
+    other.reset();
+    other = std::make_unique<Service>("Other");
+    processer.removeObjectforKeyToMapTable("Service");  // the one that runs
+  }));
+  EXPECT_EQ(service.calls.size(), 1U);
+  CapturedLog log;
+  deliver({"Service", "greet", {}});
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+}
+
+TEST_F(AppleEventProcesser, LookingForAClassDoesNotWaitForAMethod) {
+  CapturedLog log;
+  EXPECT_TRUE(endsWhileAMethodWaitsForIt(service, transport, [this] {
+    deliver({"NoSuchClass", "greet", {}});
+  }));
+  EXPECT_EQ(log.lines().size(), 1U);
 }
 
 TEST_F(AppleEventProcesser, MethodsOfSeveralThreadsNeverOverlap) {

@@ -1,10 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <memory>
+#include <string_view>
 
 #include "ClientComm/ClassRegistry.h"
+#include "ClientComm/QBHPCustomerServiceByHelepr.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPUpgradeByHelper.h"
+#include "ClientComm/QBHPUploadByHelper.h"
+#include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {
 namespace {
@@ -20,11 +25,24 @@ class First : public QBHPAppEventBase {
 
 class Second : public First {};
 
+template <class Service>
+void expectKnown(std::string_view name) {
+  EXPECT_NE(dynamic_cast<Service*>(makeObject(name).get()), nullptr) << name;
+}
+
 TEST(ClassRegistry, KnowsTheServicesOfTheLibrary) {
-  const auto control = makeObject("QBHPHelperControl");
-  EXPECT_NE(dynamic_cast<QBHPHelperControl*>(control.get()), nullptr);
-  const auto data = makeObject("QBHPGetDataByHelper");
-  EXPECT_NE(dynamic_cast<QBHPGetDataByHelper*>(data.get()), nullptr);
+  expectKnown<QBHPHelperControl>("QBHPHelperControl");
+  expectKnown<QBHPUpgradeByHelper>("QBHPUpgradeByHelper");
+  expectKnown<QBHPUploadByHelper>("QBHPUploadByHelper");
+  expectKnown<QBHPCustomerServiceByHelepr>("QBHPCustomerServiceByHelepr");
+  expectKnown<QBHPGetDataByHelper>("QBHPGetDataByHelper");
+}
+
+TEST(ClassRegistry, KnowsTheCommunicatorAndMakesNoSecondOne) {
+  const auto made = makeObject("QBHPHelperCommunicate");
+  ASSERT_NE(made, nullptr);
+  EXPECT_EQ(made->className(), "QBHPHelperCommunicate");
+  EXPECT_EQ(dynamic_cast<QBHPHelperCommunicate*>(made.get()), nullptr);
 }
 
 TEST(ClassRegistry, MakesANewObjectEachTime) {
