@@ -29,20 +29,36 @@ std::string_view baseLanguage(std::string_view language) {
   return language.substr(0, language.find('-'));
 }
 
-void appendLanguages(std::vector<std::string>& languages, const char* variable) {
-  const char* value = std::getenv(variable);
-  for (std::string_view rest = value == nullptr ? "" : value; !rest.empty();) {
-    const auto colon = rest.find(':');
-    const std::string name = canonicalName(rest.substr(0, colon));
-    if (!name.empty() && name != "c" && name != "posix") languages.push_back(name);
-    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
-  }
+std::string_view variable(const char* name) {
+  const char* value = std::getenv(name);
+  return value == nullptr ? std::string_view() : value;
 }
 
+// The locale of messages, as setlocale(3) finds it: a variable that is empty counts as not set.
+std::string_view localeOfMessages() {
+  for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
+    if (const auto value = variable(name); !value.empty()) return value;
+  }
+  return "C";
+}
+
+bool isUntranslated(std::string_view locale) { return locale == "C" || locale == "POSIX"; }
+
+// Best first, as gettext(3) has them: LANGUAGE goes before the locale, but not if that means no
+// translation, and a "C" in the list ends it.
 std::vector<std::string> languagesOfUser() {
+  const std::string_view locale = localeOfMessages();
+  if (isUntranslated(locale)) return {};
+  const std::string list = std::string(variable("LANGUAGE")).append(":").append(locale);
   std::vector<std::string> languages;
-  for (const char* variable : {"LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG"}) {
-    appendLanguages(languages, variable);
+  for (std::string_view rest = list; !rest.empty();) {
+    const auto colon = rest.find(':');
+    const std::string_view name = rest.substr(0, colon);
+    if (isUntranslated(name)) break;
+    // "C.UTF-8" is an encoding without a language.
+    const std::string language = canonicalName(name);
+    if (!language.empty() && language != "c" && language != "posix") languages.push_back(language);
+    rest = colon == std::string_view::npos ? std::string_view() : rest.substr(colon + 1);
   }
   return languages;
 }

@@ -12,7 +12,9 @@ namespace qbdkr {
 std::vector<std::string> localizationsIn(const std::string& resources);
 
 // Those of the folders that serve this user, best first; the development region of the information
-// dictionary when none does.
+// dictionary if none does. What the user wants is decided as gettext(3) does: the first of LC_ALL,
+// LC_MESSAGES and LANG that is set and not empty is the locale. "C", "POSIX" and no locale mean no
+// language at all. Any other comes after the languages of LANGUAGE.
 std::vector<std::string> preferredLanguages(const std::vector<std::string>& folders,
                                             const PropertyList::Dictionary& info);
 

@@ -171,20 +171,43 @@ TEST_F(Bundles, PreferredLocalizationIsTheBestForTheUser) {
       {{{"LANG", "DE_de"}}, {"de"}, {"de"}},
       {{{"LANGUAGE", "fr:de:en"}, {"LANG", "es_ES"}}, {"en", "de"}, {"de", "en"}},
       {{{"LANGUAGE", "::de"}, {"LANG", "en"}}, {"en", "de"}, {"de", "en"}},
+      // One locale counts, and what is empty is not set.
       {{{"LC_ALL", "fr_FR"}, {"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}},
        {"en", "de", "fr"},
-       {"fr", "de", "en"}},
-      {{{"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}}, {"en", "de"}, {"de", "en"}},
-      {{{"LC_ALL", "C.UTF-8"}, {"LANG", "de_DE"}}, {"de", "en"}, {"de"}},
-      {{{"LANG", "POSIX"}}, {"de"}, {}},
+       {"fr"}},
+      {{{"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}}, {"en", "de"}, {"de"}},
+      {{{"LC_ALL", "fr_FR"}, {"LANG", "de_DE"}}, {"de"}, {}},
+      {{{"LC_ALL", ""}, {"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}}, {"en", "de"}, {"de"}},
+      {{{"LC_ALL", ""}, {"LC_MESSAGES", ""}, {"LANG", "en_US"}}, {"en", "de"}, {"en"}},
+      // No translation, LANGUAGE included.
+      {{{"LC_ALL", "C"}, {"LANG", "de_DE"}}, {"de", "en"}, {}},
+      {{{"LC_MESSAGES", "POSIX"}, {"LANG", "de_DE"}}, {"de", "en"}, {}},
+      {{{"LANG", "C"}, {"LANGUAGE", "de"}}, {"de"}, {}},
+      {{{"LC_ALL", "POSIX"}, {"LANGUAGE", "de"}, {"LANG", "de_DE"}}, {"de"}, {}},
+      {{{"LANGUAGE", "de"}}, {"de"}, {}},
+      {{{"LANGUAGE", "de"}, {"LANG", ""}}, {"de"}, {}},
+      {{{"LC_ALL", ""}, {"LC_MESSAGES", "C"}, {"LANGUAGE", "de"}, {"LANG", "fr"}}, {"de"}, {}},
+      // An encoding alone names no language, and switches nothing off.
+      {{{"LC_ALL", "C.UTF-8"}, {"LANG", "de_DE"}}, {"de", "en", "c"}, {}},
+      {{{"LC_ALL", "C.UTF-8"}, {"LANGUAGE", "de"}}, {"de", "en"}, {"de"}},
+      // LANGUAGE before the locale, up to where it says that there is to be no translation.
+      {{{"LANGUAGE", "de"}, {"LC_ALL", "fr_FR"}, {"LANG", "en_US"}},
+       {"en", "de", "fr"},
+       {"de", "fr"}},
+      {{{"LANGUAGE", "fr:C:de"}, {"LANG", "en_US"}}, {"en", "de", "fr"}, {"fr"}},
+      {{{"LANGUAGE", "POSIX"}, {"LANG", "de_DE"}}, {"de"}, {}},
+      {{{"LANGUAGE", "de:"}, {"LANG", "en_US"}}, {"en", "de"}, {"de", "en"}},
+      {{{"LANGUAGE", ""}, {"LANG", "de_DE"}}, {"de"}, {"de"}},
       {{{"LANG", "fr"}}, {"de", "en"}, {}},
       {{}, {"de", "en"}, {}},
       {{{"LANG", "de"}}, {}, {}},
   };
   for (const auto& [variables, folders, preferred] : cases) {
     useLanguages(variables);
-    EXPECT_EQ(preferredLanguages(folders, {}), preferred)
-        << (variables.empty() ? "(none)" : variables.front().second);
+    std::string described;
+    for (const auto& [name, value] : variables)
+      described.append(name).append("=").append(value) += ' ';
+    EXPECT_EQ(preferredLanguages(folders, {}), preferred) << described;
   }
 }
 
@@ -193,6 +216,8 @@ TEST_F(Bundles, DevelopmentRegionIsTheLastResort) {
   useLanguages({{"LANG", "fr"}});
   EXPECT_EQ(preferredLanguages({"de", "en"}, info), Names{"en"});
   useLanguages({});
+  EXPECT_EQ(preferredLanguages({"de", "en"}, info), Names{"en"});
+  useLanguages({{"LC_ALL", "C"}, {"LANGUAGE", "de"}, {"LANG", "de_DE"}});
   EXPECT_EQ(preferredLanguages({"de", "en"}, info), Names{"en"});
   useLanguages({{"LANG", "de"}});
   EXPECT_EQ(preferredLanguages({"de", "en"}, info), Names{"de"});

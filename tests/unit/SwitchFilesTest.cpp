@@ -327,7 +327,7 @@ TEST_F(SwitchFiles, FilesWithoutTheTipsSwitchOrOfAnotherKindAreNotChosen) {
 TEST_F(SwitchFiles, OnlyTheLanguageOfTheProcessIsWritten) {
   inHost(information(),
          [](const Host& host) {
-           setenv("LANGUAGE", "de", 1);
+           setenv("LANG", "de_DE.UTF-8", 1);
            const FileState before = aged(strings(host, "en"));
            write(&Communicator::setTipsEnable, true);
            EXPECT_EQ(stateOf(strings(host, "en")), before);
