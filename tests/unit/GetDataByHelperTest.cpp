@@ -41,7 +41,7 @@ TEST_F(GetDataByHelper, FirstStartRequestHasNoArgumentsAndWaitsForItsReply) {
   EXPECT_EQ(sent[0].timeout, kNoTimeOut);
 }
 
-TEST_F(GetDataByHelper, WithoutAHelperAgentThereIsNoAnswer) {
+TEST_F(GetDataByHelper, AFailedSendIsNoAnswer) {
   transport.answerWith({procNotFound, std::nullopt});
   EXPECT_EQ(service.clientIDFormHelper(), std::nullopt);
   EXPECT_EQ(service.isNotFirstStart(), std::nullopt);
@@ -70,6 +70,7 @@ TEST_F(GetDataByHelper, IsNotRegisteredForReports) {
 
 TEST_F(GetDataByHelper, QueriesCannotBeCalledByName) {
   EXPECT_EQ(service.performSelector("clientIDFormHelper", {}), std::nullopt);
+  EXPECT_EQ(service.performSelector("isNotFirstStart", {}), std::nullopt);
   EXPECT_TRUE(transport.sent().empty());
 }
 

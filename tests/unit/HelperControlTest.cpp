@@ -191,6 +191,23 @@ TEST_F(HelperControl, ExitReportIsLoggedAndPassedOn) {
   EXPECT_TRUE(told.checks.empty());
 }
 
+TEST_F(HelperControl, ReportsAreLoggedBeforeTheDelegateIsTold) {
+  CapturedLog log;
+  struct Delegate : QBHPWillHelperExitDelegate, QBHPDidCheckServerOpenDelegate {
+    explicit Delegate(CapturedLog& captured) : log(captured) {}
+    void willHelperExit() override { lines = log.lines(); }
+    void didCheckServerOpen(bool /*open*/, const Error* /*error*/) override { lines = log.lines(); }
+    CapturedLog& log;
+    Lines lines;
+  } delegate(log);
+  control.setHelperCtrlDelegate(&delegate);
+  control.helperExitNotify("AcmeHelper");
+  EXPECT_EQ(delegate.lines, Lines{"helperExitNotify: AcmeHelper"});
+  control.checkServerOpenCallBack("x", "1", "0", "");
+  EXPECT_EQ(delegate.lines,
+            (Lines{"helperExitNotify: AcmeHelper", "checkServerOpenCallBack:::: x 1 0 "}));
+}
+
 TEST_F(HelperControl, ServerReportIsLoggedWithAllFourArguments) {
   CapturedLog log;
   EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "0", "message"), noErr);

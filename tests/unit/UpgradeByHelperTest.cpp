@@ -256,6 +256,14 @@ TEST_F(UpgradeByHelper, QuestionIsLoggedWithAllFourArguments) {
                                 "productUpgradeCallBack:::: (null)  5 (null)"}));
 }
 
+TEST_F(UpgradeByHelper, QuestionIsLoggedBeforeTheDelegateIsAsked) {
+  CapturedLog log;
+  Texts whenAsked;
+  delegate.answer = [&] { whenAsked = log.lines(); };
+  ask();
+  EXPECT_EQ(whenAsked, Texts{"productUpgradeCallBack:::: a b 0 "});
+}
+
 TEST_F(UpgradeByHelper, CodeZeroAndNoNumberCarryNoError) {
   for (const Text code : {Text("0"), Text(""), Text("abc"), Text("-0"), Text("00"), Text(" 0 5"),
                           Text(std::nullopt)}) {

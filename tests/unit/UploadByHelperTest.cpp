@@ -272,13 +272,19 @@ TEST_F(UploadByHelper, CollectedDataReturnsTheStatusOfTheSend) {
             procNotFound);
 }
 
-TEST_F(UploadByHelper, CheckJoinImproveExpStaysFalse) {
+TEST_F(UploadByHelper, CheckJoinImproveExpStaysFalseWhateverIsSentAndAnswered) {
   EXPECT_FALSE(service.checkJoinImproveExp());
   transport.answerWith({noErr, "1"});
-  service.setProductCollectStatus("P", "V", "1");
-  service.productCollectStatus("P", "V");
+  for (const Post& post : posts()) {
+    post.make(service, true);
+    EXPECT_FALSE(service.checkJoinImproveExp()) << post.method;
+  }
+  for (const Question& question : questions()) {
+    EXPECT_EQ((service.*question.ask)("P", "V"), "1");
+    EXPECT_FALSE(service.checkJoinImproveExp()) << question.method;
+  }
+  service.collectData("P", "V", CollectionType::customString, "T", "K", "1");
   EXPECT_FALSE(service.checkJoinImproveExp());
-  EXPECT_FALSE(Service::share().checkJoinImproveExp());
 }
 
 TEST_F(UploadByHelper, IsNotRegisteredForReports) {
@@ -290,10 +296,13 @@ TEST_F(UploadByHelper, IsNotRegisteredForReports) {
 }
 
 TEST_F(UploadByHelper, RequestsCannotBeCalledByName) {
-  const std::vector<Text> arguments{"P", "V"};
-  EXPECT_EQ(service.performSelector("directUploadData:version:", arguments), std::nullopt);
-  EXPECT_EQ(service.performSelector("productCollectStatus:version:", arguments), std::nullopt);
-  EXPECT_TRUE(transport.sent().empty());
+  Texts methods{collectData};
+  for (const Post& post : posts()) methods.emplace_back(post.method);
+  for (const Question& question : questions()) methods.emplace_back(question.method);
+  for (const std::string& method : methods) {
+    EXPECT_EQ(service.performSelector(method, {}), std::nullopt);
+    EXPECT_TRUE(transport.sent().empty()) << method;
+  }
 }
 
 TEST(SuiteInfo, HoldsAndDescribesWhatItWasMadeOf) {
