@@ -76,6 +76,7 @@ std::string textAt(const AppleEventDescriptor& list, std::size_t index) {
 std::string answer(const std::string& method, const std::vector<std::string>& arguments) {
   if (method == "echo:" && !arguments.empty()) return arguments.front();
   if (method == "summary") return qbdkr::test::summary(arguments);
+  if (method == "isNotFirstStart") return "not-the-first";
   if (method == "clientIDFormHelper") return "client-" + std::to_string(getpid());
   return "";
 }

@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "ClientComm/QBHPAppleEventSender.h"
+#include "ClientComm/QBHPGetDataByHelper.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "Platform/Bundle.h"
 #include "Platform/RunLoop.h"
@@ -266,6 +267,8 @@ const std::map<std::string, Command>& commands() {
        [](const Words&) { return yesOrNo(communicator().getDefaultHelperServerOpen()); }},
       {"client", [](const Words&) { return encoded(communicator().clientID()); }},
       {"fetch-client", [](const Words&) { return encoded(communicator().clientIDFormHelper()); }},
+      {"not-first-start",
+       [](const Words&) { return encoded(qbdkr::QBHPGetDataByHelper::share().isNotFirstStart()); }},
       {"first-start", [](const Words&) { return encoded(communicator().firstStartPID()); }},
       {"collect", [](const Words&) { return encoded(communicator().collectDataPID()); }},
       {"set-collect",

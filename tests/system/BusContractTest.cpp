@@ -102,7 +102,11 @@ TEST(BusContract, ClassThatNobodyRegisteredIsMade) {
   const auto peer = Peer::inBundle(scene);
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
   peer.awaitOwner(scene.hostID());
-  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPGetDataByHelper", "noMethodOfIt"}), "result ");
+  for (const char* className :
+       {"QBHPGetDataByHelper", "QBHPUploadByHelper", "QBHPCustomerServiceByHelepr",
+        "QBHPUpgradeByHelper", "QBHPHelperCommunicate"}) {
+    EXPECT_EQ(peer.run({"call", scene.hostID(), className, "noMethodOfIt"}), "result ");
+  }
   EXPECT_EQ(host->process().logLinesWith("classname is a class but it not find"), 0U);
 }
 
@@ -164,6 +168,75 @@ TEST(BusContract, MessagesHaveTheAgreedForm) {
   EXPECT_EQ(lines[2],
             "reply no-auto-start ssas /QBHP/RPCEvent QBHP.RPCEvent1 Call SomeClass none 0");
   EXPECT_EQ(lines[3], "no-reply no-auto-start ssas /QBHP/RPCEvent QBHP.RPCEvent1 Call   0");
+}
+
+TEST(BusContract, AnswersOfAnotherFormAreNoResult) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const std::string name = scene.identifier("Served");
+  const auto answerOf = [&](const std::string& kind) {
+    auto served = peer.begin({"serve", name, "1", kind});
+    served->waitForOutput([](const std::string& line) { return line == "ready"; });
+    auto answer = host->call("ask " + name + " SomeClass none");
+    EXPECT_TRUE(served->succeeds());
+    return answer;
+  };
+  EXPECT_EQ(answerOf("text"), "0 served");
+  EXPECT_EQ(answerOf("two"), "0 served");
+  EXPECT_EQ(answerOf("nothing"), "0 ~");
+  EXPECT_EQ(answerOf("number"), "0 ~");
+  EXPECT_EQ(answerOf("noncharacter"), "0 ~");
+  EXPECT_EQ(answerOf("error"), notHandled + " ~");
+}
+
+TEST(BusContract, NoncharactersAreRefusedInCallsAndDroppedInPosts) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  const std::vector<std::string> report{
+      "QBHPHelperControl", "checkServerOpenCallBack::::", "\xef\xbf\xbf", "1", "0", ""};
+  const auto with = [&](std::vector<std::string> words) {
+    words.insert(words.end(), report.begin(), report.end());
+    return words;
+  };
+  EXPECT_EQ(peer.run(with({"call", scene.hostID()})),
+            "error org.freedesktop.DBus.Error.InvalidArgs");
+  const auto posting = peer.begin(with({"post", scene.hostID(), "1"}));
+  posting->waitForOutput([](const std::string& line) { return line == "posted"; });
+  // The sender stays connected, and is heard when it sends what can be read.
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "x"}),
+            "result ");
+  host->waitForReport("will-exit");
+  EXPECT_EQ(host->reportsWith("server"), 0U);
+  posting->closeInput();
+  EXPECT_TRUE(posting->succeeds());
+}
+
+TEST(BusContract, ReportOfASenderThatIsNotKnownAndGoneIsNotDispatched) {
+  Scene scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  peer.awaitOwner(scene.hostID());
+  const auto report = [&](std::vector<std::string> words, const std::string& mark) {
+    for (const char* word :
+         {"QBHPHelperControl", "checkServerOpenCallBack::::", mark.c_str(), "1", "0", ""}) {
+      words.emplace_back(word);
+    }
+    return words;
+  };
+  host->process().signal(SIGSTOP);
+  const auto posting = peer.begin(report({"post", scene.hostID(), "1"}, "gone"));
+  posting->waitForOutput([](const std::string& line) { return line == "posted"; });
+  posting->closeInput();
+  EXPECT_TRUE(posting->succeeds());
+  peer.awaitOwner(scene.hostID());  // the bus has seen its end before it answers this
+  host->process().signal(SIGCONT);
+  EXPECT_EQ(peer.run(report({"call", scene.hostID()}, "here")), "result ");
+  host->process().waitForLog(":::: here 1 0");
+  EXPECT_EQ(host->process().logLinesWith(":::: gone 1 0"), 0U);
+  EXPECT_EQ(host->reportsWith("server"), 1U);
 }
 
 TEST(BusContract, IdentifiersAreEscapedWhereTheBusRequiresIt) {

@@ -136,6 +136,16 @@ TEST(ClientIdentifier, IsFetchedAfterTheStart) {
   EXPECT_EQ(host->call("client"), "~");
 }
 
+TEST(Queries, HaveAnAnswerOnlyWhileTheHelperAgentRuns) {
+  Scene scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("not-first-start"), "not-the-first");
+  EXPECT_NE(host->call("fetch-client"), "~");
+  scene.killHelper(*host);
+  EXPECT_EQ(host->call("not-first-start"), "~");
+  EXPECT_EQ(host->call("fetch-client"), "~");
+}
+
 TEST(StartUp, ShareReturnsBeforeTheHelperAnswers) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "mute";

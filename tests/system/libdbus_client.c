@@ -8,9 +8,10 @@
  *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
- *   serve NAME COUNT                      claims the name, prints "ready", then one line for each
+ *   serve NAME COUNT [ANSWER]             claims the name, prints "ready", then one line for each
  * of that many calls: the flags, signature, path, interface, member, class, method, and number of
- * arguments
+ * arguments. Answers with "served" or, as ANSWER says, with an error, a number, nothing, two texts,
+ * or a noncharacter
  */
 #include <dbus/dbus.h>
 #include <stdio.h>
@@ -185,7 +186,26 @@ static void print_call(DBusMessage* message) {
   fflush(stdout);
 }
 
-static int serve(DBusConnection* connection, const char* name, int wanted) {
+static DBusMessage* new_answer(DBusMessage* call, const char* answer) {
+  const char* text = strcmp(answer, "noncharacter") == 0 ? "\xef\xbf\xbf" : "served";
+  const char* other = "other";
+  const dbus_uint32_t number = 7;
+  DBusMessage* reply;
+  if (strcmp(answer, "error") == 0) return dbus_message_new_error(call, DBUS_ERROR_FAILED, "no");
+  reply = dbus_message_new_method_return(call);
+  if (strcmp(answer, "nothing") == 0) return reply;
+  if (strcmp(answer, "number") == 0) {
+    dbus_message_append_args(reply, DBUS_TYPE_UINT32, &number, DBUS_TYPE_INVALID);
+    return reply;
+  }
+  dbus_message_append_args(reply, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
+  if (strcmp(answer, "two") == 0) {
+    dbus_message_append_args(reply, DBUS_TYPE_STRING, &other, DBUS_TYPE_INVALID);
+  }
+  return reply;
+}
+
+static int serve(DBusConnection* connection, const char* name, int wanted, const char* answer) {
   DBusError error = DBUS_ERROR_INIT;
   if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
   printf("ready\n");
@@ -198,10 +218,7 @@ static int serve(DBusConnection* connection, const char* name, int wanted) {
         print_call(message);
         --wanted;
         if (!dbus_message_get_no_reply(message)) {
-          const char* text = "served";
-          DBusMessage* reply = dbus_message_new_method_return(message);
-          dbus_message_append_args(reply, DBUS_TYPE_STRING, &text, DBUS_TYPE_INVALID);
-          dbus_connection_send(connection, reply, NULL);
+          dbus_connection_send(connection, new_answer(message, answer), NULL);
         }
       }
       dbus_message_unref(message);
@@ -218,8 +235,8 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "introspect") == 0) return introspect(connection, argv[2]);
   if (strcmp(argv[1], "await") == 0) return await_owner(connection, argv[2]);
   if (strcmp(argv[1], "queue") == 0) return print_queue(connection, argv[2]);
-  if (strcmp(argv[1], "serve") == 0 && argc == 4) {
-    return serve(connection, argv[2], atoi(argv[3]));
+  if (strcmp(argv[1], "serve") == 0 && (argc == 4 || argc == 5)) {
+    return serve(connection, argv[2], atoi(argv[3]), argc == 5 ? argv[4] : "text");
   }
   if (strcmp(argv[1], "raw") == 0 && argc >= 5) return raw(connection, argv + 2, argc - 2);
   if (strcmp(argv[1], "huge") == 0 && argc == 5) {
