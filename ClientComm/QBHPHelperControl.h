@@ -48,7 +48,8 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   // and never destroyed.
   static QBHPHelperControl& share();
 
-  // Registers the new object for reports, in the place of an earlier one.
+  // Registers the new object for reports, in the place of an earlier one. An object is destroyed on
+  // the main thread, or while no report can come.
   QBHPHelperControl();
   ~QBHPHelperControl() override;
 

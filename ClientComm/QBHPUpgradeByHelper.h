@@ -40,7 +40,8 @@ class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
 
   static QBHPUpgradeByHelper& share();
 
-  // Registers the new object for reports, in the place of an earlier one.
+  // Registers the new object for reports, in the place of an earlier one. An object is destroyed on
+  // the main thread, or while no report can come.
   QBHPUpgradeByHelper();
   ~QBHPUpgradeByHelper() override;
 

@@ -28,8 +28,8 @@ struct MemberFunction<Result (Class::*)(Parameters...) const>
 }  // namespace detail
 
 // The full name of a method, as it travels between processes and into the log. Written once, beside
-// the member function that it names: the colons are as many as the parameters, or it does not
-// compile.
+// the member function that it names. If its colons are not as many as the parameters it does not
+// compile. Its words are not compared with anything: the peer decides how they are spelled.
 class Selector {
  public:
   template <auto Member>
