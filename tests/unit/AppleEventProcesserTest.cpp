@@ -55,6 +55,7 @@ class Service : public QBHPAppEventBase {
     return noErr;
   }
   String greet() { return "greetings"; }
+  String unnamed() { return "unnamed"; }
   void setBundleID(Text bundleID) override {
     senders.emplace_back(bundleID.value_or("(absent)"));
     QBHPAppEventBase::setBundleID(bundleID);
@@ -74,6 +75,7 @@ class Service : public QBHPAppEventBase {
         method<&Self::call>(selector<&Self::call>("call:two:three:four:")),
         method<&Self::report>(selector<&Self::report>("report:")),
         method<&Self::greet>(selector<&Self::greet>("greet")),
+        method<&Self::unnamed>(selector<&Self::unnamed>("")),
     };
     return table;
   }
@@ -560,6 +562,8 @@ TEST_F(AppleEventProcesser, AnArgumentThatIsNoTextLeavesTheEventToThePlatform) {
 }
 
 TEST_F(AppleEventProcesser, AnEventThatNamesNoClassIsLoggedLikeAnUnknownOne) {
+  const Service emptyName("");  // an empty name is a name
+  EXPECT_EQ(deliver({"", "", {}}), "unnamed");
   for (const std::optional<AppleEventDescriptor>& directObject :
        std::vector<std::optional<AppleEventDescriptor>>{
            std::nullopt, AppleEventDescriptor(), text("Service"), number(), items({}),
@@ -571,6 +575,7 @@ TEST_F(AppleEventProcesser, AnEventThatNamesNoClassIsLoggedLikeAnUnknownOne) {
     EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
   }
   EXPECT_TRUE(service.senders.empty());
+  EXPECT_EQ(emptyName.senders.size(), 1U);
 }
 
 TEST_F(AppleEventProcesser, WithoutAListOfArgumentsThereAreNone) {
