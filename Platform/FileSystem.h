@@ -7,17 +7,33 @@
 
 namespace qbdkr {
 
-// What Files.cpp asks of the system beyond POSIX.
+// What files and trees ask of the system beyond POSIX.
 
 // Renames unless something is at the new path already. Absent where the file system cannot do both
 // at once.
 [[nodiscard]] std::optional<bool> renameExclusively(const std::string& from, const std::string& to);
 
-// Copies a regular file with all that the system's own copies carry along, to where nothing is.
+// Copies a regular file with all that the system's own copies carry along, to where nothing is. Of
+// this and of each call below errno says what went wrong.
 [[nodiscard]] bool copyRegularFile(const std::string& from, const std::string& to);
 
-// What a directory carries along beyond its mode.
+// Copies a symbolic link as a link, to where nothing is.
+[[nodiscard]] bool copyLink(const std::string& from, const std::string& to);
+
+// What a directory carries along beyond its mode and its times.
 [[nodiscard]] bool copyDirectoryAttributes(const std::string& from, const std::string& to);
+
+// Gives a directory the modification time of another. True as well on a file system that takes
+// none.
+[[nodiscard]] bool copyModificationTime(const std::string& from, const std::string& to);
+
+// The error with which the system refuses to remove an entry of a directory for what it is: it is
+// immutable, or something is mounted there. 0 if it does not, or if the system does not tell.
+[[nodiscard]] int removalRefusal(int directory, const std::string& name);
+
+// Waits until everything that was written to a tree is durable. The descriptor is that of the
+// directory above it, opened before the first write.
+[[nodiscard]] bool flushTree(int directory, const std::string& tree);
 
 // Waits until the contents of a file or directory are durable.
 [[nodiscard]] bool flushDescriptor(int file);

@@ -16,6 +16,8 @@
 #include "Platform/FileLock.h"
 #include "Platform/FileSystem.h"
 #include "Platform/Files.h"
+#include "Platform/TreeCopy.h"
+#include "Platform/TreeRemoval.h"
 
 namespace qbdkr {
 namespace {
@@ -32,11 +34,6 @@ std::string stagingPrefix(const fs::path& target) {
   return '.' + target.filename().string() + std::string(stagingSuffix);
 }
 
-void removeTree(const fs::path& path) {
-  std::error_code ignored;
-  fs::remove_all(path, ignored);
-}
-
 void clearAbandonedStaging(const fs::path& target) {
   const std::string directory = target.parent_path();
   const std::string prefix = stagingPrefix(target);
@@ -44,6 +41,7 @@ void clearAbandonedStaging(const fs::path& target) {
        contentsOfDirectory(directory).value_or(std::vector<std::string>{})) {
     if (!name.starts_with(prefix)) continue;
     const std::string path = appendPathComponent(directory, name);
+    openToOwner(AT_FDCWD, path, 0);  // or a strict user mask keeps it from being locked
     const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
     if (lock.isHeld()) removeTree(path);
   }
@@ -59,6 +57,7 @@ class Staging {
     for (int attempt = 0; attempt < attempts; ++attempt) {
       std::string path = target.parent_path() / stagingPrefix(target).append(uniquePart);
       if (mkdtemp(path.data()) == nullptr) return std::nullopt;
+      openToOwner(AT_FDCWD, path, 0);
       auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
       // Where there are no locks, two at the same time are the lesser evil.
       if (!lock.isTaken() && fileExists(path)) return Staging(std::move(path), std::move(lock));
@@ -75,6 +74,7 @@ class Staging {
     if (!path_.empty()) removeTree(path_);
   }
 
+  [[nodiscard]] const std::string& path() const { return path_; }
   [[nodiscard]] fs::path item() const { return path_ + std::string(itemPart); }
 
  private:
@@ -84,44 +84,9 @@ class Staging {
   FileLock lock_;
 };
 
-// Copies modes and links. Directories stay writable for their owner, or a copy of a read-only tree
-// could neither be filled nor ever be replaced.
-bool copyTree(const fs::path& from, const fs::path& to) {
-  std::error_code error;
-  const auto status = fs::symlink_status(from, error);
-  if (error) return false;
-  if (fs::is_symlink(status)) {
-    fs::copy_symlink(from, to, error);
-    return !error;
-  }
-  if (fs::is_regular_file(status)) return copyRegularFile(from, to);
-  if (!fs::is_directory(status)) return false;
-  const auto mode = status.permissions() | fs::perms::owner_all;
-  if (::mkdir(to.c_str(), S_IRWXU) != 0 || ::chmod(to.c_str(), static_cast<mode_t>(mode)) != 0 ||
-      !copyDirectoryAttributes(from, to)) {
-    return false;
-  }
-  const auto names = contentsOfDirectory(from);
-  return names && std::ranges::all_of(*names, [&](const std::string& name) {
-           return copyTree(from / name, to / name);
-         });
-}
-
 bool flush(const fs::path& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   return file && flushDescriptor(file.get());
-}
-
-bool flushTree(const fs::path& root) {
-  std::error_code error;
-  const auto status = fs::symlink_status(root, error);
-  if (fs::is_symlink(status)) return true;  // stored with its directory
-  if (!fs::is_directory(status)) return flush(root);
-  for (auto entry = fs::recursive_directory_iterator(root, error);
-       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-    if (!entry->is_symlink(error) && !flush(entry->path())) return false;
-  }
-  return !error && flush(root);
 }
 
 bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
@@ -130,18 +95,33 @@ bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
 }
 
-std::string describe(const std::error_code& error) { return error.message(); }
+// To move a directory changes it.
+bool moveAway(const std::string& path, const struct stat& status, const fs::path& to) {
+  const bool isClosed = S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) == 0;
+  if (isClosed) openToOwner(AT_FDCWD, path, status.st_mode);
+  if (::rename(path.c_str(), to.c_str()) == 0) return true;
+  const int error = errno;
+  if (isClosed) ::chmod(path.c_str(), status.st_mode);
+  errno = error;
+  return false;
+}
 
-std::error_code lastError() { return {errno, std::generic_category()}; }
+bool isBelow(const fs::path& path, const fs::path& directory) {
+  return std::mismatch(directory.begin(), directory.end(), path.begin(), path.end()).first ==
+         directory.end();
+}
 
 }  // namespace
 
-std::optional<std::string> removeItem(const std::string& path) {
+std::optional<FileError> removeItem(const std::string& path) {
   struct stat status {};
-  if (::lstat(path.c_str(), &status) != 0) return describe(lastError());
+  if (::lstat(path.c_str(), &status) != 0) return lastFileError(path);
   const auto staging = Staging::beside(path);
-  if (!staging) return describe(lastError());
-  if (::rename(path.c_str(), staging->item().c_str()) != 0) return describe(lastError());
+  if (!staging) return lastFileError(path);
+  if (S_ISDIR(status.st_mode)) {
+    if (auto obstacle = removalObstacle(path)) return obstacle;
+  }
+  if (!moveAway(path, status, staging->item())) return lastFileError(path);
   return std::nullopt;
 }
 
@@ -161,17 +141,23 @@ std::string pathBeforeRemoval(std::string_view path) {
       .append(rest);
 }
 
-bool copyItem(const std::string& from, const std::string& to) {
+std::optional<FileError> copyItem(const std::string& from, const std::string& to) {
   struct stat status {};
-  if (::lstat(to.c_str(), &status) == 0) return false;
+  if (::lstat(to.c_str(), &status) == 0) return fileError(to, EEXIST);
+  std::error_code error;
+  const fs::path source = fs::canonical(from, error);
+  if (error) return fileError(from, error.value());
+  if (isBelow(fs::weakly_canonical(to, error), source)) return fileError(to, EINVAL);
   const auto staging = Staging::beside(to);
-  if (!staging) return false;
-  if (!copyTree(from, staging->item()) || !flushTree(staging->item()) ||
-      !moveWithoutReplacing(staging->item(), to)) {
-    return false;
-  }
+  if (!staging) return lastFileError(to);
+  // Opened before the first write, or a failure to store one goes unnoticed.
+  const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return lastFileError(to);
+  if (auto failure = copyTree(source, staging->item())) return failure;
+  if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
+  if (!moveWithoutReplacing(staging->item(), to)) return lastFileError(to);
   flush(fs::path(to).parent_path());
-  return true;
+  return std::nullopt;
 }
 
 void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }

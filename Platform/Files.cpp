@@ -17,6 +17,7 @@
 #include <filesystem>
 #include <memory>
 #include <system_error>
+#include <utility>
 
 #include "Platform/Descriptor.h"
 #include "Platform/FileSystem.h"
@@ -29,6 +30,21 @@ namespace fs = std::filesystem;
 struct CloseDirectory {
   void operator()(DIR* directory) const { closedir(directory); }
 };
+
+using DirectoryHandle = std::unique_ptr<DIR, CloseDirectory>;
+
+std::optional<std::vector<std::string>> namesIn(DirectoryHandle directory) {
+  if (!directory) return std::nullopt;
+  std::vector<std::string> names;
+  errno = 0;
+  while (const dirent* entry = readdir(directory.get())) {
+    const std::string_view name = entry->d_name;
+    if (name != "." && name != "..") names.emplace_back(name);
+    errno = 0;
+  }
+  if (errno != 0) return std::nullopt;
+  return names;
+}
 
 bool flush(const fs::path& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
@@ -81,17 +97,16 @@ bool createDirectory(const std::string& path) {
 }
 
 std::optional<std::vector<std::string>> contentsOfDirectory(const std::string& path) {
-  const std::unique_ptr<DIR, CloseDirectory> directory(opendir(path.c_str()));
-  if (!directory) return std::nullopt;
-  std::vector<std::string> names;
-  errno = 0;
-  while (const dirent* entry = readdir(directory.get())) {
-    const std::string_view name = entry->d_name;
-    if (name != "." && name != "..") names.emplace_back(name);
-    errno = 0;
-  }
-  if (errno != 0) return std::nullopt;
-  return names;
+  return namesIn(DirectoryHandle(opendir(path.c_str())));
+}
+
+std::optional<std::vector<std::string>> contentsOfDirectory(int directory) {
+  Descriptor copy(::fcntl(directory, F_DUPFD_CLOEXEC, 0));
+  DirectoryHandle handle(copy ? fdopendir(copy.get()) : nullptr);
+  if (!handle) return std::nullopt;
+  copy.release();
+  rewinddir(handle.get());
+  return namesIn(std::move(handle));
 }
 
 bool replaceFile(const std::string& path, std::string_view contents) {

@@ -17,9 +17,12 @@ namespace qbdkr {
 // Creates a directory and the missing ones above it; true when it exists afterwards.
 QBDKR_EXPORT bool createDirectory(const std::string& path);
 
-// The names in a directory, in the order of the file system; absent when it cannot be listed.
+// The names in a directory, in the order of the file system; absent when it cannot be listed, and
+// errno says why.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::vector<std::string>> contentsOfDirectory(
     const std::string& path);
+// The same for a directory that is open for reading.
+[[nodiscard]] std::optional<std::vector<std::string>> contentsOfDirectory(int directory);
 
 // Replaces the contents of a file, or creates it with mode 0600, so that a reader sees the old
 // contents or the new ones. True when the new ones are durable. One writer at a time: who may not

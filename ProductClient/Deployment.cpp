@@ -67,12 +67,12 @@ void QBHPHelperCommunicate::extractHelper() {
       QBHPHelperControl::share().exitHelper(view(product), view(productVersion));
     }
     if (const auto error = removeItem(installed)) {
-      log("remove %@ error %@", {installed, *error});
+      log("remove %@ error %@", {installed, error->message});
       return;
     }
     log("helper version = %@", {view(version)});
   }
-  copyItem(*resource, installed);
+  static_cast<void>(copyItem(*resource, installed));
 }
 
 bool QBHPHelperCommunicate::launchHelepr() {

@@ -7,8 +7,27 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "Platform/Descriptor.h"
 
 namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool failedWith(const std::error_code& error) {
+  if (error) errno = error.value();
+  return static_cast<bool>(error);
+}
+
+bool flush(const fs::path& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return file && flushDescriptor(file.get());
+}
+
+}  // namespace
 
 std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
   if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return true;
@@ -25,6 +44,35 @@ bool copyRegularFile(const std::string& from, const std::string& to) {
 
 bool copyDirectoryAttributes(const std::string& from, const std::string& to) {
   return ::copyfile(from.c_str(), to.c_str(), nullptr, COPYFILE_XATTR | COPYFILE_NOFOLLOW_SRC) == 0;
+}
+
+bool copyLink(const std::string& from, const std::string& to) {
+  std::error_code error;
+  fs::copy_symlink(from, to, error);
+  return !failedWith(error);
+}
+
+bool copyModificationTime(const std::string& from, const std::string& to) {
+  std::error_code error;
+  const auto time = fs::last_write_time(from, error);
+  if (failedWith(error)) return false;
+  fs::last_write_time(to, time, error);
+  return !failedWith(error) || errno == ENOTSUP || errno == EPERM;
+}
+
+int removalRefusal(int, const std::string&) { return 0; }
+
+// No call makes one tree durable: each file is flushed by itself.
+bool flushTree(int, const std::string& tree) {
+  std::error_code error;
+  const auto status = fs::symlink_status(tree, error);
+  if (fs::is_symlink(status)) return true;  // stored with its directory
+  if (!fs::is_directory(status)) return flush(tree);
+  for (auto entry = fs::recursive_directory_iterator(tree, error);
+       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    if (!entry->is_symlink(error) && !flush(entry->path())) return false;
+  }
+  return !failedWith(error) && flush(tree);
 }
 
 // fsync() leaves the data in the drive's own buffers; where the file system cannot ask for more, it

@@ -179,8 +179,8 @@ TEST_F(Application, WhoseExecutableWasReplacedIsStillKnown) {
 
 TEST_F(Application, WhoseBundleWasReplacedIsStillKnown) {
   fs::copy(path, directory.path() / "New.app", fs::copy_options::recursive);
-  ASSERT_EQ(removeItem(path), std::nullopt);
-  ASSERT_TRUE(copyItem(directory.path() / "New.app", path));
+  ASSERT_FALSE(removeItem(path));
+  ASSERT_FALSE(copyItem(directory.path() / "New.app", path));
   EXPECT_EQ(identifierOf(process->processID()), "com.Acme.Sample");
 }
 
