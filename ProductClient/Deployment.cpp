@@ -1,6 +1,9 @@
 // How the helper agent gets from the host's resources to its place, and how it is made to run.
 
+#include <atomic>
 #include <chrono>
+#include <cstddef>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -8,6 +11,7 @@
 #include "ClientComm/QBHPProcessList.h"
 #include "ClientComm/QBHPVersion.h"
 #include "Platform/Bundle.h"
+#include "Platform/FileError.h"
 #include "Platform/FileLock.h"
 #include "Platform/FileTree.h"
 #include "Platform/Files.h"
@@ -32,6 +36,20 @@ String infoPath(std::string_view key) {
   return value && !value->empty() ? String(expandTilde(*value)) : std::nullopt;
 }
 
+// The failure that was logged last, as a hash; 0 after a success. One that lasts is met again by
+// each launch, and is logged once.
+std::atomic<std::size_t> loggedFailure{0};
+
+void logFailedCopy(const FileError& error) {
+  const std::size_t failure = std::hash<std::string>{}(error.path + '\n' + error.message);
+  if (loggedFailure.exchange(failure) == failure) return;
+  log("copy %@ error %@", {error.path, error.message});
+}
+
+std::string describeBelow(const std::string& item, const FileError& error) {
+  return error.path == item ? error.message : error.message + ": " + error.path;
+}
+
 }  // namespace
 
 QBHPHelperCommunicate::HelperConfiguration QBHPHelperCommunicate::helperConfiguration() {
@@ -51,6 +69,10 @@ void QBHPHelperCommunicate::extractHelper() {
                             : std::nullopt;
   if (!resource || !configuration.installDirectory) return;
   const auto lock = FileLock::acquire(*configuration.installDirectory, deploymentPatience);
+  if (lock.isTaken()) {
+    logFailedCopy({*configuration.installDirectory, "another process has kept its lock"});
+    return;
+  }
   const std::string installed =
       appendPathComponent(*configuration.installDirectory, lastPathComponent(*resource));
   clearInterrupted(installed);
@@ -67,12 +89,16 @@ void QBHPHelperCommunicate::extractHelper() {
       QBHPHelperControl::share().exitHelper(view(product), view(productVersion));
     }
     if (const auto error = removeItem(installed)) {
-      log("remove %@ error %@", {installed, error->message});
+      log("remove %@ error %@", {installed, describeBelow(installed, *error)});
       return;
     }
     log("helper version = %@", {view(version)});
   }
-  static_cast<void>(copyItem(*resource, installed));
+  if (const auto error = copyItem(*resource, installed)) {
+    logFailedCopy(*error);
+    return;
+  }
+  loggedFailure = 0;
 }
 
 bool QBHPHelperCommunicate::launchHelepr() {

@@ -128,6 +128,28 @@ TEST(Deployment, RunningHelperThatObeysTheExitRequestIsReplacedByTheNewOne) {
   EXPECT_GT(scene.helperProcess(), 0);
 }
 
+// A directory of another user's in it, as a helper agent leaves one that ran as somebody else.
+TEST(Deployment, InstalledCopyThatCannotBeRemovedWholeStaysWhole) {
+  if (geteuid() != 0) GTEST_SKIP() << "needs two users";
+  Scene scene;
+  installMarked(scene, "1.0");
+  const auto foreign = scene.installedHelper() / "Contents/foreign";
+  writeFile(foreign / "file", "foreign");
+  constexpr uid_t other = 65534;
+  ASSERT_EQ(chown((foreign / "file").c_str(), other, other), 0);
+  ASSERT_EQ(chown(foreign.c_str(), other, other), 0);
+  const auto before = treeDigest(scene.installedHelper());
+  auto options = scene.options();
+  options.obeyFilePermissions = true;
+  const auto host = scene.start(scene.makeHost("Host", "1.1"), options);
+  host->call("extract");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), before);
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+  EXPECT_EQ(host->process().logLinesWith("remove " + scene.installedHelper().string() +
+                                         " error Permission denied: " + foreign.string()),
+            1U);
+}
+
 TEST(Deployment, RunningHelperGetsTheStartRequestAndNoSecondProcess) {
   Scene scene;
   const auto bundle = scene.makeHost("Host", "1.0");

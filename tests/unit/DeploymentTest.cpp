@@ -1,13 +1,17 @@
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <iterator>
 #include <optional>
 #include <string>
 #include <vector>
 
 #include "Host.h"
 #include "Platform/Bundle.h"
+#include "Platform/FileLock.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
@@ -242,7 +246,7 @@ TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
   });
 }
 
-TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsNotReported) {
+TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsLoggedOnce) {
   Dictionary info = informationWithHelper();
   info.set("Helper loaction path", "~/a file/Example");
   inUsedHost(info, [this](const Host& host) {
@@ -253,7 +257,8 @@ TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsNotReported) {
     CapturedLog log;
     communicator().extractHelper();
     EXPECT_FALSE(communicator().launchHelepr());
-    EXPECT_TRUE(log.lines().empty());
+    const fs::path target = host.home / "a file/Example/Helper.app";
+    EXPECT_EQ(log.lines(), Lines{"copy " + target.string() + " error Not a directory"});
     EXPECT_EQ(workspace.opened().size(), 1U);
     EXPECT_TRUE(transport.sent().empty());
   });
@@ -496,6 +501,126 @@ TEST_F(Deployment, ConfigurationComesFromTheLocalizedInformationToo) {
                    std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
              },
              {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
+}
+
+// --- What goes wrong
+// ---------------------------------------------------------
+
+TEST_F(Deployment, FailedCopyIsLoggedWithThePathAndTheErrorOnceUntilItSucceeds) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    const fs::path pipe = resource(host) / "Contents/pipe";
+    const Lines failure{"copy " + pipe.string() + " error Operation not supported"};
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    communicator();
+    {
+      CapturedLog log;
+      communicator().extractHelper();
+      EXPECT_EQ(log.lines(), failure);
+      EXPECT_FALSE(fs::exists(installed(host)));
+      communicator().extractHelper();
+      EXPECT_EQ(log.lines(), failure);
+    }
+    const fs::path otherPipe = resource(host) / "Contents/other pipe";
+    fs::rename(pipe, otherPipe);
+    {
+      CapturedLog log;
+      communicator().extractHelper();
+      EXPECT_EQ(log.lines(),
+                Lines{"copy " + otherPipe.string() + " error Operation not supported"});
+    }
+    fs::rename(otherPipe, host.home / "pipe");
+    {
+      CapturedLog log;
+      communicator().extractHelper();
+      EXPECT_TRUE(log.lines().empty());
+      EXPECT_EQ(versionOf(installed(host)), "1.0");
+    }
+    fs::rename(host.home / "pipe", otherPipe);
+    fs::remove_all(installed(host));
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(log.lines(), Lines{"copy " + otherPipe.string() + " error Operation not supported"});
+  });
+}
+
+TEST_F(Deployment, FailedCopyAfterARemovalIsLoggedAfterTheVersion) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(installed(host), "1.0");
+    writeHelper(resource(host), "1.1");
+    const fs::path pipe = resource(host) / "pipe";
+    ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(log.lines(), (Lines{"helper version = 1.1",
+                                  "copy " + pipe.string() + " error Operation not supported"}));
+  });
+}
+
+TEST_F(Deployment, RemovalThatWouldFailInsideIsLoggedAndLeavesTheOldCopy) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.1", "new");
+    writeHelper(installed(host), "1.0", "old");
+    fs::path deep = installed(host);
+    for (int level = 0; level < 256; ++level) deep /= "d";  // more than can be removed
+    fs::create_directories(deep);
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(log.lines(), (Lines{"remove " + installed(host).string() +
+                                  " error File name too long: " + deep.string()}));
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "old");
+    const fs::directory_iterator entries(installed(host).parent_path());
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+  });
+}
+
+TEST_F(Deployment, LockThatAnotherKeepsForTheWholePatienceEndsItWithALine) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    const fs::path directory = installed(host).parent_path();
+    writeHelper(resource(host), "1.1", "new");
+    writeHelper(installed(host), "1.0", "old");
+    ImpatientLocks locks;
+    auto other = FileLock::acquire(directory, std::chrono::seconds(0));
+    ASSERT_TRUE(other.isHeld());
+    communicator();
+    {
+      CapturedLog log;
+      communicator().extractHelper();
+      EXPECT_EQ(log.lines(),
+                Lines{"copy " + directory.string() + " error another process has kept its lock"});
+      EXPECT_EQ(locks.patienceFor(directory), std::chrono::seconds(30));
+    }
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "old");
+    EXPECT_TRUE(transport.sent().empty());
+    other.release();
+    communicator().extractHelper();
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "new");
+  });
+}
+
+TEST_F(Deployment, WhereNoLockCanBeHadItIsDoneWithoutOne) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0");
+    ImpatientLocks locks;
+    locks.exist = false;
+    communicator().extractHelper();
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    EXPECT_EQ(locks.patienceFor(installed(host).parent_path()), std::chrono::seconds(30));
+  });
+}
+
+TEST_F(Deployment, LinkToAHelperAmongTheResourcesIsInstalledAsTheHelper) {
+  inHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(host.home / "elsewhere/Helper.app", "1.0");
+    fs::create_directories(host.resources());
+    const fs::path link = fs::relative(host.home / "elsewhere/Helper.app", host.resources());
+    fs::create_directory_symlink(link, resource(host));
+    communicator().extractHelper();
+    EXPECT_FALSE(fs::is_symlink(installed(host)));
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+  });
 }
 
 }  // namespace

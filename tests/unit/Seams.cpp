@@ -5,6 +5,7 @@
 #include <utility>
 
 #include "Platform/Bundle.h"
+#include "Platform/FileLock.h"
 #include "Platform/ProcessTable.h"
 #include "Platform/UserDefaults.h"
 
@@ -17,6 +18,7 @@ std::atomic<HeldThreads*> threads{nullptr};
 std::atomic<OtherInformation*> information{nullptr};
 std::atomic<WatchedProcessTable*> processTable{nullptr};
 std::atomic<WatchedDefaults*> defaults{nullptr};
+std::atomic<ImpatientLocks*> locks{nullptr};
 
 }  // namespace
 
@@ -91,6 +93,20 @@ WatchedDefaults::WatchedDefaults(std::function<void(std::string_view)> afterRead
 }
 WatchedDefaults::~WatchedDefaults() { defaults = nullptr; }
 
+ImpatientLocks::ImpatientLocks() { locks = this; }
+ImpatientLocks::~ImpatientLocks() { locks = nullptr; }
+
+void ImpatientLocks::note(const std::string& path, std::chrono::milliseconds patience) {
+  const std::lock_guard lock(mutex_);
+  patience_[path] = patience;
+}
+
+std::chrono::milliseconds ImpatientLocks::patienceFor(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = patience_.find(path);
+  return found == patience_.end() ? std::chrono::milliseconds(0) : found->second;
+}
+
 }  // namespace qbdkr::test
 
 extern "C" {
@@ -156,6 +172,19 @@ std::optional<PropertyList> wrapObject(const UserDefaults* from, std::string_vie
   auto value = realObject(from, key);
   if (const auto* watched = defaults.load()) watched->wasRead(key);
   return value;
+}
+
+FileLock realAcquire(const std::string& path, std::chrono::milliseconds patience) __asm__(
+    "__real__ZN5qbdkr8FileLock7acquireERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENSt6"
+    "chrono8durationIlSt5ratioILl1ELl1000EEEE");
+FileLock wrapAcquire(const std::string& path, std::chrono::milliseconds patience) __asm__(
+    "__wrap__ZN5qbdkr8FileLock7acquireERKNSt7__cxx1112basic_stringIcSt11char_traitsIcESaIcEEENSt6"
+    "chrono8durationIlSt5ratioILl1ELl1000EEEE");
+FileLock wrapAcquire(const std::string& path, std::chrono::milliseconds patience) {
+  auto* impatient = locks.load();
+  if (impatient == nullptr) return realAcquire(path, patience);
+  impatient->note(path, patience);
+  return realAcquire(impatient->exist ? path : "", std::chrono::milliseconds(0));
 }
 
 }  // namespace qbdkr::test

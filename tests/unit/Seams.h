@@ -4,6 +4,7 @@
 #include <chrono>
 #include <cstddef>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -17,8 +18,9 @@
 namespace qbdkr::test {
 
 // The linker puts these in the place of what the framework calls: RunLoop::current(), openFile(),
-// detachNewThread(), Bundle::infoString(), queryProcessTable() and UserDefaults::object(). Without
-// an object of one of the classes below the framework gets the real thing.
+// detachNewThread(), Bundle::infoString(), queryProcessTable(), UserDefaults::object() and
+// FileLock::acquire(). Without an object of one of the classes below the framework gets the real
+// thing.
 
 // The run loop of the calling code: keeps the timers, and fires them when it is told to.
 class RecordingRunLoop final : public RunLoop {
@@ -138,6 +140,25 @@ class WatchedDefaults {
 
  private:
   std::function<void(std::string_view)> afterRead_;
+};
+
+// File locks: the real ones, but none is waited for.
+class ImpatientLocks {
+ public:
+  ImpatientLocks();
+  ImpatientLocks(const ImpatientLocks&) = delete;
+  ImpatientLocks& operator=(const ImpatientLocks&) = delete;
+  ~ImpatientLocks();
+
+  // Whether this file system has locks.
+  std::atomic<bool> exist{true};
+  // How long the framework would have waited for a path; 0 for one that it did not lock.
+  [[nodiscard]] std::chrono::milliseconds patienceFor(const std::string& path) const;
+  void note(const std::string& path, std::chrono::milliseconds patience);
+
+ private:
+  mutable std::mutex mutex_;
+  std::map<std::string, std::chrono::milliseconds> patience_;
 };
 
 }  // namespace qbdkr::test
