@@ -98,8 +98,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // --- Deployment and launch --------------------------------------------------------------------
 
   // Installs the helper agent from the host's resources, or replaces an installed one that is
-  // older. Failures are not reported. Blocks for the file operations, and 30 s at most while
-  // another thread or process deploys into the same directory.
+  // older. A failure is logged with its path and error, and not reported. Blocks for the file
+  // operations, and 30 s at most while another thread or process deploys into the same directory;
+  // if it takes longer, nothing is deployed.
   void extractHelper();
 
   // Makes sure that the helper agent runs, then sends the start request. False when the
