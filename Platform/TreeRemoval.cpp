@@ -66,7 +66,6 @@ bool mayBeEmptied(int directory, const struct stat& status) {
 // The error with which an entry of a directory that may be emptied cannot be removed; 0 for none.
 int refusal(int directory, const struct stat& folder, const std::string& name,
             const struct stat& status) {
-  if (status.st_dev != folder.st_dev) return EBUSY;  // another file system is mounted there
   const uid_t user = ::geteuid();
   const bool sticky = (folder.st_mode & S_ISVTX) != 0;
   if (sticky && user != 0 && user != folder.st_uid && user != status.st_uid) return EPERM;
@@ -149,7 +148,6 @@ void removeTree(const std::string& path) {
     ::unlink(path.c_str());
     return;
   }
-  openToOwner(AT_FDCWD, path, status.st_mode);
   removeContents(Branch(path));
   ::rmdir(path.c_str());
 }

@@ -60,7 +60,15 @@ bool copyModificationTime(const std::string& from, const std::string& to) {
   return !failedWith(error) || errno == ENOTSUP || errno == EPERM;
 }
 
-int removalRefusal(int, const std::string&) { return 0; }
+int removalRefusal(int directory, const std::string& name) {
+  struct stat outside {};
+  struct stat inside {};
+  if (::fstat(directory, &outside) != 0 ||
+      ::fstatat(directory, name.c_str(), &inside, AT_SYMLINK_NOFOLLOW) != 0) {
+    return 0;
+  }
+  return outside.st_dev == inside.st_dev ? 0 : EBUSY;
+}
 
 // No call makes one tree durable: each file is flushed by itself.
 bool flushTree(int, const std::string& tree) {
