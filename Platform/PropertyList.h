@@ -114,7 +114,8 @@ class QBDKR_EXPORT PropertyList {
 // them, tags beyond 4 KiB. Never throws for what the bytes say.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
 
-// Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read.
+// Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read, or has
+// no bytes.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> readDictionaryFile(
     const std::string& path);
 

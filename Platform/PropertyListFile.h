@@ -24,7 +24,8 @@ struct FileContents {
 [[nodiscard]] QBDKR_EXPORT FileContents contentsOfFile(const std::string& path,
                                                        std::size_t maximum);
 
-// The dictionary that bytes of any form hold; absent when they hold none within the bounds.
+// The dictionary that the bytes of a file hold in any form; absent when they hold none within the
+// bounds, and when there are none.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> parseDictionary(
     std::string_view bytes, const Bounds& bounds);
 

@@ -134,6 +134,8 @@ FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
 
 std::optional<PropertyList::Dictionary> parseDictionary(std::string_view bytes,
                                                         const Bounds& bounds) {
+  // Nothing at all may be a text without pairs; as a file it is one that was cut off.
+  if (bytes.empty()) return std::nullopt;
   std::optional<PropertyList> list = parse(bytes, bounds);
   if (!list || !list->dictionary()) return std::nullopt;
   return std::get<PropertyList::Dictionary>(std::move(*list).value());

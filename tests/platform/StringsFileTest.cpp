@@ -335,7 +335,9 @@ TEST_F(DictionaryFile, IsReadInEveryForm) {
   EXPECT_EQ(readDictionaryFile(file("a.strings", "k = v;")), expected);
   EXPECT_EQ(readDictionaryFile(file("b.strings", utf16("k = v;", true, false))), expected);
   EXPECT_EQ(readDictionaryFile(file("c.plist", *xmlPropertyList(expected))), expected);
-  EXPECT_EQ(readDictionaryFile(file("empty.strings", "")), Dictionary());
+  EXPECT_EQ(readDictionaryFile(file("empty.strings", "")), std::nullopt);
+  EXPECT_EQ(readDictionaryFile(file("blank.strings", "\n")), Dictionary());
+  EXPECT_EQ(readDictionaryFile(file("comment.strings", "/* no pair */")), Dictionary());
 }
 
 TEST_F(DictionaryFile, WithoutADictionaryIsAbsent) {
