@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Platform/DropExceptions.h"
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/NativeLoop.h"
 
 namespace qbdkr {
@@ -33,7 +34,7 @@ class TaskQueue {
   }
 
  private:
-  std::mutex mutex_;
+  ForkSafeMutex mutex_;
   std::vector<RunLoop::Task> tasks_;
 };
 

@@ -5,6 +5,7 @@
 
 #include "Platform/Bundle.h"
 #include "Platform/DefaultsStore.h"
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/RunLoop.h"
 #include "Platform/Text.h"
 
@@ -34,7 +35,7 @@ struct UserDefaults::State {
   }
 
   std::optional<DefaultsStore> store;  // none for a domain that is none
-  std::mutex mutex;
+  ForkSafeMutex mutex;
   PropertyList::Dictionary unstored;  // what this process has set without a store
   bool writeScheduled = false;        // on the main run loop
 };

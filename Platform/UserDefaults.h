@@ -35,8 +35,8 @@ class QBDKR_EXPORT UserDefaults {
   // nothing changes, for a value that no property list can hold (text that is not UTF-8, say).
   bool setObject(std::string_view key, std::optional<PropertyList> value);
 
-  // Stores what was set, and waits 0.2 s at most for another process that does so. False when that
-  // failed; it is then kept and tried again the next time.
+  // Stores what was set, and waits 0.2 s at most for others that do so, threads of this process
+  // included. False when that failed; it is then kept and tried again the next time.
   bool synchronize();
 
  private:

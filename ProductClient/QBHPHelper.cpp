@@ -45,10 +45,15 @@ std::string installTime() {
   return text.data();
 }
 
+struct ClearFlag {
+  void operator()(std::atomic_flag* flag) const { flag->clear(); }
+};
+
 // Once in the life of the host's user defaults, although a tick and the host may be here at once.
 void recordInstallTime() {
-  static std::mutex once;
-  const std::lock_guard lock(once);
+  static std::atomic_flag isBusy;
+  if (isBusy.test_and_set()) return;
+  const std::unique_ptr<std::atomic_flag, ClearFlag> cleared(&isBusy);
   UserDefaults& defaults = UserDefaults::standard();
   if (defaults.object(installTimeKey)) return;
   defaults.setObject(installTimeKey, PropertyList(installTime()));

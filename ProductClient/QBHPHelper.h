@@ -55,8 +55,9 @@ class QBDKR_EXPORT QBHPHelper {
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();
 
-  // Forwarded, and answered here. They block for the file operations. An absent or empty identifier
-  // is ignored.
+  // Forwarded, and answered here. They block for the file operations, and 0.2 s more at most while
+  // others write the same files: an identifier is then stored the next time, a switch is left as it
+  // is in a file that was not free. An absent or empty identifier is ignored.
   void setDataCollectPID(Text productID);
   void setTipsEnable(bool enable);
 

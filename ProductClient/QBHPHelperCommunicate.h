@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <memory>
-#include <mutex>
 #include <span>
 #include <string>
 #include <string_view>
@@ -14,6 +13,7 @@
 #include "ClientComm/QBHPUploadByHelper.h"
 #include "ClientComm/Text.h"
 #include "Platform/Export.h"
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/Status.h"
 
 namespace qbdkr {
@@ -131,7 +131,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   String collectDataPID();
   void setCollectDataPID(Text productID);
 
-  // Makes the folders Log/Data in a directory, and records their path, unless they are there.
+  // Makes the folders Log/Data in a directory unless they are there, and before that records their
+  // path in the settings. The record is stored when this returns, unless others held the settings.
   void initDataCollectionPath(Text base);
   static constexpr auto kInitDataCollectionPath =
       selector<&QBHPHelperCommunicate::initDataCollectionPath>("initDataCollectionPath:");
@@ -158,7 +159,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   void saveEnableAD();
   void saveTipsEnable();
 
-  // Set a switch in both files.
+  // Set a switch in both files. They wait 0.1 s at most for another writer of each; a file that is
+  // not free by then is left as it is.
   void setEnableAD(bool enable);
   void setTipsEnable(bool enable);
 
@@ -236,7 +238,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   [[nodiscard]] Product productOfData();
   OSErr collect(CollectionType type, Text target, Text key, Text value);
 
-  mutable std::mutex mutex_;  // guards the three texts
+  mutable ForkSafeMutex mutex_;  // guards the three texts
   String productID_;
   String productVersion_;
   String clientID_;

@@ -6,6 +6,7 @@ set(QBDKR_COMM_HEADERS
   Platform/FileLock.h
   Platform/FileTree.h
   Platform/Files.h
+  Platform/ForkSafeMutex.h
   Platform/Log.h
   Platform/ProcessTable.h
   Platform/PropertyList.h

@@ -2,6 +2,7 @@
 
 #include <sys/stat.h>
 #include <time.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <condition_variable>
@@ -11,6 +12,7 @@
 #include <utility>
 #include <variant>
 
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/PropertyListFile.h"
 
 namespace qbdkr {
@@ -109,25 +111,27 @@ class DictionaryCache::State {
   Result at(const std::string& path) {
     const auto look = lookAt(path);
     if (!look) return nullptr;
-    std::unique_lock lock(mutex_);
+    Lock lock(mutex_);
     if (auto known = remembered(path, *look)) return known;
-    const Use use(*this, path);
+    const Use use(turns(), path);
     Readings& readings = use.readings();
     // Only one that begins from now on shows the file as it is now.
     const auto wanted = readings.begun + 1;
     while (readings.ended < wanted || !readings.last) {
       if (readings.ended == readings.begun) {
-        read(path, *look, readings, lock);
+        read(path, *look, use, lock);
         continue;
       }
-      readingEnded_.wait(
-          lock, [&] { return readings.ended >= wanted || readings.ended == readings.begun; });
+      use.waitForEnd(lock,
+                     [&] { return readings.ended >= wanted || readings.ended == readings.begun; });
       if (auto known = remembered(path, *look)) return known;
     }
     return readings.last;
   }
 
  private:
+  using Lock = std::unique_lock<ForkSafeMutex>;
+
   struct Entry {
     Signature signature;
     Result dictionary;
@@ -143,29 +147,53 @@ class DictionaryCache::State {
     std::size_t users = 0;
   };
 
+  // Who reads what, and who waits for it.
+  struct Turns {
+    pid_t process = getpid();
+    std::condition_variable_any readingEnded;
+    std::map<std::string, Readings> readings;
+  };
+
   // Keeps the readings of a file while a thread needs them. Lives under the lock.
   class Use {
    public:
-    Use(State& state, const std::string& path)
-        : state_(state), place_(state.readings_.try_emplace(path).first) {
+    Use(Turns& turns, const std::string& path)
+        : turns_(turns), place_(turns.readings.try_emplace(path).first) {
       ++place_->second.users;
     }
     Use(const Use&) = delete;
     Use& operator=(const Use&) = delete;
     ~Use() {
-      if (--place_->second.users == 0) state_.readings_.erase(place_);
+      if (--place_->second.users == 0) turns_.readings.erase(place_);
     }
     [[nodiscard]] Readings& readings() const { return place_->second; }
 
+    template <class Condition>
+    void waitForEnd(Lock& lock, Condition condition) const {
+      turns_.readingEnded.wait(lock, condition);
+    }
+    void end(Result result) const {
+      readings().last = std::move(result);
+      readings().ended = readings().begun;
+      turns_.readingEnded.notify_all();
+    }
+
    private:
-    State& state_;
+    Turns& turns_;
     std::map<std::string, Readings>::iterator place_;
   };
 
+  // A child that was forked has none of the threads that were reading or waiting, and must not
+  // touch what they wait on.
+  Turns& turns() {
+    if (turns_->process != getpid()) static_cast<void>(turns_.release());
+    if (!turns_) turns_ = std::make_unique<Turns>();
+    return *turns_;
+  }
+
   // Gives up the lock while it reads.
-  void read(const std::string& path, const Look& look, Readings& readings,
-            std::unique_lock<std::mutex>& lock) {
-    ++readings.begun;
+  void read(const std::string& path, const Look& look, const Use& use, Lock& lock) {
+    ++use.readings().begun;
     try {
       lock.unlock();
       DictionaryReading reading = read_(path);
@@ -174,22 +202,19 @@ class DictionaryCache::State {
           std::make_shared<const Dictionary>(std::move(reading.dictionary).value_or(Dictionary()));
       const std::size_t bytes = sizeInMemory(*dictionary);
       lock.lock();
-      readings.last = dictionary;
+      Result result = dictionary;
       if (!look.isSettled && !isWhole) {
         // What cannot be read may be half written right now; what it was before still holds then.
-        if (auto before = lastRemembered(path)) readings.last = std::move(before);
+        if (auto before = lastRemembered(path)) result = std::move(before);
       } else if (look.isSettled && (isWhole || reading.isConclusive)) {
         remember(path, Entry{look.signature, std::move(dictionary), bytes, ++uses_});
       }
-      readings.ended = readings.begun;
+      use.end(std::move(result));
     } catch (...) {
       if (!lock.owns_lock()) lock.lock();
-      readings.last = nullptr;
-      readings.ended = readings.begun;
-      readingEnded_.notify_all();
+      use.end(nullptr);
       throw;
     }
-    readingEnded_.notify_all();
   }
 
   Result remembered(const std::string& path, const Look& look) {
@@ -227,9 +252,8 @@ class DictionaryCache::State {
 
   const Read read_;
   const Capacity capacity_;
-  std::mutex mutex_;
-  std::condition_variable readingEnded_;
-  std::map<std::string, Readings> readings_;
+  ForkSafeMutex mutex_;
+  std::unique_ptr<Turns> turns_ = std::make_unique<Turns>();
   std::map<std::string, Entry> entries_;
   std::uint64_t uses_ = 0;
   std::size_t bytes_ = 0;  // of the entries

@@ -9,8 +9,10 @@
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
+#include <mutex>
 #include <string_view>
 
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/LogLine.h"
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
@@ -26,13 +28,21 @@ bool standardErrorIsJournal() {
   return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
 }
 
+// The C library holds a lock of its own meanwhile, which a forked child would find held.
+std::tm localTime(std::time_t seconds) {
+  static auto& oneAtATime = *new ForkSafeMutex;
+  const std::lock_guard lock(oneAtATime);
+  std::tm local{};
+  localtime_r(&seconds, &local);
+  return local;
+}
+
 std::string prefix() {
   const auto now = std::chrono::system_clock::now();
   const std::time_t seconds = std::chrono::system_clock::to_time_t(now);
   const auto milliseconds =
       std::chrono::duration_cast<std::chrono::milliseconds>(now.time_since_epoch()).count() % 1000;
-  std::tm local{};
-  localtime_r(&seconds, &local);
+  const std::tm local = localTime(seconds);
   std::array<char, 32> date{};
   std::strftime(date.data(), date.size(), "%Y-%m-%d %H:%M:%S", &local);
   std::array<char, 128> text{};

@@ -12,6 +12,7 @@
 #include "Platform/Descriptor.h"
 #include "Platform/FileLock.h"
 #include "Platform/Files.h"
+#include "Platform/ForkSafeMutex.h"
 #include "Platform/Linux/CachedDictionary.h"
 
 namespace qbdkr {
@@ -19,7 +20,8 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-// Hosts start with this on the thread that calls; what could not be stored is stored the next time.
+// For other processes and threads alike: the lock of a file is one between threads as well. Hosts
+// start with this on the thread that calls; what could not be stored is stored the next time.
 constexpr std::chrono::milliseconds lockPatience(200);
 
 std::string preferencesDirectory() {
@@ -60,12 +62,9 @@ bool putAside(const std::string& path) {
   return !fileExists(aside) && std::rename(path.c_str(), aside.c_str()) == 0;
 }
 
+// The caller holds the lock of the directory.
 bool store(const std::string& domain, const Changes& changes) {
   const std::string file = fileOfDomain(domain);
-  const std::string directory = preferencesDirectory();
-  if (!createDirectory(directory)) return false;
-  const auto lock = FileLock::acquire(directory, lockPatience);
-  if (!lock.isHeld()) return false;
   const auto before = readDictionaryFile(file);
   // What cannot be read for want of a descriptor, say, may be good.
   if (!before && fileExists(file) && !canBeOpened(file)) return false;
@@ -84,9 +83,13 @@ struct DefaultsStore::State {
   explicit State(std::string name) : domain(std::move(name)) {}
 
   const std::string domain;
-  std::mutex writing;
-  std::mutex mutex;
+  ForkSafeMutex mutex;
   Changes unsaved;
+
+  Changes unsavedChanges() {
+    const std::lock_guard lock(mutex);
+    return unsaved;
+  }
 };
 
 DefaultsStore::DefaultsStore(const std::string& domain) : state_(std::make_unique<State>(domain)) {}
@@ -115,12 +118,13 @@ void DefaultsStore::setObject(const std::string& key, std::optional<PropertyList
 }
 
 bool DefaultsStore::synchronize() {
-  const std::lock_guard oneWriter(state_->writing);
-  Changes changes;
-  {
-    const std::lock_guard lock(state_->mutex);
-    changes = state_->unsaved;
-  }
+  if (state_->unsavedChanges().empty()) return true;
+  const std::string directory = preferencesDirectory();
+  if (!createDirectory(directory)) return false;
+  const auto fileLock = FileLock::acquire(directory, lockPatience);
+  if (!fileLock.isHeld()) return false;
+  // Only now: another thread may have stored older values, or these, meanwhile.
+  const Changes changes = state_->unsavedChanges();
   if (changes.empty()) return true;
   if (!store(state_->domain, changes)) return false;
   // What was set again while the file was written is still unsaved.

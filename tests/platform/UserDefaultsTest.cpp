@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <atomic>
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <memory>
@@ -12,6 +14,7 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/FileLock.h"
 #include "Platform/RunLoop.h"
 #include "Platform/UserDefaults.h"
 #include "Program.h"
@@ -164,15 +167,80 @@ TEST_F(Defaults, ThreadsMayUseOneObject) {
         const std::string key = std::to_string(thread) + '.' + std::to_string(i);
         defaults.setObject(key, PropertyList(i));
         EXPECT_EQ(defaults.object(key), PropertyList(i));
-        if (i % 5 == 0) {
-          EXPECT_TRUE(defaults.synchronize());
-        }
+        if (i % 5 == 0) defaults.synchronize();  // the others may keep it waiting too long
       }
     });
   }
   for (std::thread& thread : running) thread.join();
   EXPECT_TRUE(defaults.synchronize());
   EXPECT_EQ(stored().size(), std::size_t{threads * keys});
+}
+
+// However many threads want to: they do not wait for one another in turn.
+TEST_F(Defaults, SynchronizeWaitsAMomentOnlyForOthers) {
+  constexpr int waiting = 20;
+  constexpr std::chrono::seconds bound(2);  // ten times what each may wait
+  fs::create_directories(file().parent_path());
+  Process other({"hold", file().parent_path()});
+  ASSERT_EQ(other.readLine(), "locked");
+  defaults.setObject("Key", PropertyList("value"));
+  const auto start = std::chrono::steady_clock::now();
+  std::vector<std::thread> threads;
+  for (int i = 0; i < waiting; ++i) {
+    threads.emplace_back([this] { EXPECT_FALSE(defaults.synchronize()); });
+  }
+  for (std::thread& thread : threads) thread.join();
+  EXPECT_LT(std::chrono::steady_clock::now() - start, bound);
+  EXPECT_EQ(defaults.object("Key"), PropertyList("value"));
+  EXPECT_FALSE(fs::exists(file()));
+  other.finish();
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(stored(), (Dictionary{{"Key", "value"}}));
+}
+
+TEST_F(Defaults, WhatIsSetWhileAnotherThreadWaitsForTheFileIsStoredByIt) {
+  fs::create_directories(file().parent_path());
+  bool done = false;
+  // The waiting thread may give up first.
+  for (int attempt = 0; attempt < 100 && !done; ++attempt) {
+    defaults.setObject("Key", PropertyList("older"));
+    auto lock = FileLock::acquire(file().parent_path(), std::chrono::milliseconds(0));
+    ASSERT_TRUE(lock.isHeld());
+    std::atomic<bool> begun{false};
+    std::thread writer([&] {
+      begun = true;
+      done = defaults.synchronize();
+    });
+    while (!begun) std::this_thread::yield();
+    // Taken all the time, so that this is a pause, in which the writer gets to its wait.
+    EXPECT_FALSE(FileLock::acquire(file().parent_path(), std::chrono::milliseconds(50)).isHeld());
+    defaults.setObject("Key", PropertyList("newer"));
+    lock.release();
+    writer.join();
+  }
+  EXPECT_TRUE(done);
+  EXPECT_EQ(stored(), (Dictionary{{"Key", "newer"}}));
+}
+
+TEST_F(Defaults, AFileWithoutBytesHasNoValuesAndIsPutAside) {
+  writeFile(file(), "");
+  EXPECT_EQ(defaults.object("Key"), std::nullopt);
+  EXPECT_EQ(UserDefaults::persistentDomain(domain).value_or(Dictionary()), Dictionary());
+  defaults.setObject("Key", PropertyList("value"));
+  EXPECT_TRUE(defaults.synchronize());
+  EXPECT_EQ(stored(), (Dictionary{{"Key", "value"}}));
+  ASSERT_TRUE(fs::exists(file().string() + ".damaged"));
+  EXPECT_EQ(fs::file_size(file().string() + ".damaged"), 0U);
+}
+
+TEST_F(Defaults, AreStoredUnderAnyUmask) {
+  giveToOrdinaryUser(directory.path());
+  EXPECT_TRUE(asOrdinaryUser([this] {
+    umask(0777);
+    defaults.setObject("Key", PropertyList("value"));
+    return defaults.synchronize() && defaults.object("Key") == PropertyList("value");
+  }));
+  EXPECT_EQ(stored(), (Dictionary{{"Key", "value"}}));
 }
 
 TEST_F(Defaults, ADamagedFileIsPutAside) {

@@ -3,6 +3,8 @@
 // delegate are lines that begin with "!". The main thread runs the main run loop.
 
 #include <poll.h>
+#include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -24,6 +26,7 @@
 #include "ClientComm/QBHPProcessList.h"
 #include "Platform/Bundle.h"
 #include "Platform/RunLoop.h"
+#include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
 #include "ProductClient/DetachedThread.h"
 #include "ProductClient/QBHPHelper.h"
@@ -234,6 +237,51 @@ std::string joinedSenders() {
 
 std::string yesOrNo(bool value) { return value ? "yes" : "no"; }
 
+// Reads and writes settings and switches in most of the ways there are.
+void useSettings() {
+  auto& defaults = qbdkr::UserDefaults::standard();
+  defaults.setObject("Busy", qbdkr::PropertyList("value"));
+  static_cast<void>(defaults.object("Busy"));
+  static_cast<void>(communicator().firstStartPID());
+  static_cast<void>(communicator().collectDataPID());
+  communicator().setTipsEnable(true);  // logs
+}
+
+// A child is lost if it does not end within this time. It may wait for the locks of settings files.
+bool childReturns() {
+  constexpr int patience = 20'000;  // milliseconds
+  const pid_t child = fork();
+  if (child == 0) {
+    useSettings();
+    communicator().setCollectDataPID("5");
+    _exit(0);
+  }
+  const int end = static_cast<int>(::syscall(SYS_pidfd_open, child, 0));
+  pollfd ended{end, POLLIN, 0};
+  const bool returned = ::poll(&ended, 1, patience) == 1;
+  if (!returned) ::kill(child, SIGKILL);
+  ::close(end);
+  ::waitpid(child, nullptr, 0);
+  return returned;
+}
+
+std::string forkAmidSettings(const Words& words) {
+  constexpr int busyThreads = 4;
+  std::atomic<bool> done{false};
+  std::vector<std::thread> threads;
+  for (int i = 0; i < busyThreads; ++i) {
+    threads.emplace_back([&done] {
+      while (!done) useSettings();
+    });
+  }
+  int returned = 0;
+  const int wanted = std::stoi(words.at(0));
+  while (returned < wanted && childReturns()) ++returned;
+  done = true;
+  for (std::thread& thread : threads) thread.join();
+  return std::to_string(returned) + " children";
+}
+
 using Command = std::function<std::string(const Words&)>;
 
 const std::map<std::string, Command>& commands() {
@@ -314,6 +362,12 @@ const std::map<std::string, Command>& commands() {
       {"collect-status",
        [](const Words&) { return yesOrNo(communicator().productCollectStatus()); }},
       {"fork-send", forkAndPost},
+      {"fork-settings", forkAmidSettings},
+      {"data-path-and-exit",
+       [](const Words& words) -> std::string {
+         communicator().initDataCollectionPath(optionalText(words.at(0)));
+         _exit(0);
+       }},
       {"send-and-exit",
        [](const Words& words) -> std::string {
          const Message message(words);

@@ -5,9 +5,9 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
-#include <memory>
 #include <string>
 #include <string_view>
+#include <thread>
 #include <utility>
 #include <vector>
 
@@ -113,26 +113,21 @@ TEST_F(Helper, InstallTimeOfAnotherTypeIsLeftAlone) {
   });
 }
 
-TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondWaitsAndStoresNothing) {
+TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondNeitherWaitsNorStoresAnything) {
   inHost(hostInformation(), [this](const Host& host) {
     helper();
     runThreads();
     bool isFirst = true;
-    std::unique_ptr<WatchedThread> second;
     String storedMeanwhile;
     const WatchedDefaults defaults([&](std::string_view key) {
       if (key != "installTime" || !std::exchange(isFirst, false)) return;
       // The first has found none, and stores its own next.
-      second = std::make_unique<WatchedThread>([this] { helper().startHelper(); });
-      EXPECT_TRUE(second->waits());
+      std::thread([this] { helper().startHelper(); }).join();
       storedMeanwhile = installTime(host);
     });
     helper().startHelper();
     EXPECT_EQ(storedMeanwhile, std::nullopt);
-    const String stored = installTime(host);
-    second->join();
-    EXPECT_TRUE(stored.has_value());
-    EXPECT_EQ(installTime(host), stored);
+    EXPECT_TRUE(installTime(host).has_value());
   });
 }
 
