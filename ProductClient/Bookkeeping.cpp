@@ -81,7 +81,10 @@ void QBHPHelperCommunicate::initDataCollectionPath(Text base) {
   const std::string data = appendPathComponent(logs, "Data");
   if (fileExists(data)) return;
   log("%@ DataCollectPath = %@", {kInitDataCollectionPath.text(), data});
-  UserDefaults::standard().setObject(defaultskey::dataCollectPath, PropertyList(data));
+  UserDefaults& defaults = UserDefaults::standard();
+  defaults.setObject(defaultskey::dataCollectPath, PropertyList(data));
+  // At once, and first: the path of a folder that exists already is never recorded again.
+  defaults.synchronize();
   createDirectory(data);
 }
 

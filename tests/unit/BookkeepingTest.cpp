@@ -1,12 +1,16 @@
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <filesystem>
 #include <string>
 #include <vector>
 
 #include "Host.h"
 #include "Platform/Bundle.h"
+#include "Platform/Descriptor.h"
 #include "Platform/UserDefaults.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
@@ -202,11 +206,40 @@ TEST_F(Bookkeeping, DataCollectionPathIsMadeWithEverythingAboveIt) {
     EXPECT_TRUE(fs::is_directory(data));
     EXPECT_EQ(log.lines(),
               std::vector<std::string>{"initDataCollectionPath: DataCollectPath = " + data});
-    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), PropertyList(data));
-    // Stored with the next synchronize, which is not this call's.
-    EXPECT_EQ(stored(host, "DataCollectPath"), std::nullopt);
-    UserDefaults::standard().synchronize();
     EXPECT_EQ(stored(host, "DataCollectPath"), PropertyList(data));
+  });
+}
+
+// A process that ends in between records the path the next time, or has done so.
+TEST_F(Bookkeeping, DataCollectionPathIsRecordedBeforeItsFolderIsMade) {
+  inHost(hostInformation(), [this](const Host& host) {
+    communicator();
+    fs::create_directories(host.home / "Log");
+    const Descriptor folder(inotify_init1(IN_CLOEXEC));
+    ASSERT_GE(inotify_add_watch(folder.get(), (host.home / "Log").c_str(), IN_CREATE), 0);
+    ASSERT_GE(
+        inotify_add_watch(folder.get(), host.defaultsFile(hostIdentifier).parent_path().c_str(),
+                          IN_MOVED_TO),
+        0);
+    communicator().initDataCollectionPath(host.home.string());
+    alignas(inotify_event) std::array<char, 4096> events{};
+    ASSERT_GT(read(folder.get(), events.data(), events.size()), 0);
+    const auto* first = reinterpret_cast<const inotify_event*>(events.data());
+    EXPECT_EQ(first->mask, IN_MOVED_TO);
+    EXPECT_EQ(stored(host, "DataCollectPath"), PropertyList((host.home / "Log/Data").string()));
+  });
+}
+
+TEST_F(Bookkeeping, DataCollectionPathIsMadeAlthoughItCannotBeRecorded) {
+  inHost(hostInformation(), [this](const Host& host) {
+    communicator();
+    const fs::path preferences = host.defaultsFile(hostIdentifier).parent_path();
+    fs::remove_all(preferences);
+    writeFile(preferences, "a file where a folder would have to be");
+    communicator().initDataCollectionPath(host.home.string());
+    EXPECT_TRUE(fs::is_directory(host.home / "Log/Data"));
+    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"),
+              PropertyList((host.home / "Log/Data").string()));
   });
 }
 
@@ -249,6 +282,8 @@ TEST_F(Bookkeeping, DataPathThatCannotBeMadeIsNotReported) {
     EXPECT_NO_THROW(communicator().initDataCollectionPath((host.home / "base").string()));
     EXPECT_EQ(log.lines().size(), 1U);
     EXPECT_FALSE(fs::exists(host.home / "base/Log"));
+    EXPECT_EQ(stored(host, "DataCollectPath"),
+              PropertyList((host.home / "base/Log/Data").string()));
   });
 }
 
