@@ -5,6 +5,7 @@
 
 #include "ClientComm/Text.h"
 #include "Platform/FileLock.h"
+#include "Platform/FileRewrite.h"
 #include "Platform/Files.h"
 #include "Platform/Text.h"
 
@@ -13,8 +14,9 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-// Two writers at once could mix what they write.
-constexpr std::chrono::seconds lockPatience(2);
+// Two writers at once could mix what they write. A setter writes two files, and a user interface
+// that calls it must not wait longer than 0.2 s for others.
+constexpr std::chrono::milliseconds lockPatience(100);
 
 std::string utf16WithMark(std::string_view text) {
   std::string bytes("\xFF\xFE", 2);
@@ -36,6 +38,10 @@ std::optional<std::string> contentsFor(SwitchForm form, const Dictionary& dictio
   return text ? std::optional(utf16WithMark(*text)) : std::nullopt;
 }
 
+std::string_view blankOf(SwitchForm form) {
+  return form == SwitchForm::propertyList ? std::string_view("\n") : std::string_view("\n\0", 2);
+}
+
 }  // namespace
 
 std::optional<std::string> firstPropertyList(const std::string& bundlePath) {
@@ -49,6 +55,8 @@ std::optional<std::string> firstPropertyList(const std::string& bundlePath) {
 bool writeSwitch(const std::string& path, SwitchForm form, std::string_view key, bool value,
                  SwitchWrite when) {
   const auto lock = FileLock::acquire(path, lockPatience);
+  if (lock.isTaken()) return false;
+  recoverLockedFile(path);
   auto dictionary = readDictionaryFile(path);
   if (!dictionary) return false;
   const PropertyList* before = dictionary->find(key);
@@ -56,7 +64,7 @@ bool writeSwitch(const std::string& path, SwitchForm form, std::string_view key,
   if (unchanged && when == SwitchWrite::whenChanged) return true;
   dictionary->set(key, valueFor(form, value));
   const auto contents = contentsFor(form, *dictionary);
-  return contents && rewriteFile(path, *contents);
+  return contents && rewriteFile(path, *contents, blankOf(form));
 }
 
 }  // namespace qbdkr

@@ -23,6 +23,8 @@ enum class SwitchWrite { always, whenChanged };
 
 // Sets one switch in a file and keeps everything else that it says: a flag in a property list, "1"
 // or "0" in a strings file (UTF-16 with a byte-order mark). True when the file says it afterwards.
+// Waits 0.1 s at most for another writer; the file is left as it is if that takes longer. Blocks
+// for the file system. Any thread.
 QBDKR_EXPORT bool writeSwitch(const std::string& path, SwitchForm form, std::string_view key,
                               bool value, SwitchWrite when);
 

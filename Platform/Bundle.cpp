@@ -4,6 +4,8 @@
 
 #include <utility>
 
+#include "Platform/FileRewrite.h"
+#include "Platform/Files.h"
 #include "Platform/NativeBundle.h"
 
 namespace qbdkr {
@@ -34,6 +36,20 @@ Dictionary localizedInfo(const NativeBundle& bundle) {
   return Dictionary::fromEntries(std::move(entries));
 }
 
+// A process that was killed while it wrote switches may have cost the bundle its information, or
+// the localized texts, which are read after this.
+std::unique_ptr<const NativeBundle> openRecoveredMainBundle() {
+  auto native = openMainBundle();
+  if (!native) return nullptr;
+  const std::string contents = appendPathComponent(native->path(), "Contents");
+  if (recoverFilesIn(contents)) native = openMainBundle();
+  if (!native) return nullptr;
+  for (const std::string& language : native->preferredLocalizations()) {
+    recoverFilesIn(appendPathComponent(contents, "Resources/" + language + ".lproj"));
+  }
+  return native;
+}
+
 }  // namespace
 
 struct Bundle::State {
@@ -48,7 +64,7 @@ struct Bundle::State {
 };
 
 const Bundle& Bundle::main() {
-  static const auto& bundle = *new Bundle(std::make_shared<const State>(openMainBundle()));
+  static const auto& bundle = *new Bundle(std::make_shared<const State>(openRecoveredMainBundle()));
   return bundle;
 }
 

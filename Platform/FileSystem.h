@@ -38,8 +38,9 @@ namespace qbdkr {
 // Waits until the contents of a file or directory are durable.
 [[nodiscard]] bool flushDescriptor(int file);
 
-// Sets room aside for a file's first bytes, without a change that a reader could see. True as well
-// on a file system that cannot: there it is had or not when it is written to.
-[[nodiscard]] bool setRoomAside(int file, off_t size);
+// Sets room aside for a file's first bytes, without a change that a reader could see. Unknown on a
+// file system that cannot: it has the room or not when the file is written.
+enum class Room { setAside, missing, unknown };
+[[nodiscard]] Room setRoomAside(int file, off_t size);
 
 }  // namespace qbdkr

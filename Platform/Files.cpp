@@ -2,10 +2,7 @@
 
 #include <dirent.h>
 #include <fcntl.h>
-#include <poll.h>
 #include <pwd.h>
-#include <sys/file.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -61,11 +58,24 @@ bool writeWhole(int file, std::string_view contents) {
   return true;
 }
 
-// Room that is set aside is not held against the limit on the size of this process's files.
-bool mayHaveSize(off_t size) {
-  rlimit limit{};
-  return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
-         static_cast<rlim_t>(size) <= limit.rlim_cur;
+bool isDirectory(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+// Whatever the umask takes from others, the owner can use what was made.
+bool makeDirectory(const std::string& path) {
+  constexpr mode_t defaultMode = 0777;
+  struct stat status {};
+  if (::mkdir(path.c_str(), defaultMode) != 0) return false;
+  if (::lstat(path.c_str(), &status) != 0) return false;
+  const bool isUsable = (status.st_mode & S_IRWXU) == S_IRWXU;
+  return isUsable || ::chmod(path.c_str(), (status.st_mode & 07777U) | S_IRWXU) == 0;
+}
+
+// Another process may make it at the same time.
+bool ensureDirectory(const std::string& path) {
+  return isDirectory(path) || makeDirectory(path) || isDirectory(path);
 }
 
 // The home directory of a user, "" for the one who runs this process; absent for a user who does
@@ -91,9 +101,13 @@ bool fileExists(const std::string& path) {
 }
 
 bool createDirectory(const std::string& path) {
-  std::error_code error;
-  fs::create_directories(path, error);
-  return fs::is_directory(path, error);
+  if (isDirectory(path)) return true;
+  if (errno == ENAMETOOLONG) return false;  // a part of it could be made
+  for (auto slash = path.find('/', 1); slash != std::string::npos;
+       slash = path.find('/', slash + 1)) {
+    if (!ensureDirectory(path.substr(0, slash))) return false;
+  }
+  return ensureDirectory(path);
 }
 
 std::optional<std::vector<std::string>> contentsOfDirectory(const std::string& path) {
@@ -109,28 +123,22 @@ std::optional<std::vector<std::string>> contentsOfDirectory(int directory) {
   return namesIn(std::move(handle));
 }
 
+// Always the same name: one that a killed process has left is made again.
+std::string stagedPath(const std::string& path) { return path + ".new"; }
+
 bool replaceFile(const std::string& path, std::string_view contents) {
-  // Always the same name: one that a process has left when it was killed is used again.
-  const std::string staged = path + ".new";
-  const Descriptor file(::open(staged.c_str(),
-                               O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK,
-                               S_IRUSR | S_IWUSR));
+  const std::string staged = stagedPath(path);
+  ::unlink(staged.c_str());
+  const Descriptor file(
+      ::open(staged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file) return false;
   if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && writeWhole(file.get(), contents) &&
       flushDescriptor(file.get()) && ::rename(staged.c_str(), path.c_str()) == 0) {
-    return flush(fs::path(path).parent_path());
+    const fs::path directory = fs::path(path).parent_path();
+    return flush(directory.empty() ? "." : directory);
   }
   ::unlink(staged.c_str());
   return false;
-}
-
-bool rewriteFile(const std::string& path, std::string_view contents) {
-  const Descriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC | O_NONBLOCK));
-  const auto size = static_cast<off_t>(contents.size());
-  // Room is made first: running out of it in the middle would cost what the file held.
-  if (!file || !mayHaveSize(size) || !setRoomAside(file.get(), size)) return false;
-  return writeWhole(file.get(), contents) && ::ftruncate(file.get(), size) == 0 &&
-         flushDescriptor(file.get());
 }
 
 std::string expandTilde(std::string_view path) {

@@ -14,7 +14,8 @@ namespace qbdkr {
 
 [[nodiscard]] QBDKR_EXPORT bool fileExists(const std::string& path);
 
-// Creates a directory and the missing ones above it; true when it exists afterwards.
+// Creates a directory and the missing ones above it; true when it exists afterwards. Those that it
+// makes have the rights that the umask leaves, and all rights for their owner.
 QBDKR_EXPORT bool createDirectory(const std::string& path);
 
 // The names in a directory, in the order of the file system; absent when it cannot be listed, and
@@ -29,12 +30,8 @@ QBDKR_EXPORT bool createDirectory(const std::string& path);
 // be the only one holds a FileLock.
 QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents);
 
-// Writes new contents over those of a file that exists, which stays the same file: owner, mode and
-// links are kept. Not atomic: a reader meanwhile, and a crash, may meet both contents mixed. True
-// when the new ones are durable. False, with the old ones untouched, when it cannot be opened for
-// reading and writing, is no file, or has no room to grow; only where the file system cannot set
-// room aside, or fails in the middle, may a failure leave a part of the new ones over the old.
-QBDKR_EXPORT bool rewriteFile(const std::string& path, std::string_view contents);
+// Where replaceFile() stages the contents: a file that is left there when its process is killed.
+[[nodiscard]] QBDKR_EXPORT std::string stagedPath(const std::string& path);
 
 // The path with a leading "~" replaced by the user's home directory, and "~NAME" by that of another
 // user; as it is where there is no such user.

@@ -4,6 +4,7 @@ set(QBDKR_COMM_HEADERS
   Platform/Bundle.h
   Platform/Export.h
   Platform/FileLock.h
+  Platform/FileRewrite.h
   Platform/FileTree.h
   Platform/Files.h
   Platform/ForkSafeMutex.h

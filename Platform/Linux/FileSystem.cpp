@@ -193,12 +193,13 @@ bool flushTree(int directory, const std::string&) { return ::syncfs(directory) =
 
 bool flushDescriptor(int file) { return ::fsync(file) == 0; }
 
-bool setRoomAside(int file, off_t size) {
+Room setRoomAside(int file, off_t size) {
   int result = 0;
   do {
     result = size == 0 ? 0 : ::fallocate(file, FALLOC_FL_KEEP_SIZE, 0, size);
   } while (result != 0 && errno == EINTR);
-  return result == 0 || errno == EOPNOTSUPP || errno == ENOSYS;
+  if (result == 0) return Room::setAside;
+  return errno == EOPNOTSUPP || errno == ENOSYS ? Room::unknown : Room::missing;
 }
 
 }  // namespace qbdkr

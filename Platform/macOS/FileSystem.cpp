@@ -87,12 +87,12 @@ bool flushTree(int, const std::string& tree) {
 // has to do.
 bool flushDescriptor(int file) { return ::fcntl(file, F_FULLFSYNC) == 0 || ::fsync(file) == 0; }
 
-bool setRoomAside(int file, off_t size) {
+Room setRoomAside(int file, off_t size) {
   constexpr off_t blockSize = 512;  // of st_blocks, whatever the file system's own
   struct stat status {};
-  if (::fstat(file, &status) != 0) return false;
+  if (::fstat(file, &status) != 0) return Room::missing;
   const off_t held = status.st_blocks * blockSize;
-  if (size <= held) return true;
+  if (size <= held) return Room::setAside;
   fstore_t room{};
   room.fst_flags = F_ALLOCATEALL;
   room.fst_posmode = F_PEOFPOSMODE;
@@ -101,7 +101,8 @@ bool setRoomAside(int file, off_t size) {
   do {
     result = ::fcntl(file, F_PREALLOCATE, &room);
   } while (result != 0 && errno == EINTR);
-  return result == 0 || errno == ENOTSUP || errno == EINVAL;
+  if (result == 0) return Room::setAside;
+  return errno == ENOTSUP || errno == EINVAL ? Room::unknown : Room::missing;
 }
 
 }  // namespace qbdkr

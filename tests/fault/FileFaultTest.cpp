@@ -33,6 +33,7 @@ TEST_P(DamagedPreferences, AreSetAsideAndReplaced) {
   EXPECT_EQ(host->call("first-start"), "1001");
   const auto stored = scene.preferences(scene.hostID());
   EXPECT_NE(stored.find("\"PID\": \"1001\""), std::string::npos) << stored;
+  ASSERT_TRUE(fs::exists(file.string() + ".damaged"));
   EXPECT_EQ(readFile(file.string() + ".damaged"), GetParam().contents);
   host->quit();
 }
@@ -185,6 +186,82 @@ TEST(FileFault, FileInThePlaceOfTheInstallDirectoryIsLeftAlone) {
   EXPECT_EQ(host->call("extract", soon), "done");
   EXPECT_EQ(host->call("launch", soon), "no");
   EXPECT_EQ(readFile(scene.installDirectory()), "a file");
+}
+
+// What a host leaves that is killed while it writes a page of a switch file: the rest of the old
+// contents behind the new ones.
+class HostKilledWhileItWrote : public testing::Test {
+ protected:
+  static void cutOff(const fs::path& file, const std::string& after) {
+    const std::string before = readFile(file);
+    const std::string filled = after + std::string(before.size() - after.size(), '\n');
+    writeFile(recordOf(file), "qbhp-rewrite " + std::to_string(before.size()) + ' ' +
+                                  std::to_string(after.size()) + '\n' + before + filled);
+    writeFile(file, after + before.substr(after.size()));
+  }
+  static fs::path recordOf(const fs::path& file) {
+    return file.parent_path() / ('.' + file.filename().string() + ".qbhp-rewrite");
+  }
+
+  Scene scene;
+};
+
+TEST_F(HostKilledWhileItWrote, GetsItsIdentityBackAtTheNextStart) {
+  const auto bundle = scene.makeHost("Host", "1.0", {{"TipsEnable", "1"}, {"EnableAD", "0"}});
+  const std::string before = readFile(bundle.infoFile());
+  cutOff(bundle.infoFile(), "<plist><dict/></plist>");
+  const auto host = scene.startAndShare(bundle);
+  EXPECT_EQ(host->call("first-start"), "1001");
+  EXPECT_EQ(readFile(bundle.infoFile()), before);
+  EXPECT_FALSE(fs::exists(recordOf(bundle.infoFile())));
+  host->quit();
+}
+
+TEST_F(HostKilledWhileItWrote, GetsTheTextsOfItsLanguageBackAtTheNextStart) {
+  const auto bundle = scene.makeHost("Host", "1.0", {{"CFBundleDevelopmentRegion", "en"}});
+  const fs::path texts = bundle.resources() / "en.lproj/InfoPlist.strings";
+  writeFile(texts, "/* whom data is collected for */ \"PID\" = \"2002\";");
+  cutOff(texts, "\"PID\" = \"3");
+  const auto host = scene.start(bundle);
+  host->call("share");
+  EXPECT_EQ(host->call("first-start"), "2002");
+  EXPECT_FALSE(fs::exists(recordOf(texts)));
+  host->quit();
+}
+
+// The host of another user may not write the bundle; it starts as ever.
+TEST_F(HostKilledWhileItWrote, DoesNotKeepTheHostOfAReadOnlyBundleFromStarting) {
+  const auto bundle = scene.makeHost("Host", "1.0");
+  writeFile(recordOf(bundle.infoFile()), "left behind");
+  auto options = scene.options();
+  options.obeyFilePermissions = true;
+  fs::permissions(bundle.infoFile().parent_path(), fs::perms(0555));
+  const auto host = scene.start(bundle, options);
+  EXPECT_EQ(host->call("share"), "shared");
+  EXPECT_EQ(host->call("first-start"), "1001");
+  EXPECT_TRUE(fs::exists(recordOf(bundle.infoFile())));
+  fs::permissions(bundle.infoFile().parent_path(), fs::perms(0755));
+  host->quit();
+}
+
+// The threads of the host are in the middle of anything when it forks.
+TEST(FileFault, ForkedChildOfABusyHostReachesTheSettings) {
+  Scene scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("fork-settings 200", std::chrono::seconds(100)), "200 children");
+  host->quit();
+}
+
+// A process that ends right after the call, and never ran its main loop.
+TEST(FileFault, DataPathIsRecordedThoughTheProcessEndsAtOnce) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  const fs::path base = scene.directory() / "data";
+  host->process().write("1 data-path-and-exit " + base.string() + "\n");
+  EXPECT_TRUE(host->process().succeeds());
+  EXPECT_TRUE(fs::is_directory(base / "Log/Data"));
+  const auto stored = scene.preferences(scene.hostID());
+  EXPECT_NE(stored.find((base / "Log/Data").string()), std::string::npos) << stored;
 }
 
 }  // namespace

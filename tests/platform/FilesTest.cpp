@@ -86,6 +86,55 @@ TEST_F(Files, CreateDirectoryFailsWhereAFileIs) {
   EXPECT_FALSE(createDirectory(""));
 }
 
+TEST_F(Files, CreateDirectoryTakesAnySpellingOfAPath) {
+  EXPECT_TRUE(createDirectory(root.string() + "//a///b//"));
+  EXPECT_TRUE(fs::is_directory(root / "a/b"));
+  EXPECT_TRUE(createDirectory(root.string() + "/a/./c/../d/"));
+  EXPECT_EQ(namesIn(root / "a"), (std::vector<std::string>{"b", "c", "d"}));
+  EXPECT_TRUE(createDirectory("/"));
+}
+
+TEST_F(Files, CreateDirectoryRefusesAPathThatIsTooLong) {
+  std::string path = root;
+  while (path.size() < 3'000'000) path += "/a";
+  EXPECT_FALSE(createDirectory(path));
+  EXPECT_EQ(namesIn(root), std::vector<std::string>());
+}
+
+TEST_F(Files, WhatIsMadeCanBeUsedByItsOwnerUnderAnyUmask) {
+  giveToOrdinaryUser(root);
+  EXPECT_TRUE(asOrdinaryUser([this] {
+    umask(0777);
+    return createDirectory(root / "a/b") && replaceFile(root / "a/b/file", "contents") &&
+           replaceFile(root / "a/b/file", "others");
+  }));
+  EXPECT_EQ(modeOf(root / "a"), 0700U);
+  EXPECT_EQ(modeOf(root / "a/b"), 0700U);
+  EXPECT_EQ(modeOf(root / "a/b/file"), 0600U);
+  EXPECT_EQ(readFile(root / "a/b/file"), "others");
+}
+
+TEST_F(Files, UmaskDecidesWhatOthersMayDoWithADirectory) {
+  const mode_t before = umask(0027);
+  EXPECT_TRUE(createDirectory(root / "a/b"));
+  umask(before);
+  EXPECT_EQ(modeOf(root / "a"), 0750U);
+  EXPECT_EQ(modeOf(root / "a/b"), 0750U);
+}
+
+TEST_F(Files, ReplaceFileIsNotKeptFromItByWhatAKilledProcessHasLeft) {
+  writeFile(to, "old");
+  writeFile(stagedPath(to), "left behind");
+  fs::permissions(stagedPath(to), fs::perms::none);
+  fs::create_hard_link(stagedPath(to), root / "also");
+  giveToOrdinaryUser(root);
+  EXPECT_TRUE(asOrdinaryUser([this] { return replaceFile(to, "new"); }));
+  EXPECT_EQ(readFile(to), "new");
+  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"also", "to"}));
+  fs::permissions(root / "also", fs::perms::owner_read);
+  EXPECT_EQ(readFile(root / "also"), "left behind");
+}
+
 TEST_F(Files, ContentsAreTheNamesWithoutTheDots) {
   writeFile(root / "b", "");
   writeFile(root / ".hidden", "");
@@ -153,60 +202,6 @@ TEST_F(Files, ReaderNeverSeesHalfAFile) {
     const std::string seen = readFile(to);
     EXPECT_TRUE(seen == a || seen == b) << seen.size();
   }
-  writer.join();
-}
-
-TEST_F(Files, RewriteFileKeepsTheFile) {
-  writeFile(to, "old");
-  fs::permissions(to, fs::perms(0640));
-  fs::create_hard_link(to, from);
-  for (const std::string& contents :
-       {std::string(100'000, 'a'), std::string("b\0c", 3), std::string(), std::string("d")}) {
-    EXPECT_TRUE(rewriteFile(to, contents));
-    EXPECT_EQ(readFile(to), contents);
-    EXPECT_EQ(readFile(from), contents);
-    EXPECT_EQ(modeOf(to), 0640U);
-  }
-  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"from", "to"}));
-}
-
-TEST_F(Files, RewriteFileNeedsAFile) {
-  EXPECT_FALSE(rewriteFile(to, "new"));
-  EXPECT_FALSE(fs::exists(to));
-  fs::create_directory(root / "directory");
-  EXPECT_FALSE(rewriteFile(root / "directory", "new"));
-  ASSERT_EQ(mkfifo((root / "fifo").c_str(), 0600), 0);
-  EXPECT_FALSE(rewriteFile(root / "fifo", "new"));
-  EXPECT_FALSE(rewriteFile("/dev/full", "new"));
-}
-
-TEST_F(Files, RewriteFileThatFailsKeepsTheOldContents) {
-  writeFile(to, "old");
-  giveToOrdinaryUser(root);
-  EXPECT_FALSE(asOrdinaryUser([this] {
-    const rlimit limit{1000, 1000};
-    setrlimit(RLIMIT_FSIZE, &limit);
-    return rewriteFile(to, std::string(2000, 'x'));
-  }));
-  EXPECT_EQ(readFile(to), "old");
-  for (const int mode : {0444, 0222}) {
-    fs::permissions(to, fs::perms(mode));
-    EXPECT_FALSE(asOrdinaryUser([this] { return rewriteFile(to, "new"); })) << mode;
-    fs::permissions(to, fs::perms(0644));
-    EXPECT_EQ(readFile(to), "old");
-  }
-}
-
-TEST_F(Files, ReaderOfARewrittenFileMeetsNoByteThatNobodyWrote) {
-  const std::string a(50'000, 'a');
-  const std::string b(70'000, 'b');
-  writeFile(to, a);
-  std::atomic<bool> done{false};
-  std::thread writer([&] {
-    for (int i = 0; i < 50; ++i) rewriteFile(to, i % 2 == 0 ? b : a);
-    done = true;
-  });
-  while (!done) EXPECT_EQ(readFile(to).find_first_not_of("ab"), std::string::npos);
   writer.join();
 }
 
