@@ -167,6 +167,17 @@ TEST_F(FileTree, CopyDoesNotDependOnTheUserMask) {
   EXPECT_EQ(modeOf(to + "/Contents/Linux/tool"), 0777U);
 }
 
+TEST_F(FileTree, CopyAndRemovalNeedNothingOfTheUserMask) {
+  makeTree();
+  giveToOrdinaryUser(root);
+  EXPECT_TRUE(asOrdinaryUser([this] {
+    umask(0777);
+    return copyItem(from, to) && !removeItem(from);
+  }));
+  EXPECT_EQ(namesIn(root), std::vector<std::string>{"to"});
+  EXPECT_EQ(readFile(to + "/Contents/Linux/tool"), "tool");
+}
+
 TEST_F(FileTree, CopyTakesASingleFile) {
   writeFile(from, "file");
   fs::permissions(from, fs::perms(0444));
