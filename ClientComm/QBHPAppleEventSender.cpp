@@ -16,6 +16,12 @@ AppleEventDescriptor text(Text value) {
   return AppleEventDescriptor::withString(std::string(value.value_or(std::string_view())));
 }
 
+// The empty text is no result, over whatever road it came: the bus has no other way to say so.
+String resultOf(const AppleEvent& reply) {
+  const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
+  return answer == nullptr || answer->data().empty() ? std::nullopt : answer->stringValue();
+}
+
 // The bytes are UTF-8 but their count is that of the UTF-16 units, on purpose: peers have always
 // been addressed so. Identifiers are ASCII in practice, where both are the same.
 AppleEventDescriptor targetWithBundleID(Text bundleID) {
@@ -62,8 +68,7 @@ OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text select
   AppleEvent reply;
   const OSErr status = AppleEventTransport::shared().sendMessage(
       createEvnet(bundleID, className, selectName, args), reply, kAEWaitReply, kNoTimeOut);
-  const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
-  result = answer == nullptr ? std::nullopt : answer->stringValue();
+  result = resultOf(reply);
   return status;
 }
 

@@ -35,7 +35,7 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args);
 
   // Sends an event to an application and waits for its reply, without limit. The result is always
-  // written: the reply's text, or absent.
+  // written: the reply's text, or absent. An empty text is absent as well.
   OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args, String& result);
 
   // The same two, to the helper agent.

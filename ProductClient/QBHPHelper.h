@@ -50,7 +50,7 @@ class QBDKR_EXPORT QBHPHelper {
   // goes away.
   bool productCollectStatus();
   String netErrorPagePath();
-  // Both throw RangeException for an answer of fewer than three fields: what the helper agent says
+  // Both throw RangeException for an answer of one field or two: what the helper agent says
   // decides, so a host catches it.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();

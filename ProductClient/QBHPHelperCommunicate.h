@@ -204,7 +204,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   String netErrorPagePath();
 
   // The page for a suite that is not registered, or is. Without answer its URL is absent and its
-  // size 0. Throws RangeException for an answer of fewer than three fields. Blocks until the helper
+  // size 0. Throws RangeException for an answer of one field or two. Blocks until the helper
   // agent answers.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();

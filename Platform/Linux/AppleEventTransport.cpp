@@ -36,8 +36,7 @@ class BusTransport final : public AppleEventTransport {
 
     std::string answer;
     const OSErr status = sender().call(target, directObject, microseconds(timeout), answer);
-    // The bus has no other way to say "no result" than the empty text.
-    if (status == noErr && !answer.empty()) {
+    if (status == noErr) {
       reply.setParamDescriptor(keyDirectObject,
                                AppleEventDescriptor::withString(std::move(answer)));
     }

@@ -174,6 +174,13 @@ TEST_F(AppleEventSender, ResultIsAbsentForAnEmptyReply) {
   EXPECT_EQ(result, std::nullopt);
 }
 
+TEST_F(AppleEventSender, EmptyTextIsNoResultOverAnyTransport) {
+  String result = "what was there before";
+  transport.answerWith({noErr, ""});
+  EXPECT_EQ(sender.sendEvnet("Class", "method", {}, result), noErr);
+  EXPECT_EQ(result, std::nullopt);
+}
+
 TEST_F(AppleEventSender, ResultIsWrittenAfterAFailedSend) {
   String result = "what was there before";
   transport.answerWith({procNotFound, std::nullopt});

@@ -371,7 +371,7 @@ TEST_F(Requests, SuiteAnswerIsReadByFields) {
 TEST_F(Requests, SuiteAnswerOfTooFewFieldsThrowsTheRangeException) {
   inHost(hostInformation(), [this](const Host&) {
     auto& communicator = Communicator::share();
-    for (const char* reply : {"U###1", "U", ""}) {
+    for (const char* reply : {"U###1", "U", "###"}) {
       transport.answerWith({noErr, reply});
       EXPECT_THROW(communicator.regSuiteInfo(), RangeException) << '"' << reply << '"';
       EXPECT_THROW(communicator.unRegSuiteInfo(), std::out_of_range) << '"' << reply << '"';
@@ -386,12 +386,16 @@ constexpr SuiteRequest suiteRequests[] = {&Communicator::regSuiteInfo,
 TEST_F(Requests, NoSuiteAnswerGivesNoURLAndNoSize) {
   inHost(hostInformation(), [this](const Host&) {
     auto& communicator = Communicator::share();
-    transport.answerWith({procNotFound, std::nullopt});
-    for (const SuiteRequest request : suiteRequests) {
-      const QBHPSuiteInfo info = (communicator.*request)();
-      EXPECT_EQ(info.URL(), std::nullopt);
-      EXPECT_EQ(info.width(), 0);
-      EXPECT_EQ(info.height(), 0);
+    const RecordingTransport::Answer withoutText[] = {
+        {procNotFound, std::nullopt}, {noErr, std::nullopt}, {noErr, ""}};
+    for (const auto& answer : withoutText) {
+      transport.answerWith(answer);
+      for (const SuiteRequest request : suiteRequests) {
+        const QBHPSuiteInfo info = (communicator.*request)();
+        EXPECT_EQ(info.URL(), std::nullopt);
+        EXPECT_EQ(info.width(), 0);
+        EXPECT_EQ(info.height(), 0);
+      }
     }
   });
 }
@@ -412,17 +416,16 @@ TEST_F(Requests, SuiteAnswersAreLoggedUnderTheSameNameForBothKindsOfSuite) {
   });
 }
 
-TEST_F(Requests, NetErrorPagePathIsAbsentWithoutAReplyAndEmptyForAnEmptyOne) {
+TEST_F(Requests, NetErrorPagePathIsAbsentWithoutAReplyAndForAnEmptyOne) {
   inHost(hostInformation(), [this](const Host&) {
     RecordingRunLoop runLoop;
-    for (const OSErr result : {noErr, procNotFound}) {
-      transport.answerWith({result, std::nullopt});
+    const RecordingTransport::Answer withoutText[] = {
+        {procNotFound, std::nullopt}, {noErr, std::nullopt}, {noErr, ""}};
+    for (const auto& answer : withoutText) {
+      transport.answerWith(answer);
       EXPECT_EQ(Communicator::share().netErrorPagePath(), std::nullopt);
       EXPECT_EQ(QBHPHelper::share().netErrorPagePath(), std::nullopt);
     }
-    transport.answerWith({noErr, ""});
-    EXPECT_EQ(Communicator::share().netErrorPagePath(), "");
-    EXPECT_EQ(QBHPHelper::share().netErrorPagePath(), "");
   });
 }
 

@@ -162,7 +162,7 @@ TEST_F(UploadByHelper, LogLineIsWrittenBeforeTheEventIsSent) {
 TEST_F(UploadByHelper, QuestionsWaitForTheirReplyAndReturnItAsItIs) {
   for (const Question& question : questions()) {
     SCOPED_TRACE(question.method);
-    for (const std::string reply : {" U###1###2 ", "", "1"}) {
+    for (const std::string reply : {" U###1###2 ", "1"}) {
       transport.reset();
       transport.answerWith({noErr, reply});
       CapturedLog log;
