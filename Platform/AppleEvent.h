@@ -149,8 +149,9 @@ class QBDKR_EXPORT AppleEventTransport {
   // most; paramErr for every other. Parameters beside the direct object do not travel. With
   // kAENoReply it does not wait for the peer: 0 says posted. (When the system's own bus is stuck it
   // waits for that, 5 s at most at a time.) With kAEWaitReply the thread waits for the answer,
-  // whose values are stored in reply; other threads go on sending meanwhile. The time-out is in
-  // ticks of 1/60 s, more than 0, or one of the two constants above.
+  // whose text is stored in reply, if it has one; other threads go on sending meanwhile. An answer
+  // of more than 64 MiB is errAEEventNotHandled. The time-out is in ticks of 1/60 s, more than 0,
+  // or one of the two constants above.
   virtual OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
                             long timeout) = 0;
 

@@ -1,5 +1,6 @@
 #include "Platform/Linux/BusSender.h"
 
+#include <malloc.h>
 #include <poll.h>
 #include <sys/eventfd.h>
 #include <time.h>
@@ -13,6 +14,7 @@
 
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
+#include "Platform/RPCEvent.h"
 
 namespace qbdkr {
 namespace {
@@ -22,6 +24,7 @@ constexpr std::uint64_t busPatience =
     5'000'000;                                // for what the bus itself must do, in microseconds
 constexpr std::uint64_t drainInterval = 200;  // microseconds
 constexpr std::size_t mostOwners = 64;
+constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes that are worth giving back
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
 std::uint64_t now() {
@@ -52,10 +55,16 @@ OSErr statusOfError(const sd_bus_error* error) {
   return errAEEventNotHandled;
 }
 
-OSErr readAnswer(sd_bus_message* reply, std::string& answer) {
-  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) return statusOfError(error);
+OSErr readAnswer(sd_bus_message* reply, std::string& answer, std::size_t& size) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
+    size = error->message == nullptr ? 0 : std::strlen(error->message);
+    return statusOfError(error);
+  }
   const char* text = nullptr;
-  if (sd_bus_message_read(reply, rpc::resultSignature, &text) > 0 && text != nullptr) answer = text;
+  if (sd_bus_message_read(reply, rpc::resultSignature, &text) <= 0) return noErr;
+  size = std::strlen(text);
+  if (size > mostEventContent) return errAEEventNotHandled;
+  answer.assign(text, size);
   return noErr;
 }
 
@@ -97,6 +106,15 @@ OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor&
 
 OSErr BusSender::call(const std::string& identifier, const AppleEventDescriptor& directObject,
                       std::uint64_t timeout, std::string& answer) {
+  std::size_t size = 0;
+  const OSErr status = ask(identifier, directObject, timeout, answer, size);
+  // The C library would keep what the message took up.
+  if (size >= largeText) malloc_trim(0);
+  return status;
+}
+
+OSErr BusSender::ask(const std::string& identifier, const AppleEventDescriptor& directObject,
+                     std::uint64_t timeout, std::string& answer, std::size_t& size) {
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return paramErr;
   Lock lock(mutex_);
@@ -113,7 +131,7 @@ OSErr BusSender::call(const std::string& identifier, const AppleEventDescriptor&
   const BusSlot owned(slot);
   const bool inTime = runUntil(lock, deadlineAfter(timeout), [&] { return pending.done; });
   if (!inTime) return bus == bus_ ? errAETimeout : connectionInvalid;
-  return readAnswer(pending.reply.get(), answer);
+  return readAnswer(pending.reply.get(), answer, size);
 }
 
 // Opens the connection where there is none, and waits until the bus has greeted it.

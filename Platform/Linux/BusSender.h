@@ -25,7 +25,7 @@ class BusSender {
   OSErr post(const std::string& identifier, const AppleEventDescriptor& directObject);
 
   // Calls and waits for the answer, whose text it stores; timeout in microseconds, UINT64_MAX:
-  // none.
+  // none. A text beyond what an event may carry is refused like any other breach of the contract.
   OSErr call(const std::string& identifier, const AppleEventDescriptor& directObject,
              std::uint64_t timeout, std::string& answer);
 
@@ -50,6 +50,8 @@ class BusSender {
     bool done = false;
   };
 
+  OSErr ask(const std::string& identifier, const AppleEventDescriptor& directObject,
+            std::uint64_t timeout, std::string& answer, std::size_t& size);
   bool connect(Lock& lock);
   void disconnect();
   void drain();

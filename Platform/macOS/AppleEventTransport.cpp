@@ -55,12 +55,20 @@ OSErr putResult(std::string result, AEDesc& reply) {
   return AEPutParamDesc(&reply, keyDirectObject, value.get());
 }
 
-std::optional<std::string> resultOf(const AEDesc& reply) {
+// A reply without a text is an empty one; a text beyond what an event may carry breaks the
+// contract.
+OSErr readResult(const AEDesc& reply, AppleEvent& result) {
   EventDescriptor found;
-  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) {
-    return std::nullopt;
+  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) return noErr;
+  EventDescriptor utf8;
+  if (AECoerceDesc(found.get(), typeUTF8Text, utf8.receive()) == noErr &&
+      AEGetDescDataSize(utf8.get()) > static_cast<Size>(mostEventContent)) {
+    return errAEEventNotHandled;
   }
-  return textFrom(*found.get());
+  if (auto text = textFrom(*found.get())) {
+    result.setParamDescriptor(keyDirectObject, AppleEventDescriptor::withString(*std::move(text)));
+  }
+  return noErr;
 }
 
 ::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
@@ -84,12 +92,7 @@ class ManagerTransport final : public AppleEventTransport {
     EventDescriptor answer;
     const OSStatus status = AESendMessage(message.get(), answer.receive(), sendMode, timeout);
     if (status != ::noErr) return static_cast<OSErr>(status);
-    // As on every platform, the empty text is no result.
-    if (auto result = resultOf(*answer.get()); result && !result->empty()) {
-      reply.setParamDescriptor(keyDirectObject,
-                               AppleEventDescriptor::withString(*std::move(result)));
-    }
-    return noErr;
+    return readResult(*answer.get(), reply);
   }
 
   void setEventHandler(FourCharCode eventClass, FourCharCode eventID,

@@ -8,10 +8,15 @@
  *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
+ *   answer NAME SIZE                      claims the name, prints "ready", and answers calls with
+ *                                         so long a text until it is killed
+ *   refuse NAME SIZE                      the same, with an error of such a text
+ *   destinations NAME                     the same, with the name to which each call was sent
  *   serve NAME COUNT [ANSWER]             claims the name, prints "ready", then one line for each
- * of that many calls: the flags, signature, path, interface, member, class, method, and number of
- * arguments. Answers with "served" or, as ANSWER says, with an error, a number, nothing, two texts,
- * or a noncharacter
+ *                                         of that many calls: the flags, signature, path,
+ *                                         interface, member, class, method, number of arguments.
+ *                                         Answers with "served" or, as ANSWER says, with an error,
+ *                                         a number, nothing, two texts, or a noncharacter
  */
 #include <dbus/dbus.h>
 #include <stdio.h>
@@ -228,6 +233,43 @@ static int serve(DBusConnection* connection, const char* name, int wanted, const
   return 0;
 }
 
+static char* text_of_size(size_t size) {
+  char* text = malloc(size + 1);
+  if (text == NULL) stop("no memory");
+  memset(text, 'a', size);
+  text[size] = '\0';
+  return text;
+}
+
+/* Prints to which name each call was sent, and answers it with a text, with an error of that text,
+   or without a text with that name. */
+static int answer(DBusConnection* connection, const char* name, const char* text, int as_error) {
+  DBusError error = DBUS_ERROR_INIT;
+  if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
+  printf("ready\n");
+  fflush(stdout);
+  while (dbus_connection_read_write(connection, -1)) {
+    DBusMessage* message;
+    while ((message = dbus_connection_pop_message(connection)) != NULL) {
+      if (dbus_message_is_method_call(message, interface_name, "Call")) {
+        const char* destination = dbus_message_get_destination(message);
+        const char* result = text != NULL ? text : destination;
+        DBusMessage* reply = as_error ? dbus_message_new_error(message, "com.Acme.Error", result)
+                                      : dbus_message_new_method_return(message);
+        if (!as_error) {
+          dbus_message_append_args(reply, DBUS_TYPE_STRING, &result, DBUS_TYPE_INVALID);
+        }
+        printf("%s\n", destination);
+        fflush(stdout);
+        dbus_connection_send(connection, reply, NULL);
+        dbus_message_unref(reply);
+      }
+      dbus_message_unref(message);
+    }
+  }
+  return 0;
+}
+
 int main(int argc, char** argv) {
   DBusConnection* connection;
   if (argc < 3) stop("no command");
@@ -238,6 +280,13 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "serve") == 0 && (argc == 4 || argc == 5)) {
     return serve(connection, argv[2], atoi(argv[3]), argc == 5 ? argv[4] : "text");
   }
+  if (strcmp(argv[1], "answer") == 0 && argc == 4) {
+    return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 0);
+  }
+  if (strcmp(argv[1], "refuse") == 0 && argc == 4) {
+    return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 1);
+  }
+  if (strcmp(argv[1], "destinations") == 0) return answer(connection, argv[2], NULL, 0);
   if (strcmp(argv[1], "raw") == 0 && argc >= 5) return raw(connection, argv + 2, argc - 2);
   if (strcmp(argv[1], "huge") == 0 && argc == 5) {
     return huge(connection, argv[2], (size_t)atol(argv[3]), (size_t)atol(argv[4]));
