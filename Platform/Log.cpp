@@ -4,6 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "Platform/DropExceptions.h"
 #include "Platform/LogLine.h"
 
 namespace qbdkr {
@@ -27,20 +28,20 @@ std::string escaped(std::string_view text) {
   return line;
 }
 
-}  // namespace
-
-void log(std::string_view line) {
+void writeLine(std::string_view line) {
   const bool cut = line.size() > longestLine;
   writeLogLine(escaped(line.substr(0, longestLine)) + (cut ? "..." : ""));
 }
 
-void log(std::string_view format, std::span<const std::optional<std::string_view>> arguments) {
+// No longer than needed to see that the line is to be cut: an argument may be of any size.
+std::string filled(std::string_view format,
+                   std::span<const std::optional<std::string_view>> arguments) {
   std::string line;
   auto argument = arguments.begin();
-  while (!format.empty()) {
+  while (!format.empty() && line.size() <= longestLine) {
     const bool placeholder = format.starts_with("%@") || format.starts_with("%d");
     if (placeholder && argument != arguments.end()) {
-      line += argument->value_or("(null)");
+      line += argument->value_or("(null)").substr(0, longestLine + 1);
       ++argument;
       format.remove_prefix(2);
     } else {
@@ -48,7 +49,17 @@ void log(std::string_view format, std::span<const std::optional<std::string_view
       format.remove_prefix(1);
     }
   }
-  log(line);
+  return line;
+}
+
+}  // namespace
+
+void log(std::string_view line) {
+  dropExceptions([line] { writeLine(line); });
+}
+
+void log(std::string_view format, std::span<const std::optional<std::string_view>> arguments) {
+  dropExceptions([=] { writeLine(filled(format, arguments)); });
 }
 
 }  // namespace qbdkr

@@ -1,10 +1,16 @@
+#include <fcntl.h>
+#include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/uio.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <chrono>
 #include <cstdio>
@@ -12,6 +18,7 @@
 #include <mutex>
 #include <string_view>
 
+#include "Platform/Descriptor.h"
 #include "Platform/ForkSafeMutex.h"
 #include "Platform/LogLine.h"
 
@@ -77,11 +84,86 @@ class IgnoredBrokenPipe {
   bool wasPending_ = false;
 };
 
-// One write for the whole line, so that lines of several threads and processes do not mix.
+using Clock = std::chrono::steady_clock;
+
+// Takes as much as there is room for, without waiting. Whether an open file waits is a property
+// that it shares with other processes, so it is left as it is.
+class StandardError {
+ public:
+  StandardError() {
+    struct stat status {};
+    if (fstat(STDERR_FILENO, &status) != 0) return;
+    isSocket_ = S_ISSOCK(status.st_mode);
+    mayWait_ = S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode);
+  }
+
+  // The count of bytes that were written; -1 with EAGAIN if there is no room for any.
+  ssize_t write(std::string_view text) {
+    if (isSocket_) {
+      return ::send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
+    }
+    if (!mayWait_) return ::write(STDERR_FILENO, text.data(), text.size());
+    if (!own_) {
+      const iovec bytes{const_cast<char*>(text.data()), text.size()};
+      const auto written = pwritev2(STDERR_FILENO, &bytes, 1, -1, RWF_NOWAIT);
+      if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
+      // A terminal, or a kernel before 6.4. That open file is this line's alone.
+      own_ = Descriptor(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+    }
+    if (own_) return ::write(own_.get(), text.data(), text.size());
+    if (!waitForRoom(std::chrono::milliseconds(0))) {
+      errno = EAGAIN;
+      return -1;
+    }
+    return ::write(STDERR_FILENO, text.data(), text.size());
+  }
+
+  static bool waitForRoom(std::chrono::milliseconds time) {
+    pollfd room{STDERR_FILENO, POLLOUT, 0};
+    return ::poll(&room, 1, static_cast<int>(time.count())) > 0;
+  }
+
+ private:
+  bool isSocket_ = false;
+  bool mayWait_ = false;
+  Descriptor own_;
+};
+
+// The last line found no room: the next ones do not wait for it again.
+std::atomic<bool> isStuck{false};
+// The last line was cut: the next one begins a new line.
+std::atomic<bool> isCut{false};
+
+// The count of bytes for which there was room, within a moment.
+std::size_t writeInTime(std::string_view text) {
+  StandardError error;
+  constexpr std::chrono::milliseconds patience(200);
+  const auto deadline = Clock::now() + (isStuck ? std::chrono::milliseconds(0) : patience);
+  std::size_t count = 0;
+  while (count < text.size()) {
+    const auto written = error.write(text.substr(count));
+    if (written > 0) {
+      count += static_cast<std::size_t>(written);
+    } else if (written < 0 && errno == EAGAIN) {
+      const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+      isStuck = left.count() <= 0 || !StandardError::waitForRoom(left);
+      if (isStuck) return count;
+    } else if (written == 0 || errno != EINTR) {
+      return count;
+    }
+  }
+  isStuck = false;
+  return count;
+}
+
+// One write for the whole line as a rule, so that lines of several threads and processes do not
+// mix.
 void writeToStandardError(std::string_view line) {
-  const std::string text = prefix().append(line) + '\n';
+  const bool wasCut = isCut.exchange(false);
+  const std::string text = (wasCut ? "\n" : "") + prefix().append(line) + '\n';
   const IgnoredBrokenPipe ignored;
-  [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
+  const std::size_t count = writeInTime(text);
+  if (count < text.size() && (wasCut || count > 0)) isCut = true;
 }
 
 }  // namespace

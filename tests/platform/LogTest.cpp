@@ -1,10 +1,19 @@
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/resource.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <cerrno>
+#include <chrono>
 #include <cstdlib>
+#include <functional>
+#include <future>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -117,6 +126,181 @@ TEST(Log, LinesOfSeveralThreadsDoNotMix) {
     ASSERT_FALSE(line.empty());
     EXPECT_EQ(line, std::string(1000, line[0]));
   }
+}
+
+// Standard error for as long as it lives, read by the test alone.
+class UnreadError {
+ public:
+  // Takes over both ends.
+  UnreadError(int readEnd, int writeEnd)
+      : readEnd_(readEnd), before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
+    dup2(writeEnd, STDERR_FILENO);
+    close(writeEnd);
+    fcntl(readEnd_, F_SETFL, O_NONBLOCK);
+    // What an earlier test has left undone ends with a line that finds room.
+    log("ready");
+    (void)drain();
+  }
+  UnreadError(const UnreadError&) = delete;
+  UnreadError& operator=(const UnreadError&) = delete;
+  ~UnreadError() {
+    dup2(before_, STDERR_FILENO);
+    close(before_);
+    close(readEnd_);
+  }
+
+  static UnreadError pipe() {
+    std::array<int, 2> ends{};
+    if (pipe2(ends.data(), O_CLOEXEC) != 0) throw std::runtime_error("no pipe");
+    fcntl(ends[1], F_SETPIPE_SZ, 4096);
+    return {ends[0], ends[1]};
+  }
+
+  static UnreadError socket() {
+    std::array<int, 2> ends{};
+    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+      throw std::runtime_error("no socket");
+    }
+    return {ends[0], ends[1]};
+  }
+
+  static UnreadError terminal() {
+    const int controller = posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+    if (controller < 0 || grantpt(controller) != 0 || unlockpt(controller) != 0) {
+      throw std::runtime_error("no terminal");
+    }
+    std::array<char, 64> name{};
+    ptsname_r(controller, name.data(), name.size());
+    return {controller, open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
+  }
+
+  // Leaves no room.
+  void fill() const {
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
+    for (const std::size_t size : {std::size_t{4096}, std::size_t{1}}) {
+      const std::string filler(size, '-');
+      while (write(STDERR_FILENO, filler.data(), filler.size()) > 0) {
+      }
+    }
+    fcntl(STDERR_FILENO, F_SETFL, flags);
+  }
+
+  // Everything that was written so far, and comes through in a moment.
+  [[nodiscard]] std::string drain() const {
+    std::string text;
+    std::array<char, 4096> buffer{};
+    for (;;) {
+      const auto size = read(readEnd_, buffer.data(), buffer.size());
+      pollfd more{readEnd_, POLLIN, 0};
+      if (size <= 0 && ::poll(&more, 1, 100) <= 0) return text;
+      if (size > 0) text.append(buffer.data(), static_cast<std::size_t>(size));
+    }
+  }
+
+ private:
+  int readEnd_;
+  int before_;
+};
+
+// Whether a call comes back although nothing is read. One that does not is let go in the end.
+bool comesBack(const UnreadError& error, const std::function<void()>& call) {
+  const auto done = std::async(std::launch::async, call);
+  const bool inTime = done.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
+  while (done.wait_for(std::chrono::milliseconds(1)) != std::future_status::ready) {
+    (void)error.drain();
+  }
+  return inTime;
+}
+
+// What comes through of a line for which there is no room, and of one as soon as there is.
+std::string linesAround(const UnreadError& error) {
+  error.fill();
+  EXPECT_TRUE(comesBack(error, [] { log("lost"); }));
+  std::string text;
+  for (int i = 0; i < 100 && text.find("room again") == std::string::npos; ++i) {
+    text += error.drain();
+    log("room again");
+  }
+  EXPECT_NE(text.find("room again"), std::string::npos);
+  return text;
+}
+
+TEST(Log, LineForAPipeThatIsNotReadIsDropped) {
+  EXPECT_EQ(linesAround(UnreadError::pipe()).find("lost"), std::string::npos);
+}
+
+TEST(Log, LineForASocketThatIsNotReadIsDropped) {
+  EXPECT_EQ(linesAround(UnreadError::socket()).find("lost"), std::string::npos);
+}
+
+TEST(Log, LineForATerminalThatIsNotReadHoldsUpNothing) {
+  // The system may make some room by itself, a moment after it had none.
+  EXPECT_FALSE(linesAround(UnreadError::terminal()).empty());
+}
+
+TEST(Log, LineWithoutRoomIsDroppedWithoutDescriptorsAsWell) {
+  const auto error = UnreadError::terminal();
+  error.fill();
+  rlimit before{};
+  getrlimit(RLIMIT_NOFILE, &before);
+  const rlimit none{0, before.rlim_max};
+  setrlimit(RLIMIT_NOFILE, &none);
+  EXPECT_TRUE(comesBack(error, [] { log("lost"); }));
+  setrlimit(RLIMIT_NOFILE, &before);
+}
+
+TEST(Log, OnlyTheFirstLineWithoutRoomWaits) {
+  const auto error = UnreadError::pipe();
+  error.fill();
+  // Each would wait for 0.2 s.
+  EXPECT_TRUE(comesBack(error, [] {
+    for (int i = 0; i < 2000; ++i) log("lost");
+  }));
+}
+
+TEST(Log, LineWaitsAMomentForRoom) {
+  const auto error = UnreadError::pipe();
+  // On a busy machine the moment may be over before this thread gets to read.
+  bool arrived = false;
+  for (int attempt = 0; attempt < 100 && !arrived; ++attempt) {
+    error.fill();
+    std::promise<void> begun;
+    const auto done = std::async(std::launch::async, [&begun] {
+      begun.set_value();
+      log("in time");
+    });
+    begun.get_future().wait();
+    done.wait_for(std::chrono::milliseconds(20));
+    std::string text = error.drain();
+    done.wait();
+    text += error.drain();
+    arrived = text.find("in time") != std::string::npos;
+    log("room");
+    (void)error.drain();
+  }
+  EXPECT_TRUE(arrived);
+}
+
+TEST(Log, LineAfterACutOneBeginsANewLine) {
+  const auto error = UnreadError::pipe();
+  EXPECT_TRUE(comesBack(error, [] { log(std::string(8000, 'x')); }));
+  EXPECT_EQ(error.drain().back(), 'x');
+  log("whole");
+  const std::string next = error.drain();
+  EXPECT_EQ(next.front(), '\n');
+  EXPECT_TRUE(next.ends_with("] whole\n")) << next;
+  log("more");
+  EXPECT_NE(error.drain().front(), '\n');
+}
+
+TEST(Log, HugeArgumentsCostNoMoreThanTheirLine) {
+  // A text of any size: the bytes behind the first 16 KiB are never read.
+  const std::string start(17'000, 'h');
+  const volatile std::size_t size = std::size_t{1} << 62U;
+  CapturedLog captured;
+  log("%@ %@", {std::string_view(start.data(), size), "unused"});
+  EXPECT_EQ(captured.lines(), Lines{std::string(16 * 1024, 'h') + "..."});
 }
 
 TEST(Log, AJournalThatIsNotThisStreamIsNotTakenForIt) {
