@@ -3,7 +3,9 @@
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/OutOfMemory.h"
 #include "ClientComm/QBHPAppleEventSender.h"
+#include "Platform/DropExceptions.h"
 #include "Platform/Log.h"
 
 namespace qbdkr {
@@ -19,15 +21,20 @@ std::vector<std::string_view> texts(std::initializer_list<Text> arguments) {
 }  // namespace
 
 void logRequest(std::string_view format, Selector method, std::initializer_list<Text> arguments) {
-  std::vector<Text> filled{method.text()};
-  filled.insert(filled.end(), arguments);
-  log(format, filled);
+  // Without memory the request is still made, and refused for itself.
+  dropExceptions([&] {
+    std::vector<Text> filled{method.text()};
+    filled.insert(filled.end(), arguments);
+    log(format, filled);
+  });
 }
 
 OSErr postRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments) {
-  return QBHPAppleEventSender::share().sendEvnet(service.className(), method.text(),
-                                                 texts(arguments));
+  return paramErrWithoutMemory([&] {
+    return QBHPAppleEventSender::share().sendEvnet(service.className(), method.text(),
+                                                   texts(arguments));
+  });
 }
 
 OSErr postRequest(const QBHPAppEventBase& service, Selector method,
@@ -39,8 +46,10 @@ OSErr postRequest(const QBHPAppEventBase& service, Selector method,
 String askRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments) {
   String result;
-  QBHPAppleEventSender::share().sendEvnet(service.className(), method.text(), texts(arguments),
-                                          result);
+  dropExceptions([&] {
+    QBHPAppleEventSender::share().sendEvnet(service.className(), method.text(), texts(arguments),
+                                            result);
+  });
   return result;
 }
 

@@ -11,7 +11,8 @@
 namespace qbdkr {
 
 // What every request of a service to the helper agent has in common: the class name of the service,
-// the method's own name, and its arguments in order, absent ones as "".
+// the method's own name, and its arguments in order, absent ones as "". They throw nothing: without
+// memory for its texts a request is refused with paramErr, or has no answer.
 
 // Writes the log line of a request: the method's name and the arguments as they were passed, filled
 // into the format.

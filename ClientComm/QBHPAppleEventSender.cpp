@@ -6,6 +6,7 @@
 #include <vector>
 
 #include "ClientComm/InfoKeys.h"
+#include "ClientComm/OutOfMemory.h"
 #include "Platform/Bundle.h"
 #include "Platform/Text.h"
 
@@ -58,18 +59,23 @@ AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text
 
 OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
                                       Arguments args) {
-  AppleEvent reply;
-  return AppleEventTransport::shared().sendMessage(
-      createEvnet(bundleID, className, selectName, args), reply, kAENoReply, kAEDefaultTimeout);
+  return paramErrWithoutMemory([&] {
+    AppleEvent reply;
+    return AppleEventTransport::shared().sendMessage(
+        createEvnet(bundleID, className, selectName, args), reply, kAENoReply, kAEDefaultTimeout);
+  });
 }
 
 OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
                                       Arguments args, String& result) {
-  AppleEvent reply;
-  const OSErr status = AppleEventTransport::shared().sendMessage(
-      createEvnet(bundleID, className, selectName, args), reply, kAEWaitReply, kNoTimeOut);
-  result = resultOf(reply);
-  return status;
+  result.reset();
+  return paramErrWithoutMemory([&] {
+    AppleEvent reply;
+    const OSErr status = AppleEventTransport::shared().sendMessage(
+        createEvnet(bundleID, className, selectName, args), reply, kAEWaitReply, kNoTimeOut);
+    result = resultOf(reply);
+    return status;
+  });
 }
 
 OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments args) {

@@ -21,7 +21,8 @@ using Arguments = std::span<const std::string_view>;
 // or the identifier is missing; connectionInvalid without a bus, or when the peer went away;
 // errAEEventNotHandled, errAEEventNotPermitted, errAETimeout as the transport says; paramErr, and
 // nothing is sent, for a text that is not UTF-8 or holds a NUL, and for an identifier that names no
-// possible target. They log nothing, retry nothing and throw nothing.
+// possible target; paramErr also if there is no memory for the event or for its answer. They log
+// nothing, retry nothing and throw nothing.
 class QBDKR_EXPORT QBHPAppleEventSender {
  public:
   // The sender of this process; made on first use, never destroyed.

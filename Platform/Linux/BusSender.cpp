@@ -12,6 +12,7 @@
 #include <cstring>
 #include <utility>
 
+#include "Platform/DropExceptions.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/RPCEvent.h"
@@ -93,10 +94,8 @@ OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor&
   }
   const BusMessage message = newCall(latest_->name, directObject);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
-  if (sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
-    disconnect();
-    return connectionInvalid;
-  }
+  const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
+  if (sent < 0) return failedToSend(sent);
   if (flush(lock)) return noErr;
   // A connection that is closed with half a message in it delivers none of that message.
   const OSErr status = bus_ ? errAETimeout : connectionInvalid;
@@ -124,10 +123,8 @@ OSErr BusSender::ask(const std::string& identifier, const AppleEventDescriptor& 
   if (!message) return paramErr;
   Pending pending;
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever) < 0) {
-    disconnect();
-    return connectionInvalid;
-  }
+  const int sent = sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever);
+  if (sent < 0) return failedToSend(sent);
   const BusSlot owned(slot);
   const bool inTime = runUntil(lock, deadlineAfter(timeout), [&] { return pending.done; });
   if (!inTime) return bus == bus_ ? errAETimeout : connectionInvalid;
@@ -155,8 +152,15 @@ bool BusSender::connect(Lock& lock) {
     }
   }
   // The bus is there (again): who receives events needs to know.
-  if (opening) BusReceiver::shared().busAppeared();
+  if (opening) dropExceptions([] { BusReceiver::shared().busAppeared(); });
   return true;
+}
+
+OSErr BusSender::failedToSend(int error) {
+  // Nothing of the message has gone out.
+  if (error == -ENOMEM) return paramErr;
+  disconnect();
+  return connectionInvalid;
 }
 
 void BusSender::disconnect() {

@@ -53,6 +53,7 @@ class BusSender {
   OSErr ask(const std::string& identifier, const AppleEventDescriptor& directObject,
             std::uint64_t timeout, std::string& answer, std::size_t& size);
   bool connect(Lock& lock);
+  OSErr failedToSend(int error);
   void disconnect();
   void drain();
   void wakeOthers();

@@ -4,6 +4,7 @@
 
 #include <poll.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <cstdlib>
+#include <fstream>
 #include <functional>
 #include <future>
 #include <iostream>
@@ -218,6 +220,35 @@ std::string forkAndPost(const Words& words) {
   return result;
 }
 
+// The address space of the process may grow by that much only.
+class LittleMemory {
+ public:
+  explicit LittleMemory(std::size_t room) {
+    ::getrlimit(RLIMIT_AS, &before_);
+    std::size_t pages = 0;
+    std::ifstream("/proc/self/statm") >> pages;
+    const rlimit little{pages * static_cast<std::size_t>(::getpagesize()) + room, before_.rlim_max};
+    ::setrlimit(RLIMIT_AS, &little);
+  }
+  LittleMemory(const LittleMemory&) = delete;
+  LittleMemory& operator=(const LittleMemory&) = delete;
+  ~LittleMemory() { ::setrlimit(RLIMIT_AS, &before_); }
+
+ private:
+  rlimit before_{};
+};
+
+// ROOM SIZE: uploads a file with a description of that size, and asks with a text of it.
+std::string requestInLittleMemory(const Words& words) {
+  const std::string text(std::stoul(words.at(1)), 't');
+  const std::array<std::string_view, 1> arguments{text};
+  String result;
+  const LittleMemory memory(std::stoul(words.at(0)));
+  const auto upload = QBHPHelperCommunicate::share().uploadUserFile("a@b.c", "/file", "", text);
+  const auto ask = QBHPAppleEventSender::share().sendEvnet("Probe", "echo:", arguments, result);
+  return std::to_string(upload) + ' ' + std::to_string(ask) + (result ? " text" : " ~");
+}
+
 std::string share() {
   onMainThread([] {
     QBHPHelper::share();
@@ -357,6 +388,7 @@ const std::map<std::string, Command>& commands() {
          });
        }},
       {"burst", burst},
+      {"request-in-little-memory", requestInLittleMemory},
       {"storm", qbdkr::test::storm},
       {"count", qbdkr::test::count},
       {"collect-status",

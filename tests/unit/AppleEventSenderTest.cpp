@@ -1,11 +1,15 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "ClientComm/QBHPAppleEventSender.h"
+#include "ClientComm/QBHPUploadByHelper.h"
+#include "FailingMemory.h"
 #include "Host.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
@@ -196,6 +200,52 @@ TEST_F(AppleEventSender, FailureIsNeitherLoggedNorTriedAgain) {
   sender.sendEvnet("Class", "method", {}, result);
   EXPECT_EQ(transport.sent().size(), 2U);
   EXPECT_EQ(log.lines(), std::vector<std::string>{});
+}
+
+TEST_F(AppleEventSender, TextLongerThanAnyMemoryIsRefusedWithMinus50) {
+  const std::string start(17'000, 'h');  // what is logged of it
+  const volatile std::size_t size = SIZE_MAX / 2 + 1;
+  const std::string_view endless(start.data(), size);
+  const std::array<std::string_view, 1> texts{endless};
+  String result = "what was there before";
+  EXPECT_EQ(sender.sendEvnet("Class", "method:", texts), -50);
+  EXPECT_EQ(sender.sendEvnet("Class", "method:", texts, result), -50);
+  EXPECT_EQ(result, std::nullopt);
+  auto& upload = QBHPUploadByHelper::share();
+  EXPECT_EQ(upload.uploadUserFile("1001", "3.1", "a@b.c", "/file", "title", endless), -50);
+  EXPECT_EQ(upload.netErrorPagePath("1001", endless), std::nullopt);
+  EXPECT_EQ(transport.sent().size(), 0U);
+}
+
+TEST_F(AppleEventSender, EachAllocationOfARequestMayFail) {
+  const std::string text(100, 't');
+  const std::string answer(100, 'a');
+  const auto makeRequest = [&](const std::function<void()>& request) {
+    std::size_t allocations = 0;
+    for (bool failed = true; failed; ++allocations) {
+      const FailingMemory memory(allocations);
+      EXPECT_NO_THROW(request()) << allocations;
+      failed = FailingMemory::hasFailed();
+    }
+    return allocations;
+  };
+  auto& upload = QBHPUploadByHelper::share();
+  transport.answerWith({noErr, answer});
+  OSErr status = noErr;
+  String result;
+  const auto posting = makeRequest([&] {
+    status = upload.uploadUserFile("1001", "3.1", "a@b.c", "/file", "title", text);
+    // Without memory for the log line alone the request is made.
+    EXPECT_TRUE(status == noErr || (status == paramErr && FailingMemory::hasFailed()));
+  });
+  EXPECT_EQ(status, noErr);
+  const auto asking = makeRequest([&] {
+    result = upload.netErrorPagePath("1001", text);
+    EXPECT_TRUE(result == answer || (!result && FailingMemory::hasFailed()));
+  });
+  EXPECT_EQ(result, answer);
+  EXPECT_GT(posting, 10U);
+  EXPECT_GT(asking, 10U);
 }
 
 TEST_F(AppleEventSender, HelperIdentifierIsReadOnceFromTheKeyAsItIsSpelled) {

@@ -1,0 +1,40 @@
+// There is no memory for a request.
+
+#include <gtest/gtest.h>
+
+#include <set>
+#include <string>
+
+#include "support/ProbeText.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+TEST(MemoryFault, RequestWithoutMemoryIsRefusedAndTheNextOneIsMade) {
+#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
+  GTEST_SKIP() << "a sanitizer ends the process instead";
+#endif
+  Scene scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  constexpr std::size_t size = 30'000'000;
+  std::set<std::string> answers;
+  for (std::size_t room = 0; room <= 8 * size; room += size / 4) {
+    const auto answer =
+        host->call("request-in-little-memory " + std::to_string(room) + ' ' + std::to_string(size));
+    const auto words = wordsOf(answer);
+    ASSERT_EQ(words.size(), 3U) << answer;
+    // The bus library gives up a connection for which it has no memory.
+    for (int i = 0; i < 2; ++i) {
+      EXPECT_TRUE(words[i] == "0" || words[i] == "-50" || words[i] == "-609") << answer;
+    }
+    EXPECT_EQ(words[2], words[1] == "0" ? "text" : "~") << answer;
+    EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe echo: after"), "0 after") << room;
+    answers.insert(answer);
+  }
+  EXPECT_TRUE(answers.contains("-50 -50 ~"));
+  EXPECT_TRUE(answers.contains("0 0 text"));
+}
+
+}  // namespace
+}  // namespace qbdkr::test
