@@ -5,6 +5,7 @@
 #include <utility>
 #include <vector>
 
+#include "ClientComm/HelperConfiguration.h"
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/OutOfMemory.h"
 #include "Platform/Bundle.h"
@@ -31,6 +32,12 @@ AppleEventDescriptor targetWithBundleID(Text bundleID) {
   return AppleEventDescriptor::withBytes(typeApplicationBundleID, std::move(bytes));
 }
 
+// Absent when the host does not care. Nothing lies in a directory without a name.
+String requiredPlaceOfHelper() {
+  if (!helperMustBeInstalledCopy()) return std::nullopt;
+  return helperConfiguration().installedCopy().value_or("");
+}
+
 }  // namespace
 
 QBHPAppleEventSender& QBHPAppleEventSender::share() {
@@ -39,10 +46,11 @@ QBHPAppleEventSender& QBHPAppleEventSender::share() {
 }
 
 QBHPAppleEventSender::QBHPAppleEventSender()
-    : helperBundleID_(Bundle::main().infoString(infokey::helperBundleIdentifier)) {}
+    : helperBundleID_(Bundle::main().infoString(infokey::helperBundleIdentifier)),
+      requiredPlace_(requiredPlaceOfHelper()) {}
 
 AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text selectName,
-                                             Arguments args) {
+                                             Arguments args) const {
   std::vector<AppleEventDescriptor> arguments;
   arguments.reserve(args.size());
   for (const std::string_view argument : args) arguments.push_back(text(argument));
@@ -54,6 +62,9 @@ AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text
   AppleEvent event(kCoreEventClass, kAECall, targetWithBundleID(bundleID), kAutoGenerateReturnID,
                    kAnyTransactionID);
   event.setParamDescriptor(keyDirectObject, AppleEventDescriptor::list(std::move(items)));
+  if (requiredPlace_ && bundleID == view(helperBundleID_)) {
+    event.setTargetDirectory(*requiredPlace_);
+  }
   return event;
 }
 

@@ -28,7 +28,10 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   // The sender of this process; made on first use, never destroyed.
   static QBHPAppleEventSender& share();
 
-  // Reads the helper agent's identifier from the main bundle's "Helper Bundle indentifiter", once.
+  // Reads the helper agent's identifier from the main bundle's "Helper Bundle indentifiter", once,
+  // and whether its requests are for the installed copy alone ("Helper must be installed copy").
+  // Then a process that owns the helper agent's name but runs from elsewhere gets no event, and the
+  // status is errAEEventNotPermitted.
   QBHPAppleEventSender();
 
   // Posts an event to an application without waiting for it. Only a bus that is itself stuck makes
@@ -47,9 +50,11 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   [[nodiscard]] const String& helperBundleID() const { return helperBundleID_; }
 
  private:
-  static AppleEvent createEvnet(Text bundleID, Text className, Text selectName, Arguments args);
+  [[nodiscard]] AppleEvent createEvnet(Text bundleID, Text className, Text selectName,
+                                       Arguments args) const;
 
   String helperBundleID_;
+  String requiredPlace_;  // of the helper agent's executable; absent: anywhere
 };
 
 }  // namespace qbdkr

@@ -103,6 +103,12 @@ class QBDKR_EXPORT AppleEvent {
   [[nodiscard]] FourCharCode eventClass() const { return eventClass_; }
   [[nodiscard]] FourCharCode eventID() const { return eventID_; }
   [[nodiscard]] const AppleEventDescriptor& target() const { return target_; }
+  // The directory in which the executable of the target must lie; absent: anywhere. The transport
+  // alone needs to know, so it does not travel.
+  [[nodiscard]] const std::optional<std::string>& targetDirectory() const {
+    return targetDirectory_;
+  }
+  void setTargetDirectory(std::string directory) { targetDirectory_ = std::move(directory); }
   [[nodiscard]] std::int16_t returnID() const { return returnID_; }
   [[nodiscard]] std::int32_t transactionID() const { return transactionID_; }
 
@@ -127,6 +133,7 @@ class QBDKR_EXPORT AppleEvent {
   FourCharCode eventClass_ = typeNull;
   FourCharCode eventID_ = typeNull;
   AppleEventDescriptor target_;
+  std::optional<std::string> targetDirectory_;
   std::int16_t returnID_ = kAutoGenerateReturnID;
   std::int32_t transactionID_ = kAnyTransactionID;
   Fields params_;
@@ -146,7 +153,9 @@ class QBDKR_EXPORT AppleEventTransport {
   // Sends one event from any thread and returns its status. It carries RPC events alone ('aevt',
   // 'call'): to a bundle identifier, with a direct object of a class name, a method name and a list
   // of texts, all UTF-8 without a NUL, the names of 1 MiB at most, the texts 262,144 and 64 MiB at
-  // most; paramErr for every other. Parameters beside the direct object do not travel. With
+  // most; paramErr for every other. Parameters beside the direct object do not travel. A target
+  // outside the directory that the event asks for gets nothing, which is errAEEventNotPermitted;
+  // on macOS, where it cannot be told, the directory is not regarded. With
   // kAENoReply it does not wait for the peer: 0 says posted. (When the system's own bus is stuck it
   // waits for that, 5 s at most at a time.) With kAEWaitReply the thread waits for the answer,
   // whose text is stored in reply, if it has one; other threads go on sending meanwhile. An answer

@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "ClientComm/InfoKeys.h"
+#include "ClientComm/HelperConfiguration.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "ClientComm/QBHPVersion.h"
 #include "Platform/Bundle.h"
@@ -26,16 +26,6 @@ namespace {
 // must not keep the others from starting.
 constexpr std::chrono::seconds deploymentPatience(30);
 
-String infoText(std::string_view key, std::string_view otherKey) {
-  auto value = Bundle::main().infoString(key);
-  return value ? value : Bundle::main().infoString(otherKey);
-}
-
-String infoPath(std::string_view key) {
-  const auto value = Bundle::main().infoString(key);
-  return value && !value->empty() ? String(expandTilde(*value)) : std::nullopt;
-}
-
 // The failure that was logged last, as a hash; 0 after a success. One that lasts is met again by
 // each launch, and is logged once.
 std::atomic<std::size_t> loggedFailure{0};
@@ -51,13 +41,6 @@ std::string describeBelow(const std::string& item, const FileError& error) {
 }
 
 }  // namespace
-
-QBHPHelperCommunicate::HelperConfiguration QBHPHelperCommunicate::helperConfiguration() {
-  auto directory = infoPath(infokey::helperLoactionPath);
-  if (!directory) directory = infoPath(infokey::helperLocationPath);
-  return {Bundle::main().infoString(infokey::helperBundleIdentifier),
-          infoText(infokey::heleprAppName, infokey::helperAppName), std::move(directory)};
-}
 
 void QBHPHelperCommunicate::extractHelper() {
   const HelperConfiguration configuration = helperConfiguration();
@@ -103,9 +86,9 @@ void QBHPHelperCommunicate::extractHelper() {
 
 bool QBHPHelperCommunicate::launchHelepr() {
   const HelperConfiguration configuration = helperConfiguration();
-  if (!configuration.appName || !configuration.installDirectory) return false;
-  const std::string path =
-      appendPathComponent(*configuration.installDirectory, *configuration.appName) + ".app";
+  const String installed = configuration.installedCopy();
+  if (!installed) return false;
+  const std::string& path = *installed;
   if (!fileExists(path)) extractHelper();
   const bool running =
       QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier), path);

@@ -221,14 +221,6 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   }  // nothing of it can be called from outside
 
  private:
-  // Where the helper agent comes from and goes to, as the host's information dictionary says.
-  struct HelperConfiguration {
-    String bundleIdentifier;
-    String appName;
-    String installDirectory;
-  };
-  static HelperConfiguration helperConfiguration();
-
   // The product identity, as it is when a request is made.
   struct Product {
     String identifier;

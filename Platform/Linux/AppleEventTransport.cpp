@@ -31,11 +31,10 @@ class BusTransport final : public AppleEventTransport {
     const std::string& target = event.target().data();
     if (target.empty()) return procNotFound;
     if (!isSendable(target)) return paramErr;
-    const AppleEventDescriptor& directObject = *event.paramDescriptor(keyDirectObject);
-    if (sendMode == kAENoReply) return sender().post(target, directObject);
+    if (sendMode == kAENoReply) return sender().post(event);
 
     std::string answer;
-    const OSErr status = sender().call(target, directObject, microseconds(timeout), answer);
+    const OSErr status = sender().call(event, microseconds(timeout), answer);
     if (status == noErr) {
       reply.setParamDescriptor(keyDirectObject,
                                AppleEventDescriptor::withString(std::move(answer)));

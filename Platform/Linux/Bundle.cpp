@@ -162,4 +162,8 @@ std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
   return enclosingBundle(executable, foreignInformation);
 }
 
+std::string placeOfExecutable(std::string_view executable) {
+  return pathBeforeRemoval(withoutDeletedMark(executable));
+}
+
 }  // namespace qbdkr

@@ -15,6 +15,7 @@
 #include "Platform/DropExceptions.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
+#include "Platform/Linux/ExecutablePlace.h"
 #include "Platform/RPCEvent.h"
 
 namespace qbdkr {
@@ -83,7 +84,8 @@ int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
 
 }  // namespace
 
-OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor& directObject) {
+OSErr BusSender::post(const AppleEvent& event) {
+  const std::string& identifier = event.target().data();
   Lock lock(mutex_);
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
   // Nearly all posts of a process go to the same application.
@@ -92,7 +94,13 @@ OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor&
     if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
     latest_ = std::move(owner);
   }
-  const BusMessage message = newCall(latest_->name, directObject);
+  std::string address;
+  if (const auto& directory = event.targetDirectory()) {
+    const std::shared_ptr<Owner> owner = latest_;
+    const OSErr status = approveOwner(lock, owner, *directory, address);
+    if (status != noErr) return status;
+  }
+  const BusMessage message = newCall(address.empty() ? latest_->name : address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
   if (sent < 0) return failedToSend(sent);
@@ -103,23 +111,30 @@ OSErr BusSender::post(const std::string& identifier, const AppleEventDescriptor&
   return status;
 }
 
-OSErr BusSender::call(const std::string& identifier, const AppleEventDescriptor& directObject,
-                      std::uint64_t timeout, std::string& answer) {
+OSErr BusSender::call(const AppleEvent& event, std::uint64_t timeout, std::string& answer) {
   std::size_t size = 0;
-  const OSErr status = ask(identifier, directObject, timeout, answer, size);
+  const OSErr status = ask(event, timeout, answer, size);
   // The C library would keep what the message took up.
   if (size >= largeText) malloc_trim(0);
   return status;
 }
 
-OSErr BusSender::ask(const std::string& identifier, const AppleEventDescriptor& directObject,
-                     std::uint64_t timeout, std::string& answer, std::size_t& size) {
+OSErr BusSender::ask(const AppleEvent& event, std::uint64_t timeout, std::string& answer,
+                     std::size_t& size) {
+  const std::string& identifier = event.target().data();
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return paramErr;
   Lock lock(mutex_);
   if (!connect(lock)) return connectionInvalid;
+  std::string address = *name;
+  if (const auto& directory = event.targetDirectory()) {
+    std::shared_ptr<Owner> owner;
+    OSErr status = findOwner(lock, identifier, owner);
+    if (status == noErr) status = approveOwner(lock, owner, *directory, address);
+    if (status != noErr) return status;
+  }
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
-  const BusMessage message = newCall(*name, directObject);
+  const BusMessage message = newCall(address, event);
   if (!message) return paramErr;
   Pending pending;
   sd_bus_slot* slot = nullptr;
@@ -271,6 +286,51 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
   return owner->present ? noErr : procNotFound;
 }
 
+// The address of the owner, if its executable lies in the directory. A message to that address goes
+// to the process that was looked at, whoever gets the name meanwhile.
+OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
+                              const std::string& directory, std::string& address) {
+  if (owner->approved && owner->approved->directory == directory) {
+    address = owner->approved->address;
+    return noErr;
+  }
+  const std::uint64_t changes = owner->changes;
+  BusMessage answer;
+  const char* found = nullptr;
+  OSErr status = askBus(lock, "GetNameOwner", owner->name, answer);
+  if (status != noErr) return status;
+  if (sd_bus_message_read(answer.get(), "s", &found) <= 0) return procNotFound;
+  address = found;
+  std::uint32_t process = 0;
+  status = askBus(lock, "GetConnectionUnixProcessID", address, answer);
+  if (status != noErr) return status;
+  if (sd_bus_message_read(answer.get(), "u", &process) <= 0 ||
+      !runsFrom(static_cast<pid_t>(process), directory)) {
+    return errAEEventNotPermitted;
+  }
+  if (owner->changes == changes) owner->approved = Approved{directory, address};
+  return noErr;
+}
+
+// Asks the bus itself about a name.
+OSErr BusSender::askBus(Lock& lock, const char* method, const std::string& name,
+                        BusMessage& answer) {
+  const Bus bus = bus_;
+  Pending pending;
+  sd_bus_slot* slot = nullptr;
+  const int sent =
+      sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                               method, onReply, &pending, "s", name.c_str());
+  if (sent < 0) return failedToSend(sent);
+  const BusSlot owned(slot);
+  const bool answered = runUntil(lock, now() + busPatience, [&] { return pending.done; });
+  if (!answered && bus_ == bus) disconnect();
+  if (bus_ != bus) return connectionInvalid;
+  answer = std::move(pending.reply);
+  const sd_bus_error* error = sd_bus_message_get_error(answer.get());
+  return error == nullptr ? OSErr{noErr} : statusOfError(error);
+}
+
 // What is known of the owner, watched from now on.
 OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
   if (const auto known = owners_.find(identifier); known != owners_.end()) {
@@ -311,7 +371,8 @@ bool BusSender::flush(Lock& lock) {
   return runUntil(lock, now() + busPatience, [&] { return bus_ == bus && isWritten(); });
 }
 
-BusMessage BusSender::newCall(const std::string& name, const AppleEventDescriptor& directObject) {
+BusMessage BusSender::newCall(const std::string& name, const AppleEvent& event) {
+  const AppleEventDescriptor& directObject = *event.paramDescriptor(keyDirectObject);
   sd_bus_message* created = nullptr;
   if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
                                      rpc::interfaceName, rpc::callMember) < 0) {
@@ -347,7 +408,10 @@ int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error
   const char* before = nullptr;
   const char* after = nullptr;
   if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
-    static_cast<Owner*>(owner)->present = *after != '\0';
+    auto& changed = *static_cast<Owner*>(owner);
+    changed.present = *after != '\0';
+    changed.approved.reset();
+    ++changed.changes;
   }
   return 0;
 }

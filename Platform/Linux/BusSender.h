@@ -5,6 +5,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 
 #include "Platform/AppleEvent.h"
@@ -21,13 +22,13 @@ namespace qbdkr {
 // order in which the process sent things, between threads too.
 class BusSender {
  public:
-  // Posts a call to the application of a bundle identifier, if there is one. Does not wait for it.
-  OSErr post(const std::string& identifier, const AppleEventDescriptor& directObject);
+  // Posts an RPC event to its target, if it is there. Does not wait for it.
+  OSErr post(const AppleEvent& event);
 
-  // Calls and waits for the answer, whose text it stores; timeout in microseconds, UINT64_MAX:
-  // none. A text beyond what an event may carry is refused like any other breach of the contract.
-  OSErr call(const std::string& identifier, const AppleEventDescriptor& directObject,
-             std::uint64_t timeout, std::string& answer);
+  // Sends an RPC event and waits for the answer, whose text it stores; timeout in microseconds,
+  // UINT64_MAX: none. A text beyond what an event may carry is refused like any other breach of the
+  // contract.
+  OSErr call(const AppleEvent& event, std::uint64_t timeout, std::string& answer);
 
  private:
   using Bus = std::shared_ptr<sd_bus>;
@@ -38,30 +39,39 @@ class BusSender {
     BusMessage reply;
     bool done = false;
   };
+  // The connection of an owner whose executable was found in a directory.
+  struct Approved {
+    std::string directory;
+    std::string address;
+  };
   // What is known of an application that was posted to.
   struct Owner {
     std::string identifier;
     std::string name;
     BusSlot watch;
     bool present = false;
+    std::uint64_t changes = 0;
+    std::optional<Approved> approved;  // the one that is present
   };
   struct OwnerQuery {
     std::shared_ptr<Owner> owner;
     bool done = false;
   };
 
-  OSErr ask(const std::string& identifier, const AppleEventDescriptor& directObject,
-            std::uint64_t timeout, std::string& answer, std::size_t& size);
+  OSErr ask(const AppleEvent& event, std::uint64_t timeout, std::string& answer, std::size_t& size);
   bool connect(Lock& lock);
   OSErr failedToSend(int error);
   void disconnect();
   void drain();
   void wakeOthers();
   OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
+  OSErr approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner, const std::string& directory,
+                     std::string& address);
+  OSErr askBus(Lock& lock, const char* method, const std::string& name, BusMessage& answer);
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
-  BusMessage newCall(const std::string& name, const AppleEventDescriptor& directObject);
+  BusMessage newCall(const std::string& name, const AppleEvent& event);
   template <class Done>
   bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
   template <class Done>

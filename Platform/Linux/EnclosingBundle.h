@@ -18,4 +18,8 @@ struct EnclosingBundle {
 };
 [[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable);
 
+// Where an executable lies, as a process that still runs it shows it, or lay before its file was
+// replaced.
+[[nodiscard]] std::string placeOfExecutable(std::string_view executable);
+
 }  // namespace qbdkr

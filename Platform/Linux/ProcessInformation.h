@@ -3,10 +3,16 @@
 #include <sys/types.h>
 
 #include <memory>
+#include <optional>
+#include <string>
 
 #include "Platform/PropertyList.h"
 
 namespace qbdkr {
+
+// The path that the system shows for what a process runs; absent for one that has ended, and for
+// one that this process may not look into.
+[[nodiscard]] std::optional<std::string> executableOfProcess(pid_t processID);
 
 using ProcessInformation = std::shared_ptr<const PropertyList::Dictionary>;
 

@@ -138,4 +138,6 @@ void forgetProcessInformation(pid_t processID) {
   remembered().byProcess.erase(processID);
 }
 
+std::optional<std::string> executableOfProcess(pid_t processID) { return executableOf(processID); }
+
 }  // namespace qbdkr

@@ -1,5 +1,6 @@
 #include <CoreServices/CoreServices.h>
 
+#include <atomic>
 #include <utility>
 
 #include "Platform/AppleEvent.h"
@@ -87,6 +88,10 @@ class ManagerTransport final : public AppleEventTransport {
   OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
                     long timeout) override {
     if (!isRPCEvent(event)) return paramErr;
+    // The system chooses the process that an identifier stands for.
+    if (event.targetDirectory() && !isPlaceLogged_.exchange(true)) {
+      log("on this system the helper agent need not be the installed copy");
+    }
     EventDescriptor message;
     if (const OSErr status = makeEvent(event, message); status != noErr) return status;
     EventDescriptor answer;
@@ -116,6 +121,7 @@ class ManagerTransport final : public AppleEventTransport {
     return entry;
   }
 
+  std::atomic<bool> isPlaceLogged_{false};
   RPCHandler handler_;  // never destroyed: the Apple Event Manager holds its address
 };
 

@@ -278,6 +278,54 @@ TEST_F(AppleEventSender, WithoutTheKeyTheTargetHasNoBytesAndTheStatusIsTheTransp
   });
 }
 
+TEST_F(AppleEventSender, HelperAgentMayLieAnywhereUnlessTheHostSaysOtherwise) {
+  for (const PropertyList& value : {PropertyList(), PropertyList(false), PropertyList("0")}) {
+    auto info = hostInformation();
+    info.set("Helper loaction path", "/opt/Acme");
+    info.set("Helepr App name", "AcmeHelper");
+    if (value != PropertyList()) info.set("Helper must be installed copy", value);
+    inHost(info, [this](const Host&) {
+      sender.sendEvnet("Class", "method", {});
+      EXPECT_EQ(onlySent().event.targetDirectory(), std::nullopt);
+    });
+  }
+}
+
+TEST_F(AppleEventSender, HelperAgentAloneMustLieInTheInstalledCopyIfTheHostSaysSo) {
+  for (const PropertyList& value : {PropertyList(true), PropertyList("1")}) {
+    auto info = hostInformation();
+    info.set("Helper location path", "~/Acme");
+    info.set("Helper App name", "AcmeHelper");
+    info.set("Helper must be installed copy", value);
+    inHost(info, [this](const Host& host) {
+      String result;
+      sender.sendEvnet("Class", "method", {});
+      sender.sendEvnet("Class", "method", {}, result);
+      sender.sendEvnet(helperIdentifier, "Class", "method", {});
+      sender.sendEvnet("com.Example.Other", "Class", "method", {});
+      const auto sent = transport.sent();
+      ASSERT_EQ(sent.size(), 4U);
+      const auto place = (host.home / "Acme/AcmeHelper.app").string();
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(sent[i].event.targetDirectory(), place) << i;
+      EXPECT_EQ(sent[3].event.targetDirectory(), std::nullopt);
+    });
+  }
+}
+
+TEST_F(AppleEventSender, HelperAgentThatHasNoPlaceCanLieInNone) {
+  for (const char* missing : {"Helper location path", "Helper App name"}) {
+    auto info = hostInformation();
+    info.set("Helper location path", "/opt/Acme");
+    info.set("Helper App name", "AcmeHelper");
+    info.set("Helper must be installed copy", true);
+    info.erase(missing);
+    inHost(info, [this](const Host&) {
+      sender.sendEvnet("Class", "method", {});
+      EXPECT_EQ(onlySent().event.targetDirectory(), "");
+    });
+  }
+}
+
 TEST_F(AppleEventSender, PlatformTransportRefusesAnEmptyTargetWithMinus600) {
   AppleEventTransport::replaceShared(nullptr);
   EXPECT_EQ(sender.sendEvnet(std::nullopt, "Class", "method", {}), -600);
