@@ -3,10 +3,12 @@
 #include <atomic>
 #include <cstring>
 #include <memory>
+#include <string>
 
 #include "Platform/AppleEvent.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/Linux/BusSender.h"
+#include "Platform/Log.h"
 #include "Platform/RPCEvent.h"
 #include "Platform/SerialNumber.h"
 
@@ -31,15 +33,17 @@ class BusTransport final : public AppleEventTransport {
     const std::string& target = event.target().data();
     if (target.empty()) return procNotFound;
     if (!isSendable(target)) return paramErr;
-    if (sendMode == kAENoReply) return sender().post(event);
-
-    std::string answer;
-    const OSErr status = sender().call(event, microseconds(timeout), answer);
-    if (status == noErr) {
-      reply.setParamDescriptor(keyDirectObject,
-                               AppleEventDescriptor::withString(std::move(answer)));
-    }
+    const OSErr status = sendMode == kAENoReply ? sender().post(event) : ask(event, reply, timeout);
+    logObstacleOnce();
     return status;
+  }
+
+  [[nodiscard]] std::optional<std::string> knownObstacle() const override {
+    const BusSender* sender = sender_.load();
+    const auto process = sender == nullptr ? std::nullopt : sender->foreignProcess();
+    if (!process) return std::nullopt;
+    return "the bus knows this process as " + std::to_string(*process) +
+           ": behind a proxy, events may not arrive";
   }
 
   void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
@@ -56,6 +60,21 @@ class BusTransport final : public AppleEventTransport {
   void forgetParentsSender() { sender_.store(nullptr); }
 
  private:
+  OSErr ask(const AppleEvent& event, AppleEvent& reply, long timeout) {
+    std::string answer;
+    const OSErr status = sender().call(event, microseconds(timeout), answer);
+    if (status == noErr) {
+      reply.setParamDescriptor(keyDirectObject,
+                               AppleEventDescriptor::withString(std::move(answer)));
+    }
+    return status;
+  }
+
+  void logObstacleOnce() {
+    if (!sender().foreignProcess() || isObstacleLogged_.exchange(true)) return;
+    if (const auto obstacle = knownObstacle()) log(*obstacle);
+  }
+
   BusSender& sender() {
     BusSender* current = sender_.load();
     if (current != nullptr) return *current;
@@ -64,6 +83,7 @@ class BusTransport final : public AppleEventTransport {
     return *current;
   }
 
+  std::atomic<bool> isObstacleLogged_{false};
   std::atomic<BusSender*> sender_{nullptr};  // never destroyed: threads send until the process ends
 };
 

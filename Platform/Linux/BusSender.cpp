@@ -166,9 +166,37 @@ bool BusSender::connect(Lock& lock) {
       return false;
     }
   }
-  // The bus is there (again): who receives events needs to know.
-  if (opening) dropExceptions([] { BusReceiver::shared().busAppeared(); });
+  if (opening) {
+    identify();
+    // The bus is there (again): who receives events needs to know.
+    dropExceptions([] { BusReceiver::shared().busAppeared(); });
+  }
   return true;
+}
+
+// The answer comes before those to all later questions, so the first send has it as a rule.
+void BusSender::identify() {
+  const char* name = nullptr;
+  if (sd_bus_get_unique_name(bus_.get(), &name) < 0) return;
+  sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath, bus::interfaceName,
+                           "GetConnectionUnixProcessID", onOwnProcess, this, "s", name);
+}
+
+int BusSender::onOwnProcess(sd_bus_message* message, void* self, sd_bus_error*) {
+  std::uint32_t process = 0;
+  if (sd_bus_message_is_method_error(message, nullptr) > 0 ||
+      sd_bus_message_read(message, "u", &process) <= 0) {
+    return 0;
+  }
+  const auto known = static_cast<pid_t>(process);
+  static_cast<BusSender*>(self)->foreignProcess_ = known == getpid() ? 0 : known;
+  return 0;
+}
+
+std::optional<pid_t> BusSender::foreignProcess() const {
+  const pid_t process = foreignProcess_;
+  if (process == 0) return std::nullopt;
+  return process;
 }
 
 OSErr BusSender::failedToSend(int error) {

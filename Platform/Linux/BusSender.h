@@ -1,5 +1,8 @@
 #pragma once
 
+#include <sys/types.h>
+
+#include <atomic>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -29,6 +32,10 @@ class BusSender {
   // UINT64_MAX: none. A text beyond what an event may carry is refused like any other breach of the
   // contract.
   OSErr call(const AppleEvent& event, std::uint64_t timeout, std::string& answer);
+
+  // As which process the bus knows this one, if it is another: behind a proxy of the bus, and
+  // across namespaces of processes. Nothing tells then who sends to whom. Does not wait.
+  [[nodiscard]] std::optional<pid_t> foreignProcess() const;
 
  private:
   using Bus = std::shared_ptr<sd_bus>;
@@ -61,6 +68,7 @@ class BusSender {
   OSErr ask(const AppleEvent& event, std::uint64_t timeout, std::string& answer, std::size_t& size);
   bool connect(Lock& lock);
   OSErr failedToSend(int error);
+  void identify();
   void disconnect();
   void drain();
   void wakeOthers();
@@ -78,8 +86,11 @@ class BusSender {
   bool readUntil(Lock& lock, std::uint64_t deadline, Done done);
 
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
+  static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
   static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
+
+  std::atomic<pid_t> foreignProcess_{0};  // 0: none is known
 
   std::mutex mutex_;
   std::condition_variable progress_;

@@ -387,6 +387,10 @@ const std::map<std::string, Command>& commands() {
            return result;
          });
        }},
+      {"obstacle",
+       [](const Words&) {
+         return qbdkr::AppleEventTransport::shared().knownObstacle().value_or("none");
+       }},
       {"burst", burst},
       {"request-in-little-memory", requestInLittleMemory},
       {"storm", qbdkr::test::storm},
