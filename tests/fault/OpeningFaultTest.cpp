@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "Peer.h"
 #include "support/ChildProcess.h"
 #include "support/Scene.h"
 
@@ -97,6 +98,18 @@ TEST(OpeningFault, AThreadThatOpensDoesSoAfterOneThatOnlyWaits) {
   EXPECT_EQ(host->finish(launch, enough), "yes");
   EXPECT_EQ(host->finish(opening, enough), "yes");
   EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+}
+
+TEST(OpeningFault, ANameThatIsOnTheBusAlreadyIsNotWaitedFor) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "never-check-in";
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const auto peer = Peer::inBundle(scene);
+  const auto owner = peer.begin({"serve", scene.helperID(), "1"});
+  owner->waitForOutput([](const std::string& line) { return line == "ready"; });
+  constexpr std::chrono::seconds lessThanTheCheckIn(8);
+  EXPECT_EQ(host->call(open(scene), lessThanTheCheckIn), "yes");
 }
 
 TEST(OpeningFault, ABusThatIsStuckHoldsItUpNoLongerThanTheCheckInDoes) {
