@@ -8,7 +8,10 @@
 namespace qbdkr {
 namespace {
 
-// Shared by all services, and kept for the life of the process.
+// More than any user has applications; anyone can make up identifiers.
+constexpr std::size_t mostBundleIDs = 4096;
+
+// Shared by all services, and kept for the life of the process. It only grows.
 struct BundleIDs {
   std::mutex mutex;
   std::set<std::string> identifiers;
@@ -33,7 +36,8 @@ void QBHPAppEventBase::setBundleID(Text bundleID) {
   if (!bundleID)
     throw InvalidArgumentException("the sender of an RPC event has no bundle identifier");
   const std::lock_guard lock(bundleIDs().mutex);
-  bundleIDs().identifiers.emplace(*bundleID);
+  auto& identifiers = bundleIDs().identifiers;
+  if (identifiers.size() < mostBundleIDs) identifiers.emplace(*bundleID);
 }
 
 String QBHPAppEventBase::performSelector(std::string_view selector, std::span<const Text> objects) {

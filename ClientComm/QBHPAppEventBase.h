@@ -36,13 +36,14 @@ class QBDKR_EXPORT QBHPAppEventBase {
   // The name under which RPC events reach this class and are sent by it.
   [[nodiscard]] virtual std::string_view className() const = 0;
 
-  // The bundle identifiers of all applications from which an RPC event was dispatched, to any
-  // service of this process, since it started. Any thread.
+  // The bundle identifiers of the applications from which an RPC event was dispatched, to any
+  // service of this process, since it started: of the first 4,096. Any thread.
   [[nodiscard]] std::set<std::string> bundleIDSet() const;
 
-  // Records the sender of the event that is dispatched next. Throws InvalidArgumentException when
-  // the sender is absent, and the event is then not dispatched. A helper agent may override it to
-  // learn whom to answer. Called on the main thread; any thread may call it.
+  // Records the sender of the event that is dispatched next, unless 4,096 others are recorded
+  // already; the event is dispatched all the same. Throws InvalidArgumentException if the sender is
+  // absent, and the event is then not dispatched. A helper agent may override it to learn whom to
+  // answer. Called on the main thread; any thread may call it.
   virtual void setBundleID(Text bundleID);
 
   // Calls the method of that full name. Missing arguments are passed as absent; more than the

@@ -8,9 +8,14 @@
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPAppEventBase.h"
+#include "Host.h"
 
 namespace qbdkr {
 namespace {
+
+using test::Host;
+using test::hostInformation;
+using test::inHost;
 
 class Service : public QBHPAppEventBase {
  public:
@@ -126,6 +131,20 @@ TEST_F(AppEventBase, BundleIDSetIsSharedByAllObjectsAndOnlyGrows) {
   EXPECT_EQ(service.bundleIDSet(), expected);
   EXPECT_EQ(other.bundleIDSet(), expected);
   EXPECT_EQ(Service().bundleIDSet(), expected);
+}
+
+TEST_F(AppEventBase, BundleIDSetHoldsTheFirst4096AndTakesTheOthersInSilence) {
+  inHost(hostInformation(), [this](const Host&) {
+    constexpr int most = 4096;
+    for (int i = 0; i < most; ++i) service.setBundleID("com.Example.Number" + std::to_string(i));
+    EXPECT_EQ(service.bundleIDSet().size(), std::size_t{most});
+    const auto before = service.bundleIDSet();
+    service.setBundleID("com.Example.OneMore");
+    EXPECT_EQ(service.bundleIDSet(), before);
+    service.setBundleID("com.Example.Number7");
+    EXPECT_EQ(service.bundleIDSet(), before);
+    EXPECT_THROW(service.setBundleID(std::nullopt), InvalidArgumentException);
+  });
 }
 
 TEST_F(AppEventBase, AbsentBundleIDThrowsAndAddsNothing) {
