@@ -4,9 +4,9 @@
 
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
-#include "Platform/Bundle.h"
+#include "Platform/BundleIdentifier.h"
 #include "Platform/Log.h"
-#include "Platform/ProcessTable.h"
+#include "Platform/RPCEvent.h"
 #include "Platform/SerialNumber.h"
 
 namespace qbdkr {
@@ -48,7 +48,7 @@ std::vector<std::string> textsOf(const AppleEventDescriptor* list) {
   return texts;
 }
 
-// The bundle identifier of the application that sent an event; absent when its process is not known
+// The bundle identifier of the application that sent an event; absent if its process is not known
 // or belongs to no application.
 String senderOf(const AppleEvent& event) {
   const AppleEventDescriptor* address = event.attributeDescriptor(keyAddressAttr);
@@ -56,8 +56,10 @@ String senderOf(const AppleEvent& event) {
   const auto serial = address->coerceToDescriptorType(typeProcessSerialNumber);
   const auto number = serial ? serialNumberFromBytes(serial->data()) : std::nullopt;
   if (!number) return std::nullopt;
-  const auto information = copyProcessInformation(*number);
-  return information ? information->text(kCFBundleIdentifierKey) : std::nullopt;
+  // It may run another program since: the transport that heard it first knows better.
+  if (const auto* known = event.attributeDescriptor(keySenderBundleIDAttr))
+    return known->stringValue();
+  return bundleIdentifierOf(*number);
 }
 
 }  // namespace

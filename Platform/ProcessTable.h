@@ -30,8 +30,8 @@ struct ProcessSerialNumber {
   std::uint32_t lowLongOfPSN;
 };
 
-// The serial number of a process; procNotFound for what cannot be an id, and for an application
-// that has ended. On Linux every other process has one, whether it runs an application or not.
+// The serial number of a process; procNotFound for what cannot be an id. On Linux every other one
+// has a serial number, whether it runs an application or not.
 [[nodiscard]] QBDKR_EXPORT OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
 
 // The information dictionary of the application that a process runs; null when it is none.

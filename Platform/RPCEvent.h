@@ -14,6 +14,11 @@ inline constexpr std::size_t longestEventName = std::size_t{1} << 20U;   // byte
 inline constexpr std::size_t mostEventTexts = std::size_t{1} << 18U;     // of the list
 inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes, 8 for each text
 
+// The bundle identifier of the application that sent an event: text, or null for a process that is
+// no application. For a transport that decided it when it first heard the sender; it does not
+// travel.
+inline constexpr FourCharCode keySenderBundleIDAttr = fourCharCode("sbid");
+
 // Whether a text may go from one process to another: UTF-8 without a NUL.
 [[nodiscard]] bool isSendable(std::string_view text);
 

@@ -5,6 +5,15 @@
 #include "Platform/RPCEvent.h"
 
 namespace qbdkr {
+namespace {
+
+std::optional<AppleEventDescriptor> boundedObject(const RPCHandler::DirectObject& directObject) {
+  auto object = directObject();
+  if (object && !isWithinBounds(*object)) object.reset();
+  return object;
+}
+
+}  // namespace
 
 void RPCHandler::set(AppleEventTransport::EventHandler handler) {
   // The one before goes when the lock is released: what it held may come back here.
@@ -22,16 +31,23 @@ AppleEventTransport::EventHandler RPCHandler::handler() const {
   return handler_;
 }
 
-RPCHandler::Answer RPCHandler::handle(const Part& directObject,
-                                      const Part& address) const noexcept {
+OSErr RPCHandler::refusal(const DirectObject& directObject) const {
+  if (!isSet()) return errAEEventNotHandled;
+  return boundedObject(directObject) ? noErr : paramErr;
+}
+
+RPCHandler::Answer RPCHandler::handle(const DirectObject& directObject,
+                                      const SenderOf& sender) const noexcept {
   try {
     const auto body = handler();
     if (!body) return {errAEEventNotHandled, {}};
-    auto object = directObject();
-    if (!object || !isWithinBounds(*object)) return {paramErr, {}};
+    auto object = boundedObject(directObject);
+    if (!object) return {paramErr, {}};
     AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
     event.setParamDescriptor(keyDirectObject, *std::move(object));
-    if (auto sender = address()) event.setAttributeDescriptor(keyAddressAttr, *std::move(sender));
+    auto [address, bundleID] = sender();
+    if (address) event.setAttributeDescriptor(keyAddressAttr, *std::move(address));
+    if (bundleID) event.setAttributeDescriptor(keySenderBundleIDAttr, *std::move(bundleID));
     AppleEvent reply;
     body(event, reply);
     const AppleEventDescriptor* result = reply.paramDescriptor(keyDirectObject);

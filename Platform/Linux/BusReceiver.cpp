@@ -9,7 +9,6 @@
 #include "Platform/DropExceptions.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/MainEventLoop.h"
-#include "Platform/Linux/ProcessInformation.h"
 #include "Platform/Log.h"
 #include "Platform/RPCEvent.h"
 #include "Platform/RunLoop.h"
@@ -21,6 +20,8 @@ constexpr std::uint64_t firstRetry = 100'000;  // microseconds
 constexpr std::uint64_t longestRetry = 5'000'000;
 constexpr std::uint64_t busPatience = 5'000'000;
 constexpr std::size_t mostSenders = 256;
+constexpr std::size_t mostParkedEvents = 64;
+constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
 
 AppleEventDescriptor processAddress(pid_t processID) {
   const auto value = static_cast<std::int32_t>(processID);
@@ -29,12 +30,20 @@ AppleEventDescriptor processAddress(pid_t processID) {
   return AppleEventDescriptor::withBytes(typeKernelProcessID, std::move(bytes));
 }
 
+RPCHandler::Sender senderOf(const PeerIdentity& peer) {
+  if (peer.processID <= 0) return {};
+  return {processAddress(peer.processID), peer.bundleID
+                                              ? AppleEventDescriptor::withString(*peer.bundleID)
+                                              : AppleEventDescriptor()};
+}
+
 // The direct object of the event that a call stands for; absent when the message is not of the
 // form, or has more texts than any event may have.
 std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   const char* className = nullptr;
   const char* methodName = nullptr;
-  if (sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
+  if (sd_bus_message_rewind(message, 1) < 0 ||
+      sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
       sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "s") <= 0) {
     return std::nullopt;
   }
@@ -54,11 +63,59 @@ std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   return directObject;
 }
 
-int refuse(sd_bus_message* message, const char* error, const char* text) {
-  return sd_bus_reply_method_errorf(message, error, "%s", text);
+// What the event takes on the bus, nearly.
+std::size_t sizeOf(const AppleEventDescriptor& value) {
+  constexpr std::size_t perItem = 8;
+  std::size_t size = value.data().size();
+  for (std::size_t i = 1; i <= value.numberOfItems(); ++i) {
+    size += perItem + sizeOf(*value.descriptorAtIndex(i));
+  }
+  return size;
+}
+
+// Reads the direct object and stores its size.
+RPCHandler::DirectObject reader(sd_bus_message* message, std::size_t& size) {
+  return [message, &size] {
+    auto object = readDirectObject(message);
+    if (object) size = sizeOf(*object);
+    return object;
+  };
+}
+
+void refuse(sd_bus_message* message, const char* error, const char* text) {
+  sd_bus_reply_method_errorf(message, error, "%s", text);
+}
+
+// A sender that is gone gets nothing, and one that waits for nothing neither.
+void reply(sd_bus_message* message, const RPCHandler::Answer& answer) {
+  switch (answer.status) {
+    case noErr:
+      sd_bus_reply_method_return(message, rpc::resultSignature, answer.result.c_str());
+      return;
+    case errAEEventNotHandled:
+      return refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no handler is installed");
+    case paramErr:
+      return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
+    default:
+      return refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
+  }
 }
 
 }  // namespace
+
+void ParkingSpace::take(std::size_t bytes) {
+  ++events_;
+  bytes_ += bytes;
+}
+
+void ParkingSpace::giveBack(std::size_t bytes) {
+  --events_;
+  bytes_ -= bytes;
+}
+
+bool ParkingSpace::isFull() const {
+  return events_ >= mostParkedEvents || bytes_ >= mostParkedBytes;
+}
 
 const sd_bus_vtable BusReceiver::methods[] = {
     SD_BUS_VTABLE_START(0),
@@ -86,20 +143,19 @@ void BusReceiver::removeHandler() {
 
 void BusReceiver::busAppeared() {
   RunLoop::main().perform([this] {
-    if (retry_ != nullptr) connect();
+    if (retry_) connect();
   });
 }
 
 void BusReceiver::connect() {
-  retry_ = sd_event_source_disable_unref(retry_);
+  retry_.reset();
   if (bus_ || !handler_.isSet()) return;
   sd_bus* opened = nullptr;
   if (sd_bus_open_user(&opened) < 0) return tryAgainLater();
   bus_.reset(opened);
-  if (!attach()) {
-    disconnect();
-    tryAgainLater();
-  }
+  if (inquiry_.open([this] { reconnectLater(); }) && attach()) return;
+  disconnect();
+  tryAgainLater();
 }
 
 bool BusReceiver::attach() {
@@ -111,10 +167,7 @@ bool BusReceiver::attach() {
     return false;
   }
   object_.reset(object);
-  if (sd_bus_match_signal(bus, nullptr, nullptr, "/org/freedesktop/DBus/Local",
-                          "org.freedesktop.DBus.Local", "Disconnected", onDisconnected, this) < 0) {
-    return false;
-  }
+  if (!watchDisconnection(bus, onDisconnected, this)) return false;
   const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
   const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
   // Without flags the bus queues this connection behind an owner that is there already.
@@ -126,17 +179,31 @@ bool BusReceiver::attach() {
 }
 
 void BusReceiver::disconnect() {
-  retry_ = sd_event_source_disable_unref(retry_);
-  forgetSenders();
+  retry_.reset();
+  senders_.clear();
+  parking_ = {};
+  isPaused_ = false;
+  inquiry_.close();
   object_.reset();
   if (bus_) sd_bus_detach_event(bus_.get());
   bus_.reset();
 }
 
+// Neither connection is of use without the other one, and none can be given up from inside its own
+// callback.
+void BusReceiver::reconnectLater() {
+  RunLoop::main().perform([this] {
+    disconnect();
+    tryAgainLater();
+  });
+}
+
 void BusReceiver::tryAgainLater() {
   retryDelay_ = std::clamp(retryDelay_ * 2, firstRetry, longestRetry);
-  sd_event_add_time_relative(mainEventLoop(), &retry_, CLOCK_MONOTONIC, retryDelay_,
-                             retryDelay_ / 10, onRetry, this);
+  sd_event_source* made = nullptr;
+  sd_event_add_time_relative(mainEventLoop(), &made, CLOCK_MONOTONIC, retryDelay_, retryDelay_ / 10,
+                             onRetry, this);
+  retry_.reset(made);
 }
 
 int BusReceiver::onRetry(sd_event_source*, std::uint64_t, void* self) {
@@ -145,15 +212,22 @@ int BusReceiver::onRetry(sd_event_source*, std::uint64_t, void* self) {
 }
 
 int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
-  // The connection cannot be given up from inside its own callback.
-  auto* receiver = static_cast<BusReceiver*>(self);
-  dropExceptions([&] {
-    RunLoop::main().perform([receiver] {
-      receiver->disconnect();
-      receiver->tryAgainLater();
-    });
-  });
+  dropExceptions([&] { static_cast<BusReceiver*>(self)->reconnectLater(); });
   return 0;
+}
+
+// What comes stays on the bus.
+void BusReceiver::pause() {
+  if (isPaused_) return;
+  isPaused_ = true;
+  sd_bus_detach_event(bus_.get());
+}
+
+void BusReceiver::resume() {
+  if (!isPaused_ || parking_.isFull()) return;
+  isPaused_ = false;
+  if (sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
+    reconnectLater();
 }
 
 int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error*) {
@@ -168,73 +242,105 @@ int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error
 
 int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
   try {
-    return static_cast<BusReceiver*>(self)->handleCall(message);
+    static_cast<BusReceiver*>(self)->receive(message);
   } catch (...) {  // nothing may unwind through the bus library
-    return refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
+    refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
   }
+  return 1;
 }
 
-int BusReceiver::handleCall(sd_bus_message* message) {
-  const auto answer = handler_.handle([message] { return readDirectObject(message); },
-                                      [this, message]() -> std::optional<AppleEventDescriptor> {
-                                        const pid_t sender = processOfSender(message);
-                                        if (sender <= 0) return std::nullopt;
-                                        return processAddress(sender);
-                                      });
-  switch (answer.status) {
-    case noErr:
-      return sd_bus_reply_method_return(message, rpc::resultSignature, answer.result.c_str());
-    case errAEEventNotHandled:
-      return refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no handler is installed");
-    case paramErr:
-      return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
-    default:
-      return refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
-  }
-}
-
-// The process that sent a message, as the bus itself knows it; 0 when it is gone already.
-pid_t BusReceiver::processOfSender(sd_bus_message* message) {
+void BusReceiver::receive(sd_bus_message* message) {
   const char* name = sd_bus_message_get_sender(message);
-  if (name == nullptr) return 0;
-  if (const auto known = senders_.find(name); known != senders_.end())
-    return known->second.processID;
-  if (senders_.size() >= mostSenders) forgetSenders();
+  if (name == nullptr) return handle(message, {});
+  const auto known = senders_.find(std::string_view(name));
+  if (known != senders_.end() && known->second.isReady())
+    return handle(message, *known->second.identity);
 
-  sd_bus_creds* found = nullptr;
-  if (sd_bus_get_name_creds(bus_.get(), name, SD_BUS_CREDS_PID, &found) < 0) return 0;
-  const BusCredentials credentials(found);
+  // What is refused costs no question and no room.
+  std::size_t size = 0;
+  const OSErr refusal = handler_.refusal(reader(message, size));
+  if (refusal != noErr) return reply(message, {refusal, {}});
+  Sender* sender = known != senders_.end() ? &known->second : meet(name);
+  if (sender == nullptr) return handle(message, {});
+  park(*sender, message, size);
+}
+
+// A sender that is new; null if it cannot be asked for.
+BusReceiver::Sender* BusReceiver::meet(const char* name) {
+  if (senders_.size() >= mostSenders) forgetSenders();
   Sender sender;
-  if (sd_bus_creds_get_pid(found, &sender.processID) < 0) return 0;
-  sd_bus_slot* watch = nullptr;
+  sender.question = inquiry_.ask(name, [this, peer = std::string(name)](PeerIdentity identity) {
+    settle(peer, std::move(identity));
+  });
+  if (!sender.question) return nullptr;
+  sender.watch = watch(name);
+  return &senders_.emplace(name, std::move(sender)).first->second;
+}
+
+// The news that a name is gone, behind the last event of its owner.
+BusSlot BusReceiver::watch(const char* name) {
+  sd_bus_slot* slot = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(name).c_str(), onSenderGone,
-                             ignore, this) < 0) {
-    return sender.processID;
+  sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(name).c_str(), onSenderGone, ignore,
+                         this);
+  return BusSlot(slot);
+}
+
+void BusReceiver::park(Sender& sender, sd_bus_message* message, std::size_t size) {
+  sender.parked.push_back({BusMessage(sd_bus_message_ref(message)), size});
+  parking_.take(size);
+  if (parking_.isFull()) pause();
+}
+
+void BusReceiver::settle(std::string_view name, PeerIdentity identity) {
+  const auto found = senders_.find(name);
+  if (found == senders_.end()) return;
+  RunLoop::main().perform([this, peer = std::string(name)] { handleParked(peer); });
+  found->second.identity = std::move(identity);
+}
+
+// Handles the first event of those parked for a sender; the loop's other work gets its turn before
+// the next one.
+void BusReceiver::handleParked(std::string_view name) {
+  const auto found = senders_.find(name);
+  if (found == senders_.end()) return;
+  Sender& sender = found->second;
+  if (!sender.identity || sender.parked.empty()) return;
+  sender.question.reset();
+  const ParkedEvent event = std::move(sender.parked.front());
+  sender.parked.pop_front();
+  parking_.giveBack(event.size);
+  const PeerIdentity identity = *sender.identity;
+  if (!sender.parked.empty()) {
+    RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
+  } else if (sender.isGone) {
+    senders_.erase(found);
   }
-  sender.watch.reset(watch);
-  const pid_t processID = sender.processID;
-  rememberProcessInformation(processID);
-  senders_.emplace(name, std::move(sender));
-  return processID;
+  resume();
+  handle(event.message.get(), identity);
+}
+
+void BusReceiver::handle(sd_bus_message* message, const PeerIdentity& sender) {
+  std::size_t size = 0;
+  const auto answer =
+      handler_.handle(reader(message, size), [&sender] { return senderOf(sender); });
+  reply(message, answer);
+  relief_.afterUseOf(size + answer.result.size());
 }
 
 int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*) {
   auto& senders = static_cast<BusReceiver*>(self)->senders_;
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
-  dropExceptions([&] {
-    if (const auto known = senders.find(std::string_view(name)); known != senders.end()) {
-      forgetProcessInformation(known->second.processID);
-      senders.erase(known);
-    }
-  });
+  const auto found = senders.find(std::string_view(name));
+  if (found == senders.end()) return 0;
+  found->second.isGone = true;
+  if (found->second.isReady()) senders.erase(found);
   return 0;
 }
 
 void BusReceiver::forgetSenders() {
-  for (const auto& [name, sender] : senders_) forgetProcessInformation(sender.processID);
-  senders_.clear();
+  std::erase_if(senders_, [](const auto& entry) { return entry.second.isReady(); });
 }
 
 }  // namespace qbdkr

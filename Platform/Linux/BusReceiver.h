@@ -1,19 +1,44 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
+#include <deque>
 #include <map>
+#include <memory>
+#include <optional>
 #include <string>
+#include <string_view>
 
 #include "Platform/AppleEvent.h"
+#include "Platform/Linux/EventSource.h"
+#include "Platform/Linux/MemoryRelief.h"
+#include "Platform/Linux/PeerInquiry.h"
 #include "Platform/Linux/SdBus.h"
 #include "Platform/RPCHandler.h"
 
 namespace qbdkr {
 
+// The room for events that wait until their senders are known. Where it ends, the connection is no
+// longer read, and the backlog stays on the bus. One event is always taken, whatever its size.
+class ParkingSpace {
+ public:
+  void take(std::size_t bytes);
+  void giveBack(std::size_t bytes);
+  [[nodiscard]] bool isFull() const;
+
+ private:
+  std::size_t events_ = 0;
+  std::size_t bytes_ = 0;
+};
+
 // The connection on which this process receives: it owns the name of the process's bundle
 // identifier and answers the one method. It belongs to the main run loop; only the functions marked
 // so may be called from other threads. It is made again, names claimed again, for as long as a
 // handler is installed.
+//
+// It never waits on that connection: the bus library would read the whole backlog into memory. The
+// events of a sender that is new are parked until it is known, and those of others handled
+// meanwhile.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -26,21 +51,42 @@ class BusReceiver {
   void busAppeared();
 
  private:
-  // A process that has sent something. Its unique name is its own for as long as it is connected.
+  struct ParkedEvent {
+    BusMessage message;
+    std::size_t size = 0;
+  };
+
+  // A process that has sent something. Its unique name is its own for as long as it is connected,
+  // and so is the application that it was at first. It is kept for as long, and until its last
+  // event is handled: a process that reports and exits is gone before that.
   struct Sender {
-    pid_t processID = 0;
+    std::optional<PeerIdentity> identity;  // absent while it is asked for
+    std::unique_ptr<PeerInquiry::Question> question;
+    std::deque<ParkedEvent> parked;
     BusSlot watch;
+    bool isGone = false;
+
+    [[nodiscard]] bool isReady() const { return identity && parked.empty(); }
   };
 
   BusReceiver() = default;
 
   void connect();
   void disconnect();
+  void reconnectLater();
   void tryAgainLater();
   bool attach();
-  pid_t processOfSender(sd_bus_message* message);
+  void pause();
+  void resume();
+
+  void receive(sd_bus_message* message);
+  Sender* meet(const char* name);
+  BusSlot watch(const char* name);
+  void park(Sender& sender, sd_bus_message* message, std::size_t size);
+  void settle(std::string_view name, PeerIdentity identity);
+  void handleParked(std::string_view name);
+  void handle(sd_bus_message* message, const PeerIdentity& sender);
   void forgetSenders();
-  int handleCall(sd_bus_message* message);
 
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -54,8 +100,12 @@ class BusReceiver {
   // Main thread only.
   UniqueBus bus_;
   BusSlot object_;
-  std::map<std::string, Sender, std::less<>> senders_;
-  sd_event_source* retry_ = nullptr;
+  PeerInquiry inquiry_;
+  std::map<std::string, Sender, std::less<>> senders_;  // by unique name
+  ParkingSpace parking_;
+  bool isPaused_ = false;
+  MemoryRelief relief_;
+  EventSource retry_;
   std::uint64_t retryDelay_ = 0;
 };
 

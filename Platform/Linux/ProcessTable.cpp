@@ -11,16 +11,13 @@
 #include <charconv>
 #include <climits>
 #include <cstring>
-#include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
 #include <string_view>
 
 #include "Platform/Descriptor.h"
 #include "Platform/Linux/EnclosingBundle.h"
-#include "Platform/Linux/ProcessInformation.h"
 
 namespace qbdkr {
 namespace {
@@ -63,22 +60,6 @@ std::optional<std::string> executableOf(pid_t processID) {
   return std::string(target.data(), static_cast<std::size_t>(size));
 }
 
-// What was known of processes that may have ended since; see ProcessInformation.h.
-struct Remembered {
-  std::mutex mutex;
-  std::map<pid_t, ProcessInformation> byProcess;
-};
-
-Remembered& remembered() {
-  static auto& instance = *new Remembered;
-  return instance;
-}
-
-bool isRemembered(pid_t processID) {
-  const std::lock_guard lock(remembered().mutex);
-  return remembered().byProcess.contains(processID);
-}
-
 }  // namespace
 
 int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
@@ -107,35 +88,17 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
 
 OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {
   if (processID <= 0) return procNotFound;
-  // One that has ended is in the table until its parent knows. Its last words may still be to come,
-  // but it runs no application any more.
-  if (isRemembered(processID) && !executableOf(processID)) return procNotFound;
   *number = {0, static_cast<std::uint32_t>(processID)};
   return noErr;
 }
 
-ProcessInformation copyProcessInformation(const ProcessSerialNumber& number) {
+std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
+    const ProcessSerialNumber& number) {
   const auto processID = static_cast<pid_t>(number.lowLongOfPSN);
   if (number.highLongOfPSN != 0 || processID <= 0) return nullptr;
-  if (const auto executable = executableOf(processID)) {
-    const auto bundle = bundleOfExecutable(*executable);
-    return bundle ? bundle->info : nullptr;
-  }
-  const std::lock_guard lock(remembered().mutex);
-  const auto known = remembered().byProcess.find(processID);
-  return known == remembered().byProcess.end() ? nullptr : known->second;
-}
-
-void rememberProcessInformation(pid_t processID) {
-  auto information = copyProcessInformation({0, static_cast<std::uint32_t>(processID)});
-  if (!information) return;
-  const std::lock_guard lock(remembered().mutex);
-  remembered().byProcess[processID] = std::move(information);
-}
-
-void forgetProcessInformation(pid_t processID) {
-  const std::lock_guard lock(remembered().mutex);
-  remembered().byProcess.erase(processID);
+  const auto executable = executableOf(processID);
+  const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
+  return bundle ? bundle->info : nullptr;
 }
 
 std::optional<std::string> executableOfProcess(pid_t processID) { return executableOf(processID); }

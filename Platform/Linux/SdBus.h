@@ -44,4 +44,11 @@ inline std::string ownerMatch(const std::string& name) {
 }
 
 }  // namespace bus
+
+// Calls back when the connection ends. False if that cannot be watched.
+inline bool watchDisconnection(sd_bus* connection, sd_bus_message_handler_t onEnd, void* userData) {
+  return sd_bus_match_signal(connection, nullptr, nullptr, "/org/freedesktop/DBus/Local",
+                             "org.freedesktop.DBus.Local", "Disconnected", onEnd, userData) >= 0;
+}
+
 }  // namespace qbdkr

@@ -74,9 +74,11 @@ OSErr readResult(const AEDesc& reply, AppleEvent& result) {
 
 ::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
   try {
-    auto answer =
-        static_cast<RPCHandler*>(handler)->handle([incoming] { return directObjectOf(*incoming); },
-                                                  [incoming] { return addressOf(*incoming); });
+    auto answer = static_cast<RPCHandler*>(handler)->handle(
+        [incoming] { return directObjectOf(*incoming); },
+        [incoming] {
+          return RPCHandler::Sender{addressOf(*incoming), std::nullopt};
+        });
     return answer.status == noErr ? putResult(std::move(answer.result), *reply) : answer.status;
   } catch (...) {  // nothing may unwind through the Apple Event Manager
     return errAEEventFailed;

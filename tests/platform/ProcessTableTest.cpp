@@ -16,7 +16,6 @@
 
 #include "Platform/FileTree.h"
 #include "Platform/Files.h"
-#include "Platform/Linux/ProcessInformation.h"
 #include "Platform/ProcessTable.h"
 #include "Program.h"
 #include "support/Environment.h"
@@ -184,15 +183,6 @@ TEST_F(Application, WhoseBundleWasReplacedIsStillKnown) {
   EXPECT_EQ(identifierOf(process->processID()), "com.Acme.Sample");
 }
 
-TEST_F(Application, ThatIsRememberedIsKnownAfterItEndedUntilItIsForgotten) {
-  const pid_t processID = process->processID();
-  rememberProcessInformation(processID);
-  process->finish();
-  EXPECT_EQ(identifierOf(processID), "com.Acme.Sample");
-  forgetProcessInformation(processID);
-  EXPECT_EQ(identifierOf(processID), "(none)");
-}
-
 TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAnyMore) {
   const auto before = recordOf(process->processID());
   process->kill();
@@ -203,31 +193,6 @@ TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAn
   ASSERT_TRUE(record.has_value());
   EXPECT_STREQ(record->command, before->command);
   EXPECT_EQ(identifierOf(process->processID()), "(none)");
-}
-
-TEST_F(Application, ThatEndedIsNotRunningAlthoughItIsRemembered) {
-  const pid_t processID = process->processID();
-  ProcessSerialNumber number{};
-  rememberProcessInformation(processID);
-  EXPECT_EQ(getProcessForPID(processID, &number), noErr);
-  process->kill();
-  siginfo_t ended{};
-  ASSERT_EQ(waitid(P_PID, static_cast<id_t>(processID), &ended, WEXITED | WNOWAIT), 0);
-  ASSERT_TRUE(recordOf(processID).has_value());
-  EXPECT_EQ(getProcessForPID(processID, &number), procNotFound);
-  EXPECT_EQ(identifierOf(processID), "com.Acme.Sample");
-  forgetProcessInformation(processID);
-}
-
-TEST_F(Application, RememberingWhatIsNoApplicationRemembersNothing) {
-  pid_t processID = 0;
-  {
-    Process other({"wait"});
-    EXPECT_EQ(other.readLine(), "waiting");
-    processID = other.processID();
-    rememberProcessInformation(processID);
-  }
-  EXPECT_EQ(identifierOf(processID), "(none)");
 }
 
 }  // namespace

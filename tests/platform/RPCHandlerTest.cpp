@@ -21,11 +21,19 @@ AppleEventDescriptor request() {
   return AppleEventDescriptor::list({text("Class"), text("method"), AppleEventDescriptor::list()});
 }
 
-RPCHandler::Part part(std::optional<AppleEventDescriptor> value) {
+RPCHandler::DirectObject object(std::optional<AppleEventDescriptor> value) {
   return [value = std::move(value)] { return value; };
 }
 
-const RPCHandler::Part unknown = part(std::nullopt);
+RPCHandler::SenderOf sender(std::optional<AppleEventDescriptor> address,
+                            std::optional<AppleEventDescriptor> bundleID = {}) {
+  return [address = std::move(address), bundleID = std::move(bundleID)] {
+    return RPCHandler::Sender{address, bundleID};
+  };
+}
+
+const RPCHandler::DirectObject unreadable = object(std::nullopt);
+const RPCHandler::SenderOf unknown = sender(std::nullopt);
 
 // What the sender gets when the handler stores that as its result.
 RPCHandler::Answer answerTo(AppleEventDescriptor result) {
@@ -33,7 +41,7 @@ RPCHandler::Answer answerTo(AppleEventDescriptor result) {
   handler.set([&](const AppleEvent&, AppleEvent& reply) {
     reply.setParamDescriptor(keyDirectObject, std::move(result));
   });
-  return handler.handle(part(request()), unknown);
+  return handler.handle(object(request()), unknown);
 }
 
 TEST(RPCHandlerTest, GetsWhatCameIn) {
@@ -48,10 +56,27 @@ TEST(RPCHandlerTest, GetsWhatCameIn) {
     EXPECT_EQ(*event.attributeDescriptor(keyAddressAttr), address);
     EXPECT_EQ(reply.paramDescriptor(keyDirectObject), nullptr);
   });
-  const auto answer = handler.handle(part(request()), part(address));
+  const auto answer = handler.handle(object(request()), sender(address));
   EXPECT_TRUE(called);
   EXPECT_EQ(answer.status, noErr);
   EXPECT_EQ(answer.result, "");
+}
+
+TEST(RPCHandlerTest, GetsTheApplicationThatTheTransportKnows) {
+  RPCHandler handler;
+  const auto address = AppleEventDescriptor::withBytes(typeKernelProcessID, "1234");
+  std::vector<std::optional<AppleEventDescriptor>> known;
+  handler.set([&](const AppleEvent& event, AppleEvent&) {
+    const auto* bundleID = event.attributeDescriptor(keySenderBundleIDAttr);
+    known.push_back(bundleID == nullptr ? std::nullopt : std::optional(*bundleID));
+    EXPECT_EQ(*event.attributeDescriptor(keyAddressAttr), address);
+  });
+  EXPECT_EQ(handler.handle(object(request()), sender(address)).status, noErr);
+  EXPECT_EQ(handler.handle(object(request()), sender(address, text("com.Acme"))).status, noErr);
+  EXPECT_EQ(handler.handle(object(request()), sender(address, AppleEventDescriptor())).status,
+            noErr);
+  EXPECT_EQ(known, (std::vector<std::optional<AppleEventDescriptor>>{std::nullopt, text("com.Acme"),
+                                                                     AppleEventDescriptor()}));
 }
 
 TEST(RPCHandlerTest, LeavesOutTheAddressOfAnUnknownSender) {
@@ -61,19 +86,19 @@ TEST(RPCHandlerTest, LeavesOutTheAddressOfAnUnknownSender) {
       reply.setParamDescriptor(keyDirectObject, text("without"));
     }
   });
-  EXPECT_EQ(handler.handle(part(request()), unknown).result, "without");
+  EXPECT_EQ(handler.handle(object(request()), unknown).result, "without");
 }
 
 TEST(RPCHandlerTest, IsNotCalledForWhatIsRefusedOrBeyondTheBounds) {
   RPCHandler handler;
   handler.set([](const AppleEvent&, AppleEvent&) { ADD_FAILURE() << "called"; });
-  EXPECT_EQ(handler.handle(unknown, unknown).status, paramErr);
+  EXPECT_EQ(handler.handle(unreadable, unknown).status, paramErr);
   const auto tooLong = text(std::string(longestEventName + 1, 'a'));
-  EXPECT_EQ(handler.handle(part(AppleEventDescriptor::list({tooLong})), unknown).status, paramErr);
+  EXPECT_EQ(handler.handle(object(AppleEventDescriptor::list({tooLong})), unknown).status, paramErr);
 }
 
 TEST(RPCHandlerTest, JudgesNoForm) {
-  for (const AppleEventDescriptor& object :
+  for (const AppleEventDescriptor& form :
        {AppleEventDescriptor(), text("text"), AppleEventDescriptor::list(),
         AppleEventDescriptor::list({AppleEventDescriptor(), text("method")}),
         AppleEventDescriptor::list({request()})}) {
@@ -82,31 +107,44 @@ TEST(RPCHandlerTest, JudgesNoForm) {
     handler.set([&](const AppleEvent& event, AppleEvent&) {
       handed = *event.paramDescriptor(keyDirectObject);
     });
-    EXPECT_EQ(handler.handle(part(object), unknown).status, noErr);
-    EXPECT_EQ(handed, object);
+    EXPECT_EQ(handler.handle(object(form), unknown).status, noErr);
+    EXPECT_EQ(handed, form);
   }
 }
 
 TEST(RPCHandlerTest, WithoutAHandlerTheEventIsNotHandled) {
   RPCHandler handler;
   EXPECT_FALSE(handler.isSet());
-  EXPECT_EQ(handler.handle(part(request()), unknown).status, errAEEventNotHandled);
+  EXPECT_EQ(handler.handle(object(request()), unknown).status, errAEEventNotHandled);
   handler.set([](const AppleEvent&, AppleEvent&) {});
   EXPECT_TRUE(handler.isSet());
   handler.set(nullptr);
   EXPECT_FALSE(handler.isSet());
-  EXPECT_EQ(handler.handle(part(request()), unknown).status, errAEEventNotHandled);
+  EXPECT_EQ(handler.handle(object(request()), unknown).status, errAEEventNotHandled);
 }
 
 TEST(RPCHandlerTest, WhoSentWhatIsRefusedIsNotAsked) {
   RPCHandler handler;
-  const auto asked = []() -> std::optional<AppleEventDescriptor> {
-    ADD_FAILURE() << "asked";
+  const auto read = []() -> std::optional<AppleEventDescriptor> {
+    ADD_FAILURE() << "read";
     return std::nullopt;
   };
-  EXPECT_EQ(handler.handle(asked, asked).status, errAEEventNotHandled);
+  const auto asked = [] {
+    ADD_FAILURE() << "asked";
+    return RPCHandler::Sender();
+  };
+  EXPECT_EQ(handler.handle(read, asked).status, errAEEventNotHandled);
   handler.set([](const AppleEvent&, AppleEvent&) {});
-  EXPECT_EQ(handler.handle(unknown, asked).status, paramErr);
+  EXPECT_EQ(handler.handle(unreadable, asked).status, paramErr);
+}
+
+TEST(RPCHandlerTest, WhatWouldBeRefusedIsKnownWithoutACall) {
+  RPCHandler handler;
+  EXPECT_EQ(handler.refusal(object(request())), errAEEventNotHandled);
+  handler.set([](const AppleEvent&, AppleEvent&) { ADD_FAILURE() << "called"; });
+  EXPECT_EQ(handler.refusal(object(request())), noErr);
+  EXPECT_EQ(handler.refusal(unreadable), paramErr);
+  EXPECT_EQ(handler.refusal(object(text("text"))), paramErr);
 }
 
 TEST(RPCHandlerTest, AHandlerThatGoesMayComeBack) {
@@ -121,9 +159,9 @@ TEST(RPCHandlerTest, AHandlerThatGoesMayComeBack) {
 TEST(RPCHandlerTest, ItsExceptionIsAFailure) {
   RPCHandler handler;
   handler.set([](const AppleEvent&, AppleEvent&) { throw std::runtime_error("failed"); });
-  EXPECT_EQ(handler.handle(part(request()), unknown).status, errAEEventFailed);
+  EXPECT_EQ(handler.handle(object(request()), unknown).status, errAEEventFailed);
   handler.set([](const AppleEvent&, AppleEvent&) { throw 42; });
-  EXPECT_EQ(handler.handle(part(request()), unknown).status, errAEEventFailed);
+  EXPECT_EQ(handler.handle(object(request()), unknown).status, errAEEventFailed);
 }
 
 TEST(RPCHandlerTest, ItsResultIsTextThatCanBeSentOrNone) {

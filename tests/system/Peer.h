@@ -1,5 +1,6 @@
 #pragma once
 
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <utility>
@@ -20,9 +21,11 @@ class Peer {
 
   static Peer outsideBundles(Scene& scene) {
     const auto executable = scene.directory() / "Plain/libdbus_client";
-    linkOrCopy(QBDKR_LIBDBUS_CLIENT, executable);
+    if (!std::filesystem::exists(executable)) linkOrCopy(QBDKR_LIBDBUS_CLIENT, executable);
     return {scene, executable};
   }
+
+  [[nodiscard]] const std::string& executable() const { return executable_; }
 
   // Runs one command to its end and gives what it printed.
   [[nodiscard]] std::string run(std::vector<std::string> words) const {

@@ -5,6 +5,18 @@
  *   post NAME COUNT CLASS METHOD [ARG]... posts the call that often, without asking for a reply,
  *                                         prints "posted" when the bus has taken all, and stays
  *                                         until its standard input ends
+ *   flood NAME COUNT SIZE                 posts that many calls of no method with a text of that
+ *                                         size, then one report; goes on as post does
+ *   count NAME COUNT                      posts that many reports, with the texts "number 0" and so
+ *                                         on; goes on as post does
+ *   report-twice NAME                     reports to the name and waits for the answer; prints
+ *                                         "reported"; does so again at the next line of its input
+ *   become NAME PROGRAM [WORD]...         reports to the name and waits for the answer; prints
+ *                                         "reported"; at the next line of its input posts a second
+ *                                         report, and runs the other program
+ *   report-and-become NAME PROGRAM ...    posts a report, prints "posted", and runs the other
+ *                                         program at the next line of its input
+ *   stay                                  prints "staying" and stays until its input ends
  *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
@@ -22,6 +34,7 @@
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
+#include <unistd.h>
 
 static const char* const object_path = "/QBHP/RPCEvent";
 static const char* const interface_name = "QBHP.RPCEvent1";
@@ -106,23 +119,110 @@ static int huge(DBusConnection* connection, const char* name, size_t name_size, 
   return print_answer(connection, message);
 }
 
-static int post(DBusConnection* connection, const char* name, int times, char** words, int count) {
-  int i;
-  for (i = 0; i < times; ++i) {
-    DBusMessage* message = new_call(name, words, count);
-    dbus_message_set_no_reply(message, TRUE);
-    if (!dbus_connection_send(connection, message, NULL)) stop("no memory");
-    dbus_message_unref(message);
-    if (i % 1000 == 999) dbus_connection_flush(connection);
-  }
+static void send_post(DBusConnection* connection, const char* name, char** words, int count) {
+  DBusMessage* message = new_call(name, words, count);
+  dbus_message_set_no_reply(message, TRUE);
+  if (!dbus_connection_send(connection, message, NULL)) stop("no memory");
+  dbus_message_unref(message);
+}
+
+/* The bus takes messages in order: when it answers this one, it has passed on the others. */
+static void await_bus(DBusConnection* connection, const char* name) {
   dbus_connection_flush(connection);
-  /* The bus takes messages in order: when it answers this one, it has passed on the others. */
   dbus_bus_name_has_owner(connection, name, NULL);
-  printf("posted\n");
+}
+
+static void say(const char* word) {
+  printf("%s\n", word);
   fflush(stdout);
+}
+
+static int stay(const char* word) {
+  say(word);
   while (getchar() != EOF) {
   }
   return 0;
+}
+
+static int post(DBusConnection* connection, const char* name, int times, char** words, int count) {
+  int i;
+  for (i = 0; i < times; ++i) {
+    send_post(connection, name, words, count);
+    if (i % 1000 == 999) dbus_connection_flush(connection);
+  }
+  await_bus(connection, name);
+  return stay("posted");
+}
+
+static char* const report_words[] = {
+    "QBHPHelperControl", "checkServerOpenCallBack::::", "x", "1", "0", ""};
+enum { report_count = 6 };
+
+static void report(DBusConnection* connection, const char* name) {
+  DBusMessage* message = new_call(name, (char**)report_words, report_count);
+  DBusError error = DBUS_ERROR_INIT;
+  if (dbus_connection_send_with_reply_and_block(connection, message, patience, &error) == NULL)
+    stop(error.message);
+}
+
+static void await_line(void) {
+  int byte;
+  while ((byte = getchar()) != '\n') {
+    if (byte == EOF) stop("no line");
+  }
+}
+
+static int flood(DBusConnection* connection, const char* name, int times, size_t size) {
+  char* words[] = {report_words[0], "nothing:", malloc(size + 1)};
+  int i;
+  if (words[2] == NULL) stop("no memory");
+  memset(words[2], 'a', size);
+  words[2][size] = '\0';
+  for (i = 0; i < times; ++i) {
+    send_post(connection, name, words, 3);
+    dbus_connection_flush(connection);
+  }
+  free(words[2]);
+  return post(connection, name, 1, (char**)report_words, report_count);
+}
+
+static int count(DBusConnection* connection, const char* name, int times) {
+  char number[32];
+  char* words[report_count];
+  int i;
+  memcpy(words, report_words, sizeof words);
+  words[2] = number;
+  for (i = 0; i < times; ++i) {
+    snprintf(number, sizeof number, "number %d", i);
+    send_post(connection, name, words, report_count);
+  }
+  await_bus(connection, name);
+  return stay("posted");
+}
+
+static int report_twice(DBusConnection* connection, const char* name) {
+  report(connection, name);
+  say("reported");
+  await_line();
+  report(connection, name);
+  return stay("reported");
+}
+
+static int become(DBusConnection* connection, const char* name, char** program, int is_known) {
+  if (is_known) {
+    report(connection, name);
+    say("reported");
+    await_line();
+  }
+  send_post(connection, name, (char**)report_words, report_count);
+  await_bus(connection, name);
+  if (!is_known) {
+    say("posted");
+    await_line();
+  }
+  execv(program[0], program);
+  stop("no such program");
+  return 3;
 }
 
 static int await_owner(DBusConnection* connection, const char* name) {
@@ -272,6 +372,7 @@ static int answer(DBusConnection* connection, const char* name, const char* text
 
 int main(int argc, char** argv) {
   DBusConnection* connection;
+  if (argc == 2 && strcmp(argv[1], "stay") == 0) return stay("staying");
   if (argc < 3) stop("no command");
   connection = connect_to_bus();
   if (strcmp(argv[1], "introspect") == 0) return introspect(connection, argv[2]);
@@ -290,6 +391,19 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "raw") == 0 && argc >= 5) return raw(connection, argv + 2, argc - 2);
   if (strcmp(argv[1], "huge") == 0 && argc == 5) {
     return huge(connection, argv[2], (size_t)atol(argv[3]), (size_t)atol(argv[4]));
+  }
+  if (strcmp(argv[1], "flood") == 0 && argc == 5) {
+    return flood(connection, argv[2], atoi(argv[3]), (size_t)atol(argv[4]));
+  }
+  if (strcmp(argv[1], "count") == 0 && argc == 4) {
+    return count(connection, argv[2], atoi(argv[3]));
+  }
+  if (strcmp(argv[1], "report-twice") == 0) return report_twice(connection, argv[2]);
+  if (strcmp(argv[1], "become") == 0 && argc >= 4) {
+    return become(connection, argv[2], argv + 3, 1);
+  }
+  if (strcmp(argv[1], "report-and-become") == 0 && argc >= 4) {
+    return become(connection, argv[2], argv + 3, 0);
   }
   if (strcmp(argv[1], "call") == 0 && argc >= 5) {
     return print_answer(connection, new_call(argv[2], argv + 3, argc - 3));

@@ -25,6 +25,8 @@
 #include "ClientComm/QBHPHelperControl.h"
 #include "ClientComm/QBHPUpgradeByHelper.h"
 #include "Host.h"
+#include "Platform/BundleIdentifier.h"
+#include "Platform/RPCEvent.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
@@ -450,6 +452,42 @@ TEST_F(AppleEventProcesser, TheSenderIsTheApplicationOfTheSendingProcess) {
     deliver({"Service", "greet", {}}, application.processID());
     EXPECT_EQ(service.senders, std::vector<std::string>{"com.Example.Sender"});
     EXPECT_TRUE(service.bundleIDSet().contains("com.Example.Sender"));
+  });
+}
+
+TEST_F(AppleEventProcesser, TheTransportKnowsTheSenderBetterThanItsProcess) {
+  const auto before = service.bundleIDSet();
+  const auto deliverFrom = [this](AppleEventDescriptor application) {
+    AppleEvent event = inboundEvent({"Service", "greet", {}}, getpid());
+    event.setAttributeDescriptor(keySenderBundleIDAttr, std::move(application));
+    return textOf(transport.deliver(event));
+  };
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor()), std::nullopt);
+  EXPECT_EQ(service.bundleIDSet(), before);
+  EXPECT_EQ(deliverFrom(AppleEventDescriptor::withString("com.Example.Before")), "greetings");
+  EXPECT_EQ(service.senders, (std::vector<std::string>{"(absent)", "com.Example.Before"}));
+}
+
+TEST_F(AppleEventProcesser, WhatTheTransportKnowsDoesNotReplaceTheAddress) {
+  AppleEvent event = inboundEvent({"Service", "greet", {}}, getpid());
+  event.setAttributeDescriptor(keyAddressAttr, AppleEventDescriptor());
+  event.setAttributeDescriptor(keySenderBundleIDAttr,
+                               AppleEventDescriptor::withString("com.Example.NoAddress"));
+  EXPECT_EQ(textOf(transport.deliver(event)), std::nullopt);
+  EXPECT_EQ(service.senders, std::vector<std::string>{"(absent)"});
+}
+
+TEST_F(AppleEventProcesser, AnIdentifierOfMoreThan255BytesIsNobodys) {
+  inHost(hostInformation(), [this](const Host& host) {
+    const auto send = [&](const std::string& name, const std::string& identifier) {
+      const RunningApplication application(host.home / name, {{"CFBundleIdentifier", identifier}});
+      return deliver({"Service", "greet", {}}, application.processID());
+    };
+    const std::string longest = "com." + std::string(longestBundleIdentifier - 4, 'a');
+    EXPECT_EQ(send("Longest.app", longest), "greetings");
+    EXPECT_EQ(send("TooLong.app", longest + 'a'), std::nullopt);
+    EXPECT_EQ(send("Empty.app", ""), std::nullopt);
+    EXPECT_EQ(service.senders, (std::vector<std::string>{longest, "(absent)", "(absent)"}));
   });
 }
 

@@ -1,0 +1,20 @@
+#include "Platform/BundleIdentifier.h"
+
+#include "Platform/Bundle.h"
+#include "Platform/RPCEvent.h"
+
+namespace qbdkr {
+
+bool isBundleIdentifier(std::string_view text) {
+  return !text.empty() && text.size() <= longestBundleIdentifier && isSendable(text) &&
+         text.front() != '.' && text.back() != '.' && text.find("..") == std::string_view::npos;
+}
+
+std::optional<std::string> bundleIdentifierOf(const ProcessSerialNumber& number) {
+  const auto information = copyProcessInformation(number);
+  const std::string* identifier = information ? information->text(kCFBundleIdentifierKey) : nullptr;
+  if (identifier == nullptr || !isBundleIdentifier(*identifier)) return std::nullopt;
+  return *identifier;
+}
+
+}  // namespace qbdkr

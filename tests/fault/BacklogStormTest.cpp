@@ -1,0 +1,123 @@
+// Others send more than the host has read: the backlog stays on the bus and costs the host no memory.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <chrono>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Peer.h"
+#include "support/BusGate.h"
+#include "support/ResourceUse.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+constexpr std::size_t megabyte = 1'000'000;
+constexpr std::chrono::seconds longWhile(100);  // for the work, on a busy machine
+
+void awaitPosted(ChildProcess& peer) {
+  peer.waitForOutput([](const std::string& line) { return line == "posted"; }, 0, longWhile);
+}
+
+// A host that receives, with the peak of its memory behind it that starting it took.
+class BacklogStorm : public testing::Test {
+ protected:
+  std::unique_ptr<Host> startHost() {
+    auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+    host->call("share");
+    host->call("quiet");
+    Peer::outsideBundles(scene).awaitOwner(scene.hostID());
+    return host;
+  }
+
+  std::unique_ptr<ChildProcess> flood(const std::string& name, int count, std::size_t size) {
+    return Peer::inBundle(scene, name)
+        .begin({"flood", scene.hostID(), std::to_string(count), std::to_string(size)});
+  }
+
+  Scene scene;
+};
+
+TEST_F(BacklogStorm, OfOneNewSenderStaysOnTheBus) {
+  const auto host = startHost();
+  const ResourceUse use(host->processID());
+  ::kill(host->processID(), SIGSTOP);
+  const auto peer = flood("Peer", 300, megabyte);
+  awaitPosted(*peer);
+  ::kill(host->processID(), SIGCONT);
+  host->call("reports 1", longWhile);
+  EXPECT_NE(host->call("senders").find(scene.identifier("Peer")), std::string::npos);
+  use.expectModest();
+}
+
+TEST_F(BacklogStorm, OfManyNewSendersStaysOnTheBus) {
+  const auto host = startHost();
+  const ResourceUse use(host->processID());
+  ::kill(host->processID(), SIGSTOP);
+  constexpr int senders = 30;
+  std::vector<std::unique_ptr<ChildProcess>> peers;
+  for (int i = 0; i < senders; ++i) {
+    peers.push_back(flood("Peer" + std::to_string(i), 5, megabyte));
+    awaitPosted(*peers.back());
+  }
+  ::kill(host->processID(), SIGCONT);
+  host->call("reports " + std::to_string(senders), longWhile);
+  use.expectModest();
+}
+
+TEST_F(BacklogStorm, StaysOnTheBusForAsLongAsTheSenderIsAskedFor) {
+  BusGate gate(scene.directory(), scene.bus().address());
+  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = gate.address();
+  const auto host = startHost();
+  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = scene.bus().address();
+  const ResourceUse use(host->processID());
+  gate.hold();
+  const auto peer = flood("Peer", 100, megabyte);
+  awaitPosted(*peer);
+  gate.awaitHeldAnswer();
+  // What could be read of it is read when the main thread has had its turns.
+  for (int turn = 0; turn < 100; ++turn) EXPECT_EQ(host->call("share"), "shared");
+  use.expectModest();
+  gate.release();
+  host->call("reports 1", longWhile);
+  use.expectModest();
+}
+
+TEST_F(BacklogStorm, OfUnknownProcessesStaysOnTheBus) {
+  const auto host = startHost();
+  const ResourceUse use(host->processID());
+  ::kill(host->processID(), SIGSTOP);
+  const auto outside = Peer::outsideBundles(scene).begin(
+      {"flood", scene.hostID(), "100", std::to_string(megabyte)});
+  awaitPosted(*outside);
+  const auto peer = flood("Peer", 1, 1);
+  awaitPosted(*peer);
+  ::kill(host->processID(), SIGCONT);
+  host->call("reports 1", longWhile);
+  EXPECT_EQ(host->call("senders"), scene.identifier("Peer") + ' ');
+  use.expectModest();
+}
+
+TEST_F(BacklogStorm, MemoryIsGivenBackAfterAPeak) {
+  const auto host = startHost();
+  const ResourceUse use(host->processID());
+  const std::size_t before = use.megabytes();
+  for (const std::size_t size : {10 * megabyte, 20 * megabyte, 40 * megabyte}) {
+    const auto peer = flood("Peer" + std::to_string(size), 3, size);
+    awaitPosted(*peer);
+  }
+  host->call("reports 3", longWhile);
+  // It is given back when the host has nothing else to do.
+  const auto end = std::chrono::steady_clock::now() + patience;
+  while (use.megabytes() > before + 4 && std::chrono::steady_clock::now() < end)
+    EXPECT_EQ(host->call("share"), "shared");
+  EXPECT_GT(use.peakMegabytes(), 40U);
+  EXPECT_LE(use.megabytes(), before + 4);
+}
+
+}  // namespace
+}  // namespace qbdkr::test

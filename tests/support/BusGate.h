@@ -1,0 +1,66 @@
+#pragma once
+
+#include <atomic>
+#include <condition_variable>
+#include <filesystem>
+#include <list>
+#include <mutex>
+#include <string>
+#include <thread>
+
+#include "support/ChildProcess.h"
+
+namespace qbdkr::test {
+
+// Stands between a process and its bus, passes on all bytes, and keeps back, for as long as a test
+// wants, what the bus answers to a question for the process behind a name. It reads no more than it
+// can pass on.
+class BusGate {
+ public:
+  BusGate(const std::filesystem::path& directory, const std::string& busAddress);
+  BusGate(const BusGate&) = delete;
+  BusGate& operator=(const BusGate&) = delete;
+  ~BusGate();
+
+  [[nodiscard]] const std::string& address() const { return address_; }
+
+  void hold();
+  // Waits until the bus has answered a question, and the answer is kept back.
+  void awaitHeldAnswer();
+  void release();
+
+ private:
+  struct Way {
+    int from;
+    int to;
+    std::string passing;
+  };
+  struct Connection {
+    Connection(OwnedDescriptor client, OwnedDescriptor bus);
+    OwnedDescriptor client;
+    OwnedDescriptor bus;
+    Way toBus;
+    Way toClient;
+    std::string latest;  // of what goes to the bus
+    bool asks = false;
+  };
+
+  void run();
+  void accept();
+  bool serve(Connection& connection, short client, short bus);
+  void wake() const;
+
+  std::string address_;
+  std::string busPath_;
+  OwnedDescriptor listener_;
+  OwnedDescriptor wake_;
+  std::atomic<bool> ends_{false};
+  std::atomic<bool> holds_{false};
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  bool hasHeldAnswer_ = false;
+  std::list<Connection> connections_;  // the thread's
+  std::thread thread_;
+};
+
+}  // namespace qbdkr::test

@@ -1,0 +1,184 @@
+// Who has sent what: decided by the process that was on the bus, and by what it ran when it was first
+// heard.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <algorithm>
+#include <iterator>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "Peer.h"
+#include "Platform/BundleIdentifier.h"
+#include "support/BusGate.h"
+#include "support/ProbeText.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+void awaitWord(ChildProcess& process, const std::string& word, std::size_t from = 0) {
+  process.waitForOutput([&](const std::string& line) { return line == word; }, from);
+}
+
+// A host behind a gate, which has handled nothing yet.
+class Identity : public testing::Test {
+ protected:
+  Identity() {
+    scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = gate.address();
+    host = scene.start(scene.makeHostWithoutHelper("Host"));
+    host->call("share");
+    scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = scene.bus().address();
+    Peer::outsideBundles(scene).awaitOwner(scene.hostID());
+  }
+
+  // The program of a bundle, and its identifier.
+  Peer application(const std::string& name) { return Peer::inBundle(scene, name); }
+
+  [[nodiscard]] std::string report(const Peer& peer) const {
+    return peer.run({"call", scene.hostID(), "QBHPHelperControl", "checkServerOpenCallBack::::",
+                     "x", "1", "0", ""});
+  }
+
+  [[nodiscard]] std::size_t reports() const { return host->reportsWith("server open"); }
+
+  // Waits until the host has handled all that reached it before.
+  void settle() {
+    EXPECT_EQ(report(application("Fence")), "result ");
+    host->call("share");
+  }
+
+  [[nodiscard]] bool isSender(const std::string& name) {
+    return host->call("senders").find(scene.identifier(name)) != std::string::npos;
+  }
+
+  Scene scene;
+  BusGate gate{scene.directory(), scene.bus().address()};
+  std::unique_ptr<Host> host;
+};
+
+TEST_F(Identity, WhatWasSentOutsideBundlesDoesNotBelongToTheApplicationThatTheProcessBecomes) {
+  const Peer other = application("Other");
+  const auto peer = Peer::outsideBundles(scene).begin(
+      {"become", scene.hostID(), other.executable(), "stay"});
+  awaitWord(*peer, "reported");
+  ::kill(host->processID(), SIGSTOP);
+  peer->write("\n");
+  awaitWord(*peer, "staying");
+  ::kill(host->processID(), SIGCONT);
+  settle();
+  EXPECT_EQ(reports(), 1U) << "more than the fence";
+  EXPECT_FALSE(isSender("Other"));
+}
+
+TEST_F(Identity, WhatAnApplicationSentStaysItsOwnWhateverItsProcessBecomes) {
+  const Peer other = application("Other");
+  const auto peer =
+      application("Peer").begin({"become", scene.hostID(), other.executable(), "stay"});
+  awaitWord(*peer, "reported");
+  ::kill(host->processID(), SIGSTOP);
+  peer->write("\n");
+  awaitWord(*peer, "staying");
+  ::kill(host->processID(), SIGCONT);
+  settle();
+  EXPECT_EQ(reports(), 3U);
+  EXPECT_TRUE(isSender("Peer"));
+  EXPECT_FALSE(isSender("Other"));
+}
+
+TEST_F(Identity, ANewSenderThatBecomesAnotherProgramWhileItIsAskedForIsNobody) {
+  const Peer other = application("Other");
+  gate.hold();
+  const auto peer = Peer::outsideBundles(scene).begin(
+      {"report-and-become", scene.hostID(), other.executable(), "stay"});
+  awaitWord(*peer, "posted");
+  gate.awaitHeldAnswer();
+  peer->write("\n");
+  awaitWord(*peer, "staying");
+  gate.release();
+  settle();
+  EXPECT_EQ(reports(), 1U) << "more than the fence";
+  EXPECT_FALSE(isSender("Other"));
+}
+
+TEST_F(Identity, OthersAreHeardWhileASenderIsAskedFor) {
+  const auto known = application("Known").begin({"report-twice", scene.hostID()});
+  awaitWord(*known, "reported");
+  gate.hold();
+  const auto asked = application("New").begin({"count", scene.hostID(), "3"});
+  gate.awaitHeldAnswer();
+  known->write("\n");
+  awaitWord(*known, "reported", 1);
+  EXPECT_EQ(host->call("share"), "shared") << "the main thread waits";
+  EXPECT_EQ(reports(), 2U);
+  EXPECT_FALSE(isSender("New"));
+  gate.release();
+  host->call("reports 5");
+  EXPECT_TRUE(isSender("New"));
+}
+
+TEST_F(Identity, MoreEventsThanCanWaitStayOnTheBusAndKeepTheirOrder) {
+  gate.hold();
+  constexpr std::size_t count = 500;
+  const auto asked = application("New").begin({"count", scene.hostID(), std::to_string(count)});
+  awaitWord(*asked, "posted");
+  gate.awaitHeldAnswer();
+  EXPECT_EQ(host->call("share"), "shared") << "the main thread waits";
+  EXPECT_EQ(reports(), 0U);
+  gate.release();
+  host->call("reports " + std::to_string(count));
+  host->process().waitForLog("number " + std::to_string(count - 1));
+  std::vector<std::string> numbers;
+  for (const std::string& line : host->process().log()) {
+    const auto words = wordsOf(line);
+    const auto mark = std::ranges::find(words, "number");
+    if (mark != words.end()) numbers.push_back(*std::next(mark));
+  }
+  ASSERT_EQ(numbers.size(), count);
+  for (std::size_t i = 0; i < count; ++i) EXPECT_EQ(numbers[i], std::to_string(i));
+}
+
+TEST_F(Identity, TheLastWordsOfAnApplicationThatIsGoneAreHeard) {
+  gate.hold();
+  {
+    const auto asked = application("New").begin({"count", scene.hostID(), "100"});
+    awaitWord(*asked, "posted");
+    gate.awaitHeldAnswer();
+    EXPECT_EQ(reports(), 0U);
+    gate.release();
+    host->call("reports 1");
+    ::kill(host->processID(), SIGSTOP);
+    asked->closeInput();
+    EXPECT_TRUE(asked->succeeds());
+  }
+  ::kill(host->processID(), SIGCONT);
+  host->call("reports 100");
+  EXPECT_TRUE(isSender("New"));
+}
+
+TEST_F(Identity, AnIdentifierThatCannotBeABusNameIsNobodys) {
+  const auto report = [this](const std::string& name, const std::string& identifier) {
+    const TestBundle bundle(scene.directory() / "Peers", name, {{"CFBundleIdentifier", identifier}},
+                            QBDKR_LIBDBUS_CLIENT);
+    EXPECT_EQ(outputOf({bundle.executable(), "call", scene.hostID(), "QBHPHelperControl",
+                        "checkServerOpenCallBack::::", "x", "1", "0", ""},
+                       scene.environment()),
+              "result \n");
+  };
+  const std::string longest =
+      scene.identifier("L") + '.' +
+      std::string(longestBundleIdentifier - scene.identifier("L").size() - 1, 'a');
+  report("Longest", longest);
+  report("TooLong", longest + 'a');
+  report("OneElement", "OneElement");
+  report("Empty", "");
+  report("EmptyElement", "com..Acme");
+  settle();
+  EXPECT_EQ(host->call("senders"), scene.identifier("Fence") + ' ' + longest + ' ');
+  EXPECT_EQ(reports(), 2U);
+}
+
+}  // namespace
+}  // namespace qbdkr::test
