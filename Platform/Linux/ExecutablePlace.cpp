@@ -3,7 +3,6 @@
 #include <filesystem>
 
 #include "Platform/Linux/EnclosingBundle.h"
-#include "Platform/Linux/ProcessInformation.h"
 
 namespace qbdkr {
 

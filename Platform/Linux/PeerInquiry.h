@@ -48,10 +48,10 @@ class PeerInquiry {
   [[nodiscard]] bool open(std::function<void()> onLost);
   void close();
 
-  // The answer is given once, from the main run loop, never from inside this call; then the question
-  // is to be destroyed. Null if nothing can be asked. An identity stands for the program that the
-  // peer's process ran while it was on the bus: a peer that is gone when its program is known may
-  // have become another one, and counts as no application.
+  // The answer is given once, from the main run loop, never from inside this call; then the
+  // question is to be destroyed. Null if nothing can be asked. An identity stands for the program
+  // that the peer's process ran while it was on the bus: a peer that is gone when its program is
+  // known may have become another one, and counts as no application.
   [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer, Answer answer);
 
  private:

@@ -8,7 +8,8 @@ namespace qbdkr {
 namespace {
 
 TEST(BundleIdentifier, HasElementsBetweenItsDots) {
-  for (const std::string text : {"com.Acme.PhotoTool", "com.Acme", "Acme", "com.7zip", "a b.\u00E4"})
+  for (const std::string text :
+       {"com.Acme.PhotoTool", "com.Acme", "Acme", "com.7zip", "a b.\u00E4"})
     EXPECT_TRUE(isBundleIdentifier(text)) << text;
   for (const std::string text : {"", ".", ".com", "com.", "com..Acme", ".."})
     EXPECT_FALSE(isBundleIdentifier(text)) << text;

@@ -26,7 +26,9 @@ sockaddr_un socketAddress(const std::string& path) {
   return address;
 }
 
-OwnedDescriptor newSocket() { return OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
+OwnedDescriptor newSocket() {
+  return OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+}
 
 // False at the end of the stream.
 bool fill(std::string& buffer, int from) {
@@ -80,7 +82,7 @@ void BusGate::release() {
 void BusGate::awaitHeldAnswer() {
   std::unique_lock lock(mutex_);
   if (!changed_.wait_for(lock, patience, [this] { return hasHeldAnswer_; }))
-    throw std::runtime_error("nobody asked for a process");
+    throw std::runtime_error("no question for a process");
   hasHeldAnswer_ = false;
 }
 

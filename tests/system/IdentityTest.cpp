@@ -1,5 +1,5 @@
-// Who has sent what: decided by the process that was on the bus, and by what it ran when it was first
-// heard.
+// Who has sent what: decided by the process that was on the bus, and by what it ran when it was
+// first heard.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -12,6 +12,7 @@
 
 #include "Peer.h"
 #include "Platform/BundleIdentifier.h"
+#include "Platform/RPCEvent.h"
 #include "support/BusGate.h"
 #include "support/ProbeText.h"
 #include "support/Scene.h"
@@ -38,8 +39,8 @@ class Identity : public testing::Test {
   Peer application(const std::string& name) { return Peer::inBundle(scene, name); }
 
   [[nodiscard]] std::string report(const Peer& peer) const {
-    return peer.run({"call", scene.hostID(), "QBHPHelperControl", "checkServerOpenCallBack::::",
-                     "x", "1", "0", ""});
+    return peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                     "checkServerOpenCallBack::::", "x", "1", "0", ""});
   }
 
   [[nodiscard]] std::size_t reports() const { return host->reportsWith("server open"); }
@@ -61,8 +62,8 @@ class Identity : public testing::Test {
 
 TEST_F(Identity, WhatWasSentOutsideBundlesDoesNotBelongToTheApplicationThatTheProcessBecomes) {
   const Peer other = application("Other");
-  const auto peer = Peer::outsideBundles(scene).begin(
-      {"become", scene.hostID(), other.executable(), "stay"});
+  const auto peer =
+      Peer::outsideBundles(scene).begin({"become", scene.hostID(), other.executable(), "stay"});
   awaitWord(*peer, "reported");
   ::kill(host->processID(), SIGSTOP);
   peer->write("\n");
@@ -88,7 +89,7 @@ TEST_F(Identity, WhatAnApplicationSentStaysItsOwnWhateverItsProcessBecomes) {
   EXPECT_FALSE(isSender("Other"));
 }
 
-TEST_F(Identity, ANewSenderThatBecomesAnotherProgramWhileItIsAskedForIsNobody) {
+TEST_F(Identity, ANewSenderThatBecomesAnotherProgramWhileItIsAskedForIsNoApplication) {
   const Peer other = application("Other");
   gate.hold();
   const auto peer = Peer::outsideBundles(scene).begin(
@@ -158,7 +159,49 @@ TEST_F(Identity, TheLastWordsOfAnApplicationThatIsGoneAreHeard) {
   EXPECT_TRUE(isSender("New"));
 }
 
-TEST_F(Identity, AnIdentifierThatCannotBeABusNameIsNobodys) {
+TEST_F(Identity, WhatIsRefusedIsAnsweredWithoutAQuestion) {
+  gate.hold();
+  EXPECT_EQ(
+      application("Peer").run({"huge", scene.hostID(), "1", std::to_string(mostEventTexts + 1)}),
+      "error org.freedesktop.DBus.Error.InvalidArgs");
+}
+
+TEST_F(Identity, MoreSendersThanAreRememberedLoseNoEvent) {
+  constexpr int remembered = 256;
+  const auto crowd =
+      application("Crowd").begin({"crowd", scene.hostID(), std::to_string(remembered)});
+  awaitWord(*crowd, "reported");
+  gate.hold();
+  const auto asked = application("New").begin({"count", scene.hostID(), "3"});
+  gate.awaitHeldAnswer();
+  crowd->write("\n");
+  awaitWord(*crowd, "posted");
+  EXPECT_EQ(host->call("share"), "shared");
+  gate.release();
+  host->call("reports " + std::to_string(remembered + 3 + 1));
+  EXPECT_TRUE(isSender("New"));
+}
+
+TEST_F(Identity, ABusThatDiesWhileASenderIsAskedForIsUsedAgain) {
+  gate.hold();
+  const auto asked = application("New").begin({"count", scene.hostID(), "500"});
+  awaitWord(*asked, "posted");
+  gate.awaitHeldAnswer();
+  scene.bus().kill();
+  gate.release();
+  scene.bus().start();
+  Peer::outsideBundles(scene).awaitOwner(scene.hostID());
+  settle();
+  EXPECT_EQ(host->call("senders"), scene.identifier("Fence") + ' ');
+  constexpr std::size_t count = 500;  // more than can wait: all the room is there again
+  gate.hold();
+  const auto next = application("Next").begin({"count", scene.hostID(), std::to_string(count)});
+  gate.awaitHeldAnswer();
+  gate.release();
+  host->call("reports " + std::to_string(1 + count));
+}
+
+TEST_F(Identity, AnIdentifierThatCannotBeABusNameCountsAsNone) {
   const auto report = [this](const std::string& name, const std::string& identifier) {
     const TestBundle bundle(scene.directory() / "Peers", name, {{"CFBundleIdentifier", identifier}},
                             QBDKR_LIBDBUS_CLIENT);

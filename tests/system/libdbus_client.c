@@ -9,6 +9,8 @@
  *                                         size, then one report; goes on as post does
  *   count NAME COUNT                      posts that many reports, with the texts "number 0" and so
  *                                         on; goes on as post does
+ *   crowd NAME COUNT                      reports on so many connections, prints "reported"; at the
+ *                                         next line of its input posts one more on a new one
  *   report-twice NAME                     reports to the name and waits for the answer; prints
  *                                         "reported"; does so again at the next line of its input
  *   become NAME PROGRAM [WORD]...         reports to the name and waits for the answer; prints
@@ -208,6 +210,17 @@ static int report_twice(DBusConnection* connection, const char* name) {
   return stay("reported");
 }
 
+static int crowd(DBusConnection* connection, const char* name, int count) {
+  int i;
+  for (i = 0; i < count; ++i) {
+    if (i > 0) connection = connect_to_bus();
+    report(connection, name);
+  }
+  say("reported");
+  await_line();
+  return post(connect_to_bus(), name, 1, (char**)report_words, report_count);
+}
+
 static int become(DBusConnection* connection, const char* name, char** program, int is_known) {
   if (is_known) {
     report(connection, name);
@@ -398,6 +411,7 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "count") == 0 && argc == 4) {
     return count(connection, argv[2], atoi(argv[3]));
   }
+  if (strcmp(argv[1], "crowd") == 0 && argc == 4) return crowd(connection, argv[2], atoi(argv[3]));
   if (strcmp(argv[1], "report-twice") == 0) return report_twice(connection, argv[2]);
   if (strcmp(argv[1], "become") == 0 && argc >= 4) {
     return become(connection, argv[2], argv + 3, 1);

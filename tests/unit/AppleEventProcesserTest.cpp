@@ -477,7 +477,7 @@ TEST_F(AppleEventProcesser, WhatTheTransportKnowsDoesNotReplaceTheAddress) {
   EXPECT_EQ(service.senders, std::vector<std::string>{"(absent)"});
 }
 
-TEST_F(AppleEventProcesser, AnIdentifierOfMoreThan255BytesIsNobodys) {
+TEST_F(AppleEventProcesser, AnIdentifierOfMoreThan255BytesCountsAsNone) {
   inHost(hostInformation(), [this](const Host& host) {
     const auto send = [&](const std::string& name, const std::string& identifier) {
       const RunningApplication application(host.home / name, {{"CFBundleIdentifier", identifier}});
