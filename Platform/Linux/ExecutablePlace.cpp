@@ -1,10 +1,23 @@
 #include "Platform/Linux/ExecutablePlace.h"
 
+#include <unistd.h>
+
+#include <array>
+#include <climits>
+#include <cstddef>
 #include <filesystem>
 
 #include "Platform/Linux/EnclosingBundle.h"
 
 namespace qbdkr {
+
+std::optional<std::string> executableOfProcess(pid_t processID) {
+  const std::string path = "/proc/" + std::to_string(processID) + "/exe";
+  std::array<char, PATH_MAX> target{};
+  const auto size = ::readlink(path.c_str(), target.data(), target.size());
+  if (size <= 0) return std::nullopt;
+  return std::string(target.data(), static_cast<std::size_t>(size));
+}
 
 bool runsFrom(pid_t processID, const std::string& directory) {
   const auto executable = executableOfProcess(processID);

@@ -18,6 +18,7 @@
 
 #include "Platform/Descriptor.h"
 #include "Platform/Linux/EnclosingBundle.h"
+#include "Platform/Linux/ExecutablePlace.h"
 
 namespace qbdkr {
 namespace {
@@ -50,14 +51,6 @@ std::optional<ProcessRecord> readRecord(int table, const char* name, pid_t proce
   const auto used = static_cast<std::size_t>(size);
   if (record.command[used - 1] == '\n') record.command[used - 1] = '\0';
   return record;
-}
-
-std::optional<std::string> executableOf(pid_t processID) {
-  const std::string path = "/proc/" + std::to_string(processID) + "/exe";
-  std::array<char, PATH_MAX> target{};
-  const auto size = ::readlink(path.c_str(), target.data(), target.size());
-  if (size <= 0) return std::nullopt;
-  return std::string(target.data(), static_cast<std::size_t>(size));
 }
 
 }  // namespace
@@ -96,11 +89,9 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number) {
   const auto processID = static_cast<pid_t>(number.lowLongOfPSN);
   if (number.highLongOfPSN != 0 || processID <= 0) return nullptr;
-  const auto executable = executableOf(processID);
+  const auto executable = executableOfProcess(processID);
   const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
   return bundle ? bundle->info : nullptr;
 }
-
-std::optional<std::string> executableOfProcess(pid_t processID) { return executableOf(processID); }
 
 }  // namespace qbdkr
