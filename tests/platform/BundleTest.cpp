@@ -364,6 +364,11 @@ class ForeignBundles : public Bundles {
     EXPECT_EQ(found->path, path);
     return *found->info;
   }
+  // By this process, from anything.
+  static std::size_t bytesRead() {
+    const std::string statistics = test::readFile("/proc/self/io");
+    return std::stoul(statistics.substr(statistics.find("rchar: ") + 7));
+  }
   [[nodiscard]] bool isReadAsOwn() const {
     return Bundle::withPath(path)->objectForInfoDictionaryKey("Key") != nullptr;
   }
@@ -375,6 +380,13 @@ TEST_F(ForeignBundles, InformationHasOneMebibyteAtMost) {
   writePadded(mebibyte + 1);
   EXPECT_EQ(information(), PropertyList::Dictionary());
   EXPECT_TRUE(isReadAsOwn());
+}
+
+TEST_F(ForeignBundles, AFileOfMoreIsNotEvenRead) {
+  writePadded(mebibyte + 1);
+  const auto before = bytesRead();
+  EXPECT_EQ(information(), PropertyList::Dictionary());
+  EXPECT_LT(bytesRead() - before, mebibyte);
 }
 
 TEST_F(ForeignBundles, InformationHasTenThousandValuesAtMost) {
@@ -425,10 +437,6 @@ TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
   const fs::path source = fs::path(QBDKR_STRINGS_CORPUS).parent_path() / "PropertyListTest.cpp";
   fs::create_directories(path / "Contents");
   fs::create_symlink(source, path / "Contents/Info.plist");
-  const auto bytesRead = [] {
-    const std::string statistics = test::readFile("/proc/self/io");
-    return std::stoul(statistics.substr(statistics.find("rchar: ") + 7));
-  };
   const auto size = fs::file_size(source);
   const auto before = bytesRead();
   EXPECT_EQ(information(), PropertyList::Dictionary());

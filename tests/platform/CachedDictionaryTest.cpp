@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "Platform/Linux/CachedDictionary.h"
+#include "Platform/PropertyListFile.h"
 #include "Program.h"
 #include "support/Environment.h"
 #include "support/WatchedThread.h"
@@ -219,6 +220,31 @@ TEST_F(CachedDictionaries, AReadingThatThrowsLeavesTheFileToTheNext) {
   EXPECT_EQ(numberOf(cache.at(rested())), 2);
 }
 
+TEST_F(CachedDictionaries, AfterAReadingThatThrewAnEarlierOneIsNotTaken) {
+  Gate gate;
+  answer = [&gate](const std::string&, int number) {
+    gate.pass();
+    if (number == 2) throw std::runtime_error("no memory");
+    return numbered(number);
+  };
+  const std::string path = fresh();
+  std::atomic<int> thrown{0};
+  std::vector<std::unique_ptr<WatchedThread>> threads;
+  for (int thread = 0; thread < 3; ++thread) {
+    threads.push_back(std::make_unique<WatchedThread>([&, thread] {
+      try {
+        EXPECT_EQ(numberOf(cache.at(path)), thread == 0 ? 1 : 3);
+      } catch (const std::runtime_error&) {
+        ++thrown;
+      }
+    }));
+    EXPECT_TRUE(threads.back()->waits());
+  }
+  gate.open();
+  threads.clear();
+  EXPECT_EQ(thrown, 1);
+}
+
 TEST_F(CachedDictionaries, BeyondItsFilesItForgetsTheOneThatIsUnusedForLongest) {
   DictionaryCache two = cacheOf({2, 1 << 20});
   EXPECT_EQ(numberOf(two.at(rested())), 1);
@@ -272,6 +298,39 @@ TEST_F(CachedDictionaries, AFileThatChangesCountsOnce) {
   }
   EXPECT_EQ(readings, 6);
   EXPECT_EQ(numberOf(two.at(thirdRested())), 1);
+}
+
+using propertylist::contentsOfFile;
+
+TEST(ContentsOfFile, AreThoseOfARegularFileWithinTheBound) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() / "file";
+  writeFile(path, "12345");
+  EXPECT_EQ(contentsOfFile(path, 5).bytes, "12345");
+  EXPECT_TRUE(contentsOfFile(path, 5).isConclusive);
+  EXPECT_EQ(contentsOfFile(path, 4).bytes, std::nullopt);
+  EXPECT_TRUE(contentsOfFile(path, 4).isConclusive);
+  EXPECT_EQ(contentsOfFile(directory.path(), 5).bytes, std::nullopt);
+  EXPECT_TRUE(contentsOfFile(directory.path(), 5).isConclusive);
+}
+
+TEST(ContentsOfFile, AreConclusiveForAFileThatIsRefused) {
+  const TemporaryDirectory directory;
+  const std::string path = directory.path() / "file";
+  writeFile(path, "12345");
+  fs::permissions(path, fs::perms::none);
+  test::giveToOrdinaryUser(directory.path());
+  EXPECT_TRUE(test::asOrdinaryUser([&path] {
+    const auto contents = contentsOfFile(path, 5);
+    return !contents.bytes && contents.isConclusive;
+  }));
+}
+
+TEST(ContentsOfFile, AreNotConclusiveForAFileThatIsNotThere) {
+  const TemporaryDirectory directory;
+  const auto contents = contentsOfFile(directory.path() / "none", 5);
+  EXPECT_EQ(contents.bytes, std::nullopt);
+  EXPECT_FALSE(contents.isConclusive);
 }
 
 }  // namespace

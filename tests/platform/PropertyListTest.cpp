@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "Platform/PropertyList.h"
+#include "Platform/PropertyListFile.h"
 #include "Platform/Text.h"
 
 namespace qbdkr {
@@ -769,6 +770,20 @@ TEST(BinaryPropertyList, SharedReferencesThatExpandToGigabytesAreRefused) {
   bomb.objects.push_back("\x55hello");
   ASSERT_LT(bomb.bytes().size(), 300U);
   EXPECT_TRUE(isRefused(bomb.bytes()));
+}
+
+TEST(BinaryPropertyList, TheBoundsAreThoseOfTheReader) {
+  using propertylist::Bounds;
+  const auto isRead = [](const std::string& list, const Bounds& bounds) {
+    return propertylist::parseDictionary(list, bounds).has_value();
+  };
+  // A dictionary of an array, which holds a text twice.
+  const std::string list = BinaryList{{"\xD1\1\2", "\x51k", "\xA2\3\3", "\x55hello"}}.bytes();
+  EXPECT_TRUE(isRead(list, {list.size(), 2, 4, 11}));
+  EXPECT_FALSE(isRead(list, {list.size() - 1, 2, 4, 11}));
+  EXPECT_FALSE(isRead(list, {list.size(), 1, 4, 11}));
+  EXPECT_FALSE(isRead(list, {list.size(), 2, 3, 11}));
+  EXPECT_FALSE(isRead(list, {list.size(), 2, 4, 10}));
 }
 
 TEST(BinaryPropertyList, StandsForTwoValuesForEachOfItsBytesAtMost) {
