@@ -84,6 +84,17 @@ TEST(Impostor, InstalledCopyIsServedWithTheKeyAlsoWhenItsFilesAreGone) {
   scene.transcript().waitFor({"Probe note:", "gone"});
 }
 
+TEST(Impostor, InstalledCopyThatIsBeingReplacedIsServedWithTheKey) {
+  Impostor scene;
+  const auto installed = scene.beginAtTheInstalledPlace();
+  // As a deployment takes it away, and is killed before it has removed it.
+  const auto aside = scene.installDirectory() / ".ProbeHelper.app.qbhp-staging-abcdef";
+  fs::create_directory(aside);
+  fs::rename(scene.installedHelper(), aside / "item");
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host", installedCopyOnly));
+  EXPECT_EQ(host->call("send " + scene.toHelper()), "0");
+}
+
 TEST(Impostor, ThatTakesOverTheNameGetsNothing) {
   Impostor scene;
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0", installedCopyOnly));

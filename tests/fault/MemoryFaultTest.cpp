@@ -19,7 +19,7 @@ TEST(MemoryFault, RequestWithoutMemoryIsRefusedAndTheNextOneIsMade) {
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
   constexpr std::size_t size = 30'000'000;
   std::set<std::string> answers;
-  for (std::size_t room = 0; room <= 8 * size; room += size / 4) {
+  for (const std::size_t room : {0 * size, 1 * size, 2 * size, 3 * size, 8 * size}) {
     const auto answer =
         host->call("request-in-little-memory " + std::to_string(room) + ' ' + std::to_string(size));
     const auto words = wordsOf(answer);

@@ -1,11 +1,7 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <linux/filter.h>
-#include <linux/seccomp.h>
 #include <signal.h>
-#include <stddef.h>
-#include <sys/prctl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
@@ -28,6 +24,7 @@
 #include "Platform/PropertyList.h"
 #include "Program.h"
 #include "support/Environment.h"
+#include "support/RefusedCall.h"
 
 namespace qbdkr {
 namespace {
@@ -36,6 +33,8 @@ namespace fs = std::filesystem;
 using namespace std::string_view_literals;
 using Dictionary = PropertyList::Dictionary;
 using test::asOrdinaryUser;
+using test::dieAtCall;
+using test::failCall;
 using test::giveToOrdinaryUser;
 using test::Process;
 using test::readFile;
@@ -57,36 +56,18 @@ std::string recordOf(std::string_view before, std::string_view filled, std::size
          std::string(before) + std::string(filled);
 }
 
-// From here on, every call of one number ends the calling process, or fails with an error.
-void refuse(long call, unsigned action) {
-  std::array<sock_filter, 4> program{
-      {{BPF_LD | BPF_W | BPF_ABS, 0, 0, offsetof(seccomp_data, nr)},
-       {BPF_JMP | BPF_JEQ | BPF_K, 0, 1, static_cast<unsigned>(call)},
-       {BPF_RET | BPF_K, 0, 0, action},
-       {BPF_RET | BPF_K, 0, 0, SECCOMP_RET_ALLOW}}};
-  const sock_fprog filter{static_cast<unsigned short>(program.size()), program.data()};
-  if (prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0 ||
-      prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &filter) != 0) {
-    _exit(70);
-  }
-}
-
-constexpr unsigned kill = SECCOMP_RET_KILL_PROCESS;
-
-constexpr unsigned fail(int error) { return SECCOMP_RET_ERRNO | static_cast<unsigned>(error); }
-
 // What a write does on its way, in its order.
 constexpr std::array<long, 7> calls{SYS_fallocate, SYS_write,     SYS_fsync, SYS_rename,
                                     SYS_pwrite64,  SYS_ftruncate, SYS_unlink};
 
 enum class End { wrote, refused, killed };
 
-// A rewriting in a process of its own, with one kind of call refused.
-End rewriteWithout(long call, unsigned action, const std::string& path,
+// A rewriting in a process of its own that cannot make one kind of call.
+End rewriteWithout(const std::function<void()>& refuse, const std::string& path,
                    const std::string& contents) {
   const pid_t child = fork();
   if (child == 0) {
-    refuse(call, action);
+    refuse();
     _exit(rewriteFile(path, contents) ? 0 : 1);
   }
   int status = 0;
@@ -206,8 +187,13 @@ TEST_F(FileRewrite, ThatIsKilledAtAnyCallLeavesOldOrNewContents) {
     int killed = 0;
     for (const long call : calls) {
       writeFile(file, before);
-      const End end = rewriteWithout(call, kill, file, after);
+      const End end = rewriteWithout([call] { dieAtCall(call); }, file, after);
       killed += end == End::killed ? 1 : 0;
+      const bool isOpen = call == SYS_pwrite64 || call == SYS_ftruncate;
+      EXPECT_EQ(fs::exists(record), isOpen) << call;
+      if (isOpen) {
+        EXPECT_EQ(readFile(record).find(before), readFile(record).find('\n') + 1);
+      }
       const auto left = readDictionaryFile(file);
       ASSERT_TRUE(left) << call;
       EXPECT_EQ(*left->text("Name"), left->size() == 2 ? "old" : "new") << call;
@@ -225,7 +211,7 @@ TEST_F(FileRewrite, ThatFailsAtAnyCallLeavesOldOrNewContents) {
     for (const auto& [before, after] : {std::pair(longer, shorter), std::pair(shorter, longer)}) {
       for (const long call : calls) {
         writeFile(file, before);
-        const End end = rewriteWithout(call, fail(error), file, after);
+        const End end = rewriteWithout([&] { failCall(call, error); }, file, after);
         EXPECT_EQ(end, call == SYS_unlink ? End::wrote : End::refused) << call << ' ' << error;
         const bool isNew = call == SYS_unlink || call == SYS_ftruncate;
         const auto expected = parsePropertyList(isNew ? after : before);
@@ -240,10 +226,10 @@ TEST_F(FileRewrite, ThatFailsAtAnyCallLeavesOldOrNewContents) {
 
 TEST_F(FileRewrite, WithoutRoomIsRefused) {
   writeFile(file, shorter);
-  EXPECT_EQ(rewriteWithout(SYS_fallocate, fail(ENOSPC), file, longer), End::refused);
+  EXPECT_EQ(rewriteWithout([] { failCall(SYS_fallocate, ENOSPC); }, file, longer), End::refused);
   expectOnly(shorter);
   // A file system without room to set aside has the record.
-  EXPECT_EQ(rewriteWithout(SYS_fallocate, fail(EOPNOTSUPP), file, longer), End::wrote);
+  EXPECT_EQ(rewriteWithout([] { failCall(SYS_fallocate, EOPNOTSUPP); }, file, longer), End::wrote);
   expectOnly(longer);
 }
 
@@ -252,12 +238,23 @@ TEST_F(FileRewrite, InAClosedDirectoryNeedsRoomSetAside) {
   giveToOrdinaryUser(root);
   fs::permissions(root, fs::perms(0555));
   EXPECT_FALSE(asOrdinaryUser([this] {
-    refuse(SYS_fallocate, fail(EOPNOTSUPP));
+    failCall(SYS_fallocate, EOPNOTSUPP);
     return rewriteFile(file, shorter);
   }));
   expectOnly(longer);
   EXPECT_TRUE(asOrdinaryUser([this] { return rewriteFile(file, shorter); }));
   expectOnly(shorter);
+}
+
+TEST_F(FileRewrite, ThatIsNotFlushedDoesNotSucceed) {
+  writeFile(file, longer);
+  giveToOrdinaryUser(root);
+  fs::permissions(root, fs::perms(0555));  // there is no record that would have to be flushed first
+  EXPECT_FALSE(asOrdinaryUser([this] {
+    failCall(SYS_fsync, EIO);
+    return rewriteFile(file, shorter);
+  }));
+  EXPECT_TRUE(readDictionaryFile(file));
 }
 
 // The limit is met in the middle of the write, because it cannot be asked for.
@@ -270,7 +267,7 @@ TEST_F(FileRewrite, ThatFailsInTheMiddleTakesTheOldContentsBack) {
     const rlimit limit{4096, 4096};
     setrlimit(RLIMIT_FSIZE, &limit);
     const auto before = fs::last_write_time(file);
-    refuse(SYS_prlimit64, fail(EPERM));
+    failCall(SYS_prlimit64, EPERM);
     return !rewriteFile(file, longer) && fs::last_write_time(file) != before;
   }));
   expectOnly(shorter);
@@ -283,7 +280,7 @@ TEST_F(FileRewrite, ShorterUTF16TextIsFilledUpWithWholeUnits) {
   const std::string after("\xFF\xFE\"\0N\0\"\0=\0\"\0n\0\"\0;\0"sv);
   const pid_t child = fork();
   if (child == 0) {
-    refuse(SYS_ftruncate, kill);
+    dieAtCall(SYS_ftruncate);
     _exit(rewriteFile(path, after, "\n\0"sv) ? 0 : 1);
   }
   while (waitpid(child, nullptr, 0) < 0) {
@@ -365,6 +362,15 @@ TEST_F(CutOffRewrite, WhatOthersWroteSinceStays) {
     EXPECT_FALSE(recoverFilesIn(root));
     expectOnly(contents);
   }
+}
+
+TEST_F(CutOffRewrite, BeginningOfTheOldContentsMayBeWhatOthersWrote) {
+  const std::string before = "\"A\" = \"a\";\n\"B\" = \"b\";\n";
+  writeFile(record, recordOf(before, before, before.size()));
+  writeFile(file, before.substr(0, before.size() / 2));
+  ASSERT_TRUE(readDictionaryFile(file));
+  EXPECT_FALSE(recoverFilesIn(root));
+  expectOnly(before.substr(0, before.size() / 2));
 }
 
 TEST_F(CutOffRewrite, FileThatIsGoneIsNotMade) {

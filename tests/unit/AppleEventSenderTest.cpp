@@ -11,6 +11,7 @@
 #include "ClientComm/QBHPUploadByHelper.h"
 #include "FailingMemory.h"
 #include "Host.h"
+#include "Platform/Log.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
@@ -276,6 +277,19 @@ TEST_F(AppleEventSender, WithoutTheKeyTheTargetHasNoBytesAndTheStatusIsTheTransp
     EXPECT_EQ(onlySent().event.target(),
               AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
   });
+}
+
+TEST_F(AppleEventSender, LogLineWithoutMemoryIsDropped) {
+  CapturedLog log;
+  const std::string text(100, 't');
+  bool failed = true;
+  for (std::size_t allocations = 0; failed; ++allocations) {
+    const FailingMemory memory(allocations);
+    EXPECT_NO_THROW(qbdkr::log("%@", {text})) << allocations;
+    EXPECT_NO_THROW(qbdkr::log(text)) << allocations;
+    failed = FailingMemory::hasFailed();
+  }
+  EXPECT_EQ(log.lines().back(), text);
 }
 
 TEST_F(AppleEventSender, HelperAgentMayLieAnywhereUnlessTheHostSaysOtherwise) {

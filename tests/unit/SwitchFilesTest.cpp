@@ -10,6 +10,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
 #include <filesystem>
@@ -30,6 +31,7 @@
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
+#include "support/RefusedCall.h"
 #include "support/WatchedThread.h"
 
 namespace qbdkr::test {
@@ -590,6 +592,27 @@ TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
           EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {row.key, "1"}}));
         },
         english);
+  }
+}
+
+// The new contents stand although they could not be cut to their size.
+TEST_F(SwitchFiles, FilesCanBeReadBeforeTheyAreCut) {
+  const std::string comment = "/* " + std::string(2000, 'c') + " */";
+  for (const std::string& odd : {comment, comment + ' '}) {
+    inHost(
+        information(),
+        [&odd](const Host& host) {
+          Communicator::share();
+          const Dictionary before = information({{"EnableAD", false}});
+          writeFile(propertyList(host),
+                    xmlPropertyList(before).value() + "<!-- " + std::string(500, 'c') + " -->");
+          failCall(SYS_ftruncate, EIO);
+          write(&Communicator::setEnableAD, true);
+          EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", true}}));
+          EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"EnableAD", "1"}}));
+          EXPECT_GE(fs::file_size(strings(host)), odd.size());
+        },
+        {{"en", odd + "\"Name\" = \"Host\";"}});
   }
 }
 
