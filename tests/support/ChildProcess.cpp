@@ -50,6 +50,7 @@ struct Plan {
   pid_t parent;
   bool obeyFilePermissions;
   const rlimit* largestFile;
+  const std::function<void()>* beforeExec;
 };
 
 // Between fork and exec: only what a signal handler may call.
@@ -69,6 +70,7 @@ struct Plan {
     signal(SIGXFSZ, SIG_IGN);
     setrlimit(RLIMIT_FSIZE, plan.largestFile);
   }
+  if (*plan.beforeExec) (*plan.beforeExec)();
   execve(plan.arguments[0], plan.arguments, plan.environment);
   _exit(127);
 }
@@ -118,7 +120,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const SpawnO
                   errorWrite.get(),
                   getpid(),
                   options.obeyFilePermissions,
-                  options.largestFile ? &limit : nullptr};
+                  options.largestFile ? &limit : nullptr,
+                  &options.beforeExec};
   processID_ = fork();
   if (processID_ < 0) fail("fork");
   if (processID_ == 0) become(plan);
@@ -232,11 +235,20 @@ std::string ChildProcess::waitForLog(const std::string& part, std::chrono::milli
 }
 
 std::vector<std::string> ChildProcess::outputToItsEnd(std::chrono::milliseconds time) {
+  return linesToTheEnd(output_, time);
+}
+
+std::vector<std::string> ChildProcess::logToItsEnd(std::chrono::milliseconds time) {
+  return linesToTheEnd(error_, time);
+}
+
+std::vector<std::string> ChildProcess::linesToTheEnd(const Stream& stream,
+                                                     std::chrono::milliseconds time) {
   std::unique_lock lock(mutex_);
-  if (!changed_.wait_for(lock, time, [this] { return output_.ended; })) {
+  if (!changed_.wait_for(lock, time, [&stream] { return stream.ended; })) {
     throw std::runtime_error("waiting for the end of the output: not in time: " + everything());
   }
-  return output_.lines;
+  return stream.lines;
 }
 
 std::vector<std::string> ChildProcess::output() const {

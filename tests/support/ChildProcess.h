@@ -51,6 +51,8 @@ struct SpawnOptions {
   // Root ignores the permissions of files; a process started so does not.
   bool obeyFilePermissions = false;
   std::optional<std::size_t> largestFile;
+  // Called in the child as the last thing: only what a signal handler may call.
+  std::function<void()> beforeExec = {};
 };
 
 // A child process with pipes for its three standard streams. Killed with its object, and when the
@@ -74,8 +76,9 @@ class ChildProcess {
                             std::chrono::milliseconds time = patience);
   std::string waitForLog(const std::string& part, std::chrono::milliseconds time = patience);
 
-  // Everything up to the end of standard output, for which it waits.
+  // Everything up to the end of standard output, or of standard error, for which it waits.
   std::vector<std::string> outputToItsEnd(std::chrono::milliseconds time = patience);
+  std::vector<std::string> logToItsEnd(std::chrono::milliseconds time = patience);
 
   [[nodiscard]] std::vector<std::string> output() const;
   [[nodiscard]] std::vector<std::string> log() const;
@@ -97,6 +100,7 @@ class ChildProcess {
   };
 
   void pump();
+  std::vector<std::string> linesToTheEnd(const Stream& stream, std::chrono::milliseconds time);
   std::string waitFor(Stream& stream, const LineTest& accepts, std::size_t from,
                       std::chrono::milliseconds time, const std::string& what);
   [[nodiscard]] std::string everything() const;  // with the lock held

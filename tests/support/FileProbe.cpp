@@ -1,0 +1,77 @@
+// A host application that changes files and ends: what it does is on its command line. It has a
+// single thread, so that it makes the same system calls in the same order each time.
+
+#include <algorithm>
+#include <functional>
+#include <iostream>
+#include <map>
+#include <stdexcept>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "ProductClient/QBHPHelperCommunicate.h"
+
+namespace {
+
+using qbdkr::QBHPHelperCommunicate;
+using Body = std::function<void()>;
+
+Body& startUp() {
+  static auto& body = *new Body;
+  return body;
+}
+
+QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
+// Records who the product is, installs the helper agent, and tries to launch it.
+void share() {
+  communicator();
+  const Body body = std::exchange(startUp(), {});
+  if (!body) throw std::logic_error("the start-up thread is not this one");
+  body();
+}
+
+using Operation = std::function<void(const std::string&)>;
+
+const std::map<std::string, Operation, std::less<>>& operations() {
+  static const auto& table = *new std::map<std::string, Operation, std::less<>>{
+      {"share", [](const std::string&) { share(); }},
+      // What a start does with files once the helper agent is launched.
+      {"first-start", [](const std::string&) { communicator().firstStartPID(); }},
+      {"save-tips", [](const std::string&) { communicator().saveTipsEnable(); }},
+      {"save-advertising", [](const std::string&) { communicator().saveEnableAD(); }},
+      {"tips", [](const std::string& value) { communicator().setTipsEnable(value == "1"); }},
+      {"advertising", [](const std::string& value) { communicator().setEnableAD(value == "1"); }},
+      {"collect", [](const std::string& value) { communicator().setCollectDataPID(value); }},
+      {"data-path",
+       [](const std::string& value) { communicator().initDataCollectionPath(value); }},
+  };
+  return table;
+}
+
+bool run(std::string_view word) {
+  const auto name = word.substr(0, word.find('='));
+  const auto operation = operations().find(name);
+  if (operation == operations().end()) return false;
+  operation->second(std::string(word.substr(std::min(name.size() + 1, word.size()))));
+  return true;
+}
+
+}  // namespace
+
+// In the place of detachNewThread(): the thread that starts things up is the main one.
+// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's name
+extern "C" bool __wrap__ZN5qbdkr15detachNewThreadESt8functionIFvvEE(Body body) {
+  startUp() = std::move(body);
+  return true;
+}
+
+int main(int count, char** words) {
+  for (int i = 1; i < count; ++i) {
+    if (run(words[i])) continue;
+    std::cerr << "unknown operation " << words[i] << '\n';
+    return 2;
+  }
+  return 0;
+}
