@@ -14,7 +14,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds soon(10);
+constexpr std::chrono::seconds soon(20);
 
 struct Damage {
   const char* name;

@@ -18,7 +18,8 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::seconds soon(5);
+// Less than the 25 s that the bus library waits by itself.
+constexpr std::chrono::seconds soon(20);
 
 // Of a process that may have ended already.
 void waitForEnd(pid_t process) {
@@ -66,7 +67,7 @@ TEST(HelperFault, StoppedHelperTakesPostsAndAnswersWhenItContinues) {
   EXPECT_FALSE(host->hasFinished(waiting));
   ::kill(helper, SIGCONT);
   EXPECT_EQ(host->finish(waiting), "0 awake");
-  scene.transcript().waitForCount("Probe note::", 20000, std::chrono::seconds(60));
+  scene.transcript().waitForCount("Probe note::", 20000, longPatience);
 }
 
 TEST(HelperFault, HelperThatEndsBeforeItCheckedInWasNotLaunched) {
@@ -112,14 +113,14 @@ TEST(HelperFault, HelperThatNeverChecksInCountsAsLaunchedAfterTenSeconds) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "never-check-in";
   const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  const auto before = Clock::now();
   host->call("share");
   scene.transcript().waitFor({" started version"});
-  const auto before = Clock::now();
   // It waits for the start-up thread, which is opening the helper agent already.
   EXPECT_EQ(host->call("open " + scene.installedHelper().string()), "yes");
   const auto time = Clock::now() - before;
-  EXPECT_GE(time, std::chrono::seconds(8));
-  EXPECT_LE(time, std::chrono::seconds(16));
+  EXPECT_GE(time, std::chrono::seconds(10));
+  EXPECT_LE(time, std::chrono::seconds(19)) << "waited for twice";
   EXPECT_EQ(host->call("alive", soon), "-600");
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
   EXPECT_GT(scene.helperProcess(), 0);

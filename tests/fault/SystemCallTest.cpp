@@ -1,6 +1,6 @@
-// A host that is killed, or told of an error, at each single system call that changes the file system.
-// Whatever it was at, its files are the old ones or the new ones, and its next start goes on from there
-// and leaves nothing behind.
+// A host that is killed, or told of an error, at each single system call that changes the file
+// system. Whatever it was at, its files are the old ones or the new ones, and its next start goes
+// on from there and leaves nothing behind.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -132,8 +132,7 @@ class Site {
 
   void reset() const {
     for (const auto& path : changeable()) fs::remove_all(live() / path);
-    fs::copy(kept(), live(),
-             fs::copy_options::recursive | fs::copy_options::copy_symlinks);
+    fs::copy(kept(), live(), fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   }
 
   [[nodiscard]] GatedRun run(const Words& words, const Fault& fault = {}) const {
@@ -309,7 +308,10 @@ const std::vector<Scenario>& scenarios() {
        .mayBeMissing = &Site::installed},
       {.name = "FirstSettings",
        .prepare = [](const Site&) {},
-       .words = [](const Site&) { return Words{"share", "first-start"}; },
+       .words =
+           [](const Site&) {
+             return Words{"share", "first-start"};
+           },
        .expectDone =
            [](const Site& site) {
              expectRecords(site);
@@ -328,7 +330,10 @@ const std::vector<Scenario>& scenarios() {
        .fewestPoints = 5},
       {.name = "SettingThatIsSet",
        .prepare = [](const Site& site) { EXPECT_EQ(site.run(aStart).status, 0); },
-       .words = [](const Site&) { return Words{"share", "collect=2002"}; },
+       .words =
+           [](const Site&) {
+             return Words{"share", "collect=2002"};
+           },
        .expectDone =
            [](const Site& site) {
              expectPart(asJSON(site.settings()), "\"DataCollectPID\": \"2002\"");
@@ -360,7 +365,10 @@ const std::vector<Scenario>& scenarios() {
              writeSwitches(site, {"<true/>", "<false/>"}, longComment(), "\n    ");
              EXPECT_EQ(site.run({"share", "first-start"}).status, 0);
            },
-       .words = [](const Site&) { return Words{"share", "tips=0", "advertising=1"}; },
+       .words =
+           [](const Site&) {
+             return Words{"share", "tips=0", "advertising=1"};
+           },
        .expectDone =
            [](const Site& site) {
              expectSwitches(site, "false", "true");
@@ -374,7 +382,10 @@ const std::vector<Scenario>& scenarios() {
              writeSwitches(site, {"<true/>", "<false/>"}, "", "");
              EXPECT_EQ(site.run({"share", "first-start"}).status, 0);
            },
-       .words = [](const Site&) { return Words{"share", "tips=0", "advertising=1"}; },
+       .words =
+           [](const Site&) {
+             return Words{"share", "tips=0", "advertising=1"};
+           },
        .expectDone =
            [](const Site& site) {
              expectSwitches(site, "false", "true");
@@ -382,13 +393,17 @@ const std::vector<Scenario>& scenarios() {
            },
        .fewestPoints = 12,
        .finishedByNextStart = false},
-      {.name = "SwitchesThatWereWrittenBefore",  // a byte shorter, a byte longer, and of the same size
+      {.name =
+           "SwitchesThatWereWrittenBefore",  // a byte shorter, a byte longer, and of the same size
        .prepare =
            [](const Site& site) {
              writeSwitches(site, {"<true/>", "<false/>"}, "", "");
              EXPECT_EQ(site.run({"share", "first-start", "tips=0", "advertising=1"}).status, 0);
            },
-       .words = [](const Site&) { return Words{"share", "tips=1", "advertising=0"}; },
+       .words =
+           [](const Site&) {
+             return Words{"share", "tips=1", "advertising=0"};
+           },
        .expectDone =
            [](const Site& site) {
              expectSwitches(site, "true", "false");
@@ -413,7 +428,9 @@ const std::vector<Scenario>& scenarios() {
       {.name = "DataPath",
        .prepare = [](const Site& site) { EXPECT_EQ(site.run(aStart).status, 0); },
        .words =
-           [](const Site& site) { return Words{"share", "data-path=" + site.data().string()}; },
+           [](const Site& site) {
+             return Words{"share", "data-path=" + site.data().string()};
+           },
        .expectDone =
            [](const Site& site) {
              EXPECT_TRUE(fs::is_directory(site.data() / "Log/Data"));
@@ -522,8 +539,8 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
                   {.kind = disturbance().kind, .at = at, .error = disturbance().error});
     ASSERT_GE(run.calls.size(), at);
     EXPECT_EQ(run.calls[at - 1].name, undisturbed_.calls[at - 1].name);
-    const bool asWanted = kills() ? WIFSIGNALED(run.status) && WTERMSIG(run.status) == SIGKILL
-                                  : run.status == 0;
+    const bool asWanted =
+        kills() ? WIFSIGNALED(run.status) && WTERMSIG(run.status) == SIGKILL : run.status == 0;
     EXPECT_TRUE(asWanted) << run.status << testing::PrintToString(run.log);
   }
 
@@ -628,7 +645,8 @@ TEST_P(SystemCall, LeavesTheOldOrTheNewAndIsMendedByTheNextStart) {
   const auto all = points();
   ASSERT_GE(all.size(), isHalfWay() ? 1 : scenario().fewestPoints);
   // Another part of them for each disturbance.
-  const auto which = static_cast<std::size_t>(disturbance().kind) + static_cast<std::size_t>(disturbance().error);
+  const auto which =
+      static_cast<std::size_t>(disturbance().kind) + static_cast<std::size_t>(disturbance().error);
   std::size_t tried = 0;
   for (std::size_t i = which % QBDKR_POINT_STRIDE; i < all.size(); i += QBDKR_POINT_STRIDE) {
     holdsAt(all[i]);
@@ -668,12 +686,13 @@ TEST_P(Flushing, ComesBeforeAFileTakesItsPlaceAndAtTheEnd) {
 INSTANTIATE_TEST_SUITE_P(EachOne, Flushing, testing::ValuesIn(scenarios()),
                          [](const auto& tested) { return std::string(tested.param.name); });
 
-INSTANTIATE_TEST_SUITE_P(
-    EachOne, SystemCall,
-    testing::Combine(testing::ValuesIn(scenarios()), testing::ValuesIn(disturbances)),
-    [](const auto& tested) {
-      return std::string(std::get<0>(tested.param).name) + std::get<1>(tested.param).name;
-    });
+INSTANTIATE_TEST_SUITE_P(EachOne, SystemCall,
+                         testing::Combine(testing::ValuesIn(scenarios()),
+                                          testing::ValuesIn(disturbances)),
+                         [](const auto& tested) {
+                           return std::string(std::get<0>(tested.param).name) +
+                                  std::get<1>(tested.param).name;
+                         });
 
 }  // namespace
 }  // namespace qbdkr::test

@@ -17,7 +17,8 @@ namespace qbdkr::test {
 using Environment = std::map<std::string, std::string>;
 
 // What may take long on a busy machine; whatever passes it is a failure.
-inline constexpr std::chrono::seconds patience(30);
+inline constexpr std::chrono::seconds patience(60);
+inline constexpr std::chrono::seconds longPatience(180);
 
 // A descriptor that is closed with its owner.
 class OwnedDescriptor {

@@ -44,8 +44,7 @@ const std::map<std::string, Operation, std::less<>>& operations() {
       {"tips", [](const std::string& value) { communicator().setTipsEnable(value == "1"); }},
       {"advertising", [](const std::string& value) { communicator().setEnableAD(value == "1"); }},
       {"collect", [](const std::string& value) { communicator().setCollectDataPID(value); }},
-      {"data-path",
-       [](const std::string& value) { communicator().initDataCollectionPath(value); }},
+      {"data-path", [](const std::string& value) { communicator().initDataCollectionPath(value); }},
   };
   return table;
 }

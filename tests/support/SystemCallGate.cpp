@@ -116,11 +116,23 @@ constexpr Row rows[] = {
     {SYS_sendfile, "sendfile", Target::descriptor, 0, Effect::copy},
     {SYS_splice, "splice", Target::descriptor, 2, Effect::needsSpace},
     {SYS_copy_file_range, "copy_file_range", Target::descriptor, 2, Effect::copy},
-    {SYS_ioctl, "FICLONE", Target::descriptor, 0, Effect::needsSpace,
+    {SYS_ioctl,
+     "FICLONE",
+     Target::descriptor,
+     0,
+     Effect::needsSpace,
      {Condition::Test::equal, 1, FICLONE}},
-    {SYS_ioctl, "FICLONERANGE", Target::descriptor, 0, Effect::needsSpace,
+    {SYS_ioctl,
+     "FICLONERANGE",
+     Target::descriptor,
+     0,
+     Effect::needsSpace,
      {Condition::Test::equal, 1, FICLONERANGE}},
-    {SYS_ioctl, "FS_IOC_SETFLAGS", Target::descriptor, 0, Effect::other,
+    {SYS_ioctl,
+     "FS_IOC_SETFLAGS",
+     Target::descriptor,
+     0,
+     Effect::other,
      {Condition::Test::equal, 1, static_cast<std::uint32_t>(FS_IOC_SETFLAGS)}},
     {SYS_ftruncate, "ftruncate", Target::descriptor, 0},
     {SYS_fallocate, "fallocate", Target::descriptor, 0, Effect::needsSpace},
@@ -159,8 +171,7 @@ std::vector<sock_filter> filterProgram() {
     program.push_back(unless(BPF_JEQ, static_cast<std::uint32_t>(row.number), always ? 1 : 3));
     if (!always) {
       const bool equal = row.condition.test == Condition::Test::equal;
-      program.push_back(
-          statement(BPF_LD | BPF_W | BPF_ABS, lowHalfOf(row.condition.argument)));
+      program.push_back(statement(BPF_LD | BPF_W | BPF_ABS, lowHalfOf(row.condition.argument)));
       program.push_back(unless(equal ? BPF_JEQ : BPF_JSET, row.condition.value, 1));
     }
     program.push_back(ask);
@@ -240,8 +251,8 @@ class FilterInstallation {
     const sock_fprog program{static_cast<unsigned short>(program_.size()),
                              const_cast<sock_filter*>(program_.data())};
     prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0);
-    const auto listener = syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER,
-                                  SECCOMP_FILTER_FLAG_NEW_LISTENER, &program);
+    const auto listener =
+        syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program);
     if (listener >= 0 && handOver(static_cast<int>(listener))) return;
     const int error = errno;
     [[maybe_unused]] const auto sent = ::send(childEnd_.get(), &error, sizeof error, 0);
@@ -413,14 +424,15 @@ class Supervision {
     const OwnedDescriptor to = descriptorOf(call.args[sends ? 0 : 2]);
     OffsetOf fromOffset(process, sends ? call.args[2] : call.args[1]);
     OffsetOf toOffset(process, sends ? 0 : call.args[3]);
-    const off_t start = fromOffset.get() != nullptr ? *fromOffset.get()
-                                                    : ::lseek(from.get(), 0, SEEK_CUR);
+    const off_t start =
+        fromOffset.get() != nullptr ? *fromOffset.get() : ::lseek(from.get(), 0, SEEK_CUR);
     struct stat status {};
     if (::fstat(from.get(), &status) != 0 || start < 0) return -1;
     const auto rest = static_cast<std::uint64_t>(std::max<off_t>(status.st_size - start, 0));
     const auto half = (std::min<std::uint64_t>(rest, call.args[sends ? 3 : 4]) + 1) / 2;
-    return sends ? ::sendfile(to.get(), from.get(), fromOffset.get(), half)
-                 : ::copy_file_range(from.get(), fromOffset.get(), to.get(), toOffset.get(), half, 0);
+    return sends
+               ? ::sendfile(to.get(), from.get(), fromOffset.get(), half)
+               : ::copy_file_range(from.get(), fromOffset.get(), to.get(), toOffset.get(), half, 0);
   }
 
   void goOn(const seccomp_notif& asked) const {
@@ -455,8 +467,7 @@ GatedRun SystemCallGate::run(const std::vector<std::string>& command, SpawnOptio
   ChildProcess program(command, options);
   program.closeInput();
   GatedRun run;
-  run.calls =
-      Supervision(program, installation.listener(), directory_, fault).untilItsEnd();
+  run.calls = Supervision(program, installation.listener(), directory_, fault).untilItsEnd();
   run.status = program.wait();
   run.log = program.logToItsEnd();
   return run;
