@@ -12,9 +12,9 @@ bool isBundleIdentifier(std::string_view text) {
 
 std::optional<std::string> bundleIdentifierOf(const ProcessSerialNumber& number) {
   const auto information = copyProcessInformation(number);
-  const std::string* identifier = information ? information->text(kCFBundleIdentifierKey) : nullptr;
-  if (identifier == nullptr || !isBundleIdentifier(*identifier)) return std::nullopt;
-  return *identifier;
+  auto identifier = information ? information->text(kCFBundleIdentifierKey) : std::nullopt;
+  if (identifier && !isBundleIdentifier(*identifier)) identifier.reset();
+  return identifier;
 }
 
 }  // namespace qbdkr

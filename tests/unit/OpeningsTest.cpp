@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "Platform/Openings.h"
-#include "WatchedThread.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr::test {
 namespace {
