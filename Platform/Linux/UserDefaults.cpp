@@ -65,6 +65,9 @@ bool putAside(const std::string& path) {
 // The caller holds the lock of the directory.
 bool store(const std::string& domain, const Changes& changes) {
   const std::string file = fileOfDomain(domain);
+  // A killed process may have left one, and there may be nothing to store.
+  const std::string staged = stagedPath(file);
+  if (fileExists(staged)) std::remove(staged.c_str());
   const auto before = readDictionaryFile(file);
   // What cannot be read for want of a descriptor, say, may be good.
   if (!before && fileExists(file) && !canBeOpened(file)) return false;

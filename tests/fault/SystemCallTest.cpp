@@ -586,8 +586,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
     EXPECT_EQ(inodeOf(site_.strings()), strings);
   }
 
-  // Returns whether all of it held.
-  bool holdsAt(std::size_t at) {
+  void tryAt(std::size_t at) {
     SCOPED_TRACE(pointName(at));
     site_.reset();
     const auto information = inodeOf(site_.information());
@@ -598,7 +597,6 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
     if (!isHalfWay()) expectOldOrNew();
     expectMendedByNextStart();
     expectSameFiles(information, strings);
-    return !HasFailure();
   }
 
  private:
@@ -644,12 +642,13 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
 TEST_P(SystemCall, LeavesTheOldOrTheNewAndIsMendedByTheNextStart) {
   const auto all = points();
   ASSERT_GE(all.size(), isHalfWay() ? 1 : scenario().fewestPoints);
-  // Another part of them for each disturbance.
+  // Another part of them for each disturbance, and never none.
+  constexpr std::size_t stride = QBDKR_POINT_STRIDE;
   const auto which =
       static_cast<std::size_t>(disturbance().kind) + static_cast<std::size_t>(disturbance().error);
   std::size_t tried = 0;
-  for (std::size_t i = which % QBDKR_POINT_STRIDE; i < all.size(); i += QBDKR_POINT_STRIDE) {
-    holdsAt(all[i]);
+  for (std::size_t i = which % std::min(stride, all.size()); i < all.size(); i += stride) {
+    tryAt(all[i]);
     ++tried;
   }
   std::cout << scenario().name << ", " << disturbance().name << ": " << all.size()

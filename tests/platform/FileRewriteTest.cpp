@@ -450,6 +450,10 @@ TEST_F(CutOffRewrite, WhatIsNoFileOfThisUserIsNoRecord) {
   fs::create_symlink("elsewhere", record);
   EXPECT_FALSE(recoverFilesIn(root));
   EXPECT_TRUE(fs::is_symlink(record));
+  writeFile(record + ".new", "left behind");
+  EXPECT_FALSE(recoverFilesIn(root));
+  EXPECT_TRUE(fs::is_symlink(record));
+  EXPECT_EQ(readFile(file), "garbage");
   fs::remove(record);
   ASSERT_EQ(mkfifo(record.c_str(), 0600), 0);
   EXPECT_FALSE(recoverFilesIn(root));

@@ -554,6 +554,17 @@ TEST_F(FileTree, TreesThatAreTooDeepAreNotCopied) {
   EXPECT_EQ(said(copyItem(from, to)), "");
 }
 
+TEST_F(FileTree, NamesInAnOpenDirectoryAreGivenEachTime) {
+  makeTree();
+  const Descriptor tree(open(from.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  for (int time = 0; time < 2; ++time) {
+    auto names = contentsOfDirectory(tree.get());
+    ASSERT_TRUE(names);
+    std::ranges::sort(*names);
+    EXPECT_EQ(*names, (std::vector<std::string>{"Contents", "empty"}));
+  }
+}
+
 // --- What cannot be removed
 // ---------------------------------------------------------
 

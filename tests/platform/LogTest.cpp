@@ -246,12 +246,14 @@ TEST(Log, LineForATerminalThatIsNotReadHoldsUpNothing) {
 TEST(Log, LineWithoutRoomIsDroppedWithoutDescriptorsAsWell) {
   const auto error = UnreadError::terminal();
   error.fill();
-  rlimit before{};
-  getrlimit(RLIMIT_NOFILE, &before);
-  const rlimit none{0, before.rlim_max};
-  setrlimit(RLIMIT_NOFILE, &none);
-  EXPECT_TRUE(comesBack(error, [] { log("lost"); }));
-  setrlimit(RLIMIT_NOFILE, &before);
+  EXPECT_TRUE(comesBack(error, [] {
+    rlimit before{};
+    getrlimit(RLIMIT_NOFILE, &before);
+    const rlimit none{0, before.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    log("lost");
+    setrlimit(RLIMIT_NOFILE, &before);
+  }));
 }
 
 TEST(Log, OnlyTheFirstLineWithoutRoomWaits) {

@@ -27,6 +27,7 @@
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "ClientComm/QBHPProcessList.h"
 #include "Platform/Bundle.h"
+#include "Platform/Log.h"
 #include "Platform/RunLoop.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
@@ -297,12 +298,17 @@ bool childReturns() {
 }
 
 std::string forkAmidSettings(const Words& words) {
-  constexpr int busyThreads = 4;
+  // Each keeps busy with one kind of lock, so that a fork meets it held sooner or later.
+  const std::vector<std::function<void()>> kinds{
+      useSettings,
+      [] { qbdkr::UserDefaults::standard().setObject("Busy", qbdkr::PropertyList("value")); },
+      [] { static_cast<void>(qbdkr::UserDefaults::standard().object("PID")); },
+      [] { onMainThread([] { return true; }); }, [] { qbdkr::log("busy"); }};
   std::atomic<bool> done{false};
   std::vector<std::thread> threads;
-  for (int i = 0; i < busyThreads; ++i) {
-    threads.emplace_back([&done] {
-      while (!done) useSettings();
+  for (const auto& kind : kinds) {
+    threads.emplace_back([&done, kind] {
+      while (!done) kind();
     });
   }
   int returned = 0;

@@ -12,7 +12,8 @@ thread_local bool failed = false;
 
 }  // namespace
 
-// In the place of the library's. Those for arrays, and those that throw nothing, call these.
+// All forms in the place of the library's, or of a sanitizer's, which must not be mixed with these.
+// The one for a single object that throws nothing is in DetachedThreadTest.cpp.
 void* operator new(std::size_t size) {
   if (left != never && left-- == 0) {
     left = never;
@@ -24,8 +25,18 @@ void* operator new(std::size_t size) {
   return memory;
 }
 
+void* operator new[](std::size_t size) { return operator new(size); }
+
+void* operator new[](std::size_t size, const std::nothrow_t& none) noexcept {
+  return operator new(size, none);
+}
+
 void operator delete(void* memory) noexcept { std::free(memory); }
 void operator delete(void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete(void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
+void operator delete[](void* memory) noexcept { std::free(memory); }
+void operator delete[](void* memory, std::size_t) noexcept { std::free(memory); }
+void operator delete[](void* memory, const std::nothrow_t&) noexcept { std::free(memory); }
 
 namespace qbdkr::test {
 
