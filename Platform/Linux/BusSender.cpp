@@ -114,7 +114,8 @@ OSErr BusSender::post(const AppleEvent& event) {
 OSErr BusSender::call(const AppleEvent& event, std::uint64_t timeout, std::string& answer) {
   std::size_t size = 0;
   const OSErr status = ask(event, timeout, answer, size);
-  // The C library would keep what the message took up.
+  // The C library would keep what the message took up; at the top of a thread's own heap it still
+  // keeps some.
   if (size >= largeText) malloc_trim(0);
   return status;
 }

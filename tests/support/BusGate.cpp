@@ -79,6 +79,14 @@ void BusGate::release() {
   wake();
 }
 
+void BusGate::cut() {
+  std::unique_lock lock(mutex_);
+  cuts_ = true;
+  wake();
+  if (!changed_.wait_for(lock, patience, [this] { return !cuts_; }))
+    throw std::runtime_error("no end of a connection");
+}
+
 void BusGate::awaitHeldAnswer() {
   std::unique_lock lock(mutex_);
   if (!changed_.wait_for(lock, patience, [this] { return hasHeldAnswer_; }))
@@ -93,6 +101,12 @@ void BusGate::wake() const {
 
 void BusGate::run() {
   while (!ends_) {
+    if (cuts_) {
+      const std::lock_guard lock(mutex_);
+      std::erase_if(connections_, [](const Connection& each) { return each.asks; });
+      cuts_ = false;
+      changed_.notify_all();
+    }
     std::vector<pollfd> all{{listener_.get(), POLLIN, 0}, {wake_.get(), POLLIN, 0}};
     for (Connection& each : connections_) {
       each.asks = each.asks && holds_;

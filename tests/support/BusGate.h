@@ -28,6 +28,8 @@ class BusGate {
   // Waits until the bus has answered a question, and the answer is kept back.
   void awaitHeldAnswer();
   void release();
+  // Ends the connections whose answers are kept back.
+  void cut();
 
  private:
   struct Way {
@@ -56,6 +58,7 @@ class BusGate {
   OwnedDescriptor wake_;
   std::atomic<bool> ends_{false};
   std::atomic<bool> holds_{false};
+  std::atomic<bool> cuts_{false};
   std::mutex mutex_;
   std::condition_variable changed_;
   bool hasHeldAnswer_ = false;
