@@ -172,7 +172,7 @@ TEST_F(FileTree, CopyAndRemovalNeedNothingOfTheUserMask) {
   giveToOrdinaryUser(root);
   EXPECT_TRUE(asOrdinaryUser([this] {
     umask(0777);
-    return copyItem(from, to) && !removeItem(from);
+    return !copyItem(from, to) && !removeItem(from);
   }));
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"to"});
   EXPECT_EQ(readFile(to + "/Contents/Linux/tool"), "tool");

@@ -94,7 +94,8 @@ TEST(RPCHandlerTest, IsNotCalledForWhatIsRefusedOrBeyondTheBounds) {
   handler.set([](const AppleEvent&, AppleEvent&) { ADD_FAILURE() << "called"; });
   EXPECT_EQ(handler.handle(unreadable, unknown).status, paramErr);
   const auto tooLong = text(std::string(longestEventName + 1, 'a'));
-  EXPECT_EQ(handler.handle(object(AppleEventDescriptor::list({tooLong})), unknown).status, paramErr);
+  EXPECT_EQ(handler.handle(object(AppleEventDescriptor::list({tooLong})), unknown).status,
+            paramErr);
 }
 
 TEST(RPCHandlerTest, JudgesNoForm) {
@@ -144,7 +145,8 @@ TEST(RPCHandlerTest, WhatWouldBeRefusedIsKnownWithoutACall) {
   handler.set([](const AppleEvent&, AppleEvent&) { ADD_FAILURE() << "called"; });
   EXPECT_EQ(handler.refusal(object(request())), noErr);
   EXPECT_EQ(handler.refusal(unreadable), paramErr);
-  EXPECT_EQ(handler.refusal(object(text("text"))), paramErr);
+  const auto tooLong = text(std::string(longestEventName + 1, 'a'));
+  EXPECT_EQ(handler.refusal(object(AppleEventDescriptor::list({tooLong}))), paramErr);
 }
 
 TEST(RPCHandlerTest, AHandlerThatGoesMayComeBack) {
