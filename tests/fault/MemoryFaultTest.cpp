@@ -6,15 +6,14 @@
 #include <string>
 
 #include "support/ProbeText.h"
+#include "support/Sanitizers.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
 namespace {
 
 TEST(MemoryFault, RequestWithoutMemoryIsRefusedAndTheNextOneIsMade) {
-#if defined(__SANITIZE_ADDRESS__) || defined(__SANITIZE_THREAD__)
-  GTEST_SKIP() << "a sanitizer ends the process instead";
-#endif
+  if (hasSanitizer) GTEST_SKIP() << "a sanitizer ends the process instead";
   Scene scene;
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
   constexpr std::size_t size = 30'000'000;

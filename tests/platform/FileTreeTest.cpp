@@ -358,7 +358,7 @@ TEST_F(FileTree, RemoveSaysWhatWentWrong) {
 }
 
 TEST_F(FileTree, CopyKeepsHoles) {
-  constexpr off_t size = 64 << 20;
+  constexpr off_t size = 8 << 20;
   fs::create_directories(from);
   writeAt(from + "/begins with data", 0, "begin");
   fs::resize_file(from + "/begins with data", size);
