@@ -15,6 +15,7 @@
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
+#include "support/Sanitizers.h"
 
 namespace qbdkr::test {
 namespace {
@@ -204,6 +205,7 @@ TEST_F(AppleEventSender, FailureIsNeitherLoggedNorTriedAgain) {
 }
 
 TEST_F(AppleEventSender, TextLongerThanAnyMemoryIsRefusedWithMinus50) {
+  if (hasSanitizer) GTEST_SKIP() << "a sanitizer finds such a text for itself";
   const std::string start(17'000, 'h');  // what is logged of it
   const volatile std::size_t size = SIZE_MAX / 2 + 1;
   const std::string_view endless(start.data(), size);
