@@ -43,7 +43,7 @@ std::string directoryOf(const std::string& path) {
 Descriptor openRegularFile(const std::string& path, int flags) {
   Descriptor file(::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   struct stat status {};
-  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return Descriptor();
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
   return file;
 }
 
