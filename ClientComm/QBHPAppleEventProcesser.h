@@ -47,9 +47,9 @@ class QBDKR_EXPORT QBHPAppleEventProcesser {
   void removeObjectforKeyToMapTable(std::string_view className);
 
   // Handles one event, whose sender the platform vouches for, and stores a result in the reply.
-  // What the event does not carry, or not as text, counts as absent. Only an argument that is not
-  // text throws InvalidArgumentException, before anything is called; the platform answers it.
-  // Blocks as the method does.
+  // A name that is missing or not text counts as absent, and a missing list has no arguments. Only
+  // an argument that is not text throws InvalidArgumentException, before anything is called; the
+  // platform answers it. Blocks as the method does.
   void process(const AppleEvent& event, AppleEvent& withReplyEvent);
 
  private:

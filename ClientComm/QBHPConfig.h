@@ -20,8 +20,8 @@ class QBDKR_EXPORT QBHPConfig {
   // Throws RangeException for an identifier of fewer than three parts; "(null) (null)" without one.
   static String helperName();
 
-  // The product identifier, the main bundle's "PID"; absent when there is none. A number reads
-  // as its digits; of another type it is absent as well. Not kept.
+  // The product identifier, the main bundle's "PID". A number reads as its digits. Absent if the
+  // key is missing or of another type. Not cached.
   static String helperPID();
 };
 

@@ -169,9 +169,8 @@ class QBDKR_EXPORT AppleEventTransport {
                                EventHandler handler) = 0;
   virtual void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) = 0;
 
-  // What may keep events from arriving that are posted with status 0, in one line; absent if
-  // nothing is known of it. Known once this process has sent something. Any thread, without
-  // waiting.
+  // Says in one line why events that are posted with status 0 may not arrive. Absent if no reason
+  // is known; one is found out when this process first sends. Any thread, without waiting.
   [[nodiscard]] virtual std::optional<std::string> knownObstacle() const { return std::nullopt; }
 
   static AppleEventTransport& shared();

@@ -6,7 +6,7 @@
 
 namespace qbdkr {
 
-// What went wrong with a file: its path, and the system's words for it.
+// Names the file that an operation failed at, and the system's words for the failure.
 struct FileError {
   std::string path;
   std::string message;

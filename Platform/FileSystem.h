@@ -7,7 +7,7 @@
 
 namespace qbdkr {
 
-// What files and trees ask of the system beyond POSIX.
+// The calls beyond POSIX that files and trees need from the system.
 
 // Renames unless something is at the new path already. Absent where the file system cannot do both
 // at once.
@@ -20,7 +20,7 @@ namespace qbdkr {
 // Copies a symbolic link as a link, to where nothing is.
 [[nodiscard]] bool copyLink(const std::string& from, const std::string& to);
 
-// What a directory carries along beyond its mode and its times.
+// Copies the attributes of a directory beyond its mode and its times.
 [[nodiscard]] bool copyDirectoryAttributes(const std::string& from, const std::string& to);
 
 // Gives a directory the modification time of another. True as well on a file system that takes

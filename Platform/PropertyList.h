@@ -58,7 +58,7 @@ class QBDKR_EXPORT PropertyList {
     // Stores a value, replacing one that is there in its place.
     void set(std::string_view key, PropertyList value);
     bool erase(std::string_view key);
-    // What the value under a key reads as where a text is wanted. Absent without one that does.
+    // Reads the value under a key as text. Absent if there is no value, or none that reads as text.
     [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
 
     [[nodiscard]] std::size_t size() const;

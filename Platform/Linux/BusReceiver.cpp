@@ -63,7 +63,7 @@ std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
   return directObject;
 }
 
-// What the event takes on the bus, nearly.
+// Estimates the size of the event on the bus.
 std::size_t sizeOf(const AppleEventDescriptor& value) {
   constexpr std::size_t perItem = 8;
   std::size_t size = value.data().size();
@@ -216,7 +216,7 @@ int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
-// What comes stays on the bus.
+// Leaves further events on the bus.
 void BusReceiver::pause() {
   if (isPaused_) return;
   isPaused_ = true;
@@ -256,7 +256,7 @@ void BusReceiver::receive(sd_bus_message* message) {
   if (known != senders_.end() && known->second.isReady())
     return handle(message, *known->second.identity);
 
-  // What is refused costs no question and no room.
+  // A refused event costs no question and no room.
   std::size_t size = 0;
   const OSErr refusal = handler_.refusal(reader(message, size));
   if (refusal != noErr) return reply(message, {refusal, {}});

@@ -316,7 +316,7 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
 }
 
 // The address of the owner, if its executable lies in the directory. A message to that address goes
-// to the process that was looked at, whoever gets the name meanwhile.
+// to the process that was checked, even if the name passes on meanwhile.
 OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
                               const std::string& directory, std::string& address) {
   if (owner->approved && owner->approved->directory == directory) {

@@ -71,7 +71,7 @@ std::optional<Look> lookAt(const std::string& path) {
   return Look{signature, signature.isSettled()};
 }
 
-// What a value takes in memory, roughly: its own size and what it has allocated.
+// Estimates the memory of a value: its own size and what it has allocated.
 std::size_t sizeInMemory(const Dictionary& dictionary);
 
 struct AllocatedSize {
@@ -204,7 +204,7 @@ class DictionaryCache::State {
       lock.lock();
       Result result = dictionary;
       if (!look.isSettled && !isWhole) {
-        // What cannot be read may be half written right now; what it was before still holds then.
+        // An unreadable file may be half written right now; its last contents still hold then.
         if (auto before = lastRemembered(path)) result = std::move(before);
       } else if (look.isSettled && (isWhole || reading.isConclusive)) {
         remember(path, Entry{look.signature, std::move(dictionary), bytes, ++uses_});

@@ -11,7 +11,7 @@
 
 namespace qbdkr {
 
-// What reading a file has given.
+// Holds the result of reading a file.
 struct DictionaryReading {
   std::optional<PropertyList::Dictionary> dictionary;  // absent when the file holds none
   // Whether the same file would give the same again. A failure for want of a descriptor would not.

@@ -11,7 +11,7 @@
 namespace qbdkr {
 namespace {
 
-// An application that could not own its name on the bus is none.
+// Counts an application only if it could own its name on the bus.
 std::optional<std::string> applicationOf(pid_t processID) {
   auto identifier = bundleIdentifierOf({0, static_cast<std::uint32_t>(processID)});
   if (identifier && !busNameOfIdentifier(*identifier)) identifier.reset();
