@@ -2,22 +2,30 @@
 
 #include <new>
 #include <stdexcept>
+#include <type_traits>
 
 #include "Platform/Status.h"
 
 namespace qbdkr {
 
+// What the call returns, or the given result if there is no memory for it. A text longer than any
+// memory is a length_error.
+template <class Call>
+std::invoke_result_t<Call> withoutMemory(std::invoke_result_t<Call> otherwise, const Call& call) {
+  try {
+    return call();
+  } catch (const std::bad_alloc&) {
+    return otherwise;
+  } catch (const std::length_error&) {
+    return otherwise;
+  }
+}
+
 // The status of a request; paramErr, as for any text that cannot be sent, if there is no memory for
-// it. A text longer than any memory is a length_error.
+// it.
 template <class Request>
 OSErr paramErrWithoutMemory(const Request& request) {
-  try {
-    return request();
-  } catch (const std::bad_alloc&) {
-    return paramErr;
-  } catch (const std::length_error&) {
-    return paramErr;
-  }
+  return withoutMemory(paramErr, request);
 }
 
 }  // namespace qbdkr

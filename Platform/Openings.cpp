@@ -1,43 +1,50 @@
 #include "Platform/Openings.h"
 
+#include <unistd.h>
+
+#include <mutex>
+
 namespace qbdkr {
 
 // Ends a turn, also one whose work has thrown.
 class Openings::TurnEnd {
  public:
-  TurnEnd(Openings& openings, const std::string& bundlePath)
-      : openings_(openings), bundlePath_(bundlePath) {}
+  TurnEnd(Openings& openings, const std::string& bundlePath, Turn& turn)
+      : openings_(openings), bundlePath_(bundlePath), turn_(turn) {}
   TurnEnd(const TurnEnd&) = delete;
   TurnEnd& operator=(const TurnEnd&) = delete;
   ~TurnEnd() {
     {
       const std::lock_guard lock(openings_.mutex_);
-      const auto place = openings_.turns_.find(bundlePath_);
-      place->second->hasEnded = true;
-      openings_.turns_.erase(place);
+      turn_.hasEnded = true;
+      openings_.turns_.erase(bundlePath_);
     }
-    openings_.ended_.notify_all();
+    turn_.ended.notify_all();
   }
 
  private:
   Openings& openings_;
   const std::string& bundlePath_;
+  Turn& turn_;
 };
 
 std::optional<Openings::Outcome> Openings::join(const std::string& bundlePath,
                                                 Clock::time_point deadline,
                                                 const std::function<Outcome()>& work) {
-  const auto own = std::make_shared<Turn>();
+  const auto own = std::make_shared<Turn>(getpid());
   {
     std::unique_lock lock(mutex_);
-    const auto [place, isOwn] = turns_.try_emplace(bundlePath, own);
-    if (!isOwn) {
-      const auto other = place->second;
-      if (!ended_.wait_until(lock, deadline, [&] { return other->hasEnded; })) return std::nullopt;
+    auto& turn = turns_[bundlePath];
+    if (turn && turn->process == own->process) {
+      const auto other = turn;
+      if (!other->ended.wait_until(lock, deadline, [&] { return other->hasEnded; })) {
+        return std::nullopt;
+      }
       return other->outcome;
     }
+    turn = own;
   }
-  const TurnEnd end(*this, bundlePath);
+  const TurnEnd end(*this, bundlePath, *own);
   own->outcome = work();
   return own->outcome;
 }

@@ -1,13 +1,16 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <condition_variable>
 #include <functional>
 #include <map>
 #include <memory>
-#include <mutex>
 #include <optional>
 #include <string>
+
+#include "Platform/ForkSafeMutex.h"
 
 namespace qbdkr {
 
@@ -26,14 +29,16 @@ class Openings {
                               const std::function<Outcome()>& work);
 
  private:
+  // A child that was forked has none of the threads that have a turn or wait for its end.
   struct Turn {
+    const pid_t process;
     Outcome outcome = Outcome::failed;
     bool hasEnded = false;
+    std::condition_variable_any ended;
   };
   class TurnEnd;
 
-  std::mutex mutex_;
-  std::condition_variable ended_;
+  ForkSafeMutex mutex_;
   std::map<std::string, std::shared_ptr<Turn>> turns_;  // those that have not ended
 };
 

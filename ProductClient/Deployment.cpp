@@ -17,6 +17,7 @@
 #include "Platform/Files.h"
 #include "Platform/Log.h"
 #include "Platform/Workspace.h"
+#include "ProductClient/ProductRequest.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {
@@ -68,8 +69,7 @@ void QBHPHelperCommunicate::extractHelper() {
     }
     if (QBHPProcessList::share().applicationIsRunning(view(configuration.bundleIdentifier),
                                                       installed)) {
-      const auto [product, productVersion] = this->product();
-      QBHPHelperControl::share().exitHelper(view(product), view(productVersion));
+      post(&QBHPHelperControl::exitHelper);
     }
     if (const auto error = removeItem(installed)) {
       log("remove %@ error %@", {installed, describeBelow(installed, *error)});

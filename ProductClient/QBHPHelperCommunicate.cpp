@@ -12,6 +12,7 @@
 #include "Platform/UserDefaults.h"
 #include "ProductClient/DetachedThread.h"
 #include "ProductClient/LivenessChecks.h"
+#include "ProductClient/ProductRequest.h"
 
 namespace qbdkr {
 namespace {
@@ -80,8 +81,7 @@ bool QBHPHelperCommunicate::isHelperSeverNotOpen(OSErr status) const {
 }
 
 OSErr QBHPHelperCommunicate::startHelper() {
-  const auto [identifier, version] = product();
-  const OSErr status = QBHPHelperControl::share().start(view(identifier), view(version));
+  const OSErr status = post(&QBHPHelperControl::start);
   if (status == noErr) isHelperAlive_ = true;
   firstStartPID();
   clientIDFormHelper();
@@ -91,15 +91,13 @@ OSErr QBHPHelperCommunicate::startHelper() {
 }
 
 OSErr QBHPHelperCommunicate::stopHelper() {
-  const auto [identifier, version] = product();
-  const OSErr status = QBHPHelperControl::share().stop(view(identifier), view(version));
+  const OSErr status = post(&QBHPHelperControl::stop);
   isHelperAlive_ = false;
   return status;
 }
 
 OSErr QBHPHelperCommunicate::isAliveHelper() {
-  const auto [identifier, version] = product();
-  const OSErr status = QBHPHelperControl::share().isAlive(view(identifier), view(version));
+  const OSErr status = post(&QBHPHelperControl::isAlive);
   const bool started = isHelperAlive_;
   log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
   if (status == noErr && !started) startHelper();
@@ -129,7 +127,7 @@ void QBHPHelperCommunicate::didCheckServerOpen(bool open, const Error* /*error*/
   isServerOpen_ = open;
 }
 
-QBHPHelperCommunicate::Product QBHPHelperCommunicate::product() const {
+QBHPHelperCommunicate::Product QBHPHelperCommunicate::product() {
   const std::lock_guard lock(mutex_);
   return {productID_, productVersion_};
 }

@@ -226,9 +226,25 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
     String identifier;
     String version;
   };
-  [[nodiscard]] Product product() const;
+  using Identity = Product (QBHPHelperCommunicate::*)();
+  [[nodiscard]] Product product();
   [[nodiscard]] Product productOfData();
-  OSErr collect(CollectionType type, Text target, Text key, Text value);
+
+  // Defined in ProductRequest.h.
+  template <class Result, class Service, class... Parameters, class... Arguments>
+  Result requestAs(Identity identity, Result withoutAnyMemory,
+                   Result (Service::*method)(Text, Text, Parameters...),
+                   const Arguments&... arguments);
+  template <class Method, class... Arguments>
+  OSErr post(Method method, const Arguments&... arguments);
+  template <class Method, class... Arguments>
+  OSErr checkAndPost(Method method, const Arguments&... arguments);
+  template <class Method, class... Arguments>
+  OSErr postForData(Method method, const Arguments&... arguments);
+  template <class Method>
+  String ask(Method method);
+  template <class Method>
+  QBHPSuiteInfo askForSuite(Method method);
 
   mutable ForkSafeMutex mutex_;  // guards the three texts
   String productID_;

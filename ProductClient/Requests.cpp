@@ -7,6 +7,7 @@
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPCustomerServiceByHelepr.h"
 #include "Platform/Log.h"
+#include "ProductClient/ProductRequest.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {
@@ -41,28 +42,16 @@ QBHPHelperCommunicate::Product QBHPHelperCommunicate::productOfData() {
   return {collectDataPID(), product().version};
 }
 
-OSErr QBHPHelperCommunicate::showHelper() {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPHelperControl::share().show(view(identifier), view(version));
-}
+OSErr QBHPHelperCommunicate::showHelper() { return checkAndPost(&QBHPHelperControl::show); }
 
-OSErr QBHPHelperCommunicate::hideHelper() {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPHelperControl::share().hide(view(identifier), view(version));
-}
+OSErr QBHPHelperCommunicate::hideHelper() { return checkAndPost(&QBHPHelperControl::hide); }
 
 OSErr QBHPHelperCommunicate::productReadyToUpgrade(bool ready) {
-  const auto [identifier, version] = product();
-  return QBHPUpgradeByHelper::share().productReadyToUpgrade(view(identifier), view(version),
-                                                            textOf(ready));
+  return post(&QBHPUpgradeByHelper::productReadyToUpgrade, textOf(ready));
 }
 
 OSErr QBHPHelperCommunicate::productUpgrade() {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPUpgradeByHelper::share().productUpgrade(view(identifier), view(version));
+  return checkAndPost(&QBHPUpgradeByHelper::productUpgrade);
 }
 
 void QBHPHelperCommunicate::setProductUpgradeDelegate(
@@ -77,91 +66,72 @@ QBHPProductUpgradeCallBackDelegate* QBHPHelperCommunicate::getProductUpgradeDele
 
 OSErr QBHPHelperCommunicate::uploadProductFile(Text email, Text filePath, Text title,
                                                Text description) {
-  const auto [identifier, version] = product();
-  return QBHPUploadByHelper::share().uploadProductFile(view(identifier), view(version), email,
-                                                       filePath, title, description);
+  return post(&QBHPUploadByHelper::uploadProductFile, email, filePath, title, description);
 }
 
 OSErr QBHPHelperCommunicate::uploadUserFile(Text email, Text filePath, Text title,
                                             Text description) {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPUploadByHelper::share().uploadUserFile(view(identifier), view(version), email,
-                                                    filePath, title, description);
+  return checkAndPost(&QBHPUploadByHelper::uploadUserFile, email, filePath, title, description);
 }
 
 OSErr QBHPHelperCommunicate::uploadLogByEmail(Text email, Text filePath, Text title,
                                               Text description) {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPUploadByHelper::share().uploadLog(view(identifier), view(version), email, filePath,
-                                               title, description);
+  return checkAndPost(&QBHPUploadByHelper::uploadLog, email, filePath, title, description);
 }
 
 OSErr QBHPHelperCommunicate::directUploadData() {
-  const auto [identifier, version] = productOfData();
-  return QBHPUploadByHelper::share().directUploadData(view(identifier), view(version));
-}
-
-OSErr QBHPHelperCommunicate::collect(CollectionType type, Text target, Text key, Text value) {
-  const auto [identifier, version] = productOfData();
-  return QBHPUploadByHelper::share().collectData(view(identifier), view(version), type, target, key,
-                                                 value);
+  return postForData(&QBHPUploadByHelper::directUploadData);
 }
 
 OSErr QBHPHelperCommunicate::customStringDataCollect(Text target, Text value) {
-  return collect(CollectionType::customString, target, std::nullopt, value);
+  return postForData(&QBHPUploadByHelper::collectData, CollectionType::customString, target, Text(),
+                     value);
 }
 
 OSErr QBHPHelperCommunicate::autoCreatedIncreaseDataCollect(Text target, Text key) {
-  return collect(CollectionType::createdCounter, target, key, std::nullopt);
+  return postForData(&QBHPUploadByHelper::collectData, CollectionType::createdCounter, target, key,
+                     Text());
 }
 
 OSErr QBHPHelperCommunicate::commIncreaseDataCollect(Text target, Text key) {
-  return collect(CollectionType::commonCounter, target, key, std::nullopt);
+  return postForData(&QBHPUploadByHelper::collectData, CollectionType::commonCounter, target, key,
+                     Text());
 }
 
 bool QBHPHelperCommunicate::productCollectStatus() {
-  const auto [identifier, version] = product();
-  const auto reply =
-      QBHPUploadByHelper::share().productCollectStatus(view(identifier), view(version));
+  const auto reply = ask(&QBHPUploadByHelper::productCollectStatus);
   log("---- result: %@", {view(reply)});
   return reply == "1";
 }
 
 OSErr QBHPHelperCommunicate::setProductCollectStatus(bool status) {
-  const auto [identifier, version] = product();
-  return QBHPUploadByHelper::share().setProductCollectStatus(view(identifier), view(version),
-                                                             textOf(status));
+  return post(&QBHPUploadByHelper::setProductCollectStatus, textOf(status));
 }
 
 String QBHPHelperCommunicate::netErrorPagePath() {
-  const auto [identifier, version] = product();
-  return QBHPUploadByHelper::share().netErrorPagePath(view(identifier), view(version));
+  return ask(&QBHPUploadByHelper::netErrorPagePath);
+}
+
+template <class Method>
+QBHPSuiteInfo QBHPHelperCommunicate::askForSuite(Method method) {
+  return withoutMemory(QBHPSuiteInfo::initWithDate(std::nullopt, 0, 0),
+                       [&] { return suiteInfo(ask(method)); });
 }
 
 QBHPSuiteInfo QBHPHelperCommunicate::unRegSuiteInfo() {
-  const auto [identifier, version] = product();
-  return suiteInfo(QBHPUploadByHelper::share().unRegSuiteInfo(view(identifier), view(version)));
+  return askForSuite(&QBHPUploadByHelper::unRegSuiteInfo);
 }
 
 QBHPSuiteInfo QBHPHelperCommunicate::regSuiteInfo() {
-  const auto [identifier, version] = product();
-  return suiteInfo(QBHPUploadByHelper::share().regSuiteInfo(view(identifier), view(version)));
+  return askForSuite(&QBHPUploadByHelper::regSuiteInfo);
 }
 
 OSErr QBHPHelperCommunicate::checkForHeleprMessage() {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPCustomerServiceByHelepr::share().checkForHeleprMessage(view(identifier),
-                                                                    view(version));
+  return checkAndPost(&QBHPCustomerServiceByHelepr::checkForHeleprMessage);
 }
 
 OSErr QBHPHelperCommunicate::customerserviceByEmail(Text email, Text attachment) {
-  if (const OSErr status = autoRestartHelper(); status != noErr) return status;
-  const auto [identifier, version] = product();
-  return QBHPCustomerServiceByHelepr::share().customerService(view(identifier), view(version),
-                                                              email, attachment);
+  return checkAndPost(&QBHPCustomerServiceByHelepr::customerService, email, attachment);
 }
 
 }  // namespace qbdkr

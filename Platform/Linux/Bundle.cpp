@@ -13,6 +13,7 @@
 #include "Platform/Linux/CachedDictionary.h"
 #include "Platform/Linux/EnclosingBundle.h"
 #include "Platform/Linux/Localization.h"
+#include "Platform/Linux/MemoryRelief.h"
 #include "Platform/NativeBundle.h"
 #include "Platform/PropertyListFile.h"
 
@@ -48,11 +49,17 @@ std::string_view withoutDeletedMark(std::string_view executable) {
 // Reads the information of any program's bundle. What such a file can cost is bounded, and paid
 // once at a time: several threads may walk the table of processes, and meet different files.
 DictionaryReading readForeignInformation(const std::string& path) {
+  static auto& reading = *new std::mutex;
+  const std::lock_guard lock(reading);
   auto contents = propertylist::contentsOfFile(path, propertylist::foreignBounds.bytes);
   if (!contents.bytes) return {std::nullopt, contents.isConclusive};
-  static auto& parsing = *new std::mutex;
-  const std::lock_guard lock(parsing);
-  return {propertylist::parseDictionary(*contents.bytes, propertylist::foreignBounds), true};
+  const std::size_t size = contents.bytes->size();
+  DictionaryReading result{propertylist::parseDictionary(*std::exchange(contents.bytes, {}),
+                                                         propertylist::foreignBounds),
+                           true};
+  // Each thread that reads would keep as much for itself.
+  releaseFreeMemoryAfterUseOf(size);
+  return result;
 }
 
 std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {

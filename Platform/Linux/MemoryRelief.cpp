@@ -11,6 +11,10 @@ constexpr std::size_t peak = std::size_t{256} << 10U;  // bytes
 
 }  // namespace
 
+void releaseFreeMemoryAfterUseOf(std::size_t bytes) {
+  if (bytes >= peak) malloc_trim(0);
+}
+
 void MemoryRelief::afterUseOf(std::size_t bytes) {
   if (bytes < peak) return;
   if (quiet_) {

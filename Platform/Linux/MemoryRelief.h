@@ -6,6 +6,9 @@
 
 namespace qbdkr {
 
+// Gives the allocator's free memory back at once, on any thread, if that many bytes were needed.
+void releaseFreeMemoryAfterUseOf(std::size_t bytes);
+
 // Gives the allocator's free memory back to the system after a peak, which it would keep for the
 // life of the process. Belongs to the main run loop, and works when that has nothing else to do.
 class MemoryRelief {

@@ -100,9 +100,13 @@ void waitForThreads(pid_t process, std::size_t wanted) {
 
 // Forty guarded requests with a helper agent that cannot start: each checks on its own, and each
 // check walks the table of processes.
-void expectModestHostBeside(const std::string& information) {
+void expectModestHostBeside(const std::string& information, int processes = 1) {
   Scene scene;
-  const ForeignProcess foreign(scene.directory() / "Foreign", "Foreign", information);
+  std::vector<std::unique_ptr<ForeignProcess>> foreign;
+  for (int i = 0; i < processes; ++i) {
+    foreign.push_back(std::make_unique<ForeignProcess>(scene.directory() / "Foreign",
+                                                       "Foreign" + std::to_string(i), information));
+  }
   scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
   const auto host = scene.start(scene.makeHost("Host", "1.0"));
   host->call("bundle");
@@ -122,6 +126,13 @@ TEST(ProcessStorm, BesideACutListOf7MBAHostStaysModest) {
 
 TEST(ProcessStorm, BesideAValidListOf7MBAHostStaysModest) {
   expectModestHostBeside(valid(pairs(sevenMegabytes)));
+}
+
+// Each is just within the bounds, and all together are more than is remembered.
+TEST(ProcessStorm, BesideADozenListsOf1MBAHostStaysModest) {
+  expectModestHostBeside(
+      valid(pairs(300'000) + "<key>Long</key><string>" + std::string(700'000, 'l') + "</string>"),
+      12);
 }
 
 TEST(ProcessStorm, BesideAListOfManyValuesAHostStaysModest) {

@@ -45,7 +45,9 @@ FailingMemory::FailingMemory(std::size_t others) {
   left = others;
 }
 
-FailingMemory::~FailingMemory() { left = never; }
+FailingMemory::~FailingMemory() { stop(); }
+
+void FailingMemory::stop() { left = never; }
 
 bool FailingMemory::hasFailed() { return failed; }
 

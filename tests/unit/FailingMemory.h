@@ -12,7 +12,10 @@ class FailingMemory {
   FailingMemory& operator=(const FailingMemory&) = delete;
   ~FailingMemory();
 
-  // Whether there were as many.
+  // Lets no further allocation fail.
+  static void stop();
+
+  // Whether one has failed.
   [[nodiscard]] static bool hasFailed();
 };
 

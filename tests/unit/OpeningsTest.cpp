@@ -1,4 +1,6 @@
 #include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstddef>
@@ -111,6 +113,26 @@ TEST(Openings, AnotherBundleIsNoneOfItsBusiness) {
   Openings openings;
   const Leader leader(openings);
   EXPECT_EQ(openings.join("/other.app", atOnce(), [] { return Outcome::opened; }), Outcome::opened);
+}
+
+TEST(Openings, ForkedChildDoesNotWaitForAThreadOfItsParent) {
+  Openings openings;
+  Leader leader(openings);
+  Others others(openings);
+  const pid_t child = fork();
+  if (child == 0) {
+    alarm(20);
+    bool holds = true;
+    for (int i = 0; i < 2; ++i) {
+      holds &= openings.join(path, never(), [] { return Outcome::opened; }) == Outcome::opened;
+    }
+    _exit(holds ? 0 : 1);
+  }
+  int status = -1;
+  ASSERT_EQ(waitpid(child, &status, 0), child);
+  EXPECT_EQ(status, 0);
+  EXPECT_EQ(leader.finish(Outcome::failed), Outcome::failed);
+  EXPECT_EQ(others.outcomes(), std::vector<std::optional<Outcome>>(Others::count, Outcome::failed));
 }
 
 TEST(Openings, AtTheDeadlineThereIsNoOutcome) {

@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "ClientComm/Exceptions.h"
+#include "FailingMemory.h"
 #include "Host.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
@@ -48,7 +49,10 @@ struct Request {
 std::string told(OSErr status) { return std::to_string(status); }
 std::string told(bool flag) { return flag ? "yes" : "no"; }
 std::string told(const String& text) { return text.value_or("(absent)"); }
-std::string told(const QBHPSuiteInfo& info) { return info.description(); }
+std::string told(const QBHPSuiteInfo& info) {
+  FailingMemory::stop();  // the request is over
+  return info.description();
+}
 
 const char* const status = "-1743";
 
@@ -283,6 +287,34 @@ TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
     transport.reset();
     while (threads.count() > 0) threads.runNext();
     EXPECT_TRUE(transport.sent().empty());
+  });
+}
+
+TEST_F(Requests, EachAllocationOfEachMayFail) {
+  PropertyList::Dictionary info = hostInformation();
+  info.set("PID", std::string(100, '7'));
+  inUsedHost(info, [this](const Host&) {
+    auto& communicator = Communicator::share();
+    communicator.setCollectDataPID(std::string(100, 'd'));
+    for (int i = 0; i < 10; ++i) communicator.autoRestartHelper();  // further ones add no thread
+    for (const Request& request : requests()) {
+      SCOPED_TRACE(request.name);
+      transport.reset();
+      transport.answerWith({someStatus, someReply});
+      std::string result;
+      std::size_t allocations = 0;
+      for (bool failed = true; failed; ++allocations) {
+        const FailingMemory memory(allocations);
+        try {
+          result = request.call(communicator);
+        } catch (const std::exception& exception) {
+          ADD_FAILURE() << allocations << ": " << exception.what();
+        }
+        failed = FailingMemory::hasFailed();
+      }
+      EXPECT_EQ(result, request.result);
+      EXPECT_GT(allocations, 5U);
+    }
   });
 }
 
