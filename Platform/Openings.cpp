@@ -1,7 +1,5 @@
 #include "Platform/Openings.h"
 
-#include <unistd.h>
-
 #include <mutex>
 
 namespace qbdkr {
@@ -31,7 +29,7 @@ class Openings::TurnEnd {
 std::optional<Openings::Outcome> Openings::join(const std::string& bundlePath,
                                                 Clock::time_point deadline,
                                                 const std::function<Outcome()>& work) {
-  const auto own = std::make_shared<Turn>(getpid());
+  const auto own = std::make_shared<Turn>();
   {
     std::unique_lock lock(mutex_);
     auto& turn = turns_[bundlePath];

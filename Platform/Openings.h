@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -31,7 +32,7 @@ class Openings {
  private:
   // A child that was forked has none of the threads that have a turn or wait for its end.
   struct Turn {
-    const pid_t process;
+    const pid_t process = getpid();
     Outcome outcome = Outcome::failed;
     bool hasEnded = false;
     std::condition_variable_any ended;
