@@ -196,9 +196,12 @@ TEST_F(Identity, ABusThatDiesWhileASenderIsAskedForIsUsedAgain) {
     scene.bus().start();
     Peer::outsideBundles(scene).awaitOwner(scene.hostID());
   }
-  settle();
+  // The second one shows that no room was lost, and that the connection is still read.
+  for (std::size_t i = 1; i <= 2; ++i) {
+    settle();
+    EXPECT_EQ(reports(), i);
+  }
   EXPECT_EQ(host->call("senders"), scene.identifier("Fence") + ' ');
-  EXPECT_EQ(reports(), 1U);
 }
 
 TEST_F(Identity, ALostConnectionForQuestionsIsMadeAgain) {
