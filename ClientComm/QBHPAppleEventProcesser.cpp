@@ -4,10 +4,9 @@
 
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
-#include "Platform/BundleIdentifier.h"
 #include "Platform/Log.h"
-#include "Platform/RPCEvent.h"
-#include "Platform/SerialNumber.h"
+#include "Platform/RPCAppleEvent.h"
+#include "Platform/RPCTransport.h"
 
 namespace qbdkr {
 namespace {
@@ -30,38 +29,6 @@ class MakingOf {
   std::optional<std::string_view> before_;
 };
 
-String textOfItem(const AppleEventDescriptor* list, std::size_t index) {
-  const AppleEventDescriptor* item = list == nullptr ? nullptr : list->descriptorAtIndex(index);
-  return item == nullptr ? std::nullopt : item->stringValue();
-}
-
-// No list has no texts.
-std::vector<std::string> textsOf(const AppleEventDescriptor* list) {
-  const std::size_t count = list == nullptr ? 0 : list->numberOfItems();
-  std::vector<std::string> texts;
-  texts.reserve(count);
-  for (std::size_t i = 1; i <= count; ++i) {
-    auto text = textOfItem(list, i);
-    if (!text) throw InvalidArgumentException("an argument of an RPC event is not text");
-    texts.push_back(*std::move(text));
-  }
-  return texts;
-}
-
-// The bundle identifier of the application that sent an event; absent if its process is not known
-// or belongs to no application.
-String senderOf(const AppleEvent& event) {
-  const AppleEventDescriptor* address = event.attributeDescriptor(keyAddressAttr);
-  if (address == nullptr) return std::nullopt;
-  const auto serial = address->coerceToDescriptorType(typeProcessSerialNumber);
-  const auto number = serial ? serialNumberFromBytes(serial->data()) : std::nullopt;
-  if (!number) return std::nullopt;
-  // It may run another program since: the transport that heard it first knows better.
-  if (const auto* known = event.attributeDescriptor(keySenderBundleIDAttr))
-    return known->stringValue();
-  return bundleIdentifierOf(*number);
-}
-
 }  // namespace
 
 QBHPAppleEventProcesser& QBHPAppleEventProcesser::share() {
@@ -74,14 +41,11 @@ QBHPAppleEventProcesser::QBHPAppleEventProcesser() { regist(); }
 QBHPAppleEventProcesser::~QBHPAppleEventProcesser() { unRegist(); }
 
 void QBHPAppleEventProcesser::regist() {
-  AppleEventTransport::shared().setEventHandler(
-      kCoreEventClass, kAECall,
-      [this](const AppleEvent& event, AppleEvent& reply) { process(event, reply); });
+  RPCTransport::shared().setHandler(
+      [this](const RPCEvent& event, const String& sender) { return dispatch(event, sender); });
 }
 
-void QBHPAppleEventProcesser::unRegist() {
-  AppleEventTransport::shared().removeEventHandler(kCoreEventClass, kAECall);
-}
+void QBHPAppleEventProcesser::unRegist() { RPCTransport::shared().removeHandler(); }
 
 void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object,
                                                         std::string_view forKey) {
@@ -103,16 +67,15 @@ void QBHPAppleEventProcesser::removeObjectforKeyToMapTable(std::string_view clas
 }
 
 void QBHPAppleEventProcesser::process(const AppleEvent& event, AppleEvent& withReplyEvent) {
-  const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
-  const auto texts =
-      textsOf(directObject == nullptr ? nullptr : directObject->descriptorAtIndex(3));
-  const String className = textOfItem(directObject, 1);
-  const String method = textOfItem(directObject, 2);
-  const std::vector<Text> parameter(texts.begin(), texts.end());
-  auto result = reflection(view(className), view(method), parameter, view(senderOf(event)));
-  if (!result) return;
-  withReplyEvent.setParamDescriptor(keyDirectObject,
-                                    AppleEventDescriptor::withString(*std::move(result)));
+  const auto read = rpcEventOf(event);
+  if (!read) throw InvalidArgumentException("an argument of an RPC event is not text");
+  auto result = dispatch(*read, senderOf(event));
+  if (result) setResult(withReplyEvent, *std::move(result));
+}
+
+String QBHPAppleEventProcesser::dispatch(const RPCEvent& event, const String& sender) {
+  const std::vector<Text> parameter(event.arguments.begin(), event.arguments.end());
+  return reflection(view(event.className), view(event.methodName), parameter, view(sender));
 }
 
 String QBHPAppleEventProcesser::reflection(Text className, Text method,

@@ -12,6 +12,7 @@
 #include "ClientComm/Text.h"
 #include "Platform/AppleEvent.h"
 #include "Platform/Export.h"
+#include "Platform/RPCEvent.h"
 
 namespace qbdkr {
 
@@ -46,13 +47,14 @@ class QBDKR_EXPORT QBHPAppleEventProcesser {
   // object is therefore destroyed on the main thread, or while no event can come for it.
   void removeObjectforKeyToMapTable(std::string_view className);
 
-  // Handles one event, whose sender the platform vouches for, and stores a result in the reply.
-  // A name that is missing or not text counts as absent, and a missing list has no arguments. Only
-  // an argument that is not text throws InvalidArgumentException, before anything is called; the
-  // platform answers it. Blocks as the method does.
+  // Handles one event in its form on macOS, whose sender the system vouches for, and stores a
+  // result in the reply. A name that is missing or not text counts as absent, and a missing list
+  // has no arguments. Only an argument that is not text throws InvalidArgumentException, before
+  // anything is called; the platform answers it. Blocks as the method does.
   void process(const AppleEvent& event, AppleEvent& withReplyEvent);
 
  private:
+  String dispatch(const RPCEvent& event, const String& sender);
   String reflection(Text className, Text method, std::span<const Text> parameter, Text bundleID);
   QBHPAppEventBase* objectForClass(std::string_view className);
   QBHPAppEventBase* registeredObject(std::string_view className);

@@ -6,6 +6,7 @@
 #include "ClientComm/Text.h"
 #include "Platform/AppleEvent.h"
 #include "Platform/Export.h"
+#include "Platform/RPCEvent.h"
 #include "Platform/Status.h"
 
 namespace qbdkr {
@@ -46,12 +47,15 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   OSErr sendEvnet(Text className, Text selectName, Arguments args);
   OSErr sendEvnet(Text className, Text selectName, Arguments args, String& result);
 
+  // Builds the Apple event that such a request is on macOS, and sends nothing.
+  [[nodiscard]] AppleEvent createEvnet(Text bundleID, Text className, Text selectName,
+                                       Arguments args) const;
+
   // The bundle identifier of the helper agent; absent when the host names none.
   [[nodiscard]] const String& helperBundleID() const { return helperBundleID_; }
 
  private:
-  [[nodiscard]] AppleEvent createEvnet(Text bundleID, Text className, Text selectName,
-                                       Arguments args) const;
+  [[nodiscard]] RPCTarget target(Text bundleID) const;
 
   String helperBundleID_;
   String requiredPlace_;  // of the helper agent's executable; absent: anywhere

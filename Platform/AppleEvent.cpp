@@ -1,7 +1,11 @@
 #include "Platform/AppleEvent.h"
 
 #include <algorithm>
-#include <atomic>
+#include <cstring>
+
+#include "Platform/ProcessTable.h"
+#include "Platform/SerialNumber.h"
+#include "Platform/Status.h"
 
 namespace qbdkr {
 
@@ -34,7 +38,15 @@ bool AppleEventDescriptor::insertDescriptor(AppleEventDescriptor&& item, std::si
 std::optional<AppleEventDescriptor> AppleEventDescriptor::coerceToDescriptorType(
     FourCharCode type) const {
   if (type == type_) return *this;
-  return platformCoercion(*this, type);
+  std::int32_t processID = 0;
+  if (type != typeProcessSerialNumber || type_ != typeKernelProcessID ||
+      bytes_.size() != sizeof processID) {
+    return std::nullopt;
+  }
+  std::memcpy(&processID, bytes_.data(), sizeof processID);
+  ProcessSerialNumber number{};
+  if (getProcessForPID(processID, &number) != noErr) return std::nullopt;
+  return withBytes(typeProcessSerialNumber, bytesOfSerialNumber(number));
 }
 
 AppleEvent::AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
@@ -44,12 +56,6 @@ AppleEvent::AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEvent
       target_(std::move(target)),
       returnID_(returnID),
       transactionID_(transactionID) {}
-
-namespace {
-
-std::atomic<AppleEventTransport*> replacement{nullptr};
-
-}  // namespace
 
 const AppleEventDescriptor* AppleEvent::Fields::find(FourCharCode keyword) const {
   if (first && first->first == keyword) return &first->second;
@@ -84,15 +90,6 @@ void AppleEvent::setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&&
 
 void AppleEvent::setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value) {
   attributes_.set(keyword, std::move(value));
-}
-
-AppleEventTransport& AppleEventTransport::shared() {
-  if (AppleEventTransport* transport = replacement.load()) return *transport;
-  return platformAppleEventTransport();
-}
-
-void AppleEventTransport::replaceShared(AppleEventTransport* transport) {
-  replacement.store(transport);
 }
 
 }  // namespace qbdkr

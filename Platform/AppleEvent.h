@@ -2,7 +2,6 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <functional>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -10,7 +9,6 @@
 #include <vector>
 
 #include "Platform/Export.h"
-#include "Platform/Status.h"
 
 namespace qbdkr {
 
@@ -77,8 +75,8 @@ class QBDKR_EXPORT AppleEventDescriptor {
   // not a list and for an index further out.
   bool insertDescriptor(AppleEventDescriptor&& item, std::size_t index);
 
-  // This value as another type; absent where the platform knows no such coercion. Text stays text;
-  // the address of a process ('kpid') becomes its serial number ('psn ', 8 bytes).
+  // This value as another type; absent for a coercion that RPC events do not need. A value has its
+  // own type already; the ID of a process ('kpid') becomes its serial number ('psn ', 8 bytes).
   [[nodiscard]] std::optional<AppleEventDescriptor> coerceToDescriptorType(FourCharCode type) const;
 
   bool operator==(const AppleEventDescriptor&) const = default;
@@ -103,12 +101,6 @@ class QBDKR_EXPORT AppleEvent {
   [[nodiscard]] FourCharCode eventClass() const { return eventClass_; }
   [[nodiscard]] FourCharCode eventID() const { return eventID_; }
   [[nodiscard]] const AppleEventDescriptor& target() const { return target_; }
-  // The directory in which the executable of the target must lie; absent: anywhere. The transport
-  // alone needs to know, so it does not travel.
-  [[nodiscard]] const std::optional<std::string>& targetDirectory() const {
-    return targetDirectory_;
-  }
-  void setTargetDirectory(std::string directory) { targetDirectory_ = std::move(directory); }
   [[nodiscard]] std::int16_t returnID() const { return returnID_; }
   [[nodiscard]] std::int32_t transactionID() const { return transactionID_; }
 
@@ -133,56 +125,10 @@ class QBDKR_EXPORT AppleEvent {
   FourCharCode eventClass_ = typeNull;
   FourCharCode eventID_ = typeNull;
   AppleEventDescriptor target_;
-  std::optional<std::string> targetDirectory_;
   std::int16_t returnID_ = kAutoGenerateReturnID;
   std::int32_t transactionID_ = kAnyTransactionID;
   Fields params_;
   Fields attributes_;
 };
-
-// The road events take between processes. The platform's own is used unless a test put another in
-// its place.
-class QBDKR_EXPORT AppleEventTransport {
- public:
-  // Called on the main thread's run loop with an event from outside; what it stores in the reply
-  // goes back to the sender. An exception that leaves it is the platform's to answer.
-  using EventHandler = std::function<void(const AppleEvent& event, AppleEvent& reply)>;
-
-  virtual ~AppleEventTransport() = default;
-
-  // Sends one event from any thread and returns its status. It carries RPC events alone ('aevt',
-  // 'call'): to a bundle identifier, with a direct object of a class name, a method name and a list
-  // of texts, all UTF-8 without a NUL, the names of 1 MiB at most, the texts 262,144 and 64 MiB at
-  // most; paramErr for every other. Parameters beside the direct object do not travel. A target
-  // outside the directory that the event asks for gets nothing, which is errAEEventNotPermitted;
-  // on macOS, where it cannot be told, the directory is not regarded. With
-  // kAENoReply it does not wait for the peer: 0 says posted. (When the system's own bus is stuck it
-  // waits for that, 5 s at most at a time.) With kAEWaitReply the thread waits for the answer,
-  // whose text is stored in reply, if it has one; other threads go on sending meanwhile. An answer
-  // of more than 64 MiB is errAEEventNotHandled. The time-out is in ticks of 1/60 s, more than 0,
-  // or one of the two constants above.
-  virtual OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
-                            long timeout) = 0;
-
-  // Installs the one handler of an event class and ID, from any thread, without waiting.
-  virtual void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
-                               EventHandler handler) = 0;
-  virtual void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) = 0;
-
-  // Says in one line why events that are posted with status 0 may not arrive. Absent if no reason
-  // is known; one is found out when this process first sends. Any thread, without waiting.
-  [[nodiscard]] virtual std::optional<std::string> knownObstacle() const { return std::nullopt; }
-
-  static AppleEventTransport& shared();
-
-  // Puts a transport in the place of the platform's (null: the platform's again). For tests, before
-  // any other use; the caller keeps it alive.
-  static void replaceShared(AppleEventTransport* transport);
-};
-
-// What a platform implements.
-AppleEventTransport& platformAppleEventTransport();
-std::optional<AppleEventDescriptor> platformCoercion(const AppleEventDescriptor& from,
-                                                     FourCharCode type);
 
 }  // namespace qbdkr

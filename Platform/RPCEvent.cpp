@@ -1,47 +1,15 @@
 #include "Platform/RPCEvent.h"
 
+#include <algorithm>
+
 #include "Platform/Text.h"
 
 namespace qbdkr {
-namespace {
 
-bool isText(const AppleEventDescriptor& item) {
-  return item.descriptorType() == typeUnicodeText && isSendable(item.data());
+RPCTarget RPCTarget::withBundleID(std::string_view bundleID) {
+  const std::size_t count = std::min(bundleID.size(), utf16Length(bundleID));
+  return {std::string(bundleID.substr(0, count)), std::nullopt};
 }
-
-bool isName(const AppleEventDescriptor& item) {
-  return isText(item) && item.data().size() <= longestEventName;
-}
-
-// What is no text has no characters.
-bool hasGoodText(const AppleEventDescriptor& item) {
-  return item.descriptorType() != typeUnicodeText || isSendable(item.data());
-}
-
-bool fitsName(const AppleEventDescriptor* item) {
-  return item == nullptr || (item->data().size() <= longestEventName && hasGoodText(*item));
-}
-
-bool fitItems(const AppleEventDescriptor& list, bool (*isGood)(const AppleEventDescriptor&)) {
-  EventAllowance allowance;
-  for (std::size_t i = 1; i <= list.numberOfItems(); ++i) {
-    const AppleEventDescriptor& item = *list.descriptorAtIndex(i);
-    if (!isGood(item) || !allowance.take(item.data())) return false;
-  }
-  return true;
-}
-
-bool isListOfTexts(const AppleEventDescriptor& list) {
-  return list.descriptorType() == typeAEList && fitItems(list, isText);
-}
-
-bool isRPCObject(const AppleEventDescriptor& directObject) {
-  return directObject.numberOfItems() == 3 && isName(*directObject.descriptorAtIndex(1)) &&
-         isName(*directObject.descriptorAtIndex(2)) &&
-         isListOfTexts(*directObject.descriptorAtIndex(3));
-}
-
-}  // namespace
 
 bool isSendable(std::string_view text) {
   // Every text of every event comes by here. Without an early end the loop takes many bytes at a
@@ -56,23 +24,34 @@ bool isSendable(std::string_view text) {
   return all < 0x80 || isValidUTF8(text);
 }
 
-bool isWithinBounds(const AppleEventDescriptor& directObject) {
-  const AppleEventDescriptor* list = directObject.descriptorAtIndex(3);
-  return fitsName(directObject.descriptorAtIndex(1)) &&
-         fitsName(directObject.descriptorAtIndex(2)) &&
-         (list == nullptr || fitItems(*list, hasGoodText));
+bool EventAllowance::takeName(std::string_view name) {
+  if (name.size() > longestEventName || !isSendable(name)) return false;
+  names_ += name.size();
+  return true;
 }
 
-bool isRPCEvent(FourCharCode eventClass, FourCharCode eventID) {
-  return eventClass == kCoreEventClass && eventID == kAECall;
+bool EventAllowance::takeArgument(std::string_view text) {
+  // Its length and its end, on the bus, which takes no longer list.
+  constexpr std::size_t perText = 8;
+  if (texts_ == 0 || text.size() + perText > content_ || !isSendable(text)) {
+    texts_ = 0;
+    return false;
+  }
+  --texts_;
+  content_ -= text.size() + perText;
+  return true;
 }
 
-bool isRPCEvent(const AppleEvent& event) {
-  const AppleEventDescriptor& target = event.target();
-  const AppleEventDescriptor* object = event.paramDescriptor(keyDirectObject);
-  return isRPCEvent(event.eventClass(), event.eventID()) &&
-         target.descriptorType() == typeApplicationBundleID &&
-         target.data().find('\0') == std::string::npos && object != nullptr && isRPCObject(*object);
+bool isSendable(const RPCEvent& event) {
+  EventAllowance allowance;
+  return (!event.className || allowance.takeName(*event.className)) &&
+         (!event.methodName || allowance.takeName(*event.methodName)) &&
+         std::ranges::all_of(event.arguments,
+                             [&](const std::string& text) { return allowance.takeArgument(text); });
+}
+
+bool isSendableResult(std::string_view text) {
+  return text.size() <= mostEventContent && isSendable(text);
 }
 
 }  // namespace qbdkr

@@ -1,56 +1,67 @@
 #pragma once
 
 #include <cstddef>
+#include <optional>
+#include <string>
 #include <string_view>
-
-#include "Platform/AppleEvent.h"
+#include <vector>
 
 namespace qbdkr {
 
-// What every transport carries, and nothing else: an RPC event. Its direct object is the name of a
-// class, the name of a method and a list of texts. The bounds hold for what is sent and for what
-// comes in.
-inline constexpr std::size_t longestEventName = std::size_t{1} << 20U;   // bytes
-inline constexpr std::size_t mostEventTexts = std::size_t{1} << 18U;     // of the list
-inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes, 8 for each text
+// What travels between a host and its helper agent: the name of a service class, the full name of
+// one of its methods, and texts for it, all in UTF-8. An event that came in may lack a name; an
+// absent name is sent as an empty one.
+struct RPCEvent {
+  std::optional<std::string> className;
+  std::optional<std::string> methodName;
+  std::vector<std::string> arguments;
 
-// The bundle identifier of the application that sent an event: text, or null for a process that is
-// no application. For a transport that decided it when it first heard the sender; it does not
-// travel.
-inline constexpr FourCharCode keySenderBundleIDAttr = fourCharCode("sbid");
+  bool operator==(const RPCEvent&) const = default;
+};
+
+// To whom an event is sent.
+struct RPCTarget {
+  // The application with that identifier. Of its UTF-8 there are as many bytes as the identifier
+  // has UTF-16 units, on purpose: peers have always been addressed so. Identifiers are ASCII in
+  // practice, where both are the same.
+  [[nodiscard]] static RPCTarget withBundleID(std::string_view bundleID);
+
+  std::string bundleID;  // may end within a character
+  // The directory in which the target's executable must lie; absent: anywhere. Does not travel.
+  std::optional<std::string> directory;
+
+  bool operator==(const RPCTarget&) const = default;
+};
+
+// The bounds of an event, for what is sent and for what comes in.
+inline constexpr std::size_t longestEventName = std::size_t{1} << 20U;   // bytes
+inline constexpr std::size_t mostEventTexts = std::size_t{1} << 18U;     // arguments
+inline constexpr std::size_t mostEventContent = std::size_t{64} << 20U;  // bytes, 8 for each text
 
 // Whether a text may go from one process to another: UTF-8 without a NUL.
 [[nodiscard]] bool isSendable(std::string_view text);
 
-// Whether a direct object that came in can be handed on: what stands for the names and the list is
-// within the bounds, and each text in it is one that can be sent. Its form is the dispatcher's to
-// judge.
-[[nodiscard]] bool isWithinBounds(const AppleEventDescriptor& directObject);
-
-// Whether an event can be sent: of this class and ID, with such an object, and addressed by bundle
-// identifier.
-[[nodiscard]] bool isRPCEvent(const AppleEvent& event);
-[[nodiscard]] bool isRPCEvent(FourCharCode eventClass, FourCharCode eventID);
-
-// Counts what the texts of one event take up.
+// Judges the texts of one event as they are read: each can be sent, and together they are within
+// the bounds.
 class EventAllowance {
  public:
-  // False from the first text on that is too much.
-  [[nodiscard]] bool take(std::string_view text) {
-    // Its length and its end, on the bus, which takes no longer list.
-    constexpr std::size_t perText = 8;
-    if (texts_ == 0 || text.size() + perText > content_) {
-      texts_ = 0;
-      return false;
-    }
-    --texts_;
-    content_ -= text.size() + perText;
-    return true;
-  }
+  [[nodiscard]] bool takeName(std::string_view name);
+  // False from the first text on that is refused.
+  [[nodiscard]] bool takeArgument(std::string_view text);
+
+  // Bytes of the names and arguments so far.
+  [[nodiscard]] std::size_t used() const { return names_ + mostEventContent - content_; }
 
  private:
+  std::size_t names_ = 0;
   std::size_t texts_ = mostEventTexts;
   std::size_t content_ = mostEventContent;
 };
+
+// Whether an event can be sent: its texts pass.
+[[nodiscard]] bool isSendable(const RPCEvent& event);
+
+// Whether a text can be the result of a method: sendable, and of 64 MiB at most.
+[[nodiscard]] bool isSendableResult(std::string_view text);
 
 }  // namespace qbdkr

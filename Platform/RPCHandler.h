@@ -1,53 +1,30 @@
 #pragma once
 
-#include <functional>
 #include <mutex>
 #include <optional>
 #include <string>
 
-#include "Platform/AppleEvent.h"
+#include "Platform/RPCTransport.h"
 
 namespace qbdkr {
 
-// The handler of RPC events, which every transport calls alike with what came in.
+// The handler of a transport, which every platform calls alike with what came in.
 class RPCHandler {
  public:
-  // What the sender gets. No result is an empty text.
-  struct Answer {
-    OSErr status = noErr;
-    std::string result;
-  };
-
   // Any thread; null for none.
-  void set(AppleEventTransport::EventHandler handler);
+  void set(RPCTransport::Handler handler);
   [[nodiscard]] bool isSet() const;
 
-  // Reads the direct object of the event that came in; absent if it is refused. An event without
-  // one gives the null descriptor.
-  using DirectObject = std::function<std::optional<AppleEventDescriptor>()>;
-
-  // What a transport knows of the sender: the two attributes of the event. Without a bundle
-  // identifier it is the address that tells it.
-  struct Sender {
-    std::optional<AppleEventDescriptor> address;
-    std::optional<AppleEventDescriptor> bundleID;
-  };
-  using SenderOf = std::function<Sender()>;
-
-  // Calls the handler. errAEEventNotHandled when there is none, paramErr when the direct object was
-  // refused or is beyond the bounds of an RPC event, errAEEventFailed when the handler throws or
-  // its result cannot be sent. The sender is asked for last.
-  [[nodiscard]] Answer handle(const DirectObject& directObject,
-                              const SenderOf& sender) const noexcept;
-
-  // The status of handle() as far as it needs no sender: noErr if the handler would be called.
-  [[nodiscard]] OSErr refusal(const DirectObject& directObject) const;
+  // Calls the handler. errAEEventNotHandled when there is none, errAEEventFailed when it throws or
+  // its result cannot be sent.
+  [[nodiscard]] RPCTransport::Answer handle(
+      const RPCEvent& event, const std::optional<std::string>& sender) const noexcept;
 
  private:
-  [[nodiscard]] AppleEventTransport::EventHandler handler() const;
+  [[nodiscard]] RPCTransport::Handler handler() const;
 
   mutable std::mutex mutex_;
-  AppleEventTransport::EventHandler handler_;
+  RPCTransport::Handler handler_;
 };
 
 }  // namespace qbdkr

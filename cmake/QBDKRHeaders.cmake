@@ -11,6 +11,8 @@ set(QBDKR_COMM_HEADERS
   Platform/Log.h
   Platform/ProcessTable.h
   Platform/PropertyList.h
+  Platform/RPCEvent.h
+  Platform/RPCTransport.h
   Platform/RunLoop.h
   Platform/Status.h
   Platform/Text.h

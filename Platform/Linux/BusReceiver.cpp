@@ -10,7 +10,6 @@
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/MainEventLoop.h"
 #include "Platform/Log.h"
-#include "Platform/RPCEvent.h"
 #include "Platform/RunLoop.h"
 
 namespace qbdkr {
@@ -23,63 +22,27 @@ constexpr std::size_t mostSenders = 256;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
 
-AppleEventDescriptor processAddress(pid_t processID) {
-  const auto value = static_cast<std::int32_t>(processID);
-  std::string bytes(sizeof value, '\0');
-  std::copy_n(reinterpret_cast<const char*>(&value), sizeof value, bytes.begin());
-  return AppleEventDescriptor::withBytes(typeKernelProcessID, std::move(bytes));
-}
-
-RPCHandler::Sender senderOf(const PeerIdentity& peer) {
-  if (peer.processID <= 0) return {};
-  return {processAddress(peer.processID), peer.bundleID
-                                              ? AppleEventDescriptor::withString(*peer.bundleID)
-                                              : AppleEventDescriptor()};
-}
-
-// The direct object of the event that a call stands for; absent when the message is not of the
-// form, or has more texts than any event may have.
-std::optional<AppleEventDescriptor> readDirectObject(sd_bus_message* message) {
+bool readNames(sd_bus_message* message, RPCEvent& event, EventAllowance& allowance) {
   const char* className = nullptr;
   const char* methodName = nullptr;
-  if (sd_bus_message_rewind(message, 1) < 0 ||
-      sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
-      sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "s") <= 0) {
-    return std::nullopt;
+  if (sd_bus_message_read(message, "ss", &className, &methodName) <= 0 ||
+      !allowance.takeName(className) || !allowance.takeName(methodName)) {
+    return false;
   }
-  auto arguments = AppleEventDescriptor::list();
-  const char* argument = nullptr;
-  EventAllowance allowance;
+  event.className = className;
+  event.methodName = methodName;
+  return true;
+}
+
+bool readArguments(sd_bus_message* message, RPCEvent& event, EventAllowance& allowance) {
+  if (sd_bus_message_enter_container(message, SD_BUS_TYPE_ARRAY, "s") <= 0) return false;
+  const char* text = nullptr;
   int result = 0;
-  while ((result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &argument)) > 0) {
-    if (!allowance.take(argument)) return std::nullopt;
-    arguments.insertDescriptor(AppleEventDescriptor::withString(argument), 0);
+  while ((result = sd_bus_message_read_basic(message, SD_BUS_TYPE_STRING, &text)) > 0) {
+    if (!allowance.takeArgument(text)) return false;
+    event.arguments.emplace_back(text);
   }
-  if (result < 0) return std::nullopt;
-  auto directObject = AppleEventDescriptor::list();
-  directObject.insertDescriptor(AppleEventDescriptor::withString(className), 1);
-  directObject.insertDescriptor(AppleEventDescriptor::withString(methodName), 2);
-  directObject.insertDescriptor(std::move(arguments), 3);
-  return directObject;
-}
-
-// Estimates the size of the event on the bus.
-std::size_t sizeOf(const AppleEventDescriptor& value) {
-  constexpr std::size_t perItem = 8;
-  std::size_t size = value.data().size();
-  for (std::size_t i = 1; i <= value.numberOfItems(); ++i) {
-    size += perItem + sizeOf(*value.descriptorAtIndex(i));
-  }
-  return size;
-}
-
-// Reads the direct object and stores its size.
-RPCHandler::DirectObject reader(sd_bus_message* message, std::size_t& size) {
-  return [message, &size] {
-    auto object = readDirectObject(message);
-    if (object) size = sizeOf(*object);
-    return object;
-  };
+  return result == 0;
 }
 
 void refuse(sd_bus_message* message, const char* error, const char* text) {
@@ -87,15 +50,14 @@ void refuse(sd_bus_message* message, const char* error, const char* text) {
 }
 
 // A sender that is gone gets nothing, and one that waits for nothing neither.
-void reply(sd_bus_message* message, const RPCHandler::Answer& answer) {
+void reply(sd_bus_message* message, const RPCTransport::Answer& answer) {
   switch (answer.status) {
     case noErr:
-      sd_bus_reply_method_return(message, rpc::resultSignature, answer.result.c_str());
+      sd_bus_reply_method_return(message, rpc::resultSignature,
+                                 answer.result ? answer.result->c_str() : "");
       return;
     case errAEEventNotHandled:
       return refuse(message, SD_BUS_ERROR_UNKNOWN_METHOD, "no handler is installed");
-    case paramErr:
-      return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
     default:
       return refuse(message, SD_BUS_ERROR_FAILED, "the event could not be handled");
   }
@@ -131,7 +93,7 @@ BusReceiver& BusReceiver::shared() {
   return receiver;
 }
 
-void BusReceiver::setHandler(AppleEventTransport::EventHandler handler) {
+void BusReceiver::setHandler(RPCTransport::Handler handler) {
   handler_.set(std::move(handler));
   RunLoop::main().perform([this] { connect(); });
 }
@@ -250,28 +212,33 @@ int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
 }
 
 void BusReceiver::receive(sd_bus_message* message) {
-  const char* name = sd_bus_message_get_sender(message);
-  if (name == nullptr) return handle(message, {});
-  const auto known = senders_.find(std::string_view(name));
-  if (known != senders_.end() && known->second.isReady())
-    return handle(message, *known->second.identity);
-
   // A refused event costs no question and no room.
-  std::size_t size = 0;
-  const OSErr refusal = handler_.refusal(reader(message, size));
-  if (refusal != noErr) return reply(message, {refusal, {}});
+  if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
+  Received received{BusMessage(sd_bus_message_ref(message)), {}, 0};
+  EventAllowance allowance;
+  if (!readNames(message, received.event, allowance) ||
+      !readArguments(message, received.event, allowance)) {
+    return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
+  }
+  received.size = allowance.used();
+
+  const char* name = sd_bus_message_get_sender(message);
+  if (name == nullptr) return handle(received, std::nullopt);
+  const auto known = senders_.find(std::string_view(name));
   Sender* sender = known != senders_.end() ? &known->second : meet(name);
-  if (sender == nullptr) return handle(message, {});
-  park(*sender, message, size);
+  if (sender == nullptr) return handle(received, std::nullopt);
+  if (sender->isReady()) return handle(received, sender->bundleID);
+  park(*sender, std::move(received));
 }
 
 // A sender that is new; null if it cannot be asked for.
 BusReceiver::Sender* BusReceiver::meet(const char* name) {
   if (senders_.size() >= mostSenders) forgetSenders();
   Sender sender;
-  sender.question = inquiry_.ask(name, [this, peer = std::string(name)](PeerIdentity identity) {
-    settle(peer, std::move(identity));
-  });
+  sender.question =
+      inquiry_.ask(name, [this, peer = std::string(name)](std::optional<std::string> bundleID) {
+        settle(peer, std::move(bundleID));
+      });
   if (!sender.question) return nullptr;
   sender.watch = watch(name);
   return &senders_.emplace(name, std::move(sender)).first->second;
@@ -286,17 +253,19 @@ BusSlot BusReceiver::watch(const char* name) {
   return BusSlot(slot);
 }
 
-void BusReceiver::park(Sender& sender, sd_bus_message* message, std::size_t size) {
-  sender.parked.push_back({BusMessage(sd_bus_message_ref(message)), size});
+void BusReceiver::park(Sender& sender, Received&& received) {
+  const std::size_t size = received.size;
+  sender.parked.push_back(std::move(received));
   parking_.take(size);
   if (parking_.isFull()) pause();
 }
 
-void BusReceiver::settle(std::string_view name, PeerIdentity identity) {
+void BusReceiver::settle(std::string_view name, std::optional<std::string> bundleID) {
   const auto found = senders_.find(name);
   if (found == senders_.end()) return;
   RunLoop::main().perform([this, peer = std::string(name)] { handleParked(peer); });
-  found->second.identity = std::move(identity);
+  found->second.bundleID = std::move(bundleID);
+  found->second.isKnown = true;
 }
 
 // Handles the first event of those parked for a sender; the loop's other work gets its turn before
@@ -305,27 +274,26 @@ void BusReceiver::handleParked(std::string_view name) {
   const auto found = senders_.find(name);
   if (found == senders_.end()) return;
   Sender& sender = found->second;
-  if (!sender.identity || sender.parked.empty()) return;
+  if (!sender.isKnown || sender.parked.empty()) return;
   sender.question.reset();
-  const ParkedEvent event = std::move(sender.parked.front());
+  const Received received = std::move(sender.parked.front());
   sender.parked.pop_front();
-  parking_.giveBack(event.size);
-  const PeerIdentity identity = *sender.identity;
+  parking_.giveBack(received.size);
+  auto bundleID = sender.bundleID;
   if (!sender.parked.empty()) {
     RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
   } else if (sender.isGone) {
     senders_.erase(found);
   }
   resume();
-  handle(event.message.get(), identity);
+  handle(received, std::move(bundleID));
 }
 
-void BusReceiver::handle(sd_bus_message* message, const PeerIdentity& sender) {
-  std::size_t size = 0;
-  const auto answer =
-      handler_.handle(reader(message, size), [&sender] { return senderOf(sender); });
-  reply(message, answer);
-  relief_.afterUseOf(size + answer.result.size());
+// The sender is a copy: while its event is handled, the loop may turn and forget it.
+void BusReceiver::handle(const Received& received, std::optional<std::string> sender) {
+  const auto answer = handler_.handle(received.event, sender);
+  reply(received.message.get(), answer);
+  relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));
 }
 
 int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*) {

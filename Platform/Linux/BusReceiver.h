@@ -9,7 +9,6 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/AppleEvent.h"
 #include "Platform/Linux/EventSource.h"
 #include "Platform/Linux/MemoryRelief.h"
 #include "Platform/Linux/PeerInquiry.h"
@@ -44,15 +43,17 @@ class BusReceiver {
   static BusReceiver& shared();
 
   // Any thread. The handler is called on the main run loop.
-  void setHandler(AppleEventTransport::EventHandler handler);
+  void setHandler(RPCTransport::Handler handler);
   void removeHandler();
 
   // Any thread: the bus can be reached (again).
   void busAppeared();
 
  private:
-  struct ParkedEvent {
+  // An event, and the message that it came in, which is answered.
+  struct Received {
     BusMessage message;
+    RPCEvent event;
     std::size_t size = 0;
   };
 
@@ -60,13 +61,14 @@ class BusReceiver {
   // and so is the application that it was at first. It is kept for as long, and until its last
   // event is handled: a process that reports and exits is gone before that.
   struct Sender {
-    std::optional<PeerIdentity> identity;  // absent while it is asked for
+    std::optional<std::string> bundleID;  // absent for what is no application
+    bool isKnown = false;                 // false while it is asked for
     std::unique_ptr<PeerInquiry::Question> question;
-    std::deque<ParkedEvent> parked;
+    std::deque<Received> parked;
     BusSlot watch;
     bool isGone = false;
 
-    [[nodiscard]] bool isReady() const { return identity && parked.empty(); }
+    [[nodiscard]] bool isReady() const { return isKnown && parked.empty(); }
   };
 
   BusReceiver() = default;
@@ -82,10 +84,10 @@ class BusReceiver {
   void receive(sd_bus_message* message);
   Sender* meet(const char* name);
   BusSlot watch(const char* name);
-  void park(Sender& sender, sd_bus_message* message, std::size_t size);
-  void settle(std::string_view name, PeerIdentity identity);
+  void park(Sender& sender, Received&& received);
+  void settle(std::string_view name, std::optional<std::string> bundleID);
   void handleParked(std::string_view name);
-  void handle(sd_bus_message* message, const PeerIdentity& sender);
+  void handle(const Received& received, std::optional<std::string> sender);
   void forgetSenders();
 
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);

@@ -11,12 +11,12 @@
 #include <chrono>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 #include "Platform/DropExceptions.h"
 #include "Platform/Linux/BusName.h"
 #include "Platform/Linux/BusReceiver.h"
 #include "Platform/Linux/ExecutablePlace.h"
-#include "Platform/RPCEvent.h"
 
 namespace qbdkr {
 namespace {
@@ -36,10 +36,6 @@ std::uint64_t now() {
          static_cast<std::uint64_t>(time.tv_nsec) / 1000;
 }
 
-std::uint64_t deadlineAfter(std::uint64_t timeout) {
-  return timeout == forever ? forever : now() + timeout;
-}
-
 int pollTimeout(std::uint64_t deadline) {
   if (deadline == forever) return -1;
   const std::uint64_t time = now();
@@ -57,35 +53,35 @@ OSErr statusOfError(const sd_bus_error* error) {
   return errAEEventNotHandled;
 }
 
-OSErr readAnswer(sd_bus_message* reply, std::string& answer, std::size_t& size) {
+// Stores the size of the text that the reply holds.
+RPCTransport::Answer readAnswer(sd_bus_message* reply, std::size_t& size) {
   if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
     size = error->message == nullptr ? 0 : std::strlen(error->message);
-    return statusOfError(error);
+    return {statusOfError(error), std::nullopt};
   }
   const char* text = nullptr;
-  if (sd_bus_message_read(reply, rpc::resultSignature, &text) <= 0) return noErr;
+  if (sd_bus_message_read(reply, rpc::resultSignature, &text) <= 0) return {};
   size = std::strlen(text);
-  if (size > mostEventContent) return errAEEventNotHandled;
-  answer.assign(text, size);
-  return noErr;
+  if (size > mostEventContent) return {errAEEventNotHandled, std::nullopt};
+  return {noErr, std::string(text, size)};
 }
 
-int appendText(sd_bus_message* message, const AppleEventDescriptor& text) {
-  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.data().c_str());
+int appendText(sd_bus_message* message, const std::string& text) {
+  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
 }
 
-int appendTexts(sd_bus_message* message, const AppleEventDescriptor& list) {
+int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
   int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
-  for (std::size_t i = 1; result >= 0 && i <= list.numberOfItems(); ++i) {
-    result = appendText(message, *list.descriptorAtIndex(i));
+  for (const std::string& text : texts) {
+    if (result >= 0) result = appendText(message, text);
   }
   return result < 0 ? result : sd_bus_message_close_container(message);
 }
 
 }  // namespace
 
-OSErr BusSender::post(const AppleEvent& event) {
-  const std::string& identifier = event.target().data();
+OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
+  const std::string& identifier = target.bundleID;
   Lock lock(mutex_);
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
   // Nearly all posts of a process go to the same application.
@@ -95,9 +91,9 @@ OSErr BusSender::post(const AppleEvent& event) {
     latest_ = std::move(owner);
   }
   std::string address;
-  if (const auto& directory = event.targetDirectory()) {
+  if (target.directory) {
     const std::shared_ptr<Owner> owner = latest_;
-    const OSErr status = approveOwner(lock, owner, *directory, address);
+    const OSErr status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return status;
   }
   const BusMessage message = newCall(address.empty() ? latest_->name : address, event);
@@ -111,40 +107,40 @@ OSErr BusSender::post(const AppleEvent& event) {
   return status;
 }
 
-OSErr BusSender::call(const AppleEvent& event, std::uint64_t timeout, std::string& answer) {
+RPCTransport::Answer BusSender::ask(const RPCTarget& target, const RPCEvent& event) {
   std::size_t size = 0;
-  const OSErr status = ask(event, timeout, answer, size);
+  auto answer = call(target, event, size);
   // The C library would keep what the message took up; at the top of a thread's own heap it still
   // keeps some.
   if (size >= largeText) malloc_trim(0);
-  return status;
+  return answer;
 }
 
-OSErr BusSender::ask(const AppleEvent& event, std::uint64_t timeout, std::string& answer,
-                     std::size_t& size) {
-  const std::string& identifier = event.target().data();
+// Stores the size of the reply's text. Messages are released under the lock, like all of the bus.
+RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& event,
+                                     std::size_t& size) {
+  const std::string& identifier = target.bundleID;
   const auto name = busNameOfIdentifier(identifier);
-  if (!name) return paramErr;
+  if (!name) return {paramErr, {}};
   Lock lock(mutex_);
-  if (!connect(lock)) return connectionInvalid;
+  if (!connect(lock)) return {connectionInvalid, {}};
   std::string address = *name;
-  if (const auto& directory = event.targetDirectory()) {
+  if (target.directory) {
     std::shared_ptr<Owner> owner;
     OSErr status = findOwner(lock, identifier, owner);
-    if (status == noErr) status = approveOwner(lock, owner, *directory, address);
-    if (status != noErr) return status;
+    if (status == noErr) status = approveOwner(lock, owner, *target.directory, address);
+    if (status != noErr) return {status, {}};
   }
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
   const BusMessage message = newCall(address, event);
-  if (!message) return paramErr;
+  if (!message) return {paramErr, {}};
   Pending pending;
   sd_bus_slot* slot = nullptr;
   const int sent = sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever);
-  if (sent < 0) return failedToSend(sent);
+  if (sent < 0) return {failedToSend(sent), {}};
   const BusSlot owned(slot);
-  const bool inTime = runUntil(lock, deadlineAfter(timeout), [&] { return pending.done; });
-  if (!inTime) return bus == bus_ ? errAETimeout : connectionInvalid;
-  return readAnswer(pending.reply.get(), answer, size);
+  if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
+  return readAnswer(pending.reply.get(), size);
 }
 
 // Opens the connection where there is none, and waits until the bus has greeted it.
@@ -400,8 +396,7 @@ bool BusSender::flush(Lock& lock) {
   return runUntil(lock, now() + busPatience, [&] { return bus_ == bus && isWritten(); });
 }
 
-BusMessage BusSender::newCall(const std::string& name, const AppleEvent& event) {
-  const AppleEventDescriptor& directObject = *event.paramDescriptor(keyDirectObject);
+BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {
   sd_bus_message* created = nullptr;
   if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
                                      rpc::interfaceName, rpc::callMember) < 0) {
@@ -409,9 +404,9 @@ BusMessage BusSender::newCall(const std::string& name, const AppleEvent& event) 
   }
   BusMessage message(created);
   const bool complete = sd_bus_message_set_auto_start(created, 0) >= 0 &&
-                        appendText(created, *directObject.descriptorAtIndex(1)) >= 0 &&
-                        appendText(created, *directObject.descriptorAtIndex(2)) >= 0 &&
-                        appendTexts(created, *directObject.descriptorAtIndex(3)) >= 0;
+                        appendText(created, event.className.value_or("")) >= 0 &&
+                        appendText(created, event.methodName.value_or("")) >= 0 &&
+                        appendTexts(created, event.arguments) >= 0;
   return complete ? std::move(message) : nullptr;
 }
 

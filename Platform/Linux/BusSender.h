@@ -11,9 +11,9 @@
 #include <optional>
 #include <string>
 
-#include "Platform/AppleEvent.h"
 #include "Platform/Descriptor.h"
 #include "Platform/Linux/SdBus.h"
+#include "Platform/RPCTransport.h"
 
 namespace qbdkr {
 
@@ -25,13 +25,12 @@ namespace qbdkr {
 // order in which the process sent things, between threads too.
 class BusSender {
  public:
-  // Posts an RPC event to its target, if it is there. Does not wait for it.
-  OSErr post(const AppleEvent& event);
+  // Posts an event to its target, if it is there. Does not wait for it.
+  OSErr post(const RPCTarget& target, const RPCEvent& event);
 
-  // Sends an RPC event and waits for the answer, whose text it stores; timeout in microseconds,
-  // UINT64_MAX: none. A text beyond what an event may carry is refused like any other breach of the
-  // contract.
-  OSErr call(const AppleEvent& event, std::uint64_t timeout, std::string& answer);
+  // Sends an event and waits for the answer. A result beyond the bounds is refused like any other
+  // breach of the contract.
+  RPCTransport::Answer ask(const RPCTarget& target, const RPCEvent& event);
 
   // As which process the bus knows this one, if it is another: behind a proxy of the bus, and
   // across namespaces of processes. Nothing tells then who sends to whom. Does not wait.
@@ -65,7 +64,7 @@ class BusSender {
     bool done = false;
   };
 
-  OSErr ask(const AppleEvent& event, std::uint64_t timeout, std::string& answer, std::size_t& size);
+  RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
   bool connect(Lock& lock);
   OSErr failedToSend(int error);
   void identify();
@@ -79,7 +78,7 @@ class BusSender {
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
-  BusMessage newCall(const std::string& name, const AppleEvent& event);
+  BusMessage newCall(const std::string& name, const RPCEvent& event);
   template <class Done>
   bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
   template <class Done>

@@ -71,7 +71,7 @@ int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_err
   try {
     question.take(reply);
   } catch (...) {  // for want of memory; the peer's events must not wait for ever
-    question.identity_.bundleID.reset();
+    question.bundleID_.reset();
     dropExceptions([&] { question.end(); });
   }
   return 0;
@@ -81,20 +81,19 @@ void PeerInquiry::Question::take(sd_bus_message* reply) {
   std::uint32_t processID = 0;
   const bool isThere = sd_bus_message_is_method_error(reply, nullptr) == 0 &&
                        sd_bus_message_read(reply, "u", &processID) > 0;
-  if (identity_.bundleID) {  // the second answer
-    if (!isThere) identity_.bundleID.reset();
+  if (bundleID_) {  // the second answer
+    if (!isThere) bundleID_.reset();
     return end();
   }
   if (!isThere) return end();
-  identity_.processID = static_cast<pid_t>(processID);
-  identity_.bundleID = applicationOf(identity_.processID);
-  if (!identity_.bundleID) return end();
+  bundleID_ = applicationOf(static_cast<pid_t>(processID));
+  if (!bundleID_) return end();
   // A program that is replaced by another one leaves the bus: its connection is closed then.
   if (ask(sd_bus_message_get_bus(reply))) return;
-  identity_.bundleID.reset();
+  bundleID_.reset();
   end();
 }
 
-void PeerInquiry::Question::end() { answer_(identity_); }
+void PeerInquiry::Question::end() { answer_(bundleID_); }
 
 }  // namespace qbdkr

@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sys/types.h>
-
 #include <functional>
 #include <memory>
 #include <optional>
@@ -11,18 +9,13 @@
 
 namespace qbdkr {
 
-// Who is behind a unique name of the bus.
-struct PeerIdentity {
-  pid_t processID = 0;                  // 0 if the peer was gone already
-  std::optional<std::string> bundleID;  // absent for what is no application
-};
-
 // Asks the bus who a peer is, without waiting, on a connection of its own. On the connection that
 // receives, the answer would lie behind the whole backlog, which the bus library would read into
 // memory. Belongs to the main run loop.
 class PeerInquiry {
  public:
-  using Answer = std::function<void(PeerIdentity)>;
+  // The bundle identifier of the peer's application; absent if it is no application.
+  using Answer = std::function<void(std::optional<std::string> bundleID)>;
 
   // An inquiry under way. No answer comes after its end.
   class Question {
@@ -40,7 +33,7 @@ class PeerInquiry {
 
     const std::string peer_;
     const Answer answer_;
-    PeerIdentity identity_;
+    std::optional<std::string> bundleID_;
     BusSlot slot_;
   };
 

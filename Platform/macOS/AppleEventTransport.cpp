@@ -3,15 +3,16 @@
 #include <atomic>
 #include <utility>
 
-#include "Platform/AppleEvent.h"
 #include "Platform/Log.h"
-#include "Platform/RPCEvent.h"
+#include "Platform/RPCAppleEvent.h"
 #include "Platform/RPCHandler.h"
+#include "Platform/RPCTransport.h"
 #include "Platform/macOS/EventDescriptor.h"
 
 namespace qbdkr {
 namespace {
 
+// The system's event for one of ours.
 OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   const AppleEventDescriptor& to = from.target();
   // An address is no text: its bytes go as they are, and as many as there are. What names nobody is
@@ -29,22 +30,23 @@ OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   return AEPutParamDesc(made.receive(), keyDirectObject, value.get());
 }
 
-// The sender as the process that it is; absent when the system cannot tell.
-std::optional<AppleEventDescriptor> addressOf(const AEDesc& event) {
-  EventDescriptor found;
-  if (AEGetAttributeDesc(&event, keyAddressAttr, typeProcessSerialNumber, found.receive()) !=
+// Ours for the system's, as far as an RPC event needs it. False if it is beyond the bounds.
+bool readEvent(const AEDesc& from, AppleEvent& event) {
+  EventDescriptor object;
+  if (AEGetParamDesc(&from, keyDirectObject, typeWildCard, object.receive()) == noErr) {
+    auto read = rpcObjectFrom(*object.get());
+    if (!read) return false;
+    event.setParamDescriptor(keyDirectObject, *std::move(read));
+  }
+  // The sender as the process that it is; without one when the system cannot tell.
+  EventDescriptor address;
+  if (AEGetAttributeDesc(&from, keyAddressAttr, typeProcessSerialNumber, address.receive()) ==
       noErr) {
-    return std::nullopt;
+    if (auto read = plainDescriptor(*address.get())) {
+      event.setAttributeDescriptor(keyAddressAttr, *std::move(read));
+    }
   }
-  return plainDescriptor(*found.get());
-}
-
-std::optional<AppleEventDescriptor> directObjectOf(const AEDesc& event) {
-  EventDescriptor found;
-  if (AEGetParamDesc(&event, keyDirectObject, typeWildCard, found.receive()) != noErr) {
-    return AppleEventDescriptor();
-  }
-  return rpcObjectFrom(*found.get());
+  return true;
 }
 
 // A sender that waits for no reply gives a null descriptor to put it into.
@@ -58,66 +60,77 @@ OSErr putResult(std::string result, AEDesc& reply) {
 
 // A reply without a text is an empty one; a text beyond what an event may carry breaks the
 // contract.
-OSErr readResult(const AEDesc& reply, AppleEvent& result) {
+RPCTransport::Answer readAnswer(const AEDesc& reply) {
   EventDescriptor found;
-  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) return noErr;
+  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) return {};
   EventDescriptor utf8;
   if (AECoerceDesc(found.get(), typeUTF8Text, utf8.receive()) == noErr &&
       AEGetDescDataSize(utf8.get()) > static_cast<Size>(mostEventContent)) {
-    return errAEEventNotHandled;
+    return {errAEEventNotHandled, {}};
   }
-  if (auto text = textFrom(*found.get())) {
-    result.setParamDescriptor(keyDirectObject, AppleEventDescriptor::withString(*std::move(text)));
-  }
-  return noErr;
+  return {noErr, textFrom(*found.get())};
+}
+
+OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, const RPCHandler& handler) {
+  if (!handler.isSet()) return errAEEventNotHandled;
+  AppleEvent event;
+  if (!readEvent(incoming, event)) return paramErr;
+  const auto read = rpcEventOf(event);
+  if (!read) return errAEEventFailed;
+  auto answer = handler.handle(*read, senderOf(event));
+  if (answer.status != noErr) return answer.status;
+  return putResult(std::move(answer.result).value_or(""), reply);
 }
 
 ::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
   try {
-    auto answer = static_cast<RPCHandler*>(handler)->handle(
-        [incoming] { return directObjectOf(*incoming); },
-        [incoming] {
-          return RPCHandler::Sender{addressOf(*incoming), std::nullopt};
-        });
-    return answer.status == noErr ? putResult(std::move(answer.result), *reply) : answer.status;
+    return handleEvent(*incoming, *reply, *static_cast<RPCHandler*>(handler));
   } catch (...) {  // nothing may unwind through the Apple Event Manager
     return errAEEventFailed;
   }
 }
 
-class ManagerTransport final : public AppleEventTransport {
+class AppleEventTransport final : public RPCTransport {
  public:
-  OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
-                    long timeout) override {
-    if (!isRPCEvent(event)) return paramErr;
-    // The system chooses the process that an identifier stands for.
-    if (event.targetDirectory() && !isPlaceLogged_.exchange(true)) {
-      log("on this system the helper agent need not be the installed copy");
-    }
-    EventDescriptor message;
-    if (const OSErr status = makeEvent(event, message); status != noErr) return status;
-    EventDescriptor answer;
-    const OSStatus status = AESendMessage(message.get(), answer.receive(), sendMode, timeout);
-    if (status != ::noErr) return static_cast<OSErr>(status);
-    return readResult(*answer.get(), reply);
+  OSErr post(const RPCTarget& target, const RPCEvent& event) override {
+    EventDescriptor reply;
+    return send(target, event, postOptions, reply);
   }
 
-  void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
-                       EventHandler handler) override {
-    if (!isRPCEvent(eventClass, eventID)) return;
+  Answer ask(const RPCTarget& target, const RPCEvent& event) override {
+    EventDescriptor reply;
+    const OSErr status = send(target, event, askOptions, reply);
+    if (status != noErr) return {status, {}};
+    return readAnswer(*reply.get());
+  }
+
+  void setHandler(Handler handler) override {
     handler_.set(std::move(handler));
-    if (AEInstallEventHandler(eventClass, eventID, entryPoint(), &handler_, 0) != ::noErr) {
+    if (AEInstallEventHandler(kCoreEventClass, kAECall, entryPoint(), &handler_, 0) != ::noErr) {
       log("the system does not let this application handle Apple events");
     }
   }
 
-  void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override {
-    if (!isRPCEvent(eventClass, eventID)) return;
-    AERemoveEventHandler(eventClass, eventID, entryPoint(), 0);
+  void removeHandler() override {
+    AERemoveEventHandler(kCoreEventClass, kAECall, entryPoint(), 0);
     handler_.set(nullptr);
   }
 
  private:
+  OSErr send(const RPCTarget& target, const RPCEvent& event, const AppleEventSendOptions& options,
+             EventDescriptor& reply) {
+    if (!isSendable(event) || target.bundleID.find('\0') != std::string::npos) return paramErr;
+    // The system chooses the process that an identifier stands for.
+    if (target.directory && !isPlaceLogged_.exchange(true)) {
+      log("on this system the helper agent need not be the installed copy");
+    }
+    EventDescriptor message;
+    const OSErr made = makeEvent(appleEventOf(target, event), message);
+    if (made != noErr) return made;
+    return static_cast<OSErr>(
+        AESendMessage(message.get(), reply.receive(), options.mode, options.timeout));
+  }
+
   static AEEventHandlerUPP entryPoint() {
     static const AEEventHandlerUPP entry = NewAEEventHandlerUPP(onEvent);
     return entry;
@@ -129,23 +142,9 @@ class ManagerTransport final : public AppleEventTransport {
 
 }  // namespace
 
-AppleEventTransport& platformAppleEventTransport() {
-  static auto& transport = *new ManagerTransport;
+RPCTransport& platformRPCTransport() {
+  static auto& transport = *new AppleEventTransport;
   return transport;
-}
-
-std::optional<AppleEventDescriptor> platformCoercion(const AppleEventDescriptor& from,
-                                                     FourCharCode type) {
-  EventDescriptor value;
-  EventDescriptor coerced;
-  if (makeDescriptor(from, value) != noErr ||
-      AECoerceDesc(value.get(), type, coerced.receive()) != noErr) {
-    return std::nullopt;
-  }
-  if (type != typeUnicodeText) return plainDescriptor(*coerced.get());
-  auto text = textFrom(*coerced.get());
-  if (!text) return std::nullopt;
-  return AppleEventDescriptor::withString(*std::move(text));
 }
 
 }  // namespace qbdkr

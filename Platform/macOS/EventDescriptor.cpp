@@ -93,13 +93,12 @@ long countOf(const AEDesc& list) {
   return isList ? count : 0;
 }
 
-std::optional<AppleEventDescriptor> textsFrom(const AEDesc& list) {
+std::optional<AppleEventDescriptor> textsFrom(const AEDesc& list, EventAllowance& allowance) {
   const long count = countOf(list);
-  EventAllowance allowance;
   auto texts = AppleEventDescriptor::list();
   for (long i = 1; i <= count; ++i) {
     auto text = textAt(list, i);
-    if (!allowance.take(text.data())) return std::nullopt;
+    if (!allowance.takeArgument(text.data())) return std::nullopt;
     texts.insertDescriptor(std::move(text), 0);
   }
   return texts;
@@ -142,11 +141,15 @@ std::optional<std::string> textFrom(const AEDesc& desc) {
 std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc) {
   if (countOf(desc) == 0) return AppleEventDescriptor();
   auto object = AppleEventDescriptor::list();
-  object.insertDescriptor(textAt(desc, 1), 1);
-  object.insertDescriptor(textAt(desc, 2), 2);
+  EventAllowance allowance;
+  for (long i = 1; i <= 2; ++i) {
+    auto name = textAt(desc, i);
+    if (!allowance.takeName(name.data())) return std::nullopt;
+    object.insertDescriptor(std::move(name), 0);
+  }
   EventDescriptor list;
   if (!getItem(desc, 3, list)) return object;
-  auto arguments = textsFrom(*list.get());
+  auto arguments = textsFrom(*list.get(), allowance);
   if (!arguments) return std::nullopt;
   object.insertDescriptor(*std::move(arguments), 3);
   return object;

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Platform/AppleEvent.h"
+#include "Platform/Status.h"
 
 namespace qbdkr {
 
@@ -38,8 +39,7 @@ class EventDescriptor {
 [[nodiscard]] std::optional<std::string> textFrom(const AEDesc& desc);
 
 // What an RPC event says in its direct object: two names and a list of texts, as far as they are
-// there; null descriptors stand for what is no text. Absent when it has more texts than any event
-// may have.
+// there; null descriptors stand for what is no text. Absent if it is beyond the bounds of an event.
 [[nodiscard]] std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc);
 
 }  // namespace qbdkr

@@ -14,6 +14,7 @@
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/QBHPHelperControl.h"
 #include "Platform/AppleEvent.h"
+#include "Platform/RPCTransport.h"
 
 namespace {
 
@@ -21,13 +22,16 @@ using qbdkr::AppleEvent;
 using qbdkr::AppleEventDescriptor;
 
 // Sends nothing and receives nothing: the fuzzer calls the dispatcher itself.
-class NoTransport final : public qbdkr::AppleEventTransport {
+class NoTransport final : public qbdkr::RPCTransport {
  public:
-  qbdkr::OSErr sendMessage(const AppleEvent&, AppleEvent&, std::int32_t, long) override {
+  qbdkr::OSErr post(const qbdkr::RPCTarget&, const qbdkr::RPCEvent&) override {
     return qbdkr::procNotFound;
   }
-  void setEventHandler(qbdkr::FourCharCode, qbdkr::FourCharCode, EventHandler) override {}
-  void removeEventHandler(qbdkr::FourCharCode, qbdkr::FourCharCode) override {}
+  Answer ask(const qbdkr::RPCTarget&, const qbdkr::RPCEvent&) override {
+    return {qbdkr::procNotFound, {}};
+  }
+  void setHandler(Handler) override {}
+  void removeHandler() override {}
 };
 
 // Takes values off the input for as long as there are any.
@@ -99,7 +103,7 @@ AppleEventDescriptor ownAddress() {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static NoTransport transport;
-  qbdkr::AppleEventTransport::replaceShared(&transport);
+  qbdkr::RPCTransport::replaceShared(&transport);
   static auto& control = qbdkr::QBHPHelperControl::share();
   control.setHelperCtrlDelegate(nullptr);
 

@@ -134,11 +134,13 @@ TEST(AppleEventCoercion, AProcessAddressBecomesEightBytesInBigEndian) {
       AppleEventDescriptor::withBytes(typeProcessSerialNumber, std::string("\0\0\0\0\0\0\0\1", 8)));
 }
 
-TEST(AppleEventCoercion, IsAbsentWhereThePlatformKnowsNone) {
+TEST(AppleEventCoercion, IsAbsentForEveryOther) {
   EXPECT_EQ(AppleEventDescriptor().coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(text("1234").coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(listOf({}).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(processAddress(1).coerceToDescriptorType(typeUnicodeText), std::nullopt);
+  EXPECT_EQ(processAddress(0).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
+  EXPECT_EQ(processAddress(-1).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(text("a").coerceToDescriptorType(fourCharCode("long")), std::nullopt);
   for (const char* bytes : {"", "abc", "abcde", "abcdefgh"}) {
     EXPECT_EQ(AppleEventDescriptor::withBytes(typeKernelProcessID, bytes)

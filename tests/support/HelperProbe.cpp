@@ -15,21 +15,17 @@
 
 #include <array>
 #include <cstdlib>
-#include <cstring>
+#include <optional>
 #include <string>
 #include <thread>
 #include <vector>
 
-#include "Platform/AppleEvent.h"
 #include "Platform/Bundle.h"
+#include "Platform/RPCTransport.h"
 #include "Platform/RunLoop.h"
 #include "support/ProbeText.h"
 
 namespace {
-
-using qbdkr::AppleEvent;
-using qbdkr::AppleEventDescriptor;
-using qbdkr::AppleEventTransport;
 
 std::array<int, 2> released{};
 
@@ -59,20 +55,6 @@ void waitForRelease() {
   }
 }
 
-pid_t senderOf(const AppleEvent& event) {
-  const auto* address = event.attributeDescriptor(qbdkr::keyAddressAttr);
-  pid_t sender = 0;
-  if (address != nullptr && address->data().size() == sizeof sender) {
-    std::memcpy(&sender, address->data().data(), sizeof sender);
-  }
-  return sender;
-}
-
-std::string textAt(const AppleEventDescriptor& list, std::size_t index) {
-  const auto* item = list.descriptorAtIndex(index);
-  return item == nullptr ? "" : item->stringValue().value_or("");
-}
-
 std::string answer(const std::string& method, const std::vector<std::string>& arguments) {
   if (method == "echo:" && !arguments.empty()) return arguments.front();
   if (method == "summary") return qbdkr::test::summary(arguments);
@@ -81,24 +63,15 @@ std::string answer(const std::string& method, const std::vector<std::string>& ar
   return "";
 }
 
-void handle(const AppleEvent& event, AppleEvent& reply) {
+std::optional<std::string> handle(const qbdkr::RPCEvent& event,
+                                  const std::optional<std::string>& sender) {
   static const std::string mode = environment("QBDKR_PROBE_MODE");
-  const auto* call = event.paramDescriptor(qbdkr::keyDirectObject);
-  if (call == nullptr) return;
-  const auto* list = call->descriptorAtIndex(3);
-  std::vector<std::string> arguments;
-  for (std::size_t i = 1; list != nullptr && i <= list->numberOfItems(); ++i) {
-    arguments.push_back(textAt(*list, i));
-  }
-  const std::string className = textAt(*call, 1);
-  const std::string method = textAt(*call, 2);
-  record("call " + className + ' ' + method + " from " + std::to_string(senderOf(event)) +
-         qbdkr::test::shown(arguments));
+  const std::string method = event.methodName.value_or("");
+  record("call " + event.className.value_or("") + ' ' + method + " from " +
+         sender.value_or("nobody") + qbdkr::test::shown(event.arguments));
   if (method == "wait" || (mode == "mute" && method == "clientIDFormHelper")) waitForRelease();
   if (method == "exitHelper:productVersion:" && mode != "stubborn") qbdkr::RunLoop::main().stop();
-  const std::string result = answer(method, arguments);
-  if (result.empty()) return;
-  reply.setParamDescriptor(qbdkr::keyDirectObject, AppleEventDescriptor::withString(result));
+  return answer(method, event.arguments);
 }
 
 void endWithOwner() {
@@ -129,7 +102,7 @@ int main() {
   if (mode == "exit-for-now" && !isSettled()) return 0;
   if (mode == "never-check-in") waitForRelease();
 
-  AppleEventTransport::shared().setEventHandler(qbdkr::kCoreEventClass, qbdkr::kAECall, handle);
+  qbdkr::RPCTransport::shared().setHandler(handle);
   qbdkr::RunLoop::main().run();
   record("ends");
   return 0;

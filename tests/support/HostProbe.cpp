@@ -28,6 +28,7 @@
 #include "ClientComm/QBHPProcessList.h"
 #include "Platform/Bundle.h"
 #include "Platform/Log.h"
+#include "Platform/RPCTransport.h"
 #include "Platform/RunLoop.h"
 #include "Platform/UserDefaults.h"
 #include "Platform/Workspace.h"
@@ -394,9 +395,7 @@ const std::map<std::string, Command>& commands() {
          });
        }},
       {"obstacle",
-       [](const Words&) {
-         return qbdkr::AppleEventTransport::shared().knownObstacle().value_or("none");
-       }},
+       [](const Words&) { return qbdkr::RPCTransport::shared().knownObstacle().value_or("none"); }},
       {"burst", burst},
       {"request-in-little-memory", requestInLittleMemory},
       {"storm", qbdkr::test::storm},

@@ -5,66 +5,24 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Platform/RPCAppleEvent.h"
+
 namespace qbdkr::test {
-namespace {
 
-std::string textAt(const AppleEventDescriptor& list, std::size_t index) {
-  const AppleEventDescriptor* item = list.descriptorAtIndex(index);
-  const auto text = item == nullptr ? std::nullopt : item->stringValue();
-  if (!text) throw std::logic_error("no text at index " + std::to_string(index));
-  return *text;
-}
-
-bool names(const AppleEvent& event, std::string_view methodName) {
-  try {
-    return rpcEventOf(event).methodName == methodName;
-  } catch (const std::logic_error&) {
-    return false;
-  }
-}
-
-}  // namespace
-
-RPCEvent rpcEventOf(const AppleEvent& event) {
-  const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
-  if (directObject == nullptr || directObject->numberOfItems() != 3) {
-    throw std::logic_error("the direct object does not have three items");
-  }
-  const AppleEventDescriptor& arguments = *directObject->descriptorAtIndex(3);
-  if (arguments.descriptorType() != typeAEList) {
-    throw std::logic_error("the third item is not a list");
-  }
-  RPCEvent content{textAt(*directObject, 1), textAt(*directObject, 2), {}};
-  for (std::size_t i = 1; i <= arguments.numberOfItems(); ++i) {
-    content.arguments.push_back(textAt(arguments, i));
-  }
-  return content;
-}
-
-AppleEvent inboundEvent(const RPCEvent& content, pid_t sender) {
-  auto arguments = AppleEventDescriptor::list();
-  for (const std::string& argument : content.arguments) {
-    arguments.insertDescriptor(AppleEventDescriptor::withString(argument), 0);
-  }
-  auto directObject = AppleEventDescriptor::list();
-  directObject.insertDescriptor(AppleEventDescriptor::withString(content.className), 1);
-  directObject.insertDescriptor(AppleEventDescriptor::withString(content.methodName), 2);
-  directObject.insertDescriptor(std::move(arguments), 3);
-  AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
-  event.setParamDescriptor(keyDirectObject, std::move(directObject));
-
+AppleEvent inboundAppleEvent(const RPCEvent& event, pid_t sender) {
+  AppleEvent inbound = appleEventOf({}, event);
   const auto processID = static_cast<std::int32_t>(sender);
   std::string address(sizeof processID, '\0');
   std::memcpy(address.data(), &processID, sizeof processID);
-  event.setAttributeDescriptor(keyAddressAttr,
-                               AppleEventDescriptor::withBytes(typeKernelProcessID, address));
-  return event;
+  inbound.setAttributeDescriptor(keyAddressAttr,
+                                 AppleEventDescriptor::withBytes(typeKernelProcessID, address));
+  return inbound;
 }
 
 RecordingTransport& RecordingTransport::installed() {
   static auto& transport = []() -> RecordingTransport& {
     auto& made = *new RecordingTransport;
-    AppleEventTransport::replaceShared(&made);
+    RPCTransport::replaceShared(&made);
     return made;
   }();
   return transport;
@@ -96,21 +54,21 @@ std::vector<RecordingTransport::Sent> RecordingTransport::sent() const {
   return sent_;
 }
 
-std::vector<RPCEvent> RecordingTransport::sentRPCEvents() const {
+std::vector<RPCEvent> RecordingTransport::sentEvents() const {
   std::vector<RPCEvent> events;
-  for (const Sent& sent : sent()) events.push_back(rpcEventOf(sent.event));
+  for (const Sent& sent : sent()) events.push_back(sent.event);
   return events;
 }
 
 std::vector<std::string> RecordingTransport::sentMethods() const {
   std::vector<std::string> methods;
-  for (const RPCEvent& event : sentRPCEvents()) methods.push_back(event.methodName);
+  for (const RPCEvent& event : sentEvents()) methods.push_back(event.methodName.value_or(""));
   return methods;
 }
 
 std::size_t RecordingTransport::countOfLocked(std::string_view methodName) const {
   return static_cast<std::size_t>(std::ranges::count_if(
-      sent_, [&](const Sent& sent) { return names(sent.event, methodName); }));
+      sent_, [&](const Sent& sent) { return sent.event.methodName == methodName; }));
 }
 
 std::size_t RecordingTransport::countOf(std::string_view methodName) const {
@@ -124,54 +82,53 @@ bool RecordingTransport::waitForMethod(std::string_view methodName, std::size_t 
   return changed_.wait_for(lock, patience, [&] { return countOfLocked(methodName) >= count; });
 }
 
-AppleEvent RecordingTransport::deliver(const AppleEvent& event) {
-  EventHandler handler;
+std::optional<std::string> RecordingTransport::deliver(const RPCEvent& event,
+                                                       const std::optional<std::string>& sender) {
+  Handler handler;
   {
     const std::lock_guard lock(mutex_);
-    const auto found = handlers_.find({event.eventClass(), event.eventID()});
-    if (found == handlers_.end()) throw std::logic_error("no handler is installed");
-    handler = found->second;
+    handler = handler_;
   }
-  AppleEvent reply;
-  handler(event, reply);
-  return reply;
+  if (!handler) throw std::logic_error("no handler is installed");
+  return handler(event, sender);
 }
 
-bool RecordingTransport::hasHandler(FourCharCode eventClass, FourCharCode eventID) const {
+bool RecordingTransport::hasHandler() const {
   const std::lock_guard lock(mutex_);
-  return handlers_.contains({eventClass, eventID});
+  return handler_ != nullptr;
 }
 
-OSErr RecordingTransport::sendMessage(const AppleEvent& event, AppleEvent& reply,
-                                      std::int32_t sendMode, long timeout) {
-  const Sent sent{event, sendMode, timeout};
+RPCTransport::Answer RecordingTransport::send(Sent sent) {
   Answerer answerer;
   Answer answer;
   {
     const std::lock_guard lock(mutex_);
     sent_.push_back(sent);
     answer = answer_;
-    for (const auto& [methodName, found] : answerers_) {
-      if (names(event, methodName)) answerer = found;
-    }
+    const auto found = answerers_.find(sent.event.methodName.value_or(""));
+    if (found != answerers_.end()) answerer = found->second;
     changed_.notify_all();
   }
   if (answerer) answer = answerer(sent);
-  if (answer.text && sendMode == kAEWaitReply) {
-    reply.setParamDescriptor(keyDirectObject, AppleEventDescriptor::withString(*answer.text));
-  }
-  return answer.status;
+  return answer;
 }
 
-void RecordingTransport::setEventHandler(FourCharCode eventClass, FourCharCode eventID,
-                                         EventHandler handler) {
-  const std::lock_guard lock(mutex_);
-  handlers_.insert_or_assign({eventClass, eventID}, std::move(handler));
+OSErr RecordingTransport::post(const RPCTarget& target, const RPCEvent& event) {
+  return send({Kind::post, target, event}).status;
 }
 
-void RecordingTransport::removeEventHandler(FourCharCode eventClass, FourCharCode eventID) {
+RPCTransport::Answer RecordingTransport::ask(const RPCTarget& target, const RPCEvent& event) {
+  return send({Kind::ask, target, event});
+}
+
+void RecordingTransport::setHandler(Handler handler) {
   const std::lock_guard lock(mutex_);
-  handlers_.erase({eventClass, eventID});
+  handler_ = std::move(handler);
+}
+
+void RecordingTransport::removeHandler() {
+  const std::lock_guard lock(mutex_);
+  handler_ = nullptr;
 }
 
 }  // namespace qbdkr::test

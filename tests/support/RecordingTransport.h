@@ -5,7 +5,6 @@
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
-#include <cstdint>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -15,36 +14,25 @@
 #include <vector>
 
 #include "Platform/AppleEvent.h"
+#include "Platform/RPCTransport.h"
 
 namespace qbdkr::test {
 
-// What the direct object of an RPC event says.
-struct RPCEvent {
-  std::string className;
-  std::string methodName;
-  std::vector<std::string> arguments;
+// An RPC event as it comes in from a process on macOS.
+AppleEvent inboundAppleEvent(const RPCEvent& event, pid_t sender);
 
-  bool operator==(const RPCEvent&) const = default;
-};
+// An application that sends reports.
+inline constexpr const char* someSender = "com.Example.Sender";
 
-// Throws std::logic_error for an event of any other form.
-RPCEvent rpcEventOf(const AppleEvent& event);
-
-// An event as it comes in from a process.
-AppleEvent inboundEvent(const RPCEvent& content, pid_t sender);
-
-// Stands in for the road between processes: keeps every event that is sent, answers as it is told,
+// Stands in for the platform's transport: keeps every event that is sent, answers as it is told,
 // and delivers events to the handler that is installed here. Any thread.
-class RecordingTransport final : public AppleEventTransport {
+class RecordingTransport final : public RPCTransport {
  public:
+  enum class Kind { post, ask };
   struct Sent {
-    AppleEvent event;
-    std::int32_t mode = 0;
-    long timeout = 0;
-  };
-  struct Answer {
-    OSErr status = noErr;
-    std::optional<std::string> text;
+    Kind kind = Kind::post;
+    RPCTarget target;
+    RPCEvent event;
   };
   using Answerer = std::function<Answer(const Sent&)>;
 
@@ -63,8 +51,8 @@ class RecordingTransport final : public AppleEventTransport {
   void answer(std::string_view methodName, Answerer answerer);
 
   [[nodiscard]] std::vector<Sent> sent() const;
-  // What the events of the form said, in the order in which they were sent.
-  [[nodiscard]] std::vector<RPCEvent> sentRPCEvents() const;
+  // The same without their targets, in the order in which they were sent.
+  [[nodiscard]] std::vector<RPCEvent> sentEvents() const;
   [[nodiscard]] std::vector<std::string> sentMethods() const;
   [[nodiscard]] std::size_t countOf(std::string_view methodName) const;
 
@@ -72,21 +60,20 @@ class RecordingTransport final : public AppleEventTransport {
   bool waitForMethod(std::string_view methodName, std::size_t count = 1,
                      std::chrono::milliseconds patience = std::chrono::seconds(20));
 
-  // Hands an event to the installed handler on the calling thread, and returns the reply. What the
+  // Hands an event to the installed handler on the calling thread, and returns the result. What the
   // handler throws reaches the caller; without a handler std::logic_error is thrown.
-  AppleEvent deliver(const AppleEvent& event);
+  std::optional<std::string> deliver(const RPCEvent& event,
+                                     const std::optional<std::string>& sender = someSender);
 
-  [[nodiscard]] bool hasHandler(FourCharCode eventClass, FourCharCode eventID) const;
+  [[nodiscard]] bool hasHandler() const;
 
-  OSErr sendMessage(const AppleEvent& event, AppleEvent& reply, std::int32_t sendMode,
-                    long timeout) override;
-  void setEventHandler(FourCharCode eventClass, FourCharCode eventID,
-                       EventHandler handler) override;
-  void removeEventHandler(FourCharCode eventClass, FourCharCode eventID) override;
+  OSErr post(const RPCTarget& target, const RPCEvent& event) override;
+  Answer ask(const RPCTarget& target, const RPCEvent& event) override;
+  void setHandler(Handler handler) override;
+  void removeHandler() override;
 
  private:
-  using HandlerKey = std::pair<FourCharCode, FourCharCode>;
-
+  Answer send(Sent sent);
   [[nodiscard]] std::size_t countOfLocked(std::string_view methodName) const;
 
   mutable std::mutex mutex_;
@@ -94,7 +81,7 @@ class RecordingTransport final : public AppleEventTransport {
   std::vector<Sent> sent_;
   Answer answer_;
   std::map<std::string, Answerer, std::less<>> answerers_;
-  std::map<HandlerKey, EventHandler> handlers_;
+  Handler handler_;
 };
 
 }  // namespace qbdkr::test

@@ -34,7 +34,7 @@ Environment Home::environment() const {
 }
 
 Host::Host(const TestBundle& bundle, const SpawnOptions& options)
-    : process_({bundle.executable().string()}, options) {
+    : identifier_(bundle.identifier()), process_({bundle.executable().string()}, options) {
   process_.waitForOutput([](const std::string& line) { return line.starts_with("! ready"); });
 }
 
@@ -149,10 +149,11 @@ std::unique_ptr<Host> Scene::start(const TestBundle& host, const SpawnOptions& o
 }
 
 std::unique_ptr<Host> Scene::startAndShare(const TestBundle& host) {
+  const std::size_t before = transcript_.lines().size();
   auto started = start(host);
   started->call("share");
-  transcript_.waitFor({"start:prodeuctVersion: from " + std::to_string(started->processID())});
-  transcript_.waitFor({"clientIDFormHelper from " + std::to_string(started->processID())});
+  transcript_.waitFor({"start:prodeuctVersion: from " + started->identifier()}, before);
+  transcript_.waitFor({"clientIDFormHelper from " + started->identifier()}, before);
   return started;
 }
 

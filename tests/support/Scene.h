@@ -52,8 +52,11 @@ class Host {
 
   ChildProcess& process() { return process_; }
   [[nodiscard]] pid_t processID() const { return process_.processID(); }
+  // Of its bundle.
+  [[nodiscard]] const std::string& identifier() const { return identifier_; }
 
  private:
+  std::string identifier_;
   ChildProcess process_;
   unsigned lastTag_ = 0;
 };

@@ -80,6 +80,11 @@ void TestBundle::addResource(const fs::path& item) const {
            fs::copy_options::recursive | fs::copy_options::copy_symlinks);
 }
 
+std::string TestBundle::identifier() const {
+  const auto found = keys_.find("CFBundleIdentifier");
+  return found == keys_.end() ? std::string() : found->second;
+}
+
 void TestBundle::setKeys(const InfoKeys& keys) {
   for (const auto& [key, value] : keys) {
     if (value.empty()) {

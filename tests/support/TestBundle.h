@@ -25,6 +25,9 @@ class TestBundle {
   [[nodiscard]] std::filesystem::path resources() const { return path_ / "Contents/Resources"; }
   [[nodiscard]] std::filesystem::path infoFile() const { return path_ / "Contents/Info.plist"; }
 
+  // Empty without the key.
+  [[nodiscard]] std::string identifier() const;
+
   // Shared libraries that go into Contents/Frameworks.
   void addLibraries(const std::vector<std::filesystem::path>& libraries) const;
   // Copies another bundle, or any file, among the resources.

@@ -73,7 +73,7 @@ TEST_P(DeploymentDecision, IsTakenByTheVersions) {
   const std::size_t already = scene.transcript().lines().size();
   const auto host = scene.start(bundle, options);
   host->call("share");
-  const std::string sender = "from " + std::to_string(host->processID());
+  const std::string sender = "from " + host->identifier();
   scene.transcript().waitFor({"start:prodeuctVersion:", sender}, already);
   fs::permissions(scene.installDirectory(), fs::perms::owner_all);
 
@@ -153,14 +153,14 @@ TEST(Deployment, RunningHelperGetsTheStartRequestAndNoSecondProcess) {
   const auto bundle = scene.makeHost("Host", "1.0");
   scene.startAndShare(bundle)->quit();
   const pid_t helper = scene.helperProcess();
+  const std::string start = "start:prodeuctVersion: from " + scene.hostID();
+  const std::size_t before = scene.transcript().count(start);
   const auto again = scene.startAndShare(bundle);
   EXPECT_EQ(again->call("launch"), "yes");
   scene.fence(*again);
   EXPECT_EQ(scene.helperProcess(), helper);
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
-  EXPECT_EQ(
-      scene.transcript().count("start:prodeuctVersion: from " + std::to_string(again->processID())),
-      2U);
+  EXPECT_EQ(scene.transcript().count(start), before + 2);
 }
 
 TEST(Deployment, VanishedInstalledCopyIsInstalledAgainByTheLaunch) {
@@ -279,7 +279,7 @@ TEST(MissingKeys, NoProductIdentityIsSentAsEmptyTexts) {
   const auto host =
       scene.startAndShare(scene.makeHost("Host", "1.0", {{"PID", ""}, {"CFBundleVersion", ""}}));
   const std::string line = scene.transcript().waitFor({"start:prodeuctVersion:"});
-  EXPECT_TRUE(line.ends_with(std::to_string(host->processID()) + " % %")) << line;
+  EXPECT_TRUE(line.ends_with(host->identifier() + " % %")) << line;
 }
 
 TEST(Deployment, UtilitiesFindVersionsAndApplications) {

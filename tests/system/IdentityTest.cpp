@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <iterator>
 #include <memory>
 #include <string>
@@ -20,6 +21,8 @@
 
 namespace qbdkr::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 void awaitWord(ChildProcess& process, const std::string& word, std::size_t from = 0) {
   process.waitForOutput([&](const std::string& line) { return line == word; }, from);
@@ -47,8 +50,8 @@ class Identity : public testing::Test {
   [[nodiscard]] std::size_t reports() const { return host->reportsWith("server open"); }
 
   // Waits until the host has handled all that reached it before.
-  void settle() {
-    EXPECT_EQ(report(application("Fence")), "result ");
+  void settle(const std::string& fence = "Fence") {
+    EXPECT_EQ(report(application(fence)), "result ");
     host->call("share");
   }
 
@@ -88,6 +91,18 @@ TEST_F(Identity, WhatAnApplicationSentStaysItsOwnWhateverItsProcessBecomes) {
   EXPECT_EQ(reports(), 3U);
   EXPECT_TRUE(isSender("Peer"));
   EXPECT_FALSE(isSender("Other"));
+}
+
+TEST_F(Identity, AnApplicationWhoseBundleIsRemovedMeanwhileIsStillHeard) {
+  const Peer removed = application("Removed");
+  const auto peer = removed.begin({"report-twice", scene.hostID()});
+  awaitWord(*peer, "reported");
+  fs::remove_all(scene.directory() / "Peers/Removed.app");
+  ASSERT_FALSE(fs::exists(removed.executable()));
+  peer->write("\n");
+  awaitWord(*peer, "reported", 1);
+  settle();
+  EXPECT_EQ(reports(), 3U);
 }
 
 TEST_F(Identity, ANewSenderThatBecomesAnotherProgramWhileItIsAskedForIsNoApplication) {
@@ -197,11 +212,12 @@ TEST_F(Identity, ABusThatDiesWhileASenderIsAskedForIsUsedAgain) {
     Peer::outsideBundles(scene).awaitOwner(scene.hostID());
   }
   // The second one shows that no room was lost, and that the connection is still read.
-  for (std::size_t i = 1; i <= 2; ++i) {
-    settle();
-    EXPECT_EQ(reports(), i);
-  }
-  EXPECT_EQ(host->call("senders"), scene.identifier("Fence") + ' ');
+  settle("Fence1");
+  EXPECT_EQ(reports(), 1U);
+  settle("Fence2");
+  EXPECT_EQ(reports(), 2U);
+  EXPECT_EQ(host->call("senders"),
+            scene.identifier("Fence1") + ' ' + scene.identifier("Fence2") + ' ');
 }
 
 TEST_F(Identity, ALostConnectionForQuestionsIsMadeAgain) {

@@ -93,7 +93,7 @@ TEST(Liveness, StoppedHelperIsStartedAgainByTheNextCheck) {
   EXPECT_EQ(host->call("alive"), "0");
   scene.fence(*host);
   EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:"), 2U);
-  const std::string sender = " from " + std::to_string(host->processID());
+  const std::string sender = " from " + host->identifier();
   EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:" + sender + " 1001 3.1"), 2U);
   EXPECT_EQ(scene.transcript().count("isAlive:prodeuctVersion:" + sender + " 1001 3.1"), 1U);
   EXPECT_EQ(host->call("alive"), "0");

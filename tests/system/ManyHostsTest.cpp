@@ -30,8 +30,7 @@ TEST(ManyHosts, StartedAtOnceShareOneInstalledCopyAndOneProcess) {
   for (const auto& host : hosts) tags.push_back(host->begin("share"));
   for (std::size_t i = 0; i < hosts.size(); ++i) EXPECT_EQ(hosts[i]->finish(tags[i]), "shared");
   for (const auto& host : hosts) {
-    scene.transcript().waitFor(
-        {"start:prodeuctVersion: from " + std::to_string(host->processID()) + ' '});
+    scene.transcript().waitFor({"start:prodeuctVersion: from " + host->identifier() + ' '});
     scene.fence(*host);
   }
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
@@ -64,8 +63,7 @@ TEST(ManyHosts, SecondWaitsForTheHelperThatTheFirstIsOpening) {
   ::kill(scene.helperProcess(), SIGUSR1);
   EXPECT_EQ(second->finish(launch), "yes");
   for (const auto* host : {first.get(), second.get()}) {
-    scene.transcript().waitFor(
-        {"start:prodeuctVersion: from " + std::to_string(host->processID())});
+    scene.transcript().waitFor({"start:prodeuctVersion: from " + host->identifier() + ' '});
   }
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }

@@ -26,7 +26,7 @@
 #include "ClientComm/QBHPUpgradeByHelper.h"
 #include "Host.h"
 #include "Platform/BundleIdentifier.h"
-#include "Platform/RPCEvent.h"
+#include "Platform/RPCAppleEvent.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
@@ -117,12 +117,15 @@ class AppleEventProcesser : public testing::Test {
  protected:
   AppleEventProcesser() { transport.reset(); }
 
-  String deliver(const RPCEvent& content, pid_t sender = getpid()) {
-    return textOf(transport.deliver(inboundEvent(content, sender)));
+  // In the form that an event has on macOS.
+  String process(const AppleEvent& event) {
+    AppleEvent reply;
+    processer.process(event, reply);
+    EXPECT_EQ(reply.eventClass(), typeNull);
+    return resultOf(reply);
   }
-  static String textOf(const AppleEvent& reply) {
-    const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
-    return answer == nullptr ? std::nullopt : answer->stringValue();
+  String deliver(const RPCEvent& event, pid_t sender = getpid()) {
+    return process(inboundAppleEvent(event, sender));
   }
 
   RecordingTransport& transport = RecordingTransport::installed();
@@ -132,25 +135,25 @@ class AppleEventProcesser : public testing::Test {
 
 TEST_F(AppleEventProcesser, ShareIsOneObjectThatHandlesRPCEvents) {
   EXPECT_EQ(&QBHPAppleEventProcesser::share(), &processer);
-  EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+  EXPECT_TRUE(transport.hasHandler());
 }
 
 TEST_F(AppleEventProcesser, UnRegistRemovesTheHandlerAndRegistInstallsIt) {
   processer.unRegist();
-  EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+  EXPECT_FALSE(transport.hasHandler());
   processer.regist();
-  EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
-  EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
+  EXPECT_TRUE(transport.hasHandler());
+  EXPECT_EQ(transport.deliver({"Service", "greet", {}}), "greetings");
 }
 
 TEST_F(AppleEventProcesser, ASecondObjectTakesOverAndItsEndRemovesTheHandler) {
   {
     QBHPAppleEventProcesser second;
     CapturedLog log;
-    EXPECT_EQ(deliver({"Service", "greet", {}}), std::nullopt);  // nobody registered with it
+    EXPECT_EQ(transport.deliver({"Service", "greet", {}}), std::nullopt);  // knows no object
     EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
   }
-  EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+  EXPECT_FALSE(transport.hasHandler());
   processer.regist();
 }
 
@@ -179,9 +182,8 @@ TEST_F(AppleEventProcesser, ATextResultIsTheReply) {
 }
 
 TEST_F(AppleEventProcesser, AStatusGivesAReplyWithoutAResult) {
-  const AppleEvent reply = transport.deliver(inboundEvent({"Service", "report:", {"a"}}, getpid()));
+  EXPECT_EQ(deliver({"Service", "report:", {"a"}}), std::nullopt);
   EXPECT_EQ(service.reports, 1);
-  EXPECT_TRUE(textOf(reply).value_or("").empty());
 }
 
 TEST_F(AppleEventProcesser, AMethodWithoutItsLastColonIsNotCalled) {
@@ -259,7 +261,7 @@ template <class Race>
 int callsOfTheSharedObject(RecordingTransport& transport) {
   registerClass("MadeTooLate", Race::make);
   for (int call = 0; call < 2; ++call) {
-    transport.deliver(inboundEvent({"MadeTooLate", "report:", {"a"}}, getpid()));
+    transport.deliver({"MadeTooLate", "report:", {"a"}});
   }
   const int calls = Race::shared ? Race::shared->reports : 0;
   Race::shared.reset();
@@ -368,9 +370,7 @@ struct MadeTwice {
   // How many reports each of them got, of three.
   static std::vector<int> reports(RecordingTransport& transport) {
     registerClass("MadeTwice", make);
-    const auto deliver = [&] {
-      transport.deliver(inboundEvent({"MadeTwice", "report:", {"a"}}, getpid()));
-    };
+    const auto deliver = [&] { transport.deliver({"MadeTwice", "report:", {"a"}}); };
     std::thread other(deliver);
     deliver();
     other.join();
@@ -455,26 +455,22 @@ TEST_F(AppleEventProcesser, TheSenderIsTheApplicationOfTheSendingProcess) {
   });
 }
 
-TEST_F(AppleEventProcesser, TheTransportKnowsTheSenderBetterThanItsProcess) {
+TEST_F(AppleEventProcesser, TheSenderIsTheOneThatTheTransportGives) {
   const auto before = service.bundleIDSet();
-  const auto deliverFrom = [this](AppleEventDescriptor application) {
-    AppleEvent event = inboundEvent({"Service", "greet", {}}, getpid());
-    event.setAttributeDescriptor(keySenderBundleIDAttr, std::move(application));
-    return textOf(transport.deliver(event));
-  };
-  EXPECT_EQ(deliverFrom(AppleEventDescriptor()), std::nullopt);
+  EXPECT_EQ(transport.deliver({"Service", "greet", {}}, std::nullopt), std::nullopt);
   EXPECT_EQ(service.bundleIDSet(), before);
-  EXPECT_EQ(deliverFrom(AppleEventDescriptor::withString("com.Example.Before")), "greetings");
+  EXPECT_EQ(transport.deliver({"Service", "greet", {}}, "com.Example.Before"), "greetings");
   EXPECT_EQ(service.senders, (std::vector<std::string>{"(absent)", "com.Example.Before"}));
+  EXPECT_TRUE(service.bundleIDSet().contains("com.Example.Before"));
 }
 
-TEST_F(AppleEventProcesser, WhatTheTransportKnowsDoesNotReplaceTheAddress) {
-  AppleEvent event = inboundEvent({"Service", "greet", {}}, getpid());
-  event.setAttributeDescriptor(keyAddressAttr, AppleEventDescriptor());
-  event.setAttributeDescriptor(keySenderBundleIDAttr,
-                               AppleEventDescriptor::withString("com.Example.NoAddress"));
-  EXPECT_EQ(textOf(transport.deliver(event)), std::nullopt);
-  EXPECT_EQ(service.senders, std::vector<std::string>{"(absent)"});
+TEST_F(AppleEventProcesser, ANameThatTheTransportDoesNotGiveIsAbsent) {
+  CapturedLog log;
+  EXPECT_EQ(transport.deliver({std::nullopt, "greet", {}}), std::nullopt);
+  EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
+  EXPECT_EQ(transport.deliver({"Service", std::nullopt, {}}), std::nullopt);
+  EXPECT_EQ(log.lines().size(), 1U);
+  EXPECT_EQ(service.senders, std::vector<std::string>{someSender});
 }
 
 TEST_F(AppleEventProcesser, AnIdentifierOfMoreThan255BytesCountsAsNone) {
@@ -502,20 +498,20 @@ TEST_F(AppleEventProcesser, AnEventOfAProcessOutsideAnyBundleIsNotDispatched) {
 TEST_F(AppleEventProcesser, AnEventWithoutASenderIsNotDispatched) {
   const auto before = service.bundleIDSet();
   AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
-  const AppleEvent complete = inboundEvent({"Service", "greet", {}}, getpid());
+  const AppleEvent complete = inboundAppleEvent({"Service", "greet", {}}, getpid());
   event.setParamDescriptor(keyDirectObject,
                            AppleEventDescriptor(*complete.paramDescriptor(keyDirectObject)));
   CapturedLog log;
-  EXPECT_EQ(textOf(transport.deliver(event)), std::nullopt);
+  EXPECT_EQ(process(event), std::nullopt);
   EXPECT_EQ(service.bundleIDSet(), before);
   EXPECT_TRUE(log.lines().empty());
 }
 
 TEST_F(AppleEventProcesser, OnlyAnAddressOfEightBytesNamesASender) {
   const auto deliverFrom = [this](AppleEventDescriptor address) {
-    AppleEvent event = inboundEvent({"Service", "greet", {}}, 1);
+    AppleEvent event = inboundAppleEvent({"Service", "greet", {}}, 1);
     event.setAttributeDescriptor(keyAddressAttr, std::move(address));
-    return textOf(transport.deliver(event));
+    return process(event);
   };
   std::string serial(8, '\0');
   for (std::size_t i = 0; i < 4; ++i) {
@@ -564,7 +560,7 @@ TEST_F(AppleEventProcesser, TheLockIsFreeAfterAnException) {
 
 // An event of this process with any direct object, or with none.
 AppleEvent eventWith(std::optional<AppleEventDescriptor> directObject) {
-  const AppleEvent complete = inboundEvent({"", "", {}}, getpid());
+  const AppleEvent complete = inboundAppleEvent({"", "", {}}, getpid());
   AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
   event.setAttributeDescriptor(keyAddressAttr,
                                AppleEventDescriptor(*complete.attributeDescriptor(keyAddressAttr)));
@@ -585,14 +581,14 @@ AppleEventDescriptor items(std::vector<AppleEventDescriptor> list) {
 TEST_F(AppleEventProcesser, AnArgumentThatIsNoTextLeavesTheEventToThePlatform) {
   for (const AppleEventDescriptor& argument :
        {AppleEventDescriptor(), AppleEventDescriptor::list(), number()}) {
-    EXPECT_THROW(transport.deliver(eventWith(
-                     items({text("Service"), text("report:"), items({text("a"), argument})}))),
-                 InvalidArgumentException);
+    EXPECT_THROW(
+        process(eventWith(items({text("Service"), text("report:"), items({text("a"), argument})}))),
+        InvalidArgumentException);
     // Before the class is looked for, and before the sender is recorded.
     CapturedLog log;
-    EXPECT_THROW(transport.deliver(
-                     eventWith(items({text("NoSuchClass"), text("report:"), items({argument})}))),
-                 InvalidArgumentException);
+    EXPECT_THROW(
+        process(eventWith(items({text("NoSuchClass"), text("report:"), items({argument})}))),
+        InvalidArgumentException);
     EXPECT_TRUE(log.lines().empty());
   }
   EXPECT_EQ(service.reports, 0);
@@ -609,7 +605,7 @@ TEST_F(AppleEventProcesser, AnEventThatNamesNoClassIsLoggedLikeAnUnknownOne) {
            items({number(), text("greet"), items({})}),
            items({items({text("Service")}), text("greet"), items({})})}) {
     CapturedLog log;
-    EXPECT_EQ(textOf(transport.deliver(eventWith(directObject))), std::nullopt);
+    EXPECT_EQ(process(eventWith(directObject)), std::nullopt);
     EXPECT_EQ(log.lines(), std::vector<std::string>{"classname is a class but it not find"});
   }
   EXPECT_TRUE(service.senders.empty());
@@ -622,10 +618,10 @@ TEST_F(AppleEventProcesser, WithoutAListOfArgumentsThereAreNone) {
         items({text("Service"), text("report:"), AppleEventDescriptor()}),
         items({text("Service"), text("report:"), text("a")})}) {
     const int before = service.reports;
-    transport.deliver(eventWith(directObject));
+    process(eventWith(directObject));
     EXPECT_EQ(service.reports, before + 1);
   }
-  transport.deliver(eventWith(items({text("Service"), text("call:two:three:four:")})));
+  process(eventWith(items({text("Service"), text("call:two:three:four:")})));
   ASSERT_EQ(service.calls.size(), 1U);
   EXPECT_EQ(service.calls[0], (std::array<String, 4>{}));
 }
@@ -636,7 +632,7 @@ TEST_F(AppleEventProcesser, AnEventThatNamesNoMethodCallsNothingAndIsNotLogged) 
        {items({text("Service")}), items({text("Service"), AppleEventDescriptor(), items({})}),
         items({text("Service"), number(), items({text("a")})})}) {
     service.senders.clear();
-    EXPECT_EQ(textOf(transport.deliver(eventWith(directObject))), std::nullopt);
+    EXPECT_EQ(process(eventWith(directObject)), std::nullopt);
     EXPECT_EQ(service.senders, std::vector<std::string>{ownIdentifier});
   }
   EXPECT_TRUE(log.lines().empty());
@@ -645,8 +641,7 @@ TEST_F(AppleEventProcesser, AnEventThatNamesNoMethodCallsNothingAndIsNotLogged) 
 }
 
 TEST_F(AppleEventProcesser, WhatStandsBehindTheThirdItemIsNotRead) {
-  EXPECT_EQ(textOf(transport.deliver(
-                eventWith(items({text("Service"), text("greet"), items({}), number()})))),
+  EXPECT_EQ(process(eventWith(items({text("Service"), text("greet"), items({}), number()}))),
             "greetings");
 }
 
@@ -682,7 +677,7 @@ bool endsWhileAMethodWaitsForIt(Service& service, RecordingTransport& transport,
     ended = worked.get_future().wait_for(patience) == std::future_status::ready;
     return std::nullopt;
   };
-  transport.deliver(inboundEvent({"Service", "call:two:three:four:", {}}, getpid()));
+  transport.deliver({"Service", "call:two:three:four:", {}});
   worker.join();
   return ended;
 }

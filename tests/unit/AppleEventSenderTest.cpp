@@ -12,6 +12,7 @@
 #include "FailingMemory.h"
 #include "Host.h"
 #include "Platform/Log.h"
+#include "Platform/RPCAppleEvent.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
@@ -19,6 +20,8 @@
 
 namespace qbdkr::test {
 namespace {
+
+using Kind = RecordingTransport::Kind;
 
 class AppleEventSender : public testing::Test {
  protected:
@@ -39,11 +42,9 @@ TEST_F(AppleEventSender, ShareIsOneObject) {
   EXPECT_EQ(&QBHPAppleEventSender::share(), &QBHPAppleEventSender::share());
 }
 
-TEST_F(AppleEventSender, EventHasTheFormThatPeersExpect) {
-  EXPECT_EQ(
-      sender.sendEvnet("com.Acme.Helper", "QBHPHelperControl", "start:prodeuctVersion:", arguments),
-      noErr);
-  const AppleEvent event = onlySent().event;
+TEST_F(AppleEventSender, EventHasTheFormThatPeersOnMacOSExpect) {
+  const AppleEvent event = sender.createEvnet("com.Acme.Helper", "QBHPHelperControl",
+                                              "start:prodeuctVersion:", arguments);
   EXPECT_EQ(event.eventClass(), 0x61657674U);
   EXPECT_EQ(event.eventID(), 0x63616C6CU);
   EXPECT_EQ(event.returnID(), -1);
@@ -65,19 +66,28 @@ TEST_F(AppleEventSender, EventHasTheFormThatPeersExpect) {
   ASSERT_EQ(list.numberOfItems(), 2U);
   EXPECT_EQ(*list.descriptorAtIndex(1), AppleEventDescriptor::withString("4711"));
   EXPECT_EQ(*list.descriptorAtIndex(2), AppleEventDescriptor::withString("3.1"));
+  EXPECT_EQ(transport.sent().size(), 0U);
 }
 
-TEST_F(AppleEventSender, PostHasModeOneAndTimeOutMinusOne) {
-  sender.sendEvnet("com.Acme.Helper", "Class", "method", {});
-  EXPECT_EQ(onlySent().mode, 1);
-  EXPECT_EQ(onlySent().timeout, -1);
+TEST_F(AppleEventSender, EventOfNoArgumentsHasAnEmptyListAsThirdItem) {
+  const AppleEvent event = sender.createEvnet("com.Acme.Helper", "Class", "method", {});
+  const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
+  ASSERT_NE(directObject, nullptr);
+  ASSERT_EQ(directObject->numberOfItems(), 3U);
+  EXPECT_EQ(*directObject->descriptorAtIndex(3), AppleEventDescriptor::list());
 }
 
-TEST_F(AppleEventSender, RequestHasModeThreeAndTimeOutMinusTwo) {
-  String result;
-  sender.sendEvnet("com.Acme.Helper", "Class", "method", {}, result);
-  EXPECT_EQ(onlySent().mode, 3);
-  EXPECT_EQ(onlySent().timeout, -2);
+TEST_F(AppleEventSender, EventWithoutATargetIsAddressedByNoBytes) {
+  EXPECT_EQ(sender.createEvnet(std::nullopt, "Class", "method", {}).target(),
+            AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
+}
+
+TEST_F(AppleEventSender, EventSaysWhatIsSent) {
+  sender.sendEvnet("com.Gr\u00FC\u00DFe", "Class", "method::", arguments);
+  const AppleEvent event =
+      sender.createEvnet("com.Gr\u00FC\u00DFe", "Class", "method::", arguments);
+  EXPECT_EQ(rpcEventOf(event), onlySent().event);
+  EXPECT_EQ(event.target().data(), onlySent().target.bundleID);
 }
 
 TEST_F(AppleEventSender, RequestIsBuiltLikeAPost) {
@@ -86,20 +96,11 @@ TEST_F(AppleEventSender, RequestIsBuiltLikeAPost) {
   sender.sendEvnet("com.Acme.Helper", "Class", "method::", arguments, result);
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 2U);
-  EXPECT_EQ(*sent[0].event.paramDescriptor(keyDirectObject),
-            *sent[1].event.paramDescriptor(keyDirectObject));
-  EXPECT_EQ(sent[0].event.target(), sent[1].event.target());
-  EXPECT_EQ(sent[1].event.returnID(), -1);
-  EXPECT_EQ(sent[1].event.transactionID(), 0);
-}
-
-TEST_F(AppleEventSender, NoArgumentsAreAnEmptyListAsThirdItem) {
-  sender.sendEvnet("com.Acme.Helper", "Class", "method", {});
-  const AppleEvent event = onlySent().event;
-  const AppleEventDescriptor* directObject = event.paramDescriptor(keyDirectObject);
-  ASSERT_NE(directObject, nullptr);
-  ASSERT_EQ(directObject->numberOfItems(), 3U);
-  EXPECT_EQ(*directObject->descriptorAtIndex(3), AppleEventDescriptor::list());
+  EXPECT_EQ(sent[0].kind, Kind::post);
+  EXPECT_EQ(sent[1].kind, Kind::ask);
+  EXPECT_EQ(sent[0].event, (RPCEvent{"Class", "method::", {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].event, sent[1].event);
+  EXPECT_EQ(sent[0].target, sent[1].target);
 }
 
 TEST_F(AppleEventSender, ArgumentsStandInTheirOrder) {
@@ -107,37 +108,36 @@ TEST_F(AppleEventSender, ArgumentsStandInTheirOrder) {
   for (int i = 0; i < 100; ++i) texts.push_back(std::to_string(i));
   const std::vector<std::string_view> views(texts.begin(), texts.end());
   sender.sendEvnet("com.Acme.Helper", "Class", "method", views);
-  EXPECT_EQ(rpcEventOf(onlySent().event).arguments, texts);
+  EXPECT_EQ(onlySent().event.arguments, texts);
 }
 
 TEST_F(AppleEventSender, AbsentNamesAreSentAsEmptyText) {
   sender.sendEvnet("com.Acme.Helper", std::nullopt, std::nullopt, {});
-  EXPECT_EQ(rpcEventOf(onlySent().event), (RPCEvent{"", "", {}}));
+  EXPECT_EQ(onlySent().event, (RPCEvent{"", "", {}}));
 }
 
 TEST_F(AppleEventSender, ASCIITargetHasAsManyBytesAsCharacters) {
   sender.sendEvnet("com.Acme.Photo-Tool_2", "Class", "method", {});
-  EXPECT_EQ(onlySent().event.target().data(), "com.Acme.Photo-Tool_2");
+  EXPECT_EQ(onlySent().target.bundleID, "com.Acme.Photo-Tool_2");
 }
 
 TEST_F(AppleEventSender, NonASCIITargetIsCutToItsCountOfUTF16Units) {
   // 10 units, 11 bytes: the last byte is missing.
   sender.sendEvnet("com.Gr\u00FC\u00DFe", "Class", "method", {});
-  EXPECT_EQ(onlySent().event.target().data(), std::string("com.Gr\u00FC\u00DFe").substr(0, 9));
+  EXPECT_EQ(onlySent().target.bundleID, std::string("com.Gr\u00FC\u00DFe").substr(0, 9));
   transport.reset();
   // A character of four bytes counts as two units: 6 of 8 bytes.
   sender.sendEvnet("com.\U0001F600", "Class", "method", {});
-  EXPECT_EQ(onlySent().event.target().data(), std::string("com.\U0001F600").substr(0, 6));
+  EXPECT_EQ(onlySent().target.bundleID, std::string("com.\U0001F600").substr(0, 6));
   transport.reset();
   // A character of three bytes counts as one unit: 5 of 7 bytes.
   sender.sendEvnet("com.\u263A", "Class", "method", {});
-  EXPECT_EQ(onlySent().event.target().data(), std::string("com.\u263A").substr(0, 5));
+  EXPECT_EQ(onlySent().target.bundleID, std::string("com.\u263A").substr(0, 5));
 }
 
 TEST_F(AppleEventSender, AbsentTargetHasNoBytes) {
   sender.sendEvnet(std::nullopt, "Class", "method", {});
-  EXPECT_EQ(onlySent().event.target(),
-            AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
+  EXPECT_EQ(onlySent().target.bundleID, "");
 }
 
 TEST_F(AppleEventSender, ShortFormsGoToTheHelperAgentAndBeginWithTheClassName) {
@@ -147,12 +147,12 @@ TEST_F(AppleEventSender, ShortFormsGoToTheHelperAgentAndBeginWithTheClassName) {
   sender.sendEvnet("QBHPGetDataByHelper", "clientIDFormHelper", {}, result);
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 2U);
-  for (const auto& event : sent) EXPECT_EQ(event.event.target().data(), helperIdentifier);
-  EXPECT_EQ(rpcEventOf(sent[0].event),
+  for (const auto& event : sent) EXPECT_EQ(event.target.bundleID, helperIdentifier);
+  EXPECT_EQ(sent[0].event,
             (RPCEvent{"QBHPHelperControl", "stop:prodeuctVersion:", {"4711", "3.1"}}));
-  EXPECT_EQ(sent[0].mode, 1);
-  EXPECT_EQ(rpcEventOf(sent[1].event), (RPCEvent{"QBHPGetDataByHelper", "clientIDFormHelper", {}}));
-  EXPECT_EQ(sent[1].mode, 3);
+  EXPECT_EQ(sent[0].kind, Kind::post);
+  EXPECT_EQ(sent[1].event, (RPCEvent{"QBHPGetDataByHelper", "clientIDFormHelper", {}}));
+  EXPECT_EQ(sent[1].kind, Kind::ask);
 }
 
 TEST_F(AppleEventSender, StatusIsReturnedUnchanged) {
@@ -264,7 +264,7 @@ TEST_F(AppleEventSender, HelperIdentifierIsReadOnceFromTheKeyAsItIsSpelled) {
     sender.sendEvnet("Class", "method", {}, result);
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 2U);
-    for (const auto& event : sent) EXPECT_EQ(event.event.target().data(), "com.Example.Other");
+    for (const auto& event : sent) EXPECT_EQ(event.target.bundleID, "com.Example.Other");
   });
 }
 
@@ -276,8 +276,7 @@ TEST_F(AppleEventSender, WithoutTheKeyTheTargetHasNoBytesAndTheStatusIsTheTransp
     EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), std::nullopt);
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(sender.sendEvnet("Class", "method", {}), procNotFound);
-    EXPECT_EQ(onlySent().event.target(),
-              AppleEventDescriptor::withBytes(typeApplicationBundleID, ""));
+    EXPECT_EQ(onlySent().target.bundleID, "");
   });
 }
 
@@ -302,7 +301,7 @@ TEST_F(AppleEventSender, HelperAgentMayLieAnywhereUnlessTheHostSaysOtherwise) {
     if (value != PropertyList()) info.set("Helper must be installed copy", value);
     inHost(info, [this](const Host&) {
       sender.sendEvnet("Class", "method", {});
-      EXPECT_EQ(onlySent().event.targetDirectory(), std::nullopt);
+      EXPECT_EQ(onlySent().target.directory, std::nullopt);
     });
   }
 }
@@ -322,8 +321,8 @@ TEST_F(AppleEventSender, HelperAgentAloneMustLieInTheInstalledCopyIfTheHostSaysS
       const auto sent = transport.sent();
       ASSERT_EQ(sent.size(), 4U);
       const auto place = (host.home / "Acme/AcmeHelper.app").string();
-      for (int i = 0; i < 3; ++i) EXPECT_EQ(sent[i].event.targetDirectory(), place) << i;
-      EXPECT_EQ(sent[3].event.targetDirectory(), std::nullopt);
+      for (int i = 0; i < 3; ++i) EXPECT_EQ(sent[i].target.directory, place) << i;
+      EXPECT_EQ(sent[3].target.directory, std::nullopt);
     });
   }
 }
@@ -337,20 +336,20 @@ TEST_F(AppleEventSender, HelperAgentThatHasNoPlaceCanLieInNone) {
     info.erase(missing);
     inHost(info, [this](const Host&) {
       sender.sendEvnet("Class", "method", {});
-      EXPECT_EQ(onlySent().event.targetDirectory(), "");
+      EXPECT_EQ(onlySent().target.directory, "");
     });
   }
 }
 
 TEST_F(AppleEventSender, PlatformTransportRefusesAnEmptyTargetWithMinus600) {
-  AppleEventTransport::replaceShared(nullptr);
+  RPCTransport::replaceShared(nullptr);
   EXPECT_EQ(sender.sendEvnet(std::nullopt, "Class", "method", {}), -600);
   EXPECT_EQ(sender.sendEvnet("", "Class", "method", {}), -600);
-  AppleEventTransport::replaceShared(&transport);
+  RPCTransport::replaceShared(&transport);
 }
 
 TEST_F(AppleEventSender, PlatformTransportRefusesWhatIsNoTextWithMinus50) {
-  AppleEventTransport::replaceShared(nullptr);
+  RPCTransport::replaceShared(nullptr);
   const std::array<std::string_view, 1> notText{"\xFF"};
   const std::array<std::string_view, 1> withZero{std::string_view("a\0b", 3)};
   EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method:", notText), -50);
@@ -360,16 +359,16 @@ TEST_F(AppleEventSender, PlatformTransportRefusesWhatIsNoTextWithMinus50) {
   EXPECT_EQ(sender.sendEvnet("oneelement", "Class", "method", {}), -50);
   EXPECT_EQ(sender.sendEvnet("com..Helper", "Class", "method", {}), -50);
   EXPECT_EQ(sender.sendEvnet("com.\u263A", "Class", "method", {}), -50);  // cut within a character
-  AppleEventTransport::replaceShared(&transport);
+  RPCTransport::replaceShared(&transport);
 }
 
 TEST_F(AppleEventSender, PlatformTransportGivesMinus609WithoutABus) {
-  AppleEventTransport::replaceShared(nullptr);
+  RPCTransport::replaceShared(nullptr);
   String result = "what was there before";
   EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}), -609);
   EXPECT_EQ(sender.sendEvnet("com.Acme.Helper", "Class", "method", {}, result), -609);
   EXPECT_EQ(result, std::nullopt);
-  AppleEventTransport::replaceShared(&transport);
+  RPCTransport::replaceShared(&transport);
 }
 
 }  // namespace

@@ -74,7 +74,7 @@ TEST_F(Bookkeeping, AMissingIdentityRemovesItsKeysAndIsSentEmpty) {
     EXPECT_EQ(log.lines(), std::vector<std::string>{"stop:prodeuctVersion: (null) (null) "});
     EXPECT_EQ(stored(host, "PID"), std::nullopt);
     EXPECT_EQ(stored(host, "Version"), std::nullopt);
-    EXPECT_EQ(RecordingTransport::installed().sentRPCEvents().at(0).arguments,
+    EXPECT_EQ(RecordingTransport::installed().sentEvents().at(0).arguments,
               (std::vector<std::string>{"", ""}));
   });
 }
@@ -85,7 +85,7 @@ TEST_F(Bookkeeping, AnIdentityOfNumbersIsRecordedAndSentAsTexts) {
   info.set("CFBundleVersion", 3.1);
   inHost(info, [this](const Host& host) {
     communicator().stopHelper();
-    EXPECT_EQ(RecordingTransport::installed().sentRPCEvents().at(0).arguments,
+    EXPECT_EQ(RecordingTransport::installed().sentEvents().at(0).arguments,
               (std::vector<std::string>{"1001", "3.1"}));
     EXPECT_EQ(communicator().firstStartPID(), "1001");
     EXPECT_EQ(stored(host, "PID"), PropertyList("1001"));

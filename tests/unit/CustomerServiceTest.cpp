@@ -36,11 +36,10 @@ TEST_F(CustomerService, RequestIsLoggedAndPostedWithItsFourArguments) {
   EXPECT_EQ(log.lines(), Texts{"customerService:versionID:email:attachment: 4711 3.1 mail /file "});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event),
+  EXPECT_EQ(sent[0].event,
             (RPCEvent{className, customerService, {"4711", "3.1", "mail", "/file"}}));
-  EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-  EXPECT_EQ(sent[0].mode, kAENoReply);
-  EXPECT_EQ(sent[0].timeout, kAEDefaultTimeout);
+  EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
 
 TEST_F(CustomerService, LookForMessagesIsLoggedAndPostedWithTheProduct) {
@@ -49,9 +48,8 @@ TEST_F(CustomerService, LookForMessagesIsLoggedAndPostedWithTheProduct) {
   EXPECT_EQ(log.lines(), Texts{"checkForHeleprMessage:versionID: 4711 3.1 "});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event),
-            (RPCEvent{className, checkForHeleprMessage, {"4711", "3.1"}}));
-  EXPECT_EQ(sent[0].mode, kAENoReply);
+  EXPECT_EQ(sent[0].event, (RPCEvent{className, checkForHeleprMessage, {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
 
 TEST_F(CustomerService, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
@@ -63,7 +61,7 @@ TEST_F(CustomerService, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
             (Texts{"customerService:versionID:email:attachment: 4711 3.1 mail (null) ",
                    "customerService:versionID:email:attachment: (null)  (null) (null) ",
                    "checkForHeleprMessage:versionID: (null) (null) "}));
-  const auto sent = transport.sentRPCEvents();
+  const auto sent = transport.sentEvents();
   ASSERT_EQ(sent.size(), 3U);
   EXPECT_EQ(sent[0].arguments, (Texts{"4711", "3.1", "mail", ""}));
   EXPECT_EQ(sent[1].arguments, (Texts{"", "", "", ""}));
@@ -81,7 +79,7 @@ TEST_F(CustomerService, IsNotRegisteredForReports) {
   inHost(hostInformation(), [this](const Host&) {
     service.checkForHeleprMessage("4711", "3.1");
     QBHPCustomerServiceByHelepr::share().checkForHeleprMessage("4711", "3.1");
-    EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+    EXPECT_FALSE(transport.hasHandler());
   });
 }
 

@@ -162,7 +162,7 @@ TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
     communicator();
     CapturedLog log;
     communicator().extractHelper();
-    EXPECT_EQ(transport.sentRPCEvents(),
+    EXPECT_EQ(transport.sentEvents(),
               (std::vector<RPCEvent>{
                   {"QBHPHelperControl", "exitHelper:productVersion:", {"4711", "3.1"}}}));
     EXPECT_TRUE(oldOneWasThere);
@@ -316,7 +316,7 @@ TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
     EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
     EXPECT_EQ(sentBeforeOpening, 0U);
     ASSERT_FALSE(transport.sent().empty());
-    EXPECT_EQ(transport.sentRPCEvents()[0],
+    EXPECT_EQ(transport.sentEvents()[0],
               (RPCEvent{"QBHPHelperControl", "start:prodeuctVersion:", {"4711", "3.1"}}));
     EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
   });

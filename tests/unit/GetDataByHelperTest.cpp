@@ -25,10 +25,9 @@ TEST_F(GetDataByHelper, ClientIDRequestHasNoArgumentsAndWaitsForItsReply) {
   EXPECT_EQ(service.clientIDFormHelper(), " a client identifier, exactly as it is ");
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{"QBHPGetDataByHelper", "clientIDFormHelper", {}}));
-  EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-  EXPECT_EQ(sent[0].mode, kAEWaitReply);
-  EXPECT_EQ(sent[0].timeout, kNoTimeOut);
+  EXPECT_EQ(sent[0].event, (RPCEvent{"QBHPGetDataByHelper", "clientIDFormHelper", {}}));
+  EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::ask);
 }
 
 TEST_F(GetDataByHelper, FirstStartRequestHasNoArgumentsAndWaitsForItsReply) {
@@ -36,9 +35,8 @@ TEST_F(GetDataByHelper, FirstStartRequestHasNoArgumentsAndWaitsForItsReply) {
   EXPECT_EQ(QBHPGetDataByHelper::share().isNotFirstStart(), "1");
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{"QBHPGetDataByHelper", "isNotFirstStart", {}}));
-  EXPECT_EQ(sent[0].mode, kAEWaitReply);
-  EXPECT_EQ(sent[0].timeout, kNoTimeOut);
+  EXPECT_EQ(sent[0].event, (RPCEvent{"QBHPGetDataByHelper", "isNotFirstStart", {}}));
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::ask);
 }
 
 TEST_F(GetDataByHelper, AFailedSendIsNoAnswer) {
@@ -64,7 +62,7 @@ TEST_F(GetDataByHelper, IsNotRegisteredForReports) {
   inHost(hostInformation(), [this](const Host&) {
     service.clientIDFormHelper();
     QBHPGetDataByHelper::share().clientIDFormHelper();
-    EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+    EXPECT_FALSE(transport.hasHandler());
   });
 }
 

@@ -70,7 +70,7 @@ TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable)
     EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
               static_cast<QBHPHelperControlCallBackDelegate*>(
                   static_cast<QBHPWillHelperExitDelegate*>(&communicator())));
-    EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+    EXPECT_TRUE(transport.hasHandler());
   });
 }
 
@@ -87,7 +87,7 @@ TEST_F(HelperCommunicate, CreationIsTheDelegateAndRecordsTheIdentityBeforeTheSta
     EXPECT_TRUE(isDelegate);
     EXPECT_TRUE(isRecorded);
     threads.runNext();
-    EXPECT_EQ(transport.sentRPCEvents().at(0),
+    EXPECT_EQ(transport.sentEvents().at(0),
               (RPCEvent{"QBHPHelperControl", start, {"4711", "3.1"}}));
   });
 }
@@ -179,7 +179,7 @@ TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
 TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
   inUsedHost(hostInformation(), [this](const Host&) {
     communicator().isAliveHelper();
-    EXPECT_EQ(transport.sentRPCEvents().at(0),
+    EXPECT_EQ(transport.sentEvents().at(0),
               (RPCEvent{"QBHPHelperControl", isAlive, {"4711", "3.1"}}));
   });
 }
@@ -221,7 +221,7 @@ TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
     communicator().startHelper();
     transport.reset();
     EXPECT_EQ(communicator().stopHelper(), noErr);
-    EXPECT_EQ(transport.sentRPCEvents(),
+    EXPECT_EQ(transport.sentEvents(),
               (std::vector<RPCEvent>{{"QBHPHelperControl", stop, {"4711", "3.1"}}}));
     communicator().isAliveHelper();
     EXPECT_EQ(transport.countOf(start), 1U);
@@ -272,11 +272,10 @@ TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
   inUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
-    transport.deliver(
-        inboundEvent({"QBHPHelperControl", "helperExitNotify:", {"Helper"}}, getpid()));
+    transport.deliver({"QBHPHelperControl", "helperExitNotify:", {"Helper"}});
     EXPECT_EQ(transport.sentMethods(), Methods{stop});
-    transport.deliver(inboundEvent(
-        {"QBHPHelperControl", "checkServerOpenCallBack::::", {"Helper", "1", "5", "M"}}, getpid()));
+    transport.deliver(
+        {"QBHPHelperControl", "checkServerOpenCallBack::::", {"Helper", "1", "5", "M"}});
     EXPECT_EQ(transport.sentMethods(), Methods{stop});
   });
 }
@@ -518,7 +517,7 @@ TEST_F(HelperCommunicate, CannotBeCalledByNameAndKeepsItsPlace) {
     EXPECT_EQ(communicator().className(), "QBHPHelperCommunicate");
     EXPECT_EQ(communicator().performSelector("stopHelper", {}), std::nullopt);
     CapturedLog log;
-    transport.deliver(inboundEvent({"QBHPHelperCommunicate", "stopHelper", {}}, getpid()));
+    transport.deliver({"QBHPHelperCommunicate", "stopHelper", {}});
     EXPECT_TRUE(log.lines().empty());
     EXPECT_TRUE(transport.sent().empty());
     EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(), &communicator());

@@ -66,19 +66,15 @@ class HelperControl : public testing::Test {
     EXPECT_EQ((control.*request)("4711", "3.1"), noErr);
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{"QBHPHelperControl", method, {"4711", "3.1"}}));
-    EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-    EXPECT_EQ(sent[0].mode, kAENoReply);
-    EXPECT_EQ(sent[0].timeout, kAEDefaultTimeout);
+    EXPECT_EQ(sent[0].event, (RPCEvent{"QBHPHelperControl", method, {"4711", "3.1"}}));
+    EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+    EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
     EXPECT_EQ(log.lines(), lines);
   }
 
   // The reply's text, as the dispatcher gives it.
   String deliver(const std::string& method, const std::vector<std::string>& arguments) {
-    const AppleEvent reply =
-        transport.deliver(inboundEvent({"QBHPHelperControl", method, arguments}, getpid()));
-    const AppleEventDescriptor* answer = reply.paramDescriptor(keyDirectObject);
-    return answer == nullptr ? std::nullopt : answer->stringValue();
+    return transport.deliver({"QBHPHelperControl", method, arguments});
   }
 
   RecordingTransport& transport = RecordingTransport::installed();
@@ -123,7 +119,7 @@ TEST_F(HelperControl, AbsentValuesAreSentEmptyAndLoggedAsNull) {
   EXPECT_EQ(log.lines(),
             (Lines{"QBDKRProductClient''QBHPHelperControl", "start:prodeuctVersion: (null) (null) ",
                    "stop:prodeuctVersion: (null) 3.1 ", "show:prodeuctVersion:  (null) "}));
-  const auto events = transport.sentRPCEvents();
+  const auto events = transport.sentEvents();
   ASSERT_EQ(events.size(), 3U);
   EXPECT_EQ(events[0].arguments, (std::vector<std::string>{"", ""}));
   EXPECT_EQ(events[1].arguments, (std::vector<std::string>{"", "3.1"}));
@@ -167,7 +163,7 @@ TEST_F(HelperControl, DelegateIsKeptAsItWasSet) {
 
 TEST_F(HelperControl, MakingOneInstallsTheHandlerAndEndingItRemovesTheEntry) {
   inHost(hostInformation(), [this](const Host&) {
-    EXPECT_TRUE(transport.hasHandler(kCoreEventClass, kAECall));
+    EXPECT_TRUE(transport.hasHandler());
     Told other;
     {
       WantsBoth delegate(other);

@@ -152,7 +152,7 @@ TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
     runThreads();
     helper().stopHelper();
     EXPECT_EQ(
-        transport.sentRPCEvents(),
+        transport.sentEvents(),
         (std::vector<RPCEvent>{{"QBHPHelperControl", "stop:prodeuctVersion:", {"4711", "3.1"}}}));
     EXPECT_TRUE(timer().isValid());
   });

@@ -33,7 +33,7 @@ constexpr OSErr someStatus = -1743;
 constexpr const char* someReply = "U###300###200";
 
 enum class Guard { no, yes };
-enum class Wire { post, ask };
+using Wire = RecordingTransport::Kind;
 
 struct Request {
   const char* name;
@@ -258,11 +258,9 @@ class Requests : public testing::Test {
     EXPECT_EQ(request.call(Communicator::share()), request.result);
     ASSERT_EQ(transport.sent().size(), 1U);
     const auto sent = transport.sent().front();
-    EXPECT_EQ(rpcEventOf(sent.event),
-              (RPCEvent{request.className, request.methodName, request.arguments}));
-    EXPECT_EQ(sent.mode, request.wire == Wire::post ? kAENoReply : kAEWaitReply);
-    EXPECT_EQ(sent.timeout, request.wire == Wire::post ? kAEDefaultTimeout : kNoTimeOut);
-    EXPECT_EQ(sent.event.target().data(), helperIdentifier);
+    EXPECT_EQ(sent.event, (RPCEvent{request.className, request.methodName, request.arguments}));
+    EXPECT_EQ(sent.kind, request.wire);
+    EXPECT_EQ(sent.target.bundleID, helperIdentifier);
     EXPECT_EQ(threads.count() - threadsBefore, request.guard == Guard::yes ? 1U : 0U);
   }
 
@@ -324,7 +322,7 @@ TEST_F(Requests, AbsentArgumentsTravelAsEmptyTexts) {
     transport.reset();
     communicator.uploadLogByEmail(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
     communicator.customerserviceByEmail("mail", std::nullopt);
-    const auto sent = transport.sentRPCEvents();
+    const auto sent = transport.sentEvents();
     ASSERT_EQ(sent.size(), 2U);
     EXPECT_EQ(sent[0].arguments, (Texts{"4711", "3.1", "", "", "", ""}));
     EXPECT_EQ(sent[1].arguments, (Texts{"4711", "3.1", "mail", ""}));
@@ -338,7 +336,7 @@ TEST_F(Requests, HostWithoutIdentitySendsEmptyTexts) {
   inUsedHost(info, [this](const Host&) {
     transport.reset();
     Communicator::share().showHelper();
-    EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"", ""}));
+    EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"", ""}));
   });
 }
 
@@ -352,7 +350,7 @@ TEST_F(Requests, DataIsCollectedUnderTheFirstStartsProductUnlessOneIsSet) {
     communicator.directUploadData();
     communicator.setCollectDataPID("");
     communicator.directUploadData();
-    const auto sent = transport.sentRPCEvents();
+    const auto sent = transport.sentEvents();
     ASSERT_EQ(sent.size(), 3U);
     EXPECT_EQ(sent[0].arguments, (Texts{"OLD", "3.1"}));
     EXPECT_EQ(sent[1].arguments, (Texts{"DATA", "3.1"}));
@@ -556,8 +554,8 @@ TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
       transport.answerWith({someStatus, someReply});
       call.call(helper);
       ASSERT_EQ(transport.sent().size(), 1U);
-      EXPECT_EQ(transport.sentRPCEvents()[0].methodName, call.methodName);
-      EXPECT_EQ(transport.sentRPCEvents()[0].arguments, call.arguments);
+      EXPECT_EQ(transport.sentEvents()[0].methodName, call.methodName);
+      EXPECT_EQ(transport.sentEvents()[0].arguments, call.arguments);
     }
   });
 }

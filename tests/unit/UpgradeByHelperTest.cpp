@@ -85,10 +85,9 @@ TEST_F(UpgradeByHelper, AnswerIsLoggedWithoutABlankBehindAndPosted) {
   EXPECT_EQ(log.lines(), Texts{"productReadyToUpgrade:versionID:ready: 4711 3.1 1"});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{className, readyToUpgrade, {"4711", "3.1", "1"}}));
-  EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-  EXPECT_EQ(sent[0].mode, kAENoReply);
-  EXPECT_EQ(sent[0].timeout, kAEDefaultTimeout);
+  EXPECT_EQ(sent[0].event, (RPCEvent{className, readyToUpgrade, {"4711", "3.1", "1"}}));
+  EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
 
 TEST_F(UpgradeByHelper, UpgradeIsLoggedWithABlankBehindAndPosted) {
@@ -97,10 +96,9 @@ TEST_F(UpgradeByHelper, UpgradeIsLoggedWithABlankBehindAndPosted) {
   EXPECT_EQ(log.lines(), Texts{"productUpgrade:versionID: 4711 3.1 "});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{className, upgrade, {"4711", "3.1"}}));
-  EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-  EXPECT_EQ(sent[0].mode, kAENoReply);
-  EXPECT_EQ(sent[0].timeout, kAEDefaultTimeout);
+  EXPECT_EQ(sent[0].event, (RPCEvent{className, upgrade, {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+  EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
 
 TEST_F(UpgradeByHelper, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
@@ -109,7 +107,7 @@ TEST_F(UpgradeByHelper, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
   service.productUpgrade(std::nullopt, std::nullopt);
   EXPECT_EQ(log.lines(), (Texts{"productReadyToUpgrade:versionID:ready: (null)  (null)",
                                 "productUpgrade:versionID: (null) (null) "}));
-  EXPECT_EQ(transport.sentRPCEvents(),
+  EXPECT_EQ(transport.sentEvents(),
             (std::vector<RPCEvent>{{className, readyToUpgrade, {"", "", ""}},
                                    {className, upgrade, {"", ""}}}));
 }
@@ -160,8 +158,8 @@ TEST_F(UpgradeByHelper, WaitingAndAskedIsAnsweredWithIgnoreAndGoesOnWaiting) {
                                   "productReadyToUpgrade:versionID:ready:   ignore"}));
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(rpcEventOf(sent[0].event), ignoreAnswer);
-    EXPECT_EQ(sent[0].mode, kAENoReply);
+    EXPECT_EQ(sent[0].event, ignoreAnswer);
+    EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
     EXPECT_FALSE(answered());
     EXPECT_EQ(delegate.told.size(), 1U);
   }
@@ -178,7 +176,7 @@ TEST_F(UpgradeByHelper, WaitingAndAskedIsIgnoredEvenWhenTheDelegateWentAway) {
   ask();
   service.setProductUpgradeDelegate(nullptr);
   EXPECT_EQ(ask(), noErr);
-  EXPECT_EQ(transport.sentRPCEvents(), std::vector<RPCEvent>{ignoreAnswer});
+  EXPECT_EQ(transport.sentEvents(), std::vector<RPCEvent>{ignoreAnswer});
   EXPECT_FALSE(answered());
 }
 
@@ -234,7 +232,7 @@ TEST_F(UpgradeByHelper, AnswerOnAnotherThreadWhileAFurtherQuestionComesIsNotLost
   ask();
   transport.answer(
       readyToUpgrade, Answerer([&](const Sent& sent) {
-        if (rpcEventOf(sent.event) == ignoreAnswer) {
+        if (sent.event == ignoreAnswer) {
           std::thread([&] { service.productReadyToUpgrade("4711", "3.1", "1"); }).join();
         }
         return Answer{};
@@ -308,14 +306,14 @@ TEST_F(UpgradeByHelper, ErrorWithoutAMessageThrowsAndLeavesNoQuestionOpen) {
 TEST_F(UpgradeByHelper, QuestionComesInByNameAndItsReplyHasNoText) {
   inHost(hostInformation(), [this](const Host&) {
     const auto deliver = [this](const Texts& arguments) {
-      return transport.deliver(inboundEvent({className, question, arguments}, getpid()));
+      return transport.deliver({className, question, arguments});
     };
-    EXPECT_EQ(deliver({"a", "b", "12", "M"}).paramDescriptor(keyDirectObject), nullptr);
+    EXPECT_EQ(deliver({"a", "b", "12", "M"}), std::nullopt);
     ASSERT_EQ(delegate.told.size(), 1U);
     EXPECT_EQ(delegate.told[0].value().code, 12);
-    EXPECT_EQ(deliver({"a", "b", "0", ""}).paramDescriptor(keyDirectObject), nullptr);
+    EXPECT_EQ(deliver({"a", "b", "0", ""}), std::nullopt);
     EXPECT_EQ(delegate.told.size(), 1U);
-    EXPECT_EQ(transport.sentRPCEvents(), std::vector<RPCEvent>{ignoreAnswer});
+    EXPECT_EQ(transport.sentEvents(), std::vector<RPCEvent>{ignoreAnswer});
   });
 }
 
@@ -325,10 +323,10 @@ TEST_F(UpgradeByHelper, RegistrationEndsWithTheObject) {
     {
       QBHPUpgradeByHelper second;
       second.setProductUpgradeDelegate(&other);
-      transport.deliver(inboundEvent({className, question, {"a", "b", "0", ""}}, getpid()));
+      transport.deliver({className, question, {"a", "b", "0", ""}});
       EXPECT_EQ(other.told.size(), 1U);
     }
-    transport.deliver(inboundEvent({className, question, {"a", "b", "0", ""}}, getpid()));
+    transport.deliver({className, question, {"a", "b", "0", ""}});
     EXPECT_EQ(other.told.size(), 1U);
     EXPECT_TRUE(delegate.told.empty());
   });

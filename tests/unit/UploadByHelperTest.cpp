@@ -104,10 +104,9 @@ TEST_F(UploadByHelper, PostsAreLoggedAndSentInTheOrderOfTheirParameters) {
     EXPECT_EQ(log.lines(), post.lines);
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{className, post.method, post.arguments}));
-    EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-    EXPECT_EQ(sent[0].mode, kAENoReply);
-    EXPECT_EQ(sent[0].timeout, kAEDefaultTimeout);
+    EXPECT_EQ(sent[0].event, (RPCEvent{className, post.method, post.arguments}));
+    EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+    EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
   }
 }
 
@@ -118,7 +117,7 @@ TEST_F(UploadByHelper, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
     CapturedLog log;
     EXPECT_EQ(post.make(service, false), noErr);
     EXPECT_EQ(log.lines(), post.linesOfAbsent);
-    const auto sent = transport.sentRPCEvents();
+    const auto sent = transport.sentEvents();
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].arguments, Texts(post.arguments.size(), ""));
   }
@@ -129,14 +128,14 @@ TEST_F(UploadByHelper, EmptyArgumentsStayEmptyInTheLogAsWell) {
   service.uploadLog("", "V", "", "", std::nullopt, "");
   EXPECT_EQ(log.lines(),
             Texts{"uploadLog:versionID:email:filePath:title:description:  V   (null)  "});
-  EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"", "V", "", "", "", ""}));
+  EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"", "V", "", "", "", ""}));
 }
 
 TEST_F(UploadByHelper, ArgumentsAreNeitherJoinedNorEscaped) {
   const Texts arguments{"%@", "a###b", "\"q\"", "/with blank/ü", "line\nbreak", "%d %s"};
   service.uploadUserFile(arguments[0], arguments[1], arguments[2], arguments[3], arguments[4],
                          arguments[5]);
-  EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, arguments);
+  EXPECT_EQ(transport.sentEvents().at(0).arguments, arguments);
 }
 
 TEST_F(UploadByHelper, PostsReturnTheStatusOfTheSendAndAreNotTriedAgain) {
@@ -171,10 +170,9 @@ TEST_F(UploadByHelper, QuestionsWaitForTheirReplyAndReturnItAsItIs) {
                 question.linePrefix.empty() ? Texts{} : Texts{question.linePrefix + reply});
       const auto sent = transport.sent();
       ASSERT_EQ(sent.size(), 1U);
-      EXPECT_EQ(rpcEventOf(sent[0].event), (RPCEvent{className, question.method, {"P", "V"}}));
-      EXPECT_EQ(sent[0].event.target().data(), helperIdentifier);
-      EXPECT_EQ(sent[0].mode, kAEWaitReply);
-      EXPECT_EQ(sent[0].timeout, kNoTimeOut);
+      EXPECT_EQ(sent[0].event, (RPCEvent{className, question.method, {"P", "V"}}));
+      EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
+      EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::ask);
     }
   }
 }
@@ -202,7 +200,7 @@ TEST_F(UploadByHelper, QuestionsSendAbsentArgumentsEmpty) {
   for (const Question& question : questions()) {
     transport.reset();
     (void)(service.*question.ask)(std::nullopt, std::nullopt);
-    EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"", ""})) << question.method;
+    EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"", ""})) << question.method;
   }
 }
 
@@ -233,9 +231,9 @@ TEST_F(UploadByHelper, CollectedDataNamesItsTypeByACode) {
                                  row.code + " target=T keyID=K value=value"});
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(rpcEventOf(sent[0].event),
+    EXPECT_EQ(sent[0].event,
               (RPCEvent{className, collectData, {"P", "V", row.code, "T", "K", "value"}}));
-    EXPECT_EQ(sent[0].mode, kAENoReply);
+    EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
   }
 }
 
@@ -249,7 +247,7 @@ TEST_F(UploadByHelper, CollectedDataSendsAbsentArgumentsEmpty) {
                        " productID=P version=V type=4 target=T keyID=K value=(null)",
                    std::string(collectData) + " productID=(null) version=(null) type=5 "
                                               "target=(null) keyID=(null) value=(null)"}));
-  const auto sent = transport.sentRPCEvents();
+  const auto sent = transport.sentEvents();
   ASSERT_EQ(sent.size(), 2U);
   EXPECT_EQ(sent[0].arguments, (Texts{"P", "V", "4", "T", "K", ""}));
   EXPECT_EQ(sent[1].arguments, (Texts{"", "", "5", "", "", ""}));
@@ -262,7 +260,7 @@ TEST_F(UploadByHelper, ATypeThatDoesNotExistIsLoggedAsItsNumberAndSentEmpty) {
     service.collectData("P", "V", static_cast<CollectionType>(type), "T", "K", "value");
     EXPECT_EQ(log.lines(), Texts{std::string(collectData) + " productID=P version=V type=" +
                                  std::to_string(type) + " target=T keyID=K value=value"});
-    EXPECT_EQ(transport.sentRPCEvents().at(0).arguments, (Texts{"P", "V", "", "T", "K", "value"}));
+    EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"P", "V", "", "T", "K", "value"}));
   }
 }
 
@@ -291,7 +289,7 @@ TEST_F(UploadByHelper, IsNotRegisteredForReports) {
   inHost(hostInformation(), [this](const Host&) {
     service.directUploadData("P", "V");
     Service::share().directUploadData("P", "V");
-    EXPECT_FALSE(transport.hasHandler(kCoreEventClass, kAECall));
+    EXPECT_FALSE(transport.hasHandler());
   });
 }
 
