@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "ClientComm/QBHPAppEventBase.h"
-#include "Platform/Export.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "Platform/Export.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

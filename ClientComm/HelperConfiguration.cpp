@@ -4,8 +4,8 @@
 #include <utility>
 
 #include "ClientComm/InfoKeys.h"
-#include "Platform/Bundle.h"
-#include "Platform/Files.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Files/Files.h"
 
 namespace qbdkr {
 namespace {

@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

@@ -5,8 +5,8 @@
 
 #include "ClientComm/OutOfMemory.h"
 #include "ClientComm/QBHPAppleEventSender.h"
-#include "Platform/DropExceptions.h"
-#include "Platform/Log.h"
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

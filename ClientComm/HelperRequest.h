@@ -5,8 +5,8 @@
 
 #include "ClientComm/QBHPAppEventBase.h"
 #include "ClientComm/Selector.h"
-#include "ClientComm/Text.h"
-#include "Platform/Status.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Status.h"
 
 namespace qbdkr {
 

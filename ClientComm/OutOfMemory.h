@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "Platform/Status.h"
+#include "Platform/Base/Status.h"
 
 namespace qbdkr {
 

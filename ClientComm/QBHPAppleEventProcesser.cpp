@@ -4,9 +4,9 @@
 
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
-#include "Platform/Log.h"
-#include "Platform/RPCAppleEvent.h"
-#include "Platform/RPCTransport.h"
+#include "Platform/Events/AppleEvents/RPCAppleEvent.h"
+#include "Platform/Events/RPCTransport.h"
+#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

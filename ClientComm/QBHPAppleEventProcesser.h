@@ -9,10 +9,10 @@
 #include <vector>
 
 #include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/Text.h"
-#include "Platform/AppleEvent.h"
-#include "Platform/Export.h"
-#include "Platform/RPCEvent.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {
 

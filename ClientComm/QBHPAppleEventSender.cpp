@@ -6,9 +6,9 @@
 #include "ClientComm/HelperConfiguration.h"
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/OutOfMemory.h"
-#include "Platform/Bundle.h"
-#include "Platform/RPCAppleEvent.h"
-#include "Platform/RPCTransport.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Events/AppleEvents/RPCAppleEvent.h"
+#include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr {
 namespace {

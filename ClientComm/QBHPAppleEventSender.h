@@ -3,11 +3,11 @@
 #include <span>
 #include <string_view>
 
-#include "ClientComm/Text.h"
-#include "Platform/AppleEvent.h"
-#include "Platform/Export.h"
-#include "Platform/RPCEvent.h"
-#include "Platform/Status.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Base/Status.h"
+#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {
 

@@ -5,8 +5,8 @@
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/InfoKeys.h"
-#include "Platform/Bundle.h"
-#include "Platform/Text.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

@@ -5,9 +5,9 @@
 
 #include "ClientComm/QBHPAppEventBase.h"
 #include "ClientComm/Selector.h"
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
-#include "Platform/Status.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Base/Status.h"
 
 namespace qbdkr {
 

@@ -7,8 +7,8 @@
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/SwitchFile.h"
-#include "Platform/Bundle.h"
-#include "Platform/Log.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

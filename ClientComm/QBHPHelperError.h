@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

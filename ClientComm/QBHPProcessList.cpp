@@ -5,9 +5,9 @@
 #include <span>
 #include <utility>
 
-#include "Platform/Bundle.h"
-#include "Platform/ProcessTableFetch.h"
-#include "Platform/RunningApplications.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Processes/ProcessTable.h"
+#include "Platform/Processes/RunningApplications.h"
 
 namespace qbdkr {
 namespace {
@@ -24,7 +24,7 @@ void require(bool condition, const char* text) {
 void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount) {
   require(procList != nullptr, "procList != NULL");
   require(procCount != nullptr, "procCount != NULL");
-  auto table = fetchProcessTable(queryProcessTable);
+  auto table = fetchProcessTable();
   *procCount = table.count;
   *procList = table.records.release();
   require((table.error == 0) == (*procList != nullptr), "(err == 0) == (*procList != NULL)");
@@ -36,7 +36,7 @@ QBHPProcessList& QBHPProcessList::share() {
 }
 
 std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
-  const auto table = fetchProcessTable(queryProcessTable);
+  const auto table = fetchProcessTable();
   std::vector<Entry> entries;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto info = infoForPID(process.processID);

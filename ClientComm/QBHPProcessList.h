@@ -6,10 +6,10 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
-#include "Platform/ProcessTable.h"
-#include "Platform/PropertyList.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Processes/ProcessTable.h"
+#include "Platform/PropertyLists/PropertyList.h"
 
 namespace qbdkr {
 

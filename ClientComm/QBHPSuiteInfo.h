@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

@@ -4,7 +4,7 @@
 
 #include "ClientComm/HelperRequest.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
-#include "Platform/Log.h"
+#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 

@@ -3,7 +3,7 @@
 #include <string>
 
 #include "ClientComm/HelperRequest.h"
-#include "Platform/Log.h"
+#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

@@ -4,7 +4,7 @@
 #include <cstddef>
 
 #include "ClientComm/Exceptions.h"
-#include "Platform/Text.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

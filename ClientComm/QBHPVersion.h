@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
 
 namespace qbdkr {
 

@@ -3,11 +3,14 @@
 #include <algorithm>
 #include <chrono>
 
-#include "ClientComm/Text.h"
-#include "Platform/FileLock.h"
-#include "Platform/FileRewrite.h"
-#include "Platform/Files.h"
-#include "Platform/Text.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Files/Files.h"
+#include "Platform/PropertyLists/FileRewrite.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Export.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Base/Export.h"
+#include "Platform/PropertyLists/PropertyList.h"
 
 namespace qbdkr {
 

@@ -5,10 +5,10 @@
 #include <variant>
 
 #include "ClientComm/InfoKeys.h"
-#include "Platform/Bundle.h"
-#include "Platform/Files.h"
-#include "Platform/Log.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Defaults/UserDefaults.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Log/Log.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

@@ -7,7 +7,7 @@
 #include <new>
 #include <utility>
 
-#include "Platform/DropExceptions.h"
+#include "Platform/Base/DropExceptions.h"
 
 namespace qbdkr {
 namespace {

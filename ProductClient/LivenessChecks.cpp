@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "Platform/DropExceptions.h"
+#include "Platform/Base/DropExceptions.h"
 #include "ProductClient/DetachedThread.h"
 
 namespace qbdkr {

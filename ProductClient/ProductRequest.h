@@ -4,7 +4,7 @@
 // before the arguments. The identity is taken inside, because even its texts need memory.
 
 #include "ClientComm/OutOfMemory.h"
-#include "ClientComm/Text.h"
+#include "ClientComm/TextValue.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

@@ -9,7 +9,7 @@
 #include <mutex>
 #include <string>
 
-#include "Platform/UserDefaults.h"
+#include "Platform/Defaults/UserDefaults.h"
 
 namespace qbdkr {
 namespace {

@@ -1,10 +1,10 @@
 #pragma once
 
 #include "ClientComm/QBHPSuiteInfo.h"
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
-#include "Platform/RunLoop.h"
-#include "Platform/Status.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Base/Status.h"
+#include "Platform/Loop/RunLoop.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

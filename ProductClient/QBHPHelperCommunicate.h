@@ -11,10 +11,10 @@
 #include "ClientComm/QBHPSuiteInfo.h"
 #include "ClientComm/QBHPUpgradeByHelper.h"
 #include "ClientComm/QBHPUploadByHelper.h"
-#include "ClientComm/Text.h"
-#include "Platform/Export.h"
-#include "Platform/ForkSafeMutex.h"
-#include "Platform/Status.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/Export.h"
+#include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/Status.h"
 
 namespace qbdkr {
 

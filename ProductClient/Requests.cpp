@@ -6,7 +6,7 @@
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPCustomerServiceByHelepr.h"
-#include "Platform/Log.h"
+#include "Platform/Log/Log.h"
 #include "ProductClient/ProductRequest.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 

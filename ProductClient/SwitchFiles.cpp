@@ -6,9 +6,10 @@
 
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/SwitchFile.h"
-#include "Platform/Bundle.h"
-#include "Platform/Files.h"
-#include "Platform/Log.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Log/Log.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace qbdkr {

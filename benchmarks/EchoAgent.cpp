@@ -4,7 +4,7 @@
 #include <iostream>
 
 #include "ClientComm/QBHPAppleEventProcesser.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 
 namespace {
 

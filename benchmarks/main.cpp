@@ -20,7 +20,7 @@
 
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "ClientComm/QBHPProcessList.h"
-#include "Platform/Bundle.h"
+#include "Platform/Bundles/Bundle.h"
 #include "Reference.h"
 
 namespace {

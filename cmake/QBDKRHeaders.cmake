@@ -1,23 +1,23 @@
 # The public headers, by the library that they belong to. They are included by these paths everywhere.
 set(QBDKR_COMM_HEADERS
-  Platform/AppleEvent.h
-  Platform/Bundle.h
-  Platform/Export.h
-  Platform/FileLock.h
-  Platform/FileRewrite.h
-  Platform/FileTree.h
-  Platform/Files.h
-  Platform/ForkSafeMutex.h
-  Platform/Log.h
-  Platform/ProcessTable.h
-  Platform/PropertyList.h
-  Platform/RPCEvent.h
-  Platform/RPCTransport.h
-  Platform/RunLoop.h
-  Platform/Status.h
-  Platform/Text.h
-  Platform/UserDefaults.h
-  Platform/Workspace.h
+  Platform/Base/Export.h
+  Platform/Base/ForkSafeMutex.h
+  Platform/Base/Status.h
+  Platform/Bundles/Bundle.h
+  Platform/Defaults/UserDefaults.h
+  Platform/Events/AppleEvents/AppleEvent.h
+  Platform/Events/RPCEvent.h
+  Platform/Events/RPCTransport.h
+  Platform/Files/FileLock.h
+  Platform/Files/FileTree.h
+  Platform/Files/Files.h
+  Platform/Log/Log.h
+  Platform/Loop/RunLoop.h
+  Platform/Processes/ProcessTable.h
+  Platform/PropertyLists/FileRewrite.h
+  Platform/PropertyLists/PropertyList.h
+  Platform/Text/Text.h
+  Platform/Workspace/Workspace.h
   ClientComm/ClassRegistry.h
   ClientComm/Exceptions.h
   ClientComm/QBHPAppEventBase.h
@@ -34,7 +34,7 @@ set(QBDKR_COMM_HEADERS
   ClientComm/QBHPUploadByHelper.h
   ClientComm/QBHPVersion.h
   ClientComm/Selector.h
-  ClientComm/Text.h
+  ClientComm/TextValue.h
 )
 set(QBDKR_CLIENT_HEADERS
   ProductClient/QBHPHelper.h

@@ -3,7 +3,7 @@
 #include <array>
 #include <random>
 
-#include "Platform/UserDefaults.h"
+#include "Platform/Defaults/UserDefaults.h"
 
 namespace acme {
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 
 namespace acme {
 

@@ -5,7 +5,7 @@
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "Database.h"
-#include "Platform/Log.h"
+#include "Platform/Log/Log.h"
 
 namespace acme {
 

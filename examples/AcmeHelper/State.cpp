@@ -5,8 +5,8 @@
 #include <cstdio>
 
 #include "Database.h"
-#include "Platform/Files.h"
-#include "Platform/Log.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Log/Log.h"
 
 namespace acme {
 namespace {

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 
 namespace acme {
 

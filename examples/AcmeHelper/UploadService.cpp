@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/Bundle.h"
+#include "Platform/Bundles/Bundle.h"
 
 namespace acme {
 

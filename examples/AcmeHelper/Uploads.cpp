@@ -6,8 +6,8 @@
 
 #include "Database.h"
 #include "FileDigest.h"
-#include "Platform/Log.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Log/Log.h"
+#include "Platform/Loop/RunLoop.h"
 
 namespace acme {
 namespace {

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "Calls.h"
-#include "Platform/Bundle.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Loop/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Transcript.h"

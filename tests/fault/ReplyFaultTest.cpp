@@ -5,7 +5,7 @@
 #include <string>
 
 #include "Peer.h"
-#include "Platform/RPCEvent.h"
+#include "Platform/Events/RPCEvent.h"
 #include "support/ProbeText.h"
 #include "support/ResourceUse.h"
 #include "support/Sanitizers.h"

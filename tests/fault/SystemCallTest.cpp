@@ -19,7 +19,9 @@
 #include <tuple>
 #include <vector>
 
-#include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 #include "support/Scene.h"
 #include "support/SystemCallGate.h"
 

@@ -13,8 +13,8 @@
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/QBHPHelperControl.h"
-#include "Platform/AppleEvent.h"
-#include "Platform/RPCTransport.h"
+#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include "Platform/Events/RPCTransport.h"
 
 namespace {
 

@@ -9,7 +9,9 @@
 #include <string_view>
 #include <variant>
 
-#include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 
 namespace {
 

@@ -8,8 +8,10 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyList.h"
-#include "Platform/Text.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/Text/Text.h"
 
 namespace {
 

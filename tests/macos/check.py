@@ -13,7 +13,7 @@ import sys
 
 mode, root = sys.argv[1], pathlib.Path(sys.argv[2])
 declarations = sorted((root / "tests/macos/declarations").rglob("*.h"))
-sources = sorted((root / "Platform/macOS").glob("*.[ch]*"))
+sources = sorted((root / "Platform").rglob("*MacOS.[ch]*"))
 sample = root / "examples/AcmeHelper/SHA256CommonCrypto.cpp"
 proofs = [root / "tests/macos/Slip.cpp", root / "tests/macos/Layout.cpp"]
 fewest = 90  # calls; with fewer the declarations were not understood

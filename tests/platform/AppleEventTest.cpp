@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "Platform/AppleEvent.h"
+#include "Platform/Events/AppleEvents/AppleEvent.h"
 
 namespace qbdkr {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <string>
 
-#include "Platform/BundleIdentifier.h"
+#include "Platform/Events/BundleIdentifier.h"
 
 namespace qbdkr {
 namespace {

@@ -8,9 +8,10 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Bundle.h"
-#include "Platform/Linux/EnclosingBundle.h"
-#include "Platform/Linux/Localization.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Bundles/EnclosingBundleLinux.h"
+#include "Platform/Bundles/LocalizationLinux.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"
 #include "support/Environment.h"
 #include "support/Sanitizers.h"

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Linux/BusName.h"
+#include "Platform/Events/DBus/BusName.h"
 
 namespace qbdkr {
 namespace {

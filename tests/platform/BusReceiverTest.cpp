@@ -2,7 +2,7 @@
 
 #include <cstddef>
 
-#include "Platform/Linux/BusReceiver.h"
+#include "Platform/Events/DBus/BusReceiver.h"
 
 namespace qbdkr {
 namespace {

@@ -14,8 +14,8 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Linux/CachedDictionary.h"
-#include "Platform/PropertyListFile.h"
+#include "Platform/Bundles/DictionaryCacheLinux.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "Program.h"
 #include "support/Environment.h"
 #include "support/WatchedThread.h"

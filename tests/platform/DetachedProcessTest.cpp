@@ -14,7 +14,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Linux/DetachedProcess.h"
+#include "Platform/Workspace/DetachedProcessLinux.h"
 #include "support/Environment.h"
 
 namespace qbdkr {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <utility>
 
-#include "Platform/FileLock.h"
+#include "Platform/Files/FileLock.h"
 #include "Program.h"
 #include "support/Environment.h"
 

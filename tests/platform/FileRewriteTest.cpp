@@ -19,9 +19,11 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/FileLock.h"
-#include "Platform/FileRewrite.h"
-#include "Platform/PropertyList.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/PropertyLists/FileRewrite.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"
 #include "support/Environment.h"
 #include "support/RefusedCall.h"

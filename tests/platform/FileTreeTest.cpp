@@ -25,10 +25,10 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Descriptor.h"
-#include "Platform/FileError.h"
-#include "Platform/FileTree.h"
-#include "Platform/Files.h"
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Files/FileError.h"
+#include "Platform/Files/FileTree.h"
+#include "Platform/Files/Files.h"
 #include "Program.h"
 #include "support/Environment.h"
 

@@ -16,7 +16,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Files.h"
+#include "Platform/Files/Files.h"
 #include "Program.h"
 #include "support/Environment.h"
 

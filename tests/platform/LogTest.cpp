@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Log.h"
+#include "Platform/Log/Log.h"
 #include "support/CapturedLog.h"
 
 namespace qbdkr {

@@ -14,9 +14,10 @@
 #include <string>
 #include <vector>
 
-#include "Platform/FileTree.h"
-#include "Platform/Files.h"
-#include "Platform/ProcessTable.h"
+#include "Platform/Files/FileTree.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Processes/NativeProcesses.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"
 #include "support/Environment.h"
 

@@ -13,10 +13,10 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "Platform/Bundle.h"
-#include "Platform/FileLock.h"
-#include "Platform/Files.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Defaults/UserDefaults.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Files/Files.h"
 
 namespace qbdkr::test {
 namespace {

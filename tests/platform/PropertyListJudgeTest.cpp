@@ -16,7 +16,10 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
 
 namespace qbdkr {
 namespace {

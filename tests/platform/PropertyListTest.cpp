@@ -13,9 +13,12 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/PropertyList.h"
-#include "Platform/PropertyListFile.h"
-#include "Platform/Text.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

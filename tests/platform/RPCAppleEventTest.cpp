@@ -8,8 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Bundle.h"
-#include "Platform/RPCAppleEvent.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 
 namespace qbdkr {
 namespace {
@@ -54,8 +54,8 @@ TEST(RPCAppleEvent, IsSentAsThePeersExpect) {
 }
 
 TEST(RPCAppleEvent, IsMadeOfAnRPCEventAndItsTarget) {
-  const AppleEvent event = appleEventOf(RPCTarget{"com.Acme", "/not/sent"},
-                                        {"Class", "method::", {"a", "", "\u263A"}});
+  const AppleEvent event =
+      appleEventOf(RPCTarget{"com.Acme", "/not/sent"}, {"Class", "method::", {"a", "", "\u263A"}});
   EXPECT_EQ(event.eventClass(), kCoreEventClass);
   EXPECT_EQ(event.eventID(), kAECall);
   EXPECT_EQ(event.returnID(), kAutoGenerateReturnID);
@@ -81,10 +81,9 @@ TEST(RPCAppleEvent, IsReadBackAsItWasMade) {
 
 TEST(RPCAppleEvent, NamesThatAreMissingOrNotTextAreAbsent) {
   for (const std::optional<AppleEventDescriptor>& object :
-       std::vector<std::optional<AppleEventDescriptor>>{std::nullopt, AppleEventDescriptor(),
-                                                        text(), number(), listOf(),
-                                                        listOf({{}, {}, {}}),
-                                                        listOf({number(), listOf(), text()})}) {
+       std::vector<std::optional<AppleEventDescriptor>>{
+           std::nullopt, AppleEventDescriptor(), text(), number(), listOf(), listOf({{}, {}, {}}),
+           listOf({number(), listOf(), text()})}) {
     EXPECT_EQ(rpcEventOf(eventWith(object)), RPCEvent());
   }
   EXPECT_EQ(rpcEventOf(eventWith(listOf({text()}))), (RPCEvent{"text", std::nullopt, {}}));

@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/RPCEvent.h"
+#include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {
 namespace {

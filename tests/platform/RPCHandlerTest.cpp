@@ -6,7 +6,7 @@
 #include <string>
 #include <utility>
 
-#include "Platform/RPCHandler.h"
+#include "Platform/Events/RPCHandler.h"
 
 namespace qbdkr {
 namespace {

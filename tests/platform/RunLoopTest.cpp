@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 
 namespace qbdkr {
 namespace {

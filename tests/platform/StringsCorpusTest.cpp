@@ -15,7 +15,10 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
 #include "support/Environment.h"
 
 namespace qbdkr {

@@ -12,8 +12,11 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/PropertyList.h"
-#include "Platform/Text.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

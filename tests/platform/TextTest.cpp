@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Text.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

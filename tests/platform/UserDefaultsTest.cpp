@@ -14,9 +14,11 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/FileLock.h"
-#include "Platform/RunLoop.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Defaults/UserDefaults.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Loop/RunLoop.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"
 #include "support/Environment.h"
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/XMLBounds.h"
+#include "Platform/PropertyLists/XMLBounds.h"
 
 namespace qbdkr::propertylist {
 namespace {

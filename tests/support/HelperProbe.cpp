@@ -20,9 +20,9 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Bundle.h"
-#include "Platform/RPCTransport.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Events/RPCTransport.h"
+#include "Platform/Loop/RunLoop.h"
 #include "support/ProbeText.h"
 
 namespace {

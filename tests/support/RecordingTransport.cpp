@@ -5,7 +5,7 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Platform/RPCAppleEvent.h"
+#include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 
 namespace qbdkr::test {
 

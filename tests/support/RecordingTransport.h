@@ -13,8 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/AppleEvent.h"
-#include "Platform/RPCTransport.h"
+#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr::test {
 

@@ -6,7 +6,7 @@
 #include <string>
 
 #include "Peer.h"
-#include "Platform/RPCEvent.h"
+#include "Platform/Events/RPCEvent.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

@@ -13,8 +13,8 @@
 #include <vector>
 
 #include "Peer.h"
-#include "Platform/BundleIdentifier.h"
-#include "Platform/RPCEvent.h"
+#include "Platform/Events/BundleIdentifier.h"
+#include "Platform/Events/RPCEvent.h"
 #include "support/BusGate.h"
 #include "support/ProbeText.h"
 #include "support/Scene.h"

@@ -9,9 +9,9 @@
 #include <vector>
 
 #include "Host.h"
-#include "Platform/Bundle.h"
-#include "Platform/Descriptor.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Defaults/UserDefaults.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"

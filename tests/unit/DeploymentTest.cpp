@@ -10,8 +10,9 @@
 #include <vector>
 
 #include "Host.h"
-#include "Platform/Bundle.h"
-#include "Platform/FileLock.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"

@@ -9,6 +9,7 @@
 
 #include "ClientComm/QBHPGetDataByHelper.h"
 #include "Host.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 #include "Seams.h"
 #include "support/CapturedLog.h"

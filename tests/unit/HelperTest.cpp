@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "Host.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
 #include "Seams.h"
 #include "support/RecordingTransport.h"

@@ -13,6 +13,9 @@
 #include <string_view>
 #include <vector>
 
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/PropertyLists/PropertyListWriter.h"
+
 namespace qbdkr::test {
 namespace {
 

@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/PropertyList.h"
+#include "Platform/PropertyLists/PropertyList.h"
 #include "support/Environment.h"
 
 namespace qbdkr::test {

@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Openings.h"
+#include "Platform/Workspace/Openings.h"
 #include "support/WatchedThread.h"
 
 namespace qbdkr::test {

@@ -16,7 +16,7 @@
 
 #include "ClientComm/QBHPProcessList.h"
 #include "Host.h"
-#include "Platform/ProcessTableFetch.h"
+#include "Platform/Processes/ProcessTable.h"
 #include "Seams.h"
 
 namespace qbdkr::test {

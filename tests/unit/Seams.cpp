@@ -4,10 +4,10 @@
 #include <stdexcept>
 #include <utility>
 
-#include "Platform/Bundle.h"
-#include "Platform/FileLock.h"
-#include "Platform/ProcessTable.h"
-#include "Platform/UserDefaults.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Defaults/UserDefaults.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Processes/ProcessTable.h"
 
 namespace qbdkr::test {
 namespace {

@@ -12,8 +12,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/PropertyList.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
+#include "Platform/PropertyLists/PropertyList.h"
 
 namespace qbdkr::test {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "ClientComm/Text.h"
+#include "ClientComm/TextValue.h"
 
 namespace qbdkr {
 namespace {

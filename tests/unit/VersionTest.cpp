@@ -5,7 +5,7 @@
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/QBHPVersion.h"
-#include "Platform/Text.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {

@@ -4,7 +4,7 @@
 #include <string_view>
 
 #include "Host.h"
-#include "Platform/Export.h"
+#include "Platform/Base/Export.h"
 #include "support/RecordingTransport.h"
 
 // A test asks for more memory than there is, and looks at how that is taken.

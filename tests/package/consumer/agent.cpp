@@ -4,7 +4,7 @@
 
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
-#include "Platform/RunLoop.h"
+#include "Platform/Loop/RunLoop.h"
 
 class Control : public qbdkr::QBHPAppEventBase {
  public:

@@ -1,0 +1,64 @@
+#include "ClientComm/TextValue.h"
+
+#include <algorithm>
+#include <limits>
+
+#include "Platform/Text/Text.h"
+
+namespace qbdkr {
+namespace {
+
+std::string_view withoutBlanks(std::string_view text) {
+  const auto start = text.find_first_not_of(" \t\n\v\f\r");
+  return start == std::string_view::npos ? std::string_view() : text.substr(start);
+}
+
+bool takeSign(std::string_view& text) {
+  const bool negative = text.starts_with('-');
+  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  return negative;
+}
+
+// The value of the digits that a text begins with, of any script, no further than 2^31.
+std::int64_t magnitude(std::string_view text) {
+  constexpr std::int64_t limit = std::int64_t{1} << 31U;
+  text = text.substr(std::min(text.find_first_not_of('0'), text.size()));
+  std::int64_t value = 0;
+  for (const char16_t unit : utf16FromUTF8(text)) {
+    const auto digit = decimalDigitValue(unit);
+    if (!digit) break;
+    value = std::min(value * 10 + *digit, limit);
+  }
+  return value;
+}
+
+}  // namespace
+
+std::int32_t intValue(std::string_view text) {
+  text = withoutBlanks(text);
+  const bool negative = takeSign(text);
+  const std::int64_t value = negative ? -magnitude(text) : magnitude(text);
+  return static_cast<std::int32_t>(
+      std::min<std::int64_t>(value, std::numeric_limits<std::int32_t>::max()));
+}
+
+bool boolValue(std::string_view text) {
+  text = withoutBlanks(text);
+  takeSign(text);
+  const auto decisive = text.find_first_not_of('0');
+  if (decisive == std::string_view::npos) return false;
+  const char character = text[decisive];
+  return std::string_view("YyTt").find(character) != std::string_view::npos ||
+         (character >= '1' && character <= '9');
+}
+
+bool boolValue(const PropertyList& value) {
+  if (const auto* flag = std::get_if<bool>(&value.value())) return *flag;
+  if (const auto* number = std::get_if<double>(&value.value())) return *number != 0;
+  if (const auto* number = std::get_if<PropertyList::Integer>(&value.value())) {
+    return number->magnitude != 0;
+  }
+  return value.string() != nullptr && boolValue(std::string_view(*value.string()));
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,134 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Base/Export.h"
+
+namespace qbdkr {
+
+// A four-character code: the ASCII of its big-endian value.
+using FourCharCode = std::uint32_t;
+
+consteval FourCharCode fourCharCode(const char (&text)[5]) {
+  FourCharCode code = 0;
+  for (int i = 0; i < 4; ++i) code = code << 8U | static_cast<unsigned char>(text[i]);
+  return code;
+}
+
+inline constexpr FourCharCode typeNull = fourCharCode("null");
+inline constexpr FourCharCode typeUnicodeText = fourCharCode("utxt");
+inline constexpr FourCharCode typeAEList = fourCharCode("list");
+inline constexpr FourCharCode typeApplicationBundleID = fourCharCode("bund");
+inline constexpr FourCharCode typeKernelProcessID = fourCharCode("kpid");
+inline constexpr FourCharCode typeProcessSerialNumber = fourCharCode("psn ");
+
+inline constexpr FourCharCode kCoreEventClass = fourCharCode("aevt");
+inline constexpr FourCharCode kAECall = fourCharCode("call");
+inline constexpr FourCharCode keyDirectObject = fourCharCode("----");
+inline constexpr FourCharCode keyAddressAttr = fourCharCode("addr");
+
+inline constexpr std::int16_t kAutoGenerateReturnID = -1;
+inline constexpr std::int32_t kAnyTransactionID = 0;
+
+inline constexpr std::int32_t kAENoReply = 1;
+inline constexpr std::int32_t kAEWaitReply = 3;
+inline constexpr long kAEDefaultTimeout = -1;  // the platform's own limit
+inline constexpr long kNoTimeOut = -2;         // wait as long as it takes
+
+// One typed value inside an event: bytes of a four-character type, or a list of such values.
+// A plain value: copied deeply, compared by content, usable from any thread that owns it.
+// The text of a 'utxt' descriptor is held in UTF-8; the platform converts it where it leaves the
+// process.
+class QBDKR_EXPORT AppleEventDescriptor {
+ public:
+  // The null descriptor.
+  AppleEventDescriptor() = default;
+
+  static AppleEventDescriptor withBytes(FourCharCode type, std::string bytes) {
+    return {type, std::move(bytes)};
+  }
+  static AppleEventDescriptor withString(std::string utf8) {
+    return {typeUnicodeText, std::move(utf8)};
+  }
+  static AppleEventDescriptor list(std::vector<AppleEventDescriptor> items = {});
+
+  [[nodiscard]] FourCharCode descriptorType() const { return type_; }
+  [[nodiscard]] const std::string& data() const { return bytes_; }
+
+  // The text of a text descriptor; absent for every other type.
+  [[nodiscard]] std::optional<std::string> stringValue() const;
+
+  // How many items a list has; 0 for what is not a list.
+  [[nodiscard]] std::size_t numberOfItems() const { return items_.size(); }
+
+  // The item at a 1-based index; null when there is none.
+  [[nodiscard]] const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const;
+
+  // Puts an item at a 1-based index of a list: replaces the item that is there, or appends at the
+  // index behind the last one (also for index 0). Returns false, and changes nothing, on what is
+  // not a list and for an index further out.
+  bool insertDescriptor(AppleEventDescriptor&& item, std::size_t index);
+
+  // This value as another type; absent for a coercion that RPC events do not need. A value has its
+  // own type already; the ID of a process ('kpid') becomes its serial number ('psn ', 8 bytes).
+  [[nodiscard]] std::optional<AppleEventDescriptor> coerceToDescriptorType(FourCharCode type) const;
+
+  bool operator==(const AppleEventDescriptor&) const = default;
+
+ private:
+  AppleEventDescriptor(FourCharCode type, std::string bytes)
+      : type_(type), bytes_(std::move(bytes)) {}
+
+  FourCharCode type_ = typeNull;
+  std::string bytes_;
+  std::vector<AppleEventDescriptor> items_;
+};
+
+// An event or its reply: addressed values under four-character keywords.
+class QBDKR_EXPORT AppleEvent {
+ public:
+  // An empty reply record.
+  AppleEvent() = default;
+  AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
+             std::int16_t returnID, std::int32_t transactionID);
+
+  [[nodiscard]] FourCharCode eventClass() const { return eventClass_; }
+  [[nodiscard]] FourCharCode eventID() const { return eventID_; }
+  [[nodiscard]] const AppleEventDescriptor& target() const { return target_; }
+  [[nodiscard]] std::int16_t returnID() const { return returnID_; }
+  [[nodiscard]] std::int32_t transactionID() const { return transactionID_; }
+
+  // The value under a keyword; null when there is none.
+  [[nodiscard]] const AppleEventDescriptor* paramDescriptor(FourCharCode keyword) const;
+  [[nodiscard]] const AppleEventDescriptor* attributeDescriptor(FourCharCode keyword) const;
+
+  // Stores a value, replacing one that is there.
+  void setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
+  void setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
+
+ private:
+  using Field = std::pair<FourCharCode, AppleEventDescriptor>;
+  // Of each kind there is one as a rule, which needs no memory of its own.
+  struct Fields {
+    [[nodiscard]] const AppleEventDescriptor* find(FourCharCode keyword) const;
+    void set(FourCharCode keyword, AppleEventDescriptor&& value);
+    std::optional<Field> first;
+    std::vector<Field> others;
+  };
+
+  FourCharCode eventClass_ = typeNull;
+  FourCharCode eventID_ = typeNull;
+  AppleEventDescriptor target_;
+  std::int16_t returnID_ = kAutoGenerateReturnID;
+  std::int32_t transactionID_ = kAnyTransactionID;
+  Fields params_;
+  Fields attributes_;
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,158 @@
+#include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
+
+#include <cstdint>
+#include <cstring>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "Platform/Events/AppleEvents/SerialNumber.h"
+#include "Platform/Events/RPCEvent.h"
+#include "Platform/Text/Text.h"
+
+namespace qbdkr {
+namespace {
+
+// The names and numbers of our own are the system's.
+static_assert(typeNull == ::typeNull && typeUnicodeText == ::typeUnicodeText);
+static_assert(typeAEList == ::typeAEList && typeKernelProcessID == ::typeKernelProcessID);
+static_assert(typeProcessSerialNumber == ::typeProcessSerialNumber);
+static_assert(typeApplicationBundleID == ::typeApplicationBundleID);
+static_assert(kCoreEventClass == ::kCoreEventClass && keyDirectObject == ::keyDirectObject);
+static_assert(keyAddressAttr == ::keyAddressAttr);
+static_assert(kAutoGenerateReturnID == ::kAutoGenerateReturnID);
+static_assert(kAnyTransactionID == ::kAnyTransactionID);
+static_assert(kAENoReply == ::kAENoReply && kAEWaitReply == ::kAEWaitReply);
+static_assert(kAEDefaultTimeout == ::kAEDefaultTimeout && kNoTimeOut == ::kNoTimeOut);
+static_assert(noErr == ::noErr && paramErr == ::paramErr && procNotFound == ::procNotFound);
+static_assert(connectionInvalid == ::connectionInvalid && errAETimeout == ::errAETimeout);
+static_assert(errAEEventNotHandled == ::errAEEventNotHandled);
+static_assert(errAEEventNotPermitted == ::errAEEventNotPermitted);
+static_assert(errAEEventFailed == ::errAEEventFailed);
+
+OSErr makeBytes(FourCharCode type, const void* bytes, std::size_t size, EventDescriptor& made) {
+  return AECreateDesc(type, bytes, static_cast<Size>(size), made.receive());
+}
+
+// Text is UTF-16 in the processor's own byte order here.
+OSErr makeText(const std::string& text, EventDescriptor& made) {
+  if (!isSendable(text)) return paramErr;
+  const std::u16string units = utf16FromUTF8(text);
+  return makeBytes(typeUnicodeText, units.data(), units.size() * sizeof(char16_t), made);
+}
+
+// The words of a serial number are big-endian in ours, and in the processor's order in a
+// descriptor.
+OSErr makeSerialNumber(const ProcessSerialNumber& from, EventDescriptor& made) {
+  const ::ProcessSerialNumber number{from.highLongOfPSN, from.lowLongOfPSN};
+  return makeBytes(typeProcessSerialNumber, &number, sizeof number, made);
+}
+
+OSErr makeList(const AppleEventDescriptor& from, EventDescriptor& made) {
+  OSErr status = AECreateList(nullptr, 0, 0, made.receive());
+  for (std::size_t i = 1; status == noErr && i <= from.numberOfItems(); ++i) {
+    EventDescriptor item;
+    status = makeDescriptor(*from.descriptorAtIndex(i), item);
+    if (status == noErr) status = AEPutDesc(made.receive(), static_cast<long>(i), item.get());
+  }
+  return status;
+}
+
+std::optional<std::string> bytesOf(const AEDesc& desc) {
+  const Size size = AEGetDescDataSize(&desc);
+  if (size < 0 || static_cast<std::size_t>(size) > mostEventContent) return std::nullopt;
+  std::string bytes(static_cast<std::size_t>(size), '\0');
+  if (size > 0 && AEGetDescData(&desc, bytes.data(), size) != noErr) return std::nullopt;
+  return bytes;
+}
+
+std::string inBigEndian(const std::string& serialNumber) {
+  ::ProcessSerialNumber number{};
+  std::memcpy(&number, serialNumber.data(), sizeof number);
+  return bytesOfSerialNumber({number.highLongOfPSN, number.lowLongOfPSN});
+}
+
+// One item of a list, as it is.
+bool getItem(const AEDesc& list, long index, EventDescriptor& item) {
+  AEKeyword keyword = 0;
+  return AEGetNthDesc(&list, index, typeWildCard, &keyword, item.receive()) == noErr;
+}
+
+// The null descriptor for what is no text.
+AppleEventDescriptor textAt(const AEDesc& list, long index) {
+  EventDescriptor item;
+  auto text = getItem(list, index, item) ? textFrom(*item.get()) : std::nullopt;
+  return text ? AppleEventDescriptor::withString(*std::move(text)) : AppleEventDescriptor();
+}
+
+// 0 for what is no list.
+long countOf(const AEDesc& list) {
+  long count = 0;
+  const bool isList = list.descriptorType == typeAEList && AECountItems(&list, &count) == noErr;
+  return isList ? count : 0;
+}
+
+std::optional<AppleEventDescriptor> textsFrom(const AEDesc& list, EventAllowance& allowance) {
+  const long count = countOf(list);
+  auto texts = AppleEventDescriptor::list();
+  for (long i = 1; i <= count; ++i) {
+    auto text = textAt(list, i);
+    if (!allowance.takeArgument(text.data())) return std::nullopt;
+    texts.insertDescriptor(std::move(text), 0);
+  }
+  return texts;
+}
+
+}  // namespace
+
+OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made) {
+  const std::string& bytes = from.data();
+  if (from.descriptorType() == typeAEList) return makeList(from, made);
+  if (from.descriptorType() == typeUnicodeText) return makeText(bytes, made);
+  if (from.descriptorType() == typeProcessSerialNumber) {
+    if (const auto number = serialNumberFromBytes(bytes)) return makeSerialNumber(*number, made);
+  }
+  return makeBytes(from.descriptorType(), bytes.data(), bytes.size(), made);
+}
+
+std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {
+  auto bytes = bytesOf(desc);
+  if (!bytes) return std::nullopt;
+  if (desc.descriptorType == typeProcessSerialNumber &&
+      bytes->size() == sizeof(::ProcessSerialNumber)) {
+    bytes = inBigEndian(*bytes);
+  }
+  return AppleEventDescriptor::withBytes(desc.descriptorType, std::move(*bytes));
+}
+
+// From the system as UTF-8: it knows in what order and with what mark the units came. A list of one
+// text would become that text.
+std::optional<std::string> textFrom(const AEDesc& desc) {
+  EventDescriptor coerced;
+  if (desc.descriptorType == typeNull || desc.descriptorType == typeAEList ||
+      AECoerceDesc(&desc, typeUTF8Text, coerced.receive()) != noErr) {
+    return std::nullopt;
+  }
+  auto utf8 = bytesOf(*coerced.get());
+  return utf8 && isSendable(*utf8) ? std::move(utf8) : std::nullopt;
+}
+
+std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc) {
+  if (countOf(desc) == 0) return AppleEventDescriptor();
+  auto object = AppleEventDescriptor::list();
+  EventAllowance allowance;
+  for (long i = 1; i <= 2; ++i) {
+    auto name = textAt(desc, i);
+    if (!allowance.takeName(name.data())) return std::nullopt;
+    object.insertDescriptor(std::move(name), 0);
+  }
+  EventDescriptor list;
+  if (!getItem(desc, 3, list)) return object;
+  auto arguments = textsFrom(*list.get(), allowance);
+  if (!arguments) return std::nullopt;
+  object.insertDescriptor(*std::move(arguments), 3);
+  return object;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,40 @@
+#pragma once
+
+// An RPC event as an Apple event: the form that it has on macOS, and in the two functions that are
+// named after it there.
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include "Platform/Events/RPCEvent.h"
+
+namespace qbdkr {
+
+// How such an event is sent.
+struct AppleEventSendOptions {
+  std::int32_t mode;
+  long timeout;  // ticks, or a constant
+};
+inline constexpr AppleEventSendOptions postOptions{kAENoReply, kAEDefaultTimeout};
+inline constexpr AppleEventSendOptions askOptions{kAEWaitReply, kNoTimeOut};
+
+// The event that is sent: class 'aevt', ID 'call', addressed by bundle identifier, its direct
+// object a list of the class name, the method name and the list of arguments.
+[[nodiscard]] AppleEvent appleEventOf(const RPCTarget& target, const RPCEvent& event);
+
+// What an event that came in says. A name that is missing or not text is absent, and a missing list
+// has no arguments. Absent if an argument is not text.
+[[nodiscard]] std::optional<RPCEvent> rpcEventOf(const AppleEvent& event);
+
+// The bundle identifier of the application that the sending process runs now, by the address in the
+// event; absent if that is not the serial number of a process, or the process is no application.
+// Reads the application's Info.plist.
+[[nodiscard]] std::optional<std::string> senderOf(const AppleEvent& event);
+
+// The result of a method in a reply: its direct object.
+void setResult(AppleEvent& reply, std::string result);
+[[nodiscard]] std::optional<std::string> resultOf(const AppleEvent& reply);
+
+}  // namespace qbdkr

@@ -1,0 +1,114 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Events/DBus/MemoryRelief.h"
+#include "Platform/Events/DBus/PeerInquiry.h"
+#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/RPCHandler.h"
+#include "Platform/Loop/EventSourceLinux.h"
+
+namespace qbdkr {
+
+// The room for events that wait until their senders are known. Where it ends, the connection is no
+// longer read, and the backlog stays on the bus. One event is always taken, whatever its size.
+class ParkingSpace {
+ public:
+  void take(std::size_t bytes);
+  void giveBack(std::size_t bytes);
+  [[nodiscard]] bool isFull() const;
+
+ private:
+  std::size_t events_ = 0;
+  std::size_t bytes_ = 0;
+};
+
+// The connection on which this process receives: it owns the name of the process's bundle
+// identifier and answers the one method. It belongs to the main run loop; only the functions marked
+// so may be called from other threads. It is made again, names claimed again, for as long as a
+// handler is installed.
+//
+// It never waits on that connection: the bus library would read the whole backlog into memory. The
+// events of a sender that is new are parked until it is known, and those of others handled
+// meanwhile.
+class BusReceiver {
+ public:
+  static BusReceiver& shared();
+
+  // Any thread. The handler is called on the main run loop.
+  void setHandler(RPCTransport::Handler handler);
+  void removeHandler();
+
+  // Any thread: the bus can be reached (again).
+  void busAppeared();
+
+ private:
+  // An event, and the message that it came in, which is answered.
+  struct Received {
+    BusMessage message;
+    RPCEvent event;
+    std::size_t size = 0;
+  };
+
+  // A process that has sent something. Its unique name is its own for as long as it is connected,
+  // and so is the application that it was at first. It is kept for as long, and until its last
+  // event is handled: a process that reports and exits is gone before that.
+  struct Sender {
+    std::optional<std::string> bundleID;  // absent for what is no application
+    bool isKnown = false;                 // false while it is asked for
+    std::unique_ptr<PeerInquiry::Question> question;
+    std::deque<Received> parked;
+    BusSlot watch;
+    bool isGone = false;
+
+    [[nodiscard]] bool isReady() const { return isKnown && parked.empty(); }
+  };
+
+  BusReceiver() = default;
+
+  void connect();
+  void disconnect();
+  void reconnectLater();
+  void tryAgainLater();
+  bool attach();
+  void pause();
+  void resume();
+
+  void receive(sd_bus_message* message);
+  Sender* meet(const char* name);
+  BusSlot watch(const char* name);
+  void park(Sender& sender, Received&& received);
+  void settle(std::string_view name, std::optional<std::string> bundleID);
+  void handleParked(std::string_view name);
+  void handle(const Received& received, std::optional<std::string> sender);
+  void forgetSenders();
+
+  static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onNameClaimed(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onRetry(sd_event_source* source, std::uint64_t due, void* self);
+  static const sd_bus_vtable methods[];
+
+  RPCHandler handler_;
+
+  // Main thread only.
+  UniqueBus bus_;
+  BusSlot object_;
+  PeerInquiry inquiry_;
+  std::map<std::string, Sender, std::less<>> senders_;  // by unique name
+  ParkingSpace parking_;
+  bool isPaused_ = false;
+  MemoryRelief relief_;
+  EventSource retry_;
+  std::uint64_t retryDelay_ = 0;
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,443 @@
+#include "Platform/Events/DBus/BusSender.h"
+
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <time.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstring>
+#include <utility>
+#include <vector>
+
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Base/FreeMemoryLinux.h"
+#include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/BusReceiver.h"
+#include "Platform/Processes/ExecutablePlaceLinux.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::uint64_t forever = UINT64_MAX;
+constexpr std::uint64_t busPatience =
+    5'000'000;                                // for what the bus itself must do, in microseconds
+constexpr std::uint64_t drainInterval = 200;  // microseconds
+constexpr std::size_t mostOwners = 64;
+constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes that are worth giving back
+constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
+
+std::uint64_t now() {
+  timespec time{};
+  clock_gettime(CLOCK_MONOTONIC, &time);
+  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
+         static_cast<std::uint64_t>(time.tv_nsec) / 1000;
+}
+
+int pollTimeout(std::uint64_t deadline) {
+  if (deadline == forever) return -1;
+  const std::uint64_t time = now();
+  if (deadline <= time) return 0;
+  const std::uint64_t milliseconds = (deadline - time + 999) / 1000;
+  return static_cast<int>(std::min<std::uint64_t>(milliseconds, INT32_MAX));
+}
+
+OSErr statusOfError(const sd_bus_error* error) {
+  const auto is = [error](const char* name) { return sd_bus_error_has_name(error, name) > 0; };
+  if (is(SD_BUS_ERROR_SERVICE_UNKNOWN) || is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) return procNotFound;
+  if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_DISCONNECTED)) return connectionInvalid;
+  if (is(SD_BUS_ERROR_TIMEOUT) || is("org.freedesktop.DBus.Error.TimedOut")) return errAETimeout;
+  if (is(SD_BUS_ERROR_ACCESS_DENIED)) return errAEEventNotPermitted;
+  return errAEEventNotHandled;
+}
+
+// Stores the size of the text that the reply holds.
+RPCTransport::Answer readAnswer(sd_bus_message* reply, std::size_t& size) {
+  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
+    size = error->message == nullptr ? 0 : std::strlen(error->message);
+    return {statusOfError(error), std::nullopt};
+  }
+  const char* text = nullptr;
+  if (sd_bus_message_read(reply, rpc::resultSignature, &text) <= 0) return {};
+  size = std::strlen(text);
+  if (size > mostEventContent) return {errAEEventNotHandled, std::nullopt};
+  return {noErr, std::string(text, size)};
+}
+
+int appendText(sd_bus_message* message, const std::string& text) {
+  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
+}
+
+int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
+  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
+  for (const std::string& text : texts) {
+    if (result >= 0) result = appendText(message, text);
+  }
+  return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+}  // namespace
+
+OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
+  const std::string& identifier = target.bundleID;
+  Lock lock(mutex_);
+  if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
+  // Nearly all posts of a process go to the same application.
+  if (!latest_ || !latest_->present || latest_->identifier != identifier) {
+    std::shared_ptr<Owner> owner;
+    if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
+    latest_ = std::move(owner);
+  }
+  std::string address;
+  if (target.directory) {
+    const std::shared_ptr<Owner> owner = latest_;
+    const OSErr status = approveOwner(lock, owner, *target.directory, address);
+    if (status != noErr) return status;
+  }
+  const BusMessage message = newCall(address.empty() ? latest_->name : address, event);
+  if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
+  const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
+  if (sent < 0) return failedToSend(sent);
+  if (flush(lock)) return noErr;
+  // A connection that is closed with half a message in it delivers none of that message.
+  const OSErr status = bus_ ? errAETimeout : connectionInvalid;
+  disconnect();
+  return status;
+}
+
+RPCTransport::Answer BusSender::ask(const RPCTarget& target, const RPCEvent& event) {
+  std::size_t size = 0;
+  auto answer = call(target, event, size);
+  // The C library would keep what the message took up; at the top of a thread's own heap it still
+  // keeps some.
+  if (size >= largeText) releaseFreeMemory();
+  return answer;
+}
+
+// Stores the size of the reply's text. Messages are released under the lock, like all of the bus.
+RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& event,
+                                     std::size_t& size) {
+  const std::string& identifier = target.bundleID;
+  const auto name = busNameOfIdentifier(identifier);
+  if (!name) return {paramErr, {}};
+  Lock lock(mutex_);
+  if (!connect(lock)) return {connectionInvalid, {}};
+  std::string address = *name;
+  if (target.directory) {
+    std::shared_ptr<Owner> owner;
+    OSErr status = findOwner(lock, identifier, owner);
+    if (status == noErr) status = approveOwner(lock, owner, *target.directory, address);
+    if (status != noErr) return {status, {}};
+  }
+  const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
+  const BusMessage message = newCall(address, event);
+  if (!message) return {paramErr, {}};
+  Pending pending;
+  sd_bus_slot* slot = nullptr;
+  const int sent = sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever);
+  if (sent < 0) return {failedToSend(sent), {}};
+  const BusSlot owned(slot);
+  if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
+  return readAnswer(pending.reply.get(), size);
+}
+
+// Opens the connection where there is none, and waits until the bus has greeted it.
+bool BusSender::connect(Lock& lock) {
+  if (bus_) drain();
+  const bool opening = !bus_;
+  if (opening) {
+    if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+    sd_bus* opened = nullptr;
+    if (!wake_ || sd_bus_open_user(&opened) < 0) return false;
+    bus_ = Bus(opened, SdBusDeleter());
+    ++generation_;
+  }
+  if (sd_bus_is_ready(bus_.get()) <= 0) {
+    const Bus bus = bus_;
+    runUntil(lock, now() + busPatience, [&] { return sd_bus_is_ready(bus.get()) > 0; });
+    if (bus_ != bus) return false;
+    if (sd_bus_is_ready(bus.get()) <= 0) {
+      disconnect();
+      return false;
+    }
+  }
+  if (opening) {
+    identify();
+    // The bus is there (again): who receives events needs to know.
+    dropExceptions([] { BusReceiver::shared().busAppeared(); });
+  }
+  return true;
+}
+
+// The answer comes before those to all later questions, so the first send has it as a rule.
+void BusSender::identify() {
+  const char* name = nullptr;
+  if (sd_bus_get_unique_name(bus_.get(), &name) < 0) return;
+  sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath, bus::interfaceName,
+                           "GetConnectionUnixProcessID", onOwnProcess, this, "s", name);
+}
+
+int BusSender::onOwnProcess(sd_bus_message* message, void* self, sd_bus_error*) {
+  std::uint32_t process = 0;
+  if (sd_bus_message_is_method_error(message, nullptr) > 0 ||
+      sd_bus_message_read(message, "u", &process) <= 0) {
+    return 0;
+  }
+  const auto known = static_cast<pid_t>(process);
+  static_cast<BusSender*>(self)->foreignProcess_ = known == getpid() ? 0 : known;
+  return 0;
+}
+
+std::optional<pid_t> BusSender::foreignProcess() const {
+  const pid_t process = foreignProcess_;
+  if (process == 0) return std::nullopt;
+  return process;
+}
+
+OSErr BusSender::failedToSend(int error) {
+  // Nothing of the message has gone out.
+  if (error == -ENOMEM) return paramErr;
+  disconnect();
+  return connectionInvalid;
+}
+
+void BusSender::disconnect() {
+  latest_.reset();
+  owners_.clear();
+  bus_.reset();
+  ++generation_;
+  wakeOthers();
+}
+
+// Takes what came in meanwhile, so that the owners are as the bus last said. A sender of many
+// events does not look again for each of them.
+void BusSender::drain() {
+  const std::uint64_t time = now();
+  if (time - lastDrain_ < drainInterval) return;
+  lastDrain_ = time;
+  for (int i = 0; i < mostMessagesPerSend; ++i) {
+    const int result = sd_bus_process(bus_.get(), nullptr);
+    if (result == 0) return;
+    if (result < 0) return disconnect();
+    wakeOthers();
+  }
+}
+
+// Waiting threads look again at what they wait for.
+void BusSender::wakeOthers() {
+  if (waiting_ > 0) progress_.notify_all();
+  if (!reading_) return;
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+}
+
+// Runs the connection until done() holds. False when the connection ended or the deadline passed.
+template <class Done>
+bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
+  // What was just sent may not have gone out whole; a thread that polls does not poll for writing
+  // yet.
+  if (bus_ && !isWritten()) wakeOthers();
+  const bool held = readUntil(lock, deadline, done);
+  // Another thread reads from here on.
+  if (waiting_ > 0) progress_.notify_all();
+  return held;
+}
+
+template <class Done>
+bool BusSender::readUntil(Lock& lock, std::uint64_t deadline, Done done) {
+  const std::uint64_t generation = generation_;
+  const Bus bus = bus_;
+  while (!done()) {
+    if (generation != generation_ || now() >= deadline) return false;
+    if (reading_) {
+      ++waiting_;
+      if (deadline == forever) {
+        progress_.wait(lock);
+      } else {
+        const std::uint64_t time = now();
+        progress_.wait_for(lock, std::chrono::microseconds(deadline > time ? deadline - time : 0));
+      }
+      --waiting_;
+      continue;
+    }
+    const int result = sd_bus_process(bus.get(), nullptr);
+    if (result < 0) {
+      disconnect();
+      return done();
+    }
+    if (result > 0) {
+      wakeOthers();
+      continue;
+    }
+    std::array<pollfd, 2> events{{{sd_bus_get_fd(bus.get()), 0, 0}, {wake_.get(), POLLIN, 0}}};
+    events[0].events = static_cast<short>(sd_bus_get_events(bus.get()));
+    std::uint64_t busDeadline = forever;
+    sd_bus_get_timeout(bus.get(), &busDeadline);
+    reading_ = true;
+    lock.unlock();
+    ::poll(events.data(), events.size(), pollTimeout(std::min(deadline, busDeadline)));
+    lock.lock();
+    reading_ = false;
+    std::uint64_t ignored = 0;
+    if (events[1].revents != 0) {
+      [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
+    }
+  }
+  return true;
+}
+
+// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That
+// a name got an owner may have reached another connection first, so its absence is always asked
+// for.
+OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
+                           std::shared_ptr<Owner>& owner) {
+  if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
+  if (owner->present) return noErr;
+  const Bus bus = bus_;
+  OwnerQuery query{owner};
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                               "NameHasOwner", onOwnerAnswer, &query, "s",
+                               owner->name.c_str()) < 0) {
+    disconnect();
+    return connectionInvalid;
+  }
+  const BusSlot owned(slot);
+  const bool answered = runUntil(lock, now() + busPatience, [&] { return query.done; });
+  if (!answered && bus_ == bus) disconnect();
+  if (bus_ != bus) return connectionInvalid;
+  return owner->present ? noErr : procNotFound;
+}
+
+// The address of the owner, if its executable lies in the directory. A message to that address goes
+// to the process that was checked, even if the name passes on meanwhile.
+OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
+                              const std::string& directory, std::string& address) {
+  if (owner->approved && owner->approved->directory == directory) {
+    address = owner->approved->address;
+    return noErr;
+  }
+  const std::uint64_t changes = owner->changes;
+  BusMessage answer;
+  const char* found = nullptr;
+  OSErr status = askBus(lock, "GetNameOwner", owner->name, answer);
+  if (status != noErr) return status;
+  if (sd_bus_message_read(answer.get(), "s", &found) <= 0) return procNotFound;
+  address = found;
+  std::uint32_t process = 0;
+  status = askBus(lock, "GetConnectionUnixProcessID", address, answer);
+  if (status != noErr) return status;
+  if (sd_bus_message_read(answer.get(), "u", &process) <= 0 ||
+      !runsFrom(static_cast<pid_t>(process), directory)) {
+    return errAEEventNotPermitted;
+  }
+  if (owner->changes == changes) owner->approved = Approved{directory, address};
+  return noErr;
+}
+
+// Asks the bus itself about a name.
+OSErr BusSender::askBus(Lock& lock, const char* method, const std::string& name,
+                        BusMessage& answer) {
+  const Bus bus = bus_;
+  Pending pending;
+  sd_bus_slot* slot = nullptr;
+  const int sent =
+      sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                               method, onReply, &pending, "s", name.c_str());
+  if (sent < 0) return failedToSend(sent);
+  const BusSlot owned(slot);
+  const bool answered = runUntil(lock, now() + busPatience, [&] { return pending.done; });
+  if (!answered && bus_ == bus) disconnect();
+  if (bus_ != bus) return connectionInvalid;
+  answer = std::move(pending.reply);
+  const sd_bus_error* error = sd_bus_message_get_error(answer.get());
+  return error == nullptr ? OSErr{noErr} : statusOfError(error);
+}
+
+// What is known of the owner, watched from now on.
+OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
+  if (const auto known = owners_.find(identifier); known != owners_.end()) {
+    owner = known->second;
+    return noErr;
+  }
+  const auto name = busNameOfIdentifier(identifier);
+  if (!name) return paramErr;
+  if (owners_.size() >= mostOwners) {
+    latest_.reset();
+    owners_.clear();
+  }
+  owner = std::make_shared<Owner>();
+  owner->identifier = identifier;
+  owner->name = *name;
+  sd_bus_slot* watch = nullptr;
+  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(*name).c_str(), onOwnerChanged,
+                             ignore, owner.get()) < 0) {
+    disconnect();
+    return connectionInvalid;
+  }
+  owner->watch.reset(watch);
+  owners_.emplace(identifier, owner);
+  return noErr;
+}
+
+bool BusSender::isWritten() const {
+  std::uint64_t queued = 0;
+  return sd_bus_get_n_queued_write(bus_.get(), &queued) >= 0 && queued == 0;
+}
+
+// A message that the socket did not take at once must not wait for the next send, which may never
+// come.
+bool BusSender::flush(Lock& lock) {
+  if (isWritten()) return true;
+  const Bus bus = bus_;
+  return runUntil(lock, now() + busPatience, [&] { return bus_ == bus && isWritten(); });
+}
+
+BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {
+  sd_bus_message* created = nullptr;
+  if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
+                                     rpc::interfaceName, rpc::callMember) < 0) {
+    return nullptr;
+  }
+  BusMessage message(created);
+  const bool complete = sd_bus_message_set_auto_start(created, 0) >= 0 &&
+                        appendText(created, event.className.value_or("")) >= 0 &&
+                        appendText(created, event.methodName.value_or("")) >= 0 &&
+                        appendTexts(created, event.arguments) >= 0;
+  return complete ? std::move(message) : nullptr;
+}
+
+int BusSender::onReply(sd_bus_message* message, void* pending, sd_bus_error*) {
+  auto& call = *static_cast<Pending*>(pending);
+  call.reply.reset(sd_bus_message_ref(message));
+  call.done = true;
+  return 1;
+}
+
+// Answers and signals are taken in the order in which the bus sent them, so the last word stands.
+int BusSender::onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error*) {
+  auto& asked = *static_cast<OwnerQuery*>(query);
+  int present = 0;
+  asked.owner->present = sd_bus_message_is_method_error(message, nullptr) <= 0 &&
+                         sd_bus_message_read(message, "b", &present) > 0 && present != 0;
+  asked.done = true;
+  return 1;
+}
+
+int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error*) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
+    auto& changed = *static_cast<Owner*>(owner);
+    changed.present = *after != '\0';
+    changed.approved.reset();
+    ++changed.changes;
+  }
+  return 0;
+}
+
+}  // namespace qbdkr

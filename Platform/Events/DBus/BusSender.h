@@ -1,0 +1,107 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/RPCTransport.h"
+
+namespace qbdkr {
+
+// The one connection on which all threads of the process send.
+//
+// A bus object serves one thread at a time, so every touch of it happens under the mutex; the mutex
+// is never held while waiting. Of the threads that wait for something, one reads: it polls the
+// socket without the mutex and hands the others what was theirs. One connection for all keeps the
+// order in which the process sent things, between threads too.
+class BusSender {
+ public:
+  // Posts an event to its target, if it is there. Does not wait for it.
+  OSErr post(const RPCTarget& target, const RPCEvent& event);
+
+  // Sends an event and waits for the answer. A result beyond the bounds is refused like any other
+  // breach of the contract.
+  RPCTransport::Answer ask(const RPCTarget& target, const RPCEvent& event);
+
+  // As which process the bus knows this one, if it is another: behind a proxy of the bus, and
+  // across namespaces of processes. Nothing tells then who sends to whom. Does not wait.
+  [[nodiscard]] std::optional<pid_t> foreignProcess() const;
+
+ private:
+  using Bus = std::shared_ptr<sd_bus>;
+  using Lock = std::unique_lock<std::mutex>;
+
+  // A method call under way; lives on the stack of the thread that waits for it.
+  struct Pending {
+    BusMessage reply;
+    bool done = false;
+  };
+  // The connection of an owner whose executable was found in a directory.
+  struct Approved {
+    std::string directory;
+    std::string address;
+  };
+  // What is known of an application that was posted to.
+  struct Owner {
+    std::string identifier;
+    std::string name;
+    BusSlot watch;
+    bool present = false;
+    std::uint64_t changes = 0;
+    std::optional<Approved> approved;  // the one that is present
+  };
+  struct OwnerQuery {
+    std::shared_ptr<Owner> owner;
+    bool done = false;
+  };
+
+  RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
+  bool connect(Lock& lock);
+  OSErr failedToSend(int error);
+  void identify();
+  void disconnect();
+  void drain();
+  void wakeOthers();
+  OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
+  OSErr approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner, const std::string& directory,
+                     std::string& address);
+  OSErr askBus(Lock& lock, const char* method, const std::string& name, BusMessage& answer);
+  OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
+  [[nodiscard]] bool isWritten() const;
+  bool flush(Lock& lock);
+  BusMessage newCall(const std::string& name, const RPCEvent& event);
+  template <class Done>
+  bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
+  template <class Done>
+  bool readUntil(Lock& lock, std::uint64_t deadline, Done done);
+
+  static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
+  static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
+  static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
+
+  std::atomic<pid_t> foreignProcess_{0};  // 0: none is known
+
+  std::mutex mutex_;
+  std::condition_variable progress_;
+  Descriptor wake_;
+  Bus bus_;  // empty when there is no connection
+  std::uint64_t generation_ =
+      0;                  // counts connections, so that a waiting thread notices the end of its own
+  bool reading_ = false;  // a thread polls the socket
+  unsigned waiting_ = 0;  // threads that wait for it
+  std::uint64_t lastDrain_ = 0;                           // microseconds
+  std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
+  std::shared_ptr<Owner> latest_;                         // one of them
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,57 @@
+#pragma once
+
+#include <functional>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Events/DBus/SdBus.h"
+
+namespace qbdkr {
+
+// Asks the bus who a peer is, without waiting, on a connection of its own. On the connection that
+// receives, the answer would lie behind the whole backlog, which the bus library would read into
+// memory. Belongs to the main run loop.
+class PeerInquiry {
+ public:
+  // The bundle identifier of the peer's application; absent if it is no application.
+  using Answer = std::function<void(std::optional<std::string> bundleID)>;
+
+  // An inquiry under way. No answer comes after its end.
+  class Question {
+   public:
+    Question(std::string peer, Answer answer);
+
+   private:
+    friend class PeerInquiry;
+
+    [[nodiscard]] bool ask(sd_bus* bus);
+    void take(sd_bus_message* reply);
+    void end();
+
+    static int onReply(sd_bus_message* reply, void* self, sd_bus_error* error);
+
+    const std::string peer_;
+    const Answer answer_;
+    std::optional<std::string> bundleID_;
+    BusSlot slot_;
+  };
+
+  // False if there is no bus. The function is called when the connection is lost.
+  [[nodiscard]] bool open(std::function<void()> onLost);
+  void close();
+
+  // The answer is given once, from the main run loop, never from inside this call; then the
+  // question is to be destroyed. Null if nothing can be asked. An identity stands for the program
+  // that the peer's process ran while it was on the bus: a peer that is gone when its program is
+  // known may have become another one, and counts as no application.
+  [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer, Answer answer);
+
+ private:
+  static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
+
+  UniqueBus bus_;
+  std::function<void()> onLost_;
+};
+
+}  // namespace qbdkr

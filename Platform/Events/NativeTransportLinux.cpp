@@ -1,0 +1,85 @@
+#include <pthread.h>
+
+#include <atomic>
+#include <memory>
+#include <string>
+#include <utility>
+
+#include "Platform/Events/DBus/BusReceiver.h"
+#include "Platform/Events/DBus/BusSender.h"
+#include "Platform/Events/NativeTransport.h"
+#include "Platform/Events/RPCTransport.h"
+#include "Platform/Log/Log.h"
+
+namespace qbdkr {
+namespace {
+
+class BusTransport final : public RPCTransport {
+ public:
+  OSErr post(const RPCTarget& target, const RPCEvent& event) override {
+    if (const OSErr refused = refusal(target, event); refused != noErr) return refused;
+    const OSErr status = sender().post(target, event);
+    logObstacleOnce();
+    return status;
+  }
+
+  Answer ask(const RPCTarget& target, const RPCEvent& event) override {
+    if (const OSErr refused = refusal(target, event); refused != noErr) return {refused, {}};
+    auto answer = sender().ask(target, event);
+    logObstacleOnce();
+    return answer;
+  }
+
+  [[nodiscard]] std::optional<std::string> knownObstacle() const override {
+    const BusSender* sender = sender_.load();
+    const auto process = sender == nullptr ? std::nullopt : sender->foreignProcess();
+    if (!process) return std::nullopt;
+    return "the bus knows this process as " + std::to_string(*process) +
+           ": behind a proxy, events may not arrive";
+  }
+
+  void setHandler(Handler handler) override {
+    BusReceiver::shared().setHandler(std::move(handler));
+  }
+
+  void removeHandler() override { BusReceiver::shared().removeHandler(); }
+
+  // In a child that was forked: the connection, its lock and the threads that wait on it belong to
+  // the parent. The child gets its own on first use.
+  void forgetParentsSender() { sender_.store(nullptr); }
+
+ private:
+  static OSErr refusal(const RPCTarget& target, const RPCEvent& event) {
+    if (!isSendable(event)) return paramErr;
+    if (target.bundleID.empty()) return procNotFound;
+    return isSendable(target.bundleID) ? noErr : paramErr;
+  }
+
+  void logObstacleOnce() {
+    if (!sender().foreignProcess() || isObstacleLogged_.exchange(true)) return;
+    if (const auto obstacle = knownObstacle()) log(*obstacle);
+  }
+
+  BusSender& sender() {
+    BusSender* current = sender_.load();
+    if (current != nullptr) return *current;
+    auto made = std::make_unique<BusSender>();
+    if (sender_.compare_exchange_strong(current, made.get())) return *made.release();
+    return *current;
+  }
+
+  std::atomic<bool> isObstacleLogged_{false};
+  std::atomic<BusSender*> sender_{nullptr};  // never destroyed: threads send until the process ends
+};
+
+}  // namespace
+
+RPCTransport& nativeTransport() {
+  static auto* const transport = new BusTransport;
+  static const int watched =
+      pthread_atfork(nullptr, nullptr, [] { transport->forgetParentsSender(); });
+  static_cast<void>(watched);
+  return *transport;
+}
+
+}  // namespace qbdkr

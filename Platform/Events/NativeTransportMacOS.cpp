@@ -1,0 +1,151 @@
+#include <CoreServices/CoreServices.h>
+
+#include <atomic>
+#include <utility>
+
+#include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
+#include "Platform/Events/AppleEvents/RPCAppleEvent.h"
+#include "Platform/Events/NativeTransport.h"
+#include "Platform/Events/RPCHandler.h"
+#include "Platform/Events/RPCTransport.h"
+#include "Platform/Log/Log.h"
+
+namespace qbdkr {
+namespace {
+
+// The system's event for one of ours.
+OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
+  const AppleEventDescriptor& to = from.target();
+  // An address is no text: its bytes go as they are, and as many as there are. What names nobody is
+  // the Apple Event Manager's to refuse.
+  EventDescriptor target;
+  OSErr status = AECreateDesc(to.descriptorType(), to.data().data(),
+                              static_cast<Size>(to.data().size()), target.receive());
+  if (status != noErr) return status;
+  status = AECreateAppleEvent(from.eventClass(), from.eventID(), target.get(), from.returnID(),
+                              from.transactionID(), made.receive());
+  if (status != noErr) return status;
+  EventDescriptor value;
+  status = makeDescriptor(*from.paramDescriptor(keyDirectObject), value);
+  if (status != noErr) return status;
+  return AEPutParamDesc(made.receive(), keyDirectObject, value.get());
+}
+
+// Ours for the system's, as far as an RPC event needs it. False if it is beyond the bounds.
+bool readEvent(const AEDesc& from, AppleEvent& event) {
+  EventDescriptor object;
+  if (AEGetParamDesc(&from, keyDirectObject, typeWildCard, object.receive()) == noErr) {
+    auto read = rpcObjectFrom(*object.get());
+    if (!read) return false;
+    event.setParamDescriptor(keyDirectObject, *std::move(read));
+  }
+  // The sender as the process that it is; without one when the system cannot tell.
+  EventDescriptor address;
+  if (AEGetAttributeDesc(&from, keyAddressAttr, typeProcessSerialNumber, address.receive()) ==
+      noErr) {
+    if (auto read = plainDescriptor(*address.get())) {
+      event.setAttributeDescriptor(keyAddressAttr, *std::move(read));
+    }
+  }
+  return true;
+}
+
+// A sender that waits for no reply gives a null descriptor to put it into.
+OSErr putResult(std::string result, AEDesc& reply) {
+  if (result.empty() || reply.descriptorType == typeNull) return noErr;
+  EventDescriptor value;
+  const auto text = AppleEventDescriptor::withString(std::move(result));
+  if (const OSErr status = makeDescriptor(text, value); status != noErr) return status;
+  return AEPutParamDesc(&reply, keyDirectObject, value.get());
+}
+
+// A reply without a text is an empty one; a text beyond what an event may carry breaks the
+// contract.
+RPCTransport::Answer readAnswer(const AEDesc& reply) {
+  EventDescriptor found;
+  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) return {};
+  EventDescriptor utf8;
+  if (AECoerceDesc(found.get(), typeUTF8Text, utf8.receive()) == noErr &&
+      AEGetDescDataSize(utf8.get()) > static_cast<Size>(mostEventContent)) {
+    return {errAEEventNotHandled, {}};
+  }
+  return {noErr, textFrom(*found.get())};
+}
+
+OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, const RPCHandler& handler) {
+  if (!handler.isSet()) return errAEEventNotHandled;
+  AppleEvent event;
+  if (!readEvent(incoming, event)) return paramErr;
+  const auto read = rpcEventOf(event);
+  if (!read) return errAEEventFailed;
+  auto answer = handler.handle(*read, senderOf(event));
+  if (answer.status != noErr) return answer.status;
+  return putResult(std::move(answer.result).value_or(""), reply);
+}
+
+::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
+  try {
+    return handleEvent(*incoming, *reply, *static_cast<RPCHandler*>(handler));
+  } catch (...) {  // nothing may unwind through the Apple Event Manager
+    return errAEEventFailed;
+  }
+}
+
+class AppleEventTransport final : public RPCTransport {
+ public:
+  OSErr post(const RPCTarget& target, const RPCEvent& event) override {
+    EventDescriptor reply;
+    return send(target, event, postOptions, reply);
+  }
+
+  Answer ask(const RPCTarget& target, const RPCEvent& event) override {
+    EventDescriptor reply;
+    const OSErr status = send(target, event, askOptions, reply);
+    if (status != noErr) return {status, {}};
+    return readAnswer(*reply.get());
+  }
+
+  void setHandler(Handler handler) override {
+    handler_.set(std::move(handler));
+    if (AEInstallEventHandler(kCoreEventClass, kAECall, entryPoint(), &handler_, 0) != ::noErr) {
+      log("the system does not let this application handle Apple events");
+    }
+  }
+
+  void removeHandler() override {
+    AERemoveEventHandler(kCoreEventClass, kAECall, entryPoint(), 0);
+    handler_.set(nullptr);
+  }
+
+ private:
+  OSErr send(const RPCTarget& target, const RPCEvent& event, const AppleEventSendOptions& options,
+             EventDescriptor& reply) {
+    if (!isSendable(event) || target.bundleID.find('\0') != std::string::npos) return paramErr;
+    // The system chooses the process that an identifier stands for.
+    if (target.directory && !isPlaceLogged_.exchange(true)) {
+      log("on this system the helper agent need not be the installed copy");
+    }
+    EventDescriptor message;
+    const OSErr made = makeEvent(appleEventOf(target, event), message);
+    if (made != noErr) return made;
+    return static_cast<OSErr>(
+        AESendMessage(message.get(), reply.receive(), options.mode, options.timeout));
+  }
+
+  static AEEventHandlerUPP entryPoint() {
+    static const AEEventHandlerUPP entry = NewAEEventHandlerUPP(onEvent);
+    return entry;
+  }
+
+  std::atomic<bool> isPlaceLogged_{false};
+  RPCHandler handler_;  // never destroyed: the Apple Event Manager holds its address
+};
+
+}  // namespace
+
+RPCTransport& nativeTransport() {
+  static auto& transport = *new AppleEventTransport;
+  return transport;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,36 @@
+#include "Platform/Events/RPCHandler.h"
+
+#include <utility>
+
+namespace qbdkr {
+
+void RPCHandler::set(RPCTransport::Handler handler) {
+  // The one before goes when the lock is released: what it held may come back here.
+  const std::lock_guard lock(mutex_);
+  handler_.swap(handler);
+}
+
+bool RPCHandler::isSet() const {
+  const std::lock_guard lock(mutex_);
+  return handler_ != nullptr;
+}
+
+RPCTransport::Handler RPCHandler::handler() const {
+  const std::lock_guard lock(mutex_);
+  return handler_;
+}
+
+RPCTransport::Answer RPCHandler::handle(const RPCEvent& event,
+                                        const std::optional<std::string>& sender) const noexcept {
+  try {
+    const auto body = handler();
+    if (!body) return {errAEEventNotHandled, std::nullopt};
+    auto result = body(event, sender);
+    if (result && !isSendableResult(*result)) return {errAEEventFailed, std::nullopt};
+    return {noErr, std::move(result)};
+  } catch (...) {
+    return {errAEEventFailed, std::nullopt};
+  }
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,165 @@
+#include "Platform/Files/FileTree.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <filesystem>
+#include <system_error>
+#include <utility>
+#include <vector>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Files/NativeFiles.h"
+#include "Platform/Files/TreeCopy.h"
+#include "Platform/Files/TreeRemoval.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+
+// Work in progress lies beside its target under a hidden name, locked by the process that works on
+// it. Whoever comes next clears away what a process that ended has left.
+constexpr std::string_view stagingSuffix = ".qbhp-staging-";
+constexpr std::string_view uniquePart = "XXXXXX";  // mkdtemp() puts other letters in its place
+constexpr std::string_view itemPart = "/item";     // what is worked on
+
+std::string stagingPrefix(const fs::path& target) {
+  return '.' + target.filename().string() + std::string(stagingSuffix);
+}
+
+void clearAbandonedStaging(const fs::path& target) {
+  const std::string directory = target.parent_path();
+  const std::string prefix = stagingPrefix(target);
+  for (const std::string& name :
+       contentsOfDirectory(directory).value_or(std::vector<std::string>{})) {
+    if (!name.starts_with(prefix)) continue;
+    const std::string path = appendPathComponent(directory, name);
+    openToOwner(AT_FDCWD, path, 0);  // or a strict user mask keeps it from being locked
+    const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
+    if (lock.isHeld()) removeTree(path);
+  }
+}
+
+// A locked directory beside a target, removed with everything that is still in it.
+class Staging {
+ public:
+  static std::optional<Staging> beside(const fs::path& target) {
+    clearAbandonedStaging(target);
+    // Another process that clears away may take a new directory before it is locked.
+    constexpr int attempts = 8;
+    for (int attempt = 0; attempt < attempts; ++attempt) {
+      std::string path = target.parent_path() / stagingPrefix(target).append(uniquePart);
+      if (mkdtemp(path.data()) == nullptr) return std::nullopt;
+      openToOwner(AT_FDCWD, path, 0);
+      auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
+      // Where there are no locks, two at the same time are the lesser evil.
+      if (!lock.isTaken() && fileExists(path)) return Staging(std::move(path), std::move(lock));
+      ::rmdir(path.c_str());
+    }
+    errno = EBUSY;
+    return std::nullopt;
+  }
+
+  Staging(Staging&& other) noexcept
+      : path_(std::exchange(other.path_, {})), lock_(std::move(other.lock_)) {}
+  Staging& operator=(Staging&&) = delete;
+  ~Staging() {
+    if (!path_.empty()) removeTree(path_);
+  }
+
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] fs::path item() const { return path_ + std::string(itemPart); }
+
+ private:
+  Staging(std::string path, FileLock lock) : path_(std::move(path)), lock_(std::move(lock)) {}
+
+  std::string path_;
+  FileLock lock_;
+};
+
+bool flush(const fs::path& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return file && flushDescriptor(file.get());
+}
+
+bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
+  if (const auto moved = renameExclusively(from, to)) return *moved;
+  // On other file systems a directory at least never replaces one that has contents.
+  return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
+}
+
+// To move a directory changes it.
+bool moveAway(const std::string& path, const struct stat& status, const fs::path& to) {
+  const bool isClosed = S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) == 0;
+  if (isClosed) openToOwner(AT_FDCWD, path, status.st_mode);
+  if (::rename(path.c_str(), to.c_str()) == 0) return true;
+  const int error = errno;
+  if (isClosed) ::chmod(path.c_str(), status.st_mode);
+  errno = error;
+  return false;
+}
+
+bool isBelow(const fs::path& path, const fs::path& directory) {
+  return std::mismatch(directory.begin(), directory.end(), path.begin(), path.end()).first ==
+         directory.end();
+}
+
+}  // namespace
+
+std::optional<FileError> removeItem(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return lastFileError(path);
+  const auto staging = Staging::beside(path);
+  if (!staging) return lastFileError(path);
+  if (S_ISDIR(status.st_mode)) {
+    if (auto obstacle = removalObstacle(path)) return obstacle;
+  }
+  if (!moveAway(path, status, staging->item())) return lastFileError(path);
+  return std::nullopt;
+}
+
+// DIRECTORY/.NAME.qbhp-staging-UNIQUE/item/REST was DIRECTORY/NAME/REST.
+std::string pathBeforeRemoval(std::string_view path) {
+  const auto suffix = path.rfind(stagingSuffix);
+  const auto slash = suffix == std::string_view::npos ? suffix : path.rfind('/', suffix);
+  if (slash == std::string_view::npos || path[slash + 1] != '.') return std::string(path);
+  std::string_view rest = path.substr(suffix + stagingSuffix.size());
+  rest.remove_prefix(std::min(uniquePart.size(), rest.size()));
+  if (!rest.starts_with(itemPart)) return std::string(path);
+  rest.remove_prefix(itemPart.size());
+  const auto name = slash + 2;
+  if (!rest.starts_with('/') || name >= suffix) return std::string(path);
+  return std::string(path.substr(0, slash + 1))
+      .append(path.substr(name, suffix - name))
+      .append(rest);
+}
+
+std::optional<FileError> copyItem(const std::string& from, const std::string& to) {
+  struct stat status {};
+  if (::lstat(to.c_str(), &status) == 0) return fileError(to, EEXIST);
+  std::error_code error;
+  const fs::path source = fs::canonical(from, error);
+  if (error) return fileError(from, error.value());
+  if (isBelow(fs::weakly_canonical(to, error), source)) return fileError(to, EINVAL);
+  const auto staging = Staging::beside(to);
+  if (!staging) return lastFileError(to);
+  // Opened before the first write, or a failure to store one goes unnoticed.
+  const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return lastFileError(to);
+  if (auto failure = copyTree(source, staging->item())) return failure;
+  if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
+  if (!moveWithoutReplacing(staging->item(), to)) return lastFileError(to);
+  flush(fs::path(to).parent_path());
+  return std::nullopt;
+}
+
+void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }
+
+}  // namespace qbdkr

@@ -1,0 +1,204 @@
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <sys/xattr.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <vector>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Files/NativeFiles.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr mode_t ownersFile = S_IRUSR | S_IWUSR;
+constexpr mode_t modeBits = 07777;
+
+bool failWith(int error) {
+  errno = error;
+  return false;
+}
+
+// Whether something beside the contents was not kept because the file system does not take it.
+bool isNotTaken() { return errno == EOPNOTSUPP || errno == EPERM || errno == ENOSYS; }
+
+bool writeAt(int file, const char* bytes, std::size_t size, off_t at) {
+  while (size > 0) {
+    const auto written = ::pwrite(file, bytes, size, at);
+    if (written < 0 && errno == EINTR) continue;
+    if (written < 0) return false;
+    bytes += written;
+    size -= static_cast<std::size_t>(written);
+    at += written;
+  }
+  return true;
+}
+
+bool copyThroughMemory(int from, int to, off_t at, off_t end) {
+  std::array<char, 65536> buffer{};
+  while (at < end) {
+    const auto wanted = std::min(end - at, static_cast<off_t>(buffer.size()));
+    const auto size = ::pread(from, buffer.data(), static_cast<std::size_t>(wanted), at);
+    if (size < 0 && errno == EINTR) continue;
+    if (size < 0) return false;
+    if (size == 0) return failWith(EBUSY);  // it was cut meanwhile
+    if (!writeAt(to, buffer.data(), static_cast<std::size_t>(size), at)) return false;
+    at += size;
+  }
+  return true;
+}
+
+bool copyRange(int from, int to, off_t begin, off_t end) {
+  off_t read = begin;
+  off_t written = begin;
+  while (read < end) {
+    const auto size = static_cast<std::size_t>(end - read);
+    const auto copied = ::copy_file_range(from, &read, to, &written, size, 0);
+    if (copied < 0 && errno == EINTR) continue;
+    // Not between all file systems. Any other failure comes again.
+    if (copied <= 0) return copyThroughMemory(from, to, read, end);
+  }
+  return true;
+}
+
+// Copies data alone: a hole stays a hole.
+bool copyContents(int from, int to, off_t size) {
+  off_t at = 0;
+  while (at < size) {
+    const off_t data = ::lseek(from, at, SEEK_DATA);
+    if (data < 0 && errno == ENXIO) break;  // a hole up to the end
+    if (data < 0) return false;
+    const off_t end = std::min(::lseek(from, data, SEEK_HOLE), size);
+    if (end < 0 || !copyRange(from, to, data, end)) return false;
+    at = end;
+  }
+  return ::ftruncate(to, size) == 0;
+}
+
+bool copyAttribute(int from, int to, const char* name) {
+  const auto size = ::fgetxattr(from, name, nullptr, 0);
+  if (size < 0) return errno == ENODATA;  // removed meanwhile
+  std::vector<char> value(static_cast<std::size_t>(size));
+  const auto read = ::fgetxattr(from, name, value.data(), value.size());
+  if (read < 0) return false;
+  return ::fsetxattr(to, name, value.data(), static_cast<std::size_t>(read), 0) == 0 ||
+         isNotTaken();
+}
+
+// Those of users alone: the others are the system's own, and speak of one file in one place.
+bool copyAttributes(int from, int to) {
+  const auto size = ::flistxattr(from, nullptr, 0);
+  if (size <= 0) return size == 0 || isNotTaken();
+  std::vector<char> names(static_cast<std::size_t>(size));
+  const auto read = ::flistxattr(from, names.data(), names.size());
+  if (read < 0) return false;
+  const std::string_view all(names.data(), static_cast<std::size_t>(read));
+  for (std::size_t at = 0; at < all.size(); at = all.find('\0', at) + 1) {
+    const char* name = all.data() + at;  // ends in a NUL
+    if (std::string_view(name).starts_with("user.") && !copyAttribute(from, to, name)) return false;
+  }
+  return true;
+}
+
+// A program that runs as its owner must not run as the owner of the copy instead.
+bool setMode(int copy, const struct stat& original) {
+  mode_t mode = original.st_mode & modeBits;
+  struct stat status {};
+  if (::fstat(copy, &status) != 0) return false;
+  if (status.st_uid != original.st_uid || status.st_gid != original.st_gid) {
+    mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
+  }
+  return ::fchmod(copy, mode) == 0;
+}
+
+std::array<timespec, 2> timesOf(const struct stat& status) {
+  return {timespec{0, UTIME_OMIT}, status.st_mtim};
+}
+
+bool setModificationTime(int copy, const struct stat& original) {
+  return ::futimens(copy, timesOf(original).data()) == 0 || isNotTaken();
+}
+
+// Half of the old file and half of a new one are neither.
+bool checkUnchanged(int file, const struct stat& before) {
+  struct stat now {};
+  if (::fstat(file, &now) != 0) return false;
+  const bool same = now.st_size == before.st_size && now.st_mtim.tv_sec == before.st_mtim.tv_sec &&
+                    now.st_mtim.tv_nsec == before.st_mtim.tv_nsec;
+  return same || failWith(EBUSY);
+}
+
+}  // namespace
+
+std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
+  if (errno == EINVAL || errno == ENOSYS) return std::nullopt;
+  return false;
+}
+
+bool copyRegularFile(const std::string& from, const std::string& to) {
+  const Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  struct stat status {};
+  if (!source || ::fstat(source.get(), &status) != 0) return false;
+  if (!S_ISREG(status.st_mode)) return failWith(EOPNOTSUPP);
+  const Descriptor copy(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownersFile));
+  // The user mask may have taken away what attributes need.
+  if (!copy || ::fchmod(copy.get(), ownersFile) != 0) return false;
+  return copyContents(source.get(), copy.get(), status.st_size) &&
+         copyAttributes(source.get(), copy.get()) && setMode(copy.get(), status) &&
+         setModificationTime(copy.get(), status) && checkUnchanged(source.get(), status);
+}
+
+bool copyLink(const std::string& from, const std::string& to) {
+  std::error_code error;
+  std::filesystem::copy_symlink(from, to, error);
+  return error ? failWith(error.value()) : copyModificationTime(from, to);
+}
+
+bool copyDirectoryAttributes(const std::string& from, const std::string& to) {
+  constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+  const Descriptor source(::open(from.c_str(), flags));
+  const Descriptor copy(::open(to.c_str(), flags));
+  return source && copy && copyAttributes(source.get(), copy.get());
+}
+
+bool copyModificationTime(const std::string& from, const std::string& to) {
+  struct stat status {};
+  if (::lstat(from.c_str(), &status) != 0) return false;
+  const auto times = timesOf(status);
+  return ::utimensat(AT_FDCWD, to.c_str(), times.data(), AT_SYMLINK_NOFOLLOW) == 0 || isNotTaken();
+}
+
+int removalRefusal(int directory, const std::string& name) {
+  struct statx status {};
+  constexpr int flags = AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT | AT_STATX_DONT_SYNC;
+  if (::statx(directory, name.c_str(), flags, 0, &status) != 0) return 0;
+  const auto attributes = status.stx_attributes & status.stx_attributes_mask;
+  if ((attributes & (STATX_ATTR_IMMUTABLE | STATX_ATTR_APPEND)) != 0) return EPERM;
+  return (attributes & STATX_ATTR_MOUNT_ROOT) != 0 ? EBUSY : 0;
+}
+
+// One wait for all: a wait for each file takes as many turns of the disk as there are files.
+bool flushTree(int directory, const std::string&) { return ::syncfs(directory) == 0; }
+
+bool flushDescriptor(int file) { return ::fsync(file) == 0; }
+
+Room setRoomAside(int file, off_t size) {
+  int result = 0;
+  do {
+    result = size == 0 ? 0 : ::fallocate(file, FALLOC_FL_KEEP_SIZE, 0, size);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return Room::setAside;
+  return errno == EOPNOTSUPP || errno == ENOSYS ? Room::unknown : Room::missing;
+}
+
+}  // namespace qbdkr

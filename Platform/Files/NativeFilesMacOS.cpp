@@ -1,0 +1,107 @@
+#include <copyfile.h>
+#include <fcntl.h>
+#include <stdio.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <filesystem>
+#include <system_error>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Files/NativeFiles.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+
+bool failedWith(const std::error_code& error) {
+  if (error) errno = error.value();
+  return static_cast<bool>(error);
+}
+
+bool flush(const fs::path& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return file && flushDescriptor(file.get());
+}
+
+}  // namespace
+
+std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
+  if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return true;
+  if (errno == ENOTSUP || errno == EINVAL) return std::nullopt;
+  return false;
+}
+
+// Extended attributes, access lists and times go along, as with every copy that the system makes:
+// parts of a signature may lie in them. The mark of quarantine is one of them.
+bool copyRegularFile(const std::string& from, const std::string& to) {
+  return ::copyfile(from.c_str(), to.c_str(), nullptr,
+                    COPYFILE_ALL | COPYFILE_EXCL | COPYFILE_NOFOLLOW_SRC) == 0;
+}
+
+bool copyDirectoryAttributes(const std::string& from, const std::string& to) {
+  return ::copyfile(from.c_str(), to.c_str(), nullptr, COPYFILE_XATTR | COPYFILE_NOFOLLOW_SRC) == 0;
+}
+
+bool copyLink(const std::string& from, const std::string& to) {
+  std::error_code error;
+  fs::copy_symlink(from, to, error);
+  return !failedWith(error);
+}
+
+bool copyModificationTime(const std::string& from, const std::string& to) {
+  std::error_code error;
+  const auto time = fs::last_write_time(from, error);
+  if (failedWith(error)) return false;
+  fs::last_write_time(to, time, error);
+  return !failedWith(error) || errno == ENOTSUP || errno == EPERM;
+}
+
+int removalRefusal(int directory, const std::string& name) {
+  struct stat outside {};
+  struct stat inside {};
+  if (::fstat(directory, &outside) != 0 ||
+      ::fstatat(directory, name.c_str(), &inside, AT_SYMLINK_NOFOLLOW) != 0) {
+    return 0;
+  }
+  return outside.st_dev == inside.st_dev ? 0 : EBUSY;
+}
+
+// No call makes one tree durable: each file is flushed by itself.
+bool flushTree(int, const std::string& tree) {
+  std::error_code error;
+  const auto status = fs::symlink_status(tree, error);
+  if (fs::is_symlink(status)) return true;  // stored with its directory
+  if (!fs::is_directory(status)) return flush(tree);
+  for (auto entry = fs::recursive_directory_iterator(tree, error);
+       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    if (!entry->is_symlink(error) && !flush(entry->path())) return false;
+  }
+  return !failedWith(error) && flush(tree);
+}
+
+// fsync() leaves the data in the drive's own buffers; where the file system cannot ask for more, it
+// has to do.
+bool flushDescriptor(int file) { return ::fcntl(file, F_FULLFSYNC) == 0 || ::fsync(file) == 0; }
+
+Room setRoomAside(int file, off_t size) {
+  constexpr off_t blockSize = 512;  // of st_blocks, whatever the file system's own
+  struct stat status {};
+  if (::fstat(file, &status) != 0) return Room::missing;
+  const off_t held = status.st_blocks * blockSize;
+  if (size <= held) return Room::setAside;
+  fstore_t room{};
+  room.fst_flags = F_ALLOCATEALL;
+  room.fst_posmode = F_PEOFPOSMODE;
+  room.fst_length = size - held;
+  int result = 0;
+  do {
+    result = ::fcntl(file, F_PREALLOCATE, &room);
+  } while (result != 0 && errno == EINTR);
+  if (result == 0) return Room::setAside;
+  return errno == ENOTSUP || errno == EINVAL ? Room::unknown : Room::missing;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,131 @@
+#include "Platform/Loop/NativeLoopLinux.h"
+
+#include <sys/eventfd.h>
+#include <sys/syscall.h>
+#include <systemd/sd-event.h>
+#include <time.h>
+#include <unistd.h>
+
+#include <cstdint>
+#include <stdexcept>
+#include <utility>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Loop/NativeLoop.h"
+
+namespace qbdkr {
+namespace {
+
+struct EventDeleter {
+  void operator()(sd_event* event) const { sd_event_unref(event); }
+};
+using Event = std::unique_ptr<sd_event, EventDeleter>;
+
+Event newEvent() {
+  sd_event* made = nullptr;
+  sd_event_new(&made);
+  return Event(made);
+}
+
+class EventTimer final : public NativeTimer {
+ public:
+  EventTimer(std::chrono::microseconds interval, std::function<void()> tick)
+      : NativeTimer(std::move(tick)), interval_(static_cast<std::uint64_t>(interval.count())) {}
+  EventTimer(const EventTimer&) = delete;
+  EventTimer& operator=(const EventTimer&) = delete;
+  ~EventTimer() override { end(); }
+
+  // A slack of 0 would mean a quarter of a second to sd-event.
+  bool arm(sd_event* event, std::chrono::microseconds slack) {
+    return sd_event_add_time_relative(event, &source_, CLOCK_MONOTONIC, interval_,
+                                      static_cast<std::uint64_t>(slack.count()), onDue, this) >= 0;
+  }
+
+  void end() final { source_ = sd_event_source_disable_unref(source_); }
+
+ private:
+  static int onDue(sd_event_source* source, std::uint64_t due, void* self) {
+    auto& timer = *static_cast<EventTimer*>(self);
+    std::uint64_t now = due;
+    sd_event_now(sd_event_source_get_event(source), CLOCK_MONOTONIC, &now);
+    const std::uint64_t missed = now > due ? (now - due) / timer.interval_ : 0;
+    sd_event_source_set_time(source, due + (missed + 1) * timer.interval_);
+    sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
+    timer.tick();
+    return 0;
+  }
+
+  const std::uint64_t interval_;  // microseconds
+  sd_event_source* source_ = nullptr;
+};
+
+class EventLoop final : public NativeLoop {
+ public:
+  explicit EventLoop(std::function<void()> onWake)
+      : onWake_(std::move(onWake)),
+        wake_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+        event_(newEvent()) {
+    if (!wake_ || !event_ ||
+        sd_event_add_io(event_.get(), nullptr, wake_.get(), EPOLLIN, onReadable, this) < 0) {
+      throw std::runtime_error("no event loop");
+    }
+  }
+
+  sd_event* event() { return event_.get(); }
+
+  void wake() override {
+    const std::uint64_t one = 1;
+    // It can only fail when the counter is full, and then the loop is awake.
+    [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+  }
+
+  [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_.get()); }
+
+  Turn turn(bool waits) override {
+    int ready = sd_event_get_state(event_.get()) == SD_EVENT_PENDING ? 1 : 0;
+    if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) ready = prepare();
+    if (ready == 0) ready = sd_event_wait(event_.get(), waits ? UINT64_MAX : 0);
+    if (ready == 0) return Turn::nothingDue;
+    return ready < 0 || sd_event_dispatch(event_.get()) < 0 ? Turn::failed : Turn::done;
+  }
+
+  // Timers and descriptors added meanwhile reach the descriptor of the loop only here.
+  void endTurns() override {
+    if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) prepare();
+  }
+
+  std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
+                                          std::chrono::microseconds slack,
+                                          std::function<void()> tick) override {
+    auto timer = std::make_shared<EventTimer>(interval, std::move(tick));
+    if (!timer->arm(event_.get(), slack)) return nullptr;
+    wake();  // whoever watches the descriptor takes a turn, after which it tells of the timer
+    return timer;
+  }
+
+ private:
+  int prepare() { return sd_event_prepare(event_.get()); }
+
+  static int onReadable(sd_event_source*, int descriptor, std::uint32_t, void* self) {
+    std::uint64_t count = 0;
+    [[maybe_unused]] const auto got = ::read(descriptor, &count, sizeof count);
+    static_cast<EventLoop*>(self)->onWake_();
+    return 0;
+  }
+
+  const std::function<void()> onWake_;
+  const Descriptor wake_;
+  const Event event_;
+};
+
+}  // namespace
+
+std::unique_ptr<NativeLoop> makeNativeLoop(bool /*ofMainThread*/, std::function<void()> onWake) {
+  return std::make_unique<EventLoop>(std::move(onWake));
+}
+
+bool isMainThread() { return syscall(SYS_gettid) == getpid(); }
+
+sd_event* mainEventLoop() { return static_cast<EventLoop&>(mainNativeLoop()).event(); }
+
+}  // namespace qbdkr

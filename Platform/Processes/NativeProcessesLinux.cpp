@@ -1,0 +1,96 @@
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <climits>
+#include <cstring>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Bundles/EnclosingBundleLinux.h"
+#include "Platform/Processes/ExecutablePlaceLinux.h"
+#include "Platform/Processes/NativeProcesses.h"
+
+namespace qbdkr {
+namespace {
+
+struct CloseDirectory {
+  void operator()(DIR* directory) const { closedir(directory); }
+};
+using Directory = std::unique_ptr<DIR, CloseDirectory>;
+
+// The table may grow before the caller comes back with a buffer.
+constexpr std::size_t headroom = 16;
+
+std::optional<pid_t> processID(std::string_view name) {
+  pid_t number = 0;
+  const auto [end, error] = std::from_chars(name.data(), name.data() + name.size(), number);
+  if (error != std::errc() || end != name.data() + name.size() || number <= 0) return std::nullopt;
+  return number;
+}
+
+// Absent for a process that has ended meanwhile.
+std::optional<ProcessRecord> readRecord(int table, const char* name, pid_t processID) {
+  const std::string path = std::string(name) + "/comm";
+  const Descriptor file(openat(table, path.c_str(), O_RDONLY | O_CLOEXEC));
+  // The files of a process that may not be looked into belong to root; its directory does not.
+  struct stat status {};
+  if (!file || fstatat(table, name, &status, 0) != 0) return std::nullopt;
+  ProcessRecord record{processID, status.st_uid, {}};
+  const auto size = ::read(file.get(), record.command, sizeof record.command - 1);
+  if (size <= 0) return std::nullopt;
+  const auto used = static_cast<std::size_t>(size);
+  if (record.command[used - 1] == '\n') record.command[used - 1] = '\0';
+  return record;
+}
+
+}  // namespace
+
+int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
+  const Directory table(opendir("/proc"));
+  if (!table) return errno;
+  const std::size_t room = buffer == nullptr ? 0 : *length / sizeof(ProcessRecord);
+  std::size_t count = 0;
+  while (const dirent* entry = readdir(table.get())) {
+    const auto id = processID(entry->d_name);
+    if (!id) continue;
+    if (buffer == nullptr) {
+      ++count;
+      continue;
+    }
+    errno = 0;
+    const auto record = readRecord(dirfd(table.get()), entry->d_name, *id);
+    // Not to be had is not the same as gone.
+    if (!record && (errno == EMFILE || errno == ENFILE)) return errno;
+    if (!record) continue;
+    if (count == room) return ENOMEM;
+    buffer[count++] = *record;
+  }
+  *length = (buffer == nullptr ? count + headroom : count) * sizeof(ProcessRecord);
+  return 0;
+}
+
+OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {
+  if (processID <= 0) return procNotFound;
+  *number = {0, static_cast<std::uint32_t>(processID)};
+  return noErr;
+}
+
+std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
+    const ProcessSerialNumber& number) {
+  const auto processID = static_cast<pid_t>(number.lowLongOfPSN);
+  if (number.highLongOfPSN != 0 || processID <= 0) return nullptr;
+  const auto executable = executableOfProcess(processID);
+  const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
+  return bundle ? bundle->info : nullptr;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,56 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cerrno>
+#include <cstddef>
+#include <cstdint>
+#include <cstdlib>
+#include <memory>
+#include <utility>
+
+namespace qbdkr {
+
+// What the kernel's table holds of one process.
+struct ProcessRecord {
+  pid_t processID;
+  uid_t effectiveUser;
+  char command[17];  // the short command name, NUL-terminated
+};
+
+// How the process manager names a process.
+struct ProcessSerialNumber {
+  std::uint32_t highLongOfPSN;
+  std::uint32_t lowLongOfPSN;
+};
+
+struct Free {
+  void operator()(void* memory) const { std::free(memory); }
+};
+
+struct FetchedProcessTable {
+  std::unique_ptr<ProcessRecord, Free> records;  // null when the table could not be had
+  std::size_t count = 0;
+  int error = 0;  // an errno value; 0 with records
+};
+
+// The kernel's process table. Asks for the size of the table, then for the table; again when it
+// grew in between, as often as that takes.
+[[nodiscard]] FetchedProcessTable fetchProcessTable();
+
+// The same with any query, so that a growing table can be tried.
+template <class Query>
+FetchedProcessTable fetchProcessTable(Query query) {
+  for (;;) {
+    std::size_t length = 0;
+    if (const int error = query(nullptr, &length); error != 0) return {nullptr, 0, error};
+    // malloc, because the records are handed to callers who free them.
+    std::unique_ptr<ProcessRecord, Free> records(static_cast<ProcessRecord*>(std::malloc(length)));
+    if (!records) return {nullptr, 0, ENOMEM};
+    const int error = query(records.get(), &length);
+    if (error == 0) return {std::move(records), length / sizeof(ProcessRecord), 0};
+    if (error != ENOMEM) return {nullptr, 0, error};
+  }
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,18 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <memory>
+#include <string_view>
+
+#include "Platform/PropertyLists/PropertyList.h"
+
+namespace qbdkr {
+
+// The information dictionary of the application that a process runs; null when it is none.
+[[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t processID);
+
+// Whether any process runs an application of that bundle identifier.
+[[nodiscard]] bool isApplicationRunning(std::string_view bundleIdentifier);
+
+}  // namespace qbdkr

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
+
+namespace qbdkr::propertylist {
+
+// Reads the binary form.
+[[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes, const Bounds& bounds);
+
+}  // namespace qbdkr::propertylist

@@ -1,0 +1,270 @@
+#include "Platform/PropertyLists/FileRewrite.h"
+
+#include <fcntl.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <chrono>
+#include <cstddef>
+#include <optional>
+#include <utility>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Files/NativeFiles.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+
+namespace qbdkr {
+namespace {
+
+constexpr std::size_t mostBytes = std::size_t{16} << 20U;  // as of a property list
+constexpr std::string_view recordMark = "qbhp-rewrite ";
+constexpr std::string_view recordSuffix = ".qbhp-rewrite";
+
+std::string recordPath(const std::string& path) {
+  const std::string name = std::string(".").append(lastPathComponent(path)).append(recordSuffix);
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? name : path.substr(0, slash + 1) + name;
+}
+
+std::string directoryOf(const std::string& path) {
+  const auto slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash + 1);
+}
+
+// --- Bytes of a file that is open
+
+Descriptor openRegularFile(const std::string& path, int flags) {
+  Descriptor file(::open(path.c_str(), flags | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0 || !S_ISREG(status.st_mode)) return {};
+  return file;
+}
+
+std::optional<std::string> contentsOf(int file, std::size_t most) {
+  std::string contents;
+  std::array<char, 16384> buffer{};
+  while (contents.size() <= most) {
+    const auto count =
+        ::pread(file, buffer.data(), buffer.size(), static_cast<off_t>(contents.size()));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) return contents;
+    contents.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return std::nullopt;
+}
+
+bool writeAtStart(int file, std::string_view contents) {
+  off_t offset = 0;
+  while (!contents.empty()) {
+    const auto written = ::pwrite(file, contents.data(), contents.size(), offset);
+    if (written < 0 && errno == EINTR) continue;
+    if (written <= 0) return false;
+    contents.remove_prefix(static_cast<std::size_t>(written));
+    offset += written;
+  }
+  return true;
+}
+
+bool cut(int file, std::size_t size) {
+  return ::ftruncate(file, static_cast<off_t>(size)) == 0 && flushDescriptor(file);
+}
+
+// Room that is set aside is not held against the limit on the size of this process's files.
+bool mayHaveSize(std::size_t size) {
+  rlimit limit{};
+  return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
+         static_cast<rlim_t>(size) <= limit.rlim_cur;
+}
+
+// --- One rewriting
+
+struct Rewriting {
+  std::string before;
+  std::string filled;  // what is written over it: at least as long
+  std::size_t size;    // how much of that stays
+};
+
+std::string filledUp(std::string_view contents, std::size_t least, std::string_view blank) {
+  std::string filled(contents);
+  while (filled.size() < least) filled += blank;
+  return filled;
+}
+
+bool takeBack(int file, const Rewriting& rewriting) {
+  return writeAtStart(file, rewriting.before) && cut(file, rewriting.before.size());
+}
+
+// --- Its record: a line with the two sizes, the old contents, the new ones filled up
+
+std::string recordOf(const Rewriting& rewriting) {
+  return std::string(recordMark)
+      .append(std::to_string(rewriting.before.size()))
+      .append(" ")
+      .append(std::to_string(rewriting.size))
+      .append("\n")
+      .append(rewriting.before)
+      .append(rewriting.filled);
+}
+
+bool takeNumber(std::string_view& text, char end, std::size_t& number) {
+  const auto [stop, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || stop == text.data() + text.size() || *stop != end) return false;
+  text.remove_prefix(static_cast<std::size_t>(stop - text.data()) + 1);
+  return true;
+}
+
+std::optional<Rewriting> rewritingOf(std::string_view record) {
+  if (!record.starts_with(recordMark)) return std::nullopt;
+  record.remove_prefix(recordMark.size());
+  std::size_t before = 0;
+  std::size_t size = 0;
+  if (!takeNumber(record, ' ', before) || !takeNumber(record, '\n', size)) return std::nullopt;
+  if (before > record.size() || record.size() - before < std::max(before, size)) {
+    return std::nullopt;
+  }
+  return Rewriting{std::string(record.substr(0, before)), std::string(record.substr(before)), size};
+}
+
+bool mayMakeFilesIn(const std::string& directory) {
+  return ::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
+}
+
+// Others who may write to the directory could have left anything in the place of a record.
+bool isOwnFile(const struct stat& status) {
+  return S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
+}
+
+bool isOwnFile(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && isOwnFile(status);
+}
+
+std::optional<Rewriting> readRecord(const std::string& path) {
+  const Descriptor file = openRegularFile(path, O_RDONLY | O_NOFOLLOW);
+  struct stat status {};
+  if (!file || ::fstat(file.get(), &status) != 0 || !isOwnFile(status)) return std::nullopt;
+  const auto record = contentsOf(file.get(), 3 * mostBytes);
+  return record ? rewritingOf(*record) : std::nullopt;
+}
+
+// --- Whether it was cut off
+
+bool isDictionary(std::string_view contents) {
+  const auto list = contents.empty() ? std::nullopt : parsePropertyList(contents);
+  return list && list->dictionary() != nullptr;
+}
+
+bool isWhole(std::string_view contents, const Rewriting& rewriting) {
+  return contents == rewriting.before || contents == rewriting.filled ||
+         contents == std::string_view(rewriting.filled).substr(0, rewriting.size);
+}
+
+// Old and new bytes in any order: a system that crashed stores its pages as it likes. A mixture may
+// well be readable, with a letter too many in one of its texts.
+bool isMixture(std::string_view contents, const Rewriting& rewriting) {
+  const auto& [before, filled, size] = rewriting;
+  if (contents.size() < std::min(before.size(), size) || contents.size() > filled.size()) {
+    return false;
+  }
+  for (std::size_t i = 0; i < contents.size(); ++i) {
+    const bool isOld = i < before.size() && contents[i] == before[i];
+    if (!isOld && contents[i] != filled[i]) return false;
+  }
+  return true;
+}
+
+bool wasCutOff(std::string_view contents, const Rewriting& rewriting) {
+  if (isWhole(contents, rewriting) || !isDictionary(rewriting.before)) return false;
+  return isMixture(contents, rewriting) || !isDictionary(contents);
+}
+
+enum class Recovery { notNeeded, done, failed };
+
+Recovery recover(const std::string& path, const Rewriting& rewriting) {
+  if (!fileExists(path)) return Recovery::notNeeded;
+  const Descriptor current = openRegularFile(path, O_RDONLY);
+  const auto contents = current ? contentsOf(current.get(), mostBytes) : std::nullopt;
+  if (!contents) return Recovery::failed;
+  if (!wasCutOff(*contents, rewriting)) return Recovery::notNeeded;
+  const Descriptor file = openRegularFile(path, O_RDWR);
+  return file && takeBack(file.get(), rewriting) ? Recovery::done : Recovery::failed;
+}
+
+void removeRecord(const std::string& file) {
+  const std::string record = recordPath(file);
+  for (const std::string& path : {record, stagedPath(record)}) {
+    if (isOwnFile(path)) ::unlink(path.c_str());
+  }
+}
+
+// The file that a name in a directory is the record of; "" for other names.
+std::string_view recordedName(std::string_view name) {
+  const std::string staged = stagedPath(std::string(recordSuffix));
+  for (const std::string_view suffix : {recordSuffix, std::string_view(staged)}) {
+    if (name.starts_with('.') && name.ends_with(suffix) && name.size() > suffix.size() + 1) {
+      return name.substr(1, name.size() - 1 - suffix.size());
+    }
+  }
+  return {};
+}
+
+}  // namespace
+
+bool rewriteFile(const std::string& path, std::string_view contents, std::string_view blank) {
+  const Descriptor file = openRegularFile(path, O_RDWR);
+  auto before = file ? contentsOf(file.get(), mostBytes) : std::nullopt;
+  if (!before || contents.size() > mostBytes || blank.empty()) return false;
+  const std::size_t least = before->size();
+  const Rewriting rewriting{std::move(*before), filledUp(contents, least, blank), contents.size()};
+  const std::string record = recordOf(rewriting);
+  // The limit ends a process that passes it.
+  if (!mayHaveSize(record.size())) return false;
+  // Room is made first: running out of it in the middle would cost what the file held.
+  const Room room = setRoomAside(file.get(), static_cast<off_t>(rewriting.filled.size()));
+  if (room == Room::missing) return false;
+  const bool recorded = replaceFile(recordPath(path), record);
+  const bool mayDoWithout = room == Room::setAside && !mayMakeFilesIn(directoryOf(path));
+  if (!recorded && !mayDoWithout) return false;
+  // All of the old contents is written over before any of it is cut, so that the file is whole
+  // between two system calls.
+  if (!writeAtStart(file.get(), rewriting.filled)) {
+    if (takeBack(file.get(), rewriting)) removeRecord(path);
+    return false;
+  }
+  if (!cut(file.get(), rewriting.size)) return false;
+  removeRecord(path);
+  return true;
+}
+
+bool recoverLockedFile(const std::string& path) {
+  const std::string record = recordPath(path);
+  if (!isOwnFile(record) && !isOwnFile(stagedPath(record))) return false;
+  const auto rewriting = readRecord(record);
+  const Recovery recovery = rewriting ? recover(path, *rewriting) : Recovery::notNeeded;
+  if (recovery != Recovery::failed) removeRecord(path);
+  return recovery == Recovery::done;
+}
+
+bool recoverFilesIn(const std::string& directory) {
+  bool anyRecovered = false;
+  for (const std::string& name :
+       contentsOfDirectory(directory).value_or(std::vector<std::string>())) {
+    const std::string_view recorded = recordedName(name);
+    if (recorded.empty()) continue;
+    const std::string path = appendPathComponent(directory, recorded);
+    const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
+    if (!lock.isTaken() && recoverLockedFile(path)) anyRecovered = true;
+  }
+  return anyRecovered;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,159 @@
+#include "Platform/PropertyLists/PropertyListReader.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/PropertyLists/BinaryPropertyList.h"
+#include "Platform/PropertyLists/NativeXML.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
+#include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/PropertyLists/XMLBounds.h"
+#include "Platform/Text/Text.h"
+
+namespace qbdkr {
+
+namespace {
+
+using namespace propertylist;
+using namespace std::string_view_literals;
+
+enum class ByteOrder { littleEndian, bigEndian };
+
+std::u16string unitsFromBytes(std::string_view bytes, ByteOrder order) {
+  const std::size_t high = order == ByteOrder::bigEndian ? 0 : 1;
+  std::u16string units;
+  units.reserve(bytes.size() / 2);
+  for (std::size_t i = 0; i + 1 < bytes.size(); i += 2) {
+    units += static_cast<char16_t>((static_cast<unsigned char>(bytes[i + high]) << 8) |
+                                   static_cast<unsigned char>(bytes[i + 1 - high]));
+  }
+  return units;
+}
+
+bool hasOnlyWholePairs(std::u16string_view units) {
+  bool isLowExpected = false;
+  for (const char16_t unit : units) {
+    const bool isLow = unit >= 0xDC00 && unit < 0xE000;
+    if (isLow != isLowExpected) return false;
+    isLowExpected = unit >= 0xD800 && unit < 0xDC00;
+  }
+  return !isLowExpected;
+}
+
+std::optional<std::string> textFromUTF16(std::string_view bytes, ByteOrder order) {
+  if (bytes.size() % 2 != 0) return std::nullopt;
+  const std::u16string units = unitsFromBytes(bytes, order);
+  if (!hasOnlyWholePairs(units)) return std::nullopt;
+  return utf8FromUTF16(units);
+}
+
+// One zero among the first two bytes tells UTF-16 without a mark, which is therefore only
+// recognized when the text begins with an ASCII character.
+std::optional<ByteOrder> takeByteOrder(std::string_view& bytes) {
+  constexpr std::size_t markSize = 2;
+  if (bytes.size() < markSize) return std::nullopt;
+  if (bytes[1] == '\0') return ByteOrder::littleEndian;
+  if (bytes[0] == '\0') return ByteOrder::bigEndian;
+  const bool isLittleEndian = bytes.starts_with("\xFF\xFE"sv);
+  if (!isLittleEndian && !bytes.starts_with("\xFE\xFF"sv)) return std::nullopt;
+  bytes.remove_prefix(markSize);
+  return isLittleEndian ? ByteOrder::littleEndian : ByteOrder::bigEndian;
+}
+
+// Besides the containers there are the outermost element and the scalars, and a key for each value
+// of a dictionary.
+std::optional<PropertyList> readBoundedXML(std::string_view text, const Bounds& bounds) {
+  const auto xml = withoutXMLDeclaration(text);
+  if (!xml || !isBoundedXML(*xml, 2 * bounds.values + 1, bounds.levels + 2)) return std::nullopt;
+  return readXML(*xml, bounds);
+}
+
+Descriptor openForReading(const std::string& path) {
+  // Not blocking: opening a pipe would otherwise wait for a writer before it can be refused.
+  constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
+  int descriptor = -1;
+  do {
+    descriptor = ::open(path.c_str(), flags);
+  } while (descriptor < 0 && errno == EINTR);
+  return Descriptor(descriptor);
+}
+
+// Reads to the end whatever the size was said to be: the file may be growing or shrinking.
+FileContents readToEnd(int descriptor, std::size_t expected, std::size_t maximum) {
+  std::string contents;
+  contents.reserve(expected);
+  std::array<char, 16384> buffer{};
+  while (contents.size() <= maximum) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return {std::nullopt, false};
+    if (count == 0) return {std::move(contents), true};
+    contents.append(buffer.data(), static_cast<std::size_t>(count));
+  }
+  return {};
+}
+
+std::optional<PropertyList> readXMLOrText(std::string_view utf8, const Bounds& bounds) {
+  return looksLikeXML(utf8) ? readBoundedXML(utf8, bounds) : readText(utf8, bounds);
+}
+
+std::optional<PropertyList> parse(std::string_view bytes, const Bounds& bounds) {
+  if (bytes.size() > bounds.bytes) return std::nullopt;
+  if (bytes.starts_with("bplist")) return readBinary(bytes, bounds);
+  if (const auto order = takeByteOrder(bytes)) {
+    const std::optional<std::string> text = textFromUTF16(bytes, *order);
+    return text ? readXMLOrText(*text, bounds) : std::nullopt;
+  }
+  // UTF-8, which need not be copied.
+  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
+  return isValidUTF8(bytes) ? readXMLOrText(bytes, bounds) : std::nullopt;
+}
+
+}  // namespace
+
+namespace propertylist {
+
+FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
+  if (path.find('\0') != std::string::npos) return {};
+  const Descriptor file = openForReading(path);
+  if (!file) return {std::nullopt, errno == EACCES};
+  struct stat status = {};
+  if (::fstat(file.get(), &status) != 0) return {std::nullopt, false};
+  if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(maximum)) return {};
+  return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), maximum);
+}
+
+std::optional<PropertyList::Dictionary> parseDictionary(std::string_view bytes,
+                                                        const Bounds& bounds) {
+  // Nothing at all may be a text without pairs; as a file it is one that was cut off.
+  if (bytes.empty()) return std::nullopt;
+  std::optional<PropertyList> list = parse(bytes, bounds);
+  if (!list || !list->dictionary()) return std::nullopt;
+  return std::get<PropertyList::Dictionary>(std::move(*list).value());
+}
+
+}  // namespace propertylist
+
+std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
+  return parse(bytes, Bounds());
+}
+
+std::optional<PropertyList::Dictionary> readDictionaryFile(const std::string& path) {
+  const FileContents contents = contentsOfFile(path, maximumBytes);
+  return contents.bytes ? parseDictionary(*contents.bytes, Bounds()) : std::nullopt;
+}
+
+}  // namespace qbdkr

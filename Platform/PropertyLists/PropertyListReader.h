@@ -1,0 +1,49 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Platform/Base/Export.h"
+#include "Platform/PropertyLists/PropertyList.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
+
+namespace qbdkr {
+
+// Reads a property list of any form: XML, binary, or old-style text, strings files included (their
+// pairs are a dictionary). Text may be UTF-8 or UTF-16 of either byte order, with or without a
+// byte-order mark; UTF-16 without one begins with an ASCII character, and what begins with "bplist"
+// is binary. Absent when the bytes are none of these, or exceed a bound: 16 MiB of bytes, 256
+// levels, a million values; of a binary list, two values for each of its bytes. XML that could
+// mislead a reader counts as none: declarations in the document type, attributes with a ">" in
+// them, tags beyond 4 KiB. Never throws for what the bytes say.
+[[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
+
+// Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read, or has
+// no bytes.
+[[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> readDictionaryFile(
+    const std::string& path);
+
+// The steps of readDictionaryFile(), for readers with bounds of their own or a memory of what they
+// read.
+namespace propertylist {
+
+// The bytes of a file; absent when it cannot be read or has too many.
+struct FileContents {
+  std::optional<std::string> bytes;
+  // Whether the same file would give the same again. False after a failure for want of a
+  // descriptor, or of the device.
+  bool isConclusive = true;
+};
+
+// Reads a regular file of at most that many bytes. Blocks for the file, never for a pipe's writer.
+[[nodiscard]] QBDKR_EXPORT FileContents contentsOfFile(const std::string& path,
+                                                       std::size_t maximum);
+
+// The dictionary that the bytes of a file hold in any form; absent when they hold none within the
+// bounds, and when there are none.
+[[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> parseDictionary(
+    std::string_view bytes, const Bounds& bounds);
+
+}  // namespace propertylist
+}  // namespace qbdkr

@@ -1,0 +1,163 @@
+#include "Platform/Text/Text.h"
+
+#include <algorithm>
+#include <array>
+
+#include "Platform/Text/NativeUnicode.h"
+#include "Platform/Text/UTF16.h"
+
+namespace qbdkr {
+
+namespace {
+
+constexpr char32_t replacementCharacter = 0xFFFD;
+
+// One character of a UTF-8 text and the bytes it takes; no bytes when there is no character.
+struct Decoded {
+  char32_t character = replacementCharacter;
+  std::size_t length = 0;
+};
+
+// What the first byte of a character says: how many bytes it takes, its own share of the character,
+// and the least value that takes so many. No bytes for what begins no character.
+struct Lead {
+  std::size_t length = 0;
+  char32_t bits = 0;
+  char32_t least = 0;
+};
+
+constexpr Lead leadOf(unsigned char byte) {
+  if (byte < 0x80) return {1, byte, 0};
+  if (byte < 0xC0) return {};
+  if (byte < 0xE0) return {2, byte & 0x1FU, 0x80};
+  if (byte < 0xF0) return {3, byte & 0x0FU, 0x800};
+  if (byte < 0xF8) return {4, byte & 0x07U, 0x10000};
+  return {};
+}
+
+Decoded decodeFront(std::string_view text) {
+  const Lead lead = leadOf(static_cast<unsigned char>(text.front()));
+  if (lead.length == 0 || lead.length > text.size()) return {};
+  char32_t character = lead.bits;
+  for (const char c : text.substr(1, lead.length - 1)) {
+    const auto byte = static_cast<unsigned char>(c);
+    if ((byte & 0xC0U) != 0x80) return {};
+    character = character << 6U | (byte & 0x3FU);
+  }
+  // Longer than it need be, half a pair, or beyond the last character.
+  if (character < lead.least || isSurrogate(character) || character > 0x10FFFF) return {};
+  return {character, lead.length};
+}
+
+void appendUTF8(std::string& text, char32_t character) {
+  const auto append = [&](char32_t byte) { text += static_cast<char>(byte); };
+  const auto appendTail = [&](unsigned shift) { append(0x80U | (character >> shift & 0x3FU)); };
+  if (character < 0x80) return append(character);
+  if (character < 0x800) {
+    append(0xC0U | character >> 6U);
+    return appendTail(0);
+  }
+  if (character < 0x10000) {
+    append(0xE0U | character >> 12U);
+  } else {
+    append(0xF0U | character >> 18U);
+    appendTail(12);
+  }
+  appendTail(6);
+  appendTail(0);
+}
+
+std::u32string charactersOf(std::u16string_view text) {
+  std::u32string characters;
+  characters.reserve(text.size());
+  while (!text.empty()) characters += takeCharacter(text);
+  return characters;
+}
+
+// How many bytes at the front are UTF-8.
+std::size_t validPrefix(std::string_view text) {
+  std::size_t length = 0;
+  while (length < text.size()) {
+    const Decoded front = decodeFront(text.substr(length));
+    if (front.length == 0) break;
+    length += front.length;
+  }
+  return length;
+}
+
+int sign(int comparison) { return comparison < 0 ? -1 : (comparison > 0 ? 1 : 0); }
+
+// No character below the first accented letter has a decomposition.
+bool isPlain(std::u16string_view text) {
+  return std::ranges::all_of(text, [](char16_t unit) { return unit < 0xC0; });
+}
+
+}  // namespace
+
+bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
+
+std::size_t utf16Length(std::string_view text) {
+  // Identifiers, which are counted for each event.
+  const auto isASCII = [](char byte) { return static_cast<signed char>(byte) >= 0; };
+  if (std::ranges::all_of(text, isASCII)) return text.size();
+  std::size_t units = 0;
+  while (!text.empty()) {
+    const Decoded front = decodeFront(text);
+    units += front.character < 0x10000 ? 1 : 2;
+    text.remove_prefix(std::max<std::size_t>(front.length, 1));
+  }
+  return units;
+}
+
+std::u16string utf16FromUTF8(std::string_view text) {
+  std::u16string converted;
+  converted.reserve(text.size());
+  while (!text.empty()) {
+    const Decoded decoded = decodeFront(text);
+    appendUTF16(converted, decoded.character);
+    text.remove_prefix(std::max<std::size_t>(decoded.length, 1));
+  }
+  return converted;
+}
+
+std::string utf8FromUTF16(std::u16string_view text) {
+  std::string converted;
+  converted.reserve(text.size());
+  while (!text.empty()) {
+    const char32_t character = takeCharacter(text);
+    appendUTF8(converted, isSurrogate(character) ? replacementCharacter : character);
+  }
+  return converted;
+}
+
+std::optional<int> decimalDigitValue(char16_t unit) {
+  if (unit >= u'0' && unit <= u'9') return unit - u'0';
+  if (unit < 0x80 || !isDecimalDigit(unit)) return std::nullopt;
+  // The digits of a script stand in a row from its zero on.
+  int value = 0;
+  while (value < 9 && isDecimalDigit(static_cast<char16_t>(unit - value - 1))) ++value;
+  return value;
+}
+
+int compareText(std::u16string_view a, std::u16string_view b) {
+  if (a == b) return 0;
+  if (isPlain(a) && isPlain(b)) return sign(a.compare(b));
+  return sign(
+      charactersOf(canonicalDecomposition(a)).compare(charactersOf(canonicalDecomposition(b))));
+}
+
+std::string lowercase(std::string_view text) {
+  std::string lowered;
+  lowered.reserve(text.size());
+  while (!text.empty()) {
+    const std::size_t valid = validPrefix(text);
+    lowered += lowercaseOfValid(text.substr(0, valid));
+    text.remove_prefix(valid);
+    if (text.empty()) break;
+    lowered += text.front();
+    text.remove_prefix(1);
+  }
+  return lowered;
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <optional>
+#include <string>
+
+#include "Platform/Base/Descriptor.h"
+
+namespace qbdkr {
+
+// A process that was started in a session of its own, inherits no descriptor, survives this one and
+// leaves no zombie to it. The descriptor becomes readable when it has ended.
+struct DetachedProcess {
+  pid_t processID = 0;
+  Descriptor ended;
+};
+
+// Starts an executable without arguments, its working directory the root, its output in the journal
+// where there is one. Absent when it cannot be executed.
+std::optional<DetachedProcess> startDetached(const std::string& executable);
+
+}  // namespace qbdkr

@@ -1,0 +1,101 @@
+#include <poll.h>
+
+#include <array>
+#include <chrono>
+#include <memory>
+
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Workspace/DetachedProcessLinux.h"
+#include "Platform/Workspace/NativeWorkspace.h"
+
+namespace qbdkr {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::seconds checkInPatience(10);
+
+int millisecondsUntil(Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return left > 0 ? static_cast<int>(left) : 0;
+}
+
+bool hasEnded(const DetachedProcess& process) {
+  pollfd state{process.ended.get(), POLLIN, 0};
+  return ::poll(&state, 1, 0) > 0;
+}
+
+// Watches for the coming of one name, on a connection of its own. Asks without waiting, so that a
+// bus that is stuck costs no more than the deadline.
+class CheckIn {
+ public:
+  explicit CheckIn(const std::string& name) {
+    sd_bus* opened = nullptr;
+    if (sd_bus_open_user(&opened) < 0) return;
+    bus_.reset(opened);
+    const bool watched =
+        sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged,
+                               nullptr, this) >= 0 &&
+        sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
+                                 "NameHasOwner", onAnswer, this, "s", name.c_str()) >= 0;
+    if (!watched) bus_.reset();
+  }
+
+  // True once the name is there; false when the process ended before, or at the deadline with the
+  // process still alive.
+  bool wait(const DetachedProcess& process, Clock::time_point deadline) {
+    while (!done_) {
+      const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
+      if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
+      if (result != 0) continue;
+      if (hasEnded(process) || Clock::now() >= deadline) return false;
+      std::array<pollfd, 2> events{{{process.ended.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+      if (bus_) {
+        events[1].fd = sd_bus_get_fd(bus_.get());
+        events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
+      }
+      ::poll(events.data(), events.size(), millisecondsUntil(deadline));
+    }
+    return true;
+  }
+
+ private:
+  static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
+    const char* name = nullptr;
+    const char* before = nullptr;
+    const char* after = nullptr;
+    if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0 && *after != '\0') {
+      static_cast<CheckIn*>(self)->done_ = true;
+    }
+    return 0;
+  }
+
+  static int onAnswer(sd_bus_message* message, void* self, sd_bus_error*) {
+    int present = 0;
+    if (sd_bus_message_read(message, "b", &present) > 0 && present != 0) {
+      static_cast<CheckIn*>(self)->done_ = true;
+    }
+    return 0;
+  }
+
+  UniqueBus bus_;
+  bool done_ = false;
+};
+
+}  // namespace
+
+bool openApplication(const Bundle& bundle) {
+  const auto executable = bundle.executablePath();
+  if (!executable) return false;
+  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
+  const auto process = startDetached(*executable);
+  if (!process) return false;
+  const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
+  if (!name) return !hasEnded(*process);
+  const auto deadline = Clock::now() + checkInPatience;
+  return CheckIn(*name).wait(*process, deadline) || !hasEnded(*process);
+}
+
+}  // namespace qbdkr
