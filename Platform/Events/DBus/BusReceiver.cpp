@@ -227,8 +227,10 @@ void BusReceiver::receive(sd_bus_message* message) {
   const auto known = senders_.find(std::string_view(name));
   Sender* sender = known != senders_.end() ? &known->second : meet(name);
   if (sender == nullptr) return handle(received, std::nullopt);
-  if (sender->isReady()) return handle(received, sender->bundleID);
-  park(*sender, std::move(received));
+  if (!sender->isReady()) return park(*sender, std::move(received));
+  // A copy: while its event is handled, the loop may turn and forget the sender.
+  const auto bundleID = sender->bundleID;
+  handle(received, bundleID);
 }
 
 // A sender that is new; null if it cannot be asked for.
@@ -279,18 +281,17 @@ void BusReceiver::handleParked(std::string_view name) {
   const Received received = std::move(sender.parked.front());
   sender.parked.pop_front();
   parking_.giveBack(received.size);
-  auto bundleID = sender.bundleID;
+  const auto bundleID = sender.bundleID;
   if (!sender.parked.empty()) {
     RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
   } else if (sender.isGone) {
     senders_.erase(found);
   }
   resume();
-  handle(received, std::move(bundleID));
+  handle(received, bundleID);
 }
 
-// The sender is a copy: while its event is handled, the loop may turn and forget it.
-void BusReceiver::handle(const Received& received, std::optional<std::string> sender) {
+void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {
   const auto answer = handler_.handle(received.event, sender);
   reply(received.message.get(), answer);
   relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));

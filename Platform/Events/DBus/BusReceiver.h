@@ -87,7 +87,7 @@ class BusReceiver {
   void park(Sender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
   void handleParked(std::string_view name);
-  void handle(const Received& received, std::optional<std::string> sender);
+  void handle(const Received& received, const std::optional<std::string>& sender);
   void forgetSenders();
 
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
