@@ -9,6 +9,7 @@
 #include "ClientComm/QBHPHelperControl.h"
 #include "ClientComm/QBHPUpgradeByHelper.h"
 #include "ClientComm/QBHPUploadByHelper.h"
+#include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
 namespace {
@@ -30,8 +31,8 @@ struct Registry {
 };
 
 Registry& registry() {
-  static auto& instance = *new Registry;
-  return instance;
+  static NeverDestroyed instance([] { return Registry(); });
+  return *instance;
 }
 
 }  // namespace

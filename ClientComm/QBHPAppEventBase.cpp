@@ -4,6 +4,7 @@
 #include <mutex>
 
 #include "ClientComm/Exceptions.h"
+#include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
 namespace {
@@ -18,8 +19,8 @@ struct BundleIDs {
 };
 
 BundleIDs& bundleIDs() {
-  static auto& instance = *new BundleIDs;
-  return instance;
+  static NeverDestroyed instance([] { return BundleIDs(); });
+  return *instance;
 }
 
 }  // namespace

@@ -4,6 +4,7 @@
 
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/Exceptions.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Log/Log.h"
@@ -32,8 +33,8 @@ class MakingOf {
 }  // namespace
 
 QBHPAppleEventProcesser& QBHPAppleEventProcesser::share() {
-  static auto& processer = *new QBHPAppleEventProcesser;
-  return processer;
+  static NeverDestroyed processer([] { return QBHPAppleEventProcesser(); });
+  return *processer;
 }
 
 QBHPAppleEventProcesser::QBHPAppleEventProcesser() { regist(); }

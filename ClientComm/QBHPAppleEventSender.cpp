@@ -6,6 +6,7 @@
 #include "ClientComm/HelperConfiguration.h"
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/OutOfMemory.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
@@ -28,8 +29,8 @@ String requiredPlaceOfHelper() {
 }  // namespace
 
 QBHPAppleEventSender& QBHPAppleEventSender::share() {
-  static auto& sender = *new QBHPAppleEventSender;
-  return sender;
+  static NeverDestroyed sender([] { return QBHPAppleEventSender(); });
+  return *sender;
 }
 
 QBHPAppleEventSender::QBHPAppleEventSender()

@@ -5,6 +5,7 @@
 
 #include "ClientComm/Exceptions.h"
 #include "ClientComm/InfoKeys.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Text/Text.h"
 
@@ -19,8 +20,8 @@ struct Cache {
 };
 
 Cache& cache() {
-  static auto& instance = *new Cache;
-  return instance;
+  static NeverDestroyed instance([] { return Cache(); });
+  return *instance;
 }
 
 String bundleIdentifier() { return Bundle::main().infoString(kCFBundleIdentifierKey); }

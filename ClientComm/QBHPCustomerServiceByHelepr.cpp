@@ -1,12 +1,13 @@
 #include "ClientComm/QBHPCustomerServiceByHelepr.h"
 
 #include "ClientComm/HelperRequest.h"
+#include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
 
 QBHPCustomerServiceByHelepr& QBHPCustomerServiceByHelepr::share() {
-  static auto& service = *new QBHPCustomerServiceByHelepr;
-  return service;
+  static NeverDestroyed service([] { return QBHPCustomerServiceByHelepr(); });
+  return *service;
 }
 
 OSErr QBHPCustomerServiceByHelepr::customerService(Text productID, Text versionID, Text email,

@@ -1,12 +1,13 @@
 #include "ClientComm/QBHPGetDataByHelper.h"
 
 #include "ClientComm/HelperRequest.h"
+#include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
 
 QBHPGetDataByHelper& QBHPGetDataByHelper::share() {
-  static auto& service = *new QBHPGetDataByHelper;
-  return service;
+  static NeverDestroyed service([] { return QBHPGetDataByHelper(); });
+  return *service;
 }
 
 String QBHPGetDataByHelper::clientIDFormHelper() {

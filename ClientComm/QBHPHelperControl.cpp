@@ -7,6 +7,7 @@
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/SwitchFile.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Log/Log.h"
 
@@ -20,8 +21,8 @@ constexpr std::string_view logFormat = "%@ %@ %@ ";
 QBHPHelperControlCallBackDelegate::~QBHPHelperControlCallBackDelegate() = default;
 
 QBHPHelperControl& QBHPHelperControl::share() {
-  static auto& control = *new QBHPHelperControl;
-  return control;
+  static NeverDestroyed control([] { return QBHPHelperControl(); });
+  return *control;
 }
 
 QBHPHelperControl::QBHPHelperControl() {

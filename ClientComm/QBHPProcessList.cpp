@@ -5,6 +5,7 @@
 #include <span>
 #include <utility>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Processes/ProcessTable.h"
 #include "Platform/Processes/RunningApplications.h"
@@ -31,8 +32,8 @@ void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount) {
 }
 
 QBHPProcessList& QBHPProcessList::share() {
-  static auto& list = *new QBHPProcessList;
-  return list;
+  static NeverDestroyed list([] { return QBHPProcessList(); });
+  return *list;
 }
 
 std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {

@@ -4,6 +4,7 @@
 
 #include "ClientComm/HelperRequest.h"
 #include "ClientComm/QBHPAppleEventProcesser.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Log/Log.h"
 
 namespace qbdkr {
@@ -11,8 +12,8 @@ namespace qbdkr {
 QBHPProductUpgradeCallBackDelegate::~QBHPProductUpgradeCallBackDelegate() = default;
 
 QBHPUpgradeByHelper& QBHPUpgradeByHelper::share() {
-  static auto& service = *new QBHPUpgradeByHelper;
-  return service;
+  static NeverDestroyed service([] { return QBHPUpgradeByHelper(); });
+  return *service;
 }
 
 QBHPUpgradeByHelper::QBHPUpgradeByHelper() {

@@ -3,6 +3,7 @@
 #include <string>
 
 #include "ClientComm/HelperRequest.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Log/Log.h"
 
 namespace qbdkr {
@@ -26,8 +27,8 @@ Text codeOf(CollectionType type) {
 }  // namespace
 
 QBHPUploadByHelper& QBHPUploadByHelper::share() {
-  static auto& service = *new QBHPUploadByHelper;
-  return service;
+  static NeverDestroyed service([] { return QBHPUploadByHelper(); });
+  return *service;
 }
 
 OSErr QBHPUploadByHelper::uploadLog(Text productID, Text versionID, Text email, Text filePath,

@@ -9,6 +9,7 @@
 #include <mutex>
 #include <string>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Defaults/UserDefaults.h"
 
 namespace qbdkr {
@@ -26,8 +27,8 @@ struct AutoStartTimer {
 };
 
 AutoStartTimer& autoStartTimer() {
-  static auto& instance = *new AutoStartTimer;
-  return instance;
+  static NeverDestroyed instance([] { return AutoStartTimer(); });
+  return *instance;
 }
 
 bool isAutoStartTimer(const RunLoopTimer* timer) {
@@ -73,8 +74,8 @@ void tick(const RunLoopTimer& timer) {
 }  // namespace
 
 QBHPHelper& QBHPHelper::share() {
-  static auto& helper = *new QBHPHelper;
-  return helper;
+  static NeverDestroyed helper([] { return QBHPHelper(); });
+  return *helper;
 }
 
 QBHPHelper::QBHPHelper() {

@@ -7,6 +7,7 @@
 #include "ClientComm/ClassRegistry.h"
 #include "ClientComm/InfoKeys.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Defaults/UserDefaults.h"
 #include "Platform/Log/Log.h"
@@ -40,8 +41,8 @@ class StandIn final : public QBHPAppEventBase {
 }  // namespace
 
 QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
-  static auto& communicator = *new QBHPHelperCommunicate;
-  return communicator;
+  static NeverDestroyed communicator([] { return QBHPHelperCommunicate(); });
+  return *communicator;
 }
 
 QBHPHelperCommunicate::QBHPHelperCommunicate()

@@ -5,6 +5,8 @@
 #include <algorithm>
 #include <vector>
 
+#include "Platform/Base/NeverDestroyed.h"
+
 namespace qbdkr {
 namespace {
 
@@ -17,8 +19,8 @@ class ForkGuard {
   }
 
   static ForkGuard& shared() {
-    static auto& guard = *new ForkGuard;
-    return guard;
+    static NeverDestroyed guard([] { return ForkGuard(); });
+    return *guard;
   }
 
   void add(ForkSafeMutex& mutex) {

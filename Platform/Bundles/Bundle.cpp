@@ -2,6 +2,7 @@
 
 #include <utility>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/NativeBundle.h"
 #include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/FileRewrite.h"
@@ -57,8 +58,9 @@ struct Bundle::State {
 };
 
 const Bundle& Bundle::main() {
-  static const auto& bundle = *new Bundle(std::make_shared<const State>(openRecoveredMainBundle()));
-  return bundle;
+  static NeverDestroyed bundle(
+      [] { return Bundle(std::make_shared<const State>(openRecoveredMainBundle())); });
+  return *bundle;
 }
 
 std::optional<Bundle> Bundle::withPath(const std::string& path) {

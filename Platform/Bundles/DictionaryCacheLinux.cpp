@@ -13,6 +13,7 @@
 #include <variant>
 
 #include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 
@@ -260,6 +261,16 @@ class DictionaryCache::State {
   std::size_t bytes_ = 0;  // of the entries
 };
 
+namespace {
+
+DictionaryReading readOwnDictionary(const std::string& path) {
+  const auto contents = propertylist::contentsOfFile(path, propertylist::maximumBytes);
+  if (!contents.bytes) return {std::nullopt, contents.isConclusive};
+  return {propertylist::parseDictionary(*contents.bytes, {}), true};
+}
+
+}  // namespace
+
 DictionaryCache::DictionaryCache(Read read, Capacity capacity)
     : state_(std::make_unique<State>(std::move(read), capacity)) {}
 
@@ -268,15 +279,9 @@ DictionaryCache::~DictionaryCache() = default;
 Result DictionaryCache::at(const std::string& path) { return state_->at(path); }
 
 Result cachedDictionary(const std::string& path) {
-  constexpr DictionaryCache::Capacity capacity{64, std::size_t{64} << 20};
-  static auto& cache = *new DictionaryCache(
-      [](const std::string& file) {
-        const auto contents = propertylist::contentsOfFile(file, propertylist::maximumBytes);
-        if (!contents.bytes) return DictionaryReading{std::nullopt, contents.isConclusive};
-        return DictionaryReading{propertylist::parseDictionary(*contents.bytes, {}), true};
-      },
-      capacity);
-  return cache.at(path);
+  static constexpr DictionaryCache::Capacity capacity{64, std::size_t{64} << 20};
+  static NeverDestroyed cache([] { return DictionaryCache(readOwnDictionary, capacity); });
+  return cache->at(path);
 }
 
 }  // namespace qbdkr

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Platform/Base/FreeMemoryLinux.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/DictionaryCacheLinux.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
@@ -25,8 +26,8 @@ std::string_view withoutDeletedMark(std::string_view executable) {
 // Reads the information of any program's bundle. What such a file can cost is bounded, and paid
 // once at a time: several threads may walk the table of processes, and meet different files.
 DictionaryReading readForeignInformation(const std::string& path) {
-  static auto& reading = *new std::mutex;
-  const std::lock_guard lock(reading);
+  static NeverDestroyed reading([] { return std::mutex(); });
+  const std::lock_guard lock(*reading);
   auto contents = propertylist::contentsOfFile(path, propertylist::foreignBounds.bytes);
   if (!contents.bytes) return {std::nullopt, contents.isConclusive};
   const std::size_t size = contents.bytes->size();
@@ -39,9 +40,9 @@ DictionaryReading readForeignInformation(const std::string& path) {
 }
 
 std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {
-  constexpr DictionaryCache::Capacity capacity{256, std::size_t{2} << 20};
-  static auto& cache = *new DictionaryCache(readForeignInformation, capacity);
-  return cache.at(path);
+  static constexpr DictionaryCache::Capacity capacity{256, std::size_t{2} << 20};
+  static NeverDestroyed cache([] { return DictionaryCache(readForeignInformation, capacity); });
+  return cache->at(path);
 }
 
 // Within the bounds of one's own files.

@@ -1,6 +1,7 @@
 #include <mutex>
 #include <utility>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/NativeBundle.h"
 #include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/PropertyListConversionMacOS.h"
@@ -14,8 +15,8 @@ using Dictionary = PropertyList::Dictionary;
 // Two bundles of ours may be one object of the system's, which nothing promises to be usable from
 // two threads at a time.
 std::mutex& oneAtATime() {
-  static auto& mutex = *new std::mutex;
-  return mutex;
+  static NeverDestroyed mutex([] { return std::mutex(); });
+  return *mutex;
 }
 
 std::vector<std::string> textsOf(CFArrayRef array) {

@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Defaults/NativeDefaults.h"
 #include "Platform/Loop/RunLoop.h"
@@ -58,9 +59,9 @@ void UserDefaults::scheduleWrite(const std::shared_ptr<State>& state) {
 }
 
 UserDefaults& UserDefaults::standard() {
-  static auto& defaults =
-      *new UserDefaults(Bundle::main().infoString(kCFBundleIdentifierKey).value_or(""));
-  return defaults;
+  static NeverDestroyed defaults(
+      [] { return UserDefaults(Bundle::main().infoString(kCFBundleIdentifierKey).value_or("")); });
+  return *defaults;
 }
 
 std::optional<PropertyList::Dictionary> UserDefaults::persistentDomain(std::string_view domain) {

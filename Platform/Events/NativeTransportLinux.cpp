@@ -5,6 +5,7 @@
 #include <string>
 #include <utility>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/BusReceiver.h"
 #include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/NativeTransport.h"
@@ -75,7 +76,7 @@ class BusTransport final : public RPCTransport {
 }  // namespace
 
 RPCTransport& nativeTransport() {
-  static auto* const transport = new BusTransport;
+  static NeverDestroyed transport([] { return BusTransport(); });
   static const int watched =
       pthread_atfork(nullptr, nullptr, [] { transport->forgetParentsSender(); });
   static_cast<void>(watched);

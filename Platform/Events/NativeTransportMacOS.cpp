@@ -3,6 +3,7 @@
 #include <atomic>
 #include <utility>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/NativeTransport.h"
@@ -144,8 +145,8 @@ class AppleEventTransport final : public RPCTransport {
 }  // namespace
 
 RPCTransport& nativeTransport() {
-  static auto& transport = *new AppleEventTransport;
-  return transport;
+  static NeverDestroyed transport([] { return AppleEventTransport(); });
+  return *transport;
 }
 
 }  // namespace qbdkr

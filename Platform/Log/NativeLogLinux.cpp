@@ -20,6 +20,7 @@
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Log/NativeLog.h"
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
@@ -37,8 +38,8 @@ bool standardErrorIsJournal() {
 
 // The C library holds a lock of its own meanwhile, which a forked child would find held.
 std::tm localTime(std::time_t seconds) {
-  static auto& oneAtATime = *new ForkSafeMutex;
-  const std::lock_guard lock(oneAtATime);
+  static NeverDestroyed oneAtATime([] { return ForkSafeMutex(); });
+  const std::lock_guard lock(*oneAtATime);
   std::tm local{};
   localtime_r(&seconds, &local);
   return local;

@@ -10,6 +10,7 @@
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Loop/NativeLoop.h"
 
 namespace qbdkr {
@@ -149,9 +150,9 @@ void Timer::invalidate() {
 }
 
 ThreadLoop& mainLoop() {
-  // Never destroyed: detached threads and the system use it until the process ends.
-  static const auto& loop = *new std::shared_ptr<ThreadLoop>(std::make_shared<ThreadLoop>(true));
-  return *loop;
+  // Detached threads and the system use it until the process ends.
+  static NeverDestroyed loop([] { return std::make_shared<ThreadLoop>(true); });
+  return **loop;
 }
 
 }  // namespace

@@ -2,6 +2,7 @@
 
 #include <chrono>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
@@ -20,8 +21,8 @@ constexpr std::chrono::seconds lockPatience(15);
 constexpr std::chrono::seconds turnPatience(30);
 
 Openings& openings() {
-  static auto& instance = *new Openings;
-  return instance;
+  static NeverDestroyed instance([] { return Openings(); });
+  return *instance;
 }
 
 bool isRunning(const Bundle& bundle) {

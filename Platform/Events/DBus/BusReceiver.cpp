@@ -6,6 +6,7 @@
 #include <array>
 
 #include "Platform/Base/DropExceptions.h"
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Log/Log.h"
@@ -89,8 +90,8 @@ const sd_bus_vtable BusReceiver::methods[] = {
     SD_BUS_VTABLE_END};
 
 BusReceiver& BusReceiver::shared() {
-  static auto& receiver = *new BusReceiver;
-  return receiver;
+  static NeverDestroyed receiver([] { return BusReceiver(); });
+  return *receiver;
 }
 
 void BusReceiver::setHandler(RPCTransport::Handler handler) {
