@@ -8,8 +8,8 @@
 
 namespace qbdkr {
 
-// What the call returns, or the given result if there is no memory for it. A text longer than any
-// memory is a length_error.
+// Returns the result of the call, or the given one if memory runs out. A text longer than any
+// memory raises length_error.
 template <class Call>
 std::invoke_result_t<Call> withoutMemory(std::invoke_result_t<Call> otherwise, const Call& call) {
   try {

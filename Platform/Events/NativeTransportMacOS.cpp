@@ -17,8 +17,7 @@ namespace {
 // The system's event for one of ours.
 OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   const AppleEventDescriptor& to = from.target();
-  // An address is no text: its bytes go as they are, and as many as there are. What names nobody is
-  // the Apple Event Manager's to refuse.
+  // An address is not text: its bytes go unchanged. The Apple Event Manager refuses an unknown one.
   EventDescriptor target;
   OSErr status = AECreateDesc(to.descriptorType(), to.data().data(),
                               static_cast<Size>(to.data().size()), target.receive());

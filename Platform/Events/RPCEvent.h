@@ -8,9 +8,9 @@
 
 namespace qbdkr {
 
-// What travels between a host and its helper agent: the name of a service class, the full name of
-// one of its methods, and texts for it, all in UTF-8. An event that came in may lack a name; an
-// absent name is sent as an empty one.
+// Holds what travels between a host and its helper agent: the name of a service class, the full
+// name of one of its methods, and texts for it, all in UTF-8. An event that came in may lack a
+// name; an absent name is sent as an empty one.
 struct RPCEvent {
   std::optional<std::string> className;
   std::optional<std::string> methodName;

@@ -15,8 +15,8 @@ class RPCHandler {
   void set(RPCTransport::Handler handler);
   [[nodiscard]] bool isSet() const;
 
-  // Calls the handler. errAEEventNotHandled when there is none, errAEEventFailed when it throws or
-  // its result cannot be sent.
+  // Calls the handler. Returns errAEEventNotHandled without a handler, and errAEEventFailed if it
+  // throws or its result cannot be sent.
   [[nodiscard]] RPCTransport::Answer handle(
       const RPCEvent& event, const std::optional<std::string>& sender) const noexcept;
 

@@ -14,7 +14,7 @@ namespace qbdkr {
 // another in its place.
 class QBDKR_EXPORT RPCTransport {
  public:
-  // What a target answers. Without a text the result is absent.
+  // Holds the answer of a target. The result is absent if the answer has no text.
   struct Answer {
     OSErr status = noErr;
     std::optional<std::string> result;

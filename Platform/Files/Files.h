@@ -14,7 +14,7 @@ namespace qbdkr {
 
 [[nodiscard]] QBDKR_EXPORT bool fileExists(const std::string& path);
 
-// What is at a path, behind links.
+// Tell what a path leads to; links are followed.
 [[nodiscard]] bool isDirectory(const std::string& path);
 [[nodiscard]] bool isRegularFile(const std::string& path);
 

@@ -11,7 +11,7 @@
 
 namespace qbdkr {
 
-// What the kernel's table holds of one process.
+// Holds one record of the kernel's process table.
 struct ProcessRecord {
   pid_t processID;
   uid_t effectiveUser;

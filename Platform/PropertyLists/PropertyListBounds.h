@@ -12,7 +12,7 @@ inline constexpr std::size_t maximumValues = 1'000'000;
 // A binary list may name one text many times over, so the sum of all texts has its own bound.
 inline constexpr std::size_t maximumContent = 4 * maximumBytes;
 
-// What a reader takes. Without other words, what a file of one's own may hold.
+// Bounds a reader. The defaults are those for a file of one's own.
 struct Bounds {
   std::size_t bytes = maximumBytes;
   std::size_t levels = maximumLevels;

@@ -13,7 +13,7 @@ namespace qbdkr {
 // Reads a property list of any form: XML, binary, or old-style text, strings files included (their
 // pairs are a dictionary). Text may be UTF-8 or UTF-16 of either byte order, with or without a
 // byte-order mark; UTF-16 without one begins with an ASCII character, and what begins with "bplist"
-// is binary. Absent when the bytes are none of these, or exceed a bound: 16 MiB of bytes, 256
+// is binary. Absent if the bytes have another form, or exceed a bound: 16 MiB of bytes, 256
 // levels, a million values; of a binary list, two values for each of its bytes. XML that could
 // mislead a reader counts as none: declarations in the document type, attributes with a ">" in
 // them, tags beyond 4 KiB. Never throws for what the bytes say.
@@ -40,8 +40,8 @@ struct FileContents {
 [[nodiscard]] QBDKR_EXPORT FileContents contentsOfFile(const std::string& path,
                                                        std::size_t maximum);
 
-// The dictionary that the bytes of a file hold in any form; absent when they hold none within the
-// bounds, and when there are none.
+// Parses the dictionary that a file holds in any form. Absent if the bytes are empty, or hold no
+// dictionary within the bounds.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> parseDictionary(
     std::string_view bytes, const Bounds& bounds);
 

@@ -424,7 +424,9 @@ TEST_F(FileTree, CopyKeepsAttributesOfUsersAlone) {
 TEST_F(FileTree, CopyGoesToAnotherFileSystem) {
   constexpr const char* memory = "/dev/shm";
   struct stat status {};
-  if (stat(memory, &status) != 0 || status.st_dev == statusOf(root).st_dev) GTEST_SKIP();
+  if (stat(memory, &status) != 0 || status.st_dev == statusOf(root).st_dev) {
+    GTEST_SKIP() << "no second file system";
+  }
   const fs::path other = fs::path(memory) / root.filename();
   fs::create_directory(other);
   makeTree();

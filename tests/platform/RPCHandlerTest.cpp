@@ -18,7 +18,7 @@ const RPCEvent event{"Class", "method:", {"text"}};
 const Answer notHandled{errAEEventNotHandled, std::nullopt};
 const Answer failed{errAEEventFailed, std::nullopt};
 
-// What the sender gets when the handler returns that.
+// Returns what the sender gets if the handler returns that.
 Answer answerTo(Result result) {
   RPCHandler handler;
   handler.set([&](const RPCEvent&, const Result&) { return std::move(result); });

@@ -24,7 +24,7 @@ inline constexpr AppleEventSendOptions askOptions{kAEWaitReply, kNoTimeOut};
 // object a list of the class name, the method name and the list of arguments.
 [[nodiscard]] AppleEvent appleEventOf(const RPCTarget& target, const RPCEvent& event);
 
-// What an event that came in says. A name that is missing or not text is absent, and a missing list
+// Reads an event that came in. A name that is missing or not text is absent, and a missing list
 // has no arguments. Absent if an argument is not text.
 [[nodiscard]] std::optional<RPCEvent> rpcEventOf(const AppleEvent& event);
 
