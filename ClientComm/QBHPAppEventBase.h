@@ -54,8 +54,9 @@ class QBDKR_EXPORT QBHPAppEventBase {
   virtual String performSelector(std::string_view selector, std::span<const Text> objects);
 
  protected:
-  // The methods that can be called by name: static, and the same for all objects of a class.
-  [[nodiscard]] virtual std::span<const Method> methods() const = 0;
+  // The methods that can be called by name: static, and the same for all objects of a class. None
+  // by default.
+  [[nodiscard]] virtual std::span<const Method> methods() const { return {}; }
 };
 
 namespace detail {

@@ -3,11 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "ClientComm/HelperConfiguration.h"
-#include "ClientComm/InfoKeys.h"
+#include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
 
@@ -20,10 +18,10 @@ RPCEvent rpcEvent(Text className, Text selectName, Arguments args) {
   return event;
 }
 
-// Absent when the host does not care. Nothing lies in a directory without a name.
-String requiredPlaceOfHelper() {
-  if (!helperMustBeInstalledCopy()) return std::nullopt;
-  return helperConfiguration().installedCopy().value_or("");
+// Absent if any place will do. Without a place to install to it is "", in which nothing lies.
+String requiredPlaceOfHelper(const HostConfiguration& host) {
+  if (!host.requiresInstalledHelper()) return std::nullopt;
+  return host.installedHelper().value_or("");
 }
 
 }  // namespace
@@ -33,9 +31,10 @@ QBHPAppleEventSender& QBHPAppleEventSender::share() {
   return *sender;
 }
 
-QBHPAppleEventSender::QBHPAppleEventSender()
-    : helperBundleID_(Bundle::main().infoString(infokey::helperBundleIdentifier)),
-      requiredPlace_(requiredPlaceOfHelper()) {}
+QBHPAppleEventSender::QBHPAppleEventSender() : QBHPAppleEventSender(HostConfiguration()) {}
+
+QBHPAppleEventSender::QBHPAppleEventSender(const HostConfiguration& host)
+    : helperBundleID_(host.helperIdentifier()), requiredPlace_(requiredPlaceOfHelper(host)) {}
 
 RPCTarget QBHPAppleEventSender::target(Text bundleID) const {
   auto target = RPCTarget::withBundleID(bundleID.value_or(""));

@@ -11,6 +11,8 @@
 
 namespace qbdkr {
 
+class HostConfiguration;
+
 // The arguments of an RPC event, in order.
 using Arguments = std::span<const std::string_view>;
 
@@ -53,6 +55,10 @@ class QBDKR_EXPORT QBHPAppleEventSender {
 
   // The bundle identifier of the helper agent; absent when the host names none.
   [[nodiscard]] const String& helperBundleID() const { return helperBundleID_; }
+
+ protected:
+  // Of another host, for a test.
+  explicit QBHPAppleEventSender(const HostConfiguration& host);
 
  private:
   [[nodiscard]] RPCTarget target(Text bundleID) const;

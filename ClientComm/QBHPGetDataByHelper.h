@@ -1,6 +1,5 @@
 #pragma once
 
-#include <span>
 #include <string_view>
 
 #include "ClientComm/QBHPAppEventBase.h"
@@ -31,11 +30,6 @@ class QBDKR_EXPORT QBHPGetDataByHelper : public QBHPAppEventBase {
       selector<&QBHPGetDataByHelper::isNotFirstStart>("isNotFirstStart");
 
   [[nodiscard]] std::string_view className() const override { return kClassName; }
-
- protected:
-  [[nodiscard]] std::span<const Method> methods() const override {
-    return {};
-  }  // it gets no reports
 };
 
 }  // namespace qbdkr

@@ -36,8 +36,13 @@ QBHPProcessList& QBHPProcessList::share() {
   return *list;
 }
 
+QBHPProcessList::QBHPProcessList() : QBHPProcessList([] { return fetchProcessTable(); }) {}
+
+QBHPProcessList::QBHPProcessList(std::function<FetchedProcessTable()> table)
+    : table_(std::move(table)) {}
+
 std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
-  const auto table = fetchProcessTable();
+  const auto table = table_();
   std::vector<Entry> entries;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto info = infoForPID(process.processID);
@@ -54,7 +59,7 @@ std::shared_ptr<const PropertyList::Dictionary> QBHPProcessList::infoForPID(int 
 }
 
 bool QBHPProcessList::applicationIsRunning(Text bundleIdentifier, Text bundlePath) {
-  return bundleIdentifier && bundlePath && isApplicationRunning(*bundleIdentifier);
+  return bundleIdentifier && bundlePath && isApplicationRunning(*bundleIdentifier, table_());
 }
 
 }  // namespace qbdkr

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstddef>
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -26,6 +27,8 @@ class QBDKR_EXPORT QBHPProcessList {
 
   static QBHPProcessList& share();
 
+  QBHPProcessList();
+
   // One entry a process, in kernel order: "pname" is the name of its application or else its
   // command name, "pid" its id and "uid" its effective user, in decimal. Empty when the table could
   // not be had.
@@ -37,6 +40,13 @@ class QBDKR_EXPORT QBHPProcessList {
   // Whether a process runs an application of exactly this bundle identifier. False without looking
   // when an argument is absent; the path takes no further part.
   [[nodiscard]] bool applicationIsRunning(Text bundleIdentifier, Text bundlePath);
+
+ protected:
+  // Over another table of processes, for a test.
+  explicit QBHPProcessList(std::function<FetchedProcessTable()> table);
+
+ private:
+  std::function<FetchedProcessTable()> table_;
 };
 
 }  // namespace qbdkr

@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <span>
 #include <string_view>
 
 #include "ClientComm/QBHPAppEventBase.h"
@@ -91,11 +90,6 @@ class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
   [[nodiscard]] bool checkJoinImproveExp() const { return checkJoinImproveExp_; }
 
   [[nodiscard]] std::string_view className() const override { return kClassName; }
-
- protected:
-  [[nodiscard]] std::span<const Method> methods() const override {
-    return {};
-  }  // it gets no reports
 
  private:
   const bool checkJoinImproveExp_ = false;

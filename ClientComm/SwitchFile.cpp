@@ -1,6 +1,5 @@
 #include "ClientComm/SwitchFile.h"
 
-#include <algorithm>
 #include <chrono>
 
 #include "ClientComm/TextValue.h"
@@ -48,11 +47,7 @@ std::string_view blankOf(SwitchForm form) {
 }  // namespace
 
 std::optional<std::string> firstPropertyList(const std::string& bundlePath) {
-  const std::string contents = appendPathComponent(bundlePath, "Contents");
-  const auto names = contentsOfDirectory(contents).value_or(std::vector<std::string>());
-  const auto first = std::ranges::find(names, "plist", pathExtension);
-  if (first == names.end()) return std::nullopt;
-  return appendPathComponent(contents, *first);
+  return firstEntryWithExtension(appendPathComponent(bundlePath, "Contents"), "plist");
 }
 
 bool writeSwitch(const std::string& path, SwitchForm form, std::string_view key, bool value,

@@ -3,15 +3,15 @@
 #include <utility>
 
 #include "Platform/Base/DropExceptions.h"
-#include "ProductClient/DetachedThread.h"
 
 namespace qbdkr {
 
-LivenessChecks::LivenessChecks(std::function<void()> check) : check_(std::move(check)) {}
+LivenessChecks::LivenessChecks(std::function<void()> check, StartThread startThread)
+    : check_(std::move(check)), startThread_(std::move(startThread)) {}
 
 void LivenessChecks::request() {
   if (change(afterRequest).running == mostAtOnce) return;
-  if (!detachNewThread([this] { run(); })) change(afterFailure);
+  if (!startThread_([this] { run(); })) change(afterFailure);
 }
 
 void LivenessChecks::run() {

@@ -12,8 +12,11 @@ class LivenessChecks {
  public:
   static constexpr unsigned mostAtOnce = 8;
 
-  // The check runs on several threads at once. An exception ends that run of it and nothing else.
-  explicit LivenessChecks(std::function<void()> check);
+  using StartThread = std::function<bool(std::function<void()> body)>;
+
+  // The check runs on several threads at once, which startThread starts. An exception ends that run
+  // of it and nothing else.
+  LivenessChecks(std::function<void()> check, StartThread startThread);
 
   // Has a check begin after this call: on a new thread, or on one of those that check already when
   // it has finished. Does nothing if no thread can be made and none checks. Returns at once; any
@@ -37,6 +40,7 @@ class LivenessChecks {
   void run();
 
   std::function<void()> check_;
+  StartThread startThread_;
   std::atomic<State> state_{State{}};
 };
 

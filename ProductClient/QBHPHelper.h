@@ -63,6 +63,10 @@ class QBDKR_EXPORT QBHPHelper {
 
   // What the timer calls. Any other timer than the one in use has no effect.
   void autoautoStartIntervaTimerMethod(const RunLoopTimer* timer);
+
+ protected:
+  // Over another communicator, with its timer on another loop, for a test.
+  QBHPHelper(QBHPHelperCommunicate& communicator, RunLoop& loop);
 };
 
 }  // namespace qbdkr

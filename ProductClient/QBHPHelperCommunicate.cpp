@@ -1,19 +1,31 @@
 #include "ProductClient/QBHPHelperCommunicate.h"
 
+#include <atomic>
 #include <memory>
+#include <mutex>
 #include <string>
 #include <utility>
 
 #include "ClientComm/ClassRegistry.h"
-#include "ClientComm/InfoKeys.h"
+#include "ClientComm/Exceptions.h"
+#include "ClientComm/HostConfiguration.h"
+#include "ClientComm/OutOfMemory.h"
+#include "ClientComm/QBHPCustomerServiceByHelepr.h"
 #include "ClientComm/QBHPGetDataByHelper.h"
+#include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Defaults/UserDefaults.h"
+#include "Platform/Files/Files.h"
 #include "Platform/Log/Log.h"
-#include "ProductClient/DetachedThread.h"
+#include "ProductClient/AutoStart.h"
+#include "ProductClient/BundleSwitches.h"
+#include "ProductClient/HelperInstaller.h"
+#include "ProductClient/HelperLauncher.h"
+#include "ProductClient/HostSystem.h"
 #include "ProductClient/LivenessChecks.h"
-#include "ProductClient/ProductRequest.h"
+#include "ProductClient/ProductRequests.h"
+#include "ProductClient/StartRecords.h"
+#include "ProductClient/SuiteAnswer.h"
 
 namespace qbdkr {
 namespace {
@@ -21,15 +33,14 @@ namespace {
 constexpr std::string_view serverClosedKey = "QBHPServerClosed";
 constexpr OSErr launchFailed = 1;
 
+Text textOf(bool flag) { return flag ? "1" : "0"; }
+
 // What an RPC event gets that names the communicator's class. A second communicator, made at the
 // will of another process, would take the helper control's reports and start up once more.
 class StandIn final : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = QBHPHelperCommunicate::kClassName;
   [[nodiscard]] std::string_view className() const override { return kClassName; }
-
- protected:
-  [[nodiscard]] std::span<const Method> methods() const override { return {}; }
 };
 
 // The class is known from when this library is loaded, as the service classes are.
@@ -40,19 +51,79 @@ class StandIn final : public QBHPAppEventBase {
 
 }  // namespace
 
+// The parts of a communicator, and what it knows of the helper agent.
+struct QBHPHelperCommunicate::Parts {
+  Parts(QBHPHelperCommunicate& owner, HostConfiguration configuration, UserDefaults& settings,
+        const HostSystem& system)
+      : communicator(owner),
+        host(std::move(configuration)),
+        startThread(system.startThread),
+        records(host, settings, system.now),
+        requests(records),
+        switches(host.host()),
+        installer(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
+        launcher(host, system, [this] { installer.install(); }),
+        checks([this] { communicator.restartHelperInThread(); }, system.startThread),
+        autoStart([this] { start(); }) {}
+
+  void start() {
+    records.recordInstallTime();
+    communicator.autoRestartHelper();
+  }
+
+  template <class Method, class... Arguments>
+  OSErr checkAndPost(Method method, const Arguments&... arguments) {
+    if (const OSErr status = communicator.autoRestartHelper(); status != noErr) return status;
+    return requests.post(method, arguments...);
+  }
+
+  template <class Method>
+  QBHPSuiteInfo askForSuite(Method method) const {
+    return withoutMemory(QBHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [&] {
+      const auto answer = requests.ask(method);
+      log("regSuiteStr = %@", {view(answer)});
+      return suiteInfoFrom(view(answer));
+    });
+  }
+
+  QBHPHelperCommunicate& communicator;
+  const HostConfiguration host;
+  const std::function<bool(std::function<void()>)> startThread;
+  StartRecords records;
+  ProductRequests requests;
+  const BundleSwitches switches;
+  HelperInstaller installer;
+  HelperLauncher launcher;
+  LivenessChecks checks;
+  AutoStart autoStart;
+
+  std::atomic<bool> isServerOpen{false};
+  std::atomic<bool> isHelperAlive{false};
+  mutable ForkSafeMutex mutex;  // guards the client identifier
+  String clientID;
+};
+
 QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
   static NeverDestroyed communicator([] { return QBHPHelperCommunicate(); });
   return *communicator;
 }
 
 QBHPHelperCommunicate::QBHPHelperCommunicate()
-    : checks_(std::make_unique<LivenessChecks>([this] { restartHelperInThread(); })) {
+    : QBHPHelperCommunicate(HostConfiguration(), UserDefaults::standard(), HostSystem()) {}
+
+QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings,
+                                             const HostSystem& system)
+    : parts_(std::make_unique<Parts>(*this, std::move(host), settings, system)) {
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();
-  detachNewThread([this] { processHelper(); });
+  parts_->startThread([this] { processHelper(); });
 }
 
 QBHPHelperCommunicate::~QBHPHelperCommunicate() = default;
+
+AutoStart& QBHPHelperCommunicate::autoStart() { return parts_->autoStart; }
+
+// --- Life cycle
 
 void QBHPHelperCommunicate::processHelper() {
   extractHelper();
@@ -60,7 +131,7 @@ void QBHPHelperCommunicate::processHelper() {
 }
 
 OSErr QBHPHelperCommunicate::autoRestartHelper() {
-  checks_->request();
+  parts_->checks.request();
   return noErr;
 }
 
@@ -71,19 +142,21 @@ OSErr QBHPHelperCommunicate::restartHelperInThread() {
 }
 
 bool QBHPHelperCommunicate::getDefaultHelperServerOpen() {
-  const auto identifier = Bundle::main().infoString(infokey::helperBundleIdentifier);
+  const auto identifier = parts_->host.helperIdentifier();
   const auto domain = UserDefaults::persistentDomain(identifier.value_or(""));
   const PropertyList* closed = domain ? domain->find(serverClosedKey) : nullptr;
   return closed == nullptr || !boolValue(*closed);
 }
+
+bool QBHPHelperCommunicate::isServerOpen() const { return parts_->isServerOpen; }
 
 bool QBHPHelperCommunicate::isHelperSeverNotOpen(OSErr status) const {
   return status == serverNotOpen;
 }
 
 OSErr QBHPHelperCommunicate::startHelper() {
-  const OSErr status = post(&QBHPHelperControl::start);
-  if (status == noErr) isHelperAlive_ = true;
+  const OSErr status = parts_->requests.post(&QBHPHelperControl::start);
+  if (status == noErr) parts_->isHelperAlive = true;
   firstStartPID();
   clientIDFormHelper();
   saveTipsEnable();
@@ -92,45 +165,209 @@ OSErr QBHPHelperCommunicate::startHelper() {
 }
 
 OSErr QBHPHelperCommunicate::stopHelper() {
-  const OSErr status = post(&QBHPHelperControl::stop);
-  isHelperAlive_ = false;
+  const OSErr status = parts_->requests.post(&QBHPHelperControl::stop);
+  parts_->isHelperAlive = false;
   return status;
 }
 
 OSErr QBHPHelperCommunicate::isAliveHelper() {
-  const OSErr status = post(&QBHPHelperControl::isAlive);
-  const bool started = isHelperAlive_;
+  const OSErr status = parts_->requests.post(&QBHPHelperControl::isAlive);
+  const bool started = parts_->isHelperAlive;
   log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
   if (status == noErr && !started) startHelper();
   return status;
 }
 
 String QBHPHelperCommunicate::clientID() const {
-  const std::lock_guard lock(mutex_);
-  return clientID_;
+  const std::lock_guard lock(parts_->mutex);
+  return parts_->clientID;
 }
 
 String QBHPHelperCommunicate::clientIDFormHelper() {
   QBHPGetDataByHelper service;
   {
-    const std::lock_guard lock(mutex_);
-    clientID_.reset();
+    const std::lock_guard lock(parts_->mutex);
+    parts_->clientID.reset();
   }
   auto fetched = service.clientIDFormHelper();
-  const std::lock_guard lock(mutex_);
-  clientID_ = std::move(fetched);
-  return clientID_;
+  const std::lock_guard lock(parts_->mutex);
+  parts_->clientID = std::move(fetched);
+  return parts_->clientID;
 }
 
 void QBHPHelperCommunicate::willHelperExit() { stopHelper(); }
 
 void QBHPHelperCommunicate::didCheckServerOpen(bool open, const Error* /*error*/) {
-  isServerOpen_ = open;
+  parts_->isServerOpen = open;
 }
 
-QBHPHelperCommunicate::Product QBHPHelperCommunicate::product() {
-  const std::lock_guard lock(mutex_);
-  return {productID_, productVersion_};
+// --- Deployment and launch
+
+void QBHPHelperCommunicate::extractHelper() { parts_->installer.install(); }
+
+bool QBHPHelperCommunicate::launchHelepr() {
+  if (!parts_->launcher.launch()) return false;
+  parts_->isServerOpen = getDefaultHelperServerOpen();
+  startHelper();
+  return true;
+}
+
+String QBHPHelperCommunicate::getVersionByBundlePath(Text bundlePath) {
+  return versionOfBundle(std::string(bundlePath.value_or("")));
+}
+
+String QBHPHelperCommunicate::appPath(Text directory) {
+  return directory ? firstEntryWithExtension(std::string(*directory), "app") : std::nullopt;
+}
+
+// --- Bookkeeping
+
+void QBHPHelperCommunicate::synthesizeUserDefault() {
+  parts_->requests.setProduct({parts_->host.productID(), parts_->host.productVersion()});
+  parts_->records.recordProduct();
+}
+
+String QBHPHelperCommunicate::firstStartPID() { return parts_->records.firstStartPID(); }
+
+String QBHPHelperCommunicate::collectDataPID() { return parts_->records.collectDataPID(); }
+
+void QBHPHelperCommunicate::setCollectDataPID(Text productID) {
+  parts_->records.setCollectDataPID(productID);
+}
+
+void QBHPHelperCommunicate::initDataCollectionPath(Text base) {
+  const auto folder = missingDataFolder(base);
+  if (!folder) return;
+  log("%@ DataCollectPath = %@", {kInitDataCollectionPath.text(), *folder});
+  // First: the path of a folder that exists already is never recorded again.
+  parts_->records.recordDataFolder(*folder);
+  createDirectory(*folder);
+}
+
+// --- Switches
+
+String QBHPHelperCommunicate::searchCurrentStringsFilePath(Text bundlePath) {
+  return parts_->switches.stringsFile(bundlePath);
+}
+
+String QBHPHelperCommunicate::searchPlistFilePath(Text bundlePath) {
+  return parts_->switches.propertyListFile(bundlePath);
+}
+
+void QBHPHelperCommunicate::saveEnableADToStringsFile(bool enable) {
+  parts_->switches.saveToStringsFile(advertisingSwitch, enable);
+}
+
+void QBHPHelperCommunicate::saveTipsEnableTostringsFile(bool enable) {
+  parts_->switches.saveToStringsFile(tipsSwitch, enable);
+}
+
+void QBHPHelperCommunicate::saveEnableADToPlistFile(bool enable) {
+  parts_->switches.saveToPropertyList(advertisingSwitch, enable);
+}
+
+void QBHPHelperCommunicate::saveTipsEnableToPlistFile(bool enable) {
+  parts_->switches.saveToPropertyList(tipsSwitch, enable);
+}
+
+void QBHPHelperCommunicate::saveEnableAD() { parts_->switches.bringInLine(advertisingSwitch); }
+
+void QBHPHelperCommunicate::saveTipsEnable() { parts_->switches.bringInLine(tipsSwitch); }
+
+void QBHPHelperCommunicate::setEnableAD(bool enable) {
+  parts_->switches.set(advertisingSwitch, enable);
+}
+
+void QBHPHelperCommunicate::setTipsEnable(bool enable) { parts_->switches.set(tipsSwitch, enable); }
+
+// --- Requests
+
+OSErr QBHPHelperCommunicate::showHelper() { return parts_->checkAndPost(&QBHPHelperControl::show); }
+
+OSErr QBHPHelperCommunicate::hideHelper() { return parts_->checkAndPost(&QBHPHelperControl::hide); }
+
+OSErr QBHPHelperCommunicate::productReadyToUpgrade(bool ready) {
+  return parts_->requests.post(&QBHPUpgradeByHelper::productReadyToUpgrade, textOf(ready));
+}
+
+OSErr QBHPHelperCommunicate::productUpgrade() {
+  return parts_->checkAndPost(&QBHPUpgradeByHelper::productUpgrade);
+}
+
+void QBHPHelperCommunicate::setProductUpgradeDelegate(
+    QBHPProductUpgradeCallBackDelegate* delegate) {
+  QBHPUpgradeByHelper::share().setProductUpgradeDelegate(delegate);
+}
+
+QBHPProductUpgradeCallBackDelegate* QBHPHelperCommunicate::getProductUpgradeDelegate() {
+  throw UnrecognizedSelectorException(
+      "-[QBHPUpgradeByHelper getProductUpgradeDelegate]: unrecognized selector");
+}
+
+OSErr QBHPHelperCommunicate::uploadProductFile(Text email, Text filePath, Text title,
+                                               Text description) {
+  return parts_->requests.post(&QBHPUploadByHelper::uploadProductFile, email, filePath, title,
+                               description);
+}
+
+OSErr QBHPHelperCommunicate::uploadUserFile(Text email, Text filePath, Text title,
+                                            Text description) {
+  return parts_->checkAndPost(&QBHPUploadByHelper::uploadUserFile, email, filePath, title,
+                              description);
+}
+
+OSErr QBHPHelperCommunicate::uploadLogByEmail(Text email, Text filePath, Text title,
+                                              Text description) {
+  return parts_->checkAndPost(&QBHPUploadByHelper::uploadLog, email, filePath, title, description);
+}
+
+OSErr QBHPHelperCommunicate::directUploadData() {
+  return parts_->requests.postForData(&QBHPUploadByHelper::directUploadData);
+}
+
+OSErr QBHPHelperCommunicate::customStringDataCollect(Text target, Text value) {
+  return parts_->requests.postForData(&QBHPUploadByHelper::collectData,
+                                      CollectionType::customString, target, Text(), value);
+}
+
+OSErr QBHPHelperCommunicate::autoCreatedIncreaseDataCollect(Text target, Text key) {
+  return parts_->requests.postForData(&QBHPUploadByHelper::collectData,
+                                      CollectionType::createdCounter, target, key, Text());
+}
+
+OSErr QBHPHelperCommunicate::commIncreaseDataCollect(Text target, Text key) {
+  return parts_->requests.postForData(&QBHPUploadByHelper::collectData,
+                                      CollectionType::commonCounter, target, key, Text());
+}
+
+bool QBHPHelperCommunicate::productCollectStatus() {
+  const auto reply = parts_->requests.ask(&QBHPUploadByHelper::productCollectStatus);
+  log("---- result: %@", {view(reply)});
+  return reply == "1";
+}
+
+OSErr QBHPHelperCommunicate::setProductCollectStatus(bool status) {
+  return parts_->requests.post(&QBHPUploadByHelper::setProductCollectStatus, textOf(status));
+}
+
+String QBHPHelperCommunicate::netErrorPagePath() {
+  return parts_->requests.ask(&QBHPUploadByHelper::netErrorPagePath);
+}
+
+QBHPSuiteInfo QBHPHelperCommunicate::unRegSuiteInfo() {
+  return parts_->askForSuite(&QBHPUploadByHelper::unRegSuiteInfo);
+}
+
+QBHPSuiteInfo QBHPHelperCommunicate::regSuiteInfo() {
+  return parts_->askForSuite(&QBHPUploadByHelper::regSuiteInfo);
+}
+
+OSErr QBHPHelperCommunicate::checkForHeleprMessage() {
+  return parts_->checkAndPost(&QBHPCustomerServiceByHelepr::checkForHeleprMessage);
+}
+
+OSErr QBHPHelperCommunicate::customerserviceByEmail(Text email, Text attachment) {
+  return parts_->checkAndPost(&QBHPCustomerServiceByHelepr::customerService, email, attachment);
 }
 
 }  // namespace qbdkr

@@ -1,9 +1,6 @@
 #pragma once
 
-#include <atomic>
 #include <memory>
-#include <span>
-#include <string>
 #include <string_view>
 
 #include "ClientComm/QBHPAppEventBase.h"
@@ -13,12 +10,14 @@
 #include "ClientComm/QBHPUploadByHelper.h"
 #include "ClientComm/TextValue.h"
 #include "Platform/Base/Export.h"
-#include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/Status.h"
 
 namespace qbdkr {
 
-class LivenessChecks;
+class AutoStart;
+class HostConfiguration;
+class UserDefaults;
+struct HostSystem;
 
 // The centre of the framework: it knows for which product the host speaks, installs and launches
 // the helper agent, keeps it alive, and turns the host's calls into requests to it.
@@ -66,7 +65,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
 
   // The last known state of that switch: as read by the last launch, or as reported by the helper
   // agent since. False before either. Nothing here acts on it.
-  [[nodiscard]] bool isServerOpen() const { return isServerOpen_; }
+  [[nodiscard]] bool isServerOpen() const;
 
   // Whether a status says that the helper agent's server is switched off.
   [[nodiscard]] bool isHelperSeverNotOpen(OSErr status) const;
@@ -216,43 +215,15 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   [[nodiscard]] std::string_view className() const override { return kClassName; }
 
  protected:
-  [[nodiscard]] std::span<const Method> methods() const override {
-    return {};
-  }  // nothing of it can be called from outside
+  // Of another host, and with other calls to the system, for a test.
+  QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings, const HostSystem& system);
 
  private:
-  // The product identity, as it is when a request is made.
-  struct Product {
-    String identifier;
-    String version;
-  };
-  using Identity = Product (QBHPHelperCommunicate::*)();
-  [[nodiscard]] Product product();
-  [[nodiscard]] Product productOfData();
+  friend class QBHPHelper;
+  AutoStart& autoStart();
 
-  // Defined in ProductRequest.h.
-  template <class Result, class Service, class... Parameters, class... Arguments>
-  Result requestAs(Identity identity, Result withoutAnyMemory,
-                   Result (Service::*method)(Text, Text, Parameters...),
-                   const Arguments&... arguments);
-  template <class Method, class... Arguments>
-  OSErr post(Method method, const Arguments&... arguments);
-  template <class Method, class... Arguments>
-  OSErr checkAndPost(Method method, const Arguments&... arguments);
-  template <class Method, class... Arguments>
-  OSErr postForData(Method method, const Arguments&... arguments);
-  template <class Method>
-  String ask(Method method);
-  template <class Method>
-  QBHPSuiteInfo askForSuite(Method method);
-
-  mutable ForkSafeMutex mutex_;  // guards the three texts
-  String productID_;
-  String productVersion_;
-  String clientID_;
-  std::atomic<bool> isServerOpen_{false};
-  std::atomic<bool> isHelperAlive_{false};
-  std::unique_ptr<LivenessChecks> checks_;
+  struct Parts;
+  std::unique_ptr<Parts> parts_;
 };
 
 }  // namespace qbdkr

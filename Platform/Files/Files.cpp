@@ -131,6 +131,14 @@ std::optional<std::vector<std::string>> contentsOfDirectory(int directory) {
 // Always the same name: one that a killed process has left is made again.
 std::string stagedPath(const std::string& path) { return path + ".new"; }
 
+std::optional<std::string> firstEntryWithExtension(const std::string& directory,
+                                                   std::string_view extension) {
+  const auto names = contentsOfDirectory(directory).value_or(std::vector<std::string>());
+  const auto first = std::ranges::find(names, extension, pathExtension);
+  if (first == names.end()) return std::nullopt;
+  return appendPathComponent(directory, *first);
+}
+
 bool replaceFile(const std::string& path, std::string_view contents) {
   const std::string staged = stagedPath(path);
   ::unlink(staged.c_str());

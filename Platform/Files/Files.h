@@ -29,6 +29,11 @@ QBDKR_EXPORT bool createDirectory(const std::string& path);
 // The same for a directory that is open for reading.
 [[nodiscard]] std::optional<std::vector<std::string>> contentsOfDirectory(int directory);
 
+// The path of the first entry of a directory that has an extension, in the order of the file
+// system; absent if no entry has it or the directory cannot be listed.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::string> firstEntryWithExtension(
+    const std::string& directory, std::string_view extension);
+
 // Replaces the contents of a file, or creates it with mode 0600, so that a reader sees the old
 // contents or the new ones. True when the new ones are durable. One writer at a time: who may not
 // be the only one holds a FileLock.

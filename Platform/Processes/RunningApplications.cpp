@@ -15,8 +15,7 @@ std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t proce
   return copyProcessInformation(number);
 }
 
-bool isApplicationRunning(std::string_view bundleIdentifier) {
-  const auto table = fetchProcessTable();
+bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProcessTable& table) {
   const std::span processes(table.records.get(), table.count);
   return std::ranges::any_of(processes, [&](const ProcessRecord& process) {
     const auto info = informationOfProcess(process.processID);

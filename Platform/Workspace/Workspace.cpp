@@ -27,7 +27,7 @@ Openings& openings() {
 
 bool isRunning(const Bundle& bundle) {
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
-  return identifier && isApplicationRunning(*identifier);
+  return identifier && isApplicationRunning(*identifier, fetchProcessTable());
 }
 
 // One process at a time: the next one finds the application running. A process that keeps the lock

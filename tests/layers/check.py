@@ -46,7 +46,7 @@ for path in files:
     same = names.setdefault((path.name), path)
     if same != path:
         problems.append(f"{path} bears the name of {same}")
-    if path.suffix != ".cpp" or path.parts[0] != "Platform":
+    if path.suffix != ".cpp":
         continue
     headers = {path.with_suffix(".h"), path.with_name(of_one_system.sub("", path.stem) + ".h")}
     if not any((root / header).exists() for header in headers):

@@ -10,32 +10,57 @@
 #include <string_view>
 #include <utility>
 
+#include "ClientComm/HostConfiguration.h"
+#include "Platform/Defaults/UserDefaults.h"
+#include "ProductClient/HostSystem.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace {
 
+using qbdkr::HostConfiguration;
+using qbdkr::HostSystem;
 using qbdkr::QBHPHelperCommunicate;
+using qbdkr::UserDefaults;
 using Body = std::function<void()>;
 
+// The body of the start-up thread, which runs on the main one.
 Body& startUp() {
-  static auto& body = *new Body;
+  static Body body;
   return body;
 }
 
-QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+HostSystem withoutThreads() {
+  HostSystem system;
+  system.startThread = [](Body body) {
+    startUp() = std::move(body);
+    return true;
+  };
+  return system;
+}
+
+class Communicator : public QBHPHelperCommunicate {
+ public:
+  Communicator()
+      : QBHPHelperCommunicate(HostConfiguration(), UserDefaults::standard(), withoutThreads()) {}
+};
+
+QBHPHelperCommunicate& communicator() {
+  static Communicator instance;
+  return instance;
+}
 
 // Records who the product is, installs the helper agent, and tries to launch it.
 void share() {
   communicator();
   const Body body = std::exchange(startUp(), {});
-  if (!body) throw std::logic_error("the start-up thread is not this one");
+  if (!body) throw std::logic_error("the start-up thread was not asked for");
   body();
 }
 
 using Operation = std::function<void(const std::string&)>;
 
 const std::map<std::string, Operation, std::less<>>& operations() {
-  static const auto& table = *new std::map<std::string, Operation, std::less<>>{
+  static const std::map<std::string, Operation, std::less<>> table{
       {"share", [](const std::string&) { share(); }},
       // What a start does with files once the helper agent is launched.
       {"first-start", [](const std::string&) { communicator().firstStartPID(); }},
@@ -58,13 +83,6 @@ bool run(std::string_view word) {
 }
 
 }  // namespace
-
-// In the place of detachNewThread(): the thread that starts things up is the main one.
-// NOLINTNEXTLINE(bugprone-reserved-identifier,cert-dcl37-c,cert-dcl51-cpp): the linker's name
-extern "C" bool __wrap__ZN5qbdkr15detachNewThreadESt8functionIFvvEE(Body body) {
-  startUp() = std::move(body);
-  return true;
-}
 
 int main(int count, char** words) {
   for (int i = 1; i < count; ++i) {

@@ -2,18 +2,19 @@
 
 #include <array>
 #include <cstdint>
+#include <cstdlib>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
+#include "ClientComm/HostConfiguration.h"
 #include "ClientComm/QBHPAppleEventSender.h"
 #include "ClientComm/QBHPUploadByHelper.h"
 #include "FailingMemory.h"
 #include "Host.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Log/Log.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 #include "support/Sanitizers.h"
@@ -251,33 +252,40 @@ TEST_F(AppleEventSender, EachAllocationOfARequestMayFail) {
   EXPECT_GT(asking, 10U);
 }
 
-TEST_F(AppleEventSender, HelperIdentifierIsReadOnceFromTheKeyAsItIsSpelled) {
+// The sender of another host.
+class SenderOf : public QBHPAppleEventSender {
+ public:
+  explicit SenderOf(const PropertyList::Dictionary& info)
+      : QBHPAppleEventSender(HostConfiguration(bundleWith(info))) {}
+};
+
+TEST_F(AppleEventSender, HelperIdentifierIsThatOfTheMainBundle) {
+  EXPECT_EQ(sender.helperBundleID(), helperIdentifier);
+  EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), helperIdentifier);
+}
+
+TEST_F(AppleEventSender, HelperIdentifierIsReadFromTheKeyAsItIsSpelled) {
   auto info = hostInformation();
   info.set("Helper Bundle indentifiter", "com.Example.Other");
-  inHost(info, [this](const Host&) {
-    EXPECT_EQ(sender.helperBundleID(), "com.Example.Other");
-    const OtherInformation later({{"Helper Bundle indentifiter", "com.Example.Later"}});
-    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), "com.Example.Later");
-    EXPECT_EQ(sender.helperBundleID(), "com.Example.Other");
-    String result;
-    sender.sendEvnet("Class", "method", {});
-    sender.sendEvnet("Class", "method", {}, result);
-    const auto sent = transport.sent();
-    ASSERT_EQ(sent.size(), 2U);
-    for (const auto& event : sent) EXPECT_EQ(event.target.bundleID, "com.Example.Other");
-  });
+  SenderOf other(info);
+  EXPECT_EQ(other.helperBundleID(), "com.Example.Other");
+  String result;
+  other.sendEvnet("Class", "method", {});
+  other.sendEvnet("Class", "method", {}, result);
+  const auto sent = transport.sent();
+  ASSERT_EQ(sent.size(), 2U);
+  for (const auto& event : sent) EXPECT_EQ(event.target.bundleID, "com.Example.Other");
 }
 
 TEST_F(AppleEventSender, WithoutTheKeyTheTargetHasNoBytesAndTheStatusIsTheTransports) {
   auto info = hostInformation();
   info.erase("Helper Bundle indentifiter");
   info.set("Helper Bundle identifier", "com.Example.WellSpelled");
-  inHost(info, [this](const Host&) {
-    EXPECT_EQ(QBHPAppleEventSender().helperBundleID(), std::nullopt);
-    transport.answerWith({procNotFound, std::nullopt});
-    EXPECT_EQ(sender.sendEvnet("Class", "method", {}), procNotFound);
-    EXPECT_EQ(onlySent().target.bundleID, "");
-  });
+  SenderOf other(info);
+  EXPECT_EQ(other.helperBundleID(), std::nullopt);
+  transport.answerWith({procNotFound, std::nullopt});
+  EXPECT_EQ(other.sendEvnet("Class", "method", {}), procNotFound);
+  EXPECT_EQ(onlySent().target.bundleID, "");
 }
 
 TEST_F(AppleEventSender, LogLineWithoutMemoryIsDropped) {
@@ -299,10 +307,9 @@ TEST_F(AppleEventSender, HelperAgentMayLieAnywhereUnlessTheHostSaysOtherwise) {
     info.set("Helper loaction path", "/opt/Acme");
     info.set("Helepr App name", "AcmeHelper");
     if (value != PropertyList()) info.set("Helper must be installed copy", value);
-    inHost(info, [this](const Host&) {
-      sender.sendEvnet("Class", "method", {});
-      EXPECT_EQ(onlySent().target.directory, std::nullopt);
-    });
+    transport.reset();
+    SenderOf(info).sendEvnet("Class", "method", {});
+    EXPECT_EQ(onlySent().target.directory, std::nullopt);
   }
 }
 
@@ -312,18 +319,18 @@ TEST_F(AppleEventSender, HelperAgentAloneMustLieInTheInstalledCopyIfTheHostSaysS
     info.set("Helper location path", "~/Acme");
     info.set("Helper App name", "AcmeHelper");
     info.set("Helper must be installed copy", value);
-    inHost(info, [this](const Host& host) {
-      String result;
-      sender.sendEvnet("Class", "method", {});
-      sender.sendEvnet("Class", "method", {}, result);
-      sender.sendEvnet(helperIdentifier, "Class", "method", {});
-      sender.sendEvnet("com.Example.Other", "Class", "method", {});
-      const auto sent = transport.sent();
-      ASSERT_EQ(sent.size(), 4U);
-      const auto place = (host.home / "Acme/AcmeHelper.app").string();
-      for (int i = 0; i < 3; ++i) EXPECT_EQ(sent[i].target.directory, place) << i;
-      EXPECT_EQ(sent[3].target.directory, std::nullopt);
-    });
+    transport.reset();
+    SenderOf host(info);
+    String result;
+    host.sendEvnet("Class", "method", {});
+    host.sendEvnet("Class", "method", {}, result);
+    host.sendEvnet(helperIdentifier, "Class", "method", {});
+    host.sendEvnet("com.Example.Other", "Class", "method", {});
+    const auto sent = transport.sent();
+    ASSERT_EQ(sent.size(), 4U);
+    const auto place = std::string(std::getenv("HOME")) + "/Acme/AcmeHelper.app";
+    for (int i = 0; i < 3; ++i) EXPECT_EQ(sent[i].target.directory, place) << i;
+    EXPECT_EQ(sent[3].target.directory, std::nullopt);
   }
 }
 
@@ -334,10 +341,9 @@ TEST_F(AppleEventSender, HelperAgentThatHasNoPlaceCanLieInNone) {
     info.set("Helper App name", "AcmeHelper");
     info.set("Helper must be installed copy", true);
     info.erase(missing);
-    inHost(info, [this](const Host&) {
-      sender.sendEvnet("Class", "method", {});
-      EXPECT_EQ(onlySent().target.directory, "");
-    });
+    transport.reset();
+    SenderOf(info).sendEvnet("Class", "method", {});
+    EXPECT_EQ(onlySent().target.directory, "");
   }
 }
 

@@ -8,12 +8,11 @@
 #include <string>
 #include <vector>
 
-#include "Host.h"
+#include "CommunicatorTest.h"
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Defaults/UserDefaults.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"
@@ -30,15 +29,10 @@ std::optional<PropertyList> stored(const Host& host, std::string_view key) {
   return value == nullptr ? std::nullopt : std::optional(*value);
 }
 
-// A communicator without its start-up thread.
-class Bookkeeping : public testing::Test {
- protected:
-  HeldThreads threads;
-  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
-};
+class Bookkeeping : public CommunicatorTest {};
 
 TEST_F(Bookkeeping, CreationRecordsTheProductIdentity) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     EXPECT_FALSE(fs::exists(host.defaultsFile(hostIdentifier)));
     communicator();
     EXPECT_EQ(stored(host, "PID"), PropertyList("4711"));
@@ -50,7 +44,7 @@ TEST_F(Bookkeeping, CreationRecordsTheProductIdentity) {
 }
 
 TEST_F(Bookkeeping, EveryStartOverwritesTheProductIdentity) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"PID", "old"},
                                         {"Version", "0.1"},
                                         {"ExecutableFile", "/somewhere/else"},
@@ -67,15 +61,14 @@ TEST_F(Bookkeeping, AMissingIdentityRemovesItsKeysAndIsSentEmpty) {
   auto info = hostInformation();
   info.erase("PID");
   info.erase("CFBundleVersion");
-  inHost(info, [this](const Host& host) {
+  withHost(info, [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"PID", "old"}, {"Version", "0.1"}});
     CapturedLog log;
     communicator().stopHelper();
     EXPECT_EQ(log.lines(), std::vector<std::string>{"stop:prodeuctVersion: (null) (null) "});
     EXPECT_EQ(stored(host, "PID"), std::nullopt);
     EXPECT_EQ(stored(host, "Version"), std::nullopt);
-    EXPECT_EQ(RecordingTransport::installed().sentEvents().at(0).arguments,
-              (std::vector<std::string>{"", ""}));
+    EXPECT_EQ(transport.sentEvents().at(0).arguments, (std::vector<std::string>{"", ""}));
   });
 }
 
@@ -83,10 +76,9 @@ TEST_F(Bookkeeping, AnIdentityOfNumbersIsRecordedAndSentAsTexts) {
   auto info = hostInformation();
   info.set("PID", 1001);
   info.set("CFBundleVersion", 3.1);
-  inHost(info, [this](const Host& host) {
+  withHost(info, [this](const Host& host) {
     communicator().stopHelper();
-    EXPECT_EQ(RecordingTransport::installed().sentEvents().at(0).arguments,
-              (std::vector<std::string>{"1001", "3.1"}));
+    EXPECT_EQ(transport.sentEvents().at(0).arguments, (std::vector<std::string>{"1001", "3.1"}));
     EXPECT_EQ(communicator().firstStartPID(), "1001");
     EXPECT_EQ(stored(host, "PID"), PropertyList("1001"));
     EXPECT_EQ(stored(host, "Version"), PropertyList("3.1"));
@@ -95,26 +87,26 @@ TEST_F(Bookkeeping, AnIdentityOfNumbersIsRecordedAndSentAsTexts) {
 }
 
 TEST_F(Bookkeeping, RecordsOfNumbersReadAsTexts) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", 1002}});
     EXPECT_EQ(communicator().firstStartPID(), "1002");
     EXPECT_EQ(communicator().collectDataPID(), "1002");
   });
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"DataCollectPID", 1003}});
     EXPECT_EQ(communicator().collectDataPID(), "1003");
   });
 }
 
 TEST_F(Bookkeeping, RecordsWithoutATextCountAsUnset) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"DataCollectPID", PropertyList::Array{"1003"}}});
     EXPECT_EQ(communicator().collectDataPID(), "4711");
   });
 }
 
 TEST_F(Bookkeeping, VeryFirstStartRecordsAndReturnsTheProduct) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     EXPECT_EQ(communicator().firstStartPID(), "4711");
     EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
     EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("4711"));
@@ -123,7 +115,7 @@ TEST_F(Bookkeeping, VeryFirstStartRecordsAndReturnsTheProduct) {
 }
 
 TEST_F(Bookkeeping, ALaterStartReturnsTheProductOfTheFirst) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "1001"}});
     EXPECT_EQ(communicator().firstStartPID(), "1001");
     EXPECT_EQ(stored(host, "FirstStartPID"), PropertyList("1001"));
@@ -132,7 +124,7 @@ TEST_F(Bookkeeping, ALaterStartReturnsTheProductOfTheFirst) {
 }
 
 TEST_F(Bookkeeping, ALaterStartWithoutARecordedProductReturnsNone) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}});
     EXPECT_EQ(communicator().firstStartPID(), std::nullopt);
     EXPECT_EQ(stored(host, "FirstStartPID"), std::nullopt);
@@ -141,7 +133,7 @@ TEST_F(Bookkeeping, ALaterStartWithoutARecordedProductReturnsNone) {
 
 TEST_F(Bookkeeping, IsFirstStartSetTrueRecordsAgain) {
   for (const PropertyList& value : {PropertyList(true), PropertyList("YES"), PropertyList(1)}) {
-    inHost(hostInformation(), [&](const Host& host) {
+    withHost(hostInformation(), [&](const Host& host) {
       host.writeDefaults(hostIdentifier, {{"IsFirstStart", value}, {"FirstStartPID", "1001"}});
       EXPECT_EQ(communicator().firstStartPID(), "4711");
       EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
@@ -151,7 +143,7 @@ TEST_F(Bookkeeping, IsFirstStartSetTrueRecordsAgain) {
 }
 
 TEST_F(Bookkeeping, IsFirstStartRemovedRecordsAgain) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"FirstStartPID", "1001"}});
     EXPECT_EQ(communicator().firstStartPID(), "4711");
   });
@@ -160,7 +152,7 @@ TEST_F(Bookkeeping, IsFirstStartRemovedRecordsAgain) {
 TEST_F(Bookkeeping, FirstStartWithoutAProductRecordsTheStartOnly) {
   auto info = hostInformation();
   info.erase("PID");
-  inHost(info, [this](const Host& host) {
+  withHost(info, [this](const Host& host) {
     EXPECT_EQ(communicator().firstStartPID(), std::nullopt);
     EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
     EXPECT_EQ(stored(host, "FirstStartPID"), std::nullopt);
@@ -168,7 +160,7 @@ TEST_F(Bookkeeping, FirstStartWithoutAProductRecordsTheStartOnly) {
 }
 
 TEST_F(Bookkeeping, CollectDataPIDIsTheOneThatWasSet) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     communicator().setCollectDataPID("collected");
     EXPECT_EQ(stored(host, "DataCollectPID"), PropertyList("collected"));
     EXPECT_EQ(communicator().collectDataPID(), "collected");
@@ -177,18 +169,18 @@ TEST_F(Bookkeeping, CollectDataPIDIsTheOneThatWasSet) {
 }
 
 TEST_F(Bookkeeping, CollectDataPIDFallsBackToTheFirstStart) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     EXPECT_EQ(communicator().collectDataPID(), "4711");
     EXPECT_EQ(stored(host, "IsFirstStart"), PropertyList(false));
   });
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "1001"}});
     EXPECT_EQ(communicator().collectDataPID(), "1001");
   });
 }
 
 TEST_F(Bookkeeping, CollectDataPIDSetToEmptyCountsAsUnset) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     communicator().setCollectDataPID("collected");
     communicator().setCollectDataPID("");
     EXPECT_EQ(stored(host, "DataCollectPID"), PropertyList(""));
@@ -197,7 +189,7 @@ TEST_F(Bookkeeping, CollectDataPIDSetToEmptyCountsAsUnset) {
 }
 
 TEST_F(Bookkeeping, DataCollectionPathIsMadeWithEverythingAboveIt) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     const fs::path base = host.home / "does/not/exist";
     const std::string data = base / "Log/Data";
     communicator();
@@ -212,7 +204,7 @@ TEST_F(Bookkeeping, DataCollectionPathIsMadeWithEverythingAboveIt) {
 
 // A process that ends in between records the path the next time, or has done so.
 TEST_F(Bookkeeping, DataCollectionPathIsRecordedBeforeItsFolderIsMade) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     communicator();
     fs::create_directories(host.home / "Log");
     const Descriptor folder(inotify_init1(IN_CLOEXEC));
@@ -231,51 +223,51 @@ TEST_F(Bookkeeping, DataCollectionPathIsRecordedBeforeItsFolderIsMade) {
 }
 
 TEST_F(Bookkeeping, DataCollectionPathIsMadeAlthoughItCannotBeRecorded) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     communicator();
     const fs::path preferences = host.defaultsFile(hostIdentifier).parent_path();
     fs::remove_all(preferences);
     writeFile(preferences, "a file where a folder would have to be");
     communicator().initDataCollectionPath(host.home.string());
     EXPECT_TRUE(fs::is_directory(host.home / "Log/Data"));
-    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"),
+    EXPECT_EQ(settings().object("DataCollectPath"),
               PropertyList((host.home / "Log/Data").string()));
   });
 }
 
 TEST_F(Bookkeeping, ExistingLogFolderIsUsed) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     writeFile(host.home / "Log/kept", "kept");
     communicator().initDataCollectionPath(host.home.string());
     EXPECT_TRUE(fs::is_directory(host.home / "Log/Data"));
     EXPECT_EQ(readFile(host.home / "Log/kept"), "kept");
-    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"),
+    EXPECT_EQ(settings().object("DataCollectPath"),
               PropertyList((host.home / "Log/Data").string()));
   });
 }
 
 TEST_F(Bookkeeping, ExistingDataFolderIsNeitherLoggedNorRecorded) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     fs::create_directories(host.home / "Log/Data");
     communicator();
     CapturedLog log;
     communicator().initDataCollectionPath(host.home.string());
     EXPECT_TRUE(log.lines().empty());
-    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), std::nullopt);
+    EXPECT_EQ(settings().object("DataCollectPath"), std::nullopt);
   });
 }
 
 TEST_F(Bookkeeping, DataPathThatIsAFileIsLeftAlone) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     writeFile(host.home / "Log/Data", "a file");
     communicator().initDataCollectionPath(host.home.string());
     EXPECT_EQ(readFile(host.home / "Log/Data"), "a file");
-    EXPECT_EQ(UserDefaults::standard().object("DataCollectPath"), std::nullopt);
+    EXPECT_EQ(settings().object("DataCollectPath"), std::nullopt);
   });
 }
 
 TEST_F(Bookkeeping, DataPathThatCannotBeMadeIsNotReported) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     writeFile(host.home / "base", "a file where a folder would have to be");
     communicator();
     CapturedLog log;

@@ -9,12 +9,11 @@
 #include <string>
 #include <vector>
 
-#include "Host.h"
+#include "CommunicatorTest.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"
@@ -35,32 +34,28 @@ Dictionary informationWithHelper() {
   return info;
 }
 
-// An identifier that no other test's application has.
-std::string runningIdentifier() {
-  return Bundle::main().infoString("Helper Bundle indentifiter").value();
-}
-
 Dictionary informationWithOwnHelperIdentifier() {
   Dictionary info = informationWithHelper();
   info.set("Helper Bundle indentifiter", "com.Example.Helper.P" + std::to_string(getpid()));
   return info;
 }
 
-class Deployment : public testing::Test {
+class Deployment : public CommunicatorTest {
  protected:
-  Deployment() { transport.reset(); }
-
-  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
-
   static fs::path installed(const Host& host) { return host.home / "Library/Example/Helper.app"; }
   static fs::path resource(const Host& host) { return host.resources() / "Helper.app"; }
 
-  static void writeHelper(const fs::path& bundle, const std::string& version,
-                          const std::string& content = "content") {
+  // An identifier that no other test's application has.
+  std::string runningIdentifier() {
+    return hostBundle().infoString("Helper Bundle indentifiter").value();
+  }
+
+  void writeHelper(const fs::path& bundle, const std::string& version,
+                   const std::string& content = "content") {
     // The one that the host names: a process that runs from here must not be taken for the helper
     // agent of another test.
     Dictionary info{{"CFBundleIdentifier",
-                     Bundle::main().infoString("Helper Bundle indentifiter").value_or("none")}};
+                     hostBundle().infoString("Helper Bundle indentifiter").value_or("none")}};
     if (!version.empty()) info.set("CFBundleVersion", version);
     writeBundle(bundle, info);
     writeFile(bundle / "Contents/content", content);
@@ -75,7 +70,7 @@ class Deployment : public testing::Test {
   // Installs a version over another, and says what is installed afterwards and what was logged.
   void expectDeployment(const std::string& resourceVersion, const std::string& installedVersion,
                         bool replaced) {
-    inUsedHost(informationWithHelper(), [&](const Host& host) {
+    withUsedHost(informationWithHelper(), [&](const Host& host) {
       writeHelper(resource(host), resourceVersion, "new");
       writeHelper(installed(host), installedVersion, "old");
       communicator();
@@ -87,14 +82,10 @@ class Deployment : public testing::Test {
       EXPECT_TRUE(transport.sent().empty());
     });
   }
-
-  RecordingTransport& transport = RecordingTransport::installed();
-  HeldThreads threads;
-  RecordingWorkspace workspace;
 };
 
 TEST_F(Deployment, FirstRunMakesTheDirectoryAndItsParentsAndCopies) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     CapturedLog log;
@@ -108,7 +99,7 @@ TEST_F(Deployment, FirstRunMakesTheDirectoryAndItsParentsAndCopies) {
 }
 
 TEST_F(Deployment, NothingElseIsLeftInTheInstallDirectory) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.1");
     communicator().extractHelper();
     writeHelper(resource(host), "1.2");
@@ -132,7 +123,7 @@ TEST_F(Deployment, ReleaseReplacesItsPreRelease) { expectDeployment("1.0", "1.0b
 TEST_F(Deployment, InstalledCopyWithoutAVersionIsReplaced) { expectDeployment("1.0", "", true); }
 
 TEST_F(Deployment, ResourceWithoutAVersionReplacesNoNumber) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "", "new");
     writeHelper(installed(host), "1.0", "old");
     communicator().extractHelper();
@@ -141,7 +132,7 @@ TEST_F(Deployment, ResourceWithoutAVersionReplacesNoNumber) {
 }
 
 TEST_F(Deployment, DamagedInstalledCopyIsReplaced) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0", "new");
     writeFile(installed(host) / "Contents/Info.plist", "\x01 no property list");
     communicator().extractHelper();
@@ -150,7 +141,7 @@ TEST_F(Deployment, DamagedInstalledCopyIsReplaced) {
 }
 
 TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
-  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.1");
@@ -173,7 +164,7 @@ TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
 }
 
 TEST_F(Deployment, HelperThatCannotBeAskedToQuitIsReplacedAllTheSame) {
-  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.1");
@@ -188,7 +179,7 @@ TEST_F(Deployment, HelperThatCannotBeAskedToQuitIsReplacedAllTheSame) {
 }
 
 TEST_F(Deployment, RunningHelperIsNotAskedWhenItIsKept) {
-  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.0");
@@ -202,7 +193,7 @@ TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
   const std::string name(240, 'n');
   Dictionary info = informationWithHelper();
   info.set("Helepr App name", name);
-  inUsedHost(info, [&](const Host& host) {
+  withUsedHost(info, [&](const Host& host) {
     const fs::path target = installed(host).parent_path() / (name + ".app");
     writeHelper(host.resources() / (name + ".app"), "1.1", "new");
     writeHelper(target, "1.0", "old");
@@ -215,7 +206,7 @@ TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
 }
 
 TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAResource) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     communicator().extractHelper();
     EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
     EXPECT_TRUE(fs::is_empty(host.home / "Library/Example"));
@@ -225,7 +216,7 @@ TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAResource) {
 TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAnAppName) {
   Dictionary info = informationWithHelper();
   info.erase("Helepr App name");
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     communicator().extractHelper();
     EXPECT_TRUE(fs::is_directory(host.home / "Library/Example"));
     EXPECT_FALSE(communicator().launchHelepr());
@@ -235,7 +226,7 @@ TEST_F(Deployment, InstallDirectoryIsMadeEvenWithoutAnAppName) {
 TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
   Dictionary info = informationWithHelper();
   info.erase("Helper loaction path");
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     CapturedLog log;
@@ -250,7 +241,7 @@ TEST_F(Deployment, WithoutAnInstallDirectoryNothingIsDone) {
 TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsLoggedOnce) {
   Dictionary info = informationWithHelper();
   info.set("Helper loaction path", "~/a file/Example");
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     writeFile(host.home / "a file", "");
     workspace.answer = [](const std::string& path) { return fs::exists(path); };
@@ -269,7 +260,7 @@ TEST_F(Deployment, WellSpelledKeysAreUsedWhereTheOthersAreAbsent) {
   Dictionary info = hostInformation();
   info.set("Helper App name", "Helper");
   info.set("Helper location path", installDirectory);
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator().extractHelper();
     EXPECT_EQ(versionOf(installed(host)), "1.0");
@@ -282,7 +273,7 @@ TEST_F(Deployment, MisspelledKeysWin) {
   Dictionary info = informationWithHelper();
   info.set("Helper App name", "Wrong");
   info.set("Helper location path", "~/Wrong");
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     writeHelper(host.resources() / "Wrong.app", "9.9");
     communicator().extractHelper();
@@ -297,16 +288,16 @@ TEST_F(Deployment, AbsoluteInstallDirectoryIsUsedAsItIs) {
   const TemporaryDirectory directory;
   Dictionary info = informationWithHelper();
   info.set("Helper loaction path", (directory.path() / "deep/er").string());
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator().extractHelper();
-    const fs::path path(Bundle::main().infoString("Helper loaction path").value());
+    const fs::path path(hostBundle().infoString("Helper loaction path").value());
     EXPECT_EQ(versionOf(path / "Helper.app"), "1.0");
   });
 }
 
 TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     std::size_t sentBeforeOpening = 99;
     workspace.answer = [&](const std::string&) {
@@ -324,7 +315,7 @@ TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
 }
 
 TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
-  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
     EXPECT_TRUE(communicator().launchHelepr());
     EXPECT_TRUE(workspace.opened().empty());
@@ -333,7 +324,7 @@ TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
 }
 
 TEST_F(Deployment, LaunchThatCannotOpenReturnsFalseAndSendsNothing) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     workspace.answer = [](const std::string&) { return false; };
     EXPECT_FALSE(communicator().launchHelepr());
@@ -343,7 +334,7 @@ TEST_F(Deployment, LaunchThatCannotOpenReturnsFalseAndSendsNothing) {
 }
 
 TEST_F(Deployment, LaunchIsTrueWhateverTheStatusOfTheStartRequest) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_TRUE(communicator().launchHelepr());
@@ -352,7 +343,7 @@ TEST_F(Deployment, LaunchIsTrueWhateverTheStatusOfTheStartRequest) {
 
 TEST_F(Deployment, LaunchReadsTheServerSwitchBeforeTheStartRequest) {
   for (const bool isClosed : {false, true}) {
-    inUsedHost(informationWithHelper(), [&](const Host& host) {
+    withUsedHost(informationWithHelper(), [&](const Host& host) {
       host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", isClosed}});
       communicator().didCheckServerOpen(isClosed, nullptr);
       std::optional<bool> atStart;
@@ -368,7 +359,7 @@ TEST_F(Deployment, LaunchReadsTheServerSwitchBeforeTheStartRequest) {
 }
 
 TEST_F(Deployment, LaunchOfARunningHelperReadsTheServerSwitchToo) {
-  inUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
     EXPECT_FALSE(communicator().isServerOpen());
     EXPECT_TRUE(communicator().launchHelepr());
@@ -377,7 +368,7 @@ TEST_F(Deployment, LaunchOfARunningHelperReadsTheServerSwitchToo) {
 }
 
 TEST_F(Deployment, LaunchThatCannotOpenLeavesTheServerSwitchAsItWas) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     workspace.answer = [](const std::string&) { return false; };
     for (const bool known : {true, false}) {
       communicator().didCheckServerOpen(known, nullptr);
@@ -388,7 +379,7 @@ TEST_F(Deployment, LaunchThatCannotOpenLeavesTheServerSwitchAsItWas) {
 }
 
 TEST_F(Deployment, LaunchExtractsAHelperThatHasVanished) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     bool thereWhenOpened = false;
     workspace.answer = [&](const std::string& path) { return thereWhenOpened = fs::exists(path); };
@@ -399,7 +390,7 @@ TEST_F(Deployment, LaunchExtractsAHelperThatHasVanished) {
 }
 
 TEST_F(Deployment, LaunchDoesNotReplaceAnInstalledHelper) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "2.0");
     writeHelper(installed(host), "1.0");
     EXPECT_TRUE(communicator().launchHelepr());
@@ -410,7 +401,7 @@ TEST_F(Deployment, LaunchDoesNotReplaceAnInstalledHelper) {
 TEST_F(Deployment, WithoutAHelperIdentifierTheHelperIsOpenedEvenIfItRuns) {
   Dictionary info = informationWithHelper();
   info.erase("Helper Bundle indentifiter");
-  inUsedHost(info, [this](const Host& host) {
+  withUsedHost(info, [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", "com.Example.Any"}});
     EXPECT_TRUE(communicator().launchHelepr());
     EXPECT_EQ(workspace.opened().size(), 1U);
@@ -418,7 +409,7 @@ TEST_F(Deployment, WithoutAHelperIdentifierTheHelperIsOpenedEvenIfItRuns) {
 }
 
 TEST_F(Deployment, StartUpThreadExtractsThenLaunches) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator();
     EXPECT_FALSE(fs::exists(installed(host)));
@@ -431,7 +422,7 @@ TEST_F(Deployment, StartUpThreadExtractsThenLaunches) {
 }
 
 TEST_F(Deployment, StartUpThreadReplacesAnOlderHelperBeforeItOpensIt) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "2.0");
     writeHelper(installed(host), "1.0");
     std::string opened;
@@ -445,7 +436,7 @@ TEST_F(Deployment, StartUpThreadReplacesAnOlderHelperBeforeItOpensIt) {
 }
 
 TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeBundle(host.home / "A.app",
                 {{"CFBundleVersion", "1.2"}, {"CFBundleShortVersionString", "9.9"}});
     writeBundle(host.home / "B.app", {{"CFBundleShortVersionString", "9.9"}});
@@ -460,7 +451,7 @@ TEST_F(Deployment, VersionByBundlePathIsTheBundleVersion) {
 }
 
 TEST_F(Deployment, AppPathIsTheFirstEntryWithTheExtension) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = host.home / "Applications";
     fs::create_directories(directory / "One.app");
     writeFile(directory / "app", "");
@@ -473,7 +464,7 @@ TEST_F(Deployment, AppPathIsTheFirstEntryWithTheExtension) {
 }
 
 TEST_F(Deployment, AppPathTakesTheOrderOfTheFileSystem) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = host.home / "Applications";
     for (int i = 0; i < 20; ++i) writeFile(directory / (std::to_string(i * 7919) + ".app"), "");
     const fs::directory_iterator first(directory);
@@ -482,7 +473,7 @@ TEST_F(Deployment, AppPathTakesTheOrderOfTheFileSystem) {
 }
 
 TEST_F(Deployment, AppPathIsAbsentWhereThereIsNone) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     writeFile(host.home / "Empty/readme", "");
     EXPECT_EQ(communicator().appPath((host.home / "Empty").string()), std::nullopt);
     EXPECT_EQ(communicator().appPath((host.home / "Missing").string()), std::nullopt);
@@ -494,21 +485,21 @@ TEST_F(Deployment, AppPathIsAbsentWhereThereIsNone) {
 TEST_F(Deployment, ConfigurationComesFromTheLocalizedInformationToo) {
   Dictionary info = informationWithHelper();
   info.set("CFBundleDevelopmentRegion", "de");
-  inUsedHost(info,
-             [this](const Host& host) {
-               EXPECT_TRUE(communicator().launchHelepr());
-               EXPECT_EQ(
-                   workspace.opened(),
-                   std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
-             },
-             {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
+  withUsedHost(info,
+               [this](const Host& host) {
+                 EXPECT_TRUE(communicator().launchHelepr());
+                 EXPECT_EQ(
+                     workspace.opened(),
+                     std::vector<std::string>{(host.home / "Library/Example/Helfer.app").string()});
+               },
+               {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
 }
 
 // --- What goes wrong
 // ---------------------------------------------------------
 
 TEST_F(Deployment, FailedCopyIsLoggedWithThePathAndTheErrorOnceUntilItSucceeds) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     const fs::path pipe = resource(host) / "Contents/pipe";
     const Lines failure{"copy " + pipe.string() + " error Operation not supported"};
@@ -546,7 +537,7 @@ TEST_F(Deployment, FailedCopyIsLoggedWithThePathAndTheErrorOnceUntilItSucceeds) 
 }
 
 TEST_F(Deployment, FailedCopyAfterARemovalIsLoggedAfterTheVersion) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(installed(host), "1.0");
     writeHelper(resource(host), "1.1");
     const fs::path pipe = resource(host) / "pipe";
@@ -560,7 +551,7 @@ TEST_F(Deployment, FailedCopyAfterARemovalIsLoggedAfterTheVersion) {
 }
 
 TEST_F(Deployment, RemovalThatWouldFailInsideIsLoggedAndLeavesTheOldCopy) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.1", "new");
     writeHelper(installed(host), "1.0", "old");
     fs::path deep = installed(host);
@@ -578,11 +569,11 @@ TEST_F(Deployment, RemovalThatWouldFailInsideIsLoggedAndLeavesTheOldCopy) {
 }
 
 TEST_F(Deployment, LockThatAnotherKeepsForTheWholePatienceEndsItWithALine) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = installed(host).parent_path();
     writeHelper(resource(host), "1.1", "new");
     writeHelper(installed(host), "1.0", "old");
-    ImpatientLocks locks;
+    locks.wait = false;
     auto other = FileLock::acquire(directory, std::chrono::seconds(0));
     ASSERT_TRUE(other.isHeld());
     communicator();
@@ -602,9 +593,9 @@ TEST_F(Deployment, LockThatAnotherKeepsForTheWholePatienceEndsItWithALine) {
 }
 
 TEST_F(Deployment, WhereNoLockCanBeHadItIsDoneWithoutOne) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.0");
-    ImpatientLocks locks;
+    locks.wait = false;
     locks.exist = false;
     communicator().extractHelper();
     EXPECT_EQ(versionOf(installed(host)), "1.0");
@@ -613,7 +604,7 @@ TEST_F(Deployment, WhereNoLockCanBeHadItIsDoneWithoutOne) {
 }
 
 TEST_F(Deployment, LinkToAHelperAmongTheResourcesIsInstalledAsTheHelper) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(host.home / "elsewhere/Helper.app", "1.0");
     fs::create_directories(host.resources());
     const fs::path link = fs::relative(host.home / "elsewhere/Helper.app", host.resources());

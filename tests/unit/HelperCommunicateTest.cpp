@@ -8,10 +8,9 @@
 #include <vector>
 
 #include "ClientComm/QBHPGetDataByHelper.h"
-#include "Host.h"
+#include "CommunicatorTest.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 
@@ -36,26 +35,27 @@ Dictionary informationWithHelper() {
   return info;
 }
 
-class HelperCommunicate : public testing::Test {
- protected:
-  HelperCommunicate() { transport.reset(); }
+class HelperCommunicate : public CommunicatorTest {};
 
-  QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+TEST_F(HelperCommunicate, ShareIsOneObject) {
+  inUsedHost(hostInformation(), [](const Host&) {
+    auto& communicator = QBHPHelperCommunicate::share();
+    EXPECT_EQ(&communicator, &QBHPHelperCommunicate::share());
+    EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
+              static_cast<QBHPHelperControlCallBackDelegate*>(
+                  static_cast<QBHPWillHelperExitDelegate*>(&communicator)));
+  });
+}
 
-  RecordingTransport& transport = RecordingTransport::installed();
-  HeldThreads threads;
-  RecordingWorkspace workspace;
-};
-
-TEST_F(HelperCommunicate, ShareIsOneObjectWithOneStartUpThread) {
-  inUsedHost(hostInformation(), [this](const Host&) {
-    EXPECT_EQ(&communicator(), &QBHPHelperCommunicate::share());
+TEST_F(HelperCommunicate, CreationStartsOneThread) {
+  withUsedHost(hostInformation(), [this](const Host&) {
+    communicator();
     EXPECT_EQ(threads.count(), 1U);
   });
 }
 
 TEST_F(HelperCommunicate, CreationSendsNothingAndOpensNothingItself) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     CapturedLog log;
     communicator();
     EXPECT_TRUE(transport.sent().empty());
@@ -66,7 +66,7 @@ TEST_F(HelperCommunicate, CreationSendsNothingAndOpensNothingItself) {
 }
 
 TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
               static_cast<QBHPHelperControlCallBackDelegate*>(
@@ -76,10 +76,10 @@ TEST_F(HelperCommunicate, CreationBecomesTheDelegateAndMakesTheProcessReachable)
 }
 
 TEST_F(HelperCommunicate, CreationIsTheDelegateAndRecordsTheIdentityBeforeTheStartUpThreadBegins) {
-  inHost(informationWithHelper(), [this](const Host& host) {
+  withHost(informationWithHelper(), [this](const Host& host) {
     bool isDelegate = false;
     bool isRecorded = false;
-    threads.onDetach = [&] {
+    threads.onStart = [&] {
       isDelegate = QBHPHelperControl::share().helperCtrlDelegate() != nullptr;
       isRecorded = host.readDefaults(hostIdentifier).find("PID") != nullptr;
     };
@@ -105,7 +105,7 @@ std::string switchesIn(const Host& host) {
 }
 
 TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenWritesTheSwitches) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     bool recordedAtStart = true;
     bool recordedAtFetch = false;
     std::string switchesAtFetch;
@@ -132,7 +132,7 @@ TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenW
 }
 
 TEST_F(HelperCommunicate, StartHelperAddsTheTipsSwitchBeforeTheAdvertisingSwitch) {
-  inUsedHost(hostInformation(), [this](const Host& host) {
+  withUsedHost(hostInformation(), [this](const Host& host) {
     communicator().startHelper();
     // A new key goes behind those that are there.
     const std::string info = readFile(host.bundle / "Contents/Info.plist");
@@ -142,7 +142,7 @@ TEST_F(HelperCommunicate, StartHelperAddsTheTipsSwitchBeforeTheAdvertisingSwitch
 }
 
 TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsFetchesAndWritesTheSwitches) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().startHelper(), procNotFound);
     EXPECT_EQ(transport.sentMethods(), (Methods{start, clientIDFormHelper}));
@@ -152,7 +152,7 @@ TEST_F(HelperCommunicate, StartHelperThatFailsStillRecordsFetchesAndWritesTheSwi
 }
 
 TEST_F(HelperCommunicate, IsAliveOfAHelperNotStartedYetStartsItExactlyOnce) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
     EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
@@ -161,7 +161,7 @@ TEST_F(HelperCommunicate, IsAliveOfAHelperNotStartedYetStartsItExactlyOnce) {
 }
 
 TEST_F(HelperCommunicate, IsAliveOfAStartedHelperStartsNothing) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     EXPECT_EQ(communicator().isAliveHelper(), noErr);
@@ -170,7 +170,7 @@ TEST_F(HelperCommunicate, IsAliveOfAStartedHelperStartsNothing) {
 }
 
 TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().isAliveHelper(), procNotFound);
     EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
@@ -178,7 +178,7 @@ TEST_F(HelperCommunicate, IsAliveThatFailsStartsNothing) {
 }
 
 TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().isAliveHelper();
     EXPECT_EQ(transport.sentEvents().at(0),
               (RPCEvent{"QBHPHelperControl", isAlive, {"4711", "3.1"}}));
@@ -186,7 +186,7 @@ TEST_F(HelperCommunicate, IsAliveSendsTheProductIdentity) {
 }
 
 TEST_F(HelperCommunicate, IsAliveLogsTheStatusAndTheFlag) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     CapturedLog log;
     transport.answer(isAlive, Answer{procNotFound, std::nullopt});
@@ -202,7 +202,7 @@ TEST_F(HelperCommunicate, IsAliveLogsTheStatusAndTheFlag) {
 }
 
 TEST_F(HelperCommunicate, AStartRequestThatFailsLeavesTheFlagAsItWas) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(start, Answer{connectionInvalid, std::nullopt});
     communicator().isAliveHelper();
     communicator().isAliveHelper();
@@ -218,7 +218,7 @@ TEST_F(HelperCommunicate, AStartRequestThatFailsLeavesTheFlagAsItWas) {
 }
 
 TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     EXPECT_EQ(communicator().stopHelper(), noErr);
@@ -230,7 +230,7 @@ TEST_F(HelperCommunicate, StopHelperSendsAndClearsTheFlag) {
 }
 
 TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.answer(stop, Answer{connectionInvalid, std::nullopt});
     EXPECT_EQ(communicator().stopHelper(), connectionInvalid);
@@ -241,7 +241,7 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagEvenWhenItFails) {
 }
 
 TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     transport.answer(stop, Answerer([this](const auto&) {
@@ -256,7 +256,7 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
 }
 
 TEST_F(HelperCommunicate, WillHelperExitStopsAndRestartsNothing) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     const std::size_t before = threads.count();
@@ -270,7 +270,7 @@ TEST_F(HelperCommunicate, WillHelperExitStopsAndRestartsNothing) {
 }
 
 TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator().startHelper();
     transport.reset();
     transport.deliver({"QBHPHelperControl", "helperExitNotify:", {"Helper"}});
@@ -282,7 +282,7 @@ TEST_F(HelperCommunicate, ReportsReachItThroughTheDispatcher) {
 }
 
 TEST_F(HelperCommunicate, DidCheckServerOpenDoesNothingElse) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     CapturedLog log;
     const Error error{"domain", 5, {}};
@@ -295,7 +295,7 @@ TEST_F(HelperCommunicate, DidCheckServerOpenDoesNothingElse) {
 }
 
 TEST_F(HelperCommunicate, ServerIsOpenAsLastReported) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     const Error error{"domain", 5, {}};
     EXPECT_FALSE(communicator().isServerOpen());
     communicator().didCheckServerOpen(true, &error);
@@ -309,7 +309,7 @@ TEST_F(HelperCommunicate, ServerIsOpenAsLastReported) {
 }
 
 TEST_F(HelperCommunicate, ServerNotOpenIsTheStatusTenOnly) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     for (int status = -32768; status <= 32767; ++status) {
       EXPECT_EQ(communicator().isHelperSeverNotOpen(static_cast<OSErr>(status)), status == 10);
     }
@@ -317,7 +317,7 @@ TEST_F(HelperCommunicate, ServerNotOpenIsTheStatusTenOnly) {
 }
 
 TEST_F(HelperCommunicate, ServerIsOpenUnlessTheHelpersDefaultsSayClosed) {
-  inUsedHost(hostInformation(), [this](const Host& host) {
+  withUsedHost(hostInformation(), [this](const Host& host) {
     EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
     host.writeDefaults(helperIdentifier, {{"Other", true}});
     EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
@@ -335,7 +335,7 @@ TEST_F(HelperCommunicate, ServerIsOpenUnlessTheHelpersDefaultsSayClosed) {
 }
 
 TEST_F(HelperCommunicate, TheHostsOwnDefaultsDoNotCloseTheServer) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"QBHPServerClosed", true}});
     EXPECT_TRUE(communicator().getDefaultHelperServerOpen());
   });
@@ -344,12 +344,12 @@ TEST_F(HelperCommunicate, TheHostsOwnDefaultsDoNotCloseTheServer) {
 TEST_F(HelperCommunicate, WithoutAHelperIdentifierTheServerIsOpen) {
   Dictionary info = hostInformation();
   info.erase("Helper Bundle indentifiter");
-  inUsedHost(info,
-             [this](const Host&) { EXPECT_TRUE(communicator().getDefaultHelperServerOpen()); });
+  withUsedHost(info,
+               [this](const Host&) { EXPECT_TRUE(communicator().getDefaultHelperServerOpen()); });
 }
 
 TEST_F(HelperCommunicate, RestartWithTheServerClosedGivesTenAndDoesNothing) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
     transport.answerWith({procNotFound, std::nullopt});
     CapturedLog log;
@@ -361,7 +361,7 @@ TEST_F(HelperCommunicate, RestartWithTheServerClosedGivesTenAndDoesNothing) {
 }
 
 TEST_F(HelperCommunicate, RestartOfAHelperThatCanBeReachedGivesZeroAndOpensNothing) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     EXPECT_EQ(communicator().restartHelperInThread(), noErr);
     EXPECT_EQ(transport.sentMethods(), (Methods{isAlive, start, clientIDFormHelper}));
     EXPECT_TRUE(workspace.opened().empty());
@@ -369,7 +369,7 @@ TEST_F(HelperCommunicate, RestartOfAHelperThatCanBeReachedGivesZeroAndOpensNothi
 }
 
 TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     transport.answer(isAlive, Answer{procNotFound, std::nullopt});
     EXPECT_EQ(communicator().restartHelperInThread(), noErr);
     EXPECT_EQ(workspace.opened().size(), 1U);
@@ -378,13 +378,13 @@ TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
 }
 
 TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     transport.answerWith({procNotFound, std::nullopt});
     workspace.answer = [](const std::string&) { return false; };
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
   });
-  inUsedHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
+  withUsedHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_TRUE(workspace.opened().empty());
@@ -392,7 +392,7 @@ TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
 }
 
 TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCall) {
-  inUsedHost(informationWithHelper(), [this](const Host& host) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
     communicator();
     const std::size_t before = threads.count();
@@ -404,7 +404,7 @@ TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCal
 }
 
 TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     threads.runNext();  // the start-up thread, which has nothing to do here
     EXPECT_TRUE(transport.sent().empty());
@@ -416,7 +416,7 @@ TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
 }
 
 TEST_F(HelperCommunicate, AutoRestartReturnsZeroWhenNoThreadCanBeMade) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     communicator();
     const std::size_t before = threads.count();
     threads.refuses = true;
@@ -431,7 +431,7 @@ TEST_F(HelperCommunicate, AutoRestartReturnsZeroWhenNoThreadCanBeMade) {
 }
 
 TEST_F(HelperCommunicate, AHundredGuardedRequestsMakeEightThreadsAndOneCheckMore) {
-  inUsedHost(informationWithHelper(), [this](const Host&) {
+  withUsedHost(informationWithHelper(), [this](const Host&) {
     communicator();
     threads.runNext();  // the start-up thread
     transport.reset();
@@ -444,7 +444,7 @@ TEST_F(HelperCommunicate, AHundredGuardedRequestsMakeEightThreadsAndOneCheckMore
 }
 
 TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     std::promise<void> release;
     std::shared_future<void> released(release.get_future());
@@ -464,7 +464,7 @@ TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
 }
 
 TEST_F(HelperCommunicate, ClientIDIsAbsentWhileItIsFetched) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     EXPECT_EQ(communicator().clientIDFormHelper(), "client 1");
     EXPECT_EQ(communicator().clientID(), "client 1");
@@ -480,7 +480,7 @@ TEST_F(HelperCommunicate, ClientIDIsAbsentWhileItIsFetched) {
 }
 
 TEST_F(HelperCommunicate, ClientIDIsAbsentAfterARequestWithoutAnAnswer) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     communicator().clientIDFormHelper();
     transport.answer(clientIDFormHelper, Answer{procNotFound, std::nullopt});
@@ -490,14 +490,14 @@ TEST_F(HelperCommunicate, ClientIDIsAbsentAfterARequestWithoutAnAnswer) {
 }
 
 TEST_F(HelperCommunicate, ReadingTheClientIDSendsNothing) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().clientID(), std::nullopt);
     EXPECT_TRUE(transport.sent().empty());
   });
 }
 
 TEST_F(HelperCommunicate, ReadingTheClientIDDoesNotWaitForARequestUnderWay) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     std::promise<void> release;
     transport.answer(clientIDFormHelper, Answerer([&](const auto&) {
@@ -514,7 +514,7 @@ TEST_F(HelperCommunicate, ReadingTheClientIDDoesNotWaitForARequestUnderWay) {
 }
 
 TEST_F(HelperCommunicate, CannotBeCalledByNameAndKeepsItsPlace) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     EXPECT_EQ(communicator().className(), "QBHPHelperCommunicate");
     EXPECT_EQ(communicator().performSelector("stopHelper", {}), std::nullopt);
     CapturedLog log;
@@ -526,7 +526,7 @@ TEST_F(HelperCommunicate, CannotBeCalledByNameAndKeepsItsPlace) {
 }
 
 TEST_F(HelperCommunicate, ManyChecksAtOnceLeaveAConsistentState) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
     transport.answer(clientIDFormHelper, Answer{noErr, "client 1"});
     std::vector<std::thread> checks;

@@ -11,10 +11,9 @@
 #include <utility>
 #include <vector>
 
-#include "Host.h"
+#include "CommunicatorTest.h"
 #include "Platform/Loop/RunLoop.h"
 #include "ProductClient/QBHPHelper.h"
-#include "Seams.h"
 #include "support/RecordingTransport.h"
 #include "support/WatchedThread.h"
 
@@ -41,27 +40,24 @@ String installTime(const Host& host) {
   return value == nullptr ? std::nullopt : String(*value->string());
 }
 
-// The facade with a run loop whose timer fires when it is told to, and with threads that are held.
-class Helper : public testing::Test {
+class Helper : public CommunicatorTest {
  protected:
-  Helper() { transport.reset(); }
-
-  QBHPHelper& helper() { return QBHPHelper::share(); }
+  QBHPHelper& helper() { return facade(); }
   const RecordingRunLoop::Timer& timer() { return *runLoop.timers().at(0); }
-  // Runs everything that was to run on threads of its own.
-  void runThreads() {
-    while (threads.count() > 0) threads.runNext();
-  }
-
-  RecordingTransport& transport = RecordingTransport::installed();
-  HeldThreads threads;
-  RecordingWorkspace workspace;
-  RecordingRunLoop runLoop;
 };
 
-TEST_F(Helper, ShareIsOneObjectWithOneTimerOf60Seconds) {
-  inUsedHost(hostInformation(), [this](const Host&) {
-    EXPECT_EQ(&helper(), &QBHPHelper::share());
+TEST_F(Helper, ShareIsOneObjectOverTheSharedCommunicator) {
+  inUsedHost(hostInformation(), [](const Host&) {
+    auto& helper = QBHPHelper::share();
+    EXPECT_EQ(&helper, &QBHPHelper::share());
+    helper.setDataCollectPID("DATA");
+    EXPECT_EQ(QBHPHelperCommunicate::share().collectDataPID(), "DATA");
+  });
+}
+
+TEST_F(Helper, CreationSchedulesOneTimerOf60Seconds) {
+  withUsedHost(hostInformation(), [this](const Host&) {
+    helper();
     ASSERT_EQ(runLoop.timers().size(), 1U);
     EXPECT_EQ(timer().interval(), std::chrono::seconds(60));
     EXPECT_TRUE(timer().isValid());
@@ -69,7 +65,7 @@ TEST_F(Helper, ShareIsOneObjectWithOneTimerOf60Seconds) {
 }
 
 TEST_F(Helper, CreationMakesTheCommunicatorButStartsNothing) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     helper();
     EXPECT_EQ(threads.count(), 1U);  // the communicator's start-up thread and no check
     EXPECT_EQ(installTime(host), std::nullopt);
@@ -79,7 +75,7 @@ TEST_F(Helper, CreationMakesTheCommunicatorButStartsNothing) {
 }
 
 TEST_F(Helper, FirstStartStoresTheInstallTimeAsLocalTime) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     setenv("TZ", "XYZ-13:45", 1);
     tzset();
     const std::string before = localTime();
@@ -96,7 +92,7 @@ TEST_F(Helper, FirstStartStoresTheInstallTimeAsLocalTime) {
 
 TEST_F(Helper, LaterStartsLeaveTheInstallTimeAlone) {
   for (const char* value : {"", "20010203040506", "anything"}) {
-    inHost(hostInformation(), [&](const Host& host) {
+    withHost(hostInformation(), [&](const Host& host) {
       host.writeDefaults(hostIdentifier, {{"installTime", value}});
       helper().startHelper();
       helper().startHelper();
@@ -106,7 +102,7 @@ TEST_F(Helper, LaterStartsLeaveTheInstallTimeAlone) {
 }
 
 TEST_F(Helper, InstallTimeOfAnotherTypeIsLeftAlone) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"installTime", 7}});
     helper().startHelper();
     EXPECT_EQ(*host.readDefaults(hostIdentifier).find("installTime"), PropertyList(7));
@@ -114,17 +110,19 @@ TEST_F(Helper, InstallTimeOfAnotherTypeIsLeftAlone) {
 }
 
 TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondNeitherWaitsNorStoresAnything) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     helper();
-    runThreads();
+    threads.runAll();
     bool isFirst = true;
     String storedMeanwhile;
-    const WatchedDefaults defaults([&](std::string_view key) {
-      if (key != "installTime" || !std::exchange(isFirst, false)) return;
+    now = [&] {
       // The first has found none, and stores its own next.
-      std::thread([this] { helper().startHelper(); }).join();
-      storedMeanwhile = installTime(host);
-    });
+      if (std::exchange(isFirst, false)) {
+        std::thread([this] { helper().startHelper(); }).join();
+        storedMeanwhile = installTime(host);
+      }
+      return HostSystem().now();
+    };
     helper().startHelper();
     EXPECT_EQ(storedMeanwhile, std::nullopt);
     EXPECT_TRUE(installTime(host).has_value());
@@ -132,24 +130,24 @@ TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondNeitherWaitsNorStoresAnything) {
 }
 
 TEST_F(Helper, InstallTimeIsStoredBeforeTheCheckIsDetached) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     helper();
-    runThreads();
+    threads.runAll();
     bool isStored = false;
-    threads.onDetach = [&] { isStored = installTime(host).has_value(); };
+    threads.onStart = [&] { isStored = installTime(host).has_value(); };
     helper().startHelper();
     EXPECT_EQ(threads.count(), 1U);
     EXPECT_TRUE(isStored);
     EXPECT_TRUE(transport.sent().empty());
-    runThreads();
+    threads.runAll();
     EXPECT_EQ(transport.countOf(isAlive), 1U);
   });
 }
 
 TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     helper();
-    runThreads();
+    threads.runAll();
     helper().stopHelper();
     EXPECT_EQ(
         transport.sentEvents(),
@@ -159,46 +157,46 @@ TEST_F(Helper, StopHelperSendsTheStopRequestAndKeepsTheTimer) {
 }
 
 TEST_F(Helper, ATickAfterStopChecksAgainAndStartsTheHelperAgain) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     helper().startHelper();
-    runThreads();
+    threads.runAll();
     helper().stopHelper();
     transport.reset();
     timer().fire();
-    runThreads();
+    threads.runAll();
     EXPECT_EQ(transport.countOf(isAlive), 1U);
     EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
   });
 }
 
 TEST_F(Helper, EveryTickChecksAndStampsTheInstallTimeIfMissing) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     helper();
-    runThreads();
+    threads.runAll();
     EXPECT_EQ(installTime(host), std::nullopt);
     timer().fire();
     EXPECT_TRUE(installTime(host).has_value());
     timer().fire();
     EXPECT_EQ(threads.count(), 2U);
-    runThreads();
+    threads.runAll();
     EXPECT_EQ(transport.countOf(isAlive), 2U);
   });
 }
 
 TEST_F(Helper, ACallBackWithTheStoredTimerStarts) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     helper();
-    runThreads();
+    threads.runAll();
     helper().autoautoStartIntervaTimerMethod(&timer());
-    runThreads();
+    threads.runAll();
     EXPECT_EQ(transport.countOf(isAlive), 1U);
   });
 }
 
 TEST_F(Helper, ACallBackWithAnyOtherArgumentDoesNothing) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     helper();
-    runThreads();
+    threads.runAll();
     const RecordingRunLoop::Timer other(std::chrono::seconds(60), [](const RunLoopTimer&) {});
     helper().autoautoStartIntervaTimerMethod(&other);
     helper().autoautoStartIntervaTimerMethod(nullptr);
@@ -209,10 +207,10 @@ TEST_F(Helper, ACallBackWithAnyOtherArgumentDoesNothing) {
 }
 
 TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     helper();
-    runThreads();
-    static auto& second = *new QBHPHelper;  // as long as the process, like the first
+    threads.runAll();
+    const auto second = makeFacade();
     ASSERT_EQ(runLoop.timers().size(), 2U);
     EXPECT_EQ(threads.count(), 0U);  // the communicator is the same, and not started again
     EXPECT_TRUE(timer().isValid());
@@ -222,16 +220,16 @@ TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
     runLoop.timers().at(1)->fire();
     EXPECT_EQ(threads.count(), 1U);
     helper().autoautoStartIntervaTimerMethod(runLoop.timers().at(1).get());
-    second.autoautoStartIntervaTimerMethod(runLoop.timers().at(1).get());
+    second->autoautoStartIntervaTimerMethod(runLoop.timers().at(1).get());
     EXPECT_EQ(threads.count(), 3U);
   });
 }
 
 TEST_F(Helper, TheEndOfAnObjectEndsTheTimerInUse) {
-  inUsedHost(hostInformation(), [this](const Host&) {
+  withUsedHost(hostInformation(), [this](const Host&) {
     helper();
-    runThreads();
-    { const QBHPHelper second; }
+    threads.runAll();
+    makeFacade().reset();
     ASSERT_EQ(runLoop.timers().size(), 2U);
     EXPECT_TRUE(timer().isValid());
     EXPECT_FALSE(runLoop.timers().at(1)->isValid());

@@ -32,18 +32,6 @@ void putExecutable(const fs::path& path) {
   if (error) fs::copy_file(self, path);
 }
 
-void useHome(const fs::path& home) {
-  fs::create_directories(home / ".config");
-  setenv("HOME", home.c_str(), 1);
-  setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
-  // A bus of the machine is no part of a unit test.
-  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
-  for (const char* variable :
-       {"JOURNAL_STREAM", "LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_RUNTIME_DIR"}) {
-    unsetenv(variable);
-  }
-}
-
 // Bodies are counted, so that a test may have several.
 int nextBody(const std::string& test) {
   static std::string current;
@@ -105,6 +93,34 @@ void writeBundle(const fs::path& bundle, const PropertyList::Dictionary& info) {
   writeFile(bundle / "Contents/Info.plist", xmlPropertyList(info).value());
 }
 
+void useHome(const fs::path& home) {
+  fs::create_directories(home / ".config");
+  setenv("HOME", home.c_str(), 1);
+  setenv("XDG_CONFIG_HOME", (home / ".config").c_str(), 1);
+  // A bus of the machine is no part of a unit test.
+  setenv("DBUS_SESSION_BUS_ADDRESS", "unix:path=/nonexistent", 1);
+  for (const char* variable :
+       {"JOURNAL_STREAM", "LANGUAGE", "LC_ALL", "LC_MESSAGES", "LANG", "XDG_RUNTIME_DIR"}) {
+    unsetenv(variable);
+  }
+}
+
+Bundle bundleWith(const PropertyList::Dictionary& info) {
+  const TemporaryDirectory directory;
+  writeBundle(directory.path() / "Host.app", info);
+  return Bundle::withPath(directory.path() / "Host.app").value();
+}
+
+Host writeHost(const fs::path& root, const PropertyList::Dictionary& info,
+               const std::map<std::string, std::string>& infoPlistStrings) {
+  Host host = hostIn(root);
+  writeBundle(host.bundle, info);
+  for (const auto& [language, text] : infoPlistStrings) {
+    writeFile(host.resources() / (language + ".lproj") / "InfoPlist.strings", text);
+  }
+  return host;
+}
+
 void enterPrivateHome() {
   if (const char* root = std::getenv(rootVariable)) return useHome(hostIn(root).home);
   static const TemporaryDirectory home;
@@ -124,11 +140,7 @@ void inHost(const PropertyList::Dictionary& info, const std::function<void(const
   }
 
   const TemporaryDirectory root;
-  const Host host = hostIn(root.path());
-  writeBundle(host.bundle, info);
-  for (const auto& [language, text] : infoPlistStrings) {
-    writeFile(host.resources() / (language + ".lproj") / "InfoPlist.strings", text);
-  }
+  const Host host = writeHost(root.path(), info, infoPlistStrings);
   const fs::path executable = host.bundle / "Contents/Linux/Host";
   putExecutable(executable);
   setenv(rootVariable, root.path().c_str(), 1);
@@ -145,13 +157,16 @@ void inHost(const PropertyList::Dictionary& info, const std::function<void(const
 
 void inUsedHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
                 const std::map<std::string, std::string>& infoPlistStrings) {
-  const auto afterEarlierStarts = [&](const Host& host) {
+  inHost(info, afterEarlierStarts(body), infoPlistStrings);
+}
+
+std::function<void(const Host&)> afterEarlierStarts(const std::function<void(const Host&)>& body) {
+  return [body](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false},
                                         {"FirstStartPID", firstProduct},
                                         {"DataCollectPID", dataProduct}});
     body(host);
   };
-  inHost(info, afterEarlierStarts, infoPlistStrings);
 }
 
 RunningProcess::~RunningProcess() { end(); }

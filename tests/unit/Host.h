@@ -8,6 +8,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Bundles/Bundle.h"
 #include "Platform/PropertyLists/PropertyList.h"
 #include "support/Environment.h"
 
@@ -43,8 +44,18 @@ void inHost(const PropertyList::Dictionary& info, const std::function<void(const
 // No two of these identifiers are equal, so that a request that takes the wrong one is noticed.
 void inUsedHost(const PropertyList::Dictionary& info, const std::function<void(const Host&)>& body,
                 const std::map<std::string, std::string>& infoPlistStrings = {});
+std::function<void(const Host&)> afterEarlierStarts(const std::function<void(const Host&)>& body);
 inline constexpr const char* firstProduct = "2002";
 inline constexpr const char* dataProduct = "3003";
+
+// A bundle with this information dictionary and nothing else; its files are gone.
+Bundle bundleWith(const PropertyList::Dictionary& info);
+
+// Writes the bundle and the home directory of a host below a directory.
+Host writeHost(const std::filesystem::path& root, const PropertyList::Dictionary& info,
+               const std::map<std::string, std::string>& infoPlistStrings);
+// Makes this process use a home directory, no bus and no language.
+void useHome(const std::filesystem::path& home);
 
 // To be called first by main(): gives the process a home directory of its own, if it does not run a
 // body already.

@@ -12,8 +12,9 @@
 #include <utility>
 #include <vector>
 
+#include "HeldThreads.h"
+#include "ProductClient/DetachedThread.h"
 #include "ProductClient/LivenessChecks.h"
-#include "Seams.h"
 
 namespace qbdkr::test {
 namespace {
@@ -28,17 +29,16 @@ class HeldLivenessChecks : public testing::Test {
     for (unsigned i = 0; i < count; ++i) checks.request();
   }
 
-  void runThreads() {
-    while (threads.count() > 0) threads.runNext();
-  }
+  void runThreads() { threads.runAll(); }
 
   std::function<void()> onCheck = [] {};
   unsigned begun = 0;
   HeldThreads threads;
   LivenessChecks checks{[this] {
-    ++begun;
-    onCheck();
-  }};
+                          ++begun;
+                          onCheck();
+                        },
+                        threads.starter()};
 };
 
 TEST_F(HeldLivenessChecks, ARequestIsFollowedByOneCheckOnAThreadOfItsOwn) {
@@ -136,7 +136,7 @@ TEST_F(HeldLivenessChecks, ARequestWithoutAThreadIsCoveredByACheckThatRuns) {
 TEST_F(HeldLivenessChecks, AFailureDoesNotForgetARequestThatCameMeanwhile) {
   request(limit - 1);
   bool isFirst = true;
-  threads.onDetach = [&] {
+  threads.onStart = [&] {
     threads.refuses = true;
     if (std::exchange(isFirst, false)) checks.request();  // beyond the limit
   };
@@ -193,7 +193,7 @@ class Gate {
 TEST(LivenessChecks, RunAtMostEightAtATimeHoweverManyThreadsAsk) {
   // Both stay for the threads, which still leave them when the test has seen all that it waits for.
   static auto& gate = *new Gate;
-  static auto& checks = *new LivenessChecks([] { gate.pass(); });
+  static auto& checks = *new LivenessChecks([] { gate.pass(); }, detachNewThread);
   constexpr unsigned askers = 4;
   std::vector<std::thread> asking;
   for (unsigned i = 0; i < askers; ++i) {

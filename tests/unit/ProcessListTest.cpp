@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstddef>
 #include <cstdlib>
+#include <functional>
 #include <limits>
 #include <memory>
 #include <optional>
@@ -17,7 +18,6 @@
 #include "ClientComm/QBHPProcessList.h"
 #include "Host.h"
 #include "Platform/Processes/ProcessTable.h"
-#include "Seams.h"
 
 namespace qbdkr::test {
 namespace {
@@ -27,8 +27,9 @@ constexpr const char* ownIdentifier = "com.Example.UnitTests";
 // The table of processes is one for the whole machine, so no two tests may use the same identifier.
 std::string otherIdentifier() { return "com.Example.Other.P" + std::to_string(getpid()); }
 
-std::optional<QBHPProcessList::Entry> entryOf(pid_t processID) {
-  const auto entries = QBHPProcessList::share().getBSDProcessList();
+std::optional<QBHPProcessList::Entry> entryOf(pid_t processID,
+                                              QBHPProcessList& list = QBHPProcessList::share()) {
+  const auto entries = list.getBSDProcessList();
   const auto found = std::ranges::find_if(
       entries, [&](const auto& entry) { return entry.at("pid") == std::to_string(processID); });
   return found == entries.end() ? std::nullopt : std::optional(*found);
@@ -159,15 +160,26 @@ TEST(ProcessList, ARunningApplicationIsFoundByItsExactIdentifier) {
   EXPECT_FALSE(list.applicationIsRunning("", "/any/path"));
 }
 
+// Over the real table, with a call after each copy of it.
+class WatchedProcessList : public QBHPProcessList {
+ public:
+  explicit WatchedProcessList(std::function<void()> onCopy)
+      : QBHPProcessList([onCopy] {
+          auto table = fetchProcessTable();
+          onCopy();
+          return table;
+        }) {}
+};
+
 TEST(ProcessList, AnAbsentArgumentIsNotRunningWithoutALookAtTheProcesses) {
-  auto& list = QBHPProcessList::share();
-  const WatchedProcessTable table;
+  unsigned copies = 0;
+  WatchedProcessList list([&] { ++copies; });
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, "/any/path"));
   EXPECT_FALSE(list.applicationIsRunning(ownIdentifier, std::nullopt));
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, std::nullopt));
-  EXPECT_EQ(table.queries, 0U);
+  EXPECT_EQ(copies, 0U);
   EXPECT_TRUE(list.applicationIsRunning(ownIdentifier, ""));
-  EXPECT_GT(table.queries, 0U);
+  EXPECT_EQ(copies, 1U);
 }
 
 TEST(ProcessList, AnotherApplicationIsFoundWhileItRuns) {
@@ -190,9 +202,8 @@ TEST(ProcessList, AnApplicationThatEndsMeanwhileIsListedUnderItsCommandName) {
                                                        {"CFBundleName", "The Other"}});
     const pid_t processID = other.processID();
     EXPECT_EQ(entryOf(processID).value().at("pname"), "The Other");
-    WatchedProcessTable table;
-    table.onCopy = [&] { other.end(); };
-    const auto entry = entryOf(processID);
+    WatchedProcessList list([&] { other.end(); });
+    const auto entry = entryOf(processID, list);
     ASSERT_TRUE(entry.has_value());
     EXPECT_EQ(*entry, (QBHPProcessList::Entry{{"pname", "Application"},
                                               {"pid", std::to_string(processID)},
@@ -205,9 +216,8 @@ TEST(ProcessList, AnApplicationThatEndsMeanwhileIsNotRunning) {
     const std::string identifier = otherIdentifier();
     RunningApplication other(host.home / "Other.app", {{"CFBundleIdentifier", identifier}});
     EXPECT_TRUE(QBHPProcessList::share().applicationIsRunning(identifier, "/any/path"));
-    WatchedProcessTable table;
-    table.onCopy = [&] { other.end(); };
-    EXPECT_FALSE(QBHPProcessList::share().applicationIsRunning(identifier, "/any/path"));
+    WatchedProcessList list([&] { other.end(); });
+    EXPECT_FALSE(list.applicationIsRunning(identifier, "/any/path"));
   });
 }
 

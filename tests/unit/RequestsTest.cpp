@@ -8,11 +8,10 @@
 #include <vector>
 
 #include "ClientComm/Exceptions.h"
+#include "CommunicatorTest.h"
 #include "FailingMemory.h"
-#include "Host.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 
@@ -247,7 +246,7 @@ const std::vector<Request>& requests() {
   return table;
 }
 
-class Requests : public testing::Test {
+class Requests : public CommunicatorTest {
  protected:
   // One request, with an answer that is no special case.
   void expectRow(const Request& request) {
@@ -255,7 +254,7 @@ class Requests : public testing::Test {
     transport.reset();
     transport.answerWith({someStatus, someReply});
     const std::size_t threadsBefore = threads.count();
-    EXPECT_EQ(request.call(Communicator::share()), request.result);
+    EXPECT_EQ(request.call(communicator()), request.result);
     ASSERT_EQ(transport.sent().size(), 1U);
     const auto sent = transport.sent().front();
     EXPECT_EQ(sent.event, (RPCEvent{request.className, request.methodName, request.arguments}));
@@ -263,23 +262,20 @@ class Requests : public testing::Test {
     EXPECT_EQ(sent.target.bundleID, helperIdentifier);
     EXPECT_EQ(threads.count() - threadsBefore, request.guard == Guard::yes ? 1U : 0U);
   }
-
-  RecordingTransport& transport = RecordingTransport::installed();
-  HeldThreads threads;
 };
 
 TEST_F(Requests, EachSendsWhatItsRowSaysAndGivesBackWhatItsRowSays) {
-  inUsedHost(hostInformation(), [this](const Host&) {
-    Communicator::share().setCollectDataPID("DATA");
+  withUsedHost(hostInformation(), [this](const Host&) {
+    communicator().setCollectDataPID("DATA");
     for (const Request& request : requests()) expectRow(request);
   });
 }
 
 TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
-  inUsedHost(hostInformation(), [this](const Host& host) {
+  withUsedHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(helperIdentifier, {{"QBHPServerClosed", true}});
-    Communicator::share().setCollectDataPID("DATA");
-    ASSERT_FALSE(Communicator::share().getDefaultHelperServerOpen());
+    communicator().setCollectDataPID("DATA");
+    ASSERT_FALSE(communicator().getDefaultHelperServerOpen());
     for (const Request& request : requests()) expectRow(request);
     // The checks that they have started find the server closed.
     transport.reset();
@@ -291,10 +287,9 @@ TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
 TEST_F(Requests, EachAllocationOfEachMayFail) {
   PropertyList::Dictionary info = hostInformation();
   info.set("PID", std::string(100, '7'));
-  inUsedHost(info, [this](const Host&) {
-    auto& communicator = Communicator::share();
-    communicator.setCollectDataPID(std::string(100, 'd'));
-    for (int i = 0; i < 10; ++i) communicator.autoRestartHelper();  // further ones add no thread
+  withUsedHost(info, [this](const Host&) {
+    communicator().setCollectDataPID(std::string(100, 'd'));
+    for (int i = 0; i < 10; ++i) communicator().autoRestartHelper();  // further ones add no thread
     for (const Request& request : requests()) {
       SCOPED_TRACE(request.name);
       transport.reset();
@@ -304,7 +299,7 @@ TEST_F(Requests, EachAllocationOfEachMayFail) {
       for (bool failed = true; failed; ++allocations) {
         const FailingMemory memory(allocations);
         try {
-          result = request.call(communicator);
+          result = request.call(communicator());
         } catch (const std::exception& exception) {
           ADD_FAILURE() << allocations << ": " << exception.what();
         }
@@ -317,11 +312,10 @@ TEST_F(Requests, EachAllocationOfEachMayFail) {
 }
 
 TEST_F(Requests, AbsentArgumentsTravelAsEmptyTexts) {
-  inUsedHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withUsedHost(hostInformation(), [this](const Host&) {
     transport.reset();
-    communicator.uploadLogByEmail(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
-    communicator.customerserviceByEmail("mail", std::nullopt);
+    communicator().uploadLogByEmail(std::nullopt, std::nullopt, std::nullopt, std::nullopt);
+    communicator().customerserviceByEmail("mail", std::nullopt);
     const auto sent = transport.sentEvents();
     ASSERT_EQ(sent.size(), 2U);
     EXPECT_EQ(sent[0].arguments, (Texts{"4711", "3.1", "", "", "", ""}));
@@ -333,23 +327,22 @@ TEST_F(Requests, HostWithoutIdentitySendsEmptyTexts) {
   PropertyList::Dictionary info = hostInformation();
   info.erase("PID");
   info.erase("CFBundleVersion");
-  inUsedHost(info, [this](const Host&) {
+  withUsedHost(info, [this](const Host&) {
     transport.reset();
-    Communicator::share().showHelper();
+    communicator().showHelper();
     EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"", ""}));
   });
 }
 
 TEST_F(Requests, DataIsCollectedUnderTheFirstStartsProductUnlessOneIsSet) {
-  inHost(hostInformation(), [this](const Host& host) {
+  withHost(hostInformation(), [this](const Host& host) {
     host.writeDefaults(hostIdentifier, {{"IsFirstStart", false}, {"FirstStartPID", "OLD"}});
-    auto& communicator = Communicator::share();
     transport.reset();
-    communicator.directUploadData();
-    communicator.setCollectDataPID("DATA");
-    communicator.directUploadData();
-    communicator.setCollectDataPID("");
-    communicator.directUploadData();
+    communicator().directUploadData();
+    communicator().setCollectDataPID("DATA");
+    communicator().directUploadData();
+    communicator().setCollectDataPID("");
+    communicator().directUploadData();
     const auto sent = transport.sentEvents();
     ASSERT_EQ(sent.size(), 3U);
     EXPECT_EQ(sent[0].arguments, (Texts{"OLD", "3.1"}));
@@ -359,17 +352,16 @@ TEST_F(Requests, DataIsCollectedUnderTheFirstStartsProductUnlessOneIsSet) {
 }
 
 TEST_F(Requests, CollectStatusIsYesForExactlyOneOnly) {
-  inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withHost(hostInformation(), [this](const Host&) {
     for (const char* reply : {"0", "", " 1", "true", "1 ", "11"}) {
       transport.answerWith({noErr, reply});
-      EXPECT_FALSE(communicator.productCollectStatus()) << '"' << reply << '"';
+      EXPECT_FALSE(communicator().productCollectStatus()) << '"' << reply << '"';
     }
     transport.answerWith({noErr, std::nullopt});
-    EXPECT_FALSE(communicator.productCollectStatus());
+    EXPECT_FALSE(communicator().productCollectStatus());
     transport.answerWith({noErr, "1"});
     CapturedLog log;
-    EXPECT_TRUE(communicator.productCollectStatus());
+    EXPECT_TRUE(communicator().productCollectStatus());
     EXPECT_EQ(log.lines(), (Texts{"---- result: 1"}));
   });
 }
@@ -380,8 +372,7 @@ struct SuiteAnswer {
 };
 
 TEST_F(Requests, SuiteAnswerIsReadByFields) {
-  inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withHost(hostInformation(), [this](const Host&) {
     const SuiteAnswer answers[] = {
         {"U###300###200", "url = U width = 300 height = 200"},
         {"U###abc###7", "url = U width = 0 height = 7"},
@@ -392,19 +383,18 @@ TEST_F(Requests, SuiteAnswerIsReadByFields) {
     };
     for (const SuiteAnswer& answer : answers) {
       transport.answerWith({noErr, answer.reply});
-      EXPECT_EQ(communicator.regSuiteInfo().description(), answer.description);
-      EXPECT_EQ(communicator.unRegSuiteInfo().description(), answer.description);
+      EXPECT_EQ(communicator().regSuiteInfo().description(), answer.description);
+      EXPECT_EQ(communicator().unRegSuiteInfo().description(), answer.description);
     }
   });
 }
 
 TEST_F(Requests, SuiteAnswerOfTooFewFieldsThrowsTheRangeException) {
-  inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withHost(hostInformation(), [this](const Host&) {
     for (const char* reply : {"U###1", "U", "###"}) {
       transport.answerWith({noErr, reply});
-      EXPECT_THROW(communicator.regSuiteInfo(), RangeException) << '"' << reply << '"';
-      EXPECT_THROW(communicator.unRegSuiteInfo(), std::out_of_range) << '"' << reply << '"';
+      EXPECT_THROW(communicator().regSuiteInfo(), RangeException) << '"' << reply << '"';
+      EXPECT_THROW(communicator().unRegSuiteInfo(), std::out_of_range) << '"' << reply << '"';
     }
   });
 }
@@ -414,14 +404,13 @@ constexpr SuiteRequest suiteRequests[] = {&Communicator::regSuiteInfo,
                                           &Communicator::unRegSuiteInfo};
 
 TEST_F(Requests, NoSuiteAnswerGivesNoURLAndNoSize) {
-  inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withHost(hostInformation(), [this](const Host&) {
     const RecordingTransport::Answer withoutText[] = {
         {procNotFound, std::nullopt}, {noErr, std::nullopt}, {noErr, ""}};
     for (const auto& answer : withoutText) {
       transport.answerWith(answer);
       for (const SuiteRequest request : suiteRequests) {
-        const QBHPSuiteInfo info = (communicator.*request)();
+        const QBHPSuiteInfo info = (communicator().*request)();
         EXPECT_EQ(info.URL(), std::nullopt);
         EXPECT_EQ(info.width(), 0);
         EXPECT_EQ(info.height(), 0);
@@ -431,57 +420,55 @@ TEST_F(Requests, NoSuiteAnswerGivesNoURLAndNoSize) {
 }
 
 TEST_F(Requests, SuiteAnswersAreLoggedUnderTheSameNameForBothKindsOfSuite) {
-  inHost(hostInformation(), [this](const Host&) {
-    auto& communicator = Communicator::share();
+  withHost(hostInformation(), [this](const Host&) {
     for (const String& reply : {String(), String(someReply)}) {
       transport.answerWith({noErr, reply});
       CapturedLog regLog;
-      communicator.regSuiteInfo();
+      communicator().regSuiteInfo();
       EXPECT_EQ(regLog.lines(), (Texts{"replay = " + reply.value_or("(null)"),
                                        "regSuiteStr = " + reply.value_or("(null)")}));
       CapturedLog unRegLog;
-      communicator.unRegSuiteInfo();
+      communicator().unRegSuiteInfo();
       EXPECT_EQ(unRegLog.lines(), Texts{"regSuiteStr = " + reply.value_or("(null)")});
     }
   });
 }
 
 TEST_F(Requests, NetErrorPagePathIsAbsentWithoutAReplyAndForAnEmptyOne) {
-  inHost(hostInformation(), [this](const Host&) {
-    RecordingRunLoop runLoop;
+  withHost(hostInformation(), [this](const Host&) {
     const RecordingTransport::Answer withoutText[] = {
         {procNotFound, std::nullopt}, {noErr, std::nullopt}, {noErr, ""}};
     for (const auto& answer : withoutText) {
       transport.answerWith(answer);
-      EXPECT_EQ(Communicator::share().netErrorPagePath(), std::nullopt);
-      EXPECT_EQ(QBHPHelper::share().netErrorPagePath(), std::nullopt);
+      EXPECT_EQ(communicator().netErrorPagePath(), std::nullopt);
+      EXPECT_EQ(facade().netErrorPagePath(), std::nullopt);
     }
   });
 }
 
 TEST_F(Requests, GetterOfTheUpgradeDelegateThrowsAsAnUnknownMethodDoes) {
-  inHost(hostInformation(), [](const Host&) {
-    EXPECT_THROW(Communicator::share().getProductUpgradeDelegate(), UnrecognizedSelectorException);
-    EXPECT_THROW(Communicator::share().getProductUpgradeDelegate(), std::logic_error);
+  withHost(hostInformation(), [this](const Host&) {
+    EXPECT_THROW(communicator().getProductUpgradeDelegate(), UnrecognizedSelectorException);
+    EXPECT_THROW(communicator().getProductUpgradeDelegate(), std::logic_error);
   });
 }
 
 TEST_F(Requests, UpgradeDelegateIsHandedToTheUpgradeService) {
-  inHost(hostInformation(), [](const Host&) {
+  withHost(hostInformation(), [this](const Host&) {
     class Delegate : public QBHPProductUpgradeCallBackDelegate {
     } delegate;
-    Communicator::share().setProductUpgradeDelegate(&delegate);
+    communicator().setProductUpgradeDelegate(&delegate);
     EXPECT_EQ(QBHPUpgradeByHelper::share().productUpgradeDelegate(), &delegate);
-    Communicator::share().setProductUpgradeDelegate(nullptr);
+    communicator().setProductUpgradeDelegate(nullptr);
     EXPECT_EQ(QBHPUpgradeByHelper::share().productUpgradeDelegate(), nullptr);
   });
 }
 
 TEST_F(Requests, OnlyTenSaysThatTheServerIsSwitchedOff) {
-  inHost(hostInformation(), [](const Host&) {
-    EXPECT_TRUE(Communicator::share().isHelperSeverNotOpen(10));
+  withHost(hostInformation(), [this](const Host&) {
+    EXPECT_TRUE(communicator().isHelperSeverNotOpen(10));
     for (const OSErr other : std::vector<OSErr>{0, 1, 9, 11, -10, -600}) {
-      EXPECT_FALSE(Communicator::share().isHelperSeverNotOpen(other)) << other;
+      EXPECT_FALSE(communicator().isHelperSeverNotOpen(other)) << other;
     }
   });
 }
@@ -494,9 +481,8 @@ struct FacadeCall {
 };
 
 TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
-  inUsedHost(hostInformation(), [this](const Host&) {
-    RecordingRunLoop runLoop;
-    auto& helper = QBHPHelper::share();
+  withUsedHost(hostInformation(), [this](const Host&) {
+    auto& helper = facade();
     helper.setDataCollectPID("DATA");
     const FacadeCall calls[] = {
         {"stopHelper",
@@ -561,19 +547,17 @@ TEST_F(Requests, FacadeForwardsEachCallUnchanged) {
 }
 
 TEST_F(Requests, FacadeTellsTheCollectStatusThatWasAnswered) {
-  inHost(hostInformation(), [this](const Host&) {
-    RecordingRunLoop runLoop;
+  withHost(hostInformation(), [this](const Host&) {
     transport.answerWith({noErr, "1"});
-    EXPECT_TRUE(QBHPHelper::share().productCollectStatus());
+    EXPECT_TRUE(facade().productCollectStatus());
     transport.answerWith({noErr, "0"});
-    EXPECT_FALSE(QBHPHelper::share().productCollectStatus());
+    EXPECT_FALSE(facade().productCollectStatus());
   });
 }
 
 TEST_F(Requests, EmptyOrAbsentDataCollectPIDIsIgnoredByTheFacade) {
-  inHost(hostInformation(), [](const Host& host) {
-    RecordingRunLoop runLoop;
-    auto& helper = QBHPHelper::share();
+  withHost(hostInformation(), [this](const Host& host) {
+    auto& helper = facade();
     helper.setDataCollectPID("DATA");
     helper.setDataCollectPID("");
     helper.setDataCollectPID(std::nullopt);

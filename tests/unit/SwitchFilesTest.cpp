@@ -20,7 +20,7 @@
 #include <vector>
 
 #include "ClientComm/QBHPHelperControl.h"
-#include "Host.h"
+#include "CommunicatorTest.h"
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
@@ -30,7 +30,6 @@
 #include "Platform/Text/Text.h"
 #include "ProductClient/QBHPHelper.h"
 #include "ProductClient/QBHPHelperCommunicate.h"
-#include "Seams.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 #include "support/RefusedCall.h"
@@ -177,7 +176,7 @@ Dictionary information(std::initializer_list<Dictionary::Entry> more = {}) {
 
 const Strings english{{"en", "/* a comment */ \"Name\" = \"Host\";"}};
 
-class SwitchFiles : public testing::Test {
+class SwitchFiles : public CommunicatorTest {
  protected:
   static fs::path propertyList(const Host& host) { return host.bundle / "Contents/Info.plist"; }
   static fs::path folder(const Host& host, const std::string& language = "en") {
@@ -204,78 +203,71 @@ class SwitchFiles : public testing::Test {
     FileState text;
   };
 
-  // The communicator is made without its start-up thread, and lives as long as the body's process.
-  static void write(Writer writer, bool value) { (Communicator::share().*writer)(value); }
-
-  RecordingTransport& transport = RecordingTransport::installed();
-  HeldThreads threads;
+  void write(Writer writer, bool value) { (communicator().*writer)(value); }
 };
 
 // --- Which file
 
 TEST_F(SwitchFiles, SearchFindsTheFilesOfABundle) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        auto& communicator = Communicator::share();
+      [this](const Host& host) {
         const std::string bundle = host.bundle;
-        EXPECT_EQ(communicator.searchPlistFilePath(bundle), propertyList(host));
+        EXPECT_EQ(communicator().searchPlistFilePath(bundle), propertyList(host));
         CapturedLog log;
-        EXPECT_EQ(communicator.searchCurrentStringsFilePath(bundle), strings(host));
+        EXPECT_EQ(communicator().searchCurrentStringsFilePath(bundle), strings(host));
         EXPECT_EQ(log.lines(), Lines{"(en)"});
       },
       english);
 }
 
 TEST_F(SwitchFiles, SearchNamesAStringsFileThatIsNotThere) {
-  inHost(information(), [](const Host& host) {
+  withHost(information(), [this](const Host& host) {
     fs::create_directories(folder(host));
-    EXPECT_EQ(Communicator::share().searchCurrentStringsFilePath(host.bundle.string()),
-              strings(host));
+    EXPECT_EQ(communicator().searchCurrentStringsFilePath(host.bundle.string()), strings(host));
     EXPECT_FALSE(fs::exists(strings(host)));
   });
 }
 
 TEST_F(SwitchFiles, SearchFindsNothingWhereThereIsNothing) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        auto& communicator = Communicator::share();
+      [this](const Host& host) {
         fs::create_directories(host.home / "Empty.app/Contents");
         for (const char* name : {"Empty.app", "none"}) {
           const std::string path = host.home / name;
-          EXPECT_EQ(communicator.searchPlistFilePath(path), std::nullopt);
+          EXPECT_EQ(communicator().searchPlistFilePath(path), std::nullopt);
           CapturedLog log;
-          EXPECT_EQ(communicator.searchCurrentStringsFilePath(path), std::nullopt);
+          EXPECT_EQ(communicator().searchCurrentStringsFilePath(path), std::nullopt);
           EXPECT_EQ(log.lines(), Lines{"(null)"});
         }
-        EXPECT_EQ(communicator.searchPlistFilePath(std::nullopt), std::nullopt);
-        EXPECT_EQ(communicator.searchCurrentStringsFilePath(std::nullopt), std::nullopt);
+        EXPECT_EQ(communicator().searchPlistFilePath(std::nullopt), std::nullopt);
+        EXPECT_EQ(communicator().searchCurrentStringsFilePath(std::nullopt), std::nullopt);
       },
       english);
 }
 
 TEST_F(SwitchFiles, SearchInAnotherBundleUsesTheLanguageOfTheProcess) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         const fs::path other = host.home / "Other.app";
         writeFile(other / "Contents/Other.plist", "");
         writeFile(other / "Contents/Resources/de.lproj/a.strings", "\"TipsEnable\" = \"1\";");
-        auto& communicator = Communicator::share();
-        EXPECT_EQ(communicator.searchPlistFilePath(other.string()), other / "Contents/Other.plist");
-        EXPECT_EQ(communicator.searchCurrentStringsFilePath(other.string()), std::nullopt);
+        EXPECT_EQ(communicator().searchPlistFilePath(other.string()),
+                  other / "Contents/Other.plist");
+        EXPECT_EQ(communicator().searchCurrentStringsFilePath(other.string()), std::nullopt);
         writeFile(other / "Contents/Resources/en.lproj/b.strings", "\"TipsEnable\" = \"1\";");
-        EXPECT_EQ(communicator.searchCurrentStringsFilePath(other.string()),
+        EXPECT_EQ(communicator().searchCurrentStringsFilePath(other.string()),
                   other / "Contents/Resources/en.lproj/b.strings");
       },
       english);
 }
 
 TEST_F(SwitchFiles, SearchTakesTheFirstOfSeveralInTheOrderOfTheFolder) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         const auto first = [](const fs::path& directory, const std::string& extension) {
           for (const auto& entry : fs::directory_iterator(directory)) {
             if (entry.path().extension() == extension) return entry.path();
@@ -288,18 +280,18 @@ TEST_F(SwitchFiles, SearchTakesTheFirstOfSeveralInTheOrderOfTheFolder) {
         }
         fs::remove(strings(host));
         const std::string bundle = host.bundle;
-        EXPECT_EQ(Communicator::share().searchPlistFilePath(bundle),
+        EXPECT_EQ(communicator().searchPlistFilePath(bundle),
                   first(host.bundle / "Contents", ".plist"));
-        EXPECT_EQ(Communicator::share().searchCurrentStringsFilePath(bundle),
+        EXPECT_EQ(communicator().searchCurrentStringsFilePath(bundle),
                   first(folder(host), ".strings"));
       },
       english);
 }
 
 TEST_F(SwitchFiles, FileThatCarriesTheTipsSwitchGetsBothSwitches) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         const fs::path other = folder(host) / "Other.strings";
         writeFile(other, "\"TipsEnable\" = \"0\";");
         const FileState before = aged(strings(host));
@@ -312,9 +304,9 @@ TEST_F(SwitchFiles, FileThatCarriesTheTipsSwitchGetsBothSwitches) {
 }
 
 TEST_F(SwitchFiles, FilesWithoutTheTipsSwitchOrOfAnotherKindAreNotChosen) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         writeFile(folder(host) / "Advertising.strings", "\"EnableAD\" = \"0\";");
         writeFile(folder(host) / "Broken.strings", "\"TipsEnable\" = ");
         writeFile(folder(host) / "Tips.txt", "\"TipsEnable\" = \"0\";");
@@ -329,22 +321,22 @@ TEST_F(SwitchFiles, FilesWithoutTheTipsSwitchOrOfAnotherKindAreNotChosen) {
 }
 
 TEST_F(SwitchFiles, OnlyTheLanguageOfTheProcessIsWritten) {
-  inHost(information(),
-         [](const Host& host) {
-           setenv("LANG", "de_DE.UTF-8", 1);
-           const FileState before = aged(strings(host, "en"));
-           write(&Communicator::setTipsEnable, true);
-           EXPECT_EQ(stateOf(strings(host, "en")), before);
-           EXPECT_EQ(dictionaryIn(strings(host, "de")),
-                     (Dictionary{{"Name", "Wirt"}, {"TipsEnable", "1"}}));
-         },
-         {{"en", "\"Name\" = \"Host\";"}, {"de", "\"Name\" = \"Wirt\";"}});
+  withHost(information(),
+           [this](const Host& host) {
+             setenv("LANG", "de_DE.UTF-8", 1);
+             const FileState before = aged(strings(host, "en"));
+             write(&Communicator::setTipsEnable, true);
+             EXPECT_EQ(stateOf(strings(host, "en")), before);
+             EXPECT_EQ(dictionaryIn(strings(host, "de")),
+                       (Dictionary{{"Name", "Wirt"}, {"TipsEnable", "1"}}));
+           },
+           {{"en", "\"Name\" = \"Host\";"}, {"de", "\"Name\" = \"Wirt\";"}});
 }
 
 TEST_F(SwitchFiles, WithoutAFolderForTheLanguageOnlyThePropertyListIsWritten) {
   for (const Switch& row : {tips, advertising}) {
-    inHost(information(), [&row](const Host& host) {
-      Communicator::share();
+    withHost(information(), [&](const Host& host) {
+      communicator();
       {
         CapturedLog log;
         write(row.toStrings, true);
@@ -367,10 +359,10 @@ TEST_F(SwitchFiles, WithoutAFolderForTheLanguageOnlyThePropertyListIsWritten) {
 TEST_F(SwitchFiles, EachWriterWritesItsKeyIntoItsFileOnly) {
   for (const Switch& row : {tips, advertising}) {
     for (const bool value : {true, false}) {
-      inHost(
+      withHost(
           information(),
-          [&row, value](const Host& host) {
-            Communicator::share();
+          [&](const Host& host) {
+            communicator();
             const BothFiles files(host);
             CapturedLog log;
             write(row.toStrings, value);
@@ -392,10 +384,10 @@ TEST_F(SwitchFiles, EachWriterWritesItsKeyIntoItsFileOnly) {
 
 TEST_F(SwitchFiles, SettersWriteBothFilesAndLogOneSearch) {
   for (const Switch& row : {tips, advertising}) {
-    inHost(
+    withHost(
         information(),
-        [&row](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           for (const bool value : {true, false, true}) {
             CapturedLog log;
             write(row.toBoth, value);
@@ -410,12 +402,11 @@ TEST_F(SwitchFiles, SettersWriteBothFilesAndLogOneSearch) {
 }
 
 TEST_F(SwitchFiles, FacadeSetsTheTipsSwitchInBothFiles) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        RecordingRunLoop runLoop;
+      [this](const Host& host) {
         for (const bool value : {false, true, false}) {
-          QBHPHelper::share().setTipsEnable(value);
+          facade().setTipsEnable(value);
           EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", value}}));
           EXPECT_EQ(dictionaryIn(strings(host)),
                     (Dictionary{{"Name", "Host"}, {"TipsEnable", value ? "1" : "0"}}));
@@ -426,10 +417,10 @@ TEST_F(SwitchFiles, FacadeSetsTheTipsSwitchInBothFiles) {
 
 TEST_F(SwitchFiles, SettersWriteThePropertyListBeforeTheStringsFile) {
   for (const Switch& row : {tips, advertising}) {
-    inHost(
+    withHost(
         information(),
-        [&row](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           const std::vector<fs::path> files{propertyList(host), strings(host)};
           WriteOrder order(files);
           write(row.toBoth, true);
@@ -440,23 +431,23 @@ TEST_F(SwitchFiles, SettersWriteThePropertyListBeforeTheStringsFile) {
 }
 
 TEST_F(SwitchFiles, WrittenStringsFileIsUTF16WithOnePairALine) {
-  inHost(information(),
-         [](const Host& host) {
-           write(&Communicator::saveTipsEnableTostringsFile, true);
-           EXPECT_EQ(readFile(strings(host)),
-                     writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
-                                    "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
-                                    "\"TipsEnable\" = \"1\";\n"));
-           write(&Communicator::saveEnableADToStringsFile, false);
-           write(&Communicator::saveTipsEnableTostringsFile, false);
-           EXPECT_EQ(readFile(strings(host)),
-                     writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
-                                    "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
-                                    "\"TipsEnable\" = \"0\";\n\"EnableAD\" = \"0\";\n"));
-         },
-         {{"en",
-           "// a comment\nName = \"Gr\u00FC\u00DFe \U0001F600\"; /* another */\n\n"
-           "\"two words\"=\"say \\\"hi\\\"\\n\";"}});
+  withHost(information(),
+           [this](const Host& host) {
+             write(&Communicator::saveTipsEnableTostringsFile, true);
+             EXPECT_EQ(readFile(strings(host)),
+                       writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
+                                      "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
+                                      "\"TipsEnable\" = \"1\";\n"));
+             write(&Communicator::saveEnableADToStringsFile, false);
+             write(&Communicator::saveTipsEnableTostringsFile, false);
+             EXPECT_EQ(readFile(strings(host)),
+                       writtenStrings("\"Name\" = \"Gr\u00FC\u00DFe \U0001F600\";\n"
+                                      "\"two words\" = \"say \\\"hi\\\"\\n\";\n"
+                                      "\"TipsEnable\" = \"0\";\n\"EnableAD\" = \"0\";\n"));
+           },
+           {{"en",
+             "// a comment\nName = \"Gr\u00FC\u00DFe \U0001F600\"; /* another */\n\n"
+             "\"two words\"=\"say \\\"hi\\\"\\n\";"}});
 }
 
 TEST_F(SwitchFiles, StringsFileOfAnyFormBecomesThatOfOne) {
@@ -464,13 +455,13 @@ TEST_F(SwitchFiles, StringsFileOfAnyFormBecomesThatOfOne) {
   for (const std::string& before :
        {writtenStrings("\"Name\" = \"Host\";"), xmlPropertyList(pairs).value(),
         std::string("\xEF\xBB\xBFName = Host;")}) {
-    inHost(information(),
-           [](const Host& host) {
-             write(&Communicator::saveTipsEnableTostringsFile, true);
-             EXPECT_EQ(readFile(strings(host)),
-                       writtenStrings("\"Name\" = \"Host\";\n\"TipsEnable\" = \"1\";\n"));
-           },
-           {{"en", before}});
+    withHost(information(),
+             [this](const Host& host) {
+               write(&Communicator::saveTipsEnableTostringsFile, true);
+               EXPECT_EQ(readFile(strings(host)),
+                         writtenStrings("\"Name\" = \"Host\";\n\"TipsEnable\" = \"1\";\n"));
+             },
+             {{"en", before}});
   }
 }
 
@@ -484,8 +475,8 @@ TEST_F(SwitchFiles, PropertyListOfAnyFormBecomesXML) {
   for (const std::string& before :
        {binary, "{ K = v; }"s,
         "<plist>" + comment + "<dict><key>K</key><string>v</string></dict></plist>"}) {
-    inHost(information(), [&before](const Host& host) {
-      Communicator::share();
+    withHost(information(), [&](const Host& host) {
+      communicator();
       writeFile(propertyList(host), before);
       ASSERT_EQ(dictionaryIn(propertyList(host)), (Dictionary{{"K", "v"}}));
       write(&Communicator::saveTipsEnableToPlistFile, true);
@@ -505,7 +496,7 @@ TEST_F(SwitchFiles, OtherValuesOfThePropertyListAreKept) {
                                        {"List", PropertyList::Array{"a", false}},
                                        {"Map", Dictionary{{"<&>", "\U0001F600"}}},
                                        {"EnableAD", true}});
-  inHost(info, [&info](const Host& host) {
+  withHost(info, [&](const Host& host) {
     write(&Communicator::setEnableAD, false);
     Dictionary expected = info;
     expected.set("EnableAD", false);
@@ -514,9 +505,9 @@ TEST_F(SwitchFiles, OtherValuesOfThePropertyListAreKept) {
 }
 
 TEST_F(SwitchFiles, WrittenFilesStayTheSameFiles) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0640));
           fs::create_hard_link(file, file.string() + "-link");
@@ -538,9 +529,9 @@ TEST_F(SwitchFiles, WrittenFilesStayTheSameFiles) {
 }
 
 TEST_F(SwitchFiles, SymbolicLinkIsFollowedAndKept) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         const fs::path elsewhere = host.home / "elsewhere";
         fs::rename(strings(host), elsewhere);
         fs::create_symlink(elsewhere, strings(host));
@@ -552,15 +543,15 @@ TEST_F(SwitchFiles, SymbolicLinkIsFollowedAndKept) {
 }
 
 TEST_F(SwitchFiles, FileThatAnotherWriterHoldsForAMomentIsReadWhenHeIsDone) {
-  inHost(information(), [](const Host& host) {
-    Communicator::share();
+  withHost(information(), [this](const Host& host) {
+    communicator();
     bool written = false;
     // On a busy machine the moment may be too long for the writer that waits.
     for (int attempt = 0; attempt < 100 && !written; ++attempt) {
       writeBundle(host.bundle, information());
       auto lock = FileLock::acquire(propertyList(host), std::chrono::milliseconds(0));
       ASSERT_TRUE(lock.isHeld());
-      WatchedThread writer([] { write(&Communicator::saveTipsEnableToPlistFile, true); });
+      WatchedThread writer([this] { write(&Communicator::saveTipsEnableToPlistFile, true); });
       EXPECT_TRUE(writer.waits());
       writeBundle(host.bundle, information({{"Other", "kept"}}));
       lock.release();
@@ -576,10 +567,10 @@ TEST_F(SwitchFiles, FileThatAnotherWriterHoldsForAMomentIsReadWhenHeIsDone) {
 TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
   static constexpr std::chrono::seconds bound(2);  // ten times what it may wait
   for (const Switch& row : {tips, advertising}) {
-    inHost(
+    withHost(
         information(),
-        [&row](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           const BothFiles files(host);
           const auto list = FileLock::acquire(propertyList(host), std::chrono::milliseconds(0));
           auto text = FileLock::acquire(strings(host), std::chrono::milliseconds(0));
@@ -601,10 +592,10 @@ TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
 TEST_F(SwitchFiles, FilesCanBeReadBeforeTheyAreCut) {
   const std::string comment = "/* " + std::string(2000, 'c') + " */";
   for (const std::string& odd : {comment, comment + ' '}) {
-    inHost(
+    withHost(
         information(),
-        [&odd](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           const Dictionary before = information({{"EnableAD", false}});
           writeFile(propertyList(host),
                     xmlPropertyList(before).value() + "<!-- " + std::string(500, 'c') + " -->");
@@ -620,10 +611,10 @@ TEST_F(SwitchFiles, FilesCanBeReadBeforeTheyAreCut) {
 
 TEST_F(SwitchFiles, WithoutAPropertyListTheStringsFileIsWrittenAllTheSame) {
   for (const Switch& row : {tips, advertising}) {
-    inHost(
+    withHost(
         information(),
-        [&row](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           fs::remove(propertyList(host));
           write(row.toBoth, true);
           EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {row.key, "1"}}));
@@ -635,8 +626,8 @@ TEST_F(SwitchFiles, WithoutAPropertyListTheStringsFileIsWrittenAllTheSame) {
 
 // As one that a writer in another process has left when it was killed.
 TEST_F(SwitchFiles, FileOfAWriterThatWasKilledIsTakenBackFirst) {
-  inHost(information(), [](const Host& host) {
-    Communicator::share();
+  withHost(information(), [this](const Host& host) {
+    communicator();
     const std::string before = xmlPropertyList(information({{"Other", "kept"}})).value();
     const std::string after(before.size(), ' ');
     writeFile(host.bundle / "Contents/.Info.plist.qbhp-rewrite",
@@ -654,18 +645,18 @@ TEST_F(SwitchFiles, FileOfAWriterThatWasKilledIsTakenBackFirst) {
 TEST_F(SwitchFiles, UnchangedValueTouchesNeitherFile) {
   for (const Switch& row : {tips, advertising}) {
     for (const bool value : {true, false}) {
-      inHost(information({{row.key, value}}),
-             [&row, value](const Host& host) {
-               Communicator::share();
-               const BothFiles files(host);
-               write(row.toBoth, value);
-               write(row.toPropertyList, value);
-               write(row.toStrings, value);
-               files.expectUntouched();
-               write(row.toBoth, !value);
-               files.expectWritten();
-             },
-             {{"en", "/* kept */ " + std::string(row.key) + " = " + (value ? "1" : "0") + ";"}});
+      withHost(information({{row.key, value}}),
+               [&](const Host& host) {
+                 communicator();
+                 const BothFiles files(host);
+                 write(row.toBoth, value);
+                 write(row.toPropertyList, value);
+                 write(row.toStrings, value);
+                 files.expectUntouched();
+                 write(row.toBoth, !value);
+                 files.expectWritten();
+               },
+               {{"en", "/* kept */ " + std::string(row.key) + " = " + (value ? "1" : "0") + ";"}});
     }
   }
 }
@@ -679,8 +670,8 @@ TEST_F(SwitchFiles, ValueOfAnotherKindCountsByItsBooleanReading) {
                               {"1x", true},  {"NO", false}, {"", false},          {"on", false},
                               {"-", false},  {1, true},     {-1, true},           {0, false},
                               {0.5, true},   {0.0, false},  {Dictionary(), false}};
-  inHost(information(), [&rows](const Host& host) {
-    Communicator::share();
+  withHost(information(), [&](const Host& host) {
+    communicator();
     for (std::size_t i = 0; i < rows.size(); ++i) {
       SCOPED_TRACE(i);
       writeBundle(host.bundle, information({{"TipsEnable", rows[i].value}}));
@@ -694,9 +685,9 @@ TEST_F(SwitchFiles, ValueOfAnotherKindCountsByItsBooleanReading) {
 }
 
 TEST_F(SwitchFiles, MissingKeyIsAddedForFalseAsWell) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
+      [this](const Host& host) {
         write(&Communicator::setEnableAD, false);
         EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", false}}));
         EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {"EnableAD", "0"}}));
@@ -705,15 +696,15 @@ TEST_F(SwitchFiles, MissingKeyIsAddedForFalseAsWell) {
 }
 
 TEST_F(SwitchFiles, FilesThatAreMissingAreNotMade) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         fs::remove(propertyList(host));
         fs::remove(strings(host));
         for (const Switch& row : {tips, advertising}) {
           write(row.toBoth, true);
-          (Communicator::share().*row.sync)();
+          (communicator().*row.sync)();
         }
         EXPECT_FALSE(fs::exists(propertyList(host)));
         EXPECT_TRUE(fs::is_empty(folder(host)));
@@ -723,10 +714,10 @@ TEST_F(SwitchFiles, FilesThatAreMissingAreNotMade) {
 
 TEST_F(SwitchFiles, FilesThatCannotBeReadAsADictionaryAreLeftAlone) {
   for (const char* contents : {"", "\"Name\" = ", "<plist><array/></plist>", "bplist00"}) {
-    inHost(
+    withHost(
         information(),
-        [contents](const Host& host) {
-          Communicator::share();
+        [&](const Host& host) {
+          communicator();
           for (const fs::path& file : {propertyList(host), strings(host)}) {
             writeFile(file, contents);
           }
@@ -739,10 +730,10 @@ TEST_F(SwitchFiles, FilesThatCannotBeReadAsADictionaryAreLeftAlone) {
 }
 
 TEST_F(SwitchFiles, FilesThatMayNotBeWrittenAreLeftAlone) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0444));
         }
@@ -750,17 +741,17 @@ TEST_F(SwitchFiles, FilesThatMayNotBeWrittenAreLeftAlone) {
         const ObeyedPermissions obeyed;
         write(&Communicator::setTipsEnable, true);
         write(&Communicator::setEnableAD, true);
-        Communicator::share().saveTipsEnable();
+        communicator().saveTipsEnable();
         files.expectUntouched();
       },
       english);
 }
 
 TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         const BothFiles files(host);
         for (const fs::path& file : {propertyList(host), strings(host)}) {
           fs::permissions(file, fs::perms(0200));
@@ -779,10 +770,10 @@ TEST_F(SwitchFiles, FilesThatMayNotBeReadAreLeftAlone) {
 }
 
 TEST_F(SwitchFiles, FoldersThatMayNotBeWrittenDoNotKeepTheirFilesFromIt) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         const std::vector<fs::path> folders{host.bundle / "Contents", folder(host)};
         for (const fs::path& path : folders) fs::permissions(path, fs::perms(0555));
         {
@@ -797,10 +788,10 @@ TEST_F(SwitchFiles, FoldersThatMayNotBeWrittenDoNotKeepTheirFilesFromIt) {
 }
 
 TEST_F(SwitchFiles, FolderThatMayNotBeListedHasItsUsualFileOnly) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         const fs::path other = folder(host) / "Other.strings";
         writeFile(other, "\"TipsEnable\" = \"0\";");
         fs::permissions(folder(host), fs::perms(0111));
@@ -816,10 +807,10 @@ TEST_F(SwitchFiles, FolderThatMayNotBeListedHasItsUsualFileOnly) {
 }
 
 TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         const BothFiles files(host);
         {
           const CapturedLog log;  // the log may be such a file itself
@@ -836,15 +827,15 @@ TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
 // --- What a start does
 
 TEST_F(SwitchFiles, SyncAddsAMissingKeyWithItsDefaultToThePropertyListOnly) {
-  inHost(
+  withHost(
       information(),
-      [](const Host& host) {
-        Communicator::share();
+      [this](const Host& host) {
+        communicator();
         const FileState text = aged(strings(host));
         CapturedLog log;
-        Communicator::share().saveTipsEnable();
+        communicator().saveTipsEnable();
         EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", true}}));
-        Communicator::share().saveEnableAD();
+        communicator().saveEnableAD();
         EXPECT_EQ(dictionaryIn(propertyList(host)),
                   information({{"TipsEnable", true}, {"EnableAD", false}}));
         EXPECT_EQ(stateOf(strings(host)), text);
@@ -857,10 +848,10 @@ TEST_F(SwitchFiles, SyncLeavesAFileThatSaysTheSameUntouched) {
   for (const Switch& row : {tips, advertising}) {
     for (const PropertyList& value :
          {PropertyList(true), PropertyList(false), PropertyList("YES"), PropertyList(0)}) {
-      inHost(information({{row.key, value}}), [&row](const Host& host) {
-        Communicator::share();
+      withHost(information({{row.key, value}}), [&](const Host& host) {
+        communicator();
         const FileState before = aged(propertyList(host));
-        (Communicator::share().*row.sync)();
+        (communicator().*row.sync)();
         EXPECT_EQ(stateOf(propertyList(host)), before);
       });
     }
@@ -870,35 +861,35 @@ TEST_F(SwitchFiles, SyncLeavesAFileThatSaysTheSameUntouched) {
 TEST_F(SwitchFiles, SyncTakesTheLocalizedValue) {
   for (const Switch& row : {tips, advertising}) {
     for (const bool localized : {true, false}) {
-      inHost(information({{row.key, !localized}}),
-             [&row, localized](const Host& host) {
-               Communicator::share();
-               const FileState text = aged(strings(host));
-               (Communicator::share().*row.sync)();
-               EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, localized}}));
-               EXPECT_EQ(stateOf(strings(host)), text);
-             },
-             {{"en", std::string(row.key) + " = " + (localized ? "YES" : "NO") + ";"}});
+      withHost(information({{row.key, !localized}}),
+               [&](const Host& host) {
+                 communicator();
+                 const FileState text = aged(strings(host));
+                 (communicator().*row.sync)();
+                 EXPECT_EQ(dictionaryIn(propertyList(host)), information({{row.key, localized}}));
+                 EXPECT_EQ(stateOf(strings(host)), text);
+               },
+               {{"en", std::string(row.key) + " = " + (localized ? "YES" : "NO") + ";"}});
     }
   }
 }
 
 TEST_F(SwitchFiles, SyncAddsTheLocalizedValueOfAKeyThatThePropertyListLacks) {
-  inHost(information(),
-         [](const Host& host) {
-           Communicator::share().saveTipsEnable();
-           Communicator::share().saveEnableAD();
-           EXPECT_EQ(dictionaryIn(propertyList(host)),
-                     information({{"TipsEnable", false}, {"EnableAD", true}}));
-         },
-         {{"en", "TipsEnable = 0; EnableAD = 1;"}});
+  withHost(information(),
+           [this](const Host& host) {
+             communicator().saveTipsEnable();
+             communicator().saveEnableAD();
+             EXPECT_EQ(dictionaryIn(propertyList(host)),
+                       information({{"TipsEnable", false}, {"EnableAD", true}}));
+           },
+           {{"en", "TipsEnable = 0; EnableAD = 1;"}});
 }
 
 TEST_F(SwitchFiles, SyncGoesByWhatTheProcessReadWhenItBegan) {
-  inHost(information({{"TipsEnable", true}}), [](const Host& host) {
-    Communicator::share();
+  withHost(information({{"TipsEnable", true}}), [this](const Host& host) {
+    communicator();
     writeBundle(host.bundle, information({{"TipsEnable", false}}));
-    Communicator::share().saveTipsEnable();
+    communicator().saveTipsEnable();
     EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"TipsEnable", true}}));
   });
 }
@@ -912,7 +903,7 @@ TEST_F(SwitchFiles, ControlCopiesWhatTheInformationDictionarySays) {
   };
   for (const Row& row :
        {Row{true, true}, Row{false, false}, Row{"YES", true}, Row{"0", false}, Row{3, true}}) {
-    inHost(information({{"EnableAD", row.stored}}), [&row](const Host& host) {
+    inHost(information({{"EnableAD", row.stored}}), [&](const Host& host) {
       EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
       EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", row.copied}}));
     });

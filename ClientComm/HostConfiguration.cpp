@@ -1,0 +1,57 @@
+#include "ClientComm/HostConfiguration.h"
+
+#include <string>
+#include <utility>
+
+#include "ClientComm/InfoKeys.h"
+#include "Platform/Files/Files.h"
+
+namespace qbdkr {
+namespace {
+
+String pathIn(const Bundle& host, std::string_view key) {
+  const auto value = host.infoString(key);
+  return value && !value->empty() ? String(expandTilde(*value)) : std::nullopt;
+}
+
+}  // namespace
+
+HostConfiguration::HostConfiguration(Bundle host) : host_(std::move(host)) {}
+
+String HostConfiguration::productID() const { return host_.infoString(infokey::productID); }
+
+String HostConfiguration::productVersion() const { return host_.infoString(kCFBundleVersionKey); }
+
+String HostConfiguration::helperIdentifier() const {
+  return host_.infoString(infokey::helperBundleIdentifier);
+}
+
+String HostConfiguration::helperName() const {
+  auto name = host_.infoString(infokey::heleprAppName);
+  return name ? name : host_.infoString(infokey::helperAppName);
+}
+
+String HostConfiguration::helperResource() const {
+  const auto name = helperName();
+  return name ? host_.pathForResource(*name, "app") : std::nullopt;
+}
+
+String HostConfiguration::installDirectory() const {
+  auto directory = pathIn(host_, infokey::helperLoactionPath);
+  return directory ? directory : pathIn(host_, infokey::helperLocationPath);
+}
+
+String HostConfiguration::installedHelper() const {
+  const auto directory = installDirectory();
+  const auto name = helperName();
+  if (!directory || !name) return std::nullopt;
+  return appendPathComponent(*directory, *name) + ".app";
+}
+
+bool HostConfiguration::requiresInstalledHelper() const {
+  const PropertyList* required =
+      host_.objectForInfoDictionaryKey(infokey::helperMustBeInstalledCopy);
+  return required != nullptr && boolValue(*required);
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,80 @@
+#include "ProductClient/HelperInstaller.h"
+
+#include <chrono>
+#include <utility>
+
+#include "ClientComm/QBHPVersion.h"
+#include "Platform/Bundles/Bundle.h"
+#include "Platform/Files/FileError.h"
+#include "Platform/Files/FileTree.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Log/Log.h"
+
+namespace qbdkr {
+namespace {
+
+// Several hosts may bring the same helper agent at the same time. One that is stopped in the middle
+// must not keep the others from starting.
+constexpr std::chrono::seconds deploymentPatience(30);
+
+std::string describeBelow(const std::string& item, const FileError& error) {
+  return error.path == item ? error.message : error.message + ": " + error.path;
+}
+
+}  // namespace
+
+HelperInstaller::HelperInstaller(HostConfiguration configuration, HostSystem system,
+                                 std::function<void()> askToExit)
+    : configuration_(std::move(configuration)),
+      system_(std::move(system)),
+      askToExit_(std::move(askToExit)) {}
+
+void HelperInstaller::install() {
+  const auto directory = configuration_.installDirectory();
+  if (directory && !fileExists(*directory)) createDirectory(*directory);
+  const auto resource = configuration_.helperResource();
+  if (!resource || !directory) return;
+  const auto lock = system_.lock(*directory, deploymentPatience);
+  if (lock.isTaken()) {
+    logFailedCopy({*directory, "another process has kept its lock"});
+    return;
+  }
+  const std::string installed = appendPathComponent(*directory, lastPathComponent(*resource));
+  clearInterrupted(installed);
+  if (fileExists(installed) && !makeWayFor(*resource, installed)) return;
+  if (const auto error = copyItem(*resource, installed)) {
+    logFailedCopy(*error);
+    return;
+  }
+  loggedFailure_ = 0;
+}
+
+bool HelperInstaller::makeWayFor(const std::string& resource, const std::string& installed) {
+  const auto version = versionOfBundle(resource);
+  const auto installedVersion = versionOfBundle(installed);
+  if (compareVersion(view(version), view(installedVersion)) != 1) {
+    log("helper in conetent's version is lower");
+    return false;
+  }
+  const auto identifier = configuration_.helperIdentifier();
+  if (system_.isRunning(view(identifier), installed)) askToExit_();
+  if (const auto error = removeItem(installed)) {
+    log("remove %@ error %@", {installed, describeBelow(installed, *error)});
+    return false;
+  }
+  log("helper version = %@", {view(version)});
+  return true;
+}
+
+void HelperInstaller::logFailedCopy(const FileError& error) {
+  const std::size_t failure = std::hash<std::string>{}(error.path + '\n' + error.message);
+  if (loggedFailure_.exchange(failure) == failure) return;
+  log("copy %@ error %@", {error.path, error.message});
+}
+
+String versionOfBundle(const std::string& path) {
+  const auto bundle = Bundle::withPath(path);
+  return bundle ? bundle->infoString(kCFBundleVersionKey) : std::nullopt;
+}
+
+}  // namespace qbdkr

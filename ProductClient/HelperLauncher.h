@@ -1,0 +1,26 @@
+#pragma once
+
+#include <functional>
+
+#include "ClientComm/HostConfiguration.h"
+#include "ProductClient/HostSystem.h"
+
+namespace qbdkr {
+
+// Makes sure that the installed helper agent runs. Any thread.
+class HelperLauncher {
+ public:
+  // Calls install if nothing is installed.
+  HelperLauncher(HostConfiguration configuration, HostSystem system, std::function<void()> install);
+
+  // Opens the helper agent unless it runs. False without a name or a directory for it, or if it
+  // could not be opened. Blocks as QBHPHelperCommunicate::launchHelepr() says.
+  [[nodiscard]] bool launch();
+
+ private:
+  HostConfiguration configuration_;
+  HostSystem system_;
+  std::function<void()> install_;
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,31 @@
+#pragma once
+
+#include <chrono>
+#include <ctime>
+#include <functional>
+#include <string>
+
+#include "ClientComm/QBHPProcessList.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Files/FileLock.h"
+#include "Platform/Workspace/Workspace.h"
+#include "ProductClient/DetachedThread.h"
+
+namespace qbdkr {
+
+// The calls by which the communicator reaches the machine around it. Tests pass others.
+struct HostSystem {
+  std::function<bool(std::function<void()>)> startThread = detachNewThread;
+  std::function<bool(Text bundleIdentifier, Text path)> isRunning = [](Text identifier, Text path) {
+    return QBHPProcessList::share().applicationIsRunning(identifier, path);
+  };
+  std::function<bool(const std::string& path)> open = openFile;
+  std::function<void(const std::string& path)> waitWhileOpened = qbdkr::waitWhileOpened;
+  std::function<FileLock(const std::string& path, std::chrono::milliseconds patience)> lock =
+      FileLock::acquire;
+  std::function<std::time_t()> now = [] {
+    return std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
+  };
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,64 @@
+#pragma once
+
+#include "ClientComm/OutOfMemory.h"
+#include "ClientComm/TextValue.h"
+#include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Base/Status.h"
+#include "ProductClient/StartRecords.h"
+
+namespace qbdkr {
+
+// How a host names its product in requests.
+struct ProductIdentity {
+  String identifier;
+  String version;
+};
+
+// Makes the requests of the services with the product's identity before the arguments:
+// post(&QBHPHelperControl::start). Throws nothing: without memory, for the identity's texts too, a
+// request is refused with paramErr or has no answer. Any thread.
+class ProductRequests {
+ public:
+  explicit ProductRequests(StartRecords& records) : records_(records) {}
+
+  void setProduct(ProductIdentity product);
+
+  // The status of a request that does not wait.
+  template <class Method, class... Arguments>
+  OSErr post(Method method, const Arguments&... arguments) const {
+    return request(product, paramErr, method, arguments...);
+  }
+
+  // The same for the product under which usage data is collected. Reads the settings.
+  template <class Method, class... Arguments>
+  OSErr postForData(Method method, const Arguments&... arguments) const {
+    return request(productOfData, paramErr, method, arguments...);
+  }
+
+  // The answer to a request, for which it waits.
+  template <class Method>
+  [[nodiscard]] String ask(Method method) const {
+    return request(product, String(), method);
+  }
+
+ private:
+  using Identity = ProductIdentity(const ProductRequests&);
+  static ProductIdentity product(const ProductRequests& requests);
+  static ProductIdentity productOfData(const ProductRequests& requests);
+
+  template <class Result, class Service, class... Parameters, class... Arguments>
+  Result request(Identity& identity, Result withoutAnyMemory,
+                 Result (Service::*method)(Text, Text, Parameters...),
+                 const Arguments&... arguments) const {
+    return withoutMemory(withoutAnyMemory, [&]() -> Result {
+      const auto [identifier, version] = identity(*this);
+      return (Service::share().*method)(view(identifier), view(version), arguments...);
+    });
+  }
+
+  StartRecords& records_;
+  mutable ForkSafeMutex mutex_;
+  ProductIdentity product_;
+};
+
+}  // namespace qbdkr

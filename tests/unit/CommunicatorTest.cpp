@@ -1,0 +1,123 @@
+#include "CommunicatorTest.h"
+
+#include <filesystem>
+#include <utility>
+
+#include "ClientComm/HostConfiguration.h"
+#include "ClientComm/QBHPHelperControl.h"
+#include "ClientComm/QBHPUpgradeByHelper.h"
+
+namespace qbdkr::test {
+namespace {
+
+class TestCommunicator : public QBHPHelperCommunicate {
+ public:
+  TestCommunicator(HostConfiguration host, UserDefaults& settings, const HostSystem& system)
+      : QBHPHelperCommunicate(std::move(host), settings, system) {}
+};
+
+class TestFacade : public QBHPHelper {
+ public:
+  TestFacade(QBHPHelperCommunicate& communicator, RunLoop& loop) : QBHPHelper(communicator, loop) {}
+};
+
+}  // namespace
+
+bool RecordingWorkspace::open(const std::string& path) {
+  {
+    const std::lock_guard lock(mutex_);
+    opened_.push_back(path);
+  }
+  return answer(path);
+}
+
+std::vector<std::string> RecordingWorkspace::opened() const {
+  const std::lock_guard lock(mutex_);
+  return opened_;
+}
+
+void RecordingWorkspace::clear() {
+  const std::lock_guard lock(mutex_);
+  opened_.clear();
+  answer = [](const std::string&) { return true; };
+}
+
+FileLock WatchedLocks::acquire(const std::string& path, std::chrono::milliseconds patience) {
+  {
+    const std::lock_guard lock(mutex_);
+    patience_[path] = patience;
+  }
+  return FileLock::acquire(exist ? path : "", wait ? patience : std::chrono::milliseconds(0));
+}
+
+std::chrono::milliseconds WatchedLocks::patienceFor(const std::string& path) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = patience_.find(path);
+  return found == patience_.end() ? std::chrono::milliseconds(0) : found->second;
+}
+
+void WatchedLocks::clear() {
+  const std::lock_guard lock(mutex_);
+  patience_.clear();
+  wait = true;
+  exist = true;
+}
+
+CommunicatorTest::CommunicatorTest() { transport.reset(); }
+CommunicatorTest::~CommunicatorTest() { endHost(); }
+
+void CommunicatorTest::withHost(const PropertyList::Dictionary& info, const Body& body,
+                                const Strings& infoPlistStrings) {
+  const TemporaryDirectory root;
+  const Host host = writeHost(root.path(), info, infoPlistStrings);
+  useHome(host.home);
+  bundle_ = std::make_unique<Bundle>(Bundle::withPath(host.bundle).value());
+  settings_ = std::make_unique<UserDefaults>(
+      bundle_->infoString(kCFBundleIdentifierKey).value_or(""));
+  body(host);
+  endHost();
+}
+
+void CommunicatorTest::withUsedHost(const PropertyList::Dictionary& info, const Body& body,
+                                    const Strings& infoPlistStrings) {
+  withHost(info, afterEarlierStarts(body), infoPlistStrings);
+}
+
+QBHPHelperCommunicate& CommunicatorTest::communicator() {
+  if (communicator_) return *communicator_;
+  HostSystem system;
+  system.startThread = threads.starter();
+  system.open = [this](const std::string& path) { return workspace.open(path); };
+  system.lock = [this](const std::string& path, std::chrono::milliseconds patience) {
+    return locks.acquire(path, patience);
+  };
+  system.now = [this] { return now(); };
+  communicator_ =
+      std::make_unique<TestCommunicator>(HostConfiguration(*bundle_), *settings_, system);
+  return *communicator_;
+}
+
+QBHPHelper& CommunicatorTest::facade() {
+  if (!facade_) facade_ = makeFacade();
+  return *facade_;
+}
+
+std::unique_ptr<QBHPHelper> CommunicatorTest::makeFacade() {
+  return std::make_unique<TestFacade>(communicator(), runLoop);
+}
+
+void CommunicatorTest::endHost() {
+  facade_.reset();
+  runLoop.clear();
+  QBHPHelperControl::share().setHelperCtrlDelegate(nullptr);
+  QBHPUpgradeByHelper::share().setProductUpgradeDelegate(nullptr);
+  communicator_.reset();
+  settings_.reset();
+  bundle_.reset();
+  threads.clear();
+  workspace.clear();
+  locks.clear();
+  transport.reset();
+}
+
+}  // namespace qbdkr::test

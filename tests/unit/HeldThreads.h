@@ -1,0 +1,40 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+namespace qbdkr::test {
+
+// Threads that the framework starts: none begins, and the test runs their bodies.
+class HeldThreads {
+ public:
+  HeldThreads() = default;
+  HeldThreads(const HeldThreads&) = delete;
+  HeldThreads& operator=(const HeldThreads&) = delete;
+
+  // In the place of detachNewThread().
+  bool hold(std::function<void()> body);
+  // The same as a function. This object must outlive it.
+  [[nodiscard]] std::function<bool(std::function<void()>)> starter();
+
+  // Called for each on the thread that starts it, when its body could begin.
+  std::function<void()> onStart = [] {};
+  // Whether no thread can be made.
+  std::atomic<bool> refuses{false};
+
+  [[nodiscard]] std::size_t count() const;
+  // Runs the oldest that has not run yet, on the calling thread.
+  void runNext();
+  // Runs all, and those that they start.
+  void runAll();
+  void clear();
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::function<void()>> bodies_;
+};
+
+}  // namespace qbdkr::test
