@@ -1,6 +1,6 @@
 """Looks at what the macOS side calls: check.py documented|sourced|used|owned ROOT.
 
-documented  every call that is declared stands in backticks in docs/platforms.md
+documented  every call that is declared stands in backticks in docs/macos.md
 sourced     the comment right above every call that is declared names its page
 used        everything that is declared is used
 owned       what a function with "Create" or "Copy" in its name gives goes straight into a CFRef,
@@ -67,10 +67,10 @@ def mentions(name, text):
 
 
 def documented(calls):
-    page = re.sub(r"^```.*?^```", "", (root / "docs/platforms.md").read_text(),
+    page = re.sub(r"^```.*?^```", "", (root / "docs/macos.md").read_text(),
                   flags=re.DOTALL | re.MULTILINE)
     spans = " ".join(re.findall(r"`([^`]+)`", page))
-    return [f"docs/platforms.md does not name `{call[0]}`" for call in calls
+    return [f"docs/macos.md does not name `{call[0]}`" for call in calls
             if not mentions(call[0], spans)]
 
 

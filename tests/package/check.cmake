@@ -49,8 +49,8 @@ run(${COMPILER} ${CONSUMER}/host.cpp -o ${WORK}/host ${flags} ${options} -Wl,-rp
 run(${isolated} ${WORK}/host)
 check_output()
 
-# What the README shows is a whole project.
-run(python3 ${README_PROJECT} ${README} ${WORK}/readme)
+# The code in the README and on the page that it names for the helper agent is a whole project.
+run(python3 ${README_PROJECT} ${ROOT} ${WORK}/readme)
 run(${CMAKE_COMMAND} -S ${WORK}/readme -B ${WORK}/readme/build -G Ninja
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${WORK}/readme/build)

@@ -1,26 +1,26 @@
-"""Makes a project of what the README shows: readme_project.py README DIRECTORY"""
+"""Makes a project of the code that the pages show: readme_project.py ROOT DIRECTORY"""
 
 import pathlib
 import re
 import sys
 
-readme = pathlib.Path(sys.argv[1]).read_text()
-directory = pathlib.Path(sys.argv[2])
+root, directory = map(pathlib.Path, sys.argv[1:3])
 
 
-def block(language, begins_with):
-    found = re.search(f"```{language}\n({re.escape(begins_with)}.*?)```", readme, re.DOTALL)
+def block(page, language, begins_with):
+    found = re.search(f"```{language}\n({re.escape(begins_with)}.*?)```",
+                      (root / page).read_text(), re.DOTALL)
     if found is None:
-        sys.exit(f"the README has no {language} that begins with {begins_with}")
+        sys.exit(f"{page} has no {language} that begins with {begins_with}")
     return found[1]
 
 
-host_plist = block("xml", "<?xml")
+host_plist = block("README.md", "xml", "<?xml")
 directory.mkdir(parents=True, exist_ok=True)
 for name, text in {
-    "CMakeLists.txt": block("cmake", "cmake_minimum_required"),
-    "host.cpp": block("cpp", "#include <csignal>"),
-    "helper.cpp": block("cpp", "#include <array>"),
+    "CMakeLists.txt": block("README.md", "cmake", "cmake_minimum_required"),
+    "host.cpp": block("README.md", "cpp", "#include <csignal>"),
+    "helper.cpp": block("docs/helper-agents.md", "cpp", "#include <array>"),
     "Host.plist": host_plist,
     "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
         ">PhotoTool<", ">AcmeHelper<"),

@@ -1,4 +1,4 @@
-// The helper agent in Python that docs/rpc-events.md shows, taken from there.
+// The helper agent in Python that docs/helper-agents.md shows, taken from there.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -19,7 +19,7 @@ namespace fs = std::filesystem;
 
 // The first block of that language.
 std::string blockOfPage(const std::string& language, const std::string& beginsWith) {
-  const std::string page = readFile(QBDKR_RPC_EVENTS_PAGE);
+  const std::string page = readFile(QBDKR_HELPER_AGENTS_PAGE);
   const std::string fence = "```" + language + "\n" + beginsWith;
   const auto start = page.find(fence);
   if (start == std::string::npos) throw std::runtime_error("no " + language + " on the page");
