@@ -1,0 +1,80 @@
+"""Compares the pages with the tree: check.py links|contract ROOT.
+
+links     every link between pages leads to a file, and to a heading in it
+contract  docs/rpc-events.md and the headers of ClientComm name the same methods of the same classes,
+          and the page gives each as many arguments as its name has colons
+"""
+
+import pathlib
+import re
+import sys
+
+mode, root = sys.argv[1], pathlib.Path(sys.argv[2])
+
+
+def prose(page):
+    return re.sub(r"^```.*?^```", "", page.read_text(), flags=re.DOTALL | re.MULTILINE)
+
+
+def anchors(page):
+    """The headings of a page, as links name them."""
+    for heading in re.findall(r"^#+ (.*)$", prose(page), re.MULTILINE):
+        yield re.sub(r"[^\w\- ]", "", heading.lower()).replace(" ", "-")
+
+
+def links():
+    pages = [root / "README.md", root / "CONTRIBUTING.md", root / "CHANGELOG.md",
+             root / "Platform/README.md", *(root / "docs").glob("*.md")]
+    count = 0
+    for page in pages:
+        text = prose(page)
+        for target in re.findall(r"\]\(([^)\s]+)\)", text):
+            if re.match(r"\w+:", target):
+                continue
+            count += 1
+            name, _, anchor = target.partition("#")
+            other = page.parent / name if name else page
+            if not other.exists() or anchor and anchor not in anchors(other):
+                yield f"{page.relative_to(root)}: {target} leads nowhere"
+        defined = set(re.findall(r"^\[(\w+)\]: ", text, re.MULTILINE))
+        for name in defined ^ set(re.findall(r"\]\[(\w+)\]", text)):
+            yield f"{page.relative_to(root)}: [{name}] is not both defined and used"
+    if count < 40:
+        yield f"only {count} links were found"
+
+
+def methods_of_headers():
+    for header in (root / "ClientComm").rglob("*.h"):
+        text = header.read_text()
+        names = re.findall(r'kClassName = "(\w+)"', text)
+        for method in re.findall(r'selector<[^>]*>\(\s*"([^"]+)"\)', text):
+            yield names[0], method
+
+
+def methods_of_page():
+    """Class, method and arguments of each row that names a method."""
+    page = prose(root / "docs/rpc-events.md")
+    for section in re.split(r"^### ", page, flags=re.MULTILINE)[1:]:
+        heading = re.match(r"`(\w+)`\n", section)
+        for row in re.findall(r"^\| `([^`]+)` \| ([^|]*) \|", section, re.MULTILINE):
+            if heading:
+                yield heading[1], *row
+    yield from re.findall(r"^\| `(QBHP\w+)` \| `([^`]+)` \| ([^|]*) \|", page, re.MULTILINE)
+
+
+def contract():
+    page = list(methods_of_page())
+    ours, theirs = set(methods_of_headers()), {row[:2] for row in page}
+    for name, method in sorted(ours ^ theirs):
+        yield f"{name} {method} stands {'in a header' if (name, method) in ours else 'on the page'} alone"
+    for name, method, arguments in page:
+        count = 0 if arguments == "none" else arguments.count(",") + 1
+        if arguments != "the same" and count != method.count(":"):
+            yield f"{name} {method} does not take {arguments}"
+    if len(ours) < 20:
+        yield f"only {len(ours)} methods were found in headers"
+
+
+wrong = list({"links": links, "contract": contract}[mode]())
+print("\n".join(wrong))
+sys.exit(bool(wrong))
