@@ -11,7 +11,7 @@ template <class Ref>
 class CFRef {
  public:
   CFRef() = default;
-  // Takes over the reference that a function with "Create" or "Copy" in its name has given.
+  // Takes over a reference returned by a function with "Create" or "Copy" in its name.
   explicit CFRef(Ref owned) : ref_(owned) {}
   CFRef(CFRef&& other) noexcept : ref_(std::exchange(other.ref_, nullptr)) {}
   CFRef& operator=(CFRef&& other) noexcept {
@@ -22,7 +22,7 @@ class CFRef {
     if (ref_ != nullptr) CFRelease(ref_);
   }
 
-  // A reference of its own to an object that somebody else owns.
+  // Retains an object that another owner keeps as well.
   [[nodiscard]] static CFRef retained(Ref borrowed) {
     if (borrowed != nullptr) CFRetain(borrowed);
     return CFRef(borrowed);

@@ -2,8 +2,8 @@
 
 namespace qbdkr {
 
-// Calls what may throw where nothing may unwind: in a callback of the system's, or of a library in
-// C. What fails there is left undone.
+// Runs code that may throw where no exception may unwind: in a callback of the system or of a C
+// library. Drops the exception; the work that failed stays undone.
 template <class Body>
 void dropExceptions(const Body& body) noexcept {
   try {

@@ -1,4 +1,4 @@
 #pragma once
 
-// Everything is compiled with hidden visibility; what carries this mark is the public surface.
+// Marks the public surface. Everything else is compiled with hidden visibility.
 #define QBDKR_EXPORT __attribute__((visibility("default")))

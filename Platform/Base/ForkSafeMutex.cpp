@@ -10,7 +10,7 @@
 namespace qbdkr {
 namespace {
 
-// All such mutexes of the process.
+// Holds all mutexes of this kind in the process, and locks them around fork().
 class ForkGuard {
  public:
   ForkGuard() {

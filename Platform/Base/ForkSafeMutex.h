@@ -6,9 +6,10 @@
 
 namespace qbdkr {
 
-// A mutex that is free in a child that was forked, with what it guards whole: fork() waits until no
-// other thread holds one. For what is held for a moment only, never while another one is taken, and
-// never while forking.
+// A mutex that is free in a forked child, with the data it guards consistent: fork() waits until no
+// other thread holds one. Hold it for a moment only. Never take a second one while holding it, and
+// never fork while holding it. Any thread; lock() blocks. The constructor throws std::bad_alloc if
+// out of memory.
 class QBDKR_EXPORT ForkSafeMutex {
  public:
   ForkSafeMutex();

@@ -4,11 +4,11 @@
 
 namespace qbdkr {
 
-// A use of memory that is worth giving back what the allocator kept of it.
+// The least amount of freed memory after which releaseFreeMemory() is worth its time.
 inline constexpr std::size_t memoryPeak = std::size_t{256} << 10U;  // bytes
 
-// Gives the allocator's free memory back to the system, which it would keep for the life of the
-// process. Takes a while: for use after a peak. Any thread.
+// Gives the allocator's free memory back to the system; otherwise the process keeps it until it
+// ends. Slow: call it only after a peak. Any thread.
 void releaseFreeMemory();
 
 }  // namespace qbdkr

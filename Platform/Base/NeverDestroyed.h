@@ -8,12 +8,12 @@
 namespace qbdkr {
 
 // Holds an object that lives until the process ends: threads may use it while the host leaves
-// main(). For a static variable of a function, which is made on first use:
+// main(). Use it for a function's static variable, which is constructed on first use:
 //
 //   static NeverDestroyed service([] { return Service(); });
 //   return *service;
 //
-// The function that makes it stands where it is used, and so may call a private constructor.
+// The lambda is written at the place of use, and so may call a private constructor.
 template <class T>
 class NeverDestroyed {
  public:
