@@ -8,19 +8,19 @@
 
 namespace qbdkr {
 
-// Text in UTF-8 as the system's own, and back. All conversions go by way of counted UTF-16 units: a
-// NUL is a character like any other, and nothing is taken for a byte-order mark.
+// Convert between UTF-8 and the system's strings. Every conversion goes through counted UTF-16
+// units: a NUL is an ordinary character, and nothing is taken for a byte-order mark.
 
-// Null for bytes that are not UTF-8.
+// Null if the bytes are not UTF-8.
 [[nodiscard]] CFRef<CFStringRef> stringFromText(std::string_view utf8);
 [[nodiscard]] CFRef<CFStringRef> stringFromUnits(std::u16string_view units);
 
-// Half a pair becomes U+FFFD.
+// Half a surrogate pair becomes U+FFFD in text, and stays as it is in units.
 [[nodiscard]] std::string textFromString(CFStringRef string);
 [[nodiscard]] std::u16string unitsFromString(CFStringRef string);
 
-// A file URL for a path of bytes, and back. Null, or absent, for a path that holds a NUL or cannot
-// be had.
+// Convert the path of a directory to a file URL, and back. Null if the path is empty or holds a
+// NUL; absent if the URL is null or has no path in the file system.
 [[nodiscard]] CFRef<CFURLRef> directoryURL(std::string_view path);
 [[nodiscard]] std::optional<std::string> pathFromURL(CFURLRef url);
 

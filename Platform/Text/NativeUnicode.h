@@ -5,15 +5,17 @@
 
 namespace qbdkr {
 
-// What Text.cpp asks of the system's character tables. Half a pair is a unit like any other here,
-// and stays what it is.
+// The system's character tables, as Text.cpp needs them. Half a surrogate pair is an ordinary unit
+// here, and is kept.
 
-// Whether a UTF-16 unit is a decimal digit of any script.
+// Tells whether a UTF-16 unit is a decimal digit of any script.
 [[nodiscard]] bool isDecimalDigit(char16_t unit);
 
-// The canonical decomposition (form D): what is canonically equivalent decomposes to the same text.
+// Returns the canonical decomposition (form D): canonically equivalent texts decompose to the same
+// one.
 [[nodiscard]] std::u16string canonicalDecomposition(std::u16string_view text);
 
+// Returns valid UTF-8 in lower case, by rules common to every language.
 [[nodiscard]] std::string lowercaseOfValid(std::string_view utf8);
 
 }  // namespace qbdkr

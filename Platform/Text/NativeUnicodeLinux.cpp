@@ -29,7 +29,7 @@ void appendDecomposed(std::u32string& text, char32_t character) {
                  [](utf8proc_int32_t part) { return static_cast<char32_t>(part); });
 }
 
-// Sorted by run, as the package's own reordering takes quadratic time for a long run of marks.
+// Sorts each run, as the library's own reordering takes quadratic time for a long run of marks.
 void orderMarks(std::u32string& text) {
   const auto isMark = [](char32_t character) { return combiningClass(character) != 0; };
   for (auto run = text.begin(); run != text.end();) {
@@ -53,14 +53,14 @@ void appendCharacter(std::string& text, utf8proc_int32_t character) {
 
 bool isDecimalDigit(char16_t unit) { return utf8proc_category(unit) == UTF8PROC_CATEGORY_ND; }
 
-// Decomposed here from characters rather than by the package from UTF-8, which has no place for
-// half a pair: two different texts must not become equal.
+// Decomposes characters here instead of UTF-8 in the library: UTF-8 cannot hold half a pair, and
+// two different texts must not become equal.
 std::u16string canonicalDecomposition(std::u16string_view text) {
   std::u32string decomposed;
   decomposed.reserve(text.size());
   while (!text.empty()) {
     const char32_t character = takeCharacter(text);
-    // Nothing below has a decomposition.
+    // No character below has a decomposition.
     if (character < 0xC0) {
       decomposed += character;
     } else {

@@ -24,7 +24,7 @@ std::u16string canonicalDecomposition(std::u16string_view text) {
   return unitsFromString(string.get());
 }
 
-// Without a locale: the rules that are those of every language.
+// Takes no locale: only the rules common to every language apply.
 std::string lowercaseOfValid(std::string_view utf8) {
   const auto string = mutableCopy(stringFromText(utf8));
   if (!string) return std::string(utf8);

@@ -12,14 +12,14 @@ namespace {
 
 constexpr char32_t replacementCharacter = 0xFFFD;
 
-// One character of a UTF-8 text and the bytes it takes; no bytes when there is no character.
+// One character of a UTF-8 text and its length in bytes; 0 if the bytes are invalid.
 struct Decoded {
   char32_t character = replacementCharacter;
   std::size_t length = 0;
 };
 
-// What the first byte of a character says: how many bytes it takes, its own share of the character,
-// and the least value that takes so many. No bytes for what begins no character.
+// The meaning of a character's first byte: the character's length in bytes, the bits that this byte
+// holds, and the least value that needs this length. Length 0 if the byte begins no character.
 struct Lead {
   std::size_t length = 0;
   char32_t bits = 0;
@@ -44,7 +44,7 @@ Decoded decodeFront(std::string_view text) {
     if ((byte & 0xC0U) != 0x80) return {};
     character = character << 6U | (byte & 0x3FU);
   }
-  // Longer than it need be, half a pair, or beyond the last character.
+  // Overlong, half a surrogate pair, or beyond the last character.
   if (character < lead.least || isSurrogate(character) || character > 0x10FFFF) return {};
   return {character, lead.length};
 }
@@ -74,7 +74,7 @@ std::u32string charactersOf(std::u16string_view text) {
   return characters;
 }
 
-// How many bytes at the front are UTF-8.
+// Counts the bytes at the front that are valid UTF-8.
 std::size_t validPrefix(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size()) {
@@ -97,7 +97,7 @@ bool isPlain(std::u16string_view text) {
 bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 
 std::size_t utf16Length(std::string_view text) {
-  // Identifiers, which are counted for each event.
+  // A short cut for identifiers, which are counted for each event.
   const auto isASCII = [](char byte) { return static_cast<signed char>(byte) >= 0; };
   if (std::ranges::all_of(text, isASCII)) return text.size();
   std::size_t units = 0;
@@ -133,7 +133,7 @@ std::string utf8FromUTF16(std::u16string_view text) {
 std::optional<int> decimalDigitValue(char16_t unit) {
   if (unit >= u'0' && unit <= u'9') return unit - u'0';
   if (unit < 0x80 || !isDecimalDigit(unit)) return std::nullopt;
-  // The digits of a script stand in a row from its zero on.
+  // The digits of a script follow one another from its zero.
   int value = 0;
   while (value < 9 && isDecimalDigit(static_cast<char16_t>(unit - value - 1))) ++value;
   return value;

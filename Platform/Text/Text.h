@@ -9,27 +9,30 @@
 
 namespace qbdkr {
 
-// Text is UTF-8 everywhere in this system. Where a rule counts UTF-16 units, these convert.
+// Text is UTF-8 everywhere in this system. These functions convert it where a rule counts UTF-16
+// units. Each runs on any thread, does not block, and throws only std::bad_alloc.
 
+// Tells whether bytes are UTF-8: nothing overlong, no surrogates, nothing above U+10FFFF.
 [[nodiscard]] QBDKR_EXPORT bool isValidUTF8(std::string_view text);
 
-// How many UTF-16 units a text has; a byte that is not UTF-8 counts as one.
+// Counts the UTF-16 units of a text; a byte that is not UTF-8 counts as one.
 [[nodiscard]] QBDKR_EXPORT std::size_t utf16Length(std::string_view text);
 
-// Bytes that are not UTF-8 become U+FFFD.
+// Converts UTF-8 to UTF-16. Each byte that is not UTF-8 becomes U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::u16string utf16FromUTF8(std::string_view text);
 
-// Units that are no character (half a pair) become U+FFFD.
+// Converts UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::string utf8FromUTF16(std::u16string_view text);
 
-// The decimal value of a digit of any script; absent for every other UTF-16 unit, halves of
-// surrogate pairs included.
+// Returns the value, 0 to 9, of a decimal digit of any script; absent for every other UTF-16 unit,
+// halves of surrogate pairs included.
 [[nodiscard]] QBDKR_EXPORT std::optional<int> decimalDigitValue(char16_t unit);
 
-// The platform's plain comparison: case-sensitive, canonically equivalent texts equal, otherwise by
-// code point. -1, 0 or 1.
+// Compares two texts as the platform does by default: case-sensitive, canonically equivalent texts
+// are equal, the others go by code point. Returns -1, 0 or 1.
 [[nodiscard]] QBDKR_EXPORT int compareText(std::u16string_view a, std::u16string_view b);
 
+// Returns the text in lower case, by rules common to every language. Bytes that are not UTF-8 stay.
 [[nodiscard]] QBDKR_EXPORT std::string lowercase(std::string_view text);
 
 }  // namespace qbdkr

@@ -9,7 +9,8 @@ constexpr bool isHighSurrogate(char32_t unit) { return unit >= 0xD800 && unit < 
 constexpr bool isLowSurrogate(char32_t unit) { return unit >= 0xDC00 && unit < 0xE000; }
 constexpr bool isSurrogate(char32_t unit) { return unit >= 0xD800 && unit < 0xE000; }
 
-// Takes one character off the front; half a pair stands for itself.
+// Takes one character off the front of a text that is not empty; half a surrogate pair is returned
+// as it is.
 inline char32_t takeCharacter(std::u16string_view& text) {
   const char32_t unit = text.front();
   text.remove_prefix(1);
