@@ -33,7 +33,7 @@ void writeLine(std::string_view line) {
   writeLogLine(escaped(line.substr(0, longestLine)) + (cut ? "..." : ""));
 }
 
-// No longer than needed to see that the line is to be cut: an argument may be of any size.
+// Stops once the line is too long: an argument may have any size.
 std::string filled(std::string_view format,
                    std::span<const std::optional<std::string_view>> arguments) {
   std::string line;

@@ -10,16 +10,15 @@
 
 namespace qbdkr {
 
-// Writes one line to the system log, from any thread. On Linux that is the journal when standard
-// error is the journal's, else standard error. Control characters are escaped, so that a text from
-// outside stays within its line; a line longer than 16 KiB is cut there and ends in "...". A
-// standard error that is not read holds a thread up for 0.2 s, then the line is dropped; those
-// after it are dropped at once until there is room again. Throws nothing: a line for which there is
-// no memory is dropped as well.
+// Writes one line to the system log. Any thread. On Linux it goes to the journal if standard error
+// is connected to the journal, else to standard error. Control characters are escaped: a text from
+// outside stays within its line. A line longer than 16 KiB is cut there and ends in "...". If
+// standard error is not read, the call blocks for 0.2 s and drops the line; later lines are dropped
+// at once until there is room again. Throws nothing: if out of memory it drops the line.
 QBDKR_EXPORT void log(std::string_view line);
 
-// The same, with each "%@" or "%d" of the format replaced by the next argument; an absent argument
-// prints as "(null)".
+// Does the same with each "%@" or "%d" of the format replaced by the next argument. An absent
+// argument prints as "(null)"; a placeholder beyond the last argument stays as it is.
 QBDKR_EXPORT void log(std::string_view format,
                       std::span<const std::optional<std::string_view>> arguments);
 inline void log(std::string_view format,

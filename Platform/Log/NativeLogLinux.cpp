@@ -36,7 +36,8 @@ bool standardErrorIsJournal() {
   return std::to_string(status.st_dev) + ':' + std::to_string(status.st_ino) == stream;
 }
 
-// The C library holds a lock of its own meanwhile, which a forked child would find held.
+// The C library locks its time zone during the call. The mutex keeps fork() waiting: otherwise the
+// child could find that lock held for good.
 std::tm localTime(std::time_t seconds) {
   static NeverDestroyed oneAtATime([] { return ForkSafeMutex(); });
   const std::lock_guard lock(*oneAtATime);
@@ -60,7 +61,7 @@ std::string prefix() {
   return text.data();
 }
 
-// Keeps a write to a pipe that nobody reads any more from ending the host.
+// Keeps a write to a pipe without a reader from ending the host.
 class IgnoredBrokenPipe {
  public:
   IgnoredBrokenPipe() {
@@ -87,8 +88,8 @@ class IgnoredBrokenPipe {
 
 using Clock = std::chrono::steady_clock;
 
-// Takes as much as there is room for, without waiting. Whether an open file waits is a property
-// that it shares with other processes, so it is left as it is.
+// Writes as much as fits, without blocking. O_NONBLOCK would apply to the other processes that
+// share the open file as well, so it is not set there.
 class StandardError {
  public:
   StandardError() {
@@ -98,7 +99,7 @@ class StandardError {
     mayWait_ = S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode);
   }
 
-  // The count of bytes that were written; -1 with EAGAIN if there is no room for any.
+  // Returns the count of bytes written; -1 with EAGAIN if none fits.
   ssize_t write(std::string_view text) {
     if (isSocket_) {
       return ::send(STDERR_FILENO, text.data(), text.size(), MSG_DONTWAIT | MSG_NOSIGNAL);
@@ -108,7 +109,7 @@ class StandardError {
       const iovec bytes{const_cast<char*>(text.data()), text.size()};
       const auto written = pwritev2(STDERR_FILENO, &bytes, 1, -1, RWF_NOWAIT);
       if (written >= 0 || (errno != EOPNOTSUPP && errno != ENOSYS)) return written;
-      // A terminal, or a kernel before 6.4. That open file is this line's alone.
+      // A terminal, or a kernel before 6.4: opens the file once more, for this line alone.
       own_ = Descriptor(open("/proc/self/fd/2", O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
     }
     if (own_) return ::write(own_.get(), text.data(), text.size());
@@ -130,12 +131,12 @@ class StandardError {
   Descriptor own_;
 };
 
-// The last line found no room: the next ones do not wait for it again.
+// Set if the last line found no room: the next ones do not wait again.
 std::atomic<bool> isStuck{false};
-// The last line was cut: the next one begins a new line.
+// Set if the last line was cut: the next one begins a new line.
 std::atomic<bool> isCut{false};
 
-// The count of bytes for which there was room, within a moment.
+// Writes what fits within 0.2 s, and returns the count of bytes.
 std::size_t writeInTime(std::string_view text) {
   StandardError error;
   constexpr std::chrono::milliseconds patience(200);
@@ -157,8 +158,7 @@ std::size_t writeInTime(std::string_view text) {
   return count;
 }
 
-// One write for the whole line as a rule, so that lines of several threads and processes do not
-// mix.
+// Writes the whole line in one call if it fits: lines of several threads and processes do not mix.
 void writeToStandardError(std::string_view line) {
   const bool wasCut = isCut.exchange(false);
   const std::string text = (wasCut ? "\n" : "") + prefix().append(line) + '\n';

@@ -2,14 +2,15 @@
 #include "Platform/Text/CoreFoundationTextMacOS.h"
 #include "Platform/Text/Text.h"
 
-// Foundation declares it in Objective-C, for an NSString, which a CFString is. C++ can only be told
-// so here.
+// Foundation declares NSLog() in Objective-C, for an NSString. A CFString is one, but C++ needs a
+// declaration of its own.
 extern "C" void NSLog(CFStringRef format, ...);
 
 namespace qbdkr {
 
 void writeLogLine(const std::string& line) {
-  // A line that was cut, or is no UTF-8 to begin with, is still worth its characters.
+  // Converts invalid bytes to U+FFFD: a line that was cut, or never was UTF-8, is still worth its
+  // other characters.
   const auto text = stringFromUnits(utf16FromUTF8(line));
   if (text) NSLog(CFSTR("%@"), text.get());
 }
