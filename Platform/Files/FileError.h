@@ -6,7 +6,7 @@
 
 namespace qbdkr {
 
-// Names the file that an operation failed at, and the system's words for the failure.
+// The file at which an operation failed, and the system's message for the error.
 struct FileError {
   std::string path;
   std::string message;

@@ -25,7 +25,7 @@ FileLock FileLock::acquire(const std::string& path, std::chrono::milliseconds pa
   return {file.release(), false};
 }
 
-// Unlocked, not just closed: a process that was forked meanwhile may have the descriptor as well.
+// Unlocks, not just closes: a child that was forked since then may have the descriptor as well.
 void FileLock::release() {
   if (descriptor_ < 0) return;
   ::flock(descriptor_, LOCK_UN);

@@ -8,13 +8,13 @@
 
 namespace qbdkr {
 
-// An advisory lock between threads and processes on a file or directory that exists. Released by
-// its destruction, and by the end of the process however it ends. There are three outcomes: it is
-// held; it is taken, because another one has kept it all the time; or it is neither, because the
-// path cannot be opened or its file system has no locks.
+// An advisory lock, between threads and processes, on an existing file or directory. Its destructor
+// releases it, and so does the end of the process, however it ends, unless a forked child still has
+// it open. Three outcomes are possible: the lock is held; it is taken, as another owner kept it all
+// the time; or neither, as the path cannot be opened or its file system has no locks.
 class QBDKR_EXPORT FileLock {
  public:
-  // Waits for the lock at most this long. Any thread.
+  // Waits for the lock at most this long; 0 tries once. Blocks meanwhile. Any thread.
   [[nodiscard]] static FileLock acquire(const std::string& path,
                                         std::chrono::milliseconds patience);
 
@@ -29,6 +29,7 @@ class QBDKR_EXPORT FileLock {
 
   [[nodiscard]] bool isHeld() const { return descriptor_ >= 0; }
   [[nodiscard]] bool isTaken() const { return taken_; }
+  // Releases the lock early; without effect if it is not held.
   void release();
 
  private:

@@ -25,10 +25,10 @@ namespace {
 namespace fs = std::filesystem;
 
 // Work in progress lies beside its target under a hidden name, locked by the process that works on
-// it. Whoever comes next clears away what a process that ended has left.
+// it. The next work on the same path clears away anything that an ended process left.
 constexpr std::string_view stagingSuffix = ".qbhp-staging-";
-constexpr std::string_view uniquePart = "XXXXXX";  // mkdtemp() puts other letters in its place
-constexpr std::string_view itemPart = "/item";     // what is worked on
+constexpr std::string_view uniquePart = "XXXXXX";  // mkdtemp() replaces these letters
+constexpr std::string_view itemPart = "/item";     // the item in progress
 
 std::string stagingPrefix(const fs::path& target) {
   return '.' + target.filename().string() + std::string(stagingSuffix);
@@ -41,7 +41,7 @@ void clearAbandonedStaging(const fs::path& target) {
        contentsOfDirectory(directory).value_or(std::vector<std::string>{})) {
     if (!name.starts_with(prefix)) continue;
     const std::string path = appendPathComponent(directory, name);
-    openToOwner(AT_FDCWD, path, 0);  // or a strict user mask keeps it from being locked
+    openToOwner(AT_FDCWD, path, 0);  // a strict umask would keep it from being locked
     const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
     if (lock.isHeld()) removeTree(path);
   }
@@ -52,14 +52,14 @@ class Staging {
  public:
   static std::optional<Staging> beside(const fs::path& target) {
     clearAbandonedStaging(target);
-    // Another process that clears away may take a new directory before it is locked.
+    // Another process that clears away may remove the new directory before it is locked.
     constexpr int attempts = 8;
     for (int attempt = 0; attempt < attempts; ++attempt) {
       std::string path = target.parent_path() / stagingPrefix(target).append(uniquePart);
       if (mkdtemp(path.data()) == nullptr) return std::nullopt;
       openToOwner(AT_FDCWD, path, 0);
       auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
-      // Where there are no locks, two at the same time are the lesser evil.
+      // Without locks, two processes at the same time are the lesser evil.
       if (!lock.isTaken() && fileExists(path)) return Staging(std::move(path), std::move(lock));
       ::rmdir(path.c_str());
     }
@@ -91,11 +91,11 @@ bool flush(const fs::path& path) {
 
 bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   if (const auto moved = renameExclusively(from, to)) return *moved;
-  // On other file systems a directory at least never replaces one that has contents.
+  // On other file systems rename() at least never replaces a directory that has contents.
   return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
 }
 
-// To move a directory changes it.
+// Moving a directory changes its "..", which takes the right to write to it.
 bool moveAway(const std::string& path, const struct stat& status, const fs::path& to) {
   const bool isClosed = S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) == 0;
   if (isClosed) openToOwner(AT_FDCWD, path, status.st_mode);
@@ -150,7 +150,7 @@ std::optional<FileError> copyItem(const std::string& from, const std::string& to
   if (isBelow(fs::weakly_canonical(to, error), source)) return fileError(to, EINVAL);
   const auto staging = Staging::beside(to);
   if (!staging) return lastFileError(to);
-  // Opened before the first write, or a failure to store one goes unnoticed.
+  // Opened before the first write: otherwise a failure to store one goes unnoticed.
   const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return lastFileError(to);
   if (auto failure = copyTree(source, staging->item())) return failure;

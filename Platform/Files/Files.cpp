@@ -58,7 +58,7 @@ bool writeWhole(int file, std::string_view contents) {
   return true;
 }
 
-// Whatever the umask takes from others, the owner can use what was made.
+// Gives the owner all rights to the new directory, whatever the umask.
 bool makeDirectory(const std::string& path) {
   constexpr mode_t defaultMode = 0777;
   struct stat status {};
@@ -73,7 +73,7 @@ bool ensureDirectory(const std::string& path) {
   return isDirectory(path) || makeDirectory(path) || isDirectory(path);
 }
 
-// The home directory of a user, "" for the one who runs this process; absent for a user who does
+// Returns the home directory of a user, "" for the user of this process; absent if the user does
 // not exist.
 std::optional<std::string> homeDirectory(const std::string& user) {
   const char* home = std::getenv("HOME");
@@ -107,7 +107,7 @@ bool fileExists(const std::string& path) {
 
 bool createDirectory(const std::string& path) {
   if (isDirectory(path)) return true;
-  if (errno == ENAMETOOLONG) return false;  // a part of it could be made
+  if (errno == ENAMETOOLONG) return false;  // a part of the path would be made
   for (auto slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {
     if (!ensureDirectory(path.substr(0, slash))) return false;
@@ -128,7 +128,7 @@ std::optional<std::vector<std::string>> contentsOfDirectory(int directory) {
   return namesIn(std::move(handle));
 }
 
-// Always the same name: one that a killed process has left is made again.
+// Always the same name: the next call replaces a file that a killed process left.
 std::string stagedPath(const std::string& path) { return path + ".new"; }
 
 std::optional<std::string> firstEntryWithExtension(const std::string& directory,

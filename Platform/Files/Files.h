@@ -9,46 +9,50 @@
 
 namespace qbdkr {
 
-// File operations. All of them block for as long as the file system takes, run on any thread, and
-// report a failure as said; none throws for what it finds on disk.
+// File operations. Each runs on any thread, blocks for the file system unless it only handles text,
+// and throws for nothing that it finds on disk.
 
+// Tells whether a path leads to anything; links are followed.
 [[nodiscard]] QBDKR_EXPORT bool fileExists(const std::string& path);
 
-// Tell what a path leads to; links are followed.
+// Tell the type of the file at a path; links are followed.
 [[nodiscard]] bool isDirectory(const std::string& path);
 [[nodiscard]] bool isRegularFile(const std::string& path);
 
-// Creates a directory and the missing ones above it; true when it exists afterwards. Those that it
-// makes have the rights that the umask leaves, and all rights for their owner.
+// Creates a directory and the missing ones above it; true if it exists afterwards. New directories
+// have the rights that the umask leaves, and all rights for their owner.
 QBDKR_EXPORT bool createDirectory(const std::string& path);
 
-// The names in a directory, in the order of the file system; absent when it cannot be listed, and
-// errno says why.
+// Returns the names in a directory, without "." and "..", in the order of the file system. Absent
+// if it cannot be listed; errno says why.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::vector<std::string>> contentsOfDirectory(
     const std::string& path);
-// The same for a directory that is open for reading.
+// Does the same for a directory that is open for reading, and leaves it open.
 [[nodiscard]] std::optional<std::vector<std::string>> contentsOfDirectory(int directory);
 
-// The path of the first entry of a directory that has an extension, in the order of the file
+// Returns the path of the first entry of a directory that has an extension, in the order of the file
 // system; absent if no entry has it or the directory cannot be listed.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::string> firstEntryWithExtension(
     const std::string& directory, std::string_view extension);
 
-// Replaces the contents of a file, or creates it with mode 0600, so that a reader sees the old
-// contents or the new ones. True when the new ones are durable. One writer at a time: who may not
-// be the only one holds a FileLock.
+// Replaces a file by a new one of mode 0600, or creates it: a reader sees the old contents or the
+// new ones. True if the new ones are durable; false as well if they are in place but could not be
+// flushed. One writer at a time: hold a FileLock if there may be another.
 QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents);
 
-// Where replaceFile() stages the contents: a file that is left there when its process is killed.
+// Returns the path at which replaceFile() stages the contents. A process that is killed may leave a
+// file there.
 [[nodiscard]] QBDKR_EXPORT std::string stagedPath(const std::string& path);
 
-// The path with a leading "~" replaced by the user's home directory, and "~NAME" by that of another
-// user; as it is where there is no such user.
+// Returns the path with a leading "~" replaced by the home directory of this user, and "~NAME" by
+// that of another user; unchanged if the user does not exist. May read the user database.
 [[nodiscard]] QBDKR_EXPORT std::string expandTilde(std::string_view path);
 
-// The extension of the last component, without the dot; "" when it has none.
+// Returns the extension of the last component, without the dot; "" if it has none.
 [[nodiscard]] QBDKR_EXPORT std::string_view pathExtension(std::string_view path);
+// Returns the last component, without trailing slashes; "/" for the root.
 [[nodiscard]] QBDKR_EXPORT std::string_view lastPathComponent(std::string_view path);
+// Joins a path and a component by one slash. Returns the component if the path is empty.
 [[nodiscard]] QBDKR_EXPORT std::string appendPathComponent(std::string_view path,
                                                            std::string_view component);
 

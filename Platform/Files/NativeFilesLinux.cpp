@@ -28,7 +28,7 @@ bool failWith(int error) {
   return false;
 }
 
-// Whether something beside the contents was not kept because the file system does not take it.
+// Tells from errno whether the file system does not store an attribute, which is then left out.
 bool isNotTaken() { return errno == EOPNOTSUPP || errno == EPERM || errno == ENOSYS; }
 
 bool writeAt(int file, const char* bytes, std::size_t size, off_t at) {
@@ -50,7 +50,7 @@ bool copyThroughMemory(int from, int to, off_t at, off_t end) {
     const auto size = ::pread(from, buffer.data(), static_cast<std::size_t>(wanted), at);
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) return false;
-    if (size == 0) return failWith(EBUSY);  // it was cut meanwhile
+    if (size == 0) return failWith(EBUSY);  // cut during the copy
     if (!writeAt(to, buffer.data(), static_cast<std::size_t>(size), at)) return false;
     at += size;
   }
@@ -64,13 +64,13 @@ bool copyRange(int from, int to, off_t begin, off_t end) {
     const auto size = static_cast<std::size_t>(end - read);
     const auto copied = ::copy_file_range(from, &read, to, &written, size, 0);
     if (copied < 0 && errno == EINTR) continue;
-    // Not between all file systems. Any other failure comes again.
+    // Not supported between all file systems. Any other failure occurs again below.
     if (copied <= 0) return copyThroughMemory(from, to, read, end);
   }
   return true;
 }
 
-// Copies data alone: a hole stays a hole.
+// Copies only the data: a hole stays a hole.
 bool copyContents(int from, int to, off_t size) {
   off_t at = 0;
   while (at < size) {
@@ -86,7 +86,7 @@ bool copyContents(int from, int to, off_t size) {
 
 bool copyAttribute(int from, int to, const char* name) {
   const auto size = ::fgetxattr(from, name, nullptr, 0);
-  if (size < 0) return errno == ENODATA;  // removed meanwhile
+  if (size < 0) return errno == ENODATA;  // removed during the copy
   std::vector<char> value(static_cast<std::size_t>(size));
   const auto read = ::fgetxattr(from, name, value.data(), value.size());
   if (read < 0) return false;
@@ -94,7 +94,8 @@ bool copyAttribute(int from, int to, const char* name) {
          isNotTaken();
 }
 
-// Those of users alone: the others are the system's own, and speak of one file in one place.
+// Copies only attributes of users: the others belong to the system, and describe one file in one
+// place.
 bool copyAttributes(int from, int to) {
   const auto size = ::flistxattr(from, nullptr, 0);
   if (size <= 0) return size == 0 || isNotTaken();
@@ -109,7 +110,8 @@ bool copyAttributes(int from, int to) {
   return true;
 }
 
-// A program that runs as its owner must not run as the owner of the copy instead.
+// Drops the set-ID bits if the owner or group differs: a program that runs as its owner must not
+// run as the owner of the copy instead.
 bool setMode(int copy, const struct stat& original) {
   mode_t mode = original.st_mode & modeBits;
   struct stat status {};
@@ -128,7 +130,7 @@ bool setModificationTime(int copy, const struct stat& original) {
   return ::futimens(copy, timesOf(original).data()) == 0 || isNotTaken();
 }
 
-// Half of the old file and half of a new one are neither.
+// Fails if the file has changed: half of the old contents and half of the new ones are neither.
 bool checkUnchanged(int file, const struct stat& before) {
   struct stat now {};
   if (::fstat(file, &now) != 0) return false;
@@ -187,7 +189,7 @@ int removalRefusal(int directory, const std::string& name) {
   return (attributes & STATX_ATTR_MOUNT_ROOT) != 0 ? EBUSY : 0;
 }
 
-// One wait for all: a wait for each file takes as many turns of the disk as there are files.
+// Waits once for all files: a wait for each takes a turn of the disk each time.
 bool flushTree(int directory, const std::string&) { return ::syncfs(directory) == 0; }
 
 bool flushDescriptor(int file) { return ::fsync(file) == 0; }

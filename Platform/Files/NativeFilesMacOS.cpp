@@ -34,8 +34,8 @@ std::optional<bool> renameExclusively(const std::string& from, const std::string
   return false;
 }
 
-// Extended attributes, access lists and times go along, as with every copy that the system makes:
-// parts of a signature may lie in them. The mark of quarantine is one of them.
+// Keeps extended attributes, access lists and times, as every copy of the system does: they may
+// hold parts of a signature, and hold the mark of quarantine.
 bool copyRegularFile(const std::string& from, const std::string& to) {
   return ::copyfile(from.c_str(), to.c_str(), nullptr,
                     COPYFILE_ALL | COPYFILE_EXCL | COPYFILE_NOFOLLOW_SRC) == 0;
@@ -69,7 +69,7 @@ int removalRefusal(int directory, const std::string& name) {
   return outside.st_dev == inside.st_dev ? 0 : EBUSY;
 }
 
-// No call makes one tree durable: each file is flushed by itself.
+// Flushes each file by itself: no call makes one tree durable.
 bool flushTree(int, const std::string& tree) {
   std::error_code error;
   const auto status = fs::symlink_status(tree, error);
@@ -82,12 +82,12 @@ bool flushTree(int, const std::string& tree) {
   return !failedWith(error) && flush(tree);
 }
 
-// fsync() leaves the data in the drive's own buffers; where the file system cannot ask for more, it
-// has to do.
+// fsync() leaves the data in the drive's buffers. It has to do if the file system does not support
+// more.
 bool flushDescriptor(int file) { return ::fcntl(file, F_FULLFSYNC) == 0 || ::fsync(file) == 0; }
 
 Room setRoomAside(int file, off_t size) {
-  constexpr off_t blockSize = 512;  // of st_blocks, whatever the file system's own
+  constexpr off_t blockSize = 512;  // of st_blocks, on every file system
   struct stat status {};
   if (::fstat(file, &status) != 0) return Room::missing;
   const off_t held = status.st_blocks * blockSize;

@@ -27,7 +27,7 @@ bool makeDirectoryLike(const fs::path& from, const struct stat& status, const fs
 
 std::optional<FileError> copyDirectory(const fs::path& from, const struct stat& status,
                                        const fs::path& to, std::size_t depth) {
-  // What is deeper could not be removed again.
+  // A deeper tree could not be removed again.
   if (depth >= deepestTree) return fileError(from, ENAMETOOLONG);
   if (!makeDirectoryLike(from, status, to)) return lastFileError(from);
   const auto names = contentsOfDirectory(from);
@@ -35,7 +35,7 @@ std::optional<FileError> copyDirectory(const fs::path& from, const struct stat& 
   for (const std::string& name : *names) {
     if (auto error = copyLevel(from / name, to / name, depth + 1)) return error;
   }
-  // Last, because each entry that is made changes it.
+  // Comes last, because each new entry changes the time.
   if (!copyModificationTime(from, to)) return lastFileError(from);
   return std::nullopt;
 }

@@ -19,7 +19,7 @@ constexpr mode_t modeBits = 07777;
 
 // A directory of a tree, opened step by step from the top. No link is followed on the way, even if
 // another process moves things about. No descriptor stays open, however deep the directory lies,
-// and its path may be longer than the system takes at once.
+// and its path may be longer than the system accepts.
 class Branch {
  public:
   explicit Branch(std::string top) : top_(std::move(top)) {}
@@ -57,13 +57,15 @@ struct Folder {
   struct stat status;
 };
 
-// Its owner can change the rights to a directory that is moved away.
+// Counts a directory that this user owns as writable: its owner can change the rights once it is
+// moved away.
 bool mayBeEmptied(int directory, const struct stat& status) {
   return ::faccessat(directory, ".", W_OK | X_OK, AT_EACCESS) == 0 ||
          (errno == EACCES && status.st_uid == ::geteuid());
 }
 
-// The error with which an entry of a directory that may be emptied cannot be removed; 0 for none.
+// Returns the error with which an entry cannot be removed from a directory that may be emptied; 0
+// if it can.
 int refusal(int directory, const struct stat& folder, const std::string& name,
             const struct stat& status) {
   const uid_t user = ::geteuid();
@@ -72,7 +74,7 @@ int refusal(int directory, const struct stat& folder, const std::string& name,
   return removalRefusal(directory, name);
 }
 
-// Judges the entries of one directory, and adds its directories to the list.
+// Checks the entries of one directory, and adds its directories to the list.
 std::optional<FileError> obstacleAmongEntries(const Folder& folder, std::vector<Folder>& folders) {
   const Descriptor directory = folder.branch.open();
   const auto names = directory ? contentsOfDirectory(directory.get()) : std::nullopt;
@@ -103,7 +105,7 @@ std::optional<FileError> obstacleIn(const Folder& folder) {
   return std::nullopt;
 }
 
-// Removes what is no directory from one, and gives the names of its directories.
+// Removes the files in a directory, and returns the names of its directories.
 std::vector<std::string> removeFiles(const Branch& branch) {
   std::vector<std::string> folders;
   const Descriptor directory = branch.open();

@@ -11,15 +11,15 @@ namespace qbdkr {
 // The most levels of directories that a tree may have: its walks are recursive.
 inline constexpr std::size_t deepestTree = 256;
 
-// What keeps this process from removing something in a directory, however deep; absent if
-// removeTree() can be expected to remove it all. Changes nothing. An error of a directory that
-// cannot be listed counts: nothing is known of its contents.
+// Returns the first obstacle to removing the contents of a directory, at any depth; absent if
+// removeTree() can be expected to remove it all. Changes nothing. A directory that cannot be listed
+// is an obstacle: nothing is known of its contents.
 [[nodiscard]] std::optional<FileError> removalObstacle(const std::string& directory);
 
-// Removes a file or a whole tree, and as much as it can of one that it cannot remove whole.
+// Removes a file or a whole tree, or as much of it as possible.
 void removeTree(const std::string& path);
 
-// Lets the owner of a directory list and change it, where the owner is this process's user.
+// Lets the owner of a directory of this mode list and change it. Has no effect for other users.
 void openToOwner(int parent, const std::string& name, unsigned mode);
 
 }  // namespace qbdkr
