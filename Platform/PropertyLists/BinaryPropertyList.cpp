@@ -22,7 +22,7 @@ namespace {
 constexpr std::string_view magic = "bplist00";
 constexpr std::size_t trailerSize = 32;
 
-// The kinds of objects: the upper half of the first byte.
+// The kind of an object: the upper half of its first byte.
 enum class Kind : unsigned {
   simple = 0x0,
   integer = 0x1,
@@ -53,18 +53,18 @@ struct Object {
 
 bool isText(Kind kind) { return kind == Kind::asciiText || kind == Kind::utf16Text; }
 
-// A value costs a list one byte at least, its reference, so only containers that are named more
-// than once make a list stand for more values than it has bytes. Writers share texts and numbers,
-// and hardly a container: twice the bytes leave room for those that do.
+// Each value costs at least one byte, its reference. Only containers that are named more than once
+// make a list stand for more values than it has bytes. Writers share texts and numbers, and hardly
+// ever containers: a factor of two leaves room for those that do.
 constexpr std::size_t mostValuesPerByte = 2;
 
 std::size_t mostValues(std::string_view bytes, const Bounds& bounds) {
   return std::min(bounds.values, mostValuesPerByte * bytes.size());
 }
 
-// Reads in two passes. The first only walks, within the bounds and without building anything: the
-// objects are shared, so a small list can stand for a huge value. Nothing looks for cycles, as
-// every way into one ends at the bound of levels.
+// Reads in two passes. The first only walks, within the bounds and without building anything:
+// objects are shared, so a small list can stand for a huge value. It needs no check for cycles, as
+// every path into one ends at the bound on levels.
 class BinaryReader {
  public:
   BinaryReader(std::string_view bytes, const Bounds& bounds)
@@ -91,7 +91,7 @@ class BinaryReader {
     if (topObject_ >= objectCount_) return false;
     if (table <= magic.size() || table >= trailer) return false;
     objectsEnd_ = static_cast<std::size_t>(table);
-    // Divided rather than multiplied, which could overflow.
+    // Divides, as a multiplication could overflow.
     const std::size_t tableSize = trailer - objectsEnd_;
     return tableSize % offsetWidth_ == 0 && tableSize / offsetWidth_ == objectCount_;
   }
@@ -121,8 +121,9 @@ class BinaryReader {
     return object;
   }
 
-  // The bytes of one of what the object counts, once its count is known. Absent for a kind or a
-  // width that no list has; null, which no value stands for, is among these.
+  // Returns the size in bytes of one of the units that the object counts, and completes its count.
+  // Absent for a kind or a width that no list has. The null object is one of these: no value stands
+  // for it.
   std::optional<std::size_t> unitSize(Object& object) const {
     switch (object.kind) {
       case Kind::simple:
@@ -158,7 +159,7 @@ class BinaryReader {
     return std::nullopt;
   }
 
-  // A count of fifteen or more is a number of its own behind the first byte.
+  // Reads a count of fifteen or more: it follows the first byte as a number of its own.
   bool readLongCount(Object& object) const {
     if (object.count != longCount) return true;
     if (object.payload >= objectsEnd_) return false;
@@ -311,7 +312,7 @@ class BinaryReader {
     return utf8FromUTF16(units);
   }
 
-  // The way the other forms write an identifier of a keyed archive.
+  // Returns an identifier of a keyed archive as the other forms write it.
   [[nodiscard]] PropertyList identifier(const Object& object) const {
     PropertyList::Integer value;
     value.magnitude = number(object.payload, object.count);

@@ -9,7 +9,7 @@
 
 namespace qbdkr::propertylist {
 
-// Reads the binary form.
+// Reads the binary form. Absent if the bytes have another form or exceed a bound.
 [[nodiscard]] std::optional<PropertyList> readBinary(std::string_view bytes, const Bounds& bounds);
 
 }  // namespace qbdkr::propertylist

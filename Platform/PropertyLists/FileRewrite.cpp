@@ -24,7 +24,7 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::size_t mostBytes = std::size_t{16} << 20U;  // as of a property list
+constexpr std::size_t mostBytes = std::size_t{16} << 20U;  // as for a property list
 constexpr std::string_view recordMark = "qbhp-rewrite ";
 constexpr std::string_view recordSuffix = ".qbhp-rewrite";
 
@@ -78,7 +78,7 @@ bool cut(int file, std::size_t size) {
   return ::ftruncate(file, static_cast<off_t>(size)) == 0 && flushDescriptor(file);
 }
 
-// Room that is set aside is not held against the limit on the size of this process's files.
+// Checks the limit on the size of this process's files, which reserving space does not.
 bool mayHaveSize(std::size_t size) {
   rlimit limit{};
   return ::getrlimit(RLIMIT_FSIZE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY ||
@@ -138,7 +138,8 @@ bool mayMakeFilesIn(const std::string& directory) {
   return ::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) == 0;
 }
 
-// Others who may write to the directory could have left anything in the place of a record.
+// Accepts only a file of this user: others with write access to the directory could put anything in
+// place of a record.
 bool isOwnFile(const struct stat& status) {
   return S_ISREG(status.st_mode) && status.st_uid == ::geteuid();
 }
@@ -156,7 +157,7 @@ std::optional<Rewriting> readRecord(const std::string& path) {
   return record ? rewritingOf(*record) : std::nullopt;
 }
 
-// --- Whether it was cut off
+// --- Whether a rewriting was cut off
 
 bool isDictionary(std::string_view contents) {
   const auto list = contents.empty() ? std::nullopt : parsePropertyList(contents);
@@ -168,8 +169,8 @@ bool isWhole(std::string_view contents, const Rewriting& rewriting) {
          contents == std::string_view(rewriting.filled).substr(0, rewriting.size);
 }
 
-// Old and new bytes in any order: a system that crashed stores its pages as it likes. A mixture may
-// well be readable, with a letter too many in one of its texts.
+// Tells whether contents mix old and new bytes in any order: a crashing system stores pages as it
+// likes. A mixture may well be readable, with a letter too many in one of its texts.
 bool isMixture(std::string_view contents, const Rewriting& rewriting) {
   const auto& [before, filled, size] = rewriting;
   if (contents.size() < std::min(before.size(), size) || contents.size() > filled.size()) {
@@ -206,7 +207,7 @@ void removeRecord(const std::string& file) {
   }
 }
 
-// The file that a name in a directory is the record of; "" for other names.
+// Returns the name of the file that a record belongs to; "" if the name is not that of a record.
 std::string_view recordedName(std::string_view name) {
   const std::string staged = stagedPath(std::string(recordSuffix));
   for (const std::string_view suffix : {recordSuffix, std::string_view(staged)}) {
@@ -226,16 +227,16 @@ bool rewriteFile(const std::string& path, std::string_view contents, std::string
   const std::size_t least = before->size();
   const Rewriting rewriting{std::move(*before), filledUp(contents, least, blank), contents.size()};
   const std::string record = recordOf(rewriting);
-  // The limit ends a process that passes it.
+  // Exceeding the limit would end the process.
   if (!mayHaveSize(record.size())) return false;
-  // Room is made first: running out of it in the middle would cost what the file held.
+  // Reserves space first: running out of it halfway would cost the contents of the file.
   const Room room = setRoomAside(file.get(), static_cast<off_t>(rewriting.filled.size()));
   if (room == Room::missing) return false;
   const bool recorded = replaceFile(recordPath(path), record);
   const bool mayDoWithout = room == Room::setAside && !mayMakeFilesIn(directoryOf(path));
   if (!recorded && !mayDoWithout) return false;
-  // All of the old contents is written over before any of it is cut, so that the file is whole
-  // between two system calls.
+  // Writes over all of the old contents before it cuts any: the file is whole between two system
+  // calls.
   if (!writeAtStart(file.get(), rewriting.filled)) {
     if (takeBack(file.get(), rewriting)) removeRecord(path);
     return false;

@@ -4,8 +4,8 @@
 
 namespace qbdkr::propertylist {
 
-// The system's part of textFromReal(), since not every library of C++ has it: "D.DDe+XX" for a
-// finite number, as few digits as read as the same one.
+// Returns "D.DDe+XX" for a finite number, with the fewest digits that read as the same number. The
+// system's part of textFromReal(), since not every C++ library has it.
 [[nodiscard]] std::string scientificText(double real);
 
 }  // namespace qbdkr::propertylist

@@ -20,7 +20,7 @@ bool equalsIgnoringCase(std::string_view text, std::string_view lowercaseText) {
   });
 }
 
-// A word for a number that digits cannot write.
+// Reads a word for a number that digits cannot express.
 std::optional<double> realFromWord(std::string_view word) {
   if (equalsIgnoringCase(word, "nan")) return std::numeric_limits<double>::quiet_NaN();
   if (equalsIgnoringCase(word, "inf") || equalsIgnoringCase(word, "infinity")) {

@@ -5,7 +5,7 @@
 
 namespace qbdkr::propertylist {
 
-// The inverse of textFromReal(). Never that of the locale.
+// The inverse of textFromReal(). Ignores the locale.
 [[nodiscard]] std::optional<double> realFromText(std::string_view text);
 
 }  // namespace qbdkr::propertylist

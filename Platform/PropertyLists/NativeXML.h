@@ -9,11 +9,11 @@
 
 namespace qbdkr::propertylist {
 
-// Reads the XML form: valid UTF-8 without a byte-order mark and without its declaration, bounded
-// (XMLBounds.h).
+// Reads the XML form: valid UTF-8 without a byte-order mark or an XML declaration, which passed
+// isBoundedXML(). Absent if it is not a property list or exceeds a bound.
 [[nodiscard]] std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds);
 
-// The XML form of a value that was found fit for it; absent when it gets longer than it may.
+// Returns the XML form of a value that was found fit for it; absent if it gets too long.
 [[nodiscard]] std::optional<std::string> writeXML(const PropertyList& list);
 
 }  // namespace qbdkr::propertylist

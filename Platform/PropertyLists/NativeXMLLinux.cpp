@@ -153,7 +153,7 @@ struct ParserDeleter {
 };
 using ParserHandle = std::unique_ptr<std::remove_pointer_t<XML_Parser>, ParserDeleter>;
 
-// Keeps its own stack of open containers, so that no input decides how deep the calls go.
+// Keeps its own stack of open containers: no input decides how deep the calls go.
 class XMLReader {
  public:
   explicit XMLReader(const Bounds& bounds)
@@ -191,8 +191,8 @@ class XMLReader {
     XML_SetCharacterDataHandler(parser_.get(), [](void* self, const char* text, int length) {
       if (!of(self).failed_) of(self).characters({text, static_cast<std::size_t>(length)});
     });
-    // The document type itself is never fetched. One that brings declarations of its own could
-    // bring entities that multiply or that name files.
+    // The document type itself is never fetched. One with declarations of its own is refused, as it
+    // could bring entities that multiply or that name files.
     XML_SetStartDoctypeDeclHandler(
         parser_.get(), [](void* self, const char*, const char*, const char*, int hasSubset) {
           if (hasSubset != 0) of(self).fail();
@@ -217,7 +217,7 @@ class XMLReader {
     startScalar(*element);
   }
 
-  // There is at most one: more than one outermost element is no XML.
+  // Called at most once: XML has one outermost element.
   void startRoot(std::string_view name) {
     if (name != "plist") return fail();
     insideRoot_ = true;
@@ -316,9 +316,9 @@ class XMLWriter {
   }
 
  private:
-  // False when it gets too long. The level is the number of containers around the value.
+  // False if the text gets too long. The level is the number of containers around the value.
   bool writeValue(const PropertyList& list, std::size_t level) {
-    // Given up early: what is too long already need not be written to its end.
+    // Stops early: a text that is too long already need not be completed.
     if (text_.size() > maximumBytes) return false;
     return std::visit([&](const auto& value) { return write(value, level); }, list.value());
   }
@@ -392,7 +392,7 @@ class XMLWriter {
       case '>':
         escaped += "&gt;";
         break;
-      case '\r':  // a reader of XML takes a plain one for the end of a line
+      case '\r':  // an XML reader takes a plain one for the end of a line
         escaped += "&#13;";
         break;
       default:

@@ -11,8 +11,8 @@ namespace qbdkr::propertylist {
 
 namespace {
 
-// Only line ends of the text itself: the writer ends its lines with line feeds. A reader of XML
-// takes a plain carriage return for one as well.
+// Escapes carriage returns, which an XML reader would take for line feeds. All of them belong to
+// texts: the writer ends its own lines with line feeds.
 std::string withEscapedReturns(std::string_view xml) {
   std::string text;
   text.reserve(xml.size());

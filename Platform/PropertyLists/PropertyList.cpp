@@ -21,8 +21,8 @@ auto entryWithKey(Entries& entries, std::string_view key) {
   return std::ranges::find(entries, key, &Entry::first);
 }
 
-// The places of the entries in the order of their keys; equal keys stay in their own order. Sorted
-// rather than hashed: no choice of keys makes sorting slow.
+// Returns the places of the entries in the order of their keys; equal keys keep their order. Sorts
+// rather than hashes: no choice of keys makes sorting slow.
 std::vector<std::size_t> placesByKey(const std::vector<Entry>& entries) {
   std::vector<std::size_t> places(entries.size());
   std::iota(places.begin(), places.end(), std::size_t{0});
@@ -112,7 +112,7 @@ const PropertyList::Dictionary::Entry* PropertyList::Dictionary::end() const {
   return entries_.data() + entries_.size();
 }
 
-// The order of the keys is how a dictionary is shown, not what it says.
+// Ignores the order of the keys: it is not a part of the value.
 bool PropertyList::Dictionary::operator==(const Dictionary& other) const {
   if (entries_.size() != other.entries_.size()) return false;
   if (std::ranges::equal(entries_, other.entries_, {}, &Entry::first, &Entry::first)) {

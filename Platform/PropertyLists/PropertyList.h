@@ -14,7 +14,8 @@
 
 namespace qbdkr {
 
-// One value of a property list. A plain value: copied deeply, compared by content.
+// One value of a property list. A plain value: copied deeply, compared by content. Like a standard
+// container it has no lock of its own; it throws only std::bad_alloc.
 class QBDKR_EXPORT PropertyList {
  public:
   // A point in time, in seconds since 2001-01-01T00:00:00Z.
@@ -26,7 +27,7 @@ class QBDKR_EXPORT PropertyList {
     std::string bytes;
     bool operator==(const Data&) const = default;
   };
-  // An integer of the range that property lists have: -2^63 to 2^64-1.
+  // An integer in the range of property lists: -2^63 to 2^64-1.
   struct Integer {
     constexpr Integer() = default;
     constexpr explicit Integer(std::int64_t value)
@@ -45,7 +46,7 @@ class QBDKR_EXPORT PropertyList {
     using Entry = std::pair<std::string, PropertyList>;
     Dictionary();
     Dictionary(std::initializer_list<Entry> entries);
-    // As if set one after the other, but in less than quadratic time.
+    // Equals setting the entries one after the other, but takes less than quadratic time.
     static Dictionary fromEntries(std::vector<Entry> entries);
     Dictionary(const Dictionary&);
     Dictionary(Dictionary&&) noexcept;
@@ -53,12 +54,13 @@ class QBDKR_EXPORT PropertyList {
     Dictionary& operator=(Dictionary&&) noexcept;
     ~Dictionary();
 
-    // The value under a key; null when there is none.
+    // Returns the value of a key; null if the key is missing. Valid until the dictionary changes.
     [[nodiscard]] const PropertyList* find(std::string_view key) const;
-    // Stores a value, replacing one that is there in its place.
+    // Stores a value. A value that the key already has is replaced in its place.
     void set(std::string_view key, PropertyList value);
+    // Removes a key; false if it is missing.
     bool erase(std::string_view key);
-    // Reads the value under a key as text. Absent if there is no value, or none that reads as text.
+    // Reads the value of a key as PropertyList::text() does. Absent if the key is missing, too.
     [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
 
     [[nodiscard]] std::size_t size() const;
@@ -90,11 +92,11 @@ class QBDKR_EXPORT PropertyList {
   [[nodiscard]] const Value& value() const& { return value_; }
   [[nodiscard]] Value&& value() && { return std::move(value_); }
 
-  // What the value reads as where a text is wanted: a text itself, a number its digits ("3.1",
-  // "1e+20"), true and false "1" and "0". Absent for dates, data and containers.
+  // Returns the value as text: a text itself, a number as its digits ("3.1", "1e+20"), true and
+  // false as "1" and "0". Absent for dates, data, containers and integers out of range.
   [[nodiscard]] std::optional<std::string> text() const;
 
-  // The value if it is of that type; null (or absent) when it is of another.
+  // Return the value if it has that type, else null.
   [[nodiscard]] const std::string* string() const { return std::get_if<std::string>(&value_); }
   [[nodiscard]] const Array* array() const { return std::get_if<Array>(&value_); }
   [[nodiscard]] const Dictionary* dictionary() const { return std::get_if<Dictionary>(&value_); }

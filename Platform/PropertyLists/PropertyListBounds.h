@@ -5,14 +5,14 @@
 
 namespace qbdkr::propertylist {
 
-// The bounds of every reader. The writers keep them as well: what is written can be read.
+// The bounds of every reader. The writers keep them as well: every list they write can be read.
 inline constexpr std::size_t maximumBytes = std::size_t{16} << 20;
 inline constexpr std::size_t maximumLevels = 256;
 inline constexpr std::size_t maximumValues = 1'000'000;
 // A binary list may name one text many times over, so the sum of all texts has its own bound.
 inline constexpr std::size_t maximumContent = 4 * maximumBytes;
 
-// Bounds a reader. The defaults are those for a file of one's own.
+// Bounds a reader. The defaults are those for a host's own files.
 struct Bounds {
   std::size_t bytes = maximumBytes;
   std::size_t levels = maximumLevels;
@@ -20,12 +20,12 @@ struct Bounds {
   std::size_t content = maximumContent;
 };
 
-// The bounds of a list that any program may have written and every host may have to read. An
-// application says little of itself: ten thousand values would be a thousand types of documents.
-// To read one takes about 3 MB of memory.
+// Bounds a list that any program may have written and every host may have to read. Applications
+// describe themselves briefly: ten thousand values would be a thousand document types. Reading such
+// a list takes about 3 MB of memory.
 inline constexpr Bounds foreignBounds{std::size_t{1} << 20, 32, 10'000, std::size_t{1} << 20};
 
-// Gives out a limited amount, and nothing more once it was asked for too much.
+// Gives out a limited amount, and nothing more after the first refusal.
 class Allowance {
  public:
   constexpr explicit Allowance(std::size_t amount) : left_(amount) {}

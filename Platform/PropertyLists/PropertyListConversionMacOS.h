@@ -8,15 +8,16 @@
 
 namespace qbdkr {
 
-// The system's property list as ours. A dictionary has no order there; its keys come sorted.
-// Entries that no property list has (a URL, say, in a bundle's information) are left out of
-// dictionaries. Absent for what is itself none, and beyond the bounds on levels and values.
+// Convert the system's property list to ours. Its dictionaries have no order: their keys come
+// sorted. Entries that no property list can hold (a URL, say, in a bundle's information) are left
+// out of dictionaries. Absent if the list itself is invalid, or exceeds the bounds on levels or
+// values.
 [[nodiscard]] std::optional<PropertyList> propertyListFrom(CFPropertyListRef list,
                                                            const propertylist::Bounds& bounds = {});
 [[nodiscard]] std::optional<PropertyList::Dictionary> dictionaryFrom(CFDictionaryRef dictionary);
 
-// Ours as the system's. Null for a text that is not UTF-8, a number no property list has, or more
-// than 256 levels.
+// Converts our property list to the system's. Null for a text that is not UTF-8, a number that no
+// property list has, or more than 256 levels.
 [[nodiscard]] CFRef<CFPropertyListRef> propertyListFor(const PropertyList& list);
 
 }  // namespace qbdkr

@@ -60,8 +60,8 @@ std::optional<std::string> textFromUTF16(std::string_view bytes, ByteOrder order
   return utf8FromUTF16(units);
 }
 
-// One zero among the first two bytes tells UTF-16 without a mark, which is therefore only
-// recognized when the text begins with an ASCII character.
+// Recognizes UTF-16 without a mark by a zero among the first two bytes, and so only if the text
+// begins with an ASCII character.
 std::optional<ByteOrder> takeByteOrder(std::string_view& bytes) {
   constexpr std::size_t markSize = 2;
   if (bytes.size() < markSize) return std::nullopt;
@@ -73,8 +73,8 @@ std::optional<ByteOrder> takeByteOrder(std::string_view& bytes) {
   return isLittleEndian ? ByteOrder::littleEndian : ByteOrder::bigEndian;
 }
 
-// Besides the containers there are the outermost element and the scalars, and a key for each value
-// of a dictionary.
+// Allows for a key with each value, for the outermost element, and for the scalars, which nest as
+// well.
 std::optional<PropertyList> readBoundedXML(std::string_view text, const Bounds& bounds) {
   const auto xml = withoutXMLDeclaration(text);
   if (!xml || !isBoundedXML(*xml, 2 * bounds.values + 1, bounds.levels + 2)) return std::nullopt;
@@ -82,7 +82,7 @@ std::optional<PropertyList> readBoundedXML(std::string_view text, const Bounds& 
 }
 
 Descriptor openForReading(const std::string& path) {
-  // Not blocking: opening a pipe would otherwise wait for a writer before it can be refused.
+  // Non-blocking: opening a pipe would otherwise wait for a writer before the pipe can be refused.
   constexpr int flags = O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY;
   int descriptor = -1;
   do {
@@ -91,7 +91,7 @@ Descriptor openForReading(const std::string& path) {
   return Descriptor(descriptor);
 }
 
-// Reads to the end whatever the size was said to be: the file may be growing or shrinking.
+// Reads to the end, whatever size was reported: the file may be growing or shrinking.
 FileContents readToEnd(int descriptor, std::size_t expected, std::size_t maximum) {
   std::string contents;
   contents.reserve(expected);
@@ -117,7 +117,7 @@ std::optional<PropertyList> parse(std::string_view bytes, const Bounds& bounds) 
     const std::optional<std::string> text = textFromUTF16(bytes, *order);
     return text ? readXMLOrText(*text, bounds) : std::nullopt;
   }
-  // UTF-8, which need not be copied.
+  // UTF-8 needs no copy.
   if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
   return isValidUTF8(bytes) ? readXMLOrText(bytes, bounds) : std::nullopt;
 }
@@ -138,7 +138,7 @@ FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
 
 std::optional<PropertyList::Dictionary> parseDictionary(std::string_view bytes,
                                                         const Bounds& bounds) {
-  // Nothing at all may be a text without pairs; as a file it is one that was cut off.
+  // Empty bytes could be a text without pairs, but an empty file is one that was cut off.
   if (bytes.empty()) return std::nullopt;
   std::optional<PropertyList> list = parse(bytes, bounds);
   if (!list || !list->dictionary()) return std::nullopt;

@@ -12,27 +12,26 @@ namespace qbdkr {
 
 // Reads a property list of any form: XML, binary, or old-style text, strings files included (their
 // pairs are a dictionary). Text may be UTF-8 or UTF-16 of either byte order, with or without a
-// byte-order mark; UTF-16 without one begins with an ASCII character, and what begins with "bplist"
-// is binary. Absent if the bytes have another form, or exceed a bound: 16 MiB of bytes, 256
-// levels, a million values; of a binary list, two values for each of its bytes. XML that could
-// mislead a reader counts as none: declarations in the document type, attributes with a ">" in
-// them, tags beyond 4 KiB. Never throws for what the bytes say.
+// byte-order mark; UTF-16 without one begins with an ASCII character, and bytes that begin with
+// "bplist" are binary. Absent if the bytes have another form or exceed a bound: 16 MiB of bytes,
+// 256 levels, a million values; for a binary list also two values per byte, and 64 MiB for all
+// texts and data. XML that could mislead a reader is refused: declarations in the document type,
+// attributes with a ">" in them, tags beyond 4 KiB. Throws only std::bad_alloc. Any thread.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList> parsePropertyList(std::string_view bytes);
 
-// Reads a file that holds a dictionary in any of these forms. Absent when it cannot be read, or has
-// no bytes.
+// Reads a file that holds a dictionary in any of these forms. Absent if the file cannot be read, is
+// empty, or holds no dictionary within these bounds. Blocks for the file. Any thread.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> readDictionaryFile(
     const std::string& path);
 
-// The steps of readDictionaryFile(), for readers with bounds of their own or a memory of what they
-// read.
+// The steps of readDictionaryFile(), for readers with bounds or a cache of their own.
 namespace propertylist {
 
-// The bytes of a file; absent when it cannot be read or has too many.
+// The bytes of a file; absent if it cannot be read, is not a regular file, or has too many.
 struct FileContents {
   std::optional<std::string> bytes;
-  // Whether the same file would give the same again. False after a failure for want of a
-  // descriptor, or of the device.
+  // True if reading the unchanged file again would give the same result. False if the failure was
+  // one of the process or the device, such as a lack of descriptors.
   bool isConclusive = true;
 };
 

@@ -28,7 +28,7 @@ std::chrono::sys_seconds referencePoint() {
   return sys_days(year(2001) / January / 1);
 }
 
-// The digits at a place of a date that was checked to have digits there.
+// Reads digits of a date whose pattern was checked.
 int digitsAt(std::string_view text, std::size_t place, std::size_t count) {
   int value = 0;
   for (const char c : text.substr(place, count)) value = value * 10 + (c - '0');
@@ -47,7 +47,7 @@ int exponentFrom(std::string_view text) {
   return negative ? -exponent : exponent;
 }
 
-// D.DD and an exponent of ten as digits alone.
+// Writes D.DD and an exponent of ten as digits alone.
 std::string plainNotation(std::string_view mantissa, int exponent) {
   std::string text(takeSign(mantissa) ? "-" : "");
   std::string digits(mantissa.substr(0, 1));
@@ -117,7 +117,7 @@ std::string textFromReal(double real) {
 
 std::optional<std::string> textFromDate(PropertyList::Date date) {
   using namespace std::chrono;
-  // Checked before the conversion: a number of seconds beyond these is none of an integer.
+  // Checked before the conversion: an integer cannot hold every number of seconds beyond this.
   constexpr double roughlyTenThousandYears = 4e11;
   if (!(std::abs(date.seconds) < roughlyTenThousandYears)) return std::nullopt;
 

@@ -8,18 +8,19 @@
 
 namespace qbdkr::propertylist {
 
-// Scalars as text. Never those of the locale: a file means the same everywhere.
+// Convert scalars to text and back. The locale is ignored: a file means the same everywhere. Absent
+// if the text is not exactly one such scalar.
 [[nodiscard]] std::optional<PropertyList::Integer> integerFromText(std::string_view text);
 [[nodiscard]] std::optional<PropertyList::Date> dateFromText(std::string_view text);
 
-// Absent for a magnitude that no property list can hold.
+// Absent if no property list can hold the magnitude.
 [[nodiscard]] std::optional<std::string> textFromInteger(PropertyList::Integer integer);
-// As few digits as read as the same number.
+// Writes the fewest digits that read as the same number.
 [[nodiscard]] std::string textFromReal(double real);
-// Whole seconds, as the form has no fractions. Absent outside the years 0 to 9999.
+// Rounds down to whole seconds, as the form has no fractions. Absent outside the years 0 to 9999.
 [[nodiscard]] std::optional<std::string> textFromDate(PropertyList::Date date);
 
-// The value of a hexadecimal digit; -1 for every other character.
+// Returns the value of a hexadecimal digit; -1 for every other character.
 [[nodiscard]] constexpr int hexDigitValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;

@@ -17,7 +17,7 @@ namespace {
 
 using namespace propertylist;
 
-// U+FFFE and U+FFFF, the only ones besides control characters that XML has no place for.
+// Finds U+FFFE and U+FFFF, the only characters besides control characters that XML cannot hold.
 bool hasNoncharacter(std::string_view utf8) {
   return utf8.find("\xEF\xBF\xBE") != std::string_view::npos ||
          utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
@@ -27,8 +27,7 @@ bool isXMLByte(char c) {
   return static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n' || c == '\r';
 }
 
-// Whether a value can be written as XML and read again: looked at as a whole before anything is
-// written.
+// Checks a whole value, before any of it is written: it must fit into XML and be readable again.
 class Fitness {
  public:
   // The level is the number of containers around the value.

@@ -21,7 +21,7 @@ namespace propertylist {
 
 namespace {
 
-// What octal escapes above 0177 mean: the upper half of the NextStep encoding.
+// The upper half of the NextStep encoding, which octal escapes above 0177 use.
 constexpr std::array<char16_t, 128> nextStepCharacters = {
     0x00A0, 0x00C0, 0x00C1, 0x00C2, 0x00C3, 0x00C4, 0x00C5, 0x00C7,  // 80
     0x00C8, 0x00C9, 0x00CA, 0x00CB, 0x00CC, 0x00CD, 0x00CE, 0x00CF,  // 88
@@ -41,7 +41,7 @@ constexpr std::array<char16_t, 128> nextStepCharacters = {
     0x0142, 0x00F8, 0x0153, 0x00DF, 0x00FE, 0x00FF, 0xFFFD, 0xFFFD,  // F8
 };
 
-// The separators of lines and paragraphs: space between tokens, like the end of a line.
+// The line and paragraph separators count as space between tokens, like the end of a line.
 constexpr std::string_view lineSeparator = "\xE2\x80\xA8";
 constexpr std::string_view paragraphSeparator = "\xE2\x80\xA9";
 
@@ -62,7 +62,7 @@ class TextReader {
 
   std::optional<PropertyList> read() {
     if (!skipSpace()) return std::nullopt;
-    // Nothing at all is a strings file without pairs.
+    // An empty text is a strings file without pairs.
     if (rest_.empty()) return PropertyList(PropertyList::Dictionary());
     const char first = rest_.front();
     if (first == '{' || first == '(' || first == '<') return soleValue();
@@ -78,7 +78,7 @@ class TextReader {
     return list;
   }
 
-  // A text followed by nothing is a list of its own; followed by anything it is the first key.
+  // Reads a text alone as a list of its own; a text that anything follows is the first key.
   std::optional<PropertyList> textOrPairs() {
     const std::string_view beginning = rest_;
     std::optional<std::string> first = text();
@@ -115,7 +115,7 @@ class TextReader {
     return dictionary;
   }
 
-  // Pairs up to what closes them, which is left for the caller to take.
+  // Reads pairs up to their closing token, which the caller takes.
   std::optional<PropertyList> pairs(std::size_t level, Closing closing) {
     std::vector<PropertyList::Dictionary::Entry> entries;
     while (true) {
@@ -216,8 +216,8 @@ class TextReader {
     }
   }
 
-  // Takes a backslash and what belongs to it. A character that means nothing special, the end of a
-  // line among them, stands for itself.
+  // Takes an escape sequence. A character without a special meaning stands for itself, the end of a
+  // line included.
   bool takeEscape(std::string& string) {
     rest_.remove_prefix(1);
     if (rest_.empty()) return false;
@@ -245,7 +245,7 @@ class TextReader {
     return true;
   }
 
-  // A character beyond the first plane is written as two escapes, its two halves.
+  // Takes two escapes for a character beyond the first plane: one for each half.
   bool takeUnits(std::string& string) {
     const std::optional<char16_t> unit = takeUnit();
     if (!unit) return false;
@@ -270,7 +270,7 @@ class TextReader {
     return takeUnit();
   }
 
-  // Takes the letter and up to four digits.
+  // Takes the letter of an escape and up to four digits.
   std::optional<char16_t> takeUnit() {
     rest_.remove_prefix(1);
     int code = 0;
@@ -290,7 +290,7 @@ class TextReader {
     return true;
   }
 
-  // The length of a space at the front; zero when there is none.
+  // Returns the length in bytes of a space at the front; 0 if another character is there.
   [[nodiscard]] std::size_t spaceAtFront() const {
     if (rest_.starts_with(lineSeparator) || rest_.starts_with(paragraphSeparator)) return 3;
     if (rest_.empty()) return 0;
@@ -298,7 +298,7 @@ class TextReader {
     return c == ' ' || (c >= '\t' && c <= '\r') ? 1 : 0;
   }
 
-  // Skips spaces and comments. False when a comment has no end.
+  // Skips spaces and comments. False if a comment has no end.
   bool skipSpace() {
     while (true) {
       if (const std::size_t space = spaceAtFront()) {
@@ -327,7 +327,7 @@ class TextReader {
   Allowance values_;
 };
 
-// The caller may store the text as UTF-16, which takes up to twice the bytes and a mark.
+// The caller may store the text as UTF-16, which takes up to twice as many bytes and a mark.
 constexpr std::size_t maximumTextBytes = maximumBytes / 2 - 1;
 
 class TextWriter {
@@ -343,7 +343,7 @@ class TextWriter {
   }
 
  private:
-  // False when something in the pair cannot be written.
+  // False if the pair cannot be written.
   bool writePair(const PropertyList::Dictionary::Entry& entry, std::size_t level) {
     if (!writeQuoted(entry.first)) return false;
     text_ += " = ";
@@ -354,7 +354,7 @@ class TextWriter {
 
   // The level is the number of containers around the value.
   bool writeValue(const PropertyList& list, std::size_t level) {
-    // Given up early: what is too long already need not be written to its end.
+    // Stops early: a text that is too long already need not be completed.
     if (!values_.take() || text_.size() > maximumTextBytes) return false;
     return std::visit([&](const auto& value) { return write(value, level); }, list.value());
   }
@@ -415,7 +415,7 @@ class TextWriter {
     return true;
   }
 
-  // U+0080 to U+009F, two bytes of which the second is the code.
+  // Finds U+0080 to U+009F at the front: two bytes, of which the second is the code.
   static bool isHighControl(std::string_view utf8) {
     return utf8.size() >= 2 && utf8[0] == '\xC2' && static_cast<unsigned char>(utf8[1]) < 0xA0;
   }

@@ -10,16 +10,17 @@
 
 namespace qbdkr {
 
-// The strings-file form, in UTF-8: one line per pair, a quoted key, an equals sign, a quoted value
-// and a semicolon. Values that are not text are written in their own old-style form. Absent when a
-// text is not UTF-8.
+// Returns the strings-file form, in UTF-8: one line per pair, a quoted key, an equals sign, a
+// quoted value and a semicolon. Numbers and dates are quoted as well; data and containers have
+// their own old-style form. Absent if a text is not UTF-8, a number or date is out of range, or a
+// bound is exceeded. Any thread.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::string> stringsFileText(
     const PropertyList::Dictionary& dictionary);
 
 namespace propertylist {
 
-// Reads the old-style text form, of which a strings file is one: valid UTF-8 without a byte-order
-// mark.
+// Reads the old-style text form, strings files included: valid UTF-8 without a byte-order mark.
+// Absent if the text has another form or exceeds a bound.
 [[nodiscard]] std::optional<PropertyList> readText(std::string_view utf8, const Bounds& bounds);
 
 }  // namespace propertylist

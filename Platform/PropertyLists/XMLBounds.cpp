@@ -6,7 +6,7 @@ namespace qbdkr::propertylist {
 
 namespace {
 
-// Takes everything up to and with a mark off the front; all of it when there is no such mark.
+// Takes everything through a mark off the front; all of the text if it has no such mark.
 std::string_view takeThrough(std::string_view& text, std::string_view mark) {
   const auto place = text.find(mark);
   const auto length = place == std::string_view::npos ? text.size() : place + mark.size();
@@ -19,8 +19,8 @@ void takeSpace(std::string_view& text) {
   text.remove_prefix(std::min(text.find_first_not_of(" \t\r\n"), text.size()));
 }
 
-// Only what is written exactly so counts as an element without contents: where a reader might see
-// it otherwise, it had better count as one level too many than as one too few.
+// Counts only exactly this form as an element without contents: if a reader might see it otherwise,
+// one level too many is safer than one too few.
 bool isWithoutContents(std::string_view tag) {
   constexpr std::string_view end = "/>";
   if (!tag.ends_with(end)) return false;
@@ -28,7 +28,7 @@ bool isWithoutContents(std::string_view tag) {
   return tag.find_first_of("/\"'") == std::string_view::npos;
 }
 
-// Readers may differ on where such a tag ends, and so on what is markup behind it.
+// Readers may differ on where such a tag ends, and so on which text after it is markup.
 bool endsInQuotation(std::string_view tag) {
   char quote = '\0';
   for (const char c : tag) {
@@ -41,13 +41,14 @@ bool endsInQuotation(std::string_view tag) {
   return quote != '\0';
 }
 
-// A comment or an instruction whose beginning some readers take for its end as well, and then find
-// markup where others find none.
+// Finds a comment or an instruction whose beginning some readers take for its end as well: they
+// would find markup where others see none.
 bool mayEndWhereItBegins(std::string_view tag) {
   return tag.starts_with("!-->") || tag.starts_with("!--->") || tag.starts_with("?>");
 }
 
-// A property list has one attribute, the version. A reader has to hold those of a tag all at once.
+// A property list has one attribute, the version. A reader has to hold all attributes of a tag at
+// once.
 constexpr std::size_t longestTag = 4096;
 
 constexpr std::string_view commentBegin = "!--";
@@ -75,8 +76,8 @@ bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t level
       takeThrough(text, "?>");
     } else {
       const std::string_view tag = takeThrough(text, ">");
-      // A tag within a tag is none, and a document type with declarations could bring entities that
-      // multiply.
+      // A tag within a tag is invalid, and a document type with declarations could bring entities
+      // that multiply.
       if (tag.find_first_of(tag.starts_with('!') ? "<[" : "<") != std::string_view::npos ||
           endsInQuotation(tag) || tag.size() > longestTag) {
         return false;
