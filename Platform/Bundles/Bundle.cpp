@@ -14,13 +14,13 @@ using Dictionary = PropertyList::Dictionary;
 
 bool hasNUL(std::string_view text) { return text.find('\0') != std::string_view::npos; }
 
-// A name that leads nowhere but into the directory it is looked up in.
+// Accepts only a name that cannot lead out of the directory in which it is looked up.
 bool isPlainName(std::string_view name) {
   return !name.empty() && name != "." && name != ".." && !hasNUL(name) &&
          name.find('/') == std::string_view::npos;
 }
 
-// The information dictionary with the texts of a language over its own.
+// Returns the information dictionary, in which localized texts replace its own.
 Dictionary localizedInfo(const NativeBundle& bundle) {
   Dictionary info = bundle.information();
   const Dictionary texts = bundle.localizedTexts();
@@ -30,8 +30,8 @@ Dictionary localizedInfo(const NativeBundle& bundle) {
   return Dictionary::fromEntries(std::move(entries));
 }
 
-// A process that was killed while it wrote switches may have cost the bundle its information, or
-// the localized texts, which are read after this.
+// Restores files first: a process that was killed while it wrote switches may have damaged the
+// bundle's information, or the localized texts, which are read after this.
 std::unique_ptr<const NativeBundle> openRecoveredMainBundle() {
   auto native = openMainBundle();
   if (!native) return nullptr;
@@ -52,7 +52,7 @@ struct Bundle::State {
         path(native ? native->path() : "/"),
         info(native ? localizedInfo(*native) : Dictionary()) {}
 
-  const std::unique_ptr<const NativeBundle> native;  // null for a process that has none
+  const std::unique_ptr<const NativeBundle> native;  // null if the process has none
   const std::string path;
   const Dictionary info;
 };

@@ -23,7 +23,7 @@ namespace {
 using Dictionary = PropertyList::Dictionary;
 using Result = std::shared_ptr<const Dictionary>;
 
-// What tells that a file is still the one that was read.
+// Tells whether a file is still the one that was read.
 class Signature {
  public:
   explicit Signature(const struct stat& status)
@@ -59,13 +59,13 @@ class Signature {
   timespec changed_;
 };
 
-// A file as it was before it was read.
+// The state of a file before it is read.
 struct Look {
   Signature signature;
   bool isSettled;
 };
 
-// Absent when there is no regular file.
+// Absent if the path leads to no regular file.
 std::optional<Look> lookAt(const std::string& path) {
   struct stat status {};
   if (stat(path.c_str(), &status) != 0 || !S_ISREG(status.st_mode)) return std::nullopt;
@@ -117,7 +117,7 @@ class DictionaryCache::State {
     if (auto known = remembered(path, *look)) return known;
     const Use use(turns(), path);
     Readings& readings = use.readings();
-    // Only one that begins from now on shows the file as it is now.
+    // Only a reading that begins from now on shows the file as it is now.
     const auto wanted = readings.begun + 1;
     while (readings.ended < wanted || !readings.last) {
       if (readings.ended == readings.begun) {
@@ -145,18 +145,18 @@ class DictionaryCache::State {
   struct Readings {
     std::uint64_t begun = 0;
     std::uint64_t ended = 0;
-    Result last;  // of the last that ended; null if that failed
+    Result last;  // of the last one that ended; null if it failed
     std::size_t users = 0;
   };
 
-  // Who reads what, and who waits for it.
+  // The readings in progress, and the condition on which threads wait for them.
   struct Turns {
     pid_t process = getpid();
     std::condition_variable_any readingEnded;
     std::map<std::string, Readings> readings;
   };
 
-  // Keeps the readings of a file while a thread needs them. Lives under the lock.
+  // Keeps the readings of a file while a thread needs them. Made and destroyed under the lock.
   class Use {
    public:
     Use(Turns& turns, const std::string& path)
@@ -185,15 +185,15 @@ class DictionaryCache::State {
     std::map<std::string, Readings>::iterator place_;
   };
 
-  // A child that was forked has none of the threads that were reading or waiting, and must not
-  // touch what they wait on.
+  // Starts afresh in a forked child: it has none of the threads that were reading or waiting, and
+  // must not touch the condition that they wait on.
   Turns& turns() {
     if (turns_->process != getpid()) static_cast<void>(turns_.release());
     if (!turns_) turns_ = std::make_unique<Turns>();
     return *turns_;
   }
 
-  // Gives up the lock while it reads.
+  // Releases the lock while it reads.
   void read(const std::string& path, const Look& look, const Use& use, Lock& lock) {
     ++use.readings().begun;
     try {
@@ -206,7 +206,7 @@ class DictionaryCache::State {
       lock.lock();
       Result result = dictionary;
       if (!look.isSettled && !isWhole) {
-        // An unreadable file may be half written right now; its last contents still hold then.
+        // An unreadable file may be half written right now; its last contents still count then.
         if (auto before = lastRemembered(path)) result = std::move(before);
       } else if (look.isSettled && (isWhole || reading.isConclusive)) {
         remember(path, Entry{look.signature, std::move(dictionary), bytes, ++uses_});
@@ -226,7 +226,7 @@ class DictionaryCache::State {
     return known->second.dictionary;
   }
 
-  // Whatever the file looks like now.
+  // Returns the last dictionary, even if the file has changed since.
   [[nodiscard]] Result lastRemembered(const std::string& path) const {
     const auto known = entries_.find(path);
     return known == entries_.end() ? nullptr : known->second.dictionary;

@@ -13,21 +13,22 @@ namespace qbdkr {
 
 // Holds the result of reading a file.
 struct DictionaryReading {
-  std::optional<PropertyList::Dictionary> dictionary;  // absent when the file holds none
-  // Whether the same file would give the same again. A failure for want of a descriptor would not.
+  std::optional<PropertyList::Dictionary> dictionary;  // absent if the file holds none
+  // True if reading the unchanged file again would give the same result. False after a failure such
+  // as a lack of descriptors.
   bool isConclusive = true;
 };
 
-// The dictionaries of files that are asked for over and over. A file is read anew only when it has
-// changed, even if it cannot be read. One thread at a time reads a file; the others wait for it and
-// take its result. Any thread.
+// Caches the dictionaries of files that are read over and over. A file, even an unreadable one, is
+// read again only after a change, or if it was read within 2 s of one. One thread at a time reads a
+// file; the others wait for it and take its result. Any thread.
 class QBDKR_EXPORT DictionaryCache {
  public:
-  // Reads a file, on a thread that asks for it and without a lock held.
+  // Reads a file. Called on a thread that asks for the file, without a lock held.
   using Read = std::function<DictionaryReading(const std::string& path)>;
 
-  // Bounds what is remembered: a number of files, and the memory that their dictionaries take. The
-  // newest one is remembered even if it alone takes more.
+  // Bounds the cache: the number of files, and the memory of their dictionaries in bytes. The
+  // newest one is cached even if it alone takes more.
   struct Capacity {
     std::size_t files;
     std::size_t bytes;
@@ -38,8 +39,8 @@ class QBDKR_EXPORT DictionaryCache {
   DictionaryCache& operator=(const DictionaryCache&) = delete;
   ~DictionaryCache();
 
-  // Empty when the file holds no dictionary, null when there is no regular file. Blocks while the
-  // file is read, and throws what reading it throws.
+  // Returns the dictionary of a file: empty if the file holds none, null if the path leads to no
+  // regular file. Blocks while the file is read, and throws what reading it throws.
   [[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> at(const std::string& path);
 
  private:
@@ -47,7 +48,8 @@ class QBDKR_EXPORT DictionaryCache {
   const std::unique_ptr<State> state_;
 };
 
-// The dictionary of one of the user's own files, settings for instance. As DictionaryCache::at().
+// Returns the dictionary of one of the user's own files, such as settings, from a cache of the
+// whole process. See DictionaryCache::at().
 [[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> cachedDictionary(
     const std::string& path);
 

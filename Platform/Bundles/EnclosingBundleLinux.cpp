@@ -23,8 +23,8 @@ std::string_view withoutDeletedMark(std::string_view executable) {
   return executable;
 }
 
-// Reads the information of any program's bundle. What such a file can cost is bounded, and paid
-// once at a time: several threads may walk the table of processes, and meet different files.
+// Reads the information of any program's bundle. The cost of such a file is bounded, and only one
+// is read at a time: several threads may walk the process table, and find different files.
 DictionaryReading readForeignInformation(const std::string& path) {
   static NeverDestroyed reading([] { return std::mutex(); });
   const std::lock_guard lock(*reading);
@@ -34,7 +34,7 @@ DictionaryReading readForeignInformation(const std::string& path) {
   DictionaryReading result{propertylist::parseDictionary(*std::exchange(contents.bytes, {}),
                                                          propertylist::foreignBounds),
                            true};
-  // Each thread that reads would keep as much for itself.
+  // Otherwise each thread that reads would keep as much for itself.
   if (size >= memoryPeak) releaseFreeMemory();
   return result;
 }
@@ -45,17 +45,17 @@ std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {
   return cache->at(path);
 }
 
-// Within the bounds of one's own files.
+// Applies the bounds for a host's own files.
 std::shared_ptr<const Dictionary> ownInformation(const std::string& path) {
   if (!isRegularFile(path)) return nullptr;
   return std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
 }
 
-// The bundle of the nearest directory above an executable that has an information file.
+// Returns the bundle of the nearest directory above an executable that has an information file.
 template <class Information>
 std::optional<EnclosingBundle> enclosingBundle(std::string_view executable,
                                                Information information) {
-  // A path may have two thousand directories, and is followed anew for each.
+  // A path may have two thousand directories, and is resolved anew for each.
   constexpr int furthest = 64;
   const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
   if (!place.starts_with('/')) return std::nullopt;

@@ -9,10 +9,10 @@
 
 namespace qbdkr {
 
-// Where a bundle has its information.
+// The path of the information in a bundle.
 inline constexpr std::string_view informationFile = "Contents/Info.plist";
 
-// The directory that a file lies in.
+// Returns the directory of a file: "" for a file in the root, "/" for a path without a slash.
 [[nodiscard]] std::string directoryOf(const std::string& file);
 
 // The information dictionary of the bundle that an executable belongs to, without localization, and
@@ -24,11 +24,11 @@ struct EnclosingBundle {
 };
 [[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable);
 
-// The same within the bounds of one's own files, and read anew.
+// Does the same within the bounds for a host's own files, and without a cache.
 [[nodiscard]] std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable);
 
-// Where an executable lies, as a process that still runs it shows it, or lay before its file was
-// replaced.
+// Returns the path of an executable, for the path that the system shows for a process that still
+// runs it. If its file was replaced since, returns the path before that.
 [[nodiscard]] std::string placeOfExecutable(std::string_view executable);
 
 }  // namespace qbdkr

@@ -18,7 +18,7 @@ std::string canonicalName(std::string_view locale) {
   return name;
 }
 
-// What a regional Chinese locale is written in; the folders are named after the script.
+// Returns the script of a regional Chinese locale, after which folders are named; "" for others.
 std::string_view scriptName(std::string_view language) {
   if (language == "zh-cn" || language == "zh-sg" || language == "zh") return "zh-hans";
   if (language == "zh-tw" || language == "zh-hk" || language == "zh-mo") return "zh-hant";
@@ -34,7 +34,7 @@ std::string_view variable(const char* name) {
   return value == nullptr ? std::string_view() : value;
 }
 
-// The locale of messages, as setlocale(3) finds it: a variable that is empty counts as not set.
+// Returns the locale of messages, as setlocale(3) finds it: an empty variable counts as not set.
 std::string_view localeOfMessages() {
   for (const char* name : {"LC_ALL", "LC_MESSAGES", "LANG"}) {
     if (const auto value = variable(name); !value.empty()) return value;
@@ -44,8 +44,8 @@ std::string_view localeOfMessages() {
 
 bool isUntranslated(std::string_view locale) { return locale == "C" || locale == "POSIX"; }
 
-// Best first, as gettext(3) has them: LANGUAGE goes before the locale, but not if that means no
-// translation, and a "C" in the list ends it.
+// Returns the user's languages, best first, as gettext(3) does: LANGUAGE goes before the locale,
+// unless the locale means no translation; a "C" in the list ends it.
 std::vector<std::string> languagesOfUser() {
   const std::string_view locale = localeOfMessages();
   if (isUntranslated(locale)) return {};
@@ -63,8 +63,8 @@ std::vector<std::string> languagesOfUser() {
   return languages;
 }
 
-// The folder for a language: its own, then its script's, then its base language's, then any variant
-// of the base language.
+// Returns the folder for a language: its own, then its script's, then its base language's, then any
+// variant of the base language.
 std::optional<std::string> folderFor(std::string_view language,
                                      const std::vector<std::string>& folders) {
   const auto named = [&](std::string_view name) -> std::optional<std::string> {

@@ -12,8 +12,8 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-// Two bundles of ours may be one object of the system's, which nothing promises to be usable from
-// two threads at a time.
+// Two of our bundles may share one object of the system, which is not documented as safe to use
+// from two threads at a time.
 std::mutex& oneAtATime() {
   static NeverDestroyed mutex([] { return std::mutex(); });
   return *mutex;
@@ -52,7 +52,8 @@ class SystemBundle final : public NativeBundle {
     return dictionaryFrom(CFBundleGetLocalInfoDictionary(bundle_.get())).value_or(Dictionary());
   }
 
-  // The system looks the name up itself, perhaps in an older dictionary than ours.
+  // The system looks the name up itself, perhaps in an older dictionary than ours: the names must
+  // agree.
   [[nodiscard]] std::optional<std::string> executable(const std::string& name) const override {
     const std::lock_guard lock(oneAtATime());
     const CFRef<CFURLRef> url(CFBundleCopyExecutableURL(bundle_.get()));
@@ -108,8 +109,8 @@ std::unique_ptr<const NativeBundle> openBundle(const std::string& path) {
   const std::lock_guard lock(oneAtATime());
   CFRef<CFBundleRef> bundle(CFBundleCreate(kCFAllocatorDefault, url.get()));
   if (!bundle) return nullptr;
-  // Not the bundle's own dictionary: an object that somebody has kept would still have the one of
-  // the files that have been replaced since.
+  // Reads the directory, not the bundle's own dictionary: an object that is kept elsewhere would
+  // still have the dictionary of files that were replaced since.
   const CFRef<CFDictionaryRef> info(CFBundleCopyInfoDictionaryInDirectory(url.get()));
   return std::make_unique<SystemBundle>(std::move(bundle), path,
                                         dictionaryFrom(info.get()).value_or(Dictionary()));
