@@ -4,9 +4,9 @@
 
 namespace qbdkr {
 
-// Lets Apple events in on the main thread's run loop, once and for all, and returns the port they
-// come in by. 0, and nothing is done, when the process has an application object of AppKit's, whose
-// own loop takes them. Only on the main thread.
+// Makes the main thread's run loop receive Apple events, for good, and returns their port. Returns
+// 0, without effect, if the process has an application object of AppKit, whose own loop takes them,
+// or if the port cannot be watched. Main thread only.
 mach_port_t listenForEvents();
 
 }  // namespace qbdkr

@@ -7,7 +7,7 @@
 
 namespace qbdkr {
 
-// What RunLoop.cpp asks of the system's event loop.
+// The system's event loop, as RunLoop.cpp needs it.
 
 // A repeating timer.
 class NativeTimer : public std::enable_shared_from_this<NativeTimer> {
@@ -17,11 +17,11 @@ class NativeTimer : public std::enable_shared_from_this<NativeTimer> {
   NativeTimer& operator=(const NativeTimer&) = delete;
   virtual ~NativeTimer() = default;
 
-  // No further tick. Also from within one.
+  // Ends the ticks. May be called from within one.
   virtual void end() = 0;
 
  protected:
-  // Keeps itself while it ticks, whatever the tick lets go of.
+  // Keeps the timer alive during the tick, which may release it.
   void tick() {
     const auto kept = shared_from_this();
     tick_();
@@ -31,42 +31,41 @@ class NativeTimer : public std::enable_shared_from_this<NativeTimer> {
   const std::function<void()> tick_;
 };
 
-// The event loop of one thread. All calls are made on that thread, where none is said to be for
-// any.
+// The event loop of one thread. Call every member on that thread unless it says otherwise.
 class NativeLoop {
  public:
   enum class Turn { done, nothingDue, failed };
 
   virtual ~NativeLoop() = default;
 
-  // One of the next turns calls what was given for that. Any thread, and from a signal handler.
+  // Makes one of the next turns call onWake. Any thread, and from a signal handler.
   virtual void wake() = 0;
 
-  // Readable when a turn would do something.
+  // Returns a descriptor that is readable if a turn would do something.
   [[nodiscard]] virtual int descriptor() const = 0;
 
-  // Does one thing that is due. Waits until there is one, if it is to.
+  // Does one thing that is due. If nothing is due, waits for it or returns nothingDue.
   virtual Turn turn(bool waits) = 0;
 
-  // Before and after the turns that somebody takes who watches the descriptor.
+  // Called before and after the turns of a host that watches the descriptor.
   virtual void beginTurns() {}
   virtual void endTurns() {}
 
-  // Ticks every interval, and up to the slack later, so that the system can wake up once for
-  // several timers. Ticks that were missed while the thread was busy are not made up for. Null when
-  // there can be no timer.
+  // Starts a timer that ticks every interval, up to the slack later: the system can then wake up
+  // once for several timers. Ticks that were missed while the thread was busy are dropped. Null if
+  // the timer cannot be made.
   virtual std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                                   std::chrono::microseconds slack,
                                                   std::function<void()> tick) = 0;
 };
 
-// The loop of the main thread, from any thread, or of this one. Neither onWake nor a tick may
-// throw. Throws std::runtime_error when there can be none.
+// Makes the loop of the main thread, from any thread, or that of the calling thread. Neither onWake
+// nor a tick may throw. Throws std::runtime_error if the loop cannot be made.
 std::unique_ptr<NativeLoop> makeNativeLoop(bool ofMainThread, std::function<void()> onWake);
 
 [[nodiscard]] bool isMainThread();
 
-// What RunLoop.cpp gives the platform: the loop below RunLoop::main().
+// Returns the loop below RunLoop::main(). RunLoop.cpp defines it, for the rest of the platform.
 NativeLoop& mainNativeLoop();
 
 }  // namespace qbdkr

@@ -35,7 +35,7 @@ class EventTimer final : public NativeTimer {
   EventTimer& operator=(const EventTimer&) = delete;
   ~EventTimer() override { end(); }
 
-  // A slack of 0 would mean a quarter of a second to sd-event.
+  // The slack is not 0, which sd-event would take for a quarter of a second.
   bool arm(sd_event* event, std::chrono::microseconds slack) {
     return sd_event_add_time_relative(event, &source_, CLOCK_MONOTONIC, interval_,
                                       static_cast<std::uint64_t>(slack.count()), onDue, this) >= 0;
@@ -75,7 +75,7 @@ class EventLoop final : public NativeLoop {
 
   void wake() override {
     const std::uint64_t one = 1;
-    // It can only fail when the counter is full, and then the loop is awake.
+    // Fails only if the counter is full, and then the loop is awake.
     [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
   }
 
@@ -89,7 +89,7 @@ class EventLoop final : public NativeLoop {
     return ready < 0 || sd_event_dispatch(event_.get()) < 0 ? Turn::failed : Turn::done;
   }
 
-  // Timers and descriptors added meanwhile reach the descriptor of the loop only here.
+  // Timers and descriptors that the turns added reach the descriptor of the loop only here.
   void endTurns() override {
     if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) prepare();
   }
@@ -99,7 +99,7 @@ class EventLoop final : public NativeLoop {
                                           std::function<void()> tick) override {
     auto timer = std::make_shared<EventTimer>(interval, std::move(tick));
     if (!timer->arm(event_.get(), slack)) return nullptr;
-    wake();  // whoever watches the descriptor takes a turn, after which it tells of the timer
+    wake();  // a host that watches the descriptor takes a turn, which lets it show the timer
     return timer;
   }
 

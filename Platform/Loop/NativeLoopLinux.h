@@ -4,8 +4,8 @@
 
 namespace qbdkr {
 
-// The sd-event object of the main run loop, for sources of the platform's own. Only to be touched
-// on the main thread; RunLoop::main().perform() gets there.
+// Returns the sd-event object of the main run loop, for the platform's own sources. Use it only on
+// the main thread; RunLoop::main().perform() gets there.
 sd_event* mainEventLoop();
 
 }  // namespace qbdkr

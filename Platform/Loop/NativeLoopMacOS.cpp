@@ -20,8 +20,8 @@ namespace {
 
 using Seconds = std::chrono::duration<double>;  // as Core Foundation counts time
 
-// What wakes the loop from other threads and from signal handlers, which may do little more than
-// write a byte.
+// Wakes the loop from other threads and from signal handlers, which may do little more than write a
+// byte.
 struct WakePipe {
   Descriptor in;
   Descriptor out;
@@ -44,8 +44,8 @@ struct WakePipe {
   }
 };
 
-// What a host with a loop of its own watches: readable when the pipe is, when a timer is due, and
-// when an Apple event came.
+// The descriptor for a host with a loop of its own: readable if the pipe is, if a timer is due, and
+// if an Apple event came.
 class WatchedQueue {
  public:
   WatchedQueue() : queue_(::kqueue()) {
@@ -62,15 +62,16 @@ class WatchedQueue {
 
   void wakeAfter(Seconds delay) {
     constexpr Seconds longest = std::chrono::hours(24);
-    // The system may keep a timer that is due waiting for its tolerance. Whoever watches does not
-    // turn in circles meanwhile.
+    // The system may delay a timer that is due, within its tolerance. The pause keeps the host from
+    // busy waiting until then.
     constexpr Seconds pause = std::chrono::milliseconds(10);
     const auto wait = std::chrono::ceil<std::chrono::microseconds>(
         delay > Seconds(0) ? std::min(delay, longest) : pause);
     change(timer, EVFILT_TIMER, EV_ADD | EV_ONESHOT, NOTE_USECONDS, wait.count());
   }
 
-  // A timer that came due stays so until it is taken. What else there is stays until it is done.
+  // Takes due timers off the queue, which would stay there. Other events stay until they are
+  // handled.
   void takeDue() {
     std::array<struct kevent, 4> due{};
     constexpr timespec now{};
@@ -97,7 +98,7 @@ class SystemTimer final : public NativeTimer {
   SystemTimer& operator=(const SystemTimer&) = delete;
   ~SystemTimer() override { end(); }
 
-  // A tick that was missed is the system's to leave out: it goes on from the next one to come.
+  // The system drops missed ticks, and goes on with the next one to come.
   bool schedule(CFRunLoopRef loop, Seconds interval, Seconds slack) {
     CFRunLoopTimerContext context{0, this, nullptr, nullptr, nullptr};
     timer_ = CFRef<CFRunLoopTimerRef>(
@@ -120,7 +121,7 @@ class SystemTimer final : public NativeTimer {
   CFRef<CFRunLoopTimerRef> timer_;
 };
 
-// The system's own loop of a thread; what others do on it goes on beside us.
+// The system's own loop of a thread, shared with other users of that loop.
 class SystemLoop final : public NativeLoop {
  public:
   SystemLoop(CFRunLoopRef loop, bool isMain, std::function<void()> onWake)
@@ -140,7 +141,7 @@ class SystemLoop final : public NativeLoop {
   }
 
   void wake() override {
-    // It can only fail when the pipe is full, and then the loop is awake.
+    // Fails only if the pipe is full, and then the loop is awake.
     [[maybe_unused]] const auto written = ::write(pipe_.out.get(), "", 1);
   }
 
@@ -160,7 +161,7 @@ class SystemLoop final : public NativeLoop {
     }
   }
 
-  // What woke the watcher is taken here: the system's own watch of the pipe may come later.
+  // Drains the pipe here: the system's own watch of it may come later.
   void beginTurns() override {
     queue_.takeDue();
     pipe_.drain();
@@ -192,7 +193,7 @@ class SystemLoop final : public NativeLoop {
     return true;
   }
 
-  // Events come in only where this loop is the one that runs, so not before it does.
+  // Listens from the first turn on: events may arrive here only if this is the loop that runs.
   void listen() {
     if (!isMain_ || listening_) return;
     const mach_port_t port = listenForEvents();

@@ -16,7 +16,7 @@
 namespace qbdkr {
 namespace {
 
-// The tasks that other threads gave a run loop, in their order.
+// The tasks that were given to a run loop, in their order.
 class TaskQueue {
  public:
   void add(RunLoop::Task task) {
@@ -24,7 +24,7 @@ class TaskQueue {
     tasks_.push_back(std::move(task));
   }
 
-  // Performs what is there now. On the loop's thread.
+  // Performs the tasks given so far. Loop's thread only.
   void perform() {
     std::vector<RunLoop::Task> due;
     {
@@ -51,7 +51,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
 
   bool start(NativeLoop& native, std::chrono::milliseconds asked) {
     using std::chrono::microseconds;
-    // One that is always due would leave nothing else a turn.
+    // A timer that is always due would leave no turn to anything else.
     const microseconds interval = std::max(asked, std::chrono::milliseconds(1));
     const auto slack =
         std::clamp<microseconds>(interval / 10, microseconds(1), std::chrono::milliseconds(250));
@@ -61,7 +61,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
 
   void invalidate() override;
 
-  // On the loop's thread: no further tick.
+  // Ends the ticks. Loop's thread only.
   void end() {
     if (native_) native_->end();
     native_.reset();
@@ -69,7 +69,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
 
  private:
   void tick() {
-    const auto self = shared_from_this();  // whatever the task lets go of
+    const auto self = shared_from_this();  // the task may release the timer
     if (valid_) dropExceptions([this] { task_(*this); });
   }
 
@@ -79,7 +79,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
   std::shared_ptr<NativeTimer> native_;
 };
 
-// What a run loop consists of, shared with the timers and tasks that outlive its thread.
+// One run loop, shared with the timers and tasks that outlive its thread.
 class ThreadLoop final : public RunLoop, public std::enable_shared_from_this<ThreadLoop> {
  public:
   explicit ThreadLoop(bool ofMainThread)
@@ -99,7 +99,7 @@ class ThreadLoop final : public RunLoop, public std::enable_shared_from_this<Thr
   }
 
   void stop() override {
-    const int before = errno;  // what a signal handler interrupts must not notice
+    const int before = errno;  // unchanged for the code that a signal handler interrupts
     stopped_.store(true);
     native_->wake();
     errno = before;
@@ -108,7 +108,7 @@ class ThreadLoop final : public RunLoop, public std::enable_shared_from_this<Thr
   [[nodiscard]] int descriptor() const override { return native_->descriptor(); }
 
   void dispatch() override {
-    // The host's own loop gets its turn however much there is to do here.
+    // The limit lets the host's own loop have its turn, however much is due here.
     constexpr int mostTurns = 100;
     native_->beginTurns();
     int turns = 0;

@@ -13,47 +13,53 @@ class RunLoop;
 // A repeating timer. The run loop keeps it until it is invalidated.
 class QBDKR_EXPORT RunLoopTimer {
  public:
-  // Ends the ticks: none begins after this returns on the timer's own thread. Any thread.
+  // Ends the ticks. If called on the timer's own thread, none begins afterwards; if called on
+  // another one, a last tick may. Any thread; does not wait.
   virtual void invalidate() = 0;
 
  protected:
   virtual ~RunLoopTimer() = default;
 };
 
-// The event loop of one thread. RPC events arrive on the main thread's, timers fire on the one they
-// were scheduled on, and only while that loop runs. A host that has a loop of its own (GLib, Qt,
-// ...) watches descriptor() for reading there and calls dispatch() when it becomes readable.
-// A loop that cannot be made, for want of descriptors, throws std::runtime_error on first use.
+// The event loop of one thread. RPC events arrive on the main thread's loop, and timers fire on the
+// loop they were scheduled on, only while that loop runs. A host with a loop of its own (GLib, Qt,
+// ...) watches descriptor() there for reading, and calls dispatch() when it becomes readable. The
+// first use of a loop throws std::runtime_error if the loop cannot be made, as without free
+// descriptors.
 class QBDKR_EXPORT RunLoop {
  public:
   using Task = std::function<void()>;
   using TimerTask = std::function<void(const RunLoopTimer&)>;
 
-  // The calling thread's loop; made on first use, ends with the thread, and so do its timers.
+  // Returns the calling thread's loop. It is made on first use; the loop and its timers end with
+  // the thread.
   static RunLoop& current();
-  // The main thread's loop, from any thread; it is never destroyed.
+  // Returns the main thread's loop, which is never destroyed. Any thread.
   static RunLoop& main();
 
   virtual ~RunLoop() = default;
 
-  // Runs until stop(). Only on the loop's thread, not from inside one of its own callbacks.
+  // Blocks, and runs the loop until stop() or until the system's loop fails. Loop's thread only,
+  // and not from inside one of its own callbacks.
   virtual void run() = 0;
   // Ends run(), now or when it is next entered. Any thread, and from a signal handler, which must
-  // not be the first to use the loop.
+  // not be the first to use the loop. Does not wait.
   virtual void stop() = 0;
 
-  // A descriptor that is readable when dispatch() has something to do. Owned by the loop.
+  // Returns a descriptor that is readable if dispatch() has something to do. Owned by the loop.
   [[nodiscard]] virtual int descriptor() const = 0;
-  // Does what is due, without blocking; a part of it when there is much, and the descriptor stays
-  // readable then. Only on the loop's thread.
+  // Does what is due, without blocking. If much is due it does a part of it, and the descriptor
+  // stays readable. Loop's thread only.
   virtual void dispatch() = 0;
 
-  // Calls a task on the loop's thread, in the order in which they were given. Any thread.
+  // Calls a task on the loop's thread; tasks run in the order in which they were given. Any thread;
+  // does not wait. An exception that leaves the task is dropped.
   virtual void perform(Task task) = 0;
 
-  // Calls a task every interval (1 ms at least), the first time after one interval. Only on the
-  // loop's thread. An exception that leaves a task is dropped. Throws std::runtime_error when there
-  // can be no timer.
+  // Calls a task every interval (1 ms at least), the first time after one interval. A call may come
+  // later by a tenth of the interval, 0.25 s at most; calls that were missed while the thread was
+  // busy are dropped. Loop's thread only. An exception that leaves the task is dropped. Throws
+  // std::runtime_error if the timer cannot be made.
   virtual std::shared_ptr<RunLoopTimer> scheduleTimer(std::chrono::milliseconds interval,
                                                       TimerTask task) = 0;
 };
