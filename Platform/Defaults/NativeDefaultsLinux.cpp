@@ -22,8 +22,9 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-// For other processes and threads alike: the lock of a file is one between threads as well. Hosts
-// start with this on the thread that calls; what could not be stored is stored the next time.
+// Waits for other processes and threads alike: the lock of a file is one between threads as well.
+// Short, because hosts do this when they start, on the calling thread; changes that could not be
+// stored are stored the next time.
 constexpr std::chrono::milliseconds lockPatience(200);
 
 std::string preferencesDirectory() {
@@ -48,13 +49,13 @@ void merge(Dictionary& stored, const Changes& changes) {
   }
 }
 
-// True as well when the file is refused to this user: that does not pass by itself.
+// True as well if this user may not read the file: that does not pass by itself.
 bool canBeOpened(const std::string& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   return file || errno == EACCES;
 }
 
-// Under a name that is free, so that nothing that was put aside before is lost.
+// Chooses a free name: no file that was put aside before is lost.
 bool putAside(const std::string& path) {
   constexpr int most = 100;
   std::string aside = path + ".damaged";
@@ -67,13 +68,13 @@ bool putAside(const std::string& path) {
 // The caller holds the lock of the directory.
 bool store(const std::string& domain, const Changes& changes) {
   const std::string file = fileOfDomain(domain);
-  // A killed process may have left one, and there may be nothing to store.
+  // A killed process may have left one, which stays if nothing needs to be stored.
   const std::string staged = stagedPath(file);
   if (fileExists(staged)) std::remove(staged.c_str());
   const auto before = readDictionaryFile(file);
-  // What cannot be read for want of a descriptor, say, may be good.
+  // A file that cannot be read for want of a descriptor, say, may be intact.
   if (!before && fileExists(file) && !canBeOpened(file)) return false;
-  // What somebody else damaged is put aside, not overwritten.
+  // A damaged file is put aside, not overwritten.
   if (!before && fileExists(file) && !putAside(file)) return false;
   Dictionary after = before.value_or(Dictionary());
   merge(after, changes);
@@ -128,11 +129,11 @@ bool DefaultsStore::synchronize() {
   if (!createDirectory(directory)) return false;
   const auto fileLock = FileLock::acquire(directory, lockPatience);
   if (!fileLock.isHeld()) return false;
-  // Only now: another thread may have stored older values, or these, meanwhile.
+  // Read only now: while this one waited, another thread may have stored older values, or these.
   const Changes changes = state_->unsavedChanges();
   if (changes.empty()) return true;
   if (!store(state_->domain, changes)) return false;
-  // What was set again while the file was written is still unsaved.
+  // A value that was set again while the file was written is still unsaved.
   const std::lock_guard lock(state_->mutex);
   for (const auto& [key, value] : changes) {
     const auto entry = state_->unsaved.find(key);

@@ -7,7 +7,7 @@
 namespace qbdkr {
 namespace {
 
-// Stores what this process has set, and takes over what others have stored.
+// Stores the changes of this process, and takes over those that others have stored.
 bool synchronized(CFStringRef application) {
   return CFPreferencesSynchronize(application, kCFPreferencesCurrentUser, kCFPreferencesAnyHost) !=
          0;
@@ -18,7 +18,7 @@ bool synchronized(CFStringRef application) {
 struct DefaultsStore::State {
   explicit State(const std::string& domain) : application(stringFromText(domain)) {}
 
-  const CFRef<CFStringRef> application;  // null for what is no text
+  const CFRef<CFStringRef> application;  // null if the name is not UTF-8
 };
 
 DefaultsStore::DefaultsStore(const std::string& domain) : state_(std::make_unique<State>(domain)) {}

@@ -36,9 +36,9 @@ struct UserDefaults::State {
     return unstored.empty();
   }
 
-  std::optional<DefaultsStore> store;  // none for a domain that is none
+  std::optional<DefaultsStore> store;  // empty if the domain name is invalid
   ForkSafeMutex mutex;
-  PropertyList::Dictionary unstored;  // what this process has set without a store
+  PropertyList::Dictionary unstored;  // settings of this process, without a store
   bool writeScheduled = false;        // on the main run loop
 };
 
@@ -52,7 +52,7 @@ void UserDefaults::scheduleWrite(const std::shared_ptr<State>& state) {
       done();
       state->synchronize();
     });
-  } catch (...) {  // there may be a loop the next time
+  } catch (...) {  // the loop may exist the next time
     done();
     throw;
   }

@@ -11,32 +11,34 @@
 namespace qbdkr {
 
 // The user's settings of one domain, shared with every process that names the same domain. Reads
-// see what other processes synchronized. Usable from any thread; all of it blocks for the file, and
-// nothing throws but for want of memory or, on first use, of descriptors for the main run loop.
+// see changes that other processes synchronized. Every call runs on any thread, and may block for
+// the file. Throws only if out of memory or, on first use of the main run loop, out of descriptors.
 class QBDKR_EXPORT UserDefaults {
  public:
-  // The host's own domain: its bundle identifier.
+  // Returns the settings of the host's own domain: its bundle identifier.
   static UserDefaults& standard();
 
-  // The settings of another application as they are stored now. Absent when there are none.
+  // Returns the settings of another application as they are stored now. Absent if none are stored.
   [[nodiscard]] static std::optional<PropertyList::Dictionary> persistentDomain(
       std::string_view domain);
 
+  // Names a domain: UTF-8 of at most 200 bytes, without "/" or NUL, and without a dot at its
+  // beginning. Settings under any other name last until the object ends, and are never stored.
   explicit UserDefaults(const std::string& domain);
   UserDefaults(const UserDefaults&) = delete;
   UserDefaults& operator=(const UserDefaults&) = delete;
   ~UserDefaults();
 
-  // Absent when the key is not set.
+  // Returns the value of a key; absent if the key is not set.
   [[nodiscard]] std::optional<PropertyList> object(std::string_view key) const;
 
-  // Sets a key, or removes it when the value is absent. Seen by this process at once; stored by the
-  // next synchronize(), which the main run loop calls soon when nobody else does. False, and
-  // nothing changes, for a value that no property list can hold (text that is not UTF-8, say).
+  // Sets a key, or removes it if the value is absent. This process sees the change at once; the
+  // next synchronize() stores it, which the main run loop calls soon in any case. False, without
+  // effect, if no property list can hold the key or the value (text that is not UTF-8, say).
   bool setObject(std::string_view key, std::optional<PropertyList> value);
 
-  // Stores what was set, and waits 0.2 s at most for others that do so, threads of this process
-  // included. False when that failed; it is then kept and tried again the next time.
+  // Stores the changes. On Linux it waits 0.2 s at most for others that do so, threads of this
+  // process included. False on failure; the changes are then kept and stored the next time.
   bool synchronize();
 
  private:
