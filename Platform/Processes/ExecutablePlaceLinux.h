@@ -7,12 +7,12 @@
 
 namespace qbdkr {
 
-// The path that the system shows for what a process runs; absent for one that has ended, and for
-// one that this process may not look into.
+// Returns the path that the system shows for the executable of a process; absent if the process has
+// ended, or if this one may not see it.
 [[nodiscard]] std::optional<std::string> executableOfProcess(pid_t processID);
 
-// Whether the executable of a process lies in a directory, or lay there before its files were
-// replaced. False for a process whose executable is not shown to this one.
+// Tells whether the executable of a process lies in a directory, or lay there before its files were
+// replaced. False if this process may not see the executable.
 [[nodiscard]] bool runsFrom(pid_t processID, const std::string& directory);
 
 }  // namespace qbdkr

@@ -12,16 +12,16 @@
 
 namespace qbdkr {
 
-// Copies the kernel's process table. Without a buffer it stores the bytes that the table needs now;
-// with one, whose size length says, it stores the bytes written. 0, or an errno value: ENOMEM when
-// the table has grown beyond the buffer.
+// Copies the kernel's process table. Without a buffer it stores in length how many bytes the table
+// needs now; with a buffer of length bytes, how many it wrote. Returns 0 or an errno value: ENOMEM
+// if the table has grown beyond the buffer.
 [[nodiscard]] QBDKR_EXPORT int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
 
-// The serial number of a process; procNotFound for what cannot be an id. On Linux every other one
-// has a serial number, whether it runs an application or not.
+// Stores the serial number of a process. Returns procNotFound if the id is not positive. On Linux
+// every other id has a serial number, whether an application runs under it or not.
 [[nodiscard]] QBDKR_EXPORT OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
 
-// The information dictionary of the application that a process runs; null when it is none.
+// Returns the information dictionary of the application that a process runs; null if it runs none.
 [[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
 

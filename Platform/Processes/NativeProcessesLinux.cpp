@@ -27,7 +27,7 @@ struct CloseDirectory {
 };
 using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
-// The table may grow before the caller comes back with a buffer.
+// Processes may start before the caller comes back with a buffer.
 constexpr std::size_t headroom = 16;
 
 std::optional<pid_t> processID(std::string_view name) {
@@ -37,11 +37,11 @@ std::optional<pid_t> processID(std::string_view name) {
   return number;
 }
 
-// Absent for a process that has ended meanwhile.
+// Absent if the process has ended; on another failure errno says why.
 std::optional<ProcessRecord> readRecord(int table, const char* name, pid_t processID) {
   const std::string path = std::string(name) + "/comm";
   const Descriptor file(openat(table, path.c_str(), O_RDONLY | O_CLOEXEC));
-  // The files of a process that may not be looked into belong to root; its directory does not.
+  // Asks the directory for the user: the files of a protected process belong to root.
   struct stat status {};
   if (!file || fstatat(table, name, &status, 0) != 0) return std::nullopt;
   ProcessRecord record{processID, status.st_uid, {}};
@@ -68,7 +68,7 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
     }
     errno = 0;
     const auto record = readRecord(dirfd(table.get()), entry->d_name, *id);
-    // Not to be had is not the same as gone.
+    // Out of descriptors does not mean that the process ended.
     if (!record && (errno == EMFILE || errno == ENFILE)) return errno;
     if (!record) continue;
     if (count == room) return ENOMEM;

@@ -18,7 +18,7 @@ namespace {
 
 using KernelRecord = kinfo_proc;
 
-// The length in bytes of what the kernel has, or has written, in place of the room that there was.
+// Stores in length how many bytes the kernel has or, with a buffer of that length, has written.
 int readKernelTable(KernelRecord* records, std::size_t* length) {
   std::array<int, 4> name{CTL_KERN, KERN_PROC, KERN_PROC_ALL, 0};
   constexpr unsigned int nameLength = 3;  // the last one belongs to other queries

@@ -18,7 +18,7 @@ struct ProcessRecord {
   char command[17];  // the short command name, NUL-terminated
 };
 
-// How the process manager names a process.
+// The process manager's number for a process.
 struct ProcessSerialNumber {
   std::uint32_t highLongOfPSN;
   std::uint32_t lowLongOfPSN;
@@ -29,22 +29,22 @@ struct Free {
 };
 
 struct FetchedProcessTable {
-  std::unique_ptr<ProcessRecord, Free> records;  // null when the table could not be had
+  std::unique_ptr<ProcessRecord, Free> records;  // null if the table could not be read
   std::size_t count = 0;
   int error = 0;  // an errno value; 0 with records
 };
 
-// The kernel's process table. Asks for the size of the table, then for the table; again when it
-// grew in between, as often as that takes.
+// Copies the kernel's process table. Asks for its size, then for the table, and repeats both if the
+// table grew in between, as often as that takes. Any thread.
 [[nodiscard]] FetchedProcessTable fetchProcessTable();
 
-// The same with any query, so that a growing table can be tried.
+// Does the same with any query: a test can simulate a growing table.
 template <class Query>
 FetchedProcessTable fetchProcessTable(Query query) {
   for (;;) {
     std::size_t length = 0;
     if (const int error = query(nullptr, &length); error != 0) return {nullptr, 0, error};
-    // malloc, because the records are handed to callers who free them.
+    // malloc(), because callers get the records and free() them.
     std::unique_ptr<ProcessRecord, Free> records(static_cast<ProcessRecord*>(std::malloc(length)));
     if (!records) return {nullptr, 0, ENOMEM};
     const int error = query(records.get(), &length);
