@@ -4,7 +4,8 @@
 
 namespace qbdkr {
 
-// The system's transport of events between processes, made on first use and never destroyed.
+// Returns the system's transport of events between processes. It is made on first use and never
+// destroyed.
 [[nodiscard]] RPCTransport& nativeTransport();
 
 }  // namespace qbdkr

@@ -45,7 +45,7 @@ class BusTransport final : public RPCTransport {
 
   void removeHandler() override { BusReceiver::shared().removeHandler(); }
 
-  // In a child that was forked: the connection, its lock and the threads that wait on it belong to
+  // Called in a forked child: the connection, its lock and the threads that wait on it belong to
   // the parent. The child gets its own on first use.
   void forgetParentsSender() { sender_.store(nullptr); }
 

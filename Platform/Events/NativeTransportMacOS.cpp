@@ -14,7 +14,7 @@
 namespace qbdkr {
 namespace {
 
-// The system's event for one of ours.
+// Makes the system's event from ours.
 OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   const AppleEventDescriptor& to = from.target();
   // An address is not text: its bytes go unchanged. The Apple Event Manager refuses an unknown one.
@@ -31,7 +31,8 @@ OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
   return AEPutParamDesc(made.receive(), keyDirectObject, value.get());
 }
 
-// Ours for the system's, as far as an RPC event needs it. False if it is beyond the bounds.
+// Makes our event from the system's, as far as an RPC event needs it. False if it exceeds the
+// bounds.
 bool readEvent(const AEDesc& from, AppleEvent& event) {
   EventDescriptor object;
   if (AEGetParamDesc(&from, keyDirectObject, typeWildCard, object.receive()) == noErr) {
@@ -39,7 +40,7 @@ bool readEvent(const AEDesc& from, AppleEvent& event) {
     if (!read) return false;
     event.setParamDescriptor(keyDirectObject, *std::move(read));
   }
-  // The sender as the process that it is; without one when the system cannot tell.
+  // Takes the sender's process, if the system can tell it.
   EventDescriptor address;
   if (AEGetAttributeDesc(&from, keyAddressAttr, typeProcessSerialNumber, address.receive()) ==
       noErr) {
@@ -50,7 +51,7 @@ bool readEvent(const AEDesc& from, AppleEvent& event) {
   return true;
 }
 
-// A sender that waits for no reply gives a null descriptor to put it into.
+// A sender that waits for no reply gives a null descriptor.
 OSErr putResult(std::string result, AEDesc& reply) {
   if (result.empty() || reply.descriptorType == typeNull) return noErr;
   EventDescriptor value;
@@ -59,7 +60,7 @@ OSErr putResult(std::string result, AEDesc& reply) {
   return AEPutParamDesc(&reply, keyDirectObject, value.get());
 }
 
-// A reply without a text is an empty one; a text beyond what an event may carry breaks the
+// Reads a reply. Without a text it has no result; a text beyond the bounds of an event breaks the
 // contract.
 RPCTransport::Answer readAnswer(const AEDesc& reply) {
   EventDescriptor found;

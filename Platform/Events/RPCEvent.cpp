@@ -12,8 +12,7 @@ RPCTarget RPCTarget::withBundleID(std::string_view bundleID) {
 }
 
 bool isSendable(std::string_view text) {
-  // Every text of every event comes by here. Without an early end the loop takes many bytes at a
-  // time.
+  // Runs for every text of every event. Without an early exit the loop takes many bytes at a time.
   unsigned char all = 0;
   bool hasNUL = false;
   for (const char byte : text) {
@@ -31,7 +30,7 @@ bool EventAllowance::takeName(std::string_view name) {
 }
 
 bool EventAllowance::takeArgument(std::string_view text) {
-  // Its length and its end, on the bus, which takes no longer list.
+  // For its length and its end on the bus, which takes no longer list.
   constexpr std::size_t perText = 8;
   if (texts_ == 0 || text.size() + perText > content_ || !isSendable(text)) {
     texts_ = 0;

@@ -5,7 +5,7 @@
 namespace qbdkr {
 
 void RPCHandler::set(RPCTransport::Handler handler) {
-  // The one before goes when the lock is released: what it held may come back here.
+  // Destroys the old handler after it releases the lock: its destruction may call back here.
   const std::lock_guard lock(mutex_);
   handler_.swap(handler);
 }

@@ -8,10 +8,11 @@
 
 namespace qbdkr {
 
-// The handler of a transport, which every platform calls alike with what came in.
+// Holds the handler of a transport, and calls it for each received event in the same way on every
+// platform.
 class RPCHandler {
  public:
-  // Any thread; null for none.
+  // Any thread. Null removes the handler.
   void set(RPCTransport::Handler handler);
   [[nodiscard]] bool isSet() const;
 

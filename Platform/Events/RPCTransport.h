@@ -10,8 +10,8 @@
 
 namespace qbdkr {
 
-// Carries RPC events between processes. The platform's own transport is used unless a test put
-// another in its place.
+// Carries RPC events between processes. The platform's own transport is used unless a test replaced
+// it.
 class QBDKR_EXPORT RPCTransport {
  public:
   // Holds the answer of a target. The result is absent if the answer has no text.
@@ -23,37 +23,38 @@ class QBDKR_EXPORT RPCTransport {
   };
 
   // Called on the main thread's run loop with an event from outside and the bundle identifier of
-  // the application that sent it; absent for a process that is no application. Returns the result
-  // that the sender gets, if it waits for one. An exception is the platform's to answer.
+  // the application that sent it; absent if the sender is not an application. Returns the result
+  // for a sender that waits for one. After an exception, that sender gets an error.
   using Handler = std::function<std::optional<std::string>(
       const RPCEvent& event, const std::optional<std::string>& sender)>;
 
   virtual ~RPCTransport() = default;
 
-  // Sends an event, from any thread, and does not wait for the target: 0 says posted. (When the
-  // system's own bus is stuck it waits for that, 5 s at most at a time.) Else the status says why
-  // nothing was sent: procNotFound for a target that is not there, paramErr for an event beyond the
-  // bounds, connectionInvalid without a bus. A target outside the directory that is asked for gets
-  // nothing, which is errAEEventNotPermitted; on macOS, where it cannot be told, the directory is
-  // not regarded.
+  // Sends an event without waiting for the target. Any thread. If the system's own bus is stuck it
+  // blocks for that, 5 s at most at a time. Returns 0 if the event was posted. Otherwise nothing
+  // was sent: procNotFound if the target is not running, paramErr for an event beyond the bounds,
+  // connectionInvalid without a bus, errAETimeout if the bus did not take the event in time,
+  // errAEEventNotPermitted if the target's executable lies outside the directory that was asked
+  // for. macOS cannot check the directory, and ignores it.
   virtual OSErr post(const RPCTarget& target, const RPCEvent& event) = 0;
 
-  // Sends an event and waits for its answer without limit; other threads go on sending meanwhile.
-  // An answer of more than 64 MiB is errAEEventNotHandled.
+  // Sends an event and blocks until its answer comes, without a limit. Any thread; others can send
+  // during the wait. An answer of more than 64 MiB is errAEEventNotHandled.
   virtual Answer ask(const RPCTarget& target, const RPCEvent& event) = 0;
 
-  // Installs the one handler, from any thread, without waiting.
+  // Install the one handler, and remove it. Any thread; do not wait.
   virtual void setHandler(Handler handler) = 0;
   virtual void removeHandler() = 0;
 
-  // Says in one line why events that are posted with status 0 may not arrive. Absent if no reason
-  // is known; one is found out when this process first sends. Any thread, without waiting.
+  // Returns one line that says why events posted with status 0 may not arrive. Absent if no reason
+  // is known; the first send of this process finds it. Any thread; does not wait.
   [[nodiscard]] virtual std::optional<std::string> knownObstacle() const { return std::nullopt; }
 
+  // Returns the transport in use. Any thread.
   static RPCTransport& shared();
 
-  // Puts a transport in the place of the platform's (null: the platform's again). For tests, before
-  // any other use; the caller keeps it alive.
+  // Replaces the platform's transport; null restores it. For tests, before any other use; the
+  // caller keeps the new one alive.
   static void replaceShared(RPCTransport* transport);
 };
 

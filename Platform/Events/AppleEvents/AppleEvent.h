@@ -41,13 +41,12 @@ inline constexpr std::int32_t kAEWaitReply = 3;
 inline constexpr long kAEDefaultTimeout = -1;  // the platform's own limit
 inline constexpr long kNoTimeOut = -2;         // wait as long as it takes
 
-// One typed value inside an event: bytes of a four-character type, or a list of such values.
-// A plain value: copied deeply, compared by content, usable from any thread that owns it.
-// The text of a 'utxt' descriptor is held in UTF-8; the platform converts it where it leaves the
-// process.
+// One typed value inside an event: bytes of a four-character type, or a list of such values. A
+// plain value: copied deeply, compared by content. Any thread, one at a time. A 'utxt' descriptor
+// holds its text in UTF-8; the platform converts it when it leaves the process.
 class QBDKR_EXPORT AppleEventDescriptor {
  public:
-  // The null descriptor.
+  // Makes the null descriptor.
   AppleEventDescriptor() = default;
 
   static AppleEventDescriptor withBytes(FourCharCode type, std::string bytes) {
@@ -61,22 +60,23 @@ class QBDKR_EXPORT AppleEventDescriptor {
   [[nodiscard]] FourCharCode descriptorType() const { return type_; }
   [[nodiscard]] const std::string& data() const { return bytes_; }
 
-  // The text of a text descriptor; absent for every other type.
+  // Returns the text of a text descriptor; absent for every other type.
   [[nodiscard]] std::optional<std::string> stringValue() const;
 
-  // How many items a list has; 0 for what is not a list.
+  // Returns the count of a list's items; 0 for every other type.
   [[nodiscard]] std::size_t numberOfItems() const { return items_.size(); }
 
-  // The item at a 1-based index; null when there is none.
+  // Returns the item at a 1-based index; null if the index is out of range.
   [[nodiscard]] const AppleEventDescriptor* descriptorAtIndex(std::size_t index) const;
 
   // Puts an item at a 1-based index of a list: replaces the item that is there, or appends at the
-  // index behind the last one (also for index 0). Returns false, and changes nothing, on what is
-  // not a list and for an index further out.
+  // index after the last one and at index 0. Returns false, without effect, if this is not a list
+  // or the index is further out.
   bool insertDescriptor(AppleEventDescriptor&& item, std::size_t index);
 
-  // This value as another type; absent for a coercion that RPC events do not need. A value has its
-  // own type already; the ID of a process ('kpid') becomes its serial number ('psn ', 8 bytes).
+  // Converts this value to its own type, or the ID of a process ('kpid') to its serial number ('psn
+  // ', 8 bytes). Absent for every other type, which RPC events do not need, and for an ID without a
+  // serial number.
   [[nodiscard]] std::optional<AppleEventDescriptor> coerceToDescriptorType(FourCharCode type) const;
 
   bool operator==(const AppleEventDescriptor&) const = default;
@@ -93,7 +93,7 @@ class QBDKR_EXPORT AppleEventDescriptor {
 // An event or its reply: addressed values under four-character keywords.
 class QBDKR_EXPORT AppleEvent {
  public:
-  // An empty reply record.
+  // Makes an empty reply.
   AppleEvent() = default;
   AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
              std::int16_t returnID, std::int32_t transactionID);
@@ -104,17 +104,17 @@ class QBDKR_EXPORT AppleEvent {
   [[nodiscard]] std::int16_t returnID() const { return returnID_; }
   [[nodiscard]] std::int32_t transactionID() const { return transactionID_; }
 
-  // The value under a keyword; null when there is none.
+  // Return the value under a keyword; null if it is missing.
   [[nodiscard]] const AppleEventDescriptor* paramDescriptor(FourCharCode keyword) const;
   [[nodiscard]] const AppleEventDescriptor* attributeDescriptor(FourCharCode keyword) const;
 
-  // Stores a value, replacing one that is there.
+  // Store a value, replacing one under the same keyword.
   void setParamDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
   void setAttributeDescriptor(FourCharCode keyword, AppleEventDescriptor&& value);
 
  private:
   using Field = std::pair<FourCharCode, AppleEventDescriptor>;
-  // Of each kind there is one as a rule, which needs no memory of its own.
+  // An event has one field of each kind as a rule; the first one needs no memory of its own.
   struct Fields {
     [[nodiscard]] const AppleEventDescriptor* find(FourCharCode keyword) const;
     void set(FourCharCode keyword, AppleEventDescriptor&& value);

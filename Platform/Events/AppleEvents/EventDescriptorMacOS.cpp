@@ -14,7 +14,7 @@
 namespace qbdkr {
 namespace {
 
-// The names and numbers of our own are the system's.
+// Our names and numbers are the system's.
 static_assert(typeNull == ::typeNull && typeUnicodeText == ::typeUnicodeText);
 static_assert(typeAEList == ::typeAEList && typeKernelProcessID == ::typeKernelProcessID);
 static_assert(typeProcessSerialNumber == ::typeProcessSerialNumber);
@@ -35,7 +35,7 @@ OSErr makeBytes(FourCharCode type, const void* bytes, std::size_t size, EventDes
   return AECreateDesc(type, bytes, static_cast<Size>(size), made.receive());
 }
 
-// Text is UTF-16 in the processor's own byte order here.
+// Makes a text, which is UTF-16 in the processor's byte order here.
 OSErr makeText(const std::string& text, EventDescriptor& made) {
   if (!isSendable(text)) return paramErr;
   const std::u16string units = utf16FromUTF8(text);
@@ -73,20 +73,20 @@ std::string inBigEndian(const std::string& serialNumber) {
   return bytesOfSerialNumber({number.highLongOfPSN, number.lowLongOfPSN});
 }
 
-// One item of a list, as it is.
+// Gets one item of a list, as it is.
 bool getItem(const AEDesc& list, long index, EventDescriptor& item) {
   AEKeyword keyword = 0;
   return AEGetNthDesc(&list, index, typeWildCard, &keyword, item.receive()) == noErr;
 }
 
-// The null descriptor for what is no text.
+// Returns a text of a list; the null descriptor if the item is not text.
 AppleEventDescriptor textAt(const AEDesc& list, long index) {
   EventDescriptor item;
   auto text = getItem(list, index, item) ? textFrom(*item.get()) : std::nullopt;
   return text ? AppleEventDescriptor::withString(*std::move(text)) : AppleEventDescriptor();
 }
 
-// 0 for what is no list.
+// Returns the count of a list's items; 0 for every other type.
 long countOf(const AEDesc& list) {
   long count = 0;
   const bool isList = list.descriptorType == typeAEList && AECountItems(&list, &count) == noErr;
@@ -126,8 +126,8 @@ std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {
   return AppleEventDescriptor::withBytes(desc.descriptorType, std::move(*bytes));
 }
 
-// From the system as UTF-8: it knows in what order and with what mark the units came. A list of one
-// text would become that text.
+// Lets the system convert the text to UTF-8: it knows the byte order and the mark of the units.
+// Refuses lists, as a list of one text would become that text.
 std::optional<std::string> textFrom(const AEDesc& desc) {
   EventDescriptor coerced;
   if (desc.descriptorType == typeNull || desc.descriptorType == typeAEList ||

@@ -11,7 +11,7 @@
 
 namespace qbdkr {
 
-// Owns a descriptor of the Apple Event Manager's; the null descriptor until one is stored.
+// Owns a descriptor of the Apple Event Manager; the null descriptor until one is stored.
 class EventDescriptor {
  public:
   EventDescriptor() { AEInitializeDesc(&desc_); }
@@ -20,26 +20,27 @@ class EventDescriptor {
   ~EventDescriptor() { AEDisposeDesc(&desc_); }
 
   [[nodiscard]] const AEDesc* get() const { return &desc_; }
-  // Where a function stores a descriptor that is then to be owned. Only once.
+  // Returns the place for a function to store a descriptor, which is then owned. Call it only once.
   [[nodiscard]] AEDesc* receive() { return &desc_; }
 
  private:
   AEDesc desc_{};
 };
 
-// The system's descriptor for one of ours. A status: paramErr for text that cannot be sent, else
-// the Apple Event Manager's.
+// Makes the system's descriptor from ours. Returns paramErr for text that cannot be sent, else the
+// Apple Event Manager's status.
 [[nodiscard]] OSErr makeDescriptor(const AppleEventDescriptor& from, EventDescriptor& made);
 
-// The bytes of a descriptor as they are; a serial number of a process as two big-endian words.
+// Copies the bytes of a descriptor, and a process's serial number as two big-endian words. Absent
+// if they cannot be read, or exceed the bounds of an event.
 [[nodiscard]] std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc);
 
-// The text of a descriptor that came from outside: of everything but a list that the system can
-// tell as text. Absent when that cannot be sent on.
+// Returns the text of a descriptor from outside, of any type but a list that the system can convert
+// to text. Absent if the text could not be sent on.
 [[nodiscard]] std::optional<std::string> textFrom(const AEDesc& desc);
 
-// What an RPC event says in its direct object: two names and a list of texts, as far as they are
-// there; null descriptors stand for what is no text. Absent if it is beyond the bounds of an event.
+// Reads the direct object of an RPC event: two names and a list of texts, as far as present. Null
+// descriptors replace items that are not text. Absent if it exceeds the bounds of an event.
 [[nodiscard]] std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc);
 
 }  // namespace qbdkr

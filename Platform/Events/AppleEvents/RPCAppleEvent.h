@@ -12,7 +12,7 @@
 
 namespace qbdkr {
 
-// How such an event is sent.
+// The options with which such an event is sent.
 struct AppleEventSendOptions {
   std::int32_t mode;
   long timeout;  // ticks, or a constant
@@ -20,20 +20,20 @@ struct AppleEventSendOptions {
 inline constexpr AppleEventSendOptions postOptions{kAENoReply, kAEDefaultTimeout};
 inline constexpr AppleEventSendOptions askOptions{kAEWaitReply, kNoTimeOut};
 
-// The event that is sent: class 'aevt', ID 'call', addressed by bundle identifier, its direct
+// Makes the event to send: class 'aevt', ID 'call', addressed by bundle identifier, its direct
 // object a list of the class name, the method name and the list of arguments.
 [[nodiscard]] AppleEvent appleEventOf(const RPCTarget& target, const RPCEvent& event);
 
-// Reads an event that came in. A name that is missing or not text is absent, and a missing list
-// has no arguments. Absent if an argument is not text.
+// Reads a received event. A name that is missing or not text is absent, and a missing list has no
+// arguments. Absent if an argument is not text.
 [[nodiscard]] std::optional<RPCEvent> rpcEventOf(const AppleEvent& event);
 
-// The bundle identifier of the application that the sending process runs now, by the address in the
-// event; absent if that is not the serial number of a process, or the process is no application.
-// Reads the application's Info.plist.
+// Returns the bundle identifier of the application that the sending process runs now, by the
+// address in the event; absent if that is not the serial number of a process, or the process runs
+// no application. Reads the application's Info.plist.
 [[nodiscard]] std::optional<std::string> senderOf(const AppleEvent& event);
 
-// The result of a method in a reply: its direct object.
+// Set and return the result of a method in a reply: its direct object.
 void setResult(AppleEvent& reply, std::string result);
 [[nodiscard]] std::optional<std::string> resultOf(const AppleEvent& reply);
 

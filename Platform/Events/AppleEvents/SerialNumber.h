@@ -8,9 +8,9 @@
 
 namespace qbdkr {
 
-// A serial number as the bytes of a 'psn ' descriptor: the two words, each in big-endian order.
+// Returns a serial number as the bytes of a 'psn ' descriptor: two words, each in big-endian order.
 [[nodiscard]] std::string bytesOfSerialNumber(const ProcessSerialNumber& number);
-// Absent for any other number of bytes.
+// Reads such bytes; absent if there are not 8 of them.
 [[nodiscard]] std::optional<ProcessSerialNumber> serialNumberFromBytes(std::string_view bytes);
 
 }  // namespace qbdkr

@@ -50,7 +50,7 @@ void refuse(sd_bus_message* message, const char* error, const char* text) {
   sd_bus_reply_method_errorf(message, error, "%s", text);
 }
 
-// A sender that is gone gets nothing, and one that waits for nothing neither.
+// Answers a sender. The answer is dropped if the sender is gone, or waits for no answer.
 void reply(sd_bus_message* message, const RPCTransport::Answer& answer) {
   switch (answer.status) {
     case noErr:
@@ -133,7 +133,7 @@ bool BusReceiver::attach() {
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
   const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
   const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
-  // Without flags the bus queues this connection behind an owner that is there already.
+  // With this flag the bus queues this connection behind the owner that the name may have.
   if (name && sd_bus_request_name_async(bus, nullptr, name->c_str(), SD_BUS_NAME_QUEUE,
                                         onNameClaimed, this) < 0) {
     return false;
@@ -152,8 +152,8 @@ void BusReceiver::disconnect() {
   bus_.reset();
 }
 
-// Neither connection is of use without the other one, and none can be given up from inside its own
-// callback.
+// Closes both connections, as neither is of use without the other. Does so later: no connection can
+// be closed from inside its own callback.
 void BusReceiver::reconnectLater() {
   RunLoop::main().perform([this] {
     disconnect();
@@ -213,7 +213,7 @@ int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
 }
 
 void BusReceiver::receive(sd_bus_message* message) {
-  // A refused event costs no question and no room.
+  // A refused event needs no inquiry and no room.
   if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
   Received received{BusMessage(sd_bus_message_ref(message)), {}, 0};
   EventAllowance allowance;
@@ -234,7 +234,7 @@ void BusReceiver::receive(sd_bus_message* message) {
   handle(received, bundleID);
 }
 
-// A sender that is new; null if it cannot be asked for.
+// Adds a new sender; null if the bus cannot be asked for it.
 BusReceiver::Sender* BusReceiver::meet(const char* name) {
   if (senders_.size() >= mostSenders) forgetSenders();
   Sender sender;
@@ -247,7 +247,7 @@ BusReceiver::Sender* BusReceiver::meet(const char* name) {
   return &senders_.emplace(name, std::move(sender)).first->second;
 }
 
-// The news that a name is gone, behind the last event of its owner.
+// Watches for the end of a name. The signal comes after the last event of the owner.
 BusSlot BusReceiver::watch(const char* name) {
   sd_bus_slot* slot = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };

@@ -17,8 +17,8 @@
 
 namespace qbdkr {
 
-// The room for events that wait until their senders are known. Where it ends, the connection is no
-// longer read, and the backlog stays on the bus. One event is always taken, whatever its size.
+// The room for events that wait until their senders are known. When it is full the connection is
+// not read, and the backlog stays on the bus. One event is always taken, whatever its size.
 class ParkingSpace {
  public:
   void take(std::size_t bytes);
@@ -31,13 +31,12 @@ class ParkingSpace {
 };
 
 // The connection on which this process receives: it owns the name of the process's bundle
-// identifier and answers the one method. It belongs to the main run loop; only the functions marked
-// so may be called from other threads. It is made again, names claimed again, for as long as a
-// handler is installed.
+// identifier and answers the one method. It belongs to the main run loop; call only the members
+// that say so from other threads. While a handler is installed, a lost connection is made again,
+// and the name claimed again.
 //
 // It never waits on that connection: the bus library would read the whole backlog into memory. The
-// events of a sender that is new are parked until it is known, and those of others handled
-// meanwhile.
+// events of a new sender are parked until it is known, while those of others are handled.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -46,23 +45,24 @@ class BusReceiver {
   void setHandler(RPCTransport::Handler handler);
   void removeHandler();
 
-  // Any thread: the bus can be reached (again).
+  // Tells that the bus can be reached (again). Any thread.
   void busAppeared();
 
  private:
-  // An event, and the message that it came in, which is answered.
+  // An event, and its message, which is answered.
   struct Received {
     BusMessage message;
     RPCEvent event;
     std::size_t size = 0;
   };
 
-  // A process that has sent something. Its unique name is its own for as long as it is connected,
-  // and so is the application that it was at first. It is kept for as long, and until its last
-  // event is handled: a process that reports and exits is gone before that.
+  // A process that has sent an event. While it is connected it keeps its unique name, and counts as
+  // the application that it was at first. It is kept until it has disconnected and its last event
+  // is handled: a process that reports and exits is gone before that. If too many senders are
+  // known, those without parked events are forgotten earlier.
   struct Sender {
-    std::optional<std::string> bundleID;  // absent for what is no application
-    bool isKnown = false;                 // false while it is asked for
+    std::optional<std::string> bundleID;  // absent if it is not an application
+    bool isKnown = false;                 // false during the inquiry
     std::unique_ptr<PeerInquiry::Question> question;
     std::deque<Received> parked;
     BusSlot watch;

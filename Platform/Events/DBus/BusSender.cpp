@@ -22,11 +22,11 @@ namespace qbdkr {
 namespace {
 
 constexpr std::uint64_t forever = UINT64_MAX;
-constexpr std::uint64_t busPatience =
-    5'000'000;                                // for what the bus itself must do, in microseconds
+// The time that the bus itself gets for its part, in microseconds.
+constexpr std::uint64_t busPatience = 5'000'000;
 constexpr std::uint64_t drainInterval = 200;  // microseconds
 constexpr std::size_t mostOwners = 64;
-constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes that are worth giving back
+constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes worth giving back
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
 std::uint64_t now() {
@@ -53,7 +53,7 @@ OSErr statusOfError(const sd_bus_error* error) {
   return errAEEventNotHandled;
 }
 
-// Stores the size of the text that the reply holds.
+// Reads a reply, and stores the size of its text.
 RPCTransport::Answer readAnswer(sd_bus_message* reply, std::size_t& size) {
   if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
     size = error->message == nullptr ? 0 : std::strlen(error->message);
@@ -101,7 +101,7 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
   const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
   if (sent < 0) return failedToSend(sent);
   if (flush(lock)) return noErr;
-  // A connection that is closed with half a message in it delivers none of that message.
+  // A connection that is closed in the middle of a message delivers none of that message.
   const OSErr status = bus_ ? errAETimeout : connectionInvalid;
   disconnect();
   return status;
@@ -110,13 +110,14 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
 RPCTransport::Answer BusSender::ask(const RPCTarget& target, const RPCEvent& event) {
   std::size_t size = 0;
   auto answer = call(target, event, size);
-  // The C library would keep what the message took up; at the top of a thread's own heap it still
+  // The C library would keep the memory of the message; at the top of a thread's own heap it still
   // keeps some.
   if (size >= largeText) releaseFreeMemory();
   return answer;
 }
 
-// Stores the size of the reply's text. Messages are released under the lock, like all of the bus.
+// Makes the call, and stores the size of the reply's text. Releases messages under the lock, under
+// which all of the bus is used.
 RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& event,
                                      std::size_t& size) {
   const std::string& identifier = target.bundleID;
@@ -143,7 +144,7 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   return readAnswer(pending.reply.get(), size);
 }
 
-// Opens the connection where there is none, and waits until the bus has greeted it.
+// Opens the connection if necessary, and waits until the bus has greeted it.
 bool BusSender::connect(Lock& lock) {
   if (bus_) drain();
   const bool opening = !bus_;
@@ -165,13 +166,14 @@ bool BusSender::connect(Lock& lock) {
   }
   if (opening) {
     identify();
-    // The bus is there (again): who receives events needs to know.
+    // The bus can be reached (again), which the receiver needs to know.
     dropExceptions([] { BusReceiver::shared().busAppeared(); });
   }
   return true;
 }
 
-// The answer comes before those to all later questions, so the first send has it as a rule.
+// Asks for the process ID under which the bus knows this process. The answer comes before those to
+// all later questions, so the first send has it as a rule.
 void BusSender::identify() {
   const char* name = nullptr;
   if (sd_bus_get_unique_name(bus_.get(), &name) < 0) return;
@@ -197,7 +199,7 @@ std::optional<pid_t> BusSender::foreignProcess() const {
 }
 
 OSErr BusSender::failedToSend(int error) {
-  // Nothing of the message has gone out.
+  // No part of the message was sent.
   if (error == -ENOMEM) return paramErr;
   disconnect();
   return connectionInvalid;
@@ -211,8 +213,8 @@ void BusSender::disconnect() {
   wakeOthers();
 }
 
-// Takes what came in meanwhile, so that the owners are as the bus last said. A sender of many
-// events does not look again for each of them.
+// Processes the messages that came in: the owners are then as the bus last said. A sender of many
+// events does not do so for each of them.
 void BusSender::drain() {
   const std::uint64_t time = now();
   if (time - lastDrain_ < drainInterval) return;
@@ -225,7 +227,7 @@ void BusSender::drain() {
   }
 }
 
-// Waiting threads look again at what they wait for.
+// Makes the waiting threads check again whether they are done.
 void BusSender::wakeOthers() {
   if (waiting_ > 0) progress_.notify_all();
   if (!reading_) return;
@@ -233,11 +235,11 @@ void BusSender::wakeOthers() {
   [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
 }
 
-// Runs the connection until done() holds. False when the connection ended or the deadline passed.
+// Runs the connection until done() holds. False if the connection ended or the deadline passed.
 template <class Done>
 bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
-  // What was just sent may not have gone out whole; a thread that polls does not poll for writing
-  // yet.
+  // The last message may be partly unsent, and a thread that polls already does not poll for
+  // writing.
   if (bus_ && !isWritten()) wakeOthers();
   const bool held = readUntil(lock, deadline, done);
   // Another thread reads from here on.
@@ -288,9 +290,8 @@ bool BusSender::readUntil(Lock& lock, std::uint64_t deadline, Done done) {
   return true;
 }
 
-// Only a name known to have an owner is taken on trust, because the bus tells when that ends. That
-// a name got an owner may have reached another connection first, so its absence is always asked
-// for.
+// Trusts only the record of a present owner, because the bus tells when it goes. Always asks about
+// an absent one: the news of an owner may have reached another connection first.
 OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
                            std::shared_ptr<Owner>& owner) {
   if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
@@ -311,8 +312,8 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
   return owner->present ? noErr : procNotFound;
 }
 
-// The address of the owner, if its executable lies in the directory. A message to that address goes
-// to the process that was checked, even if the name passes on meanwhile.
+// Stores the address of the owner, if its executable lies in the directory. A message to that
+// address goes to the process that was checked, even if the name passes to another one.
 OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
                               const std::string& directory, std::string& address) {
   if (owner->approved && owner->approved->directory == directory) {
@@ -356,7 +357,7 @@ OSErr BusSender::askBus(Lock& lock, const char* method, const std::string& name,
   return error == nullptr ? OSErr{noErr} : statusOfError(error);
 }
 
-// What is known of the owner, watched from now on.
+// Finds the record of an owner, or makes one and watches the name from now on.
 OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
   if (const auto known = owners_.find(identifier); known != owners_.end()) {
     owner = known->second;
@@ -417,7 +418,7 @@ int BusSender::onReply(sd_bus_message* message, void* pending, sd_bus_error*) {
   return 1;
 }
 
-// Answers and signals are taken in the order in which the bus sent them, so the last word stands.
+// Answers and signals are handled in the order in which the bus sent them: the last one counts.
 int BusSender::onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error*) {
   auto& asked = *static_cast<OwnerQuery*>(query);
   int present = 0;

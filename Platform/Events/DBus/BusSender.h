@@ -19,28 +19,29 @@ namespace qbdkr {
 
 // The one connection on which all threads of the process send.
 //
-// A bus object serves one thread at a time, so every touch of it happens under the mutex; the mutex
-// is never held while waiting. Of the threads that wait for something, one reads: it polls the
-// socket without the mutex and hands the others what was theirs. One connection for all keeps the
-// order in which the process sent things, between threads too.
+// A bus object serves one thread at a time: it is only used under the mutex, which is never held
+// while waiting. One of the waiting threads reads: it polls the socket without the mutex, and hands
+// the others their answers. One connection for all keeps the order in which the process sent its
+// events, between threads too.
 class BusSender {
  public:
-  // Posts an event to its target, if it is there. Does not wait for it.
+  // Posts an event to its target, if that is running. Does not wait for the target.
   OSErr post(const RPCTarget& target, const RPCEvent& event);
 
   // Sends an event and waits for the answer. A result beyond the bounds is refused like any other
   // breach of the contract.
   RPCTransport::Answer ask(const RPCTarget& target, const RPCEvent& event);
 
-  // As which process the bus knows this one, if it is another: behind a proxy of the bus, and
-  // across namespaces of processes. Nothing tells then who sends to whom. Does not wait.
+  // Returns the process ID under which the bus knows this process, if it is another one: behind a
+  // proxy of the bus, and across process namespaces. Senders and targets cannot be identified then.
+  // Does not wait.
   [[nodiscard]] std::optional<pid_t> foreignProcess() const;
 
  private:
   using Bus = std::shared_ptr<sd_bus>;
   using Lock = std::unique_lock<std::mutex>;
 
-  // A method call under way; lives on the stack of the thread that waits for it.
+  // A method call in progress; lives on the stack of the thread that waits for it.
   struct Pending {
     BusMessage reply;
     bool done = false;
@@ -50,14 +51,14 @@ class BusSender {
     std::string directory;
     std::string address;
   };
-  // What is known of an application that was posted to.
+  // The record of an application that events are sent to.
   struct Owner {
     std::string identifier;
     std::string name;
     BusSlot watch;
     bool present = false;
     std::uint64_t changes = 0;
-    std::optional<Approved> approved;  // the one that is present
+    std::optional<Approved> approved;  // of the present owner
   };
   struct OwnerQuery {
     std::shared_ptr<Owner> owner;
@@ -89,16 +90,16 @@ class BusSender {
   static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
   static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
 
-  std::atomic<pid_t> foreignProcess_{0};  // 0: none is known
+  std::atomic<pid_t> foreignProcess_{0};  // 0 if unknown
 
   std::mutex mutex_;
   std::condition_variable progress_;
   Descriptor wake_;
-  Bus bus_;  // empty when there is no connection
-  std::uint64_t generation_ =
-      0;                  // counts connections, so that a waiting thread notices the end of its own
-  bool reading_ = false;  // a thread polls the socket
-  unsigned waiting_ = 0;  // threads that wait for it
+  Bus bus_;  // empty without a connection
+  // Counts connections: a waiting thread notices the end of its own.
+  std::uint64_t generation_ = 0;
+  bool reading_ = false;                                  // a thread polls the socket
+  unsigned waiting_ = 0;                                  // threads that wait for that thread
   std::uint64_t lastDrain_ = 0;                           // microseconds
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them

@@ -6,11 +6,11 @@
 
 namespace qbdkr {
 
-// Gives the allocator's free memory back to the system after a peak, which it would keep for the
-// life of the process. Belongs to the main run loop, and works when that has nothing else to do.
+// Gives the allocator's free memory back to the system after a peak; otherwise the process keeps it
+// until it ends. Belongs to the main run loop, and works when that is idle.
 class MemoryRelief {
  public:
-  // So many bytes were needed a moment ago. Small amounts are worth no relief.
+  // Schedules the relief after so many bytes were used. Small amounts are not worth it.
   void afterUseOf(std::size_t bytes);
 
  private:

@@ -11,7 +11,7 @@
 namespace qbdkr {
 namespace {
 
-// Counts an application only if it could own its name on the bus.
+// Returns the application of a process, but only one that could own its name on the bus.
 std::optional<std::string> applicationOf(pid_t processID) {
   auto identifier = bundleIdentifierOf({0, static_cast<std::uint32_t>(processID)});
   if (identifier && !busNameOfIdentifier(*identifier)) identifier.reset();
@@ -48,7 +48,7 @@ std::unique_ptr<PeerInquiry::Question> PeerInquiry::ask(const std::string& peer,
 PeerInquiry::Question::Question(std::string peer, Answer answer)
     : peer_(std::move(peer)), answer_(std::move(answer)) {}
 
-// Without a time limit: the bus answers, or the connection ends. A limit would also pass while the
+// Sets no time limit: the bus answers, or the connection ends. A limit would also pass while the
 // main thread is busy elsewhere, with the answer on its way.
 bool PeerInquiry::Question::ask(sd_bus* bus) {
   sd_bus_message* made = nullptr;
@@ -70,7 +70,7 @@ int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_err
   auto& question = *static_cast<Question*>(self);
   try {
     question.take(reply);
-  } catch (...) {  // for want of memory; the peer's events must not wait for ever
+  } catch (...) {  // out of memory; the peer's events must not wait for ever
     question.bundleID_.reset();
     dropExceptions([&] { question.end(); });
   }
@@ -88,7 +88,8 @@ void PeerInquiry::Question::take(sd_bus_message* reply) {
   if (!isThere) return end();
   bundleID_ = applicationOf(static_cast<pid_t>(processID));
   if (!bundleID_) return end();
-  // A program that is replaced by another one leaves the bus: its connection is closed then.
+  // Asks once more, to see that the peer is still there: if its process executes another program,
+  // its connection is closed.
   if (ask(sd_bus_message_get_bus(reply))) return;
   bundleID_.reset();
   end();

@@ -9,15 +9,16 @@
 
 namespace qbdkr {
 
-// Asks the bus who a peer is, without waiting, on a connection of its own. On the connection that
-// receives, the answer would lie behind the whole backlog, which the bus library would read into
-// memory. Belongs to the main run loop.
+// Asks the bus for the application of a peer, without waiting, on a connection of its own. On the
+// connection that receives, the answer would come after the whole backlog, which the bus library
+// would read into memory. Belongs to the main run loop.
 class PeerInquiry {
  public:
-  // The bundle identifier of the peer's application; absent if it is no application.
+  // Receives the bundle identifier of the peer's application; absent if the peer is not an
+  // application.
   using Answer = std::function<void(std::optional<std::string> bundleID)>;
 
-  // An inquiry under way. No answer comes after its end.
+  // An inquiry in progress. No answer comes after its destruction.
   class Question {
    public:
     Question(std::string peer, Answer answer);
@@ -37,14 +38,14 @@ class PeerInquiry {
     BusSlot slot_;
   };
 
-  // False if there is no bus. The function is called when the connection is lost.
+  // Connects to the bus; false on failure. The function is called when the connection is lost.
   [[nodiscard]] bool open(std::function<void()> onLost);
   void close();
 
-  // The answer is given once, from the main run loop, never from inside this call; then the
-  // question is to be destroyed. Null if nothing can be asked. An identity stands for the program
-  // that the peer's process ran while it was on the bus: a peer that is gone when its program is
-  // known may have become another one, and counts as no application.
+  // Asks for a peer. The answer comes once, from the main run loop, never from inside this call;
+  // destroy the question then. Null if the bus cannot be asked. The answer tells the program that
+  // the peer's process ran while it was on the bus: a peer that is gone when its program is known
+  // may have become another one, and does not count as an application.
   [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer, Answer answer);
 
  private:

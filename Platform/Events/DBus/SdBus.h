@@ -36,7 +36,7 @@ inline constexpr const char* service = "org.freedesktop.DBus";
 inline constexpr const char* objectPath = "/org/freedesktop/DBus";
 inline constexpr const char* interfaceName = "org.freedesktop.DBus";
 
-// The match for the coming and going of one name.
+// Returns the match rule for changes of a name's owner.
 inline std::string ownerMatch(const std::string& name) {
   return "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
          "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
