@@ -21,7 +21,7 @@
 namespace qbdkr {
 namespace {
 
-// Two ends that talk to each other.
+// Two sockets that are connected to each other.
 struct Conversation {
   Descriptor ours;
   Descriptor theirs;
@@ -33,15 +33,16 @@ struct Conversation {
   }
 };
 
-// Waits until one of two descriptors (-1 for none) has something to say. Never without end: that
-// the other side is gone does not show while a process that was forked meanwhile holds it open.
+// Waits until one of two descriptors (-1 leaves one out) is readable, for a limited time in
+// milliseconds: the other side's end does not show while a process that was forked in between holds
+// it open.
 void waitForWord(int descriptor, int other, int patience) {
   std::array<pollfd, 2> words{{{descriptor, POLLIN, 0}, {other, POLLIN, 0}}};
   while (::poll(words.data(), words.size(), patience) < 0 && errno == EINTR) {
   }
 }
 
-// The integer that has come; false when none has.
+// Takes an integer that has arrived; false if none has.
 bool takeInteger(int descriptor, int& value) {
   return ::recv(descriptor, &value, sizeof value, MSG_DONTWAIT) ==
          static_cast<ssize_t>(sizeof value);
@@ -64,8 +65,8 @@ struct Plan {
   char* const* environment;
   int input;
   int output;
-  // The child says its process id here and waits for a word before it goes on, so that its parent
-  // watches it by then; if it cannot be executed it says why.
+  // The child sends its process id here and waits for a word before it goes on: its parent watches
+  // it by then. If it cannot be executed, it sends the error.
   int parent;
   int parentsEnd;
 };
@@ -86,7 +87,7 @@ void markInheritedDescriptorsCloseOnExec() {
 }
 
 [[noreturn]] void becomeApplication(const Plan& plan) {
-  // Nobody waits for a word from a parent that is gone.
+  // Closes the parent's end: otherwise the child would wait for a word from a parent that is gone.
   close(plan.parentsEnd);
   setsid();
   resetSignals();
@@ -105,7 +106,7 @@ void markInheritedDescriptorsCloseOnExec() {
   _exit(127);
 }
 
-// Words of the service manager to this process alone.
+// Finds the variables by which the service manager speaks to this process alone.
 bool isForThisProcessOnly(std::string_view variable) {
   constexpr std::array<std::string_view, 7> names{
       "JOURNAL_STREAM=", "NOTIFY_SOCKET=", "LISTEN_PID=",   "LISTEN_FDS=",
@@ -114,7 +115,7 @@ bool isForThisProcessOnly(std::string_view variable) {
                              [&](std::string_view name) { return variable.starts_with(name); });
 }
 
-// The environment of an application whose output goes to this descriptor.
+// Returns the environment of an application whose output goes to this descriptor.
 std::vector<std::string> environmentFor(const Descriptor& output) {
   std::vector<std::string> variables;
   for (char** variable = environ; variable != nullptr && *variable != nullptr; ++variable) {
@@ -136,8 +137,8 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// The application is the child of a process that ends at once, so that it belongs to init and not
-// to the caller.
+// Makes the application the child of a process that ends at once: it then belongs to init, not to
+// the caller.
 bool forkTwice(const Plan& plan) {
   const pid_t child = fork();
   if (child < 0) return false;
@@ -180,7 +181,7 @@ std::optional<DetachedProcess> startDetached(const std::string& executable) {
   process.ended = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process.processID, 0)));
   if (!process.ended) return std::nullopt;
   writeInteger(child, 1);
-  // The word is an error; the end of the conversation, or silence, says that it is executed.
+  // A word is an error; EOF or silence means that the application is executed.
   constexpr int patience = 1000;  // milliseconds
   waitForWord(child, process.ended.get(), patience);
   int error = 0;

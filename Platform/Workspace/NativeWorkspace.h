@@ -4,8 +4,8 @@
 
 namespace qbdkr {
 
-// The part of openFile() that is the system's: starts an application that is not running. The
-// caller holds the lock of its bundle.
+// The system's part of openFile(): starts an application that is not running. The caller holds the
+// lock of its bundle, if the file system has locks.
 [[nodiscard]] bool openApplication(const Bundle& bundle);
 
 }  // namespace qbdkr

@@ -27,8 +27,8 @@ bool hasEnded(const DetachedProcess& process) {
   return ::poll(&state, 1, 0) > 0;
 }
 
-// Watches for the coming of one name, on a connection of its own. Asks without waiting, so that a
-// bus that is stuck costs no more than the deadline.
+// Watches for the owner of one name, on a connection of its own. Asks without waiting: a bus that
+// is stuck costs no more than the deadline.
 class CheckIn {
  public:
   explicit CheckIn(const std::string& name) {
@@ -43,8 +43,7 @@ class CheckIn {
     if (!watched) bus_.reset();
   }
 
-  // True once the name is there; false when the process ended before, or at the deadline with the
-  // process still alive.
+  // True once the name has an owner; false if the process ends before that, or the deadline passes.
   bool wait(const DetachedProcess& process, Clock::time_point deadline) {
     while (!done_) {
       const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;

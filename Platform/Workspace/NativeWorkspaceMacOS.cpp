@@ -5,8 +5,8 @@
 
 namespace qbdkr {
 
-// Without the flag for asynchronous launches it returns when the application has been launched. A
-// helper agent takes no focus from the host, and no place in a menu.
+// Without the flag for asynchronous launches the call returns when the application has been
+// launched. A helper agent takes no focus from the host, and no place in a menu.
 bool openApplication(const Bundle& bundle) {
   const auto url = directoryURL(bundle.bundlePath());
   if (!url) return false;

@@ -4,7 +4,7 @@
 
 namespace qbdkr {
 
-// Ends a turn, also one whose work has thrown.
+// Ends a turn, even if its work throws.
 class Openings::TurnEnd {
  public:
   TurnEnd(Openings& openings, const std::string& bundlePath, Turn& turn)

@@ -15,22 +15,23 @@
 
 namespace qbdkr {
 
-// Lets one thread of the process be at an application bundle, to open it or to wait for another
-// process that does. The other threads wait for that thread and take its outcome, so that they
-// neither queue up for the bundle's lock nor start an application that ends at once over and over.
+// Lets one thread of the process at a time open an application bundle, or wait for another process
+// that does. The other threads wait for that thread and take its outcome: they neither queue up for
+// the bundle's lock nor restart, over and over, an application that ends at once.
 class Openings {
  public:
   using Clock = std::chrono::steady_clock;
   enum class Outcome { opened, failed, awaited };
 
-  // Does the work and returns its outcome. If another thread is at this bundle, waits until the
-  // deadline for that thread's outcome instead; nothing when it has not come by then. Work that
-  // throws has failed for those that wait.
+  // Does the work and returns its outcome. If another thread is at work on this bundle, waits until
+  // the deadline for its outcome instead; absent if that has not come by then. To the threads that
+  // wait, work that throws has failed.
   std::optional<Outcome> join(const std::string& bundlePath, Clock::time_point deadline,
                               const std::function<Outcome()>& work);
 
  private:
-  // A child that was forked has none of the threads that have a turn or wait for its end.
+  // One thread's work on a bundle, in one process: a forked child has none of the threads that have
+  // a turn or wait for its end.
   struct Turn {
     const pid_t process = getpid();
     Outcome outcome = Outcome::failed;

@@ -17,7 +17,7 @@ using Outcome = Openings::Outcome;
 
 // The holder of the lock waits 10 s for a check-in itself.
 constexpr std::chrono::seconds lockPatience(15);
-// Longer than what one thread waits for the lock and the check-in.
+// Longer than one thread waits for the lock and the check-in.
 constexpr std::chrono::seconds turnPatience(30);
 
 Openings& openings() {
@@ -30,9 +30,9 @@ bool isRunning(const Bundle& bundle) {
   return identifier && isApplicationRunning(*identifier, fetchProcessTable());
 }
 
-// One process at a time: the next one finds the application running. A process that keeps the lock
-// all the time may be about to start it, so to start another one would be wrong; a later call tries
-// again. A file system without locks keeps nothing from starting.
+// Opens it in one process at a time: the next process finds the application running. A process that
+// keeps the lock all the time may be about to start it, so starting another one would be wrong; a
+// later call tries again. On a file system without locks it starts in any case.
 bool openAlone(const std::string& bundlePath) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
