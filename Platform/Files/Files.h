@@ -30,8 +30,8 @@ QBDKR_EXPORT bool createDirectory(const std::string& path);
 // Does the same for a directory that is open for reading, and leaves it open.
 [[nodiscard]] std::optional<std::vector<std::string>> contentsOfDirectory(int directory);
 
-// Returns the path of the first entry of a directory that has an extension, in the order of the file
-// system; absent if no entry has it or the directory cannot be listed.
+// Returns the path of the first entry of a directory that has an extension, in the order of the
+// file system; absent if no entry has it or the directory cannot be listed.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::string> firstEntryWithExtension(
     const std::string& directory, std::string_view extension);
 

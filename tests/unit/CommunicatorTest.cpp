@@ -72,8 +72,8 @@ void CommunicatorTest::withHost(const PropertyList::Dictionary& info, const Body
   const Host host = writeHost(root.path(), info, infoPlistStrings);
   useHome(host.home);
   bundle_ = std::make_unique<Bundle>(Bundle::withPath(host.bundle).value());
-  settings_ = std::make_unique<UserDefaults>(
-      bundle_->infoString(kCFBundleIdentifierKey).value_or(""));
+  settings_ =
+      std::make_unique<UserDefaults>(bundle_->infoString(kCFBundleIdentifierKey).value_or(""));
   body(host);
   endHost();
 }
