@@ -1,14 +1,14 @@
-#include "ClientComm/ClassRegistry.h"
-
 #include <map>
 #include <mutex>
 #include <string>
 
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
-#include "ClientComm/QBHPUploadByHelper.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+#include <ClientComm/QBHPUploadByHelper.h>
+
 #include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {

@@ -1,4 +1,4 @@
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
 
 namespace qbdkr {
 

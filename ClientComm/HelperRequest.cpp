@@ -3,10 +3,11 @@
 #include <string_view>
 #include <vector>
 
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+
 #include "ClientComm/OutOfMemory.h"
-#include "ClientComm/QBHPAppleEventSender.h"
 #include "Platform/Base/DropExceptions.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

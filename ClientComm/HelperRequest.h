@@ -3,10 +3,10 @@
 #include <initializer_list>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/Selector.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Selector.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -2,9 +2,9 @@
 
 #include <string>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Export.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -5,7 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+
 #include "Platform/Text/Text.h"
 
 namespace qbdkr {

@@ -3,7 +3,7 @@
 #include <functional>
 #include <mutex>
 
-#include "ClientComm/TextValue.h"
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -4,7 +4,7 @@
 #include <stdexcept>
 #include <type_traits>
 
-#include "Platform/Base/Status.h"
+#include <ClientComm/Status.h>
 
 namespace qbdkr {
 

@@ -1,9 +1,9 @@
-#include "ClientComm/QBHPAppEventBase.h"
-
 #include <algorithm>
 #include <mutex>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPAppEventBase.h>
+
 #include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {

@@ -1,13 +1,13 @@
-#include "ClientComm/QBHPAppleEventProcesser.h"
-
 #include <optional>
 
-#include "ClientComm/ClassRegistry.h"
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

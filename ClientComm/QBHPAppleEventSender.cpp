@@ -1,7 +1,7 @@
-#include "ClientComm/QBHPAppleEventSender.h"
-
 #include <string>
 #include <utility>
+
+#include <ClientComm/QBHPAppleEventSender.h>
 
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"

@@ -1,9 +1,9 @@
-#include "ClientComm/QBHPConfig.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/QBHPConfig.h>
 
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/HostNames.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 
 namespace qbdkr {
 namespace {

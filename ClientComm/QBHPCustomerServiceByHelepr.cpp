@@ -1,4 +1,4 @@
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
 
 #include "ClientComm/HelperRequest.h"
 #include "Platform/Base/NeverDestroyed.h"

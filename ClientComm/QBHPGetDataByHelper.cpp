@@ -1,4 +1,4 @@
-#include "ClientComm/QBHPGetDataByHelper.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
 
 #include "ClientComm/HelperRequest.h"
 #include "Platform/Base/NeverDestroyed.h"

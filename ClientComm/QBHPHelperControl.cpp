@@ -1,15 +1,15 @@
-#include "ClientComm/QBHPHelperControl.h"
-
 #include <array>
 #include <optional>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/QBHPHelperControl.h>
+
 #include "ClientComm/HelperRequest.h"
 #include "ClientComm/InfoKeys.h"
-#include "ClientComm/QBHPAppleEventProcesser.h"
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

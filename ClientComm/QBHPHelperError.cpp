@@ -1,6 +1,5 @@
-#include "ClientComm/QBHPHelperError.h"
-
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPHelperError.h>
 
 namespace qbdkr {
 

@@ -1,12 +1,12 @@
-#include "ClientComm/QBHPProcessList.h"
-
 #include <cstdio>
 #include <cstdlib>
 #include <span>
 #include <utility>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/QBHPProcessList.h>
+
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Processes/ProcessTable.h"
 #include "Platform/Processes/RunningApplications.h"
 

@@ -1,6 +1,6 @@
-#include "ClientComm/QBHPSuiteInfo.h"
-
 #include <utility>
+
+#include <ClientComm/QBHPSuiteInfo.h>
 
 namespace qbdkr {
 

@@ -1,11 +1,11 @@
-#include "ClientComm/QBHPUpgradeByHelper.h"
-
 #include <array>
 
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+
 #include "ClientComm/HelperRequest.h"
-#include "ClientComm/QBHPAppleEventProcesser.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 

@@ -1,10 +1,10 @@
-#include "ClientComm/QBHPUploadByHelper.h"
-
 #include <string>
+
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPUploadByHelper.h>
 
 #include "ClientComm/HelperRequest.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

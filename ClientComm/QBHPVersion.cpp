@@ -1,9 +1,9 @@
-#include "ClientComm/QBHPVersion.h"
-
 #include <algorithm>
 #include <cstddef>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPVersion.h>
+
 #include "Platform/Text/Text.h"
 
 namespace qbdkr {

@@ -2,7 +2,8 @@
 
 #include <chrono>
 
-#include "ClientComm/TextValue.h"
+#include <ClientComm/TextValue.h>
+
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/FileRewrite.h"

@@ -4,8 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Base/Export.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

@@ -1,7 +1,7 @@
-#include "ClientComm/TextValue.h"
-
 #include <algorithm>
 #include <limits>
+
+#include <ClientComm/TextValue.h>
 
 #include "Platform/Text/Text.h"
 

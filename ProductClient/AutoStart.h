@@ -4,7 +4,7 @@
 #include <memory>
 #include <mutex>
 
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/RunLoop.h>
 
 namespace qbdkr {
 

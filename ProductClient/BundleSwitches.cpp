@@ -4,9 +4,10 @@
 #include <utility>
 #include <vector>
 
+#include <ClientComm/Log.h>
+
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Files/Files.h"
-#include "Platform/Log/Log.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 
 namespace qbdkr {

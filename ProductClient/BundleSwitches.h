@@ -2,9 +2,10 @@
 
 #include <string_view>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/TextValue.h>
+
 #include "ClientComm/InfoKeys.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Bundles/Bundle.h"
 
 namespace qbdkr {
 

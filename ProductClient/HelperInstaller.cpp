@@ -3,12 +3,13 @@
 #include <chrono>
 #include <utility>
 
-#include "ClientComm/QBHPVersion.h"
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPVersion.h>
+
 #include "Platform/Files/FileError.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

@@ -5,8 +5,9 @@
 #include <functional>
 #include <string>
 
+#include <ClientComm/TextValue.h>
+
 #include "ClientComm/HostConfiguration.h"
-#include "ClientComm/TextValue.h"
 #include "ProductClient/HostSystem.h"
 
 namespace qbdkr {

@@ -5,8 +5,9 @@
 #include <functional>
 #include <string>
 
-#include "ClientComm/QBHPProcessList.h"
-#include "ClientComm/TextValue.h"
+#include <ClientComm/QBHPProcessList.h>
+#include <ClientComm/TextValue.h>
+
 #include "Platform/Files/FileLock.h"
 #include "Platform/Workspace/Workspace.h"
 #include "ProductClient/DetachedThread.h"

@@ -1,9 +1,10 @@
 #pragma once
 
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
+
 #include "ClientComm/OutOfMemory.h"
-#include "ClientComm/TextValue.h"
 #include "Platform/Base/ForkSafeMutex.h"
-#include "Platform/Base/Status.h"
 #include "ProductClient/StartRecords.h"
 
 namespace qbdkr {

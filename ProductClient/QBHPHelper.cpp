@@ -1,6 +1,6 @@
-#include "ProductClient/QBHPHelper.h"
-
 #include <atomic>
+
+#include <QBDKRProductClient/QBHPHelper.h>
 
 #include "Platform/Base/NeverDestroyed.h"
 #include "ProductClient/AutoStart.h"

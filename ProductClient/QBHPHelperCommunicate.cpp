@@ -1,22 +1,22 @@
-#include "ProductClient/QBHPHelperCommunicate.h"
-
 #include <atomic>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <utility>
 
-#include "ClientComm/ClassRegistry.h"
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/UserDefaults.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
-#include "ClientComm/QBHPGetDataByHelper.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Defaults/UserDefaults.h"
 #include "Platform/Files/Files.h"
-#include "Platform/Log/Log.h"
 #include "ProductClient/AutoStart.h"
 #include "ProductClient/BundleSwitches.h"
 #include "ProductClient/HelperInstaller.h"

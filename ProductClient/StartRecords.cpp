@@ -5,7 +5,8 @@
 #include <string_view>
 #include <utility>
 
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/UserDefaults.h>
+
 #include "Platform/Files/Files.h"
 
 namespace qbdkr {

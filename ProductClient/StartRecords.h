@@ -6,8 +6,9 @@
 #include <optional>
 #include <string>
 
+#include <ClientComm/TextValue.h>
+
 #include "ClientComm/HostConfiguration.h"
-#include "ClientComm/TextValue.h"
 
 namespace qbdkr {
 

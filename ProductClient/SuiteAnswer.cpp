@@ -3,7 +3,7 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
 
 namespace qbdkr {
 namespace {

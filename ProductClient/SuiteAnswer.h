@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ClientComm/QBHPSuiteInfo.h"
-#include "ClientComm/TextValue.h"
+#include <ClientComm/QBHPSuiteInfo.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <iostream>
 
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/RunLoop.h>
 
 namespace {
 

@@ -18,9 +18,10 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/QBHPAppleEventSender.h"
-#include "ClientComm/QBHPProcessList.h"
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+#include <ClientComm/QBHPProcessList.h>
+
 #include "Reference.h"
 
 namespace {

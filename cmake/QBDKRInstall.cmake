@@ -7,10 +7,8 @@ install(TARGETS ClientComm QBDKRProductClient
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FRAMEWORK DESTINATION Library/Frameworks)
 
-foreach(header IN LISTS QBDKR_COMM_HEADERS QBDKR_CLIENT_HEADERS)
-  get_filename_component(folder ${header} DIRECTORY)
-  install(FILES ${header} DESTINATION ${QBDKR_INSTALL_HEADERS}/${folder})
-endforeach()
+# A framework carries its own headers. A host that does not use frameworks needs one folder with both.
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QBDKRProductClient)
 install(EXPORT QBDKRProductClientTargets NAMESPACE QBDKRProductClient:: DESTINATION ${package_dir})

@@ -1,9 +1,9 @@
 # What the two libraries have in common. On macOS each is a framework of version A, which its programs
-# carry in their own Frameworks folder; elsewhere a versioned shared library.
+# carry in their own Frameworks folder; elsewhere a versioned shared library. The public headers of
+# TARGET are those of include/TARGET, and are included as <TARGET/NAME.h> on both systems.
 #
-#   qbdkr_shared_library(TARGET [HEADERS <public headers, from the top of the tree>...])
+#   qbdkr_shared_library(TARGET)
 function(qbdkr_shared_library target)
-  cmake_parse_arguments(LIBRARY "" "" "HEADERS" ${ARGN})
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}  # before 1.0 each minor version breaks
@@ -14,12 +14,12 @@ function(qbdkr_shared_library target)
     INSTALL_RPATH $ORIGIN)
   add_library(QBDKRProductClient::${target} ALIAS ${target})
   target_include_directories(${target} PUBLIC
-    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}>
-    $<INSTALL_INTERFACE:${QBDKR_INSTALL_HEADERS}>)
+    $<BUILD_INTERFACE:${PROJECT_SOURCE_DIR}/include>
+    $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
   target_compile_features(${target} PUBLIC cxx_std_20)
   target_link_libraries(${target} PRIVATE $<BUILD_INTERFACE:QBDKRWarnings>)
   if(APPLE)
-    qbdkr_framework(${target} ${LIBRARY_HEADERS})
+    qbdkr_framework(${target})
   endif()
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux" AND NOT QBDKR_SANITIZERS)
     target_link_options(${target} PRIVATE -Wl,-z,defs -Wl,--as-needed)
@@ -30,18 +30,17 @@ function(qbdkr_shared_library target)
   endif()
 endfunction()
 
-# The parts of a framework: Info.plist, the headers in the folders that they are included by, and the
-# module map. Its install name is where a program inside a bundle finds it.
+# The parts of a framework: Info.plist, the headers and the module map. Its install name is where a program inside a bundle finds it.
 function(qbdkr_framework target)
   set(modulemap ${CMAKE_CURRENT_BINARY_DIR}/${target}.modulemap/module.modulemap)
   set(QBDKR_FRAMEWORK ${target})
   set(QBDKR_FRAMEWORK_HEADERS "")
-  foreach(header IN LISTS ARGN)
-    string(APPEND QBDKR_FRAMEWORK_HEADERS "  header \"${header}\"\n")
-    get_filename_component(folder ${header} DIRECTORY)
-    target_sources(${target} PRIVATE ${PROJECT_SOURCE_DIR}/${header})
-    set_source_files_properties(${PROJECT_SOURCE_DIR}/${header} PROPERTIES
-      MACOSX_PACKAGE_LOCATION Headers/${folder})
+  file(GLOB headers CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/include/${target}/*.h)
+  foreach(header IN LISTS headers)
+    get_filename_component(name ${header} NAME)
+    string(APPEND QBDKR_FRAMEWORK_HEADERS "  header \"${name}\"\n")
+    target_sources(${target} PRIVATE ${header})
+    set_source_files_properties(${header} PROPERTIES MACOSX_PACKAGE_LOCATION Headers)
   endforeach()
   configure_file(${PROJECT_SOURCE_DIR}/cmake/module.modulemap.in ${modulemap} @ONLY)
   target_sources(${target} PRIVATE ${modulemap})

@@ -2,7 +2,7 @@
 
 #include <mutex>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

@@ -1,6 +1,6 @@
-#include "Platform/Bundles/Bundle.h"
-
 #include <utility>
+
+#include <ClientComm/Bundle.h>
 
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/NativeBundle.h"

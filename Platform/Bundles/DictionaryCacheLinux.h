@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Base/Export.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

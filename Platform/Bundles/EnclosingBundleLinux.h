@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

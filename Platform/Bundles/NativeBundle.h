@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

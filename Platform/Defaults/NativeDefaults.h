@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

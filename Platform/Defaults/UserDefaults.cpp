@@ -1,13 +1,13 @@
-#include "Platform/Defaults/UserDefaults.h"
-
 #include <mutex>
 #include <utility>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/RunLoop.h>
+#include <ClientComm/UserDefaults.h>
+
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Defaults/NativeDefaults.h"
-#include "Platform/Loop/RunLoop.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/Text/Text.h"
 

@@ -1,6 +1,7 @@
 #include "Platform/Events/BundleIdentifier.h"
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {

@@ -5,12 +5,13 @@
 #include <string>
 #include <utility>
 
+#include <ClientComm/Log.h>
+
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/BusReceiver.h"
 #include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCTransport.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

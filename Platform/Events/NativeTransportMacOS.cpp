@@ -3,13 +3,14 @@
 #include <atomic>
 #include <utility>
 
+#include <ClientComm/Log.h>
+
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCHandler.h"
 #include "Platform/Events/RPCTransport.h"
-#include "Platform/Log/Log.h"
 
 namespace qbdkr {
 namespace {

@@ -4,8 +4,9 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/Status.h>
+
 #include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {

@@ -4,7 +4,7 @@
 #include <string>
 #include <utility>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+
 #include "Platform/Files/FileError.h"
 
 namespace qbdkr {

@@ -5,7 +5,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

@@ -1,8 +1,8 @@
-#include "Platform/Log/Log.h"
-
 #include <array>
 #include <cstddef>
 #include <cstdio>
+
+#include <ClientComm/Log.h>
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Log/NativeLog.h"

@@ -1,5 +1,3 @@
-#include "Platform/Loop/RunLoop.h"
-
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
@@ -7,6 +5,8 @@
 #include <stdexcept>
 #include <utility>
 #include <vector>
+
+#include <ClientComm/RunLoop.h>
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"

@@ -5,10 +5,11 @@
 #include <cstddef>
 #include <memory>
 
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/PropertyList.h>
+#include <ClientComm/Status.h>
+
 #include "Platform/Processes/ProcessTable.h"
-#include "Platform/PropertyLists/PropertyList.h"
 
 namespace qbdkr {
 

@@ -9,14 +9,9 @@
 #include <memory>
 #include <utility>
 
-namespace qbdkr {
+#include <ClientComm/ProcessRecord.h>
 
-// Holds one record of the kernel's process table.
-struct ProcessRecord {
-  pid_t processID;
-  uid_t effectiveUser;
-  char command[17];  // the short command name, NUL-terminated
-};
+namespace qbdkr {
 
 // The process manager's number for a process.
 struct ProcessSerialNumber {

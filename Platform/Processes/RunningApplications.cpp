@@ -3,7 +3,8 @@
 #include <algorithm>
 #include <span>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Processes/ProcessTable.h"
 

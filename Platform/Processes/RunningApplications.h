@@ -5,8 +5,9 @@
 #include <memory>
 #include <string_view>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/Processes/ProcessTable.h"
-#include "Platform/PropertyLists/PropertyList.h"
 
 namespace qbdkr {
 

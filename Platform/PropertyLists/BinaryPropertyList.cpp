@@ -11,7 +11,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/Text/Text.h"
 

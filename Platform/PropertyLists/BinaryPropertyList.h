@@ -4,7 +4,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListBounds.h"
 
 namespace qbdkr::propertylist {

@@ -14,11 +14,12 @@
 #include <optional>
 #include <utility>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Files/NativeFiles.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 
 namespace qbdkr {

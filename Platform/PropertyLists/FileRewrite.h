@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

@@ -13,9 +13,10 @@
 #include <variant>
 #include <vector>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/NativeRealLinux.h"
 #include "Platform/PropertyLists/NativeXML.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListScalars.h"
 

@@ -1,5 +1,3 @@
-#include "Platform/PropertyLists/PropertyList.h"
-
 #include <algorithm>
 #include <cstddef>
 #include <functional>
@@ -7,6 +5,8 @@
 #include <utility>
 #include <variant>
 #include <vector>
+
+#include <ClientComm/PropertyList.h>
 
 #include "Platform/PropertyLists/PropertyListScalars.h"
 

@@ -2,8 +2,9 @@
 
 #include <optional>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/Base/CoreFoundationRefMacOS.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 
 namespace qbdkr {

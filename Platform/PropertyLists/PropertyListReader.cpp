@@ -14,10 +14,11 @@
 #include <utility>
 #include <variant>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/Base/Descriptor.h"
 #include "Platform/PropertyLists/BinaryPropertyList.h"
 #include "Platform/PropertyLists/NativeXML.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "Platform/PropertyLists/XMLBounds.h"

@@ -4,8 +4,9 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/Base/Export.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListBounds.h"
 
 namespace qbdkr {

@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr::propertylist {
 

@@ -5,8 +5,9 @@
 #include <string_view>
 #include <variant>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/NativeXML.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListScalars.h"
 #include "Platform/Text/Text.h"

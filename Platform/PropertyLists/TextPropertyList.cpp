@@ -10,7 +10,8 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListScalars.h"
 #include "Platform/Text/Text.h"

@@ -1,6 +1,6 @@
 #pragma once
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
 
 namespace qbdkr {
 

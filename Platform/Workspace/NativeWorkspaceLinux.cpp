@@ -4,7 +4,8 @@
 #include <chrono>
 #include <memory>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"

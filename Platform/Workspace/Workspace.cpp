@@ -2,8 +2,9 @@
 
 #include <chrono>
 
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Processes/RunningApplications.h"

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
+
 #include "Service.h"
 #include "Uploads.h"
 

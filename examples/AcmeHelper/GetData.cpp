@@ -3,7 +3,7 @@
 #include <array>
 #include <random>
 
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/UserDefaults.h>
 
 namespace acme {
 

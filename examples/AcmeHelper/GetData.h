@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ClientComm/QBHPGetDataByHelper.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
+
 #include "Service.h"
 
 namespace acme {

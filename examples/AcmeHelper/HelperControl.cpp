@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/RunLoop.h>
 
 namespace acme {
 

@@ -3,7 +3,8 @@
 #include <map>
 #include <string>
 
-#include "ClientComm/QBHPHelperControl.h"
+#include <ClientComm/QBHPHelperControl.h>
+
 #include "Service.h"
 
 namespace acme {

@@ -2,10 +2,11 @@
 
 #include <algorithm>
 
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "ClientComm/QBHPAppleEventSender.h"
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+
 #include "Database.h"
-#include "Platform/Log/Log.h"
 
 namespace acme {
 

@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
+#include <ClientComm/QBHPAppEventBase.h>
+
 #include "State.h"
 #include "Transcript.h"
 

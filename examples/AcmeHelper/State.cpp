@@ -3,10 +3,11 @@
 #include <sqlite3.h>
 
 #include <cstdio>
+#include <filesystem>
+
+#include <ClientComm/Log.h>
 
 #include "Database.h"
-#include "Platform/Files/Files.h"
-#include "Platform/Log/Log.h"
 
 namespace acme {
 namespace {
@@ -57,7 +58,7 @@ std::int64_t recordStart(Database& database) {
 // Under a name that is free, with its journal, in which the last changes may be.
 void putAside(const std::string& path) {
   std::string aside = path + ".damaged";
-  for (int number = 2; qbdkr::fileExists(aside); ++number) {
+  for (int number = 2; std::filesystem::exists(aside); ++number) {
     aside = path + ".damaged-" + std::to_string(number);
   }
   for (const char* part : {"", "-wal", "-shm"}) {
@@ -101,8 +102,9 @@ State::State(const std::string& directory) : tables_(open(directory)) {}
 State::~State() { commit(); }
 
 std::unique_ptr<State::Tables> State::open(const std::string& directory) {
-  qbdkr::createDirectory(directory);
-  const std::string path = qbdkr::appendPathComponent(directory, "state.sqlite");
+  std::error_code ignored;  // without the directory the database cannot be opened
+  std::filesystem::create_directories(directory, ignored);
+  const std::string path = std::filesystem::path(directory) / "state.sqlite";
   try {
     return std::make_unique<Tables>(path);
   } catch (const DatabaseError& error) {

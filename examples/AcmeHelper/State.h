@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/RunLoop.h>
 
 namespace acme {
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ClientComm/QBHPUpgradeByHelper.h"
+#include <ClientComm/QBHPUpgradeByHelper.h>
+
 #include "Service.h"
 
 namespace acme {

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
 
 namespace acme {
 

@@ -1,6 +1,7 @@
 #pragma once
 
-#include "ClientComm/QBHPUploadByHelper.h"
+#include <ClientComm/QBHPUploadByHelper.h>
+
 #include "Service.h"
 #include "Uploads.h"
 

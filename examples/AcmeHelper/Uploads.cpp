@@ -4,10 +4,11 @@
 #include <functional>
 #include <utility>
 
+#include <ClientComm/Log.h>
+#include <ClientComm/RunLoop.h>
+
 #include "Database.h"
 #include "FileDigest.h"
-#include "Platform/Log/Log.h"
-#include "Platform/Loop/RunLoop.h"
 
 namespace acme {
 namespace {

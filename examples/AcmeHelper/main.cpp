@@ -8,16 +8,17 @@
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
+#include <filesystem>
 #include <string>
+
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/RunLoop.h>
 
 #include "CustomerService.h"
 #include "Database.h"
 #include "GetData.h"
 #include "HelperControl.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Files/Files.h"
-#include "Platform/Log/Log.h"
-#include "Platform/Loop/RunLoop.h"
 #include "UpgradeService.h"
 #include "UploadService.h"
 
@@ -30,11 +31,13 @@ void stop(int /*signal*/) { qbdkr::RunLoop::main().stop(); }
 std::string dataDirectory() {
   const qbdkr::Bundle& bundle = qbdkr::Bundle::main();
   const char* configured = std::getenv("XDG_DATA_HOME");
+  const char* home = std::getenv("HOME");
   const bool usable = configured != nullptr && *configured == '/';
-  const std::string usual = bundle.infoString("Data location path").value_or("~");
-  return qbdkr::appendPathComponent(
-      usable ? configured : qbdkr::expandTilde(usual),
-      bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper"));
+  const std::filesystem::path directory =
+      usable ? configured
+             : std::filesystem::path(home != nullptr ? home : "/") /
+                   bundle.infoString("Data location path").value_or("");
+  return directory / bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper");
 }
 
 // What hosts have posted so far: until nothing comes for a while, though not for ever.

@@ -5,11 +5,12 @@
 #include <type_traits>
 #include <utility>
 
-#include "ClientComm/QBHPConfig.h"
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
+#include <ClientComm/QBHPConfig.h>
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "Transcript.h"
 
 namespace photo {

@@ -10,11 +10,12 @@
 #include <thread>
 #include <vector>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/RunLoop.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "Calls.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Loop/RunLoop.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "Transcript.h"
 
 namespace {

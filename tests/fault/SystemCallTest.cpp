@@ -19,7 +19,8 @@
 #include <tuple>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "support/Scene.h"

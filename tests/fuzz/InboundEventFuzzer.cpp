@@ -10,10 +10,11 @@
 #include <string>
 #include <utility>
 
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include <ClientComm/AppleEvent.h>
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/QBHPHelperControl.h>
+
 #include "Platform/Events/RPCTransport.h"
 
 namespace {

@@ -8,7 +8,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "Platform/Text/Text.h"

@@ -6,16 +6,35 @@ import sys
 
 root = pathlib.Path(sys.argv[1])
 layers = ["ProductClient", "ClientComm", "Platform"]
-rooms = re.findall(r"^\| `(\w+)/` \|", (root / "Platform/README.md").read_text(), re.MULTILINE)
-files = sorted(path.relative_to(root) for layer in layers for path in (root / layer).rglob("*")
-               if path.suffix in (".h", ".cpp"))
+door = {"ClientComm": "ClientComm", "QBDKRProductClient": "ProductClient"}  # folder of include/: layer
 of_one_system = re.compile(r"(Linux|MacOS)$")
 problems = []
 
+# The rooms in their order, and the public headers that belong to each.
+rooms = []
+home = {}
+for row in re.findall(r"^\| `(\w+)/` \|(.*)\|$", (root / "Platform/README.md").read_text(), re.MULTILINE):
+    rooms.append(row[0])
+    for header in re.findall(r"`(\w+\.h)`", row[1].split("|")[-1]):
+        home[f"include/ClientComm/{header}"] = ("Platform", row[0])
+
+files = sorted(path.relative_to(root) for layer in [*layers, "include"]
+               for path in (root / layer).rglob("*") if path.suffix in (".h", ".cpp"))
+
+
+def place(path):
+    """The layer of a file, and its room in the platform."""
+    if path.parts[0] == "include":
+        return home.get(str(path), (door[path.parts[1]], None))
+    return path.parts[0], path.parts[1] if path.parts[0] == "Platform" else None
+
 
 def included(path):
-    for found in re.findall(r'^#include "([^"]+)"', (root / path).read_text(), re.MULTILINE):
-        yield pathlib.PurePosixPath(found)
+    for mark, found in re.findall(r'^#include (["<])([^">]+)[">]', (root / path).read_text(), re.MULTILINE):
+        if mark == '"':
+            yield pathlib.PurePosixPath(found)
+        elif found.split("/")[0] in door:
+            yield pathlib.PurePosixPath("include") / found
 
 
 def is_native(path):
@@ -27,15 +46,20 @@ def is_of(system, path):
 
 
 for path in files:
+    layer, room = place(path)
     for other in included(path):
         if not (root / other).exists():
             problems.append(f"{path} includes {other}, which is none of our files")
-        elif other.parts[0] not in layers or layers.index(other.parts[0]) < layers.index(path.parts[0]):
+            continue
+        other_layer, other_room = place(other)
+        if path.parts[0] == "include" and other.parts[0] != "include":
+            problems.append(f"{path} is public and includes {other}, which is not")
+        elif layers.index(other_layer) < layers.index(layer):
             problems.append(f"{path} includes {other}, of a layer above it")
-        elif path.parts[0] != "Platform":
+        elif layer != "Platform":
             if is_native(other):
                 problems.append(f"{path} includes {other}, which is for the platform alone")
-        elif rooms.index(other.parts[1]) > rooms.index(path.parts[1]):
+        elif rooms.index(other_room) > rooms.index(room):
             problems.append(f"{path} includes {other}, of a room below it")
         for system, elsewhere in (("Linux", "MacOS"), ("MacOS", "Linux")):
             if is_of(system, other) and not is_of(system, path):
@@ -46,14 +70,19 @@ for path in files:
     same = names.setdefault((path.name), path)
     if same != path:
         problems.append(f"{path} bears the name of {same}")
+for path in files:
     if path.suffix != ".cpp":
         continue
-    headers = {path.with_suffix(".h"), path.with_name(of_one_system.sub("", path.stem) + ".h")}
-    if not any((root / header).exists() for header in headers):
+    header = names.get(path.stem + ".h") or names.get(of_one_system.sub("", path.stem) + ".h")
+    if header is None or place(header) != place(path) or \
+            header.parts[0] != "include" and header.parent != path.parent:
         problems.append(f"{path} has no header of its name")
     if path.stem.startswith("Native") and not of_one_system.search(path.stem):
         problems.append(f"{path} does not say for which system it is")
 
+for header in home:
+    if not (root / header).exists():
+        problems.append(f"Platform/README.md names {header}, which does not exist")
 for path in files:
     if path.parts[0] == "Platform" and path.stem.startswith("Native") and path.suffix == ".h" \
             and not of_one_system.search(path.stem):

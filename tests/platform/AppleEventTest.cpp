@@ -7,7 +7,7 @@
 #include <string>
 #include <utility>
 
-#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include <ClientComm/AppleEvent.h>
 
 namespace qbdkr {
 namespace {

@@ -8,7 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Bundles/EnclosingBundleLinux.h"
 #include "Platform/Bundles/LocalizationLinux.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"

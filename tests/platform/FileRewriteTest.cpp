@@ -19,9 +19,10 @@
 #include <thread>
 #include <vector>
 
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/FileRewrite.h"
-#include "Platform/PropertyLists/PropertyList.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"

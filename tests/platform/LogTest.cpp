@@ -18,7 +18,8 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Log/Log.h"
+#include <ClientComm/Log.h>
+
 #include "support/CapturedLog.h"
 
 namespace qbdkr {

@@ -13,8 +13,9 @@
 #include <stdexcept>
 #include <string_view>
 
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/UserDefaults.h>
+
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 

@@ -16,7 +16,8 @@
 #include <string_view>
 #include <system_error>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"

@@ -8,7 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 
 namespace qbdkr {

@@ -12,7 +12,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/RunLoop.h>
 
 namespace qbdkr {
 namespace {

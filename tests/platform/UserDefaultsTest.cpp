@@ -14,9 +14,10 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/RunLoop.h>
+#include <ClientComm/UserDefaults.h>
+
 #include "Platform/Files/FileLock.h"
-#include "Platform/Loop/RunLoop.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Program.h"

@@ -10,10 +10,11 @@
 #include <string_view>
 #include <utility>
 
+#include <ClientComm/UserDefaults.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "ClientComm/HostConfiguration.h"
-#include "Platform/Defaults/UserDefaults.h"
 #include "ProductClient/HostSystem.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 
 namespace {
 

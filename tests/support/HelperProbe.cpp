@@ -20,9 +20,10 @@
 #include <thread>
 #include <vector>
 
-#include "Platform/Bundles/Bundle.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/RunLoop.h>
+
 #include "Platform/Events/RPCTransport.h"
-#include "Platform/Loop/RunLoop.h"
 #include "support/ProbeText.h"
 
 namespace {

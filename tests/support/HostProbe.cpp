@@ -23,18 +23,19 @@
 #include <thread>
 #include <vector>
 
-#include "ClientComm/QBHPAppleEventSender.h"
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ClientComm/QBHPProcessList.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/QBHPProcessList.h>
+#include <ClientComm/RunLoop.h>
+#include <ClientComm/UserDefaults.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "Platform/Events/RPCTransport.h"
-#include "Platform/Log/Log.h"
-#include "Platform/Loop/RunLoop.h"
 #include "Platform/Workspace/Workspace.h"
 #include "ProductClient/DetachedThread.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/ProbeText.h"
 #include "support/Storm.h"
 

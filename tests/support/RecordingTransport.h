@@ -13,7 +13,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include <ClientComm/AppleEvent.h>
+
 #include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr::test {

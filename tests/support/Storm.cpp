@@ -6,9 +6,9 @@
 #include <mutex>
 #include <thread>
 
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 namespace qbdkr::test {
 namespace {

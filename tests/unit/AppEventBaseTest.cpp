@@ -6,8 +6,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPAppEventBase.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPAppEventBase.h>
+
 #include "Host.h"
 
 namespace qbdkr {

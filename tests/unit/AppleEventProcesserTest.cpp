@@ -18,12 +18,13 @@
 #include <thread>
 #include <vector>
 
-#include "ClientComm/ClassRegistry.h"
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "ClientComm/QBHPAppleEventSender.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+
 #include "Host.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/BundleIdentifier.h"

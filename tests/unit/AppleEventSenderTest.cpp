@@ -8,13 +8,14 @@
 #include <string_view>
 #include <vector>
 
+#include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventSender.h>
+#include <ClientComm/QBHPUploadByHelper.h>
+
 #include "ClientComm/HostConfiguration.h"
-#include "ClientComm/QBHPAppleEventSender.h"
-#include "ClientComm/QBHPUploadByHelper.h"
 #include "FailingMemory.h"
 #include "Host.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
-#include "Platform/Log/Log.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 #include "support/Sanitizers.h"

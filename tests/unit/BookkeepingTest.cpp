@@ -8,11 +8,12 @@
 #include <string>
 #include <vector>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/UserDefaults.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "CommunicatorTest.h"
 #include "Platform/Base/Descriptor.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Defaults/UserDefaults.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"

@@ -3,13 +3,13 @@
 #include <memory>
 #include <string_view>
 
-#include "ClientComm/ClassRegistry.h"
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
-#include "ClientComm/QBHPUploadByHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+#include <ClientComm/QBHPUploadByHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 namespace qbdkr {
 namespace {

@@ -3,9 +3,10 @@
 #include <filesystem>
 #include <utility>
 
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+
 #include "ClientComm/HostConfiguration.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
 
 namespace qbdkr::test {
 namespace {

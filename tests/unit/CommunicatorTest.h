@@ -11,14 +11,15 @@
 #include <string>
 #include <vector>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/UserDefaults.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "HeldThreads.h"
 #include "Host.h"
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Defaults/UserDefaults.h"
 #include "Platform/Files/FileLock.h"
 #include "ProductClient/HostSystem.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "RecordingRunLoop.h"
 #include "support/RecordingTransport.h"
 

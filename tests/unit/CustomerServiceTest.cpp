@@ -3,7 +3,8 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/QBHPCustomerServiceByHelepr.h"
+#include <ClientComm/QBHPCustomerServiceByHelepr.h>
+
 #include "Host.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"

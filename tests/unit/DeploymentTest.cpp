@@ -9,11 +9,12 @@
 #include <string>
 #include <vector>
 
+#include <ClientComm/Bundle.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "CommunicatorTest.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
-#include "ClientComm/QBHPGetDataByHelper.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
+
 #include "Host.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"

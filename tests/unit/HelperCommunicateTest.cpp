@@ -7,10 +7,11 @@
 #include <thread>
 #include <vector>
 
-#include "ClientComm/QBHPGetDataByHelper.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "CommunicatorTest.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 

@@ -5,9 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPHelperError.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPHelperError.h>
+
 #include "Host.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"

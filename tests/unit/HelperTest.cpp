@@ -11,9 +11,10 @@
 #include <utility>
 #include <vector>
 
+#include <ClientComm/RunLoop.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+
 #include "CommunicatorTest.h"
-#include "Platform/Loop/RunLoop.h"
-#include "ProductClient/QBHPHelper.h"
 #include "support/RecordingTransport.h"
 #include "support/WatchedThread.h"
 

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/PropertyList.h>
+
 #include "support/Environment.h"
 
 namespace qbdkr::test {

@@ -6,10 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPConfig.h>
+
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/HostNames.h"
-#include "ClientComm/QBHPConfig.h"
 #include "Host.h"
 
 namespace qbdkr::test {

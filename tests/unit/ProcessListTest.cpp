@@ -15,7 +15,8 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/QBHPProcessList.h"
+#include <ClientComm/QBHPProcessList.h>
+
 #include "Host.h"
 #include "Platform/Processes/ProcessTable.h"
 

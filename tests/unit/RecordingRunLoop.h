@@ -5,7 +5,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/RunLoop.h>
 
 namespace qbdkr::test {
 

@@ -7,11 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
+#include <ClientComm/Exceptions.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "CommunicatorTest.h"
 #include "FailingMemory.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 

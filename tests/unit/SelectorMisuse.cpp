@@ -1,6 +1,6 @@
 // Compiled by tests only, with and without one of the mistakes below.
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/Selector.h"
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Selector.h>
 
 namespace qbdkr {
 

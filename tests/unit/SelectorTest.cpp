@@ -1,9 +1,9 @@
 #include <gtest/gtest.h>
 
-#include "ClientComm/QBHPGetDataByHelper.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/Selector.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
+#include <ClientComm/QBHPGetDataByHelper.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/Selector.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 // That a wrong number of colons does not compile is tested with SelectorMisuse.cpp.
 

@@ -19,17 +19,18 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/QBHPHelperControl.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <QBDKRProductClient/QBHPHelper.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
+
 #include "CommunicatorTest.h"
 #include "Platform/Base/Descriptor.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/Text/Text.h"
-#include "ProductClient/QBHPHelper.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
 #include "support/RefusedCall.h"

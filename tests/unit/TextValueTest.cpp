@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "ClientComm/TextValue.h"
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 namespace {

@@ -9,8 +9,9 @@
 #include <thread>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+
 #include "Host.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"

@@ -4,8 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/QBHPSuiteInfo.h"
-#include "ClientComm/QBHPUploadByHelper.h"
+#include <ClientComm/QBHPSuiteInfo.h>
+#include <ClientComm/QBHPUploadByHelper.h>
+
 #include "Host.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"

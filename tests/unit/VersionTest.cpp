@@ -3,8 +3,9 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/Exceptions.h"
-#include "ClientComm/QBHPVersion.h"
+#include <ClientComm/Exceptions.h>
+#include <ClientComm/QBHPVersion.h>
+
 #include "Platform/Text/Text.h"
 
 namespace qbdkr {

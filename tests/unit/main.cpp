@@ -3,8 +3,9 @@
 
 #include <string_view>
 
+#include <ClientComm/Export.h>
+
 #include "Host.h"
-#include "Platform/Base/Export.h"
 #include "support/RecordingTransport.h"
 
 // A test asks for more memory than there is, and looks at how that is taken.

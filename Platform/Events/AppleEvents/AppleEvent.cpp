@@ -1,9 +1,9 @@
-#include "Platform/Events/AppleEvents/AppleEvent.h"
-
 #include <algorithm>
 #include <cstring>
 
-#include "Platform/Base/Status.h"
+#include <ClientComm/AppleEvent.h>
+#include <ClientComm/Status.h>
+
 #include "Platform/Events/AppleEvents/SerialNumber.h"
 #include "Platform/Processes/NativeProcesses.h"
 

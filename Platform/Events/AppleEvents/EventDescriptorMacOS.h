@@ -6,8 +6,8 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Base/Status.h"
-#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include <ClientComm/AppleEvent.h>
+#include <ClientComm/Status.h>
 
 namespace qbdkr {
 

@@ -7,7 +7,8 @@
 #include <optional>
 #include <string>
 
-#include "Platform/Events/AppleEvents/AppleEvent.h"
+#include <ClientComm/AppleEvent.h>
+
 #include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {

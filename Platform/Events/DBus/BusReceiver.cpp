@@ -5,13 +5,14 @@
 #include <algorithm>
 #include <array>
 
+#include <ClientComm/Bundle.h>
+#include <ClientComm/Log.h>
+#include <ClientComm/RunLoop.h>
+
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Bundles/Bundle.h"
 #include "Platform/Events/DBus/BusName.h"
-#include "Platform/Log/Log.h"
 #include "Platform/Loop/NativeLoopLinux.h"
-#include "Platform/Loop/RunLoop.h"
 
 namespace qbdkr {
 namespace {

@@ -2,9 +2,9 @@
 
 #include <array>
 
-#include "ClientComm/ClassRegistry.h"
-#include "ClientComm/QBHPAppleEventProcesser.h"
-#include "Platform/Loop/RunLoop.h"
+#include <ClientComm/ClassRegistry.h>
+#include <ClientComm/QBHPAppleEventProcesser.h>
+#include <ClientComm/RunLoop.h>
 
 class Control : public qbdkr::QBHPAppEventBase {
  public:

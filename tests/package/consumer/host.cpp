@@ -3,9 +3,9 @@
 
 #include <cstdio>
 
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPVersion.h"
-#include "ProductClient/QBHPHelper.h"
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPVersion.h>
+#include <QBDKRProductClient/QBHPHelper.h>
 
 int main() {
   qbdkr::QBHPHelper::share();

@@ -8,10 +8,10 @@
 #include <type_traits>
 #include <utility>
 
-#include "ClientComm/Selector.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/Selector.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -7,12 +7,14 @@
 #include <string>
 #include <vector>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Processes/ProcessTable.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/ProcessRecord.h>
+#include <ClientComm/PropertyList.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
+
+struct FetchedProcessTable;
 
 // Fetches the kernel's table of all processes. The records are in memory from malloc, which the
 // caller frees with free(); null and a count of 0 when the table could not be had. Both addresses

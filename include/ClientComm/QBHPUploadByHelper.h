@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/Selector.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Selector.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

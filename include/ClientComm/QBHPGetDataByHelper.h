@@ -2,10 +2,10 @@
 
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/Selector.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Selector.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

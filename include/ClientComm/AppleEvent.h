@@ -8,7 +8,7 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

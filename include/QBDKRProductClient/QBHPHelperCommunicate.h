@@ -3,14 +3,14 @@
 #include <memory>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/QBHPHelperControl.h"
-#include "ClientComm/QBHPSuiteInfo.h"
-#include "ClientComm/QBHPUpgradeByHelper.h"
-#include "ClientComm/QBHPUploadByHelper.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/QBHPHelperControl.h>
+#include <ClientComm/QBHPSuiteInfo.h>
+#include <ClientComm/QBHPUpgradeByHelper.h>
+#include <ClientComm/QBHPUploadByHelper.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

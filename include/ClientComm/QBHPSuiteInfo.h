@@ -3,8 +3,8 @@
 #include <cstdint>
 #include <string>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -1,11 +1,11 @@
 #pragma once
 
-#include "ClientComm/QBHPSuiteInfo.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
-#include "Platform/Loop/RunLoop.h"
-#include "ProductClient/QBHPHelperCommunicate.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPSuiteInfo.h>
+#include <ClientComm/RunLoop.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
+#include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 namespace qbdkr {
 

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "Platform/Base/Export.h"
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 

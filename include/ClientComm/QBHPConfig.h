@@ -1,7 +1,7 @@
 #pragma once
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -4,12 +4,12 @@
 #include <span>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/QBHPHelperError.h"
-#include "ClientComm/Selector.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/QBHPHelperError.h>
+#include <ClientComm/Selector.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -8,13 +8,14 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Events/AppleEvents/AppleEvent.h"
-#include "Platform/Events/RPCEvent.h"
+#include <ClientComm/AppleEvent.h>
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
+
+struct RPCEvent;
 
 // Receives every RPC event of the process, on the main run loop, and calls the method that it names
 // on the object that is registered under its class name. If none is registered but the class is

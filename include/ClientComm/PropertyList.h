@@ -10,7 +10,7 @@
 #include <variant>
 #include <vector>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

@@ -2,7 +2,7 @@
 
 #include <stdexcept>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

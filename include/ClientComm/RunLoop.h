@@ -4,7 +4,7 @@
 #include <functional>
 #include <memory>
 
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
 
 namespace qbdkr {
 

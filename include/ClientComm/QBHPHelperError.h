@@ -5,8 +5,8 @@
 #include <optional>
 #include <string>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

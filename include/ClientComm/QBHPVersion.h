@@ -4,8 +4,8 @@
 #include <string_view>
 #include <vector>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -3,8 +3,8 @@
 #include <memory>
 #include <string_view>
 
-#include "ClientComm/QBHPAppEventBase.h"
-#include "Platform/Base/Export.h"
+#include <ClientComm/Export.h>
+#include <ClientComm/QBHPAppEventBase.h>
 
 namespace qbdkr {
 

@@ -3,15 +3,15 @@
 #include <span>
 #include <string_view>
 
-#include "ClientComm/TextValue.h"
-#include "Platform/Base/Export.h"
-#include "Platform/Base/Status.h"
-#include "Platform/Events/AppleEvents/AppleEvent.h"
-#include "Platform/Events/RPCEvent.h"
+#include <ClientComm/AppleEvent.h>
+#include <ClientComm/Export.h>
+#include <ClientComm/Status.h>
+#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 
 class HostConfiguration;
+struct RPCTarget;
 
 // The arguments of an RPC event, in order.
 using Arguments = std::span<const std::string_view>;

@@ -1,0 +1,14 @@
+#pragma once
+
+#include <sys/types.h>
+
+namespace qbdkr {
+
+// Holds one record of the kernel's process table.
+struct ProcessRecord {
+  pid_t processID;
+  uid_t effectiveUser;
+  char command[17];  // the short command name, NUL-terminated
+};
+
+}  // namespace qbdkr
