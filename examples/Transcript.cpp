@@ -17,7 +17,7 @@ void append(int descriptor, const std::string& line) {
   [[maybe_unused]] const auto written = ::write(descriptor, line.data(), line.size());
 }
 
-// The time of day, to the millisecond.
+// Returns the time of day, to the millisecond.
 std::string timeOfDay() {
   const auto now = std::chrono::system_clock::now();
   const auto milliseconds =

@@ -7,12 +7,12 @@
 
 namespace acme {
 
-// What a sample program did, one line each, on standard output and at the end of the file that
-// ACME_TRANSCRIPT names, so that what two processes did can be read in the order in which it
-// happened.
+// Writes the actions of a sample program, one line each, to standard output and to the end of the
+// file that ACME_TRANSCRIPT names. The file shows the actions of two processes in the order in
+// which they happened.
 class Transcript {
  public:
-  // The name of this process in the transcript.
+  // Names this process in the transcript.
   explicit Transcript(std::string name);
 
   void write(std::string_view line) const;
@@ -21,7 +21,7 @@ class Transcript {
   std::string name_;
 };
 
-// A text as a transcript shows it.
+// Returns a text as a transcript shows it.
 inline std::string shown(std::optional<std::string_view> text) {
   return text ? '"' + std::string(*text) + '"' : "none";
 }

@@ -19,7 +19,7 @@ OSErr CustomerService::customerService(Text productID, Text versionID, Text emai
     uploads_.add({0, "attachment", product, std::string(versionID.value_or("")),
                   std::string(email.value_or("")), std::string(*attachment), "", ""});
   }
-  // Where there is a server, the message would be its answer.
+  // With a server, the message would be its answer.
   state().addMessage(product, "We have your request and answer to " + shown(email) + ".");
   return qbdkr::noErr;
 }

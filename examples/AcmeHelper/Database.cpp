@@ -57,7 +57,7 @@ void Statement::bindOne(int index, std::int64_t value) {
 }
 
 void Statement::bindOne(int index, std::string_view value) {
-  const char* bytes = value.empty() ? "" : value.data();  // a null pointer would be no text
+  const char* bytes = value.empty() ? "" : value.data();  // a null pointer would mean NULL
   check(sqlite3_bind_text64(statement_.get(), index, bytes, value.size(), SQLITE_TRANSIENT,
                             SQLITE_UTF8));
 }
@@ -65,7 +65,7 @@ void Statement::bindOne(int index, std::string_view value) {
 bool Statement::next() {
   const int code = sqlite3_step(statement_.get());
   if (code == SQLITE_ROW) return true;
-  sqlite3_reset(statement_.get());  // and the database still tells the error
+  sqlite3_reset(statement_.get());  // the database keeps the error
   if (code != SQLITE_DONE) throw database_.error();
   return false;
 }

@@ -15,7 +15,7 @@ namespace acme {
 class DatabaseError : public std::runtime_error {
  public:
   DatabaseError(const std::string& what, int code) : std::runtime_error(what), code_(code) {}
-  // SQLite's result code.
+  // Returns SQLite's result code.
   [[nodiscard]] int code() const { return code_; }
 
  private:
@@ -25,7 +25,7 @@ class DatabaseError : public std::runtime_error {
 // An SQLite database. One thread at a time.
 class Database {
  public:
-  // Opens or creates a file. Throws DatabaseError, and so does everything below.
+  // Opens or creates a file. Throws DatabaseError, as the calls below may.
   explicit Database(const std::string& path);
 
   // Runs statements that have no parameters and whose rows do not matter.
@@ -48,7 +48,7 @@ class Statement {
  public:
   Statement(Database& database, const char* text);
 
-  // Sets all parameters, and begins anew.
+  // Restarts the statement, and sets all its parameters.
   template <class... Values>
   Statement& bind(const Values&... values) {
     begin();

@@ -24,7 +24,7 @@ std::runtime_error failure(const std::string& path) {
 
 class File {
  public:
-  // Not blocking: what a host names may be a pipe that nobody writes to.
+  // Non-blocking: a host may name a pipe without a writer.
   explicit File(const std::string& path)
       : descriptor_(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY)) {
     if (descriptor_ < 0) throw failure(path);
@@ -54,7 +54,7 @@ std::optional<FileDigest> digestOf(const std::string& path, const std::atomic<bo
     const ssize_t size = ::read(file.get(), block.data(), block.size());
     if (size < 0 && errno == EINTR) continue;
     if (size < 0) throw failure(path);
-    if (size == 0 || digest.size >= status.st_size) {  // what is added meanwhile does not count
+    if (size == 0 || digest.size >= status.st_size) {  // later additions do not count
       digest.sha256 = hash.digits();
       return digest;
     }

@@ -12,8 +12,8 @@ struct FileDigest {
   std::string sha256;     // 64 hexadecimal digits
 };
 
-// Reads a file of at most 64 GiB to its end, which may take long. Absent when it was told to stop.
-// Throws std::runtime_error, with the reason, when there is no such file or it cannot be read.
+// Reads a file of at most 64 GiB to its end, which may take long. Absent if stop was set. Throws
+// std::runtime_error, with the reason, if the file is missing, too large, or cannot be read.
 std::optional<FileDigest> digestOf(const std::string& path, const std::atomic<bool>& stop);
 
 }  // namespace acme

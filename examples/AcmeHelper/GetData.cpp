@@ -34,7 +34,7 @@ qbdkr::String GetData::clientIDFormHelper() {
     kept = qbdkr::PropertyList(newClientID());
     defaults.setObject(clientIDKey, kept);
   }
-  // One that would not last is none.
+  // An identifier that would not last is not given out.
   return defaults.synchronize() ? qbdkr::String(*kept->string()) : std::nullopt;
 }
 

@@ -6,14 +6,15 @@
 
 namespace acme {
 
-// Answers what only the helper agent knows.
+// Answers questions that only the helper agent can answer.
 class GetData : public Service {
  public:
   GetData(State& state, const Transcript& transcript);
 
-  // The identifier of this installation: made once, kept in the helper agent's user defaults.
+  // Returns the identifier of this installation: made once, kept in the helper agent's user
+  // defaults. Absent if it cannot be kept.
   qbdkr::String clientIDFormHelper();
-  // "1", or "0" while the first helper agent runs that was ever started here.
+  // Returns "0" in the first helper agent that was ever started here, else "1".
   qbdkr::String isNotFirstStart();
 
  protected:

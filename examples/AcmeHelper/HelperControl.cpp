@@ -20,8 +20,8 @@ constexpr std::string_view ownName = "AcmeHelper";
 HelperControl::HelperControl(State& state, const Transcript& transcript)
     : Service(Request::kClassName, state, transcript) {}
 
-// The report's arguments: who reports, whether the server side is open, an error code and an error
-// message.
+// The report's arguments: the reporter's name, whether the server side is open, an error code and
+// an error message.
 OSErr HelperControl::start(Text productID, Text prodeuctVersion) {
   products_.insert_or_assign(std::string(productID.value_or("")), prodeuctVersion.value_or(""));
   noteProducts();
@@ -46,7 +46,7 @@ OSErr HelperControl::hide(Text productID, Text /*prodeuctVersion*/) {
   return qbdkr::noErr;
 }
 
-// That it arrived is the answer.
+// The arrival of the request is the answer.
 OSErr HelperControl::isAlive(Text /*productID*/, Text /*prodeuctVersion*/) { return qbdkr::noErr; }
 
 OSErr HelperControl::exitHelper(Text /*productID*/, Text /*productVersion*/) {

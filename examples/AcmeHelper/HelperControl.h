@@ -9,13 +9,13 @@
 
 namespace acme {
 
-// The helper agent's side of the helper control: which products it works for, and what it tells
+// The helper agent's side of the helper control: the products that it works for, and its reports to
 // their hosts.
 class HelperControl : public Service {
  public:
   HelperControl(State& state, const Transcript& transcript);
 
-  // Requests, called by name with what the host sent.
+  // Requests, called by name with the arguments that the host sent.
   qbdkr::OSErr start(qbdkr::Text productID, qbdkr::Text prodeuctVersion);
   qbdkr::OSErr stop(qbdkr::Text productID, qbdkr::Text prodeuctVersion);
   qbdkr::OSErr show(qbdkr::Text productID, qbdkr::Text prodeuctVersion);
@@ -23,7 +23,7 @@ class HelperControl : public Service {
   qbdkr::OSErr isAlive(qbdkr::Text productID, qbdkr::Text prodeuctVersion);
   qbdkr::OSErr exitHelper(qbdkr::Text productID, qbdkr::Text productVersion);
 
-  // Tells every host that has sent something that this helper agent is about to exit.
+  // Tells every host that has sent a request that this helper agent is about to exit.
   void reportExit() const;
 
  protected:

@@ -7,7 +7,7 @@
 
 namespace acme {
 
-// The SHA-256 of bytes that come piece by piece, from the library of the platform.
+// Computes the SHA-256 of bytes that come piece by piece, with the library of the platform.
 class SHA256 {
  public:
   SHA256();
@@ -15,9 +15,9 @@ class SHA256 {
   SHA256& operator=(const SHA256&) = delete;
   ~SHA256();
 
-  // A piece of 4 GiB at most. Both throw std::runtime_error when the library fails.
+  // Adds a piece of less than 4 GiB. Both calls throw std::runtime_error if the library fails.
   void add(std::span<const unsigned char> bytes);
-  // 64 hexadecimal digits; the end of this object's use.
+  // Returns 64 hexadecimal digits. The object cannot be used afterwards.
   std::string digits();
 
  private:
@@ -25,7 +25,7 @@ class SHA256 {
   std::unique_ptr<State> state_;
 };
 
-// Bytes as two hexadecimal digits each.
+// Returns bytes as two hexadecimal digits each.
 inline std::string hexadecimal(std::span<const unsigned char> bytes) {
   constexpr const char* digits = "0123456789abcdef";
   std::string text;

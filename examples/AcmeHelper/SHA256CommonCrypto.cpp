@@ -10,7 +10,7 @@ struct SHA256::State {
   CC_SHA256_CTX context{};
 };
 
-// These calls cannot fail; what they return is always 1.
+// These calls cannot fail: they always return 1.
 SHA256::SHA256() : state_(std::make_unique<State>()) { CC_SHA256_Init(&state_->context); }
 
 SHA256::~SHA256() = default;

@@ -17,7 +17,7 @@ using qbdkr::Text;
 
 namespace {
 
-// More than a path, a name or a title ever needs; what a host sends by mistake is not kept.
+// More than a path, a name or a title ever needs; a text that a host sends by mistake is not kept.
 constexpr std::size_t longestText = 4096;  // bytes
 
 }  // namespace
@@ -47,11 +47,11 @@ String Service::performSelector(std::string_view selector, std::span<const Text>
   String reply;
   try {
     reply = QBHPAppEventBase::performSelector(selector, objects);
-  } catch (const DatabaseError& error) {  // whoever posted the request will not hear of it
+  } catch (const DatabaseError& error) {  // a host that posted the request will not hear of it
     qbdkr::log("%@ was not recorded: %@", {selector, error.what()});
   }
   if (!reply) return reply;
-  // A host that has an answer may rely on all that it sent before.
+  // A host that gets an answer may rely on all that it sent before.
   if (!state_.commit()) return std::nullopt;
   note("replied " + shown(*reply));
   return reply;

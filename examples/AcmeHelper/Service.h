@@ -12,8 +12,8 @@
 
 namespace acme {
 
-// What every service of this helper agent has in common: it answers under the name of a class, sees
-// who sends, shows what it received, and answers only when its state is durable.
+// The common part of every service of this helper agent: it answers under the name of a class,
+// knows the sender, shows each request, and answers only when its state is durable.
 class Service : public qbdkr::QBHPAppEventBase {
  public:
   // The class name must be a constant.
@@ -22,13 +22,13 @@ class Service : public qbdkr::QBHPAppEventBase {
 
   [[nodiscard]] std::string_view className() const final { return className_; }
 
-  // The sender of the request that comes next.
+  // Sets the sender of the next request.
   void setBundleID(qbdkr::Text bundleID) final;
   qbdkr::String performSelector(std::string_view selector,
                                 std::span<const qbdkr::Text> objects) final;
 
  protected:
-  // The host whose request is being served.
+  // Returns the host whose request is being served.
   [[nodiscard]] const std::string& sender() const { return sender_; }
   State& state() { return state_; }
   void note(std::string_view line) const { transcript_.write(line); }

@@ -32,7 +32,7 @@ constexpr const char* schema = R"sql(
   CREATE TABLE IF NOT EXISTS message(number INTEGER PRIMARY KEY, product TEXT, text TEXT);
 )sql";
 
-// A database as this program makes it. Throws for one that is damaged or of another shape.
+// Opens a database as this program makes it. Throws if it is damaged or has another schema.
 struct CheckedDatabase : Database {
   explicit CheckedDatabase(const std::string& path) : Database(path) {
     execute(schema);
@@ -48,14 +48,14 @@ bool isDamage(const DatabaseError& error) {
   return code == SQLITE_NOTADB || code == SQLITE_CORRUPT || code == SQLITE_ERROR;
 }
 
-// How many there have been with this one.
+// Records this start, and returns the count of starts, this one included.
 std::int64_t recordStart(Database& database) {
   Statement start(database, "INSERT INTO start(time) VALUES(datetime('now'))");
   start.bind().run();
   return database.lastInsertedRow();
 }
 
-// Under a name that is free, with its journal, in which the last changes may be.
+// Renames the database to a free name, with its journal, which may hold the last changes.
 void putAside(const std::string& path) {
   std::string aside = path + ".damaged";
   for (int number = 2; std::filesystem::exists(aside); ++number) {
@@ -130,8 +130,8 @@ bool State::commit() {
   }
 }
 
-// Runs a statement that changes something. The run loop may be too busy for its timers, so the time
-// is looked at here as well.
+// Runs a statement that changes the state. The run loop may be too busy for its timers, so the time
+// is checked here as well.
 void State::change(Statement& statement) {
   if (failed_) throw DatabaseError("nothing is stored any more", SQLITE_IOERR);
   const auto now = std::chrono::steady_clock::now();

@@ -7,8 +7,8 @@
 namespace acme {
 
 // The conversation about an upgrade: a host asks for one, is asked whether it is ready, and answers
-// "1" or "0" when it knows. A question that comes before it has answered the last one is answered
-// "ignore" by the framework, with empty texts for the product.
+// "1" or "0" when it knows. To a question that comes before the host has answered the last one, the
+// framework answers "ignore", with empty texts for the product.
 class UpgradeService : public Service {
  public:
   UpgradeService(State& state, const Transcript& transcript);

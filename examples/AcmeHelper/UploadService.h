@@ -7,7 +7,7 @@
 
 namespace acme {
 
-// Takes files and usage data, and answers what it knows of products.
+// Takes files and usage data, and answers questions about products.
 class UploadService : public Service {
  public:
   UploadService(State& state, Uploads& uploads, const Transcript& transcript);
@@ -27,10 +27,10 @@ class UploadService : public Service {
   qbdkr::String productCollectStatus(qbdkr::Text productID, qbdkr::Text version);
   qbdkr::OSErr directUploadData(qbdkr::Text productID, qbdkr::Text version);
 
-  // A URL, a width and a height, joined by "###".
+  // Return a URL, a width and a height, joined by "###".
   qbdkr::String regSuiteInfo(qbdkr::Text productID, qbdkr::Text version);
   qbdkr::String unRegSuiteInfo(qbdkr::Text productID, qbdkr::Text version);
-  // The path of a page among this helper agent's resources.
+  // Returns the path of a page among this helper agent's resources.
   qbdkr::String netErrorPagePath(qbdkr::Text productID, qbdkr::Text version);
 
  protected:

@@ -13,7 +13,7 @@
 namespace acme {
 namespace {
 
-// Runs a change of the state on the main thread, when nobody is left to be told of a failure.
+// Runs a change of the state on the main thread. Logs a failure, as no host waits for the outcome.
 void onMainThread(std::function<void()> change) {
   qbdkr::RunLoop::main().perform([change = std::move(change)] {
     try {

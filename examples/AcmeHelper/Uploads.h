@@ -11,16 +11,16 @@
 
 namespace acme {
 
-// The files that hosts handed over. Each is recorded at once, and read on a thread of its own, one
-// after the other, so that a large one does not keep hosts waiting. What a killed helper agent left
-// unread is read by the next one. A helper agent with a server would send the bytes from here.
+// The files that hosts handed over. Each is recorded at once. A thread reads them, one after the
+// other: a large one does not keep hosts waiting. The next helper agent reads files that a killed
+// one left unread. A helper agent with a server would send the bytes from here.
 class Uploads {
  public:
-  // The main thread's, like the state. Takes up what is unfinished.
+  // Continues unfinished uploads. Main thread only, like the state.
   Uploads(State& state, const Transcript& transcript);
   Uploads(const Uploads&) = delete;
   Uploads& operator=(const Uploads&) = delete;
-  // Ends in the middle of a file, which stays unfinished.
+  // Stops in the middle of a file, which stays unfinished.
   ~Uploads();
 
   void add(Upload upload);

@@ -1,5 +1,4 @@
-// A helper agent: it is installed and started by a host application, and does what hosts ask it
-// for.
+// A helper agent: a host application installs and starts it, and it serves the requests of hosts.
 
 #include <poll.h>
 #include <sys/stat.h>
@@ -26,8 +25,8 @@ namespace {
 
 void stop(int /*signal*/) { qbdkr::RunLoop::main().stop(); }
 
-// Where this user's applications keep their data; the information property list says what is usual
-// on this platform.
+// Returns the folder for this application's data, in XDG_DATA_HOME if that is set, else in the
+// usual place for this platform, which the information property list names.
 std::string dataDirectory() {
   const qbdkr::Bundle& bundle = qbdkr::Bundle::main();
   const char* configured = std::getenv("XDG_DATA_HOME");
@@ -40,7 +39,7 @@ std::string dataDirectory() {
   return directory / bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper");
 }
 
-// What hosts have posted so far: until nothing comes for a while, though not for ever.
+// Serves the requests that hosts have posted so far: until none comes for 0.1 s, but not for ever.
 void serveWhatHasArrived() {
   constexpr int quiet = 100;  // milliseconds
   qbdkr::RunLoop& loop = qbdkr::RunLoop::main();
@@ -64,7 +63,7 @@ void serveWhatHasArrived() {
   const bool isStored = state.commit();
   control.reportExit();
   transcript.write("exits");
-  // The thread that reads files may be held up by one of them: it is not waited for.
+  // Does not wait for the thread that reads files, which one of them may hold up.
   std::_Exit(isStored ? 0 : 1);
 }
 
@@ -74,7 +73,7 @@ int main() {
   const std::string version =
       qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
   const acme::Transcript transcript("helper " + version);
-  umask(S_IRWXG | S_IRWXO);  // what it keeps is the user's alone
+  umask(S_IRWXG | S_IRWXO);  // its files are for the user alone
   qbdkr::RunLoop::main();    // before the handlers, which use it
   std::signal(SIGTERM, stop);
   std::signal(SIGINT, stop);

@@ -26,7 +26,7 @@ using Control = qbdkr::QBHPHelperControl;
 using Data = qbdkr::QBHPGetDataByHelper;
 using Helper = qbdkr::QBHPHelper;
 
-// A result as text.
+// Return a result as text.
 std::string told(OSErr status) { return "status " + std::to_string(status); }
 std::string told(bool flag) { return flag ? "yes" : "no"; }
 std::string told(const String& text) { return acme::shown(qbdkr::view(text)); }
@@ -35,7 +35,7 @@ std::string told(const qbdkr::QBHPProductUpgradeCallBackDelegate* delegate) {
   return delegate == nullptr ? "none" : "a delegate";
 }
 
-// An argument from its text.
+// Makes an argument from its text.
 template <class Parameter>
 Parameter argument(const Text& text) {
   if constexpr (std::is_same_v<Parameter, bool>) {
@@ -57,7 +57,7 @@ std::string resultOf(Function function) {
   }
 }
 
-// How a function of the framework is called with arguments of whatever types it takes.
+// Calls a function of the framework, with arguments of any types that it takes.
 template <class Function>
 struct Signature;
 
@@ -154,7 +154,7 @@ constexpr std::array table{
     call<&Communicator::searchPlistFilePath>("searchPlistFilePath", "BUNDLE"),
     call<&Communicator::getVersionByBundlePath>("getVersionByBundlePath", "BUNDLE"),
     call<&Communicator::appPath>("appPath", "DIRECTORY"),
-    // What a host may use beside them.
+    // Further calls of the framework.
     call<&Control::exitHelper>("exitHelper", "PID VERSION"),
     call<&Control::saveEnableADToPlistFile>("saveEnableADToPlistFile"),
     call<&Data::isNotFirstStart>("isNotFirstStart"),

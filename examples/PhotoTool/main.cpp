@@ -1,5 +1,5 @@
 // A host application: it carries a helper agent among its resources, and has it installed, started
-// and kept alive. Calls on standard input stand in for what a user would click.
+// and kept alive. Calls on standard input stand in for a user's clicks.
 
 #include <csignal>
 #include <cstdlib>
@@ -64,7 +64,7 @@ std::vector<std::string> wordsOf(const std::string& line) {
   return {std::istream_iterator<std::string>(stream), {}};
 }
 
-// A line of standard input.
+// Runs a line of standard input.
 void run(const std::string& line, const acme::Transcript& transcript) {
   const auto words = wordsOf(line);
   if (words.empty()) return;
@@ -73,15 +73,15 @@ void run(const std::string& line, const acme::Transcript& transcript) {
   transcript.write(words.front() + ": " + result.value_or("no such call"));
 }
 
-// One call, against a helper agent that is brought up first where there is none.
+// Makes one call, and first starts the helper agent if it is not running.
 int callOnce(const std::vector<std::string>& words) {
   QBHPHelper::share();
-  // The start-up thread does this too; here it is waited for.
+  // The start-up thread does this too; here the call waits for it.
   QBHPHelperCommunicate::share().launchHelepr();
   const std::vector<std::string> arguments(words.begin() + 1, words.end());
   const auto result = photo::call(words.front(), arguments);
   if (!result) {
-    // In one piece: other threads write log lines.
+    // Written in one piece: other threads write log lines.
     std::cerr << "PhotoTool: no such call, or a wrong number of arguments: " + words.front() + '\n';
     return 2;
   }
@@ -121,7 +121,7 @@ int main(int argc, char** argv) {
   loop.run();
 
   transcript.write("ends");
-  // The reader may wait for input for ever, so it is not joined; nor was it detached, since it ends
-  // at once where there is no input, and the C library does not always survive both at a time.
+  // The reader may wait for input for ever, so it is not joined. It was not detached either:
+  // without input it ends at once, and the C library does not always survive both at a time.
   std::_Exit(0);
 }
