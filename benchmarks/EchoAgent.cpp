@@ -1,4 +1,4 @@
-// The peer of the benchmarks: a helper agent that answers with what it is asked.
+// The peer of the benchmarks: a helper agent that returns the texts it gets.
 
 #include <array>
 #include <iostream>

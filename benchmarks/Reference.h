@@ -4,8 +4,8 @@
 
 namespace qbdkr::bench {
 
-// What the framework is measured against: the same call to the same peer on a bare connection, and
-// the same question asked of the system's own tool.
+// The references of the benchmarks: the same call to the same peer on a bare connection, and the
+// same question to the system's own tool.
 class BareConnection {
  public:
   explicit BareConnection(std::string name);
@@ -21,7 +21,7 @@ class BareConnection {
   State* state_;
 };
 
-// Runs "pgrep -x NAME"; true when it ran.
+// Runs "pgrep -x NAME"; true if it ran.
 bool runPgrep(const char* name);
 
 }  // namespace qbdkr::bench

@@ -1,7 +1,7 @@
-// Measures the framework beside references in the same run, and says whether the ratios hold.
+// Measures the framework against references in the same run, and says whether the ratios hold.
 //
 // Rows of two processes run pinned to one processor, bus and peer included. Samples of a row and of
-// its reference alternate, so that whatever else the machine does falls on both.
+// its reference alternate: other load on the machine falls on both.
 
 #include <sched.h>
 #include <signal.h>
@@ -86,7 +86,7 @@ void print(const Row& row) {
               ratio <= row.limit ? "holds" : "MISSED");
 }
 
-// Alternates samples of both bodies, each of so many rounds; the median time of one round.
+// Alternates samples of both bodies, each of so many rounds. Stores the median time of one round.
 Row measure(Row row, int samples, int rounds, const std::function<void()>& ours,
             const std::function<void()>& theirs, const std::function<void()>& between) {
   std::vector<double> oursTimes;
@@ -149,7 +149,7 @@ bool measureRequests(const std::string& agent) {
       },
       nothing);
   print(waiting);
-  // What was posted is worked off between the samples, or the bus would fill up.
+  // Waits between the samples until the posted events are handled: otherwise the bus would fill up.
   const Row posting = measure(
       {"request without reply", "sd_bus_send", 0, 0, 1 / 0.80}, 100, 200,
       [&] {
@@ -204,7 +204,7 @@ int main(int argc, char** argv) {
   cpu_set_t before;
   sched_getaffinity(0, sizeof before, &before);
   pinToOneProcessor();
-  // A bus of its own, pinned like everything that it starts from here on.
+  // Starts a bus of its own, pinned like every process that is started from here on.
   const char* address = "unix:path=/tmp/qbdkr-bench-bus";
   unlink("/tmp/qbdkr-bench-bus");
   Child bus([&] {
@@ -214,7 +214,7 @@ int main(int argc, char** argv) {
   setenv("DBUS_SESSION_BUS_ADDRESS", address, 1);
   const bool requests = measureRequests(argv[1]);
   unpin(before);
-  // Last: a bundle that was just built is read anew for each process in its first two seconds.
+  // Runs last: a bundle that was just built is read anew for each process in its first two seconds.
   const bool processList = measureProcessList();
   return processList && requests ? 0 : 1;
 }
