@@ -1,4 +1,5 @@
-# Debian and Ubuntu packages that the scripts need, and how they get them. Sourced, not run.
+# Debian and Ubuntu packages that the scripts need, and the functions that install them. Sourced,
+# not run.
 
 build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
 sample_packages="libsqlite3-dev libssl-dev"
@@ -7,8 +8,8 @@ test_packages="$demo_packages libgtest-dev libdbus-1-dev python3 python3-gi proc
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 
-# The oldest libc++ that has all of std::ranges, which a distribution's clang can read: that of Debian
-# 12 where nothing is known of packages yet.
+# Prints the oldest libc++ version that has all of std::ranges, which a distribution's clang can
+# read: that of Debian 12 if the package lists are not loaded yet.
 libcxx_version() {
   local version
   for version in 16 17 18 19 20 21; do
@@ -20,8 +21,8 @@ libcxx_version() {
   printf '16\n'
 }
 
-# need_packages INSTALL PACKAGES: installs what is missing (INSTALL is "yes"), or says what is and
-# stops.
+# need_packages INSTALL PACKAGES: installs the missing ones if INSTALL is "yes", else names them and
+# exits.
 need_packages() {
   local install=$1 missing="" package log
   shift
@@ -55,7 +56,7 @@ need_packages() {
   rm -f "$log"
 }
 
-# build PRESET [TARGET...]: configures and builds quietly; what went wrong is shown.
+# build PRESET [TARGET...]: configures and builds quietly; shows the output on failure.
 build() {
   local preset=$1 log
   shift
