@@ -8,8 +8,8 @@
 #     [RESOURCES <files or folders that go among the resources>...]
 #     [HELPER    <target of another bundle that goes among the resources>])
 #
-# makes NAME.app from an executable target, with the shared libraries it needs beside it, so that the
-# bundle can be copied anywhere. The bundle's path is the target property QBDKR_BUNDLE_PATH.
+# makes NAME.app from an executable target, with the shared libraries it needs inside: the bundle can
+# be copied anywhere. The bundle's path is the target property QBDKR_BUNDLE_PATH.
 function(qbdkr_add_bundle target)
   cmake_parse_arguments(BUNDLE "" "NAME;DIRECTORY;INFO;HELPER" "LIBRARIES;RESOURCES" ${ARGN})
   set(bundle ${BUNDLE_DIRECTORY}/${BUNDLE_NAME}.app)

@@ -1,5 +1,5 @@
-# What is installed: the two libraries, their public headers, and the files by which CMake and
-# pkg-config find them. On macOS the libraries are frameworks.
+# Installs the two libraries, their public headers, and the files by which CMake and pkg-config find
+# them. On macOS the libraries are frameworks.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS ClientComm QBDKRProductClient
@@ -25,7 +25,7 @@ install(FILES
 if(APPLE)
   return()  # frameworks are not linked by name and path
 endif()
-# Relative, so that an installation may be moved, or made under another prefix than configured.
+# Relative: an installation may be moved, or made under another prefix than configured.
 file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 foreach(library IN ITEMS ClientComm QBDKRProductClient)

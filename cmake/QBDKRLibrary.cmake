@@ -1,6 +1,6 @@
-# What the two libraries have in common. On macOS each is a framework of version A, which its programs
-# carry in their own Frameworks folder; elsewhere a versioned shared library. The public headers of
-# TARGET are those of include/TARGET, and are included as <TARGET/NAME.h> on both systems.
+# The common setup of the two libraries. On macOS each is a framework of version A, which programs
+# carry in their own Frameworks folder; elsewhere it is a versioned shared library. The public headers
+# of TARGET are those of include/TARGET, included as <TARGET/NAME.h> on both systems.
 #
 #   qbdkr_shared_library(TARGET)
 function(qbdkr_shared_library target)
@@ -9,7 +9,7 @@ function(qbdkr_shared_library target)
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}  # before 1.0 each minor version breaks
     EXPORT_NAME ${target}
     LIBRARY_OUTPUT_DIRECTORY ${PROJECT_BINARY_DIR}/lib
-    # Each finds the other beside itself, in the build tree, when installed and inside a bundle.
+    # Each finds the other beside itself: in the build tree, when installed, and inside a bundle.
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH $ORIGIN)
   add_library(QBDKRProductClient::${target} ALIAS ${target})
@@ -30,7 +30,8 @@ function(qbdkr_shared_library target)
   endif()
 endfunction()
 
-# The parts of a framework: Info.plist, the headers and the module map. Its install name is where a program inside a bundle finds it.
+# The parts of a framework: Info.plist, the headers and the module map. Its install name is the path
+# by which a program inside a bundle finds it.
 function(qbdkr_framework target)
   set(modulemap ${CMAKE_CURRENT_BINARY_DIR}/${target}.modulemap/module.modulemap)
   set(QBDKR_FRAMEWORK ${target})

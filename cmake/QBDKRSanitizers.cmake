@@ -1,5 +1,5 @@
-# Sanitizers apply to everything that is built, tests included, so that no report is lost between
-# two libraries.
+# Sanitizers apply to everything that is built, tests included: no report is lost between two
+# libraries.
 if(QBDKR_SANITIZERS)
   add_compile_options(-fsanitize=${QBDKR_SANITIZERS} -fno-omit-frame-pointer
                       -fno-sanitize-recover=undefined)
