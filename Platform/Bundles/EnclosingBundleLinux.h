@@ -15,9 +15,9 @@ inline constexpr std::string_view informationFile = "Contents/Info.plist";
 // Returns the directory of a file: "" for a file in the root, "/" for a path without a slash.
 [[nodiscard]] std::string directoryOf(const std::string& file);
 
-// The information dictionary of the bundle that an executable belongs to, without localization, and
-// the path of that bundle. Absent for an executable outside any bundle. An executable whose file
-// was replaced since it started still belongs to its bundle.
+// The bundle that an executable belongs to: its path, and its information dictionary without
+// localization. Absent for an executable outside any bundle. An executable whose file was replaced
+// since it started still belongs to its bundle.
 struct EnclosingBundle {
   std::string path;
   std::shared_ptr<const PropertyList::Dictionary> info;

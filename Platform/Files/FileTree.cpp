@@ -125,7 +125,7 @@ std::optional<FileError> removeItem(const std::string& path) {
   return std::nullopt;
 }
 
-// DIRECTORY/.NAME.qbhp-staging-UNIQUE/item/REST was DIRECTORY/NAME/REST.
+// Maps DIRECTORY/.NAME.qbhp-staging-UNIQUE/item/REST back to DIRECTORY/NAME/REST.
 std::string pathBeforeRemoval(std::string_view path) {
   const auto suffix = path.rfind(stagingSuffix);
   const auto slash = suffix == std::string_view::npos ? suffix : path.rfind('/', suffix);

@@ -153,7 +153,7 @@ bool copyRegularFile(const std::string& from, const std::string& to) {
   if (!source || ::fstat(source.get(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode)) return failWith(EOPNOTSUPP);
   const Descriptor copy(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownersFile));
-  // The user mask may have taken away what attributes need.
+  // The umask may have removed rights that setting attributes needs.
   if (!copy || ::fchmod(copy.get(), ownersFile) != 0) return false;
   return copyContents(source.get(), copy.get(), status.st_size) &&
          copyAttributes(source.get(), copy.get()) && setMode(copy.get(), status) &&

@@ -46,8 +46,8 @@ constexpr unsigned longCount = 0xF;
 // An object whose bytes were found to lie within the list.
 struct Object {
   Kind kind = Kind::simple;
-  // Of a simple object, its lower half; of a number, its bytes; otherwise what the kind counts:
-  // bytes, units, references or pairs of references.
+  // For a simple object, the lower half of its first byte; for a number, its bytes; otherwise the
+  // units of the kind: bytes, UTF-16 units, references or pairs of references.
   std::size_t count = 0;
   std::size_t payload = 0;
 };
@@ -99,7 +99,7 @@ class BinaryReader {
 
   static bool isWidth(std::size_t width) { return width >= 1 && width <= 8; }
 
-  // A big-endian number of up to eight bytes, at a place that was checked.
+  // Reads a big-endian number of up to eight bytes, at a place that was checked.
   [[nodiscard]] std::uint64_t number(std::size_t place, std::size_t width) const {
     std::uint64_t value = 0;
     for (const char c : bytes_.substr(place, width)) {

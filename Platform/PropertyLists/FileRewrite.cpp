@@ -90,8 +90,8 @@ bool mayHaveSize(std::size_t size) {
 
 struct Rewriting {
   std::string before;
-  std::string filled;  // what is written over it: at least as long
-  std::size_t size;    // how much of that stays
+  std::string filled;  // the bytes written over it, at least as many
+  std::size_t size;    // the count of bytes that stay
 };
 
 std::string filledUp(std::string_view contents, std::size_t least, std::string_view blank) {

@@ -9,7 +9,7 @@ namespace qbdkr::propertylist {
 inline constexpr std::size_t maximumBytes = std::size_t{16} << 20;
 inline constexpr std::size_t maximumLevels = 256;
 inline constexpr std::size_t maximumValues = 1'000'000;
-// A binary list may name one text many times over, so the sum of all texts has its own bound.
+// A binary list may refer to one text many times, so the sum of all texts has its own bound.
 inline constexpr std::size_t maximumContent = 4 * maximumBytes;
 
 // Bounds a reader. The defaults are those for a host's own files.

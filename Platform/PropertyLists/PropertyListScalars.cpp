@@ -14,7 +14,7 @@ namespace {
 
 constexpr std::uint64_t largestNegativeMagnitude = std::uint64_t{1} << 63;
 
-// Takes a sign off the front; true when it was a minus.
+// Takes a sign off the front; true if it was a minus.
 bool takeSign(std::string_view& text) {
   const bool negative = text.starts_with('-');
   if (negative || text.starts_with('+')) text.remove_prefix(1);

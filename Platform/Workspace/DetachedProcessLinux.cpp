@@ -58,8 +58,8 @@ void writeInteger(int descriptor, int value) {
   [[maybe_unused]] const auto sent = ::send(descriptor, &value, sizeof value, MSG_NOSIGNAL);
 }
 
-// Everything that the child needs, made before the fork: between fork and exec only calls that a
-// signal handler may make are safe in a process with threads.
+// Holds everything that the child needs, made before the fork: between fork and exec only calls
+// that a signal handler may make are safe in a process with threads.
 struct Plan {
   const char* executable;
   char* const* environment;

@@ -4,8 +4,8 @@
 
 namespace qbdkr {
 
-// The 16-bit signed result code of a request. 0 is success; the other values are the Apple Event
-// Manager's, on every platform.
+// The 16-bit signed result code of a request. 0 means success; the other values are those of the
+// Apple Event Manager, on every platform.
 using OSErr = std::int16_t;
 
 inline constexpr OSErr noErr = 0;

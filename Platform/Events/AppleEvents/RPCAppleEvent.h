@@ -1,7 +1,7 @@
 #pragma once
 
-// An RPC event as an Apple event: the form that it has on macOS, and in the two functions that are
-// named after it there.
+// An RPC event as an Apple event: the form that it has on macOS, and on every platform in the calls
+// of ClientComm that take or return an AppleEvent.
 
 #include <cstdint>
 #include <optional>

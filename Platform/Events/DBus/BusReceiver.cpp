@@ -230,7 +230,7 @@ void BusReceiver::receive(sd_bus_message* message) {
   Sender* sender = known != senders_.end() ? &known->second : meet(name);
   if (sender == nullptr) return handle(received, std::nullopt);
   if (!sender->isReady()) return park(*sender, std::move(received));
-  // A copy: while its event is handled, the loop may turn and forget the sender.
+  // Copied: while the event is handled, the loop may turn and forget the sender.
   const auto bundleID = sender->bundleID;
   handle(received, bundleID);
 }

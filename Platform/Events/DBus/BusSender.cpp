@@ -242,7 +242,7 @@ bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
   // writing.
   if (bus_ && !isWritten()) wakeOthers();
   const bool held = readUntil(lock, deadline, done);
-  // Another thread reads from here on.
+  // Another thread reads from now on.
   if (waiting_ > 0) progress_.notify_all();
   return held;
 }
