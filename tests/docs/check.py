@@ -44,7 +44,7 @@ def links():
 
 
 def methods_of_headers():
-    for header in (root / "ClientComm").rglob("*.h"):
+    for header in (root / "include/ClientComm").glob("*.h"):
         text = header.read_text()
         names = re.findall(r'kClassName = "(\w+)"', text)
         for method in re.findall(r'selector<[^>]*>\(\s*"([^"]+)"\)', text):

@@ -18,6 +18,18 @@ endfunction()
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
+# What is installed as a header is what lies in include/, and each header compiles alone.
+file(GLOB_RECURSE headers RELATIVE ${ROOT}/include ${ROOT}/include/*.h)
+file(GLOB_RECURSE installed RELATIVE ${prefix}/include ${prefix}/include/*.h)
+if(NOT headers OR NOT headers STREQUAL installed)
+  message(FATAL_ERROR "installed are: ${installed}")
+endif()
+foreach(header IN LISTS installed)
+  file(WRITE ${WORK}/header.cpp "#include <${header}>\n")
+  run(${COMPILER} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I${prefix}/include
+      ${WORK}/header.cpp)
+endforeach()
+
 set(flags)
 if(SANITIZERS)
   set(flags -fsanitize=${SANITIZERS})
