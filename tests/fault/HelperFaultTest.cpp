@@ -10,6 +10,7 @@
 #include <system_error>
 
 #include "Peer.h"
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Peer.h"
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

@@ -30,7 +30,7 @@ class KeptLock {
   }
 
  private:
-  OwnedDescriptor file_;
+  Descriptor file_;
 };
 
 std::string open(const Scene& scene) { return "open " + scene.installedHelper().string(); }

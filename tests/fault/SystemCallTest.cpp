@@ -144,9 +144,7 @@ class Site {
     Environment environment = home_.environment();
     environment["LANG"] = "de_DE.UTF-8";
     environment["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + (home_.path() / "no-bus").string();
-    return gate_.run(command,
-                     {.environment = environment, .obeyFilePermissions = false, .largestFile = {}},
-                     fault);
+    return gate_.run(command, {.environment = environment}, fault);
   }
 
   // Everything that lies here now. The installed helper agent is one entry: it counts as a whole.

@@ -13,6 +13,8 @@
 #include <utility>
 #include <vector>
 
+#include "support/Patience.h"
+
 namespace qbdkr::test {
 namespace {
 
@@ -26,9 +28,7 @@ sockaddr_un socketAddress(const std::string& path) {
   return address;
 }
 
-OwnedDescriptor newSocket() {
-  return OwnedDescriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-}
+Descriptor newSocket() { return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
 // False at the end of the stream.
 bool fill(std::string& buffer, int from) {
@@ -46,7 +46,7 @@ bool drain(std::string& buffer, int to) {
 
 }  // namespace
 
-BusGate::Connection::Connection(OwnedDescriptor clientEnd, OwnedDescriptor busEnd)
+BusGate::Connection::Connection(Descriptor clientEnd, Descriptor busEnd)
     : client(std::move(clientEnd)),
       bus(std::move(busEnd)),
       toBus{client.get(), bus.get(), {}},
@@ -141,8 +141,8 @@ void BusGate::run() {
 }
 
 void BusGate::accept() {
-  OwnedDescriptor client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
-  OwnedDescriptor bus = newSocket();
+  Descriptor client(::accept4(listener_.get(), nullptr, nullptr, SOCK_CLOEXEC));
+  Descriptor bus = newSocket();
   const auto address = socketAddress(busPath_);
   if (client.get() >= 0 &&
       ::connect(bus.get(), reinterpret_cast<const sockaddr*>(&address), sizeof address) == 0) {

@@ -8,7 +8,7 @@
 #include <string>
 #include <thread>
 
-#include "support/ChildProcess.h"
+#include "Platform/Base/Descriptor.h"
 
 namespace qbdkr::test {
 
@@ -38,9 +38,9 @@ class BusGate {
     std::string passing;
   };
   struct Connection {
-    Connection(OwnedDescriptor client, OwnedDescriptor bus);
-    OwnedDescriptor client;
-    OwnedDescriptor bus;
+    Connection(Descriptor client, Descriptor bus);
+    Descriptor client;
+    Descriptor bus;
     Way toBus;
     Way toClient;
     std::string latest;  // of what goes to the bus
@@ -54,8 +54,8 @@ class BusGate {
 
   std::string address_;
   std::string busPath_;
-  OwnedDescriptor listener_;
-  OwnedDescriptor wake_;
+  Descriptor listener_;
+  Descriptor wake_;
   std::atomic<bool> ends_{false};
   std::atomic<bool> holds_{false};
   std::atomic<bool> cuts_{false};

@@ -7,7 +7,6 @@
 #include <sys/eventfd.h>
 #include <sys/prctl.h>
 #include <sys/resource.h>
-#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -19,6 +18,8 @@
 #include <system_error>
 #include <utility>
 
+#include "support/ProcessEnd.h"
+
 namespace qbdkr::test {
 namespace {
 
@@ -28,10 +29,10 @@ using Clock = std::chrono::steady_clock;
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-std::pair<OwnedDescriptor, OwnedDescriptor> makePipe() {
+std::pair<Descriptor, Descriptor> makePipe() {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
-  return {OwnedDescriptor(ends[0]), OwnedDescriptor(ends[1])};
+  return {Descriptor(ends[0]), Descriptor(ends[1])};
 }
 
 std::vector<char*> pointers(std::vector<std::string>& texts) {
@@ -77,33 +78,18 @@ struct Plan {
 
 }  // namespace
 
-OwnedDescriptor& OwnedDescriptor::operator=(OwnedDescriptor&& other) noexcept {
-  if (this != &other) {
-    reset();
-    descriptor_ = other.release();
+Environment ownEnvironment() {
+  Environment variables;
+  for (char** setting = environ; *setting != nullptr; ++setting) {
+    const std::string text = *setting;
+    const auto end = text.find('=');
+    if (end != std::string::npos) variables.emplace(text.substr(0, end), text.substr(end + 1));
   }
-  return *this;
-}
-
-int OwnedDescriptor::release() { return std::exchange(descriptor_, -1); }
-
-void OwnedDescriptor::reset() {
-  if (descriptor_ >= 0) ::close(release());
-}
-
-ProcessEnd::ProcessEnd(pid_t process)
-    : descriptor_(static_cast<int>(syscall(SYS_pidfd_open, process, 0))) {
-  if (descriptor_.get() < 0) fail("pidfd_open");
-}
-
-bool ProcessEnd::comesWithin(std::chrono::milliseconds time) const {
-  pollfd end{descriptor_.get(), POLLIN, 0};
-  return ::poll(&end, 1, static_cast<int>(time.count())) > 0;
+  return variables;
 }
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command, const SpawnOptions& options)
     : name_(command.at(0)) {
-  ::signal(SIGPIPE, SIG_IGN);  // a child that is gone is an error of write()
   auto texts = command;
   std::vector<std::string> settings;
   for (const auto& [key, value] : options.environment) settings.push_back(key + '=' + value);
@@ -128,7 +114,7 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const SpawnO
   input_ = std::move(inputWrite);
   output_.descriptor = std::move(outputRead);
   error_.descriptor = std::move(errorRead);
-  stopPump_ = OwnedDescriptor(eventfd(0, EFD_CLOEXEC));
+  stopPump_ = Descriptor(eventfd(0, EFD_CLOEXEC));
   pump_ = std::thread([this] { pump(); });
 }
 
@@ -174,6 +160,7 @@ void ChildProcess::pump() {
 }
 
 void ChildProcess::write(const std::string& text) {
+  ::signal(SIGPIPE, SIG_IGN);  // a child that is gone is an error of write()
   std::size_t done = 0;
   while (done < text.size()) {
     const auto written = ::write(input_.get(), text.data() + done, text.size() - done);
@@ -226,6 +213,10 @@ std::string ChildProcess::howItEnded() {
 std::string ChildProcess::waitForOutput(const LineTest& accepts, std::size_t from,
                                         std::chrono::milliseconds time) {
   return waitFor(output_, accepts, from, time, "waiting for a line of output");
+}
+
+std::string ChildProcess::firstLine(std::chrono::milliseconds time) {
+  return waitForOutput([](const std::string&) { return true; }, 0, time);
 }
 
 std::string ChildProcess::waitForLog(const std::string& part, std::chrono::milliseconds time) {
@@ -283,6 +274,11 @@ int ChildProcess::wait(std::chrono::milliseconds time) {
   return status;
 }
 
+int ChildProcess::finish(std::chrono::milliseconds time) {
+  closeInput();
+  return wait(time);
+}
+
 void ChildProcess::kill() {
   if (status_) return;
   ::kill(processID_, SIGKILL);
@@ -290,7 +286,7 @@ void ChildProcess::kill() {
 }
 
 std::string outputOf(const std::vector<std::string>& command, const Environment& environment) {
-  ChildProcess child(command, {.environment = environment, .largestFile = {}});
+  ChildProcess child(command, {.environment = environment});
   child.closeInput();
   if (const int status = child.wait(); status != 0) {
     throw std::runtime_error(command.at(0) + " failed with status " + std::to_string(status));

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <condition_variable>
+#include <cstddef>
 #include <functional>
 #include <map>
 #include <mutex>
@@ -12,52 +13,27 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Base/Descriptor.h"
+#include "support/Patience.h"
+
 namespace qbdkr::test {
 
 using Environment = std::map<std::string, std::string>;
 
-// What may take long on a busy machine; whatever passes it is a failure.
-inline constexpr std::chrono::seconds patience(60);
-inline constexpr std::chrono::seconds longPatience(180);
-
-// A descriptor that is closed with its owner.
-class OwnedDescriptor {
- public:
-  explicit OwnedDescriptor(int descriptor = -1) : descriptor_(descriptor) {}
-  OwnedDescriptor(OwnedDescriptor&& other) noexcept : descriptor_(other.release()) {}
-  OwnedDescriptor& operator=(OwnedDescriptor&& other) noexcept;
-  ~OwnedDescriptor() { reset(); }
-
-  [[nodiscard]] int get() const { return descriptor_; }
-  int release();
-  void reset();
-
- private:
-  int descriptor_;
-};
-
-// The end of any process as an event. Made while the process certainly lives.
-class ProcessEnd {
- public:
-  explicit ProcessEnd(pid_t process);
-  [[nodiscard]] bool hasCome() const { return comesWithin(std::chrono::milliseconds(0)); }
-  [[nodiscard]] bool comesWithin(std::chrono::milliseconds time) const;
-
- private:
-  OwnedDescriptor descriptor_;
-};
+// Returns the environment of this process.
+Environment ownEnvironment();
 
 struct SpawnOptions {
-  Environment environment;
+  Environment environment = {};
   // Root ignores the permissions of files; a process started so does not.
   bool obeyFilePermissions = false;
-  std::optional<std::size_t> largestFile;
+  std::optional<std::size_t> largestFile = {};
   // Called in the child as the last thing: only what a signal handler may call.
   std::function<void()> beforeExec = {};
 };
 
-// A child process with pipes for its three standard streams. Killed with its object, and when the
-// test ends in any other way.
+// A child process with pipes for its three standard streams. It is killed with its object, and at
+// the end of the thread that started it.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& command, const SpawnOptions& options);
@@ -68,13 +44,15 @@ class ChildProcess {
   [[nodiscard]] pid_t processID() const { return processID_; }
 
   void write(const std::string& text);
-  void closeInput() { input_.reset(); }
+  void closeInput() { input_ = Descriptor(); }
 
   // The first line of standard output, or of standard error, from the given one on that a test
   // accepts. Throws, with all that the process wrote, at the deadline or when its output ends.
   using LineTest = std::function<bool(const std::string&)>;
   std::string waitForOutput(const LineTest& accepts, std::size_t from = 0,
                             std::chrono::milliseconds time = patience);
+  // The first line of standard output, whatever it says.
+  std::string firstLine(std::chrono::milliseconds time = patience);
   std::string waitForLog(const std::string& part, std::chrono::milliseconds time = patience);
 
   // Everything up to the end of standard output, or of standard error, for which it waits.
@@ -88,13 +66,15 @@ class ChildProcess {
   void signal(int number) const;
   // The status of waitpid(); throws at the deadline.
   int wait(std::chrono::milliseconds time = patience);
+  // Ends the child's input, for a child that ends with it, and waits.
+  int finish(std::chrono::milliseconds time = patience);
   // Exit status 0, within the deadline.
   [[nodiscard]] bool succeeds() { return wait() == 0; }
   void kill();
 
  private:
   struct Stream {
-    OwnedDescriptor descriptor;
+    Descriptor descriptor;
     std::string partial;
     std::vector<std::string> lines;
     bool ended = false;
@@ -110,8 +90,8 @@ class ChildProcess {
   std::string name_;
   pid_t processID_ = -1;
   std::optional<int> status_;
-  OwnedDescriptor input_;
-  OwnedDescriptor stopPump_;
+  Descriptor input_;
+  Descriptor stopPump_;
   mutable std::mutex mutex_;
   std::condition_variable changed_;
   Stream output_;

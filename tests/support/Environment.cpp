@@ -4,6 +4,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <system_error>
 
 namespace qbdkr::test {
 
@@ -28,6 +29,13 @@ void writeFile(const fs::path& path, const std::string& contents) {
 std::string readFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+void linkOrCopy(const fs::path& from, const fs::path& to) {
+  fs::create_directories(to.parent_path());
+  std::error_code error;
+  fs::create_hard_link(fs::canonical(from), to, error);
+  if (error) fs::copy_file(from, to);
 }
 
 }  // namespace qbdkr::test

@@ -22,4 +22,7 @@ class TemporaryDirectory {
 void writeFile(const std::filesystem::path& path, const std::string& contents);
 std::string readFile(const std::filesystem::path& path);
 
+// Makes a hard link at another path, or a copy where the file system refuses one.
+void linkOrCopy(const std::filesystem::path& from, const std::filesystem::path& to);
+
 }  // namespace qbdkr::test

@@ -47,7 +47,7 @@ void PrivateBus::start() {
   daemon_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                "--config-file=" + configuration.string(), "--print-address=1"},
-      SpawnOptions{.environment = {{"PATH", "/usr/bin:/bin"}}, .largestFile = {}});
+      SpawnOptions{.environment = {{"PATH", "/usr/bin:/bin"}}});
   // It listens before it says where.
   daemon_->waitForOutput([](const std::string& line) { return line.starts_with("unix:"); });
 }

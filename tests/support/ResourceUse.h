@@ -6,7 +6,7 @@
 #include <cstddef>
 #include <thread>
 
-#include "support/ChildProcess.h"
+#include "Platform/Base/Descriptor.h"
 
 namespace qbdkr::test {
 
@@ -35,7 +35,7 @@ class ResourceUse {
   pid_t process_;
   std::atomic<std::size_t> mostThreads_{0};
   std::atomic<std::size_t> mostDescriptors_{0};
-  OwnedDescriptor stop_;
+  Descriptor stop_;
   std::thread sampler_;
 };
 

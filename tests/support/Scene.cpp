@@ -8,6 +8,8 @@
 #include <stdexcept>
 #include <utility>
 
+#include "support/ProcessEnd.h"
+
 namespace qbdkr::test {
 
 namespace fs = std::filesystem;
@@ -140,9 +142,7 @@ void Scene::recordEarlierStarts() const {
                 "</string></dict></plist>\n");
 }
 
-SpawnOptions Scene::options() const {
-  return {.environment = environment_, .obeyFilePermissions = false, .largestFile = {}};
-}
+SpawnOptions Scene::options() const { return {.environment = environment_}; }
 
 std::unique_ptr<Host> Scene::start(const TestBundle& host, const SpawnOptions& options) {
   return std::make_unique<Host>(host, options);

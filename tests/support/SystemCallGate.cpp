@@ -194,14 +194,14 @@ const Row& rowOf(const seccomp_data& call) {
   return *row;
 }
 
-OwnedDescriptor memoryOf(pid_t process) {
-  return OwnedDescriptor(
+Descriptor memoryOf(pid_t process) {
+  return Descriptor(
       ::open(("/proc/" + std::to_string(process) + "/mem").c_str(), O_RDWR | O_CLOEXEC));
 }
 
 // Bytes in the memory of a stopped process; fewer where they end.
 std::string memoryOf(pid_t process, std::uint64_t address, std::size_t size) {
-  const OwnedDescriptor memory = memoryOf(process);
+  const Descriptor memory = memoryOf(process);
   std::string bytes(size, '\0');
   const auto got = ::pread(memory.get(), bytes.data(), size, static_cast<off_t>(address));
   if (got < 0) fail("memory of the program");
@@ -243,8 +243,8 @@ class FilterInstallation {
   FilterInstallation() : program_(filterProgram()) {
     std::array<int, 2> ends{};
     if (socketpair(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0, ends.data()) != 0) fail("socketpair");
-    parentEnd_ = OwnedDescriptor(ends[0]);
-    childEnd_ = OwnedDescriptor(ends[1]);
+    parentEnd_ = Descriptor(ends[0]);
+    childEnd_ = Descriptor(ends[1]);
   }
 
   void install() const {
@@ -260,8 +260,8 @@ class FilterInstallation {
   }
 
   // The parent's part.
-  [[nodiscard]] OwnedDescriptor listener() {
-    childEnd_.reset();
+  [[nodiscard]] Descriptor listener() {
+    childEnd_ = Descriptor();
     Message message;
     if (recvmsg(parentEnd_.get(), &message.header, MSG_CMSG_CLOEXEC) <= 0) {
       throw std::runtime_error("the program ended before its gate was there");
@@ -270,7 +270,7 @@ class FilterInstallation {
     if (message.error != 0) fail("no gate for system calls on this system");
     int descriptor = -1;
     std::memcpy(&descriptor, CMSG_DATA(CMSG_FIRSTHDR(&message.header)), sizeof descriptor);
-    return OwnedDescriptor(descriptor);
+    return Descriptor(descriptor);
   }
 
  private:
@@ -304,8 +304,8 @@ class FilterInstallation {
   }
 
   std::vector<sock_filter> program_;
-  OwnedDescriptor parentEnd_;
-  OwnedDescriptor childEnd_;
+  Descriptor parentEnd_;
+  Descriptor childEnd_;
 };
 
 // An offset that a call of the program reads and writes, if it names one.
@@ -328,7 +328,7 @@ class OffsetOf {
   [[nodiscard]] off_t* get() { return address_ == 0 ? nullptr : &value_; }
 
  private:
-  OwnedDescriptor memory_;
+  Descriptor memory_;
   std::uint64_t address_;
   off_t value_ = 0;
 };
@@ -336,7 +336,7 @@ class OffsetOf {
 // One program on its way, and what its calls meet.
 class Supervision {
  public:
-  Supervision(ChildProcess& program, OwnedDescriptor listener, const fs::path& directory,
+  Supervision(ChildProcess& program, Descriptor listener, const fs::path& directory,
               const Fault& fault)
       : program_(program), listener_(std::move(listener)), directory_(directory), fault_(fault) {}
 
@@ -400,16 +400,15 @@ class Supervision {
     return done;
   }
 
-  [[nodiscard]] OwnedDescriptor descriptorOf(std::uint64_t number) const {
-    const OwnedDescriptor process(
-        static_cast<int>(syscall(SYS_pidfd_open, program_.processID(), 0)));
-    return OwnedDescriptor(
+  [[nodiscard]] Descriptor descriptorOf(std::uint64_t number) const {
+    const Descriptor process(static_cast<int>(syscall(SYS_pidfd_open, program_.processID(), 0)));
+    return Descriptor(
         static_cast<int>(syscall(SYS_pidfd_getfd, process.get(), static_cast<int>(number), 0)));
   }
 
   [[nodiscard]] std::int64_t writeHalf(const seccomp_notif& asked) const {
     const auto& call = asked.data;
-    const OwnedDescriptor file = descriptorOf(call.args[0]);
+    const Descriptor file = descriptorOf(call.args[0]);
     const auto bytes =
         memoryOf(static_cast<pid_t>(asked.pid), call.args[1], (call.args[2] + 1) / 2);
     if (call.nr == SYS_write) return ::write(file.get(), bytes.data(), bytes.size());
@@ -420,8 +419,8 @@ class Supervision {
     const auto process = static_cast<pid_t>(asked.pid);
     const auto& call = asked.data;
     const bool sends = call.nr == SYS_sendfile;
-    const OwnedDescriptor from = descriptorOf(call.args[sends ? 1 : 0]);
-    const OwnedDescriptor to = descriptorOf(call.args[sends ? 0 : 2]);
+    const Descriptor from = descriptorOf(call.args[sends ? 1 : 0]);
+    const Descriptor to = descriptorOf(call.args[sends ? 0 : 2]);
     OffsetOf fromOffset(process, sends ? call.args[2] : call.args[1]);
     OffsetOf toOffset(process, sends ? 0 : call.args[3]);
     const off_t start =
@@ -449,7 +448,7 @@ class Supervision {
   }
 
   ChildProcess& program_;
-  OwnedDescriptor listener_;
+  Descriptor listener_;
   const fs::path& directory_;
   const Fault& fault_;
   std::vector<GatedCall> calls_;

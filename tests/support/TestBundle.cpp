@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <functional>
-#include <system_error>
 #include <utility>
 
 #include "support/Environment.h"
@@ -47,13 +46,6 @@ std::string informationPropertyList(const InfoKeys& keys) {
     text += "<key>" + escaped(key) + "</key><string>" + escaped(value) + "</string>\n";
   }
   return text + "</dict>\n</plist>\n";
-}
-
-void linkOrCopy(const fs::path& from, const fs::path& to) {
-  fs::create_directories(to.parent_path());
-  std::error_code error;
-  fs::create_hard_link(fs::canonical(from), to, error);
-  if (error) fs::copy_file(from, to);  // another file system, say
 }
 
 TestBundle::TestBundle(const fs::path& directory, const std::string& name, InfoKeys keys,

@@ -46,6 +46,4 @@ class TestBundle {
 // in the order of the paths. Empty when there is nothing.
 std::string treeDigest(const std::filesystem::path& root);
 
-void linkOrCopy(const std::filesystem::path& from, const std::filesystem::path& to);
-
 }  // namespace qbdkr::test

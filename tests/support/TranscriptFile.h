@@ -5,7 +5,8 @@
 #include <string>
 #include <vector>
 
-#include "support/ChildProcess.h"
+#include "Platform/Base/Descriptor.h"
+#include "support/Patience.h"
 
 namespace qbdkr::test {
 
@@ -34,7 +35,7 @@ class TranscriptFile {
                  std::chrono::milliseconds time);
 
   std::filesystem::path path_;
-  OwnedDescriptor watch_;
+  Descriptor watch_;
   std::size_t read_ = 0;
   std::vector<std::string> lines_;
 };

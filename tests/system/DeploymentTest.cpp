@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

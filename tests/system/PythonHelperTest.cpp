@@ -10,6 +10,7 @@
 #include <string>
 
 #include "Peer.h"
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

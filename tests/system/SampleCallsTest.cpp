@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "Sample.h"
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

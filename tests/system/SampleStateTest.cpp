@@ -15,6 +15,7 @@
 
 #include "Peer.h"
 #include "Sample.h"
+#include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
