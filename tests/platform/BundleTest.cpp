@@ -13,7 +13,7 @@
 #include "Platform/Bundles/EnclosingBundleLinux.h"
 #include "Platform/Bundles/LocalizationLinux.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
 #include "support/Sanitizers.h"
 
@@ -21,8 +21,8 @@ namespace qbdkr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::Process;
 using test::putOwnExecutable;
+using test::TaskProcess;
 using test::TemporaryDirectory;
 using test::writeFile;
 using Names = std::vector<std::string>;
@@ -330,10 +330,7 @@ TEST_F(Bundles, InformationOfAnExecutableFollowsItsFile) {
 
 // What a process says of its main bundle: path, identifier, name, executable.
 Names mainBundleOf(const fs::path& executable) {
-  Process process({"main-bundle"}, executable);
-  Names lines;
-  for (int i = 0; i < 4; ++i) lines.push_back(process.readLine());
-  return lines;
+  return TaskProcess({"main-bundle"}, executable).outputToItsEnd();
 }
 
 TEST_F(Bundles, MainBundleIsTheOneAroundTheRunningExecutable) {

@@ -16,8 +16,8 @@
 
 #include "Platform/Bundles/DictionaryCacheLinux.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
-#include "Program.h"
 #include "support/Environment.h"
+#include "support/OrdinaryUser.h"
 #include "support/WatchedThread.h"
 
 namespace qbdkr {

@@ -16,6 +16,7 @@
 
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "support/Environment.h"
+#include "support/ForkedBody.h"
 
 namespace qbdkr {
 namespace {
@@ -136,16 +137,13 @@ TEST_F(Detached, SurvivesTheProcessThatStartedIt) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const std::string path = script("read line < '" + fifo.string() + "'; echo \"$line\" > '" +
                                   output.string() + "'; echo done > '" + fifo.string() + "'");
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = test::runForked([&path] {
     setsid();
     const auto process = startDetached(path);
     // With it goes its whole session.
     kill(0, process ? SIGKILL : SIGTERM);
-    _exit(1);
-  }
-  int status = 0;
-  waitpid(child, &status, 0);
+    return false;
+  });
   ASSERT_TRUE(WIFSIGNALED(status));
   ASSERT_EQ(WTERMSIG(status), SIGKILL);
   writeFile(fifo, "still here\n");  // waits until the script reads

@@ -10,14 +10,14 @@
 #include <utility>
 
 #include "Platform/Files/FileLock.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
 
 namespace qbdkr {
 namespace {
 
 using std::chrono::milliseconds;
-using test::Process;
+using test::TaskProcess;
 
 class FileLocks : public testing::Test {
  protected:
@@ -42,8 +42,8 @@ TEST_F(FileLocks, LockIsReleasedAlthoughAForkedProcessHasItsDescriptor) {
 }
 
 TEST_F(FileLocks, LockKeepsAnotherProcessOut) {
-  Process other({"hold", root});
-  ASSERT_EQ(other.readLine(), "locked");
+  TaskProcess other({"hold", root});
+  ASSERT_EQ(other.firstLine(), "locked");
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isTaken());
   const auto start = std::chrono::steady_clock::now();
   EXPECT_FALSE(FileLock::acquire(root, milliseconds(50)).isHeld());
@@ -51,18 +51,17 @@ TEST_F(FileLocks, LockKeepsAnotherProcessOut) {
 }
 
 TEST_F(FileLocks, LockIsHadWhenTheOtherProcessEnds) {
-  Process other({"hold", root});
-  ASSERT_EQ(other.readLine(), "locked");
+  TaskProcess other({"hold", root});
+  ASSERT_EQ(other.firstLine(), "locked");
   std::thread ending([&] { other.finish(); });
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(20'000)).isHeld());
   ending.join();
 }
 
 TEST_F(FileLocks, LockIsHadWhenTheOtherProcessIsKilled) {
-  Process other({"hold", root});
-  ASSERT_EQ(other.readLine(), "locked");
+  TaskProcess other({"hold", root});
+  ASSERT_EQ(other.firstLine(), "locked");
   other.kill();
-  other.finish();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
 }
 
@@ -87,8 +86,8 @@ TEST_F(FileLocks, LockMovesWithItsObject) {
 
 TEST_F(FileLocks, LockIsNotInheritedByAProcessThatIsStarted) {
   auto lock = FileLock::acquire(root, milliseconds(0));
-  Process other({"wait"});
-  ASSERT_EQ(other.readLine(), "waiting");
+  TaskProcess other({"wait"});
+  ASSERT_EQ(other.firstLine(), "waiting");
   lock.release();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
 }

@@ -25,8 +25,10 @@
 #include "Platform/PropertyLists/FileRewrite.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
+#include "support/ForkedBody.h"
+#include "support/OrdinaryUser.h"
 #include "support/RefusedCall.h"
 
 namespace qbdkr {
@@ -39,8 +41,9 @@ using test::asOrdinaryUser;
 using test::dieAtCall;
 using test::failCall;
 using test::giveToOrdinaryUser;
-using test::Process;
 using test::readFile;
+using test::runForked;
+using test::TaskProcess;
 using test::writeFile;
 
 std::vector<std::string> namesIn(const fs::path& directory) {
@@ -68,14 +71,10 @@ enum class End { wrote, refused, killed };
 // A rewriting in a process of its own that cannot make one kind of call.
 End rewriteWithout(const std::function<void()>& refuse, const std::string& path,
                    const std::string& contents) {
-  const pid_t child = fork();
-  if (child == 0) {
+  const int status = runForked([&] {
     refuse();
-    _exit(rewriteFile(path, contents) ? 0 : 1);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
+    return rewriteFile(path, contents);
+  });
   if (WIFSIGNALED(status)) return End::killed;
   EXPECT_LE(WEXITSTATUS(status), 1);
   return WEXITSTATUS(status) == 0 ? End::wrote : End::refused;
@@ -281,13 +280,10 @@ TEST_F(FileRewrite, ShorterUTF16TextIsFilledUpWithWholeUnits) {
   writeFile(path, "\"Name\" = \"old and odd in size\";");
   ASSERT_EQ(fs::file_size(path) % 2, 1U);
   const std::string after("\xFF\xFE\"\0N\0\"\0=\0\"\0n\0\"\0;\0"sv);
-  const pid_t child = fork();
-  if (child == 0) {
+  runForked([&] {
     dieAtCall(SYS_ftruncate);
-    _exit(rewriteFile(path, after, "\n\0"sv) ? 0 : 1);
-  }
-  while (waitpid(child, nullptr, 0) < 0) {
-  }
+    return rewriteFile(path, after, "\n\0"sv);
+  });
   EXPECT_GT(fs::file_size(path), after.size());
   EXPECT_EQ(readDictionaryFile(path), (Dictionary{{"N", "n"}}));
   recoverFilesIn(root);
@@ -386,8 +382,8 @@ TEST_F(CutOffRewrite, FileThatIsGoneIsNotMade) {
 TEST_F(CutOffRewrite, WriterAtWorkIsLeftAlone) {
   leave("garbage");
   {
-    Process writer({"hold", file});
-    ASSERT_EQ(writer.readLine(), "locked");
+    TaskProcess writer({"hold", file});
+    ASSERT_EQ(writer.firstLine(), "locked");
     EXPECT_FALSE(recoverFilesIn(root));
     EXPECT_EQ(readFile(file), "garbage");
     EXPECT_TRUE(fs::exists(record));

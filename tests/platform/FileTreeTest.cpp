@@ -7,7 +7,6 @@
 #include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <sys/xattr.h>
 #include <time.h>
 #include <unistd.h>
@@ -29,8 +28,10 @@
 #include "Platform/Files/FileError.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
+#include "support/ForkedBody.h"
+#include "support/OrdinaryUser.h"
 
 namespace qbdkr {
 namespace {
@@ -39,8 +40,9 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using test::asOrdinaryUser;
 using test::giveToOrdinaryUser;
-using test::Process;
 using test::readFile;
+using test::runForked;
+using test::TaskProcess;
 using test::TemporaryDirectory;
 using test::writeFile;
 
@@ -111,16 +113,12 @@ bool isSuperuser() { return geteuid() == 0; }
 
 // A child process in a name space of its own for mounts; true when the body says so.
 bool withOwnMounts(const std::function<bool()>& body) {
-  const pid_t child = fork();
-  if (child == 0) {
+  const auto bodyApart = [&body] {
     const bool apart =
         unshare(CLONE_NEWNS) == 0 && mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) == 0;
-    _exit(apart && body() ? 0 : 1);
-  }
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
-  return status == 0;
+    return apart && body();
+  };
+  return runForked(bodyApart) == 0;
 }
 
 bool mayMount() {
@@ -320,13 +318,12 @@ TEST_F(FileTree, CopyClearsWhatADeadProcessLeft) {
 TEST_F(FileTree, CopyLeavesWhatALiveProcessWorksOn) {
   makeTree();
   writeFile(root / ".to.qbhp-staging-AAAAAA/item/half", "half");
-  Process worker({"hold", root / ".to.qbhp-staging-AAAAAA"});
-  ASSERT_EQ(worker.readLine(), "locked");
+  TaskProcess worker({"hold", root / ".to.qbhp-staging-AAAAAA"});
+  ASSERT_EQ(worker.firstLine(), "locked");
   EXPECT_EQ(said(copyItem(from, to)), "");
   EXPECT_EQ(readFile(root / ".to.qbhp-staging-AAAAAA/item/half"), "half");
   // When that process dies, the next one clears up.
   worker.kill();
-  worker.finish();
   EXPECT_EQ(said(removeItem(to)), "");
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"from"});
 }

@@ -17,8 +17,8 @@
 #include <vector>
 
 #include "Platform/Files/Files.h"
-#include "Program.h"
 #include "support/Environment.h"
+#include "support/OrdinaryUser.h"
 
 namespace qbdkr {
 namespace {
@@ -27,7 +27,6 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using test::asOrdinaryUser;
 using test::giveToOrdinaryUser;
-using test::Process;
 using test::readFile;
 using test::TemporaryDirectory;
 using test::writeFile;

@@ -1,15 +1,14 @@
 #include <gtest/gtest.h>
 #include <signal.h>
-#include <sys/prctl.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,15 +17,15 @@
 #include "Platform/Files/Files.h"
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
 
 namespace qbdkr {
 namespace {
 
 namespace fs = std::filesystem;
-using test::Process;
 using test::putOwnExecutable;
+using test::TaskProcess;
 using test::TemporaryDirectory;
 using test::writeFile;
 
@@ -73,8 +72,8 @@ TEST(ProcessTable, CommandNamesAreTerminatedAndHaveAtMost16Characters) {
   const TemporaryDirectory directory;
   const fs::path executable = directory.path() / "a-very-long-name-of-a-program";
   putOwnExecutable(executable);
-  Process process({"wait"}, executable);
-  ASSERT_EQ(process.readLine(), "waiting");
+  TaskProcess process({"wait"}, executable);
+  ASSERT_EQ(process.firstLine(), "waiting");
   const auto record = recordOf(process.processID());
   ASSERT_TRUE(record.has_value());
   const std::size_t length = strnlen(record->command, sizeof record->command);
@@ -86,24 +85,9 @@ TEST(ProcessTable, CommandNamesAreTerminatedAndHaveAtMost16Characters) {
 // The files of such a process in /proc belong to root.
 TEST(ProcessTable, ProcessThatMayNotBeLookedIntoBelongsToItsUser) {
   const uid_t user = geteuid() == 0 ? 65534 : geteuid();
-  std::array<int, 2> ready{};
-  ASSERT_EQ(pipe(ready.data()), 0);
-  const pid_t child = fork();
-  ASSERT_GE(child, 0);
-  if (child == 0) {
-    const bool able = setuid(user) == 0 && prctl(PR_SET_DUMPABLE, 0) == 0;
-    [[maybe_unused]] const auto written = write(ready[1], able ? "y" : "n", 1);
-    pause();
-    _exit(0);
-  }
-  char able = 0;
-  ASSERT_EQ(read(ready[0], &able, 1), 1);
-  EXPECT_EQ(able, 'y');
-  const auto record = recordOf(child);
-  kill(child, SIGKILL);
-  waitpid(child, nullptr, 0);
-  close(ready[0]);
-  close(ready[1]);
+  TaskProcess hidden({"hide", std::to_string(user)});
+  EXPECT_EQ(hidden.firstLine(), "hidden");
+  const auto record = recordOf(hidden.processID());
   ASSERT_TRUE(record.has_value());
   EXPECT_EQ(record->effectiveUser, user);
 }
@@ -119,7 +103,7 @@ TEST(ProcessTable, ABufferThatIsTooSmallGivesENOMEM) {
   ProcessRecord one{};
   std::size_t length = 0;
   EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
-  Process other({"wait"});  // there are two processes at least
+  const TaskProcess other({"wait"});  // there are two processes at least
   length = sizeof one;
   EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
 }
@@ -153,14 +137,14 @@ class Application : public testing::Test {
               xmlPropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.Acme.Sample"}})
                   .value());
     putOwnExecutable(path / "Contents/Linux/Sample");
-    process =
-        std::make_unique<Process>(std::vector<std::string>{"wait"}, path / "Contents/Linux/Sample");
-    EXPECT_EQ(process->readLine(), "waiting");
+    process = std::make_unique<TaskProcess>(std::vector<std::string>{"wait"},
+                                            path / "Contents/Linux/Sample");
+    EXPECT_EQ(process->firstLine(), "waiting");
   }
 
   TemporaryDirectory directory;
   const fs::path path = directory.path() / "Sample.app";
-  std::unique_ptr<Process> process;
+  std::unique_ptr<TaskProcess> process;
 };
 
 TEST_F(Application, IsKnownWhileItRuns) {
@@ -186,7 +170,7 @@ TEST_F(Application, WhoseBundleWasReplacedIsStillKnown) {
 
 TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAnyMore) {
   const auto before = recordOf(process->processID());
-  process->kill();
+  process->signal(SIGKILL);
   siginfo_t ended{};
   ASSERT_EQ(waitid(P_PID, static_cast<id_t>(process->processID()), &ended, WEXITED | WNOWAIT), 0);
   const auto record = recordOf(process->processID());

@@ -1,26 +1,22 @@
 // Holds what is written and read here against an implementation that others wrote: Python's.
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
-#include <cstdlib>
-#include <filesystem>
 #include <fstream>
+#include <iostream>
 #include <limits>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
 
 #include <ClientComm/PropertyList.h>
 
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
+#include "support/ChildProcess.h"
+#include "support/Environment.h"
 
 namespace qbdkr {
 namespace {
@@ -98,35 +94,16 @@ Dictionary ownValue() {
 
 // Runs Python; true when it was there and had no complaint.
 bool python(const std::string& program, const std::string& path) {
-  std::string interpreter = "/usr/bin/python3";
-  std::string option = "-c";
-  std::string script = program;
-  std::string argument = path;
-  const std::array<char*, 5> arguments = {interpreter.data(), option.data(), script.data(),
-                                          argument.data(), nullptr};
-  pid_t child = 0;
-  if (::posix_spawn(&child, interpreter.c_str(), nullptr, nullptr, arguments.data(), environ) !=
-      0) {
-    return false;
-  }
-  int status = -1;
-  if (::waitpid(child, &status, 0) != child) return false;
-  return WIFEXITED(status) && WEXITSTATUS(status) == 0;
+  test::ChildProcess child({"/usr/bin/python3", "-c", program, path},
+                           {.environment = test::ownEnvironment()});
+  const bool succeeds = child.succeeds();
+  for (const std::string& line : child.logToItsEnd()) std::cerr << line << '\n';
+  return succeeds;
 }
 
 class PropertyListJudge : public testing::Test {
  protected:
-  PropertyListJudge() {
-    std::string pattern = testing::TempDir() + "PropertyListJudgeXXXXXX";
-    folder_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
-  }
-  ~PropertyListJudge() override {
-    std::error_code ignored;
-    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
-  }
-  void SetUp() override { ASSERT_FALSE(folder_.empty()); }
-
-  [[nodiscard]] std::string path() const { return folder_ + "/list.plist"; }
+  [[nodiscard]] std::string path() const { return folder_.path() / "list.plist"; }
 
   [[nodiscard]] bool judges(const PropertyList& list, const std::string& assertion) const {
     const std::optional<std::string> xml = xmlPropertyList(list);
@@ -155,7 +132,7 @@ class PropertyListJudge : public testing::Test {
   }
 
  private:
-  std::string folder_;
+  test::TemporaryDirectory folder_;
 };
 
 TEST_F(PropertyListJudge, AgreesOnWhatIsWritten) {

@@ -20,8 +20,9 @@
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
+#include "support/OrdinaryUser.h"
 
 namespace qbdkr {
 namespace {
@@ -30,8 +31,8 @@ namespace fs = std::filesystem;
 using Dictionary = PropertyList::Dictionary;
 using test::asOrdinaryUser;
 using test::giveToOrdinaryUser;
-using test::Process;
 using test::readFile;
+using test::TaskProcess;
 using test::TemporaryDirectory;
 using test::writeFile;
 
@@ -143,9 +144,9 @@ TEST_F(Defaults, SettingTwiceStoresTheLastValue) {
 
 TEST_F(Defaults, KeysOfProcessesThatWriteAtOnceAreMerged) {
   constexpr int keys = 20;
-  std::vector<std::unique_ptr<Process>> writers;
+  std::vector<std::unique_ptr<TaskProcess>> writers;
   for (const char* name : {"a", "b", "c"}) {
-    writers.push_back(std::make_unique<Process>(
+    writers.push_back(std::make_unique<TaskProcess>(
         std::vector<std::string>{"set", domain, name, std::to_string(keys)}));
   }
   for (const auto& writer : writers) EXPECT_EQ(writer->finish(), 0);
@@ -184,8 +185,8 @@ TEST_F(Defaults, SynchronizeWaitsAMomentOnlyForOthers) {
   constexpr int waiting = 20;
   constexpr std::chrono::seconds bound(2);  // ten times what each may wait
   fs::create_directories(file().parent_path());
-  Process other({"hold", file().parent_path()});
-  ASSERT_EQ(other.readLine(), "locked");
+  TaskProcess other({"hold", file().parent_path()});
+  ASSERT_EQ(other.firstLine(), "locked");
   defaults.setObject("Key", PropertyList("value"));
   const auto start = std::chrono::steady_clock::now();
   std::vector<std::thread> threads;

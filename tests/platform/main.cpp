@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "Program.h"
+#include "TaskProcess.h"
 #include "support/Environment.h"
 
 int main(int argc, char** argv) {

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "support/ChildProcess.h"
+#include "support/OwnExecutable.h"
+
+namespace qbdkr::test {
+
+// The tests' own executable, started again for a task:
+//   hold PATH               locks a path, says "locked", and waits for the end of its input
+//   wait                    says "waiting", and waits for the end of its input
+//   hide USER               becomes a user, closes its files in /proc to that user, says "hidden",
+//                           and waits for the end of its input
+//   set DOMAIN KEY N        stores KEY0 to KEY(N-1) in a domain, one after the other
+//   main-bundle             shows what its main bundle is
+class TaskProcess : public ChildProcess {
+ public:
+  explicit TaskProcess(const std::vector<std::string>& arguments,
+                       const std::filesystem::path& executable = ownExecutable());
+};
+
+// main() calls these before anything else.
+bool isTask(int argc, char** argv);
+int runTask(int argc, char** argv);
+
+}  // namespace qbdkr::test
