@@ -1,4 +1,4 @@
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 
 #include <sys/prctl.h>
 #include <unistd.h>

@@ -2,7 +2,7 @@
 
 #include <cstdlib>
 
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 
 int main(int argc, char** argv) {

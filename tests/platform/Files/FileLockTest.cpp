@@ -10,7 +10,7 @@
 #include <utility>
 
 #include "Platform/Files/FileLock.h"
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 
 namespace qbdkr {

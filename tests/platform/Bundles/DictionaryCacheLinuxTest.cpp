@@ -1,5 +1,5 @@
-// What is remembered is told by how often a file is read. Only a file that has rested for a while
-// is remembered, as the sources have, and a link leads to one or the other in a moment.
+// The number of readings tells what is cached. Only a file that has rested for a while is cached; a
+// link leads to one such file or another in a moment.
 
 #include <gtest/gtest.h>
 
@@ -15,9 +15,8 @@
 #include <vector>
 
 #include "Platform/Bundles/DictionaryCacheLinux.h"
-#include "Platform/PropertyLists/PropertyListReader.h"
+#include "platform/RestedFile.h"
 #include "support/Environment.h"
-#include "support/OrdinaryUser.h"
 #include "support/WatchedThread.h"
 
 namespace qbdkr {
@@ -29,9 +28,9 @@ using test::TemporaryDirectory;
 using test::WatchedThread;
 using test::writeFile;
 
-std::string rested() { return QBDKR_RESTED_PROPERTY_LIST; }
-std::string otherRested() { return fs::path(rested()).parent_path() / "main.cpp"; }
-std::string thirdRested() { return fs::path(rested()).parent_path() / "Host.cpp"; }
+std::string rested() { return test::restedFile("First.plist"); }
+std::string otherRested() { return test::restedFile("Second.plist"); }
+std::string thirdRested() { return test::restedFile("Third.plist"); }
 
 // Reads each file as the number of the reading, or as it is told.
 class CachedDictionaries : public testing::Test {
@@ -298,39 +297,6 @@ TEST_F(CachedDictionaries, AFileThatChangesCountsOnce) {
   }
   EXPECT_EQ(readings, 6);
   EXPECT_EQ(numberOf(two.at(thirdRested())), 1);
-}
-
-using propertylist::contentsOfFile;
-
-TEST(ContentsOfFile, AreThoseOfARegularFileWithinTheBound) {
-  const TemporaryDirectory directory;
-  const std::string path = directory.path() / "file";
-  writeFile(path, "12345");
-  EXPECT_EQ(contentsOfFile(path, 5).bytes, "12345");
-  EXPECT_TRUE(contentsOfFile(path, 5).isConclusive);
-  EXPECT_EQ(contentsOfFile(path, 4).bytes, std::nullopt);
-  EXPECT_TRUE(contentsOfFile(path, 4).isConclusive);
-  EXPECT_EQ(contentsOfFile(directory.path(), 5).bytes, std::nullopt);
-  EXPECT_TRUE(contentsOfFile(directory.path(), 5).isConclusive);
-}
-
-TEST(ContentsOfFile, AreConclusiveForAFileThatIsRefused) {
-  const TemporaryDirectory directory;
-  const std::string path = directory.path() / "file";
-  writeFile(path, "12345");
-  fs::permissions(path, fs::perms::none);
-  test::giveToOrdinaryUser(directory.path());
-  EXPECT_TRUE(test::asOrdinaryUser([&path] {
-    const auto contents = contentsOfFile(path, 5);
-    return !contents.bytes && contents.isConclusive;
-  }));
-}
-
-TEST(ContentsOfFile, AreNotConclusiveForAFileThatIsNotThere) {
-  const TemporaryDirectory directory;
-  const auto contents = contentsOfFile(directory.path() / "none", 5);
-  EXPECT_EQ(contents.bytes, std::nullopt);
-  EXPECT_FALSE(contents.isConclusive);
 }
 
 }  // namespace

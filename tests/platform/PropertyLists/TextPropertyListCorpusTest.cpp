@@ -34,7 +34,7 @@ using Dictionary = PropertyList::Dictionary;
 // minutes over the large files.
 constexpr std::chrono::seconds bound(10);
 
-const fs::path corpus = QBDKR_STRINGS_CORPUS;
+const fs::path corpus = fs::path(QBDKR_PLATFORM_TESTS) / "PropertyLists/strings";
 
 // In the order of their names. None when there is no such folder, which is for a test to say.
 std::vector<fs::path> filesIn(const std::string& folder) {

@@ -17,7 +17,7 @@
 #include "Platform/Files/Files.h"
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 
 namespace qbdkr {

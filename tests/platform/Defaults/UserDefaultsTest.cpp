@@ -20,7 +20,8 @@
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "TaskProcess.h"
+#include "platform/RestedFile.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 #include "support/OrdinaryUser.h"
 
@@ -283,11 +284,10 @@ TEST_F(Defaults, AFileThatCannotBeOpenedForNowIsNotTakenForDamaged) {
 }
 
 TEST_F(Defaults, AReadThatFailsForNowIsNotRemembered) {
-  // Only a file that has rested for a while is remembered at all; the sources have.
   fs::create_directories(file().parent_path());
-  fs::create_symlink(QBDKR_RESTED_PROPERTY_LIST, file());
+  fs::create_symlink(test::restedFile("First.plist"), file());
   // The sanitizers need a descriptor for each type that they meet for the first time.
-  fs::create_symlink(QBDKR_RESTED_PROPERTY_LIST, file("com.Acme.Other"));
+  fs::create_symlink(test::restedFile("First.plist"), file("com.Acme.Other"));
   ASSERT_EQ(UserDefaults("com.Acme.Other").object("PID"), PropertyList("4711"));
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);

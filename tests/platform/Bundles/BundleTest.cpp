@@ -13,7 +13,8 @@
 #include "Platform/Bundles/EnclosingBundleLinux.h"
 #include "Platform/Bundles/LocalizationLinux.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "TaskProcess.h"
+#include "platform/RestedFile.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 #include "support/Sanitizers.h"
 
@@ -434,7 +435,7 @@ TEST_F(ForeignBundles, InformationHasThirtyTwoLevelsAtMost) {
 
 TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
   // A source of the tests: it has rested, and is no property list.
-  const fs::path source = fs::path(QBDKR_STRINGS_CORPUS).parent_path() / "PropertyListTest.cpp";
+  const fs::path source = fs::path(QBDKR_PLATFORM_TESTS) / "Files/FileTreeTest.cpp";
   fs::create_directories(path / "Contents");
   fs::create_symlink(source, path / "Contents/Info.plist");
   const auto size = fs::file_size(source);
@@ -449,7 +450,7 @@ TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
 TEST_F(ForeignBundles, AReadThatFailsForWantOfADescriptorIsNotRemembered) {
   if (test::hasSanitizer) GTEST_SKIP() << "a sanitizer needs descriptors of its own";
   fs::create_directories(path / "Contents");
-  fs::create_symlink(QBDKR_RESTED_PROPERTY_LIST, path / "Contents/Info.plist");
+  fs::create_symlink(test::restedFile("First.plist"), path / "Contents/Info.plist");
   rlimit before{};
   getrlimit(RLIMIT_NOFILE, &before);
   const rlimit none{0, before.rlim_max};

@@ -25,7 +25,7 @@
 #include "Platform/PropertyLists/FileRewrite.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
 #include "support/OrdinaryUser.h"

@@ -1,51 +1,34 @@
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdint>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
-#include <system_error>
+#include <utility>
+#include <vector>
 
 #include <ClientComm/PropertyList.h>
 
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
-#include "Platform/Text/Text.h"
+#include "platform/PropertyLists/PropertyListSamples.h"
 
 namespace qbdkr {
 namespace {
 
 using namespace std::string_literals;
 using namespace std::string_view_literals;
-using Dictionary = PropertyList::Dictionary;
 using Array = PropertyList::Array;
 using Data = PropertyList::Data;
+using Dictionary = PropertyList::Dictionary;
+using test::isRefused;
+using test::utf16;
 
 // The one value of a file with the one key k.
 std::optional<PropertyList> valueOf(const std::string& text) {
   const std::optional<PropertyList> list = parsePropertyList("k = " + text + ";");
   if (!list || !list->dictionary() || !list->dictionary()->find("k")) return std::nullopt;
   return *list->dictionary()->find("k");
-}
-
-bool isRefused(std::string_view text) { return !parsePropertyList(text); }
-
-std::string utf16(std::string_view utf8, bool isBigEndian, bool hasMark) {
-  std::string bytes;
-  for (const char16_t unit : utf16FromUTF8((hasMark ? "\uFEFF" : "") + std::string(utf8))) {
-    const char low = static_cast<char>(unit & 0xFF);
-    const char high = static_cast<char>(unit >> 8);
-    bytes += isBigEndian ? high : low;
-    bytes += isBigEndian ? low : high;
-  }
-  return bytes;
 }
 
 TEST(StringsFileReader, ReadsPairs) {
@@ -312,73 +295,24 @@ TEST(StringsFileWriter, RefusesWhatItsReaderWouldRefuse) {
   EXPECT_EQ(stringsFileText({{"k", Array(1'000'000)}}), std::nullopt);
 }
 
-class DictionaryFile : public testing::Test {
- protected:
-  DictionaryFile() {
-    std::string pattern = testing::TempDir() + "DictionaryFileXXXXXX";
-    folder_ = ::mkdtemp(pattern.data()) ? pattern : std::string();
+TEST(StringsFileText, RealsAreAsShortAsTheyCanBeAndPlainWhereThatIsUsual) {
+  for (const auto& [real, text] :
+       std::vector<std::pair<double, std::string>>{{0, "0"},
+                                                   {-0.0, "-0"},
+                                                   {10, "10"},
+                                                   {100, "100"},
+                                                   {-1200000, "-1200000"},
+                                                   {0.1, "0.1"},
+                                                   {123.456, "123.456"},
+                                                   {-2.25, "-2.25"},
+                                                   {0.0001, "0.0001"},
+                                                   {0.00001, "1e-05"},
+                                                   {1e15, "1000000000000000"},
+                                                   {1e16, "1e+16"},
+                                                   {1.5e300, "1.5e+300"},
+                                                   {5e-324, "5e-324"}}) {
+    EXPECT_EQ(stringsFileText({{"k", real}}), "\"k\" = \"" + text + "\";\n");
   }
-  ~DictionaryFile() override {
-    std::error_code ignored;
-    if (!folder_.empty()) std::filesystem::remove_all(folder_, ignored);
-  }
-  void SetUp() override { ASSERT_FALSE(folder_.empty()); }
-
-  [[nodiscard]] std::string path(const std::string& name) const { return folder_ + "/" + name; }
-  [[nodiscard]] std::string file(const std::string& name, std::string_view contents) const {
-    std::ofstream(path(name), std::ios::binary) << contents;
-    return path(name);
-  }
-
- private:
-  std::string folder_;
-};
-
-TEST_F(DictionaryFile, IsReadInEveryForm) {
-  const Dictionary expected{{"k", "v"}};
-  EXPECT_EQ(readDictionaryFile(file("a.strings", "k = v;")), expected);
-  EXPECT_EQ(readDictionaryFile(file("b.strings", utf16("k = v;", true, false))), expected);
-  EXPECT_EQ(readDictionaryFile(file("c.plist", *xmlPropertyList(expected))), expected);
-  EXPECT_EQ(readDictionaryFile(file("empty.strings", "")), std::nullopt);
-  EXPECT_EQ(readDictionaryFile(file("blank.strings", "\n")), Dictionary());
-  EXPECT_EQ(readDictionaryFile(file("comment.strings", "/* no pair */")), Dictionary());
-}
-
-TEST_F(DictionaryFile, WithoutADictionaryIsAbsent) {
-  EXPECT_EQ(readDictionaryFile(file("a", "(a, b)")), std::nullopt);
-  EXPECT_EQ(readDictionaryFile(file("b", "\"k\"")), std::nullopt);
-  EXPECT_EQ(readDictionaryFile(file("c", *xmlPropertyList("text"))), std::nullopt);
-  EXPECT_EQ(readDictionaryFile(file("d", "{ broken")), std::nullopt);
-}
-
-TEST_F(DictionaryFile, ThatDoesNotExistIsAbsent) {
-  EXPECT_EQ(readDictionaryFile(path("none")), std::nullopt);
-  EXPECT_EQ(readDictionaryFile(""), std::nullopt);
-}
-
-TEST_F(DictionaryFile, PathIsNotCutAtAZero) {
-  EXPECT_EQ(readDictionaryFile(file("a.strings", "k = v;") + "\0.other"s), std::nullopt);
-}
-
-TEST_F(DictionaryFile, FolderIsAbsent) { EXPECT_EQ(readDictionaryFile(path("")), std::nullopt); }
-
-TEST_F(DictionaryFile, PipeWithoutWriterDoesNotHang) {
-  ASSERT_EQ(::mkfifo(path("pipe").c_str(), 0600), 0);
-  EXPECT_EQ(readDictionaryFile(path("pipe")), std::nullopt);
-}
-
-TEST_F(DictionaryFile, DeviceIsAbsent) {
-  EXPECT_EQ(readDictionaryFile("/dev/zero"), std::nullopt);
-  EXPECT_EQ(readDictionaryFile("/dev/null"), std::nullopt);
-}
-
-TEST_F(DictionaryFile, OverSixteenMebibytesIsAbsent) {
-  const std::string exact = "k = v; //" + std::string((16 << 20) - 9, 'x');
-  EXPECT_EQ(readDictionaryFile(file("exact", exact)), (Dictionary{{"k", "v"}}));
-  EXPECT_EQ(readDictionaryFile(file("large", exact + "x")), std::nullopt);
-  const std::string huge = file("huge", "");
-  std::filesystem::resize_file(huge, std::uintmax_t{1} << 40);
-  EXPECT_EQ(readDictionaryFile(huge), std::nullopt);
 }
 
 }  // namespace

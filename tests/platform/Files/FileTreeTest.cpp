@@ -28,7 +28,7 @@
 #include "Platform/Files/FileError.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
-#include "TaskProcess.h"
+#include "platform/TaskProcess.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
 #include "support/OrdinaryUser.h"
