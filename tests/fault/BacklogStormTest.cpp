@@ -9,8 +9,9 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
 #include "support/BusGate.h"
+#include "support/Peer.h"
+#include "support/Programs.h"
 #include "support/ResourceUse.h"
 #include "support/Sanitizers.h"
 #include "support/Scene.h"
@@ -28,7 +29,7 @@ void awaitPosted(ChildProcess& peer) {
 // A host that receives, with the peak of its memory behind it that starting it took.
 class BacklogStorm : public testing::Test {
  protected:
-  std::unique_ptr<Host> startHost() {
+  std::unique_ptr<HostProcess> startHost() {
     auto host = scene.start(scene.makeHostWithoutHelper("Host"));
     host->call("share");
     host->call("quiet");
@@ -114,7 +115,7 @@ TEST_F(BacklogStorm, OfReportsUnderHugeIdentifiersIsNotRemembered) {
     const std::string start = scene.identifier(name) + '.';
     const TestBundle bundle(scene.directory() / "Peers", name,
                             {{"CFBundleIdentifier", start + std::string(size, 'a')}},
-                            QBDKR_LIBDBUS_CLIENT);
+                            libdbusClient());
     EXPECT_EQ(outputOf({bundle.executable(), "call", scene.hostID(), "QBHPHelperControl",
                         "checkServerOpenCallBack::::", "x", "1", "0", ""},
                        scene.environment()),

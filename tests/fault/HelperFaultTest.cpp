@@ -9,8 +9,9 @@
 #include <string>
 #include <system_error>
 
-#include "Peer.h"
+#include "support/Peer.h"
 #include "support/ProcessEnd.h"
+#include "support/Programs.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

@@ -8,8 +8,9 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
+#include "support/Peer.h"
 #include "support/ProcessEnd.h"
+#include "support/Programs.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -31,7 +32,7 @@ struct Impostor : Scene {
   // A program that is not the helper agent's, at its place.
   std::unique_ptr<ChildProcess> beginAtTheInstalledPlace() {
     const TestBundle bundle(installDirectory(), "ProbeHelper", {{"CFBundleIdentifier", helperID()}},
-                            QBDKR_LIBDBUS_CLIENT);
+                            libdbusClient());
     auto process = std::make_unique<ChildProcess>(
         std::vector<std::string>{bundle.executable(), "destinations", helperID()}, options());
     process->waitForOutput([](const std::string& line) { return line == "ready"; });
@@ -137,7 +138,7 @@ TEST(Impostor, MessagesGoToTheProcessThatWasLookedAtWhoeverHasTheName) {
 TEST(Impostor, DirectoryWhoseNameOnlyBeginsAlikeIsAnother) {
   Impostor scene;
   const TestBundle bundle(scene.installDirectory(), "ProbeHelper.app.not",
-                          {{"CFBundleIdentifier", scene.helperID()}}, QBDKR_LIBDBUS_CLIENT);
+                          {{"CFBundleIdentifier", scene.helperID()}}, libdbusClient());
   const ChildProcess installed({bundle.executable(), "destinations", scene.helperID()},
                                scene.options());
   Peer::inBundle(scene).awaitOwner(scene.helperID());

@@ -12,8 +12,8 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
 #include "support/ChildProcess.h"
+#include "support/Peer.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

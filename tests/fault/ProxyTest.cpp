@@ -6,8 +6,8 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
 #include "support/Environment.h"
+#include "support/Peer.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

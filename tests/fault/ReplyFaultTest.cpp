@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "Peer.h"
 #include "Platform/Events/RPCEvent.h"
+#include "support/Peer.h"
 #include "support/ProbeText.h"
 #include "support/ResourceUse.h"
 #include "support/Sanitizers.h"
@@ -32,7 +32,7 @@ struct Answering : Scene {
 
   std::string name;
   std::unique_ptr<ChildProcess> peer;
-  std::unique_ptr<Host> host;
+  std::unique_ptr<HostProcess> host;
 };
 
 TEST(ReplyFault, LargestAnswerIsTaken) {

@@ -31,7 +31,7 @@ std::size_t descriptorsOn(pid_t process, const fs::path& path) {
 }
 
 // Waits for a command, and gives the most descriptors that it had on a path at a time.
-std::size_t mostDescriptorsDuring(const std::string& tag, Host& host, const fs::path& path) {
+std::size_t mostDescriptorsDuring(const std::string& tag, HostProcess& host, const fs::path& path) {
   constexpr int interval = 5;  // milliseconds
   const auto deadline = std::chrono::steady_clock::now() + enough;
   std::size_t most = 0;

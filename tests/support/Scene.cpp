@@ -3,83 +3,14 @@
 #include <signal.h>
 #include <unistd.h>
 
-#include <algorithm>
-#include <cstdlib>
 #include <stdexcept>
-#include <utility>
 
 #include "support/ProcessEnd.h"
+#include "support/Programs.h"
 
 namespace qbdkr::test {
 
 namespace fs = std::filesystem;
-
-Home::Home(fs::path directory) : path_(std::move(directory)), runtime_(path_ / "runtime") {
-  fs::create_directories(runtime_);
-  fs::permissions(runtime_, fs::perms::owner_all);
-}
-
-fs::path Home::preferencesFile(const std::string& domain) const {
-  return path_ / "config/preferences" / (domain + ".plist");
-}
-
-Environment Home::environment() const {
-  Environment settings{{"HOME", path_.string()},
-                       {"XDG_CONFIG_HOME", (path_ / "config").string()},
-                       {"XDG_RUNTIME_DIR", runtime_.string()},
-                       {"PATH", "/usr/bin:/bin"},
-                       {"TZ", "UTC"}};
-  for (const char* name : {"ASAN_OPTIONS", "TSAN_OPTIONS", "UBSAN_OPTIONS", "LSAN_OPTIONS"}) {
-    if (const char* value = std::getenv(name)) settings[name] = value;
-  }
-  return settings;
-}
-
-Host::Host(const TestBundle& bundle, const SpawnOptions& options)
-    : identifier_(bundle.identifier()), process_({bundle.executable().string()}, options) {
-  process_.waitForOutput([](const std::string& line) { return line.starts_with("! ready"); });
-}
-
-std::string Host::call(const std::string& command, std::chrono::milliseconds time) {
-  return finish(begin(command), time);
-}
-
-std::string Host::begin(const std::string& command) {
-  const std::string tag = std::to_string(++lastTag_);
-  process_.write(tag + ' ' + command + '\n');
-  return tag;
-}
-
-std::string Host::finish(const std::string& tag, std::chrono::milliseconds time) {
-  const std::string start = tag + ' ';
-  const std::string line = process_.waitForOutput(
-      [&](const std::string& candidate) { return candidate.starts_with(start); }, 0, time);
-  return line.substr(start.size());
-}
-
-bool Host::hasFinished(const std::string& tag) const {
-  const auto lines = process_.output();
-  return std::ranges::any_of(lines,
-                             [&](const std::string& line) { return line.starts_with(tag + ' '); });
-}
-
-std::string Host::waitForReport(const std::string& part) {
-  return process_.waitForOutput([&](const std::string& line) {
-    return line.starts_with("! ") && line.find(part) != std::string::npos;
-  });
-}
-
-std::size_t Host::reportsWith(const std::string& part) const {
-  const auto lines = process_.output();
-  return static_cast<std::size_t>(std::ranges::count_if(lines, [&](const std::string& line) {
-    return line.starts_with("! ") && line.find(part) != std::string::npos;
-  }));
-}
-
-void Host::quit() {
-  begin("quit");
-  if (process_.wait() != 0) throw std::runtime_error("the host did not end well");
-}
 
 Scene::Scene(const std::string& busPolicy, const std::string& identifierSuffix)
     : bus_(directory_.path(), busPolicy),
@@ -144,11 +75,11 @@ void Scene::recordEarlierStarts() const {
 
 SpawnOptions Scene::options() const { return {.environment = environment_}; }
 
-std::unique_ptr<Host> Scene::start(const TestBundle& host, const SpawnOptions& options) {
-  return std::make_unique<Host>(host, options);
+std::unique_ptr<HostProcess> Scene::start(const TestBundle& host, const SpawnOptions& options) {
+  return std::make_unique<HostProcess>(host, options);
 }
 
-std::unique_ptr<Host> Scene::startAndShare(const TestBundle& host) {
+std::unique_ptr<HostProcess> Scene::startAndShare(const TestBundle& host) {
   const std::size_t before = transcript_.lines().size();
   auto started = start(host);
   started->call("share");
@@ -192,7 +123,7 @@ pid_t Scene::helperProcess() const {
   return processes.front();
 }
 
-void Scene::killHelper(Host& host) {
+void Scene::killHelper(HostProcess& host) {
   const pid_t process = helperProcess();
   const ProcessEnd end(process);
   ::kill(process, SIGKILL);
@@ -203,7 +134,7 @@ void Scene::killHelper(Host& host) {
 }
 
 // Events of one process to one other arrive in the order in which they were sent.
-void Scene::fence(Host& host) {
+void Scene::fence(HostProcess& host) {
   const std::string mark = "fence-" + std::to_string(++fences_);
   const std::string answer = host.call("ask " + helperID_ + " Probe echo: " + mark);
   if (answer != "0 " + mark) throw std::runtime_error("no way to the helper agent: " + answer);
@@ -217,9 +148,5 @@ std::string Scene::preferences(const std::string& domain) const {
   return outputOf({"/usr/bin/python3", "-c", program, home_.preferencesFile(domain).string()},
                   {{"PATH", "/usr/bin:/bin"}});
 }
-
-fs::path hostProbe() { return QBDKR_HOST_PROBE; }
-fs::path helperProbe() { return QBDKR_HELPER_PROBE; }
-std::vector<fs::path> hostLibraries() { return {QBDKR_PRODUCT_LIBRARY, QBDKR_COMM_LIBRARY}; }
 
 }  // namespace qbdkr::test

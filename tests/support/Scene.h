@@ -9,57 +9,13 @@
 
 #include "support/ChildProcess.h"
 #include "support/Environment.h"
+#include "support/Home.h"
+#include "support/HostProcess.h"
 #include "support/PrivateBus.h"
 #include "support/TestBundle.h"
 #include "support/TranscriptFile.h"
 
 namespace qbdkr::test {
-
-// A home directory of its own and an environment that leads everything there.
-class Home {
- public:
-  explicit Home(std::filesystem::path directory);
-
-  [[nodiscard]] const std::filesystem::path& path() const { return path_; }
-  [[nodiscard]] std::filesystem::path preferencesFile(const std::string& domain) const;
-  [[nodiscard]] Environment environment() const;
-
- private:
-  std::filesystem::path path_;
-  std::filesystem::path runtime_;
-};
-
-// A running host probe.
-class Host {
- public:
-  Host(const TestBundle& bundle, const SpawnOptions& options);
-
-  // Runs a command to its end and gives its result; throws at the deadline.
-  std::string call(const std::string& command, std::chrono::milliseconds time = patience);
-
-  // The same in two halves.
-  std::string begin(const std::string& command);
-  std::string finish(const std::string& tag, std::chrono::milliseconds time = patience);
-  // Whether the result is there already.
-  [[nodiscard]] bool hasFinished(const std::string& tag) const;
-
-  // Waits for the next report to the delegate that holds a text.
-  std::string waitForReport(const std::string& part);
-  [[nodiscard]] std::size_t reportsWith(const std::string& part) const;
-
-  // Ends as an application does.
-  void quit();
-
-  ChildProcess& process() { return process_; }
-  [[nodiscard]] pid_t processID() const { return process_.processID(); }
-  // Of its bundle.
-  [[nodiscard]] const std::string& identifier() const { return identifier_; }
-
- private:
-  std::string identifier_;
-  ChildProcess process_;
-  unsigned lastTag_ = 0;
-};
 
 // Everything that one test needs: a bus, a home, identifiers that no other test uses, bundles, and
 // the transcript of what the helper agents received. At its end no process of the test is left.
@@ -100,10 +56,10 @@ class Scene {
   void recordEarlierStarts() const;
 
   [[nodiscard]] SpawnOptions options() const;
-  std::unique_ptr<Host> start(const TestBundle& host) { return start(host, options()); }
-  std::unique_ptr<Host> start(const TestBundle& host, const SpawnOptions& options);
+  std::unique_ptr<HostProcess> start(const TestBundle& host) { return start(host, options()); }
+  std::unique_ptr<HostProcess> start(const TestBundle& host, const SpawnOptions& options);
   // Starts a host, creates its facade, and waits until the helper agent has its start request.
-  std::unique_ptr<Host> startAndShare(const TestBundle& host);
+  std::unique_ptr<HostProcess> startAndShare(const TestBundle& host);
 
   [[nodiscard]] std::filesystem::path installDirectory() const;
   [[nodiscard]] std::filesystem::path installedHelper() const;
@@ -115,10 +71,10 @@ class Scene {
   // The one process of the installed helper agent; throws when there is none or more than one.
   [[nodiscard]] pid_t helperProcess() const;
   // Kills it, and returns when the bus knows, whom the host asks.
-  void killHelper(Host& host);
+  void killHelper(HostProcess& host);
 
   // Ensures that all that the host has posted to the helper agent so far stands in the transcript.
-  void fence(Host& host);
+  void fence(HostProcess& host);
 
   // The user defaults of a domain, read by another implementation: JSON with sorted keys.
   [[nodiscard]] std::string preferences(const std::string& domain) const;
@@ -133,10 +89,5 @@ class Scene {
   Environment environment_;
   unsigned fences_ = 0;
 };
-
-// Where the build has put the programs.
-std::filesystem::path hostProbe();
-std::filesystem::path helperProbe();
-std::vector<std::filesystem::path> hostLibraries();
 
 }  // namespace qbdkr::test

@@ -5,8 +5,8 @@
 
 #include <string>
 
-#include "Peer.h"
 #include "Platform/Events/RPCEvent.h"
+#include "support/Peer.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

@@ -12,11 +12,12 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
 #include "Platform/Events/BundleIdentifier.h"
 #include "Platform/Events/RPCEvent.h"
 #include "support/BusGate.h"
+#include "support/Peer.h"
 #include "support/ProbeText.h"
+#include "support/Programs.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -61,7 +62,7 @@ class Identity : public testing::Test {
 
   Scene scene;
   BusGate gate{scene.directory(), scene.bus().address()};
-  std::unique_ptr<Host> host;
+  std::unique_ptr<HostProcess> host;
 };
 
 TEST_F(Identity, WhatWasSentOutsideBundlesDoesNotBelongToTheApplicationThatTheProcessBecomes) {
@@ -242,7 +243,7 @@ TEST_F(Identity, ALostConnectionForQuestionsIsMadeAgain) {
 TEST_F(Identity, AnIdentifierThatCannotBeABusNameCountsAsNone) {
   const auto report = [this](const std::string& name, const std::string& identifier) {
     const TestBundle bundle(scene.directory() / "Peers", name, {{"CFBundleIdentifier", identifier}},
-                            QBDKR_LIBDBUS_CLIENT);
+                            libdbusClient());
     EXPECT_EQ(outputOf({bundle.executable(), "call", scene.hostID(), "QBHPHelperControl",
                         "checkServerOpenCallBack::::", "x", "1", "0", ""},
                        scene.environment()),

@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <string>
 
-#include "Peer.h"
+#include "support/Peer.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

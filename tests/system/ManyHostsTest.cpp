@@ -24,7 +24,7 @@ TEST(ManyHosts, StartedAtOnceShareOneInstalledCopyAndOneProcess) {
     writeFile(bundles.back().resources() / "ProbeHelper.app/Contents/Resources/data",
               std::string(2'000'000, 'd'));
   }
-  std::vector<std::unique_ptr<Host>> hosts;
+  std::vector<std::unique_ptr<HostProcess>> hosts;
   for (const auto& bundle : bundles) hosts.push_back(scene.start(bundle));
   std::vector<std::string> tags;
   for (const auto& host : hosts) tags.push_back(host->begin("share"));
@@ -76,7 +76,7 @@ TEST(ManyHosts, OfDifferentVersionsEndWithTheNewest) {
     bundles.push_back(
         scene.makeHost(name, version, {{"CFBundleIdentifier", scene.identifier(name)}}));
   }
-  std::vector<std::unique_ptr<Host>> hosts;
+  std::vector<std::unique_ptr<HostProcess>> hosts;
   for (const auto& bundle : bundles) hosts.push_back(scene.start(bundle));
   std::vector<std::string> tags;
   for (const auto& host : hosts) tags.push_back(host->begin("share"));

@@ -9,7 +9,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "Peer.h"
+#include "support/Peer.h"
 #include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
@@ -52,7 +52,7 @@ struct PythonHelper : testing::Test {
   }
 
   Scene scene;
-  std::unique_ptr<Host> host = scene.start(makeHost(scene));
+  std::unique_ptr<HostProcess> host = scene.start(makeHost(scene));
 };
 
 TEST_F(PythonHelper, IsInstalledOpenedStartedAndAsked) {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "Sample.h"
 #include "support/ProcessEnd.h"
+#include "support/Sample.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

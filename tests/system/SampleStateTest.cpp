@@ -13,9 +13,9 @@
 #include <utility>
 #include <vector>
 
-#include "Peer.h"
-#include "Sample.h"
+#include "support/Peer.h"
 #include "support/ProcessEnd.h"
+#include "support/Sample.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -80,7 +80,7 @@ struct SampleState : testing::Test {
 
   Scene scene;
   Sample sample{scene};
-  std::vector<std::unique_ptr<Host>> hosts;
+  std::vector<std::unique_ptr<HostProcess>> hosts;
 
  private:
   unsigned next_ = 0;

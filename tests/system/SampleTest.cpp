@@ -5,9 +5,9 @@
 
 #include <string>
 
-#include "Peer.h"
-#include "Sample.h"
+#include "support/Peer.h"
 #include "support/ProcessEnd.h"
+#include "support/Sample.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {

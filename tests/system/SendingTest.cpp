@@ -9,7 +9,7 @@
 #include <string>
 #include <vector>
 
-#include "Peer.h"
+#include "support/Peer.h"
 #include "support/ProbeText.h"
 #include "support/Sanitizers.h"
 #include "support/Scene.h"
@@ -23,7 +23,7 @@ struct Running : Scene {
 
   std::string target() const { return helperID() + " Probe "; }
 
-  std::unique_ptr<Host> host;
+  std::unique_ptr<HostProcess> host;
 };
 
 TEST(Sending, TextsArriveByteForByte) {

@@ -20,9 +20,9 @@ namespace {
 using namespace std::string_literals;
 using namespace std::string_view_literals;
 using Dictionary = PropertyList::Dictionary;
+using propertylist::contentsOfFile;
 using test::isRefused;
 using test::utf16;
-using propertylist::contentsOfFile;
 
 TEST(AnyPropertyList, OverSixteenMebibytesIsRefused) {
   EXPECT_TRUE(isRefused(std::string((16 << 20) + 1, ' ')));
