@@ -82,7 +82,7 @@ TEST_F(BacklogStorm, StaysOnTheBusForAsLongAsTheSenderIsAskedFor) {
   const auto peer = flood("Peer", 100, megabyte);
   awaitPosted(*peer);
   gate.awaitHeldAnswer();
-  // What could be read of it is read when the main thread has had its turns.
+  // By the end of these turns the main thread has read all that can be read.
   for (int turn = 0; turn < 100; ++turn) EXPECT_EQ(host->call("share"), "shared");
   use.expectModest();
   gate.release();

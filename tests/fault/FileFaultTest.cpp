@@ -189,8 +189,8 @@ TEST(FileFault, FileInThePlaceOfTheInstallDirectoryIsLeftAlone) {
   EXPECT_EQ(readFile(scene.installDirectory()), "a file");
 }
 
-// What a host leaves that is killed while it writes a page of a switch file: the rest of the old
-// contents behind the new ones.
+// A host that is killed while it writes a page of a switch file leaves the rest of the old contents
+// behind the new ones.
 class HostKilledWhileItWrote : public testing::Test {
  protected:
   static void cutOff(const fs::path& file, const std::string& after) {

@@ -142,7 +142,7 @@ TEST(HelperFault, LaunchedHelperIsNoChildAndOutlivesTheHost) {
   const auto peer = Peer::inBundle(scene);
   peer.awaitOwner(scene.hostID());
   host.reset();  // killed
-  // An answer of the bus for a name without an owner: it has told everybody who watched the host.
+  // An answer of the bus for a name without an owner: it has told all who watched the host.
   EXPECT_TRUE(peer.run({"call", scene.hostID(), "Probe", "echo:", "x"}).starts_with("error "));
   EXPECT_EQ(peer.run({"call", scene.helperID(), "Probe", "echo:", "here"}), "result here");
   EXPECT_FALSE(end.hasCome());

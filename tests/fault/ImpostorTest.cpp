@@ -111,7 +111,7 @@ TEST(Impostor, ThatTakesOverTheNameGetsNothing) {
   Peer::outsideBundles(scene).awaitOwner(scene.helperID());
   std::string status;
   for (int i = 0; i < 1000 && status != notPermitted; ++i) {
-    // What was sent to the one that has ended is lost with it.
+    // Events sent to the ended process are lost with it.
     status = host->call("send " + scene.toHelper());
   }
   EXPECT_EQ(status, notPermitted);

@@ -1,5 +1,5 @@
-// An application is to be opened while another process keeps the lock of its bundle, as one that is
-// stopped while it opens the application does; or while the session bus is stuck.
+// Opens an application while another process keeps the lock of its bundle, as a process does that
+// is stopped while it opens the application; or while the session bus is stuck.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -64,7 +64,7 @@ TEST(OpeningFault, WhereThereCanBeNoLockTheApplicationIsOpened) {
   auto options = scene.options();
   options.obeyFilePermissions = true;
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"), options);
-  // What cannot be read cannot be locked, but what is in it can be reached.
+  // A directory that cannot be read cannot be locked, but the files in it can be reached.
   std::filesystem::permissions(scene.installedHelper(), std::filesystem::perms::owner_exec);
   EXPECT_EQ(host->call(open(scene)), "yes");
   std::filesystem::permissions(scene.installedHelper(), std::filesystem::perms::owner_all);

@@ -1,4 +1,4 @@
-// What runs on the machine besides the host, and must not cost it anything.
+// Other processes on the machine must not cost the host anything.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -63,7 +63,7 @@ std::string manyValues() {
          bigEndian(0, 8) + bigEndian(table, 8);
 }
 
-// A process from a bundle whose information is none that any application has.
+// Runs a process from a bundle with information that no application has.
 class ForeignProcess {
  public:
   ForeignProcess(const fs::path& directory, const std::string& name, const std::string& information)

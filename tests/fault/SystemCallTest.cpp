@@ -39,7 +39,7 @@ struct Switches {
   std::string advertising;
 };
 
-// What lies below a directory: each path, and each key of the lists among the files.
+// The contents of a directory: each path below it, and each key of the lists among the files.
 using Entries = std::map<std::string, std::string>;
 
 const std::string aDirectory = "directory";
@@ -175,7 +175,7 @@ class Site {
   }
 
  private:
-  // The table of processes is one for the whole machine.
+  // The process table spans the whole machine.
   [[nodiscard]] std::string hostID() const {
     const std::string unique = directory_.path().filename();
     return "com.Acme.FileProbe.T" + unique.substr(unique.rfind('-') + 1);
@@ -206,18 +206,18 @@ class Site {
   TestBundle bundle_;
 };
 
-// What a host does, from where, and what must come of it.
+// The operations of a host, the state before them, and the expected state after them.
 struct Scenario {
   const char* name;
   std::function<void(const Site&)> prepare;
   std::function<Words(const Site&)> words;  // complete operations, one after the other
   std::function<void(const Site&)> expectDone;
   std::size_t fewestPoints;
-  // Whether the next start does what was not done; else it leaves it undone.
+  // Whether the next start completes unfinished operations. Otherwise it leaves them unfinished.
   bool finishedByNextStart = true;
-  // What may be missing until the next start: it is taken away before the new one comes.
+  // Names what may be missing until the next start, because it is removed before the new one comes.
   std::function<fs::path(const Site&)> mayBeMissing = nullptr;
-  // What holds besides at any moment at which the process can be killed.
+  // Checks what else holds at any moment at which the process can be killed.
   std::function<void(const Site&)> expectAlways = [](const Site&) {};
 };
 
@@ -225,7 +225,7 @@ void PrintTo(const Scenario& scenario, std::ostream* stream) { *stream << scenar
 
 const Words aStart{"share", "first-start", "save-tips", "save-advertising"};
 
-// A property list as an independent reader has it: JSON with sorted keys.
+// Reads a property list with an independent reader: JSON with sorted keys.
 std::string asJSON(const fs::path& file) {
   const std::string program =
       "import json, plistlib, sys\n"
@@ -483,7 +483,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
   SystemCall() {
     scenario().prepare(site_);
     site_.keep();
-    // What there is after each of the operations, without and with a start that follows.
+    // Records the state after each of the operations, without and with a start that follows.
     const Words words = scenario().words(site_);
     for (std::size_t count = 0; count <= words.size(); ++count) {
       const Words first(words.begin(), words.begin() + static_cast<std::ptrdiff_t>(count));
@@ -557,7 +557,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
       EXPECT_TRUE(isAmong(moments_, name, found->second))
           << name << " is neither old nor new: " << shortened(found->second);
     }
-    // What was not cut short by an error is even the same to the letter.
+    // Files that no error cut short are even equal letter for letter.
     for (const auto& [name, text] : site_.texts()) {
       EXPECT_TRUE(!kills() || isAmong(texts_, name, text))
           << name << " is neither old nor new: " << shortened(text);
@@ -656,8 +656,8 @@ TEST_P(SystemCall, LeavesTheOldOrTheNewAndIsMendedByTheNextStart) {
             << " points, tried " << tried << '\n';
 }
 
-// What the power takes with it: bytes that were written and not flushed, and a name that its folder
-// does not hold for good.
+// A power failure loses bytes that were written and not flushed, and names that their folder does
+// not hold for good.
 class Flushing : public testing::TestWithParam<Scenario> {};
 
 TEST_P(Flushing, ComesBeforeAFileTakesItsPlaceAndAtTheEnd) {

@@ -130,7 +130,7 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   try {
     qbdkr::QBHPAppleEventProcesser::share().process(event, reply);
   } catch (const qbdkr::InvalidArgumentException&) {
-    // What the platform answers for an event with an argument that is not text.
+    // The dispatcher throws it for an event with an argument that is not text.
   }
   return 0;
 }

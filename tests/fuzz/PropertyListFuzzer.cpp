@@ -18,8 +18,8 @@ namespace {
 
 using qbdkr::PropertyList;
 
-// Whether a value can be equal to what is read back: NaN equals nothing, and the XML form has whole
-// seconds only.
+// Returns whether a value can equal the one that is read back: NaN equals nothing, and the XML form
+// has whole seconds only.
 struct IsComparable {
   bool operator()(double real) const { return !std::isnan(real); }
   bool operator()(PropertyList::Date date) const {

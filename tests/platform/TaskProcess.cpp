@@ -29,7 +29,7 @@ int hold(const std::string& path) {
   return 0;
 }
 
-// The kernel gives the files of such a process in /proc to root.
+// The files in /proc of a process that cannot be dumped belong to root.
 int hide(uid_t user) {
   const bool hidden = setuid(user) == 0 && prctl(PR_SET_DUMPABLE, 0) == 0;
   std::cout << (hidden ? "hidden" : "failed") << std::endl;
@@ -43,7 +43,7 @@ int setKeys(const std::string& domain, const std::string& key, int count) {
   for (int i = 0; i < count; ++i) {
     const PropertyList value(i);
     defaults.setObject(key + std::to_string(i), value);
-    // While others hold the lock, what was set is kept for the next time.
+    // While another process holds the lock, the values wait for the next call.
     while (!defaults.synchronize()) {
       if (std::chrono::steady_clock::now() >= deadline) return 1;
     }

@@ -9,11 +9,11 @@
 
 namespace qbdkr::test {
 
-// The tests' own executable, started again for a task:
+// Runs the tests' own executable again, for a task:
 //   hold PATH               locks a path, says "locked", and waits for the end of its input
 //   wait                    says "waiting", and waits for the end of its input
-//   hide USER               becomes a user, closes its files in /proc to that user, says "hidden",
-//                           and waits for the end of its input
+//   hide USER               becomes a user, hides its files in /proc from that user, says
+//                           "hidden", and waits for the end of its input
 //   set DOMAIN KEY N        stores KEY0 to KEY(N-1) in a domain, one after the other
 //   main-bundle             shows what its main bundle is
 class TaskProcess : public ChildProcess {
@@ -22,7 +22,7 @@ class TaskProcess : public ChildProcess {
                        const std::filesystem::path& executable = ownExecutable());
 };
 
-// main() calls these before anything else.
+// Call these first in main().
 bool isTask(int argc, char** argv);
 int runTask(int argc, char** argv);
 

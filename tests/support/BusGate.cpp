@@ -30,7 +30,7 @@ sockaddr_un socketAddress(const std::string& path) {
 
 Descriptor newSocket() { return Descriptor(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)); }
 
-// False at the end of the stream.
+// Returns false at the end of the stream.
 bool fill(std::string& buffer, int from) {
   std::array<char, 65536> bytes{};
   const auto size = ::recv(from, bytes.data(), bytes.size(), MSG_DONTWAIT);
@@ -117,7 +117,7 @@ void BusGate::run() {
       };
       all.push_back({each.client.get(), wanted(each.toBus, each.toClient, true), 0});
       all.push_back({each.bus.get(), wanted(each.toClient, each.toBus, !keptBack), 0});
-      // What is kept back is only seen to be there.
+      // Peeks at an answer that is kept back, to tell the test of it.
       if (!keptBack) continue;
       char byte = 0;
       if (::recv(each.bus.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {
@@ -150,7 +150,7 @@ void BusGate::accept() {
   }
 }
 
-// False when one side has ended.
+// Returns false once one side has ended.
 bool BusGate::serve(Connection& connection, short client, short bus) {
   constexpr short ended = POLLHUP | POLLERR;
   auto& [clientEnd, busEnd, toBus, toClient, latest, asks] = connection;

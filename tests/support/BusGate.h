@@ -12,9 +12,9 @@
 
 namespace qbdkr::test {
 
-// Stands between a process and its bus, passes on all bytes, and keeps back, for as long as a test
-// wants, what the bus answers to a question for the process behind a name. It reads no more than it
-// can pass on.
+// Stands between a process and its bus and passes on all bytes. While a test holds it, it keeps
+// back the bus's answers to questions for the process behind a name. It reads no more than it can
+// pass on.
 class BusGate {
  public:
   BusGate(const std::filesystem::path& directory, const std::string& busAddress);
@@ -25,10 +25,10 @@ class BusGate {
   [[nodiscard]] const std::string& address() const { return address_; }
 
   void hold();
-  // Waits until the bus has answered a question, and the answer is kept back.
+  // Waits until the gate keeps back an answer of the bus.
   void awaitHeldAnswer();
   void release();
-  // Ends the connections whose answers are kept back.
+  // Ends the connections whose answers the gate keeps back.
   void cut();
 
  private:
@@ -62,7 +62,7 @@ class BusGate {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool hasHeldAnswer_ = false;
-  std::list<Connection> connections_;  // the thread's
+  std::list<Connection> connections_;  // of thread_ alone
   std::thread thread_;
 };
 

@@ -12,7 +12,7 @@
 namespace qbdkr::test {
 namespace {
 
-// Room for the longest line that is logged many times over, so that no writer ever waits.
+// Holds the longest logged line many times over, so that no writer waits.
 constexpr int pipeSize = 1024 * 1024;
 
 // Each 0 stands for a digit.

@@ -7,7 +7,7 @@
 
 namespace qbdkr::test {
 
-// Takes standard error for as long as it lives, and gives out its lines.
+// Captures standard error while it lives.
 class CapturedLog {
  public:
   CapturedLog();
@@ -15,14 +15,14 @@ class CapturedLog {
   CapturedLog& operator=(const CapturedLog&) = delete;
   ~CapturedLog();
 
-  // All lines so far, as they were written.
+  // Returns all lines so far, unchanged.
   [[nodiscard]] std::vector<std::string> rawLines();
 
-  // All lines so far, each without the date, the time and the process before it. A line that does
-  // not begin so is given out whole.
+  // Returns all lines so far, each without the date, the time and the process before it. A line
+  // that does not begin with these is returned unchanged.
   [[nodiscard]] std::vector<std::string> lines();
 
-  // Waits until a line is there, without the date, the time and the process before it.
+  // Waits for a line, given without the date, the time and the process before it.
   bool waitForLine(std::string_view line,
                    std::chrono::milliseconds patience = std::chrono::seconds(20));
 

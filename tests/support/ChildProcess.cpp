@@ -54,7 +54,7 @@ struct Plan {
   const std::function<void()>* beforeExec;
 };
 
-// Between fork and exec: only what a signal handler may call.
+// Runs between fork and exec: calls only async-signal-safe functions.
 [[noreturn]] void become(const Plan& plan) {
   prctl(PR_SET_PDEATHSIG, SIGKILL);
   if (getppid() != plan.parent) _exit(127);
@@ -62,7 +62,7 @@ struct Plan {
   dup2(plan.output, STDOUT_FILENO);
   dup2(plan.error, STDERR_FILENO);
   signal(SIGPIPE, SIG_DFL);
-  if (plan.obeyFilePermissions) {  // fails for who has no such privilege to give up
+  if (plan.obeyFilePermissions) {  // fails without that privilege, which is fine
     for (const int capability : {CAP_DAC_OVERRIDE, CAP_DAC_READ_SEARCH, CAP_FOWNER}) {
       prctl(PR_CAPBSET_DROP, capability);
     }
@@ -160,7 +160,7 @@ void ChildProcess::pump() {
 }
 
 void ChildProcess::write(const std::string& text) {
-  ::signal(SIGPIPE, SIG_IGN);  // a child that is gone is an error of write()
+  ::signal(SIGPIPE, SIG_IGN);  // write() reports a child that has ended
   std::size_t done = 0;
   while (done < text.size()) {
     const auto written = ::write(input_.get(), text.data() + done, text.size() - done);

@@ -25,15 +25,15 @@ Environment ownEnvironment();
 
 struct SpawnOptions {
   Environment environment = {};
-  // Root ignores the permissions of files; a process started so does not.
+  // Makes a process of root obey the permissions of files.
   bool obeyFilePermissions = false;
   std::optional<std::size_t> largestFile = {};
-  // Called in the child as the last thing: only what a signal handler may call.
+  // Runs in the child right before exec(). May call only async-signal-safe functions.
   std::function<void()> beforeExec = {};
 };
 
-// A child process with pipes for its three standard streams. It is killed with its object, and at
-// the end of the thread that started it.
+// Owns a child process with pipes for its three standard streams. The child is killed with its
+// owner, and at the end of the thread that started it.
 class ChildProcess {
  public:
   ChildProcess(const std::vector<std::string>& command, const SpawnOptions& options);
@@ -46,16 +46,16 @@ class ChildProcess {
   void write(const std::string& text);
   void closeInput() { input_ = Descriptor(); }
 
-  // The first line of standard output, or of standard error, from the given one on that a test
-  // accepts. Throws, with all that the process wrote, at the deadline or when its output ends.
+  // Waits for a line of standard output, or of standard error, and returns it. Skips the lines
+  // before FROM. Throws an error with the last lines of both at the deadline, or at EOF.
   using LineTest = std::function<bool(const std::string&)>;
   std::string waitForOutput(const LineTest& accepts, std::size_t from = 0,
                             std::chrono::milliseconds time = patience);
-  // The first line of standard output, whatever it says.
+  // Waits for the first line of standard output and returns it.
   std::string firstLine(std::chrono::milliseconds time = patience);
   std::string waitForLog(const std::string& part, std::chrono::milliseconds time = patience);
 
-  // Everything up to the end of standard output, or of standard error, for which it waits.
+  // Waits for EOF of standard output, or of standard error, and returns all lines.
   std::vector<std::string> outputToItsEnd(std::chrono::milliseconds time = patience);
   std::vector<std::string> logToItsEnd(std::chrono::milliseconds time = patience);
 
@@ -64,11 +64,11 @@ class ChildProcess {
   [[nodiscard]] std::size_t logLinesWith(const std::string& part) const;
 
   void signal(int number) const;
-  // The status of waitpid(); throws at the deadline.
+  // Waits for the end and returns the wait status. Throws at the deadline.
   int wait(std::chrono::milliseconds time = patience);
-  // Ends the child's input, for a child that ends with it, and waits.
+  // Ends the child's input, then waits as wait() does. For a child that ends at EOF.
   int finish(std::chrono::milliseconds time = patience);
-  // Exit status 0, within the deadline.
+  // Waits for the end and returns whether the exit status is 0.
   [[nodiscard]] bool succeeds() { return wait() == 0; }
   void kill();
 
@@ -99,7 +99,7 @@ class ChildProcess {
   std::thread pump_;
 };
 
-// Runs a program to its end and gives what it wrote to standard output. Throws unless it succeeds.
+// Runs a program and returns its standard output. Throws unless the exit status is 0.
 std::string outputOf(const std::vector<std::string>& command, const Environment& environment);
 
 }  // namespace qbdkr::test

@@ -5,7 +5,7 @@
 
 namespace qbdkr::test {
 
-// A directory of its own, removed with everything in it.
+// Owns a new directory and removes it with its contents.
 class TemporaryDirectory {
  public:
   TemporaryDirectory();

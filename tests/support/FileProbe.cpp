@@ -63,7 +63,7 @@ using Operation = std::function<void(const std::string&)>;
 const std::map<std::string, Operation, std::less<>>& operations() {
   static const std::map<std::string, Operation, std::less<>> table{
       {"share", [](const std::string&) { share(); }},
-      // What a start does with files once the helper agent is launched.
+      // Change the files that a start changes once the helper agent is launched.
       {"first-start", [](const std::string&) { communicator().firstStartPID(); }},
       {"save-tips", [](const std::string&) { communicator().saveTipsEnable(); }},
       {"save-advertising", [](const std::string&) { communicator().saveEnableAD(); }},

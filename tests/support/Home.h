@@ -7,7 +7,7 @@
 
 namespace qbdkr::test {
 
-// A home directory of its own and an environment that leads everything there.
+// Makes a home directory and an environment that leads there.
 class Home {
  public:
   explicit Home(std::filesystem::path directory);

@@ -11,30 +11,30 @@
 
 namespace qbdkr::test {
 
-// A running host probe.
+// Runs a host probe.
 class HostProcess {
  public:
   HostProcess(const TestBundle& bundle, const SpawnOptions& options);
 
-  // Runs a command to its end and gives its result; throws at the deadline.
+  // Runs a command and returns its result. Throws at the deadline.
   std::string call(const std::string& command, std::chrono::milliseconds time = patience);
 
-  // The same in two halves.
+  // Do the same in two steps: begin() returns a tag for finish().
   std::string begin(const std::string& command);
   std::string finish(const std::string& tag, std::chrono::milliseconds time = patience);
-  // Whether the result is there already.
+  // Returns whether the result has arrived.
   [[nodiscard]] bool hasFinished(const std::string& tag) const;
 
-  // Waits for the next report to the delegate that holds a text.
+  // Waits for a report to the delegate with a text in it, and returns the first.
   std::string waitForReport(const std::string& part);
   [[nodiscard]] std::size_t reportsWith(const std::string& part) const;
 
-  // Ends as an application does.
+  // Quits as an application does.
   void quit();
 
   ChildProcess& process() { return process_; }
   [[nodiscard]] pid_t processID() const { return process_.processID(); }
-  // Of its bundle.
+  // Returns the identifier of its bundle.
   [[nodiscard]] const std::string& identifier() const { return identifier_; }
 
  private:

@@ -9,7 +9,7 @@
 
 namespace qbdkr::test {
 
-// The program that speaks to the bus through libdbus, from a bundle of its own or from none.
+// Runs the program that speaks to the bus through libdbus, from a bundle of its own or outside any.
 class Peer {
  public:
   static Peer inBundle(Scene& scene, const std::string& name = "Peer");
@@ -17,7 +17,7 @@ class Peer {
 
   [[nodiscard]] const std::string& executable() const { return executable_; }
 
-  // Runs one command to its end and gives what it printed.
+  // Runs one command and returns its output.
   [[nodiscard]] std::string run(std::vector<std::string> words) const;
   [[nodiscard]] std::unique_ptr<ChildProcess> begin(std::vector<std::string> words) const;
 

@@ -19,7 +19,7 @@ PrivateBus::PrivateBus(fs::path directory, std::string policy)
 void PrivateBus::kill() { daemon_.reset(); }
 
 void PrivateBus::start() {
-  // The limits are those of a desktop's session bus: none that a test should ever meet.
+  // Takes the limits of a desktop's session bus, which no test should reach.
   const fs::path configuration = directory_ / "bus.conf";
   fs::create_directories(serviceDirectory());
   writeFile(configuration,
@@ -48,7 +48,7 @@ void PrivateBus::start() {
       std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                "--config-file=" + configuration.string(), "--print-address=1"},
       SpawnOptions{.environment = {{"PATH", "/usr/bin:/bin"}}});
-  // It listens before it says where.
+  // It prints its address after it began to listen.
   daemon_->waitForOutput([](const std::string& line) { return line.starts_with("unix:"); });
 }
 

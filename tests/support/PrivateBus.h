@@ -8,22 +8,21 @@
 
 namespace qbdkr::test {
 
-// A session bus of its own, at a socket in a directory.
+// Runs a session bus at a socket in a directory.
 class PrivateBus {
  public:
-  // The policy rules are XML that goes behind "everything is allowed"; services are the files that
-  // the bus may start on demand.
+  // The policy is XML with rules after those that allow everything.
   PrivateBus(std::filesystem::path directory, std::string policy = "");
 
   [[nodiscard]] const std::string& address() const { return address_; }
-  // Where "NAME.service" files are looked up.
+  // Returns the directory of the "NAME.service" files, the services that the bus starts on demand.
   [[nodiscard]] std::filesystem::path serviceDirectory() const { return directory_ / "services"; }
 
   [[nodiscard]] pid_t daemonProcess() const { return daemon_->processID(); }
 
-  // Ends the daemon without any farewell.
+  // Kills the daemon.
   void kill();
-  // Starts it at the same address, and returns when it can be connected to.
+  // Starts the daemon at the same address, and returns once it accepts connections.
   void start();
 
  private:

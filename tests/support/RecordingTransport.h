@@ -37,16 +37,16 @@ class RecordingTransport final : public RPCTransport {
   };
   using Answerer = std::function<Answer(const Sent&)>;
 
-  // The transport of this process, put in the place of the platform's on the first call. It lives
-  // as long as the process, because detached threads may still be sending.
+  // Returns the transport of this process. The first call installs it in place of the platform's.
+  // It is never destroyed, because detached threads may still be sending.
   static RecordingTransport& installed();
 
-  // Forgets what was sent, and answers 0 without text from now on. Handlers stay.
+  // Forgets the events sent so far, and answers 0 without text from now on. Keeps the handlers.
   void reset();
 
-  // The answer to every event that has none of its own.
+  // Sets the answer to every event whose method has no answer of its own.
   void answerWith(Answer answer);
-  // The answer to the events of one method.
+  // Sets the answer to the events of one method.
   void answer(std::string_view methodName, Answer answer);
   // Called on the sending thread, without a lock held: it may send, deliver and wait.
   void answer(std::string_view methodName, Answerer answerer);
@@ -57,12 +57,12 @@ class RecordingTransport final : public RPCTransport {
   [[nodiscard]] std::vector<std::string> sentMethods() const;
   [[nodiscard]] std::size_t countOf(std::string_view methodName) const;
 
-  // Waits until a method was sent so many times, and for that no longer than the deadline.
+  // Waits until a method was sent that many times. Returns false at the deadline.
   bool waitForMethod(std::string_view methodName, std::size_t count = 1,
                      std::chrono::milliseconds patience = std::chrono::seconds(20));
 
-  // Hands an event to the installed handler on the calling thread, and returns the result. What the
-  // handler throws reaches the caller; without a handler std::logic_error is thrown.
+  // Hands an event to the installed handler on the calling thread, and returns the result. Lets the
+  // handler's exceptions through. Throws std::logic_error without a handler.
   std::optional<std::string> deliver(const RPCEvent& event,
                                      const std::optional<std::string>& sender = someSender);
 

@@ -2,8 +2,8 @@
 
 namespace qbdkr::test {
 
-// From here on, each system call of this number fails with an error in the calling thread, or ends
-// the process. It stays so; a test refuses calls in a process of its own.
+// Make each further system call of this number fail with an error in the calling thread, or kill
+// the process. Neither can be undone: call them in a child process.
 void failCall(long number, int error);
 void dieAtCall(long number);
 

@@ -10,8 +10,8 @@
 
 namespace qbdkr::test {
 
-// Watches what a process uses, from construction on. The peak of its memory is the kernel's own
-// figure; threads and descriptors are counted every few milliseconds.
+// Watches the resources of a process from construction on. The kernel tells the peak of the memory;
+// threads and descriptors are counted every few milliseconds.
 class ResourceUse {
  public:
   explicit ResourceUse(pid_t process);

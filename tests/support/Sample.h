@@ -10,8 +10,8 @@
 
 namespace qbdkr::test {
 
-// The sample host and its helper agent as they are built, with the identifiers of one test, and
-// with a version of the host that is not the helper agent's.
+// Copies the sample host and its helper agent as built, with the identifiers of one test. The
+// version of the host differs from the helper agent's.
 class Sample {
  public:
   static constexpr const char* hostVersion = "7.1";
@@ -20,18 +20,18 @@ class Sample {
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
-  // The helper agent's state, and where it is installed.
+  // Return the paths of the helper agent's state and of its installed copy.
   [[nodiscard]] std::filesystem::path database() const;
   [[nodiscard]] std::filesystem::path installedHelper() const;
 
-  // A host that makes the calls that are written to its standard input.
+  // Starts a host that makes the calls on its standard input.
   [[nodiscard]] std::unique_ptr<ChildProcess> start() const;
 
-  // A host that makes one call, and its result.
+  // Starts a host for one call and returns the result.
   [[nodiscard]] std::string call(const std::string& name,
                                  const std::vector<std::string>& arguments = {}) const;
 
-  // What an SQL query of the helper agent's state gives, read by another program: the rows as JSON.
+  // Queries the helper agent's state with another program and returns the rows as JSON.
   [[nodiscard]] std::string query(const std::string& sql) const;
 
  private:

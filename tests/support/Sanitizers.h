@@ -2,9 +2,9 @@
 
 namespace qbdkr::test {
 
-// Which sanitizer the tests and what they test are built with. Either keeps what was freed, so that
-// memory cannot be judged, and copies a message for each part of it that arrives, so that one of
-// 64 MiB takes up to a minute.
+// Tell which sanitizer the build uses. Either one keeps freed memory, so the tests cannot judge the
+// memory of a process. Either one also copies a message for each part of it that arrives: a message
+// of 64 MiB takes up to a minute.
 #if defined(__SANITIZE_THREAD__)
 inline constexpr bool hasThreadSanitizer = true;
 #else

@@ -29,7 +29,7 @@ Scene::~Scene() {
   for (const pid_t process : processesIn(directory())) ::kill(process, SIGKILL);
 }
 
-// The table of processes is one for the whole machine, so no two tests may use the same identifier.
+// The process table spans the whole machine, so no two tests may use the same identifier.
 std::string Scene::identifier(const std::string& name) const {
   const std::string unique = directory().filename().string();
   return "com.Acme." + name + ".T" + unique.substr(unique.rfind('-') + 1);
@@ -133,7 +133,7 @@ void Scene::killHelper(HostProcess& host) {
   if (answer != "-600 ~" && answer != "-609 ~") throw std::runtime_error("answered: " + answer);
 }
 
-// Events of one process to one other arrive in the order in which they were sent.
+// Events from one process to another arrive in the order sent.
 void Scene::fence(HostProcess& host) {
   const std::string mark = "fence-" + std::to_string(++fences_);
   const std::string answer = host.call("ask " + helperID_ + " Probe echo: " + mark);

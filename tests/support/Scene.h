@@ -17,8 +17,8 @@
 
 namespace qbdkr::test {
 
-// Everything that one test needs: a bus, a home, identifiers that no other test uses, bundles, and
-// the transcript of what the helper agents received. At its end no process of the test is left.
+// Sets up one test: a bus, a home, identifiers that no other test uses, bundles, and a transcript
+// of the events that the helper agents received. Its destructor kills every process of the test.
 class Scene {
  public:
   explicit Scene(const std::string& busPolicy = "", const std::string& identifierSuffix = "");
@@ -29,30 +29,30 @@ class Scene {
   [[nodiscard]] const std::filesystem::path& directory() const { return directory_.path(); }
   [[nodiscard]] const std::string& helperID() const { return helperID_; }
   [[nodiscard]] const std::string& hostID() const { return hostID_; }
-  // An identifier of this test's own.
+  // Returns an identifier that no other test uses.
   [[nodiscard]] std::string identifier(const std::string& name) const;
 
   PrivateBus& bus() { return bus_; }
   [[nodiscard]] const Home& home() const { return home_; }
   TranscriptFile& transcript() { return transcript_; }
-  // Settings of the processes that are started from here on.
+  // Returns the environment of the processes that are started from here on.
   Environment& environment() { return environment_; }
 
-  // The helper agent's bundle, DIRECTORY/NAME.app, outside any host.
+  // Makes a helper agent's bundle, DIRECTORY/NAME.app, outside any host.
   TestBundle makeHelper(const std::string& version, const std::filesystem::path& directory,
                         const std::string& name = "ProbeHelper");
-  // A host whose resources hold a helper agent of that version, with these keys over the usual
+  // Makes a host with a helper agent of that version in its resources. KEYS override the usual
   // ones.
   TestBundle makeHost(const std::string& name, const std::string& helperVersion,
                       const InfoKeys& keys = {});
-  // The same with no helper agent among the resources.
+  // Makes a host without a helper agent in its resources.
   TestBundle makeHostWithoutHelper(const std::string& name, const InfoKeys& keys = {});
 
   // The product with which the hosts' first start was recorded, and the one that collects their
   // usage data, of hosts that have run before. Neither is the product of any host.
   static constexpr const char* firstProduct = "2002";
   static constexpr const char* dataProduct = "3003";
-  // Records earlier starts for the usual host identifier. To be called before the first start.
+  // Records earlier starts for the usual host identifier. Call it before the first start.
   void recordEarlierStarts() const;
 
   [[nodiscard]] SpawnOptions options() const;
@@ -63,20 +63,20 @@ class Scene {
 
   [[nodiscard]] std::filesystem::path installDirectory() const;
   [[nodiscard]] std::filesystem::path installedHelper() const;
-  // Work in progress that a deployment has left there.
+  // Returns the names of the unfinished work that a deployment left there.
   [[nodiscard]] std::vector<std::string> stagingLeftovers() const;
 
-  // The processes whose executable lies in a directory.
+  // Returns the processes whose executable lies in a directory.
   [[nodiscard]] static std::vector<pid_t> processesIn(const std::filesystem::path& directory);
-  // The one process of the installed helper agent; throws when there is none or more than one.
+  // Returns the one process of the installed helper agent. Throws for any other number of them.
   [[nodiscard]] pid_t helperProcess() const;
-  // Kills it, and returns when the bus knows, whom the host asks.
+  // Kills it, and returns once the bus knows: the host asks the bus.
   void killHelper(HostProcess& host);
 
-  // Ensures that all that the host has posted to the helper agent so far stands in the transcript.
+  // Waits until the transcript has all that the host posted to the helper agent so far.
   void fence(HostProcess& host);
 
-  // The user defaults of a domain, read by another implementation: JSON with sorted keys.
+  // Reads the user defaults of a domain with another implementation: JSON with sorted keys.
   [[nodiscard]] std::string preferences(const std::string& domain) const;
 
  private:

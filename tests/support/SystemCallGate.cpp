@@ -36,7 +36,7 @@ namespace fs = std::filesystem;
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// How a call says what it changes.
+// Says how a call names what it changes.
 enum class Target {
   path,        // a path
   pathAt,      // a directory's descriptor, and a path from there
@@ -199,7 +199,7 @@ Descriptor memoryOf(pid_t process) {
       ::open(("/proc/" + std::to_string(process) + "/mem").c_str(), O_RDWR | O_CLOEXEC));
 }
 
-// Bytes in the memory of a stopped process; fewer where they end.
+// Returns bytes in the memory of a stopped process, or fewer at the end of its memory.
 std::string memoryOf(pid_t process, std::uint64_t address, std::size_t size) {
   const Descriptor memory = memoryOf(process);
   std::string bytes(size, '\0');
@@ -333,7 +333,7 @@ class OffsetOf {
   off_t value_ = 0;
 };
 
-// One program on its way, and what its calls meet.
+// Supervises one run of a program.
 class Supervision {
  public:
   Supervision(ChildProcess& program, Descriptor listener, const fs::path& directory,
@@ -346,7 +346,7 @@ class Supervision {
   }
 
  private:
-  // False at the end of the program.
+  // Returns false at the end of the program.
   bool waitForCall() const {
     pollfd event{listener_.get(), POLLIN, 0};
     const auto limit = std::chrono::duration_cast<std::chrono::milliseconds>(patience).count();
@@ -360,7 +360,7 @@ class Supervision {
 
   void answer() {
     seccomp_notif asked{};
-    if (::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // it is gone
+    if (::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // it has ended
     const Row& row = rowOf(asked.data);
     const fs::path target = targetOf(row, asked);
     if (!isBelow(target)) return goOn(asked);

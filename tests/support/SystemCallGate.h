@@ -17,18 +17,18 @@ struct GatedCall {
   bool needsSpace = false;  // fails on a full disk
 };
 
-// What goes wrong, and at which call.
+// Says what fails, and at which call.
 struct Fault {
   enum class Kind {
     none,
-    kill,         // the process ends before the call
+    kill,         // the process is killed before the call
     fail,         // this one call fails, and changes nothing
-    killHalfWay,  // the process ends when half of its bytes are written
+    killHalfWay,  // the process is killed when half of its bytes are written
     fillHalfWay,  // half of its bytes are written, and there is no space from then on
   };
   Kind kind = Kind::none;
   std::size_t at = 0;  // the first call is 1
-  int error = 0;       // what a call that fails says
+  int error = 0;       // the errno value of a call that fails
 };
 
 struct GatedRun {
@@ -37,16 +37,17 @@ struct GatedRun {
   std::vector<std::string> log;  // standard error
 };
 
-// Runs programs whose every change below a directory asks here first. The kernel stops the program
-// at the call, so nothing is missed and nothing depends on time. Calls on anything else go through.
+// Runs programs and decides on each of their system calls that changes something below a directory.
+// The kernel stops the program at the call, so no call is missed and nothing depends on time. All
+// other calls go through.
 //
-// Flushing is skipped and reported as done: it changes nothing that a killed process leaves, and a
-// busy disk takes seconds for it.
+// Skips a flush and reports it as done: it changes nothing that a killed process leaves, and a busy
+// disk takes seconds for it.
 class SystemCallGate {
  public:
   explicit SystemCallGate(const std::filesystem::path& directory);
 
-  // Runs a program to its end. Throws when the system has no such gates, or at the deadline.
+  // Runs a program to its end. Throws if the system has no such gates, or at the deadline.
   [[nodiscard]] GatedRun run(const std::vector<std::string>& command, SpawnOptions options,
                              const Fault& fault = {}) const;
 

@@ -9,14 +9,14 @@ namespace qbdkr::test {
 
 using InfoKeys = std::map<std::string, std::string>;
 
-// An information property list of texts.
+// Returns an information property list of texts.
 std::string informationPropertyList(const InfoKeys& keys);
 
 // Makes bundles for one test.
 class TestBundle {
  public:
-  // DIRECTORY/NAME.app with these keys. With an executable, a link to it or a copy becomes the one
-  // that CFBundleExecutable names.
+  // Makes DIRECTORY/NAME.app with these keys. Links or copies an executable, if one is given, to
+  // where CFBundleExecutable names it.
   TestBundle(const std::filesystem::path& directory, const std::string& name, InfoKeys keys,
              const std::filesystem::path& executable = {});
 
@@ -25,15 +25,15 @@ class TestBundle {
   [[nodiscard]] std::filesystem::path resources() const { return path_ / "Contents/Resources"; }
   [[nodiscard]] std::filesystem::path infoFile() const { return path_ / "Contents/Info.plist"; }
 
-  // Empty without the key.
+  // Returns an empty text without the key.
   [[nodiscard]] std::string identifier() const;
 
-  // Shared libraries that go into Contents/Frameworks.
+  // Puts shared libraries into Contents/Frameworks.
   void addLibraries(const std::vector<std::filesystem::path>& libraries) const;
-  // Copies another bundle, or any file, among the resources.
+  // Copies a bundle or a file into the resources.
   void addResource(const std::filesystem::path& item) const;
 
-  // Changes some keys; an empty value takes the key away.
+  // Changes some keys; an empty value removes the key.
   void setKeys(const InfoKeys& keys);
 
  private:
@@ -42,8 +42,8 @@ class TestBundle {
   InfoKeys keys_;
 };
 
-// What a tree consists of: a line for each entry, with its kind, mode, and contents or link target,
-// in the order of the paths. Empty when there is nothing.
+// Describes a tree: a line for each entry, with its kind, its mode, and a digest of its contents or
+// its link target, sorted. Empty if ROOT does not exist.
 std::string treeDigest(const std::filesystem::path& root);
 
 }  // namespace qbdkr::test

@@ -10,7 +10,7 @@
 
 namespace qbdkr::test {
 
-// A file to which other processes append lines, read as it grows.
+// Reads a file as other processes append lines to it.
 class TranscriptFile {
  public:
   // Creates the file.
@@ -18,15 +18,15 @@ class TranscriptFile {
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 
-  // What stands there now, whole lines only.
+  // Returns all complete lines so far.
   const std::vector<std::string>& lines();
   std::size_t count(const std::string& part);
 
-  // The first line from the given one on that holds all parts; throws, with the whole transcript,
-  // at the deadline.
+  // Waits for a line with all parts in it and returns it. Skips the lines before FROM. Throws an
+  // error with the transcript at the deadline.
   std::string waitFor(const std::vector<std::string>& parts, std::size_t from = 0,
                       std::chrono::milliseconds time = patience);
-  // Until that many lines hold the part.
+  // Waits until that many lines have the part in them.
   void waitForCount(const std::string& part, std::size_t wanted,
                     std::chrono::milliseconds time = patience);
 

@@ -12,7 +12,7 @@
 namespace qbdkr::test {
 namespace {
 
-// Whether the kernel has put a thread of this process to sleep until something happens.
+// Returns whether the kernel has put a thread of this process to sleep.
 bool sleeps(pid_t thread) {
   const std::string status = readFile("/proc/self/task/" + std::to_string(thread) + "/stat");
   const auto name = status.rfind(')');

@@ -8,7 +8,7 @@
 
 namespace qbdkr::test {
 
-// A thread of which can be told that it waits for something, such as a lock that another holds.
+// Runs a thread and tells whether it waits, such as for a lock that another thread holds.
 class WatchedThread {
  public:
   explicit WatchedThread(std::function<void()> body);
@@ -16,7 +16,7 @@ class WatchedThread {
   WatchedThread& operator=(const WatchedThread&) = delete;
   ~WatchedThread() { join(); }
 
-  // True as soon as the body waits, false when it ends without that.
+  // Returns true as soon as the body waits, false if it ends without waiting.
   [[nodiscard]] bool waits() const;
   void join();
 

@@ -1,4 +1,4 @@
-// What the framework keeps in the host's user defaults, as another implementation reads it.
+// Reads the framework's entries in the host's user defaults with another implementation.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>

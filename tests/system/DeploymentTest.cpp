@@ -1,4 +1,4 @@
-// What becomes of the installed helper agent, for every state in which a host can find it.
+// Deploys the helper agent over every state in which a host can find the installed one.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -129,7 +129,7 @@ TEST(Deployment, RunningHelperThatObeysTheExitRequestIsReplacedByTheNewOne) {
   EXPECT_GT(scene.helperProcess(), 0);
 }
 
-// A directory of another user's in it, as a helper agent leaves one that ran as somebody else.
+// The copy has a directory of another user, as a helper agent leaves that ran as that user.
 TEST(Deployment, InstalledCopyThatCannotBeRemovedWholeStaysWhole) {
   if (geteuid() != 0) GTEST_SKIP() << "needs two users";
   Scene scene;

@@ -1,5 +1,5 @@
-// Who has sent what: decided by the process that was on the bus, and by what it ran when it was
-// first heard.
+// Identifies senders: by the process on the bus, and by the program that it ran when it was first
+// heard.
 
 #include <gtest/gtest.h>
 #include <signal.h>

@@ -149,7 +149,7 @@ TEST_F(SampleCalls, Queries) {
   const auto client = sample.call("clientIDFormHelper");
   EXPECT_EQ(scene.preferences(scene.helperID()), "{\"ClientID\": " + client + "}\n");
   scene.transcript().waitFor({shown({data, "clientIDFormHelper", {}}, scene.hostID())});
-  // While another thread of the host fetches it, there is none.
+  // The identifier is absent while another thread of the host fetches it.
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (sample.call("clientID") != client) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
 }
@@ -225,7 +225,7 @@ TEST_F(SampleCalls, SwitchesAreWrittenIntoTheBundle) {
   EXPECT_EQ(sample.call("saveTipsEnable"), "done");
 }
 
-// As on a read-only mount, or in a folder that belongs to somebody else.
+// As on a read-only mount, or in a folder of another user.
 TEST_F(SampleCalls, ReadOnlyBundleIsLeftAsItIsAndTheHelperStillComesFromIt) {
   namespace fs = std::filesystem;
   const auto setWritable = [&](fs::perm_options change) {

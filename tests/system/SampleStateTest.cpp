@@ -1,5 +1,5 @@
-// What the sample helper agent keeps, and what it promises for requests that are under way when it
-// is killed.
+// Checks the state that the sample helper agent keeps, and its promise for requests that are under
+// way when it is killed.
 
 #include <gtest/gtest.h>
 #include <signal.h>

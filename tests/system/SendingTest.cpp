@@ -1,4 +1,4 @@
-// What is sent arrives: whole, in order, from any thread, and whatever else the process is doing.
+// Events arrive whole and in order, from any thread, whatever else the process does.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -202,7 +202,7 @@ TEST(Sending, ForkedChildPostsAtOnceWhileAThreadOfItsParentWaits) {
   ::kill(scene.helperProcess(), SIGUSR1);
   EXPECT_EQ(scene.host->finish(waiting), "0 ~");
   EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: parent"), "0 parent");
-  // The receiver asks for the identity of each child, and may meanwhile answer its parent.
+  // The receiver asks for the identity of each child, and may answer the parent in between.
   scene.transcript().waitForCount("Probe note: from ", 5);
 }
 

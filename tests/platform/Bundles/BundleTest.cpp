@@ -329,7 +329,7 @@ TEST_F(Bundles, InformationOfAnExecutableFollowsItsFile) {
   EXPECT_TRUE(bundleOfExecutable(executable)->info->empty());
 }
 
-// What a process says of its main bundle: path, identifier, name, executable.
+// Asks a process for its main bundle: path, identifier, name, executable.
 Names mainBundleOf(const fs::path& executable) {
   return TaskProcess({"main-bundle"}, executable).outputToItsEnd();
 }
@@ -357,7 +357,7 @@ class ForeignBundles : public Bundles {
     text.resize(size, '\n');
     write(text);
   }
-  // What is known of the bundle to another process; its path is found in any case.
+  // Returns the information that another process finds. Expects it to find the path in any case.
   [[nodiscard]] PropertyList::Dictionary information() const {
     const auto found = bundleOfExecutable((path / "Contents/Linux/Sample").string());
     EXPECT_TRUE(found.has_value());
@@ -434,7 +434,7 @@ TEST_F(ForeignBundles, InformationHasThirtyTwoLevelsAtMost) {
 }
 
 TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
-  // A source of the tests: it has rested, and is no property list.
+  // A source of the tests has rested, and is not a property list.
   const fs::path source = fs::path(QBDKR_PLATFORM_TESTS) / "Files/FileTreeTest.cpp";
   fs::create_directories(path / "Contents");
   fs::create_symlink(source, path / "Contents/Info.plist");

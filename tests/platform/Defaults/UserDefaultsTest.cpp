@@ -181,7 +181,7 @@ TEST_F(Defaults, ThreadsMayUseOneObject) {
   EXPECT_EQ(stored().size(), std::size_t{threads * keys});
 }
 
-// However many threads want to: they do not wait for one another in turn.
+// Many threads wait at the same time, not one after the other.
 TEST_F(Defaults, SynchronizeWaitsAMomentOnlyForOthers) {
   constexpr int waiting = 20;
   constexpr std::chrono::seconds bound(2);  // ten times what each may wait

@@ -97,7 +97,7 @@ void writeAt(const fs::path& path, off_t at, const std::string& text) {
   ASSERT_EQ(pwrite(file.get(), text.data(), text.size(), at), static_cast<ssize_t>(text.size()));
 }
 
-// A chain of directories, which may be longer than a path.
+// Makes a chain of directories, which may be longer than a path.
 void makeChain(const fs::path& top, int levels) {
   fs::create_directories(top);
   Descriptor directory(open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -111,7 +111,8 @@ void makeChain(const fs::path& top, int levels) {
 
 bool isSuperuser() { return geteuid() == 0; }
 
-// A child process in a name space of its own for mounts; true when the body says so.
+// Runs a body in a child process with its own mount namespace. Returns whether the body returned
+// true.
 bool withOwnMounts(const std::function<bool()>& body) {
   const auto bodyApart = [&body] {
     const bool apart =
@@ -410,7 +411,7 @@ TEST_F(FileTree, CopyKeepsAttributesOfUsersAlone) {
   EXPECT_EQ(attribute(to + tool, "user.empty"), "");
   EXPECT_EQ(attribute(to + "/Contents", "user.directory"), "2");
   EXPECT_EQ(modeOf(to + tool), 0444U);
-  // Also for who might.
+  // The same for the superuser.
   EXPECT_EQ(said(copyItem(from, root / "second")), "");
   EXPECT_EQ(attribute((root / "second").string() + tool, "user.first"), "1");
   if (trusted) {

@@ -138,7 +138,7 @@ class UnreadError {
     dup2(writeEnd, STDERR_FILENO);
     close(writeEnd);
     fcntl(readEnd_, F_SETFL, O_NONBLOCK);
-    // What an earlier test has left undone ends with a line that finds room.
+    // A line that finds room ends the unfinished work of an earlier test.
     log("ready");
     (void)drain();
   }
@@ -218,7 +218,7 @@ bool comesBack(const UnreadError& error, const std::function<void()>& call) {
   return inTime;
 }
 
-// What comes through of a line for which there is no room, and of one as soon as there is.
+// Returns the output around a line without room and a line once there is room again.
 std::string linesAround(const UnreadError& error) {
   error.fill();
   EXPECT_TRUE(comesBack(error, [] { log("lost"); }));

@@ -27,7 +27,7 @@ bool isReadable(int descriptor, milliseconds patience) {
   return poll(&state, 1, static_cast<int>(patience.count())) == 1;
 }
 
-// Runs a body on a thread of its own, whose loop nobody else uses.
+// Runs a body on a thread of its own, whose loop no other code uses.
 void onNewThread(const std::function<void()>& body) { std::thread(body).join(); }
 
 TEST(RunLoopTest, CurrentIsOneLoopPerThreadAndTheMainOneOnTheMainThread) {
@@ -197,7 +197,7 @@ TEST(RunLoopTest, AnExceptionOfATaskIsDropped) {
   EXPECT_TRUE(later);
 }
 
-// A copy may throw where nobody expects it.
+// A copy might throw where no caller expects it.
 TEST(RunLoopTest, TasksAreNotCopied) {
   struct CountsCopies {
     explicit CountsCopies(int& counter) : copies(&counter) {}

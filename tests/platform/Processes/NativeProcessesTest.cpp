@@ -82,7 +82,6 @@ TEST(ProcessTable, CommandNamesAreTerminatedAndHaveAtMost16Characters) {
   EXPECT_TRUE(executable.filename().string().starts_with(record->command));
 }
 
-// The files of such a process in /proc belong to root.
 TEST(ProcessTable, ProcessThatMayNotBeLookedIntoBelongsToItsUser) {
   const uid_t user = geteuid() == 0 ? 65534 : geteuid();
   TaskProcess hidden({"hide", std::to_string(user)});
@@ -129,7 +128,7 @@ TEST(ProcessInformationTest, IsAbsentForWhatIsNoApplication) {
   EXPECT_EQ(copyProcessInformation({0, 0xFFFFFFFFU}), nullptr);
 }
 
-// An application that runs, and what is known of it.
+// Runs an application.
 class Application : public testing::Test {
  protected:
   Application() {

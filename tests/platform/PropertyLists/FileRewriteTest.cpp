@@ -62,13 +62,13 @@ std::string recordOf(std::string_view before, std::string_view filled, std::size
          std::string(before) + std::string(filled);
 }
 
-// What a write does on its way, in its order.
+// The system calls of a write, in their order.
 constexpr std::array<long, 7> calls{SYS_fallocate, SYS_write,     SYS_fsync, SYS_rename,
                                     SYS_pwrite64,  SYS_ftruncate, SYS_unlink};
 
 enum class End { wrote, refused, killed };
 
-// A rewriting in a process of its own that cannot make one kind of call.
+// Rewrites in a child process that cannot make one kind of call.
 End rewriteWithout(const std::function<void()>& refuse, const std::string& path,
                    const std::string& contents) {
   const int status = runForked([&] {
@@ -207,7 +207,7 @@ TEST_F(FileRewrite, ThatIsKilledAtAnyCallLeavesOldOrNewContents) {
   }
 }
 
-// What was written whole stands although it could not be cut.
+// Contents that were written whole stay, even if the file could not be truncated.
 TEST_F(FileRewrite, ThatFailsAtAnyCallLeavesOldOrNewContents) {
   for (const int error : {ENOSPC, EIO, EACCES}) {
     for (const auto& [before, after] : {std::pair(longer, shorter), std::pair(shorter, longer)}) {

@@ -245,7 +245,7 @@ TEST(XMLPropertyList, RefusesTextOutsideElements) {
 TEST(XMLPropertyList, RefusesTruncatedInputAtEveryLength) {
   const std::optional<std::string> xml = xmlPropertyList(Dictionary{{"k", Array{"v", 1, 2.5}}});
   ASSERT_TRUE(xml);
-  const std::size_t closed = xml->size() - 1;  // the newline behind it is nobody's loss
+  const std::size_t closed = xml->size() - 1;  // the newline behind it may be missing
   EXPECT_FALSE(isRefused(xml->substr(0, closed)));
   for (std::size_t length = 1; length < closed; ++length) {
     EXPECT_TRUE(isRefused(xml->substr(0, length))) << length;

@@ -1,4 +1,4 @@
-// Holds what is written and read here against an implementation that others wrote: Python's.
+// Checks the reader and the writer against an independent implementation, Python's.
 #include <gtest/gtest.h>
 
 #include <cstddef>
@@ -92,7 +92,7 @@ Dictionary ownValue() {
           {"long text", std::string(1000, 'x')}};
 }
 
-// Runs Python; true when it was there and had no complaint.
+// Runs Python and returns whether it succeeded. Passes on its complaints.
 bool python(const std::string& program, const std::string& path) {
   test::ChildProcess child({"/usr/bin/python3", "-c", program, path},
                            {.environment = test::ownEnvironment()});

@@ -12,7 +12,7 @@
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/Text/Text.h"
 
-// Values and bytes that the tests of several forms share.
+// Values and bytes for the tests of several forms.
 namespace qbdkr::test {
 
 inline constexpr std::uint64_t twoTo63 = std::uint64_t{1} << 63;

@@ -1,7 +1,7 @@
-// Strings files as they come from editors, tools and accidents, and what must be read from each.
+// Reads strings files as editors, tools and accidents make them.
 //
-// Beside strings/read/NAME.strings stands what it holds: NAME.xml, or NAME.bplist where XML has no
-// place for a character. Nothing at all may be read from the files of strings/refused.
+// The expected value of strings/read/NAME.strings is NAME.xml beside it, or NAME.bplist if XML
+// cannot hold one of its characters. The files of strings/refused must be refused.
 
 #include <gtest/gtest.h>
 
@@ -36,7 +36,7 @@ constexpr std::chrono::seconds bound(10);
 
 const fs::path corpus = fs::path(QBDKR_PLATFORM_TESTS) / "PropertyLists/strings";
 
-// In the order of their names. None when there is no such folder, which is for a test to say.
+// Returns the files in the order of their names. Empty without the folder, which a test reports.
 std::vector<fs::path> filesIn(const std::string& folder) {
   std::vector<fs::path> files;
   std::error_code missing;
@@ -64,7 +64,7 @@ std::string shown(const std::optional<PropertyList>& list) {
   return xmlPropertyList(*list).value_or("read, but not for XML").substr(0, 2000);
 }
 
-// What is written of it is read back, too.
+// Also reads back the text that is written for the value.
 void expectInTime(std::string_view bytes, const std::optional<PropertyList>& expected) {
   const auto start = std::chrono::steady_clock::now();
   const std::optional<PropertyList> list = parsePropertyList(bytes);

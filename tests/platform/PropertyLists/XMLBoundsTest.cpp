@@ -37,7 +37,7 @@ TEST(XMLBounds, CountTheElementsOfAllLevels) {
 
 TEST(XMLBounds, ElementsWithoutContentsAreNoLevel) {
   EXPECT_TRUE(nestsNoDeeperThan(1, "<array><true/><false /><dict/><array/></array>"));
-  // With attributes nobody can tell what a reader makes of it.
+  // Readers may differ on an element with attributes.
   EXPECT_FALSE(nestsNoDeeperThan(1, "<array><array a=\"/\"/></array>"));
 }
 

@@ -31,7 +31,7 @@ bool hasEnded(const DetachedProcess& process, int milliseconds) {
   return poll(&state, 1, milliseconds) == 1;
 }
 
-// An executable that leaves what it says in a file, and ends.
+// Runs scripts that leave their output in a file.
 class Detached : public testing::Test {
  protected:
   std::string script(const std::string& body) {
@@ -40,7 +40,7 @@ class Detached : public testing::Test {
     fs::permissions(path, fs::perms(0755));
     return path;
   }
-  // Runs a script to its end; what it left in the file, line by line.
+  // Runs a script to its end and returns the lines of its output.
   std::vector<std::string> linesOf(const std::string& body) {
     const auto process =
         startDetached(script("{\n" + body + "\n} > '" + output.string() + "' 2>&1"));
