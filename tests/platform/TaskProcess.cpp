@@ -7,8 +7,9 @@
 #include <iostream>
 #include <string_view>
 
-#include "Platform/Bundles/Bundle.h"
-#include "Platform/Defaults/UserDefaults.h"
+#include <ClientComm/Bundle.h>
+#include <ClientComm/UserDefaults.h>
+
 #include "Platform/Files/FileLock.h"
 
 namespace qbdkr::test {

@@ -8,7 +8,8 @@
 #include <utility>
 #include <vector>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "platform/PropertyLists/PropertyListSamples.h"

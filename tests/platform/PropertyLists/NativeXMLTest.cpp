@@ -11,7 +11,8 @@
 #include <string_view>
 #include <variant>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"

@@ -7,7 +7,8 @@
 #include <string>
 #include <string_view>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "platform/PropertyLists/PropertyListSamples.h"

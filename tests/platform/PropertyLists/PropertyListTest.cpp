@@ -5,7 +5,7 @@
 #include <optional>
 #include <string>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
 namespace {

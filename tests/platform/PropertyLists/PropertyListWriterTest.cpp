@@ -4,7 +4,8 @@
 #include <optional>
 #include <string>
 
-#include "Platform/PropertyLists/PropertyList.h"
+#include <ClientComm/PropertyList.h>
+
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "platform/PropertyLists/PropertyListSamples.h"
 
