@@ -82,8 +82,8 @@ std::vector<std::string> CapturedLog::lines() {
   return lines;
 }
 
-bool CapturedLog::waitForLine(std::string_view line, std::chrono::milliseconds patience) {
-  const auto deadline = std::chrono::steady_clock::now() + patience;
+bool CapturedLog::waitForLine(std::string_view line, std::chrono::milliseconds time) {
+  const auto deadline = std::chrono::steady_clock::now() + time;
   for (;;) {
     const auto all = lines();
     if (std::ranges::find(all, line) != all.end()) return true;

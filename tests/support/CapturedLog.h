@@ -5,6 +5,8 @@
 #include <string_view>
 #include <vector>
 
+#include "support/Patience.h"
+
 namespace qbdkr::test {
 
 // Captures standard error while it lives.
@@ -23,8 +25,7 @@ class CapturedLog {
   [[nodiscard]] std::vector<std::string> lines();
 
   // Waits for a line, given without the date, the time and the process before it.
-  bool waitForLine(std::string_view line,
-                   std::chrono::milliseconds patience = std::chrono::seconds(20));
+  bool waitForLine(std::string_view line, std::chrono::milliseconds time = patience);
 
  private:
   void drain();

@@ -77,9 +77,9 @@ std::size_t RecordingTransport::countOf(std::string_view methodName) const {
 }
 
 bool RecordingTransport::waitForMethod(std::string_view methodName, std::size_t count,
-                                       std::chrono::milliseconds patience) {
+                                       std::chrono::milliseconds time) {
   std::unique_lock lock(mutex_);
-  return changed_.wait_for(lock, patience, [&] { return countOfLocked(methodName) >= count; });
+  return changed_.wait_for(lock, time, [&] { return countOfLocked(methodName) >= count; });
 }
 
 std::optional<std::string> RecordingTransport::deliver(const RPCEvent& event,

@@ -16,6 +16,7 @@
 #include <ClientComm/AppleEvent.h>
 
 #include "Platform/Events/RPCTransport.h"
+#include "support/Patience.h"
 
 namespace qbdkr::test {
 
@@ -59,7 +60,7 @@ class RecordingTransport final : public RPCTransport {
 
   // Waits until a method was sent that many times. Returns false at the deadline.
   bool waitForMethod(std::string_view methodName, std::size_t count = 1,
-                     std::chrono::milliseconds patience = std::chrono::seconds(20));
+                     std::chrono::milliseconds time = patience);
 
   // Hands an event to the installed handler on the calling thread, and returns the result. Lets the
   // handler's exceptions through. Throws std::logic_error without a handler.

@@ -36,7 +36,6 @@ namespace qbdkr::test {
 namespace {
 
 constexpr const char* ownIdentifier = "com.Example.UnitTests";
-constexpr std::chrono::seconds patience(20);
 
 String owned(Text text) { return text ? String(*text) : std::nullopt; }
 

@@ -43,12 +43,12 @@ void RecordingWorkspace::clear() {
   answer = [](const std::string&) { return true; };
 }
 
-FileLock WatchedLocks::acquire(const std::string& path, std::chrono::milliseconds patience) {
+FileLock WatchedLocks::acquire(const std::string& path, std::chrono::milliseconds time) {
   {
     const std::lock_guard lock(mutex_);
-    patience_[path] = patience;
+    patience_[path] = time;
   }
-  return FileLock::acquire(exist ? path : "", wait ? patience : std::chrono::milliseconds(0));
+  return FileLock::acquire(exist ? path : "", wait ? time : std::chrono::milliseconds(0));
 }
 
 std::chrono::milliseconds WatchedLocks::patienceFor(const std::string& path) const {
@@ -89,8 +89,8 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   HostSystem system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path) { return workspace.open(path); };
-  system.lock = [this](const std::string& path, std::chrono::milliseconds patience) {
-    return locks.acquire(path, patience);
+  system.lock = [this](const std::string& path, std::chrono::milliseconds time) {
+    return locks.acquire(path, time);
   };
   system.now = [this] { return now(); };
   communicator_ =

@@ -42,7 +42,7 @@ class RecordingWorkspace {
 // File locks: the real ones, without waiting for them if a test says so.
 class WatchedLocks {
  public:
-  FileLock acquire(const std::string& path, std::chrono::milliseconds patience);
+  FileLock acquire(const std::string& path, std::chrono::milliseconds time);
   // Whether a lock is waited for, and whether this file system has locks.
   std::atomic<bool> wait{true};
   std::atomic<bool> exist{true};

@@ -20,6 +20,7 @@
 
 #include "Host.h"
 #include "ProductClient/DetachedThread.h"
+#include "support/Patience.h"
 
 namespace {
 std::atomic<int> detachings{0};
@@ -46,8 +47,6 @@ extern "C" int pthread_detach(pthread_t thread) noexcept {
 
 namespace qbdkr::test {
 namespace {
-
-constexpr std::chrono::seconds patience(20);
 
 using Signals = std::set<int>;
 

@@ -1,20 +1,13 @@
 #include "Host.h"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <spawn.h>
-#include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
 #include <cstdlib>
-#include <optional>
-#include <stdexcept>
-#include <string_view>
 #include <vector>
 
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
+#include "support/OwnExecutable.h"
 
 namespace qbdkr::test {
 namespace {
@@ -23,14 +16,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* rootVariable = "QBDKR_TEST_HOST";
 constexpr const char* bodyVariable = "QBDKR_TEST_HOST_BODY";
-
-void putExecutable(const fs::path& path) {
-  const fs::path self = fs::read_symlink("/proc/self/exe");
-  fs::create_directories(path.parent_path());
-  std::error_code error;
-  fs::create_hard_link(self, path, error);
-  if (error) fs::copy_file(self, path);
-}
 
 // Bodies are counted, so that a test may have several.
 int nextBody(const std::string& test) {
@@ -43,26 +28,10 @@ int nextBody(const std::string& test) {
   return count++;
 }
 
-int runAndWait(const fs::path& executable, std::vector<std::string> arguments,
-               const fs::path& output) {
-  std::vector<char*> pointers;
-  arguments.insert(arguments.begin(), executable);
-  for (std::string& argument : arguments) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_addopen(&actions, STDOUT_FILENO, output.c_str(),
-                                   O_WRONLY | O_CREAT | O_APPEND, 0600);
-  posix_spawn_file_actions_adddup2(&actions, STDOUT_FILENO, STDERR_FILENO);
-  pid_t child = 0;
-  const int error =
-      posix_spawn(&child, executable.c_str(), &actions, nullptr, pointers.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) return -1;
-  int status = 0;
-  while (waitpid(child, &status, 0) < 0) {
-  }
-  return status;
+std::string joined(const std::vector<std::string>& lines) {
+  std::string text;
+  for (const std::string& line : lines) text += line + '\n';
+  return text;
 }
 
 Host hostIn(const fs::path& root) { return {root / "Host.app", root / "home"}; }
@@ -142,16 +111,16 @@ void inHost(const PropertyList::Dictionary& info, const std::function<void(const
   const TemporaryDirectory root;
   const Host host = writeHost(root.path(), info, infoPlistStrings);
   const fs::path executable = host.bundle / "Contents/Linux/Host";
-  putExecutable(executable);
-  setenv(rootVariable, root.path().c_str(), 1);
-  setenv(bodyVariable, number.c_str(), 1);
-  const fs::path output = root.path() / "output";
-  const int status = runAndWait(executable, {"--gtest_filter=" + name, "--gtest_color=no"}, output);
-  unsetenv(rootVariable);
-  unsetenv(bodyVariable);
+  putOwnExecutable(executable);
+  Environment environment = ownEnvironment();
+  environment[rootVariable] = root.path();
+  environment[bodyVariable] = number;
+  ChildProcess process({executable, "--gtest_filter=" + name, "--gtest_color=no"},
+                       {.environment = environment});
+  const int status = process.wait(longPatience);
   if (status != 0 || !fs::exists(root.path() / "ran")) {
     ADD_FAILURE() << "body " << number << " ended with status " << status << ":\n"
-                  << readFile(output);
+                  << joined(process.outputToItsEnd()) << joined(process.logToItsEnd());
   }
 }
 
@@ -169,54 +138,32 @@ std::function<void(const Host&)> afterEarlierStarts(const std::function<void(con
   };
 }
 
-RunningProcess::~RunningProcess() { end(); }
+namespace {
 
-void RunningProcess::start(std::vector<std::string> arguments) {
-  std::array<int, 2> input{};
-  std::array<int, 2> output{};
-  if (pipe2(input.data(), O_CLOEXEC) != 0 || pipe2(output.data(), O_CLOEXEC) != 0) {
-    throw std::runtime_error("no pipe");
-  }
-  input_ = input[1];
-  std::vector<char*> pointers;
-  for (std::string& argument : arguments) pointers.push_back(argument.data());
-  pointers.push_back(nullptr);
-  posix_spawn_file_actions_t actions;
-  posix_spawn_file_actions_init(&actions);
-  posix_spawn_file_actions_adddup2(&actions, input[0], STDIN_FILENO);
-  posix_spawn_file_actions_adddup2(&actions, output[1], STDOUT_FILENO);
-  const int error =
-      posix_spawn(&processID_, pointers[0], &actions, nullptr, pointers.data(), environ);
-  posix_spawn_file_actions_destroy(&actions);
-  close(input[0]);
-  close(output[1]);
-  // The call above returns before the kernel shows the new program everywhere.
-  char ready = 0;
-  const bool runs = error == 0 && read(output[0], &ready, 1) == 1;
-  close(output[0]);
-  if (!runs) throw std::runtime_error("the program does not start");
-}
-
-void RunningProcess::end() {
-  if (processID_ == 0) return;
-  close(input_);
-  while (waitpid(processID_, nullptr, 0) < 0) {
-  }
-  processID_ = 0;
-}
-
-RunningApplication::RunningApplication(const fs::path& bundle,
-                                       const PropertyList::Dictionary& info) {
+fs::path makeApplication(const fs::path& bundle, const PropertyList::Dictionary& info) {
   writeBundle(bundle, info);
   const fs::path executable = bundle / "Contents/Linux/Application";
-  putExecutable(executable);
-  start({executable, argument});
+  putOwnExecutable(executable);
+  return executable;
 }
 
-RunningDaemon::RunningDaemon(const std::string& name) {
-  const fs::path path = directory_.path() / name;
+fs::path makeDaemon(const fs::path& path) {
   fs::create_symlink("/bin/sh", path);
-  start({path, "-c", "echo; read line"});
+  return path;
+}
+
+}  // namespace
+
+// The first line comes after exec(), when the kernel shows the new program everywhere.
+RunningApplication::RunningApplication(const fs::path& bundle, const PropertyList::Dictionary& info)
+    : process_({makeApplication(bundle, info), argument}, {.environment = ownEnvironment()}) {
+  process_.firstLine();
+}
+
+RunningDaemon::RunningDaemon(const std::string& name)
+    : process_({makeDaemon(directory_.path() / name), "-c", "echo; read line"},
+               {.environment = ownEnvironment()}) {
+  process_.firstLine();
 }
 
 }  // namespace qbdkr::test

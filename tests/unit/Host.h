@@ -11,6 +11,7 @@
 #include <ClientComm/Bundle.h>
 #include <ClientComm/PropertyList.h>
 
+#include "support/ChildProcess.h"
 #include "support/Environment.h"
 
 namespace qbdkr::test {
@@ -65,41 +66,28 @@ void enterPrivateHome();
 // Writes a bundle with this information dictionary and nothing else.
 void writeBundle(const std::filesystem::path& bundle, const PropertyList::Dictionary& info);
 
-// A process that runs, and is known to be what it was started as, until it is destroyed.
-class RunningProcess {
- public:
-  RunningProcess(const RunningProcess&) = delete;
-  RunningProcess& operator=(const RunningProcess&) = delete;
-  ~RunningProcess();
-
-  [[nodiscard]] pid_t processID() const { return processID_; }
-  void end();
-
- protected:
-  RunningProcess() = default;
-  // The program says something on its standard output when it runs, and ends with its input.
-  void start(std::vector<std::string> arguments);
-
- private:
-  pid_t processID_ = 0;
-  int input_ = -1;
-};
-
-// An application: a process from a bundle, which is made for it.
-class RunningApplication : public RunningProcess {
+// An application: a process from a bundle that is made for it, running until it is destroyed.
+class RunningApplication {
  public:
   static constexpr const char* argument = "--wait-for-end-of-input";
 
   RunningApplication(const std::filesystem::path& bundle, const PropertyList::Dictionary& info);
+  [[nodiscard]] pid_t processID() const { return process_.processID(); }
+  void end() { process_.finish(); }
+
+ private:
+  ChildProcess process_;
 };
 
 // A process outside any bundle, under a command name.
-class RunningDaemon : public RunningProcess {
+class RunningDaemon {
  public:
   explicit RunningDaemon(const std::string& name);
+  [[nodiscard]] pid_t processID() const { return process_.processID(); }
 
  private:
   TemporaryDirectory directory_;
+  ChildProcess process_;
 };
 
 }  // namespace qbdkr::test

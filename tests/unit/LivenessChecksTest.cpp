@@ -15,11 +15,11 @@
 #include "HeldThreads.h"
 #include "ProductClient/DetachedThread.h"
 #include "ProductClient/LivenessChecks.h"
+#include "support/Patience.h"
 
 namespace qbdkr::test {
 namespace {
 
-constexpr std::chrono::seconds patience(20);
 constexpr unsigned limit = LivenessChecks::mostAtOnce;
 
 // Checks with threads that the test runs.

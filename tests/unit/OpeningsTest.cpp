@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Platform/Workspace/Openings.h"
+#include "support/Patience.h"
 #include "support/WatchedThread.h"
 
 namespace qbdkr::test {
@@ -21,7 +22,6 @@ namespace {
 using Clock = Openings::Clock;
 using Outcome = Openings::Outcome;
 
-constexpr std::chrono::seconds patience(20);
 const std::string path = "/one.app";
 
 Clock::time_point never() { return Clock::now() + patience; }
