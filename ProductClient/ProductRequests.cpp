@@ -10,13 +10,13 @@ void ProductRequests::setProduct(ProductIdentity product) {
   product_ = std::move(product);
 }
 
-ProductIdentity ProductRequests::product(const ProductRequests& requests) {
-  const std::lock_guard lock(requests.mutex_);
-  return requests.product_;
+ProductIdentity ProductRequests::product() const {
+  const std::lock_guard lock(mutex_);
+  return product_;
 }
 
-ProductIdentity ProductRequests::productOfData(const ProductRequests& requests) {
-  return {requests.records_.collectDataPID(), product(requests).version};
+ProductIdentity ProductRequests::productOfData() const {
+  return {records_.collectDataPID(), product().version};
 }
 
 }  // namespace qbdkr

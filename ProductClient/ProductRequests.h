@@ -27,34 +27,31 @@ class ProductRequests {
   // The status of a request that does not wait.
   template <class Method, class... Arguments>
   OSErr post(Method method, const Arguments&... arguments) const {
-    return request(product, paramErr, method, arguments...);
+    return paramErrWithoutMemory([&] { return request(product(), method, arguments...); });
   }
 
   // The same for the product under which usage data is collected. Reads the settings.
   template <class Method, class... Arguments>
   OSErr postForData(Method method, const Arguments&... arguments) const {
-    return request(productOfData, paramErr, method, arguments...);
+    return paramErrWithoutMemory([&] { return request(productOfData(), method, arguments...); });
   }
 
   // The answer to a request, for which it waits.
   template <class Method>
   [[nodiscard]] String ask(Method method) const {
-    return request(product, String(), method);
+    return withoutMemory(String(), [&] { return request(product(), method); });
   }
 
  private:
-  using Identity = ProductIdentity(const ProductRequests&);
-  static ProductIdentity product(const ProductRequests& requests);
-  static ProductIdentity productOfData(const ProductRequests& requests);
+  [[nodiscard]] ProductIdentity product() const;
+  [[nodiscard]] ProductIdentity productOfData() const;
 
   template <class Result, class Service, class... Parameters, class... Arguments>
-  Result request(Identity& identity, Result withoutAnyMemory,
-                 Result (Service::*method)(Text, Text, Parameters...),
-                 const Arguments&... arguments) const {
-    return withoutMemory(withoutAnyMemory, [&]() -> Result {
-      const auto [identifier, version] = identity(*this);
-      return (Service::share().*method)(view(identifier), view(version), arguments...);
-    });
+  static Result request(const ProductIdentity& identity,
+                        Result (Service::*method)(Text, Text, Parameters...),
+                        const Arguments&... arguments) {
+    return (Service::share().*method)(view(identity.identifier), view(identity.version),
+                                      arguments...);
   }
 
   StartRecords& records_;
