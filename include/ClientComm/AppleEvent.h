@@ -74,9 +74,9 @@ class QBDKR_EXPORT AppleEventDescriptor {
   // or the index is further out.
   bool insertDescriptor(AppleEventDescriptor&& item, std::size_t index);
 
-  // Converts this value to its own type, or the ID of a process ('kpid') to its serial number ('psn
-  // ', 8 bytes). Absent for every other type, which RPC events do not need, and for an ID without a
-  // serial number.
+  // Converts this value to its own type, or the ID of a process ('kpid') to the 8 bytes of its
+  // serial number ('psn '). Absent for every other type, which RPC events do not need, and for an
+  // ID without a serial number.
   [[nodiscard]] std::optional<AppleEventDescriptor> coerceToDescriptorType(FourCharCode type) const;
 
   bool operator==(const AppleEventDescriptor&) const = default;

@@ -11,9 +11,10 @@ namespace qbdkr {
 // Makes an object of a service class.
 using ClassMaker = std::unique_ptr<QBHPAppEventBase> (*)();
 
-// Makes a class known by its name, so that an RPC event that names it gets an object although none
-// is registered. The service classes of this library are known from the start, and in a host the
-// communicator; a helper agent adds its own, or replaces one of the same name. Any thread.
+// Registers a class by its name: an RPC event that names it is dispatched to a new object if no
+// object has that name. The service classes of this library are registered from the start, in a
+// host the communicator's name as well. A helper agent adds its own, or replaces one of the same
+// name. Any thread; does not wait.
 QBDKR_EXPORT void registerClass(std::string_view className, ClassMaker maker);
 
 template <class Service>
@@ -22,7 +23,8 @@ void registerClass() {
                 []() -> std::unique_ptr<QBHPAppEventBase> { return std::make_unique<Service>(); });
 }
 
-// An object of the class of that name; null when there is no such class. Any thread.
+// Makes an object of a registered class; null if the class is unknown. Any thread; throws and
+// blocks as the class's constructor does.
 [[nodiscard]] QBDKR_EXPORT std::unique_ptr<QBHPAppEventBase> makeObject(std::string_view className);
 
 }  // namespace qbdkr

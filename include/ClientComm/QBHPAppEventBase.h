@@ -17,15 +17,15 @@ namespace qbdkr {
 
 class QBHPAppEventBase;
 
-// One entry of a class's table of methods that can be called by name.
+// Describes one method that can be called by name.
 struct Method {
   Selector selector;
   std::size_t arity = 0;
   String (*invoke)(QBHPAppEventBase& object, std::span<const Text> arguments) = nullptr;
 };
 
-// Base of every service class: calls its methods by name with text arguments, and knows which
-// applications have sent RPC events to this process.
+// The base of every service class. Calls its methods by name with text arguments, and records the
+// applications that sent RPC events to this process.
 class QBDKR_EXPORT QBHPAppEventBase {
  public:
   QBHPAppEventBase();
@@ -33,35 +33,34 @@ class QBDKR_EXPORT QBHPAppEventBase {
   QBHPAppEventBase& operator=(const QBHPAppEventBase&) = delete;
   virtual ~QBHPAppEventBase();
 
-  // The name under which RPC events reach this class and are sent by it.
+  // Returns the class name in the RPC events to and from this class.
   [[nodiscard]] virtual std::string_view className() const = 0;
 
-  // The bundle identifiers of the applications from which an RPC event was dispatched, to any
-  // service of this process, since it started: of the first 4,096. Any thread.
+  // Returns the bundle identifiers of the first 4,096 applications from which this process
+  // dispatched an RPC event, to any of its services. Any thread.
   [[nodiscard]] std::set<std::string> bundleIDSet() const;
 
   // Records the sender of the event that is dispatched next, unless 4,096 others are recorded
-  // already; the event is dispatched all the same. Throws InvalidArgumentException if the sender is
-  // absent, and the event is then not dispatched. A helper agent may override it to learn whom to
-  // answer. Called on the main thread; any thread may call it.
+  // already. Throws InvalidArgumentException if the sender is absent: the event is then not
+  // dispatched. A helper agent may override it to learn the application to answer. The dispatcher
+  // calls it on the main thread; any thread may.
   virtual void setBundleID(Text bundleID);
 
-  // Calls the method of that full name. Missing arguments are passed as absent; more than the
-  // method takes throw InvalidArgumentException. Returns the text that the method returned: absent
-  // for a method that returns a status, and where this object has no such method. Runs on the
-  // calling thread, and blocks as the method does. A helper agent may override it to see every
-  // request of a class in one place.
+  // Calls a method by its full name, and returns its text: absent if the method returns a status,
+  // or is unknown. Passes missing arguments as absent. Throws InvalidArgumentException for more
+  // arguments than the method takes. Runs on the calling thread; blocks and throws as the method
+  // does. A helper agent may override it to see every request of a class in one place.
   virtual String performSelector(std::string_view selector, std::span<const Text> objects);
 
  protected:
-  // The methods that can be called by name: static, and the same for all objects of a class. None
-  // by default.
+  // Returns the methods that can be called by name: a static table, the same for all objects of a
+  // class. Empty by default.
   [[nodiscard]] virtual std::span<const Method> methods() const { return {}; }
 };
 
 namespace detail {
 
-// Calls a member function with the arguments there are, the missing ones absent.
+// Calls a member function. Missing arguments are absent.
 template <auto Member, std::size_t... I>
 String invoke(QBHPAppEventBase& object, std::span<const Text> arguments,
               std::index_sequence<I...> /*parameters*/) {
@@ -83,8 +82,8 @@ String invoke(QBHPAppEventBase& object, std::span<const Text> arguments,
 
 }  // namespace detail
 
-// The table entry of a member function whose parameters are texts and whose result is a text, a
-// status or nothing.
+// Makes the table entry of a member function that takes texts, and returns a text, a status or
+// nothing.
 template <auto Member>
 consteval Method method(Selector selector) {
   constexpr std::size_t arity = detail::MemberFunction<decltype(Member)>::arity;

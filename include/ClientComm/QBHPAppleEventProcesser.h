@@ -17,41 +17,46 @@ namespace qbdkr {
 
 struct RPCEvent;
 
-// Receives every RPC event of the process, on the main run loop, and calls the method that it names
-// on the object that is registered under its class name. If none is registered but the class is
-// known (ClassRegistry.h), an object is made, and kept. Methods never overlap: each runs under a
-// lock of this object, and may itself send requests.
+// Receives every RPC event of the process on the main run loop, and calls the named method on the
+// object registered under the class name. Without such an object it makes one of a known class
+// (ClassRegistry.h), and keeps it. Methods run under a lock of this object, one thread at a time,
+// and may themselves send requests.
 //
-// Only events of an application with a bundle identifier are dispatched. An unknown class, or an
-// event that names none, is logged. An unknown method, too many arguments and an exception are not
-// logged. All of them give a reply without a result.
+// Only events of an application with a bundle identifier are dispatched. A missing or unknown class
+// is logged; an unknown method, too many arguments and an exception of a method are not. All of
+// them give a reply without a result. If a class's constructor throws, the platform answers with an
+// error.
 class QBDKR_EXPORT QBHPAppleEventProcesser {
  public:
-  // The dispatcher of this process; made on first use, which installs it, and never destroyed.
+  // Returns the dispatcher of this process, made and installed on first use, never destroyed. Any
+  // thread. Throws as RunLoop::main() does; a later call then tries again.
   static QBHPAppleEventProcesser& share();
 
+  // Installs itself, and removes the handler on destruction.
   QBHPAppleEventProcesser();
   QBHPAppleEventProcesser(const QBHPAppleEventProcesser&) = delete;
   QBHPAppleEventProcesser& operator=(const QBHPAppleEventProcesser&) = delete;
   ~QBHPAppleEventProcesser();
 
-  // Installs and removes this object as the process's handler of RPC events. Any thread, at once.
+  // Install this object as the process's handler of RPC events, and remove the handler. Any thread;
+  // do not wait.
   void regist();
   void unRegist();
 
-  // Registers an object under a class name, and replaces one that is there. Events may reach the
-  // object from then on, so a constructor that registers does so last. Any thread, at once.
+  // Registers an object under a class name. It replaces an earlier one, unless the dispatcher is
+  // making it for an event. Events may reach the object at once, so a constructor registers last.
+  // Any thread; does not wait.
   void setObjectforKeyToMapTable(QBHPAppEventBase& object, std::string_view forKey);
 
-  // Removes the entry of a class name. Any thread, at once: a method of the object that runs on the
-  // main thread is not waited for, because that may itself wait for the thread that removes. An
-  // object is therefore destroyed on the main thread, or while no event can come for it.
+  // Removes the entry of a class name. Any thread. Does not wait for a method that runs on the main
+  // thread, because that may wait for the calling thread. Destroy an object on the main thread, or
+  // while no event can come for it.
   void removeObjectforKeyToMapTable(std::string_view className);
 
-  // Handles one event in its form on macOS, whose sender the system vouches for, and stores a
-  // result in the reply. A name that is missing or not text counts as absent, and a missing list
-  // has no arguments. Only an argument that is not text throws InvalidArgumentException, before
-  // anything is called; the platform answers it. Blocks as the method does.
+  // Handles one event in its form on macOS, and stores a result in the reply. Takes the sender from
+  // the address in the event. A name that is missing or not text counts as absent, a missing list
+  // as empty. Throws InvalidArgumentException, before it calls anything, if an argument is not
+  // text. Runs on the calling thread; blocks as the method does.
   void process(const AppleEvent& event, AppleEvent& withReplyEvent);
 
  private:
@@ -62,7 +67,7 @@ class QBDKR_EXPORT QBHPAppleEventProcesser {
 
   std::mutex mapMutex_;
   std::map<std::string, QBHPAppEventBase*, std::less<>> mapTable_;
-  std::vector<std::unique_ptr<QBHPAppEventBase>> made_;  // as long as this object
+  std::vector<std::unique_ptr<QBHPAppEventBase>> made_;  // kept as long as this object
   std::recursive_mutex dispatching_;
 };
 

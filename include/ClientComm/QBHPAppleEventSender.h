@@ -19,52 +19,55 @@ using Arguments = std::span<const std::string_view>;
 // Builds and sends RPC events: a class name, a full method name and text arguments, to an
 // application named by its bundle identifier.
 //
-// All send operations run on the calling thread, any thread, and return the transport's status
-// unchanged: 0 when the event was posted or answered; procNotFound when the target is not running
-// or the identifier is missing; connectionInvalid without a bus, or when the peer went away;
-// errAEEventNotHandled, errAEEventNotPermitted, errAETimeout as the transport says; paramErr, and
-// nothing is sent, for a text that is not UTF-8 or holds a NUL, and for an identifier that names no
-// possible target; paramErr also if there is no memory for the event or for its answer. They log
-// nothing, retry nothing and throw nothing.
+// Every send runs on the calling thread; any thread. It throws nothing, retries nothing, and
+// returns the transport's status:
+//   0                       posted, or answered
+//   procNotFound            the target is not running, or the identifier is missing
+//   connectionInvalid       no bus, or the peer went away during the call
+//   errAEEventNotHandled    the target takes no RPC events, or answered with an error or too much
+//   errAEEventNotPermitted  the bus or the user refuses, or the target is not the installed copy
+//   errAETimeout            a time-out of the bus
+//   paramErr                nothing was sent: a text that is not UTF-8 or holds a NUL, an event
+//                           beyond the bounds, an invalid target identifier; or no memory for the
+//                           event or its answer
 class QBDKR_EXPORT QBHPAppleEventSender {
  public:
-  // The sender of this process; made on first use, never destroyed.
+  // Returns the sender of this process, made on first use, never destroyed. Any thread.
   static QBHPAppleEventSender& share();
 
-  // Reads the helper agent's identifier from the main bundle's "Helper Bundle indentifiter", once,
-  // and whether its requests are for the installed copy alone ("Helper must be installed copy").
-  // Then a process that owns the helper agent's name but runs from elsewhere gets no event, and the
-  // status is errAEEventNotPermitted.
+  // Reads two keys of the main bundle, once: the helper agent's identifier, "Helper Bundle
+  // indentifiter", and "Helper must be installed copy". With that one, a process that owns the
+  // helper agent's name but runs from elsewhere gets no event (Linux).
   QBHPAppleEventSender();
 
-  // Posts an event to an application without waiting for it. Only a bus that is itself stuck makes
-  // it wait, some seconds at most.
+  // Posts an event to an application, and does not wait for it. A stuck bus blocks the call, 5 s at
+  // most at a time.
   OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args);
 
-  // Sends an event to an application and waits for its reply, without limit. The result is always
-  // written: the reply's text, or absent. An empty text is absent as well.
+  // Sends an event to an application and waits for its reply, without limit. Always sets the
+  // result: the reply's text; absent if that is empty or missing.
   OSErr sendEvnet(Text bundleID, Text className, Text selectName, Arguments args, String& result);
 
-  // The same two, to the helper agent.
+  // Do the same for the helper agent.
   OSErr sendEvnet(Text className, Text selectName, Arguments args);
   OSErr sendEvnet(Text className, Text selectName, Arguments args, String& result);
 
-  // Builds the Apple event that such a request is on macOS, and sends nothing.
+  // Builds the Apple event of such a request on macOS, and sends nothing.
   [[nodiscard]] AppleEvent createEvnet(Text bundleID, Text className, Text selectName,
                                        Arguments args) const;
 
-  // The bundle identifier of the helper agent; absent when the host names none.
+  // Returns the bundle identifier of the helper agent; absent if the host names none.
   [[nodiscard]] const String& helperBundleID() const { return helperBundleID_; }
 
  protected:
-  // Of another host, for a test.
+  // Sends for another host, in a test.
   explicit QBHPAppleEventSender(const HostConfiguration& host);
 
  private:
   [[nodiscard]] RPCTarget target(Text bundleID) const;
 
   String helperBundleID_;
-  String requiredPlace_;  // of the helper agent's executable; absent: anywhere
+  String requiredPlace_;  // directory of the helper agent's executable; absent: any
 };
 
 }  // namespace qbdkr

@@ -10,19 +10,21 @@
 
 namespace qbdkr {
 
-// Asks the helper agent to open a customer-service request, and to look for messages meant for the
-// product. Both post and return at once: 0, or what QBHPAppleEventSender lists. Any thread.
+// Asks the helper agent to open a customer-service request, and to look for messages for the
+// product. Both calls post their request and return at once, with a status of QBHPAppleEventSender.
+// Any thread.
 class QBDKR_EXPORT QBHPCustomerServiceByHelepr : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPCustomerServiceByHelepr";
 
   static QBHPCustomerServiceByHelepr& share();
 
-  // The attachment is the path of a file.
+  // Opens a request. The attachment is the path of a file, passed on unchecked.
   OSErr customerService(Text productID, Text versionID, Text email, Text attachment);
   static constexpr auto kCustomerService = selector<&QBHPCustomerServiceByHelepr::customerService>(
       "customerService:versionID:email:attachment:");
 
+  // Lets the helper agent show new messages.
   OSErr checkForHeleprMessage(Text productID, Text versionID);
   static constexpr auto kCheckForHeleprMessage =
       selector<&QBHPCustomerServiceByHelepr::checkForHeleprMessage>(

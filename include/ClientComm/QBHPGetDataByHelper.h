@@ -9,22 +9,22 @@
 
 namespace qbdkr {
 
-// Asks the helper agent for what only it knows. It has no state: one object is as good as another.
-// The queries block the calling thread until the helper agent answers, without limit, and return at
-// once when it is not there. Any thread.
+// Asks the helper agent for values that only it knows. Objects have no state. A query blocks the
+// calling thread until the helper agent answers or goes away, without limit, and returns at once if
+// it is not running. It throws nothing. Any thread.
 class QBDKR_EXPORT QBHPGetDataByHelper : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPGetDataByHelper";
 
   static QBHPGetDataByHelper& share();
 
-  // The client identifier of this installation, as the helper agent gives it; absent without
-  // answer.
+  // Returns the client identifier of this installation; absent if the answer is empty or missing.
   String clientIDFormHelper();
   static constexpr auto kClientIDFormHelper =
       selector<&QBHPGetDataByHelper::clientIDFormHelper>("clientIDFormHelper");
 
-  // Whether this is not the first start, as the helper agent says it; absent without answer.
+  // Returns whether this is not the first start, in the helper agent's words; absent if the answer
+  // is empty or missing.
   String isNotFirstStart();
   static constexpr auto kIsNotFirstStart =
       selector<&QBHPGetDataByHelper::isNotFirstStart>("isNotFirstStart");

@@ -13,9 +13,9 @@
 
 namespace qbdkr {
 
-// Receives the helper agent's reports. A delegate is taken away and destroyed on the main thread,
-// or while no report can come. Each report is an interface of its own below: a delegate implements
-// those it wants to be told of. Called on the main thread, under the dispatcher's lock.
+// Receives the helper agent's reports, on the main thread, under the dispatcher's lock. A delegate
+// implements the interfaces below for the reports it wants. Remove and destroy a delegate on the
+// main thread, or while no report can come.
 class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
  public:
   virtual ~QBHPHelperControlCallBackDelegate();
@@ -23,39 +23,39 @@ class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
 
 class QBDKR_EXPORT QBHPWillHelperExitDelegate : public virtual QBHPHelperControlCallBackDelegate {
  public:
-  // The helper agent announced that it is exiting.
+  // Called when the helper agent announces its exit.
   virtual void willHelperExit() = 0;
 };
 
 class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
     : public virtual QBHPHelperControlCallBackDelegate {
  public:
-  // The helper agent told whether its server side is open. The error is null when there is none,
-  // and lives as long as the call.
+  // Called when the helper agent reports whether its server side is open. The error is null if the
+  // report has no error code, and lives as long as the call.
   virtual void didCheckServerOpen(bool open, const Error* error) = 0;
 };
 
-// Tells the helper agent to start, stop, show, hide or exit, asks whether it is there, and passes
+// Tells the helper agent to start, stop, show, hide or exit, asks whether it is alive, and passes
 // its reports on to a delegate.
 //
-// Requests take a product identifier and a product version, return the status of the send at once
-// and may be made on any thread.
+// Requests take a product identifier and a product version. They post and return at once, with a
+// status of QBHPAppleEventSender. Any thread.
 class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPHelperControl";
 
-  // The control of this process; made on first use, which makes the process reachable for reports,
-  // and never destroyed.
+  // Returns the control of this process, made on first use, never destroyed. The first use installs
+  // the dispatcher, and throws as QBHPAppleEventProcesser::share() does. Any thread.
   static QBHPHelperControl& share();
 
-  // Registers the new object for reports, in the place of an earlier one. An object is destroyed on
-  // the main thread, or while no report can come.
+  // Registers the new object for reports, in the place of an earlier one. Destroy it on the main
+  // thread, or while no report can come.
   QBHPHelperControl();
   ~QBHPHelperControl() override;
 
-  // The delegate is not owned; null for none. Any thread. The communicator makes itself the
-  // delegate when it is made: set another one after that, and let it pass the reports on to the
-  // communicator, which otherwise does not act on them.
+  // Sets and returns the delegate, which is not owned; null removes it. Any thread. The
+  // communicator makes itself the delegate when it is made: set another one after that, and let it
+  // pass the reports on to the communicator, which otherwise does not act on them.
   void setHelperCtrlDelegate(QBHPHelperControlCallBackDelegate* delegate);
   [[nodiscard]] QBHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
 
@@ -71,7 +71,7 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   OSErr hide(Text productID, Text prodeuctVersion);
   static constexpr auto kHide = selector<&QBHPHelperControl::hide>("hide:prodeuctVersion:");
 
-  // 0 says that the helper agent can be reached.
+  // Asks for a sign of life: status 0 means that the helper agent can be reached.
   OSErr isAlive(Text productID, Text prodeuctVersion);
   static constexpr auto kIsAlive =
       selector<&QBHPHelperControl::isAlive>("isAlive:prodeuctVersion:");
@@ -80,8 +80,9 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   static constexpr auto kExitHelper =
       selector<&QBHPHelperControl::exitHelper>("exitHelper:productVersion:");
 
-  // Reports, called by name. What the first argument stands for is the helper agent's affair; the
-  // flag is read by boolValue(), and a code whose intValue() is not 0 makes an error of both.
+  // Receive the reports, which call these by name. The first argument is only logged. boolValue()
+  // reads the flag. A code whose intValue() is not 0 makes an error with the message; throws
+  // InvalidArgumentException if the message is then absent and a delegate wants the report.
   OSErr helperExitNotify(Text text);
   static constexpr auto kHelperExitNotify =
       selector<&QBHPHelperControl::helperExitNotify>("helperExitNotify:");
@@ -90,9 +91,10 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   static constexpr auto kCheckServerOpenCallBack =
       selector<&QBHPHelperControl::checkServerOpenCallBack>("checkServerOpenCallBack::::");
 
-  // Copies the main bundle's "EnableAD", where it has one, into the first property list of its
-  // "Contents", also when nothing changes. False only when the file could not be read or written.
-  // Blocks for the file operations.
+  // Writes the main bundle's "EnableAD" to the first property list of its "Contents", even if that
+  // has the value already. Without the key or a property list it does nothing and returns true.
+  // False if the file cannot be read or written, or another writer holds it for 0.1 s. Blocks for
+  // the file operations. Any thread.
   bool saveEnableADToPlistFile();
 
   [[nodiscard]] std::string_view className() const override { return kClassName; }

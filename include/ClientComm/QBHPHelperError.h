@@ -10,7 +10,7 @@
 
 namespace qbdkr {
 
-// An error that the helper agent reported.
+// Holds an error that the helper agent reported.
 struct Error {
   std::string domain;
   std::int32_t code = 0;
@@ -21,14 +21,15 @@ inline constexpr const char* HelperCommunicateErrorDomain = "HelperCommunicateEr
 inline constexpr const char* HelperCommunicateErrorDescription =
     "HelperCommunicateErrorDescription";
 
+// Makes such errors. Any thread; does not block.
 class QBDKR_EXPORT QBHPHelperError {
  public:
-  // The error of domain HelperCommunicateErrorDomain whose code is the integer value of a text (0
-  // where it has none) and whose user information holds the description. Throws
-  // InvalidArgumentException when the description is absent.
+  // Returns an error of the domain HelperCommunicateErrorDomain. The intValue() of the text is its
+  // code; 0 if the text is absent. The user information holds the description. Throws
+  // InvalidArgumentException if the description is absent.
   [[nodiscard]] static Error errorWithCode(Text code, Text description);
 
-  // The error that a report carries: none when the integer value of its code is 0.
+  // Returns the error of a report, as errorWithCode() makes it; absent if its code is 0.
   [[nodiscard]] static std::optional<Error> reported(Text code, Text description);
 };
 

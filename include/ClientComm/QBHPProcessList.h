@@ -16,13 +16,14 @@ namespace qbdkr {
 
 struct FetchedProcessTable;
 
-// Fetches the kernel's table of all processes. The records are in memory from malloc, which the
-// caller frees with free(); null and a count of 0 when the table could not be had. Both addresses
-// must not be null, or the process ends with an assertion.
+// Fetches the kernel's table of all processes. The caller releases the records with free(). Null
+// and a count of 0 if the table cannot be read. Neither address may be null: an assertion would end
+// the process. Any thread; blocks for the system.
 QBDKR_EXPORT void GetBSDProcessList(ProcessRecord** procList, std::size_t* procCount);
 
-// What runs on this machine. It keeps nothing between calls, and every call walks the whole process
-// table: it is meant for rare use. Any thread.
+// Lists the processes of this machine. Each call reads the system's state anew; those without a
+// process ID read the whole process table and are meant for rare use. Any thread; blocks for the
+// system's files.
 class QBDKR_EXPORT QBHPProcessList {
  public:
   using Entry = std::map<std::string, std::string>;
@@ -31,20 +32,21 @@ class QBDKR_EXPORT QBHPProcessList {
 
   QBHPProcessList();
 
-  // One entry a process, in kernel order: "pname" is the name of its application or else its
-  // command name, "pid" its id and "uid" its effective user, in decimal. Empty when the table could
-  // not be had.
+  // Returns one entry per process, in kernel order: "pname" is the name of its application or else
+  // its command name, "pid" its ID and "uid" its effective user, in decimal. Empty if the table
+  // cannot be read.
   [[nodiscard]] std::vector<Entry> getBSDProcessList();
 
-  // The information dictionary of the application that a process runs; null when it runs none.
+  // Returns the information dictionary of the application that a process runs; null if it runs no
+  // application.
   [[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> infoForPID(int pid);
 
-  // Whether a process runs an application of exactly this bundle identifier. False without looking
-  // when an argument is absent; the path takes no further part.
+  // Tells whether any process runs an application with exactly this bundle identifier. False if an
+  // argument is absent; the path has no other effect.
   [[nodiscard]] bool applicationIsRunning(Text bundleIdentifier, Text bundlePath);
 
  protected:
-  // Over another table of processes, for a test.
+  // Reads another table of processes, in a test.
   explicit QBHPProcessList(std::function<FetchedProcessTable()> table);
 
  private:

@@ -8,11 +8,11 @@
 
 namespace qbdkr {
 
-// The helper agent's answer about the product's suite: a page, and the size to show it in. A plain
-// value that does not change.
+// Holds the helper agent's answer about the product's suite: a page, and the size to show it in. An
+// immutable plain value.
 class QBDKR_EXPORT QBHPSuiteInfo {
  public:
-  // The first argument is the page's URL; width and height are pixels.
+  // Makes a value. The first argument is the page's URL; width and height are pixels.
   [[nodiscard]] static QBHPSuiteInfo initWithDate(Text date, std::int32_t width,
                                                   std::int32_t height);
 
@@ -20,7 +20,7 @@ class QBDKR_EXPORT QBHPSuiteInfo {
   [[nodiscard]] std::int32_t width() const { return width_; }
   [[nodiscard]] std::int32_t height() const { return height_; }
 
-  // "url = ... width = ... height = ...", for logs.
+  // Returns "url = ... width = ... height = ...", for logs.
   [[nodiscard]] std::string description() const;
 
  private:

@@ -13,9 +13,9 @@
 
 namespace qbdkr {
 
-// Is asked whether the product is ready to be upgraded. A delegate that cannot answer derives from
-// this class alone; one that can implements the interface below. It is taken away and destroyed on
-// the main thread, or while no report can come.
+// The base of a delegate that is asked whether the product is ready to be upgraded. To answer, a
+// delegate implements the interface below. Remove and destroy it on the main thread, or while no
+// report can come.
 class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
  public:
   virtual ~QBHPProductUpgradeCallBackDelegate();
@@ -24,35 +24,37 @@ class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
 class QBDKR_EXPORT QBHPProductWillUpgradeDelegate
     : public virtual QBHPProductUpgradeCallBackDelegate {
  public:
-  // The helper agent asks; the answer is productReadyToUpgrade(), then or later. The error is null
-  // when there is none, and lives as long as the call. Called on the main thread, under the
-  // dispatcher's lock.
+  // Called when the helper agent asks; answer with productReadyToUpgrade(), at once or later. The
+  // error is null if the question has no error code, and lives as long as the call. Runs on the
+  // main thread, under the dispatcher's lock.
   virtual void productWillUpgrade(const Error* error) = 0;
 };
 
-// The conversation about an upgrade of the product. The helper agent asks whether it is ready; a
-// question that comes while an earlier one is not answered is answered with "ignore".
+// Exchanges messages about an upgrade of the product. The helper agent asks whether it is ready. A
+// question that arrives before the previous one is answered gets the answer "ignore".
 //
-// Requests post and return at once: 0, or what QBHPAppleEventSender lists. Any thread.
+// Requests post and return at once, with a status of QBHPAppleEventSender. Any thread.
 class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPUpgradeByHelper";
 
+  // Returns the service of this process, as QBHPHelperControl::share() does.
   static QBHPUpgradeByHelper& share();
 
-  // Registers the new object for reports, in the place of an earlier one. An object is destroyed on
-  // the main thread, or while no report can come.
+  // Registers the new object for reports, in the place of an earlier one. Destroy it on the main
+  // thread, or while no report can come.
   QBHPUpgradeByHelper();
   ~QBHPUpgradeByHelper() override;
 
-  // The delegate is not owned; null for none. Any thread.
+  // Sets and returns the delegate, which is not owned; null removes it. Any thread.
   void setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate);
   [[nodiscard]] QBHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const;
 
-  // Whether the last question was answered, or none was asked yet.
+  // False while a question that the delegate got is unanswered. Any thread.
   [[nodiscard]] bool isUpgradeQueryResopned() const { return isUpgradeQueryResopned_; }
 
-  // Answers the question, whether or not the answer can be sent: "1", "0" or "ignore".
+  // Answers the question with "1", "0" or "ignore". It then counts as answered, even if the answer
+  // cannot be sent.
   OSErr productReadyToUpgrade(Text productID, Text versionID, Text ready);
   static constexpr auto kProductReadyToUpgrade =
       selector<&QBHPUpgradeByHelper::productReadyToUpgrade>(
@@ -63,7 +65,8 @@ class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
   static constexpr auto kProductUpgrade =
       selector<&QBHPUpgradeByHelper::productUpgrade>("productUpgrade:versionID:");
 
-  // The question, called by name. The first two texts are the helper agent's affair.
+  // Receives the question, which calls this by name. The first two texts are only logged; code and
+  // message make an error as in QBHPHelperControl.
   OSErr productUpgradeCallBack(Text first, Text second, Text errorCode, Text errorMessage);
   static constexpr auto kProductUpgradeCallBack =
       selector<&QBHPUpgradeByHelper::productUpgradeCallBack>("productUpgradeCallBack::::");

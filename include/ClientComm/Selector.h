@@ -27,9 +27,9 @@ struct MemberFunction<Result (Class::*)(Parameters...) const>
 
 }  // namespace detail
 
-// The full name of a method, as it travels between processes and into the log. Written once, beside
-// the member function that it names. If its colons are not as many as the parameters it does not
-// compile. Its words are not compared with anything: the peer decides how they are spelled.
+// Holds the full name of a method, as it is sent and logged. Written once, beside the member
+// function that it names. Compiles only if it has one colon per parameter. Its words are not
+// checked: the peer decides how they are spelled.
 class Selector {
  public:
   template <auto Member>

@@ -9,36 +9,39 @@
 
 namespace qbdkr {
 
-// The face of the framework. A host calls share() once, on the thread whose run loop is to tick,
-// and from then on the helper agent is installed, launched and kept alive.
+// The facade of the framework. A host calls share() once, on the thread whose run loop is to run
+// the timer. From then on the helper agent is installed, launched and kept alive.
 //
-// The first share() must not race with another one. All other calls may be made on any thread.
+// The first share() must not race with another one. Call every other member on any thread.
 class QBDKR_EXPORT QBHPHelper {
  public:
-  // The facade of this process; made on first use, never destroyed. Installation and launch go on
-  // in the background; the first call writes a few settings, and waits for another process that
-  // holds them 0.2 s at most. Throws std::runtime_error when there can be no run loop, for want of
-  // descriptors; a later call tries again.
+  // Returns the facade of this process, made on first use, never destroyed. Installs and launches
+  // in the background. The first call writes a few settings, and waits 0.2 s at most while others
+  // hold them. Throws std::runtime_error if no descriptors are left for a run loop; a later call
+  // tries again.
   static QBHPHelper& share();
 
-  // Fetches the communicator and starts a timer on the calling thread's run loop that checks every
-  // 60 s whether the helper agent is alive. A second object takes over: the first one's timer then
-  // ticks without effect.
+  // Gets the communicator, and starts a timer on the calling thread's run loop: every 60 s it
+  // checks whether the helper agent is alive. The timer of an earlier object then ticks without
+  // effect. Blocks and throws as share() does.
   QBHPHelper();
   QBHPHelper(const QBHPHelper&) = delete;
   QBHPHelper& operator=(const QBHPHelper&) = delete;
-  // Ends the timer that is in use.
+  // Ends the timer in use, that of the latest object.
   ~QBHPHelper();
 
-  // Records the time of the first start, once (blocks for that as share() does), and starts a
+  // Records the time of the first start once, waiting for the settings as share() does. Starts a
   // liveness check in the background.
   void startHelper();
 
-  // Sends the stop request. The timer goes on: the next tick starts a helper agent that still runs.
+  // Posts the stop request. The timer stays: its next tick starts a helper agent that still runs.
   void stopHelper();
 
-  // Forwarded to the communicator, which says more of each. Statuses are dropped where nothing is
-  // returned. These post their request and return.
+  // The members below forward to the communicator, which documents them. Those without a result
+  // drop the status.
+
+  // Post their request and return. The first one and the three collectors read the settings, as
+  // QBHPHelperCommunicate::collectDataPID() does.
   void directUploadData();
   void setProductCollectStatus(bool status);
   void customStringDataCollect(Text target, Text value);
@@ -46,26 +49,26 @@ class QBDKR_EXPORT QBHPHelper {
   void commIncreaseDataCollect(Text target, Text key);
   OSErr uploadProductFile(Text email, Text filePath, Text title, Text description);
 
-  // Forwarded as well. These block until the helper agent answers, without limit, and end when it
-  // goes away.
+  // Block until the helper agent answers or goes away, without limit.
   bool productCollectStatus();
   String netErrorPagePath();
-  // Both throw RangeException for an answer of one field or two: what the helper agent says
-  // decides, so a host catches it.
+  // Throw RangeException for an answer of one field or two. Catch it: the answer comes from another
+  // process.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();
 
-  // Forwarded, and answered here. They block for the file operations, and 0.2 s more at most while
-  // others write the same files: an identifier is then stored the next time, a switch is left as it
-  // is in a file that was not free. An absent or empty identifier is ignored.
+  // Work without the helper agent. Block for files, and 0.2 s more at most while others write them:
+  // an identifier is then stored the next time, and a switch keeps its value in a file that was not
+  // free. An absent or empty identifier is ignored.
   void setDataCollectPID(Text productID);
   void setTipsEnable(bool enable);
 
-  // What the timer calls. Any other timer than the one in use has no effect.
+  // Does what a tick of the given timer does: startHelper() if it is the timer in use, else
+  // nothing.
   void autoautoStartIntervaTimerMethod(const RunLoopTimer* timer);
 
  protected:
-  // Over another communicator, with its timer on another loop, for a test.
+  // Uses another communicator, with the timer on another loop, in a test.
   QBHPHelper(QBHPHelperCommunicate& communicator, RunLoop& loop);
 };
 
