@@ -2,7 +2,8 @@
 
 namespace qbdkr {
 
-// Defined here, so that each type has one identity across the libraries that throw and catch it.
+// Defines the destructors here: each type then has one identity in all libraries that throw or
+// catch it.
 RangeException::~RangeException() = default;
 UnrecognizedSelectorException::~UnrecognizedSelectorException() = default;
 InvalidArgumentException::~InvalidArgumentException() = default;

@@ -22,7 +22,7 @@ std::vector<std::string_view> texts(std::initializer_list<Text> arguments) {
 }  // namespace
 
 void logRequest(std::string_view format, Selector method, std::initializer_list<Text> arguments) {
-  // Without memory the request is still made, and refused for itself.
+  // If memory runs out here the request is still made; it then fails by itself.
   dropExceptions([&] {
     std::vector<Text> filled{method.text()};
     filled.insert(filled.end(), arguments);

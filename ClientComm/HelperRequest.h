@@ -10,23 +10,22 @@
 
 namespace qbdkr {
 
-// What every request of a service to the helper agent has in common: the class name of the service,
-// the method's own name, and its arguments in order, absent ones as "". They throw nothing: without
-// memory for its texts a request is refused with paramErr, or has no answer.
+// The functions below make a service's request to the helper agent: the class name of the service,
+// the full method name, and the arguments in order, absent ones as "". They throw nothing: without
+// memory for its texts a request returns paramErr, or has no answer. Any thread.
 
-// Writes the log line of a request: the method's name and the arguments as they were passed, filled
-// into the format.
+// Logs a request: fills the method's name and the arguments as passed into the format.
 void logRequest(std::string_view format, Selector method, std::initializer_list<Text> arguments);
 
-// Posts a request; the status of the send.
+// Posts a request, and returns the status of the send. Does not wait for the helper agent.
 OSErr postRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments);
 
-// The same, with a log line before.
+// Does the same after a log line.
 OSErr postRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments, std::string_view logFormat);
 
-// Sends a request and waits for the reply, without limit; absent when no text came back.
+// Sends a request and waits for the reply, without limit; absent if the reply is empty or missing.
 String askRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments);
 

@@ -8,9 +8,8 @@
 
 namespace qbdkr {
 
-// What a host's information dictionary says: of the product, and of the helper agent. Reads the
-// dictionary that the bundle holds in memory, and no file unless a call says so. A plain value;
-// usable from any thread.
+// Reads a host's configuration of the product and the helper agent from the information dictionary
+// of its bundle, which is in memory: no call blocks unless it says so. A plain value. Any thread.
 class QBDKR_EXPORT HostConfiguration {
  public:
   explicit HostConfiguration(Bundle host = Bundle::main());
@@ -20,14 +19,15 @@ class QBDKR_EXPORT HostConfiguration {
   [[nodiscard]] String productVersion() const;
 
   [[nodiscard]] String helperIdentifier() const;
-  // The helper agent's bundle among the host's resources; absent if it is missing. Blocks for the
-  // file system.
+  // Returns the path of the helper agent's bundle among the host's resources; absent if it is
+  // missing. Blocks for the file system.
   [[nodiscard]] String helperResource() const;
-  // The directory to install the helper agent into, without a leading "~".
+  // Returns the directory to install the helper agent into, a leading "~" expanded.
   [[nodiscard]] String installDirectory() const;
-  // The path of the installed copy; absent if its name or the directory is missing.
+  // Returns the path of the installed copy, there or not; absent if the configuration lacks its
+  // name or directory.
   [[nodiscard]] String installedHelper() const;
-  // Whether requests may reach the installed copy alone.
+  // Tells whether requests may reach only the installed copy.
   [[nodiscard]] bool requiresInstalledHelper() const;
 
  private:

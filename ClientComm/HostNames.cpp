@@ -12,7 +12,7 @@
 namespace qbdkr {
 namespace {
 
-// One of the parts between the dots, counted from 0.
+// Returns one of the parts between the dots, counted from 0.
 std::string part(std::string_view identifier, std::size_t index) {
   for (; index > 0; --index) {
     const auto dot = identifier.find('.');
@@ -42,7 +42,7 @@ String HostNames::helperName() {
   const std::lock_guard lock(mutex_);
   if (helperName_) return helperName_;
   const auto identifier = bundleIdentifier_();
-  // Without an identifier both parts read as an absent text does.
+  // Without an identifier both parts print as absent texts do.
   helperName_ =
       identifier ? lowercase(part(*identifier, 1) + ' ' + part(*identifier, 2)) : "(null) (null)";
   return helperName_;

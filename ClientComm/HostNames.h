@@ -7,14 +7,14 @@
 
 namespace qbdkr {
 
-// The names that a bundle identifier holds: com.MAKER.PRODUCT. Each is kept from the first call
-// that has a value. Any thread.
+// Reads the names in a bundle identifier, com.MAKER.PRODUCT, and caches each. Any thread.
 class HostNames {
  public:
-  // Gives the bundle identifier, absent if the host has none. Called until the names are kept.
+  // Takes a function that returns the bundle identifier; absent if the host has none. It is called
+  // until both names are cached.
   explicit HostNames(std::function<String()> bundleIdentifier);
 
-  // As QBHPConfig says.
+  // Return the names as QBHPConfig does.
   String brandName();
   String helperName();
 

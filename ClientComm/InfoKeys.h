@@ -2,7 +2,7 @@
 
 #include <string_view>
 
-// Keys of the host's information dictionary. Hosts in the field carry the misspelled ones.
+// The keys of the host's information dictionary. Existing hosts have the misspelled ones.
 namespace qbdkr::infokey {
 inline constexpr std::string_view helperBundleIdentifier = "Helper Bundle indentifiter";
 inline constexpr std::string_view heleprAppName = "Helepr App name";

@@ -9,7 +9,7 @@
 namespace qbdkr {
 
 // Returns the result of the call, or the given one if memory runs out. A text longer than any
-// memory raises length_error.
+// memory throws length_error.
 template <class Call>
 std::invoke_result_t<Call> withoutMemory(std::invoke_result_t<Call> otherwise, const Call& call) {
   try {
@@ -21,8 +21,8 @@ std::invoke_result_t<Call> withoutMemory(std::invoke_result_t<Call> otherwise, c
   }
 }
 
-// The status of a request; paramErr, as for any text that cannot be sent, if there is no memory for
-// it.
+// Returns the status of a request; paramErr, as for any text that cannot be sent, if memory runs
+// out.
 template <class Request>
 OSErr paramErrWithoutMemory(const Request& request) {
   return withoutMemory(paramErr, request);

@@ -9,10 +9,11 @@
 namespace qbdkr {
 namespace {
 
-// More than any user has applications; anyone can make up identifiers.
+// More identifiers than any user has applications. The limit exists because any process can invent
+// identifiers.
 constexpr std::size_t mostBundleIDs = 4096;
 
-// Shared by all services, and kept for the life of the process. It only grows.
+// Shared by all services, kept for the life of the process. Only grows.
 struct BundleIDs {
   std::mutex mutex;
   std::set<std::string> identifiers;

@@ -12,11 +12,11 @@
 namespace qbdkr {
 namespace {
 
-// The class of which this thread makes an object for an event; absent while it makes none.
+// The class of which this thread is making an object for an event.
 thread_local std::optional<std::string_view> classBeingMade;
 
-// Names the class for as long as it lives. What is made may dispatch events itself, and so make
-// objects of other classes meanwhile.
+// Sets that class, and restores the previous one: a constructor may dispatch events itself, and so
+// make an object of another class.
 class MakingOf {
  public:
   explicit MakingOf(std::string_view className) : before_(classBeingMade) {
@@ -51,8 +51,8 @@ void QBHPAppleEventProcesser::unRegist() { RPCTransport::shared().removeHandler(
 void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object,
                                                         std::string_view forKey) {
   const std::lock_guard lock(mapMutex_);
-  // An object that is made for an event must not push aside the singleton of its class that another
-  // thread has just registered. An object of any other class replaces what is there.
+  // An object made for an event must not replace the singleton of its class that another thread has
+  // just registered. Any other object replaces the entry.
   if (classBeingMade == forKey) {
     mapTable_.try_emplace(std::string(forKey), &object);
   } else {
@@ -61,7 +61,7 @@ void QBHPAppleEventProcesser::setObjectforKeyToMapTable(QBHPAppEventBase& object
 }
 
 void QBHPAppleEventProcesser::removeObjectforKeyToMapTable(std::string_view className) {
-  // Without the dispatcher's lock: the method that runs may wait for this thread.
+  // Does not take the lock of dispatching: a running method may wait for this thread.
   const std::lock_guard lock(mapMutex_);
   if (const auto entry = mapTable_.find(className); entry != mapTable_.end())
     mapTable_.erase(entry);
@@ -90,7 +90,7 @@ String QBHPAppleEventProcesser::reflection(Text className, Text method,
     const std::lock_guard lock(dispatching_);
     object->setBundleID(bundleID);
     return method ? object->performSelector(*method, parameter) : std::nullopt;
-  } catch (...) {  // whatever a method throws is its own affair; the sender gets no result
+  } catch (...) {  // the sender gets no result
     return std::nullopt;
   }
 }
@@ -99,14 +99,13 @@ QBHPAppEventBase* QBHPAppleEventProcesser::objectForClass(std::string_view class
   if (QBHPAppEventBase* registered = registeredObject(className)) return registered;
   std::unique_ptr<QBHPAppEventBase> made;
   {
-    // Without a lock: the object may register itself while it is made.
+    // Holds no lock: the constructor may register the object.
     const MakingOf making(className);
     made = makeObject(className);
   }
   if (!made) return nullptr;
   const std::lock_guard lock(mapMutex_);
-  // Kept in any case: an object takes the entry of its class along when it is destroyed, and that
-  // entry may be another object's.
+  // Kept in any case: the destructor removes the entry of its class, which may be another object's.
   made_.push_back(std::move(made));
   return mapTable_.try_emplace(std::string(className), made_.back().get()).first->second;
 }

@@ -18,7 +18,8 @@ RPCEvent rpcEvent(Text className, Text selectName, Arguments args) {
   return event;
 }
 
-// Absent if any place will do. Without a place to install to it is "", in which nothing lies.
+// Returns the directory that must contain the helper agent's executable: the installed copy. Absent
+// if any will do. If no copy is configured it is "", which contains no executable.
 String requiredPlaceOfHelper(const HostConfiguration& host) {
   if (!host.requiresInstalledHelper()) return std::nullopt;
   return host.installedHelper().value_or("");
@@ -60,7 +61,7 @@ OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text select
   return paramErrWithoutMemory([&] {
     auto answer =
         RPCTransport::shared().ask(target(bundleID), rpcEvent(className, selectName, args));
-    // The empty text is no result, over any transport: the bus has no other way to say so.
+    // The empty text counts as no result on every transport: the bus cannot send it differently.
     if (answer.result && !answer.result->empty()) result = std::move(answer.result);
     return answer.status;
   });

@@ -94,8 +94,8 @@ bool QBHPHelperControl::saveEnableADToPlistFile() {
                      SwitchWrite::always);
 }
 
-// Reports only: a request that is called from outside would make this process send, or wait, at the
-// will of another one.
+// Lists only reports. A request called from outside would let another process make this one send,
+// or wait.
 std::span<const Method> QBHPHelperControl::methods() const {
   static constexpr std::array table{
       method<&QBHPHelperControl::helperExitNotify>(kHelperExitNotify),

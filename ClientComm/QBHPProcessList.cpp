@@ -13,7 +13,7 @@
 namespace qbdkr {
 namespace {
 
-// Not the assert macro: the checks hold in every build.
+// Replaces the assert macro: the checks hold in every build.
 void require(bool condition, const char* text) {
   if (condition) return;
   std::fprintf(stderr, "Assertion failed: (%s), function GetBSDProcessList.\n", text);

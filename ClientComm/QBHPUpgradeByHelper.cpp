@@ -50,11 +50,11 @@ OSErr QBHPUpgradeByHelper::productUpgradeCallBack(Text first, Text second, Text 
   logRequest("%@ %@ %@ %@ %@", kProductUpgradeCallBack, {first, second, errorCode, errorMessage});
   if (!isUpgradeQueryResopned_) {
     log("last query not responsed yet!");
-    // The earlier question is still the host's to answer, maybe on another thread right now.
+    // The earlier question stays open: the host may be answering it on another thread right now.
     return answer("", "", "ignore");
   }
   auto* delegate = dynamic_cast<QBHPProductWillUpgradeDelegate*>(productUpgradeDelegate());
-  // Without a delegate nobody will answer, so the question does not count as open.
+  // Without such a delegate no answer will come, so the question does not count as open.
   if (delegate == nullptr) return noErr;
   const auto error = QBHPHelperError::reported(errorCode, errorMessage);
   isUpgradeQueryResopned_ = false;

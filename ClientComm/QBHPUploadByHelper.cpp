@@ -11,7 +11,7 @@ namespace {
 
 constexpr std::string_view uploadLogFormat = "%@ %@ %@ %@ %@ %@ %@ ";
 
-// What a type is called on the wire; a type that does not exist has no name.
+// Returns the name of a type in an RPC event; absent for an invalid type.
 Text codeOf(CollectionType type) {
   switch (type) {
     case CollectionType::commonCounter:

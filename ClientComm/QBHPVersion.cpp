@@ -11,7 +11,6 @@ namespace {
 
 int order(std::int64_t a, std::int64_t b) { return a < b ? -1 : (a > b ? 1 : 0); }
 
-// Letters rank below a dot, and a dot below a number.
 int rank(CharacterType type) {
   switch (type) {
     case CharacterType::other:
@@ -50,7 +49,7 @@ CharacterType typeOfCharacter(std::u16string_view string) {
 std::vector<std::u16string> splitVersionString(Text version) {
   const std::u16string units = utf16FromUTF8(version.value_or(""));
   std::vector<std::u16string> components;
-  auto previous = CharacterType::dot;  // so that the first character begins a component
+  auto previous = CharacterType::dot;  // the first character begins a component
   for (const char16_t unit : units) {
     const CharacterType type = typeOfCharacter({&unit, 1});
     if (type != previous || previous == CharacterType::dot) components.emplace_back();

@@ -17,8 +17,8 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-// Two writers at once could mix what they write. A setter writes two files, and a user interface
-// that calls it must not wait longer than 0.2 s for others.
+// Concurrent writers could mix their contents. A setter writes two files, and a user interface that
+// calls it must not wait longer than 0.2 s for others.
 constexpr std::chrono::milliseconds lockPatience(100);
 
 std::string utf16WithMark(std::string_view text) {

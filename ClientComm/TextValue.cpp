@@ -19,7 +19,7 @@ bool takeSign(std::string_view& text) {
   return negative;
 }
 
-// The value of the digits that a text begins with, of any script, no further than 2^31.
+// Returns the value of the digits of any script at the beginning of a text, 2^31 at most.
 std::int64_t magnitude(std::string_view text) {
   constexpr std::int64_t limit = std::int64_t{1} << 31U;
   text = text.substr(std::min(text.find_first_not_of('0'), text.size()));
