@@ -19,7 +19,7 @@ std::string listed(const std::vector<std::string>& names) {
   return '(' + text + ')';
 }
 
-// Both switches live in the file that carries the tips switch.
+// Tells whether a file has the tips switch: that file holds both switches.
 bool carriesSwitches(const std::string& path) {
   if (pathExtension(path) != "strings") return false;
   const auto dictionary = readDictionaryFile(path);

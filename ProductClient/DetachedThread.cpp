@@ -12,13 +12,14 @@
 namespace qbdkr {
 namespace {
 
-// A thread inherits the signals that its maker has blocked: the host's handlers do not run on it.
+// Blocks signals while a thread is made. The thread inherits that: the host's handlers do not run
+// on it.
 class BlockedSignals {
  public:
   BlockedSignals() {
     sigset_t all;
     sigfillset(&all);
-    // A fault stays a matter of the host's crash handler.
+    // The host's crash handler still gets faults.
     for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS}) {
       sigdelset(&all, fault);
     }
@@ -34,7 +35,7 @@ class BlockedSignals {
 
 using Body = std::function<void()>;
 
-// A failed check must not end the host; the next tick checks again.
+// Drops exceptions: a failed check must not end the host, and the next tick checks again.
 void* runBody(void* body) {
   const std::unique_ptr<Body> owned(static_cast<Body*>(body));
   dropExceptions(*owned);
@@ -43,8 +44,8 @@ void* runBody(void* body) {
 
 }  // namespace
 
-// Made detached: to detach a thread that ends at the same time crashes in the C library (seen with
-// glibc 2.36), which still looks at what the thread has given back.
+// Creates the thread detached. Detaching it afterwards, while it ends, crashes in the C library
+// (seen with glibc 2.36), which still reads memory that the thread has freed.
 bool detachNewThread(std::function<void()> body) {
   std::unique_ptr<Body> owned(new (std::nothrow) Body(std::move(body)));
   if (!owned) return false;
@@ -54,7 +55,7 @@ bool detachNewThread(std::function<void()> body) {
   const BlockedSignals blocked;
   pthread_t thread{};
   const bool made = pthread_create(&thread, &attributes, runBody, owned.get()) == 0;
-  if (made) static_cast<void>(owned.release());  // the thread's own by now
+  if (made) static_cast<void>(owned.release());  // the thread owns it
   pthread_attr_destroy(&attributes);
   return made;
 }

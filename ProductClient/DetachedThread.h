@@ -4,9 +4,9 @@
 
 namespace qbdkr {
 
-// Runs a body on a new thread that nobody waits for. The host's signals are not handled there, and
-// an exception ends the body and nothing else. False when no thread could be made,
-// for want of memory too.
+// Runs a body on a new detached thread. The host's signals are not handled there, and an exception
+// ends only the body. False if no thread can be made, or memory runs out. Any thread; does not
+// wait.
 bool detachNewThread(std::function<void()> body);
 
 }  // namespace qbdkr

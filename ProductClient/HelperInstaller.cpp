@@ -14,8 +14,8 @@
 namespace qbdkr {
 namespace {
 
-// Several hosts may bring the same helper agent at the same time. One that is stopped in the middle
-// must not keep the others from starting.
+// Several hosts may install the same helper agent at once. One that is stopped while it does must
+// not keep the others from starting.
 constexpr std::chrono::seconds deploymentPatience(30);
 
 std::string describeBelow(const std::string& item, const FileError& error) {

@@ -14,32 +14,32 @@ namespace qbdkr {
 
 struct FileError;
 
-// Brings the helper agent from the host's resources to its place, unless the installed one is as
-// new. Any thread.
+// Installs the helper agent from the host's resources, unless the installed one is at least as new.
+// Any thread.
 class HelperInstaller {
  public:
-  // Calls askToExit before it replaces a helper agent that runs, and does not wait for its exit.
+  // Calls askToExit before it replaces a running helper agent, and does not wait for the exit.
   HelperInstaller(HostConfiguration configuration, HostSystem system,
                   std::function<void()> askToExit);
 
-  // As QBHPHelperCommunicate::extractHelper() says.
+  // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
   void install();
 
  private:
-  // False if the installed copy stays.
+  // Removes an older installed copy. False if the copy stays.
   bool makeWayFor(const std::string& resource, const std::string& installed);
   void logFailedCopy(const FileError& error);
 
   HostConfiguration configuration_;
   HostSystem system_;
   std::function<void()> askToExit_;
-  // The failure that was logged last, as a hash; 0 after a success. Each launch repeats one that
-  // lasts, and it is logged once.
+  // The hash of the failure that was logged last; 0 after a success. Each launch repeats a lasting
+  // failure, which is logged once.
   std::atomic<std::size_t> loggedFailure_{0};
 };
 
-// The CFBundleVersion of a bundle; absent without a bundle or without that key. Blocks for the
-// file.
+// Returns the CFBundleVersion of a bundle; absent if the bundle or the key is missing. Blocks for
+// the file. Any thread.
 [[nodiscard]] String versionOfBundle(const std::string& path);
 
 }  // namespace qbdkr

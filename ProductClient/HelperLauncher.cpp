@@ -18,7 +18,7 @@ bool HelperLauncher::launch() {
   if (!fileExists(*installed)) install_();
   const auto identifier = configuration_.helperIdentifier();
   if (!system_.isRunning(view(identifier), *installed)) return system_.open(*installed);
-  // Another host may be opening it: a start request would reach nobody yet.
+  // Another host may be opening it, and then a start request would not reach it yet.
   system_.waitWhileOpened(*installed);
   return true;
 }

@@ -13,8 +13,8 @@ class HelperLauncher {
   // Calls install if nothing is installed.
   HelperLauncher(HostConfiguration configuration, HostSystem system, std::function<void()> install);
 
-  // Opens the helper agent unless it runs. False without a name or a directory for it, or if it
-  // could not be opened. Blocks as QBHPHelperCommunicate::launchHelepr() says.
+  // Opens the helper agent unless it runs. False if its name or directory is missing, or it cannot
+  // be opened. Blocks as QBHPHelperCommunicate::launchHelepr() does until startHelper().
   [[nodiscard]] bool launch();
 
  private:

@@ -14,7 +14,7 @@
 
 namespace qbdkr {
 
-// The calls by which the communicator reaches the machine around it. Tests pass others.
+// The communicator's calls to the system. Tests pass others.
 struct HostSystem {
   std::function<bool(std::function<void()>)> startThread = detachNewThread;
   std::function<bool(Text bundleIdentifier, Text path)> isRunning = [](Text identifier, Text path) {

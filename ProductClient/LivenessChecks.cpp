@@ -25,12 +25,12 @@ LivenessChecks::State LivenessChecks::afterRequest(State state) {
                                      : State{state.running + 1, state.wanted};
 }
 
-// A thread whose check is to be followed by another one does that itself.
+// If another check is wanted, the same thread runs it.
 LivenessChecks::State LivenessChecks::afterCheck(State state) {
   return State{state.running - (1 - state.wanted), 0};
 }
 
-// Without a thread of its own, a request is covered by those that run.
+// If no thread can be made, a thread that is checking covers the request.
 LivenessChecks::State LivenessChecks::afterFailure(State state) {
   return State{state.running - 1, state.running > 1 ? 1U : 0U};
 }

@@ -9,34 +9,34 @@
 
 namespace qbdkr {
 
-// How a host names its product in requests.
+// The names of a host's product in requests.
 struct ProductIdentity {
   String identifier;
   String version;
 };
 
-// Makes the requests of the services with the product's identity before the arguments:
-// post(&QBHPHelperControl::start). Throws nothing: without memory, for the identity's texts too, a
-// request is refused with paramErr or has no answer. Any thread.
+// Makes requests of the services with the product's identity before the arguments, as in
+// post(&QBHPHelperControl::start). Throws nothing: if memory runs out, also for the identity's
+// texts, a request returns paramErr or has no answer. Any thread.
 class ProductRequests {
  public:
   explicit ProductRequests(StartRecords& records) : records_(records) {}
 
   void setProduct(ProductIdentity product);
 
-  // The status of a request that does not wait.
+  // Posts a request, and returns the status of the send.
   template <class Method, class... Arguments>
   OSErr post(Method method, const Arguments&... arguments) const {
     return paramErrWithoutMemory([&] { return request(product(), method, arguments...); });
   }
 
-  // The same for the product under which usage data is collected. Reads the settings.
+  // Does the same for the product under which usage data is collected. Blocks for the settings.
   template <class Method, class... Arguments>
   OSErr postForData(Method method, const Arguments&... arguments) const {
     return paramErrWithoutMemory([&] { return request(productOfData(), method, arguments...); });
   }
 
-  // The answer to a request, for which it waits.
+  // Makes a request, waits for its answer without limit, and returns it.
   template <class Method>
   [[nodiscard]] String ask(Method method) const {
     return withoutMemory(String(), [&] { return request(product(), method); });

@@ -35,15 +35,17 @@ constexpr OSErr launchFailed = 1;
 
 Text textOf(bool flag) { return flag ? "1" : "0"; }
 
-// What an RPC event gets that names the communicator's class. A second communicator, made at the
-// will of another process, would take the helper control's reports and start up once more.
+// Receives RPC events that name the communicator's class. Otherwise another process could make this
+// one create a second communicator, which would take the helper control's reports and start up once
+// more.
 class StandIn final : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = QBHPHelperCommunicate::kClassName;
   [[nodiscard]] std::string_view className() const override { return kClassName; }
 };
 
-// The class is known from when this library is loaded, as the service classes are.
+// Registers the class when this library is loaded: it is known from the start, as the service
+// classes are.
 [[maybe_unused]] const bool isKnown = [] {
   registerClass<StandIn>();
   return true;
@@ -51,7 +53,7 @@ class StandIn final : public QBHPAppEventBase {
 
 }  // namespace
 
-// The parts of a communicator, and what it knows of the helper agent.
+// The parts of a communicator, and its state of the helper agent.
 struct QBHPHelperCommunicate::Parts {
   Parts(QBHPHelperCommunicate& owner, HostConfiguration configuration, UserDefaults& settings,
         const HostSystem& system)
@@ -239,7 +241,7 @@ void QBHPHelperCommunicate::initDataCollectionPath(Text base) {
   const auto folder = missingDataFolder(base);
   if (!folder) return;
   log("%@ DataCollectPath = %@", {kInitDataCollectionPath.text(), *folder});
-  // First: the path of a folder that exists already is never recorded again.
+  // Records the path before it makes the folder: once the folder exists, no later call records it.
   parts_->records.recordDataFolder(*folder);
   createDirectory(*folder);
 }

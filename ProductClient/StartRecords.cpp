@@ -31,7 +31,7 @@ String textOf(const std::optional<PropertyList>& value) {
   return value ? value->text() : std::nullopt;
 }
 
-// Local time as yyyyMMddHHmmss.
+// Returns the local time as yyyyMMddHHmmss.
 std::string stampOf(std::time_t time) {
   std::tm local{};
   localtime_r(&time, &local);
@@ -61,7 +61,7 @@ String StartRecords::firstStartPID() {
   const auto first = settings_.object(key::isFirstStart);
   if (first && !boolValue(*first)) return textOf(settings_.object(key::firstStartPID));
   auto identifier = host_.productID();
-  // In this order: another thread that finds the start recorded finds the product as well.
+  // The product comes first: a thread that finds the start recorded finds the product as well.
   settings_.setObject(key::firstStartPID, asValue(identifier));
   settings_.setObject(key::isFirstStart, PropertyList(false));
   settings_.synchronize();

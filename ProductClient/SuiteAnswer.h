@@ -5,7 +5,7 @@
 
 namespace qbdkr {
 
-// Reads the helper agent's answer URL###WIDTH###HEIGHT; further fields are ignored. An absent
+// Reads the helper agent's answer URL###WIDTH###HEIGHT, and ignores further fields. An absent
 // answer has no URL and the size 0. Throws RangeException for fewer than three fields.
 [[nodiscard]] QBHPSuiteInfo suiteInfoFrom(Text answer);
 
