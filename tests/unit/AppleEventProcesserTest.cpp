@@ -39,7 +39,7 @@ constexpr const char* ownIdentifier = "com.Example.UnitTests";
 
 String owned(Text text) { return text ? String(*text) : std::nullopt; }
 
-// A service whose one method does what the test wants.
+// A service; onCall is the body of its first method.
 class Service : public QBHPAppEventBase {
  public:
   explicit Service(std::string name) : name_(std::move(name)) {
@@ -85,13 +85,13 @@ class Service : public QBHPAppEventBase {
   std::string name_;
 };
 
-// Made by name; counts its objects.
+// Counts its objects.
 class MadeByName : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "MadeByName";
   static inline int made = 0;
   MadeByName() { ++made; }
-  // Says which object it is.
+  // Tells which object it is, and which of its calls.
   String identity() { return std::to_string(made) + '/' + std::to_string(++calls_); }
   [[nodiscard]] std::string_view className() const override { return kClassName; }
 
@@ -116,7 +116,7 @@ class AppleEventProcesser : public testing::Test {
  protected:
   AppleEventProcesser() { transport.reset(); }
 
-  // In the form that an event has on macOS.
+  // Handles an event in its form on macOS.
   String process(const AppleEvent& event) {
     AppleEvent reply;
     processer.process(event, reply);
@@ -238,7 +238,7 @@ TEST_F(AppleEventProcesser, AHelperControlMadeByNameGivesWayToTheSharedOne) {
   });
 }
 
-// What is made by name when another thread has registered an object of the name meanwhile.
+// Makes an object after another thread registered one of the same name.
 template <class Made>
 struct MadeTooLate {
   static inline std::unique_ptr<Service> shared;
@@ -251,7 +251,7 @@ struct MadeTooLate {
   }
 };
 
-// Registers itself, as the service classes do.
+// Registers itself as the service classes do.
 struct OtherService : Service {
   OtherService() : Service("MadeTooLate") {}
 };
@@ -300,7 +300,7 @@ TEST_F(AppleEventProcesser, TheCommunicatorIsKnownButNothingOfItCanBeCalled) {
   });
 }
 
-// What is made by name, and does something while it is made.
+// Does some work in its constructor.
 template <int Number>
 struct DoesWhileMade : MadeByName {
   static inline std::function<void()> work;
@@ -346,7 +346,7 @@ TEST_F(AppleEventProcesser, AnObjectMadeByNameGivesWayAlsoWhenItsMakingMadeAnoth
   processer.removeObjectforKeyToMapTable("Inner");
 }
 
-// Made by two threads at the same time: none is made before both threads have looked for one.
+// Makes objects on two threads at once: waits until both have found none registered.
 template <class Made>
 struct MadeTwice {
   static inline std::mutex mutex;
@@ -364,7 +364,7 @@ struct MadeTwice {
     return made;
   }
 
-  // How many reports each of them got, of three.
+  // Returns the counts of reports that the objects got, of three.
   static std::vector<int> reports(RecordingTransport& transport) {
     registerClass("MadeTwice", make);
     const auto deliver = [&] { transport.deliver({"MadeTwice", "report:", {"a"}}); };
@@ -400,7 +400,7 @@ TEST_F(AppleEventProcesser, AClassThatCannotBeMadeLeavesTheEventToThePlatform) {
   });
   EXPECT_THROW(deliver({"ThrowsWhenMade", "identity", {}}), std::runtime_error);
   EXPECT_EQ(deliver({"Service", "greet", {}}), "greetings");
-  Service replacement("Service");  // registering is as it was before
+  Service replacement("Service");  // registering still works as before
   deliver({"Service", "report:", {"a"}});
   EXPECT_EQ(replacement.reports, 1);
 }
@@ -555,7 +555,7 @@ TEST_F(AppleEventProcesser, TheLockIsFreeAfterAnException) {
   EXPECT_EQ(answer, "greetings");
 }
 
-// An event of this process with any direct object, or with none.
+// Makes an event of this process with any direct object, or without one.
 AppleEvent eventWith(std::optional<AppleEventDescriptor> directObject) {
   const AppleEvent complete = inboundAppleEvent({"", "", {}}, getpid());
   AppleEvent event(kCoreEventClass, kAECall, {}, kAutoGenerateReturnID, kAnyTransactionID);
@@ -581,7 +581,7 @@ TEST_F(AppleEventProcesser, AnArgumentThatIsNoTextLeavesTheEventToThePlatform) {
     EXPECT_THROW(
         process(eventWith(items({text("Service"), text("report:"), items({text("a"), argument})}))),
         InvalidArgumentException);
-    // Before the class is looked for, and before the sender is recorded.
+    // It throws before it looks up the class and records the sender.
     CapturedLog log;
     EXPECT_THROW(
         process(eventWith(items({text("NoSuchClass"), text("report:"), items({argument})}))),
@@ -593,7 +593,7 @@ TEST_F(AppleEventProcesser, AnArgumentThatIsNoTextLeavesTheEventToThePlatform) {
 }
 
 TEST_F(AppleEventProcesser, AnEventThatNamesNoClassIsLoggedLikeAnUnknownOne) {
-  const Service emptyName("");  // an empty name is a name
+  const Service emptyName("");  // the empty name is valid
   EXPECT_EQ(deliver({"", "", {}}), "unnamed");
   for (const std::optional<AppleEventDescriptor>& directObject :
        std::vector<std::optional<AppleEventDescriptor>>{
@@ -659,8 +659,8 @@ TEST_F(AppleEventProcesser, AMethodMaySendAndBeReenteredOnItsOwnThread) {
   EXPECT_EQ(depth, 2);
 }
 
-// Runs work on a thread of its own while a method runs, which waits for that thread as a delegate
-// may on the main thread. False when the work waits for the method in turn.
+// Runs work on a thread of its own, while a method waits for that thread as a delegate may do on
+// the main thread. False if the work waits for the method in turn.
 bool endsWhileAMethodWaitsForIt(Service& service, RecordingTransport& transport,
                                 const std::function<void()>& work) {
   std::promise<void> worked;
@@ -684,7 +684,7 @@ TEST_F(AppleEventProcesser, RegisteringAndRemovingDoNotWaitForAMethod) {
   EXPECT_TRUE(endsWhileAMethodWaitsForIt(service, transport, [&] {
     other.reset();
     other = std::make_unique<Service>("Other");
-    processer.removeObjectforKeyToMapTable("Service");  // the one that runs
+    processer.removeObjectforKeyToMapTable("Service");  // its method is running
   }));
   EXPECT_EQ(service.calls.size(), 1U);
   CapturedLog log;

@@ -208,7 +208,7 @@ TEST_F(AppleEventSender, FailureIsNeitherLoggedNorTriedAgain) {
 
 TEST_F(AppleEventSender, TextLongerThanAnyMemoryIsRefusedWithMinus50) {
   if (hasSanitizer) GTEST_SKIP() << "a sanitizer finds such a text for itself";
-  const std::string start(17'000, 'h');  // what is logged of it
+  const std::string start(17'000, 'h');  // more than a log line takes
   const volatile std::size_t size = SIZE_MAX / 2 + 1;
   const std::string_view endless(start.data(), size);
   const std::array<std::string_view, 1> texts{endless};
@@ -240,7 +240,7 @@ TEST_F(AppleEventSender, EachAllocationOfARequestMayFail) {
   String result;
   const auto posting = makeRequest([&] {
     status = upload.uploadUserFile("1001", "3.1", "a@b.c", "/file", "title", text);
-    // Without memory for the log line alone the request is made.
+    // If only the log line lacks memory, the request is still made.
     EXPECT_TRUE(status == noErr || (status == paramErr && FailingMemory::hasFailed()));
   });
   EXPECT_EQ(status, noErr);

@@ -203,7 +203,7 @@ TEST_F(Bookkeeping, DataCollectionPathIsMadeWithEverythingAboveIt) {
   });
 }
 
-// A process that ends in between records the path the next time, or has done so.
+// If the process ends in between, the path is recorded already.
 TEST_F(Bookkeeping, DataCollectionPathIsRecordedBeforeItsFolderIsMade) {
   withHost(hostInformation(), [this](const Host& host) {
     communicator();

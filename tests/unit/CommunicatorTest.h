@@ -25,11 +25,11 @@
 
 namespace qbdkr::test {
 
-// The workspace: opens nothing, and answers what it is told.
+// Replaces the workspace: opens nothing, records the paths, and returns the answer of the test.
 class RecordingWorkspace {
  public:
   bool open(const std::string& path);
-  // Called in the place of opening.
+  // Called instead of opening an application.
   std::function<bool(const std::string& path)> answer = [](const std::string&) { return true; };
   [[nodiscard]] std::vector<std::string> opened() const;
   void clear();
@@ -39,14 +39,14 @@ class RecordingWorkspace {
   std::vector<std::string> opened_;
 };
 
-// File locks: the real ones, without waiting for them if a test says so.
+// Takes real file locks. A test can turn off the waiting, or the locks.
 class WatchedLocks {
  public:
   FileLock acquire(const std::string& path, std::chrono::milliseconds time);
-  // Whether a lock is waited for, and whether this file system has locks.
+  // Whether to wait for a lock, and whether this file system has locks.
   std::atomic<bool> wait{true};
   std::atomic<bool> exist{true};
-  // How long the framework would have waited for a path; 0 for one that it did not lock.
+  // Returns the patience with which the framework last locked a path; 0 if it did not.
   [[nodiscard]] std::chrono::milliseconds patienceFor(const std::string& path) const;
   void clear();
 
@@ -55,8 +55,8 @@ class WatchedLocks {
   std::map<std::string, std::chrono::milliseconds> patience_;
 };
 
-// A communicator in this process, over a host that each body gets for its own: a bundle, a home
-// directory and their settings. Its threads are held, it opens nothing, and the transport records.
+// Runs a communicator in this process. Each body gets a host of its own: a bundle, a home directory
+// and their settings. The test runs the communicator's threads; nothing is opened or sent.
 class CommunicatorTest : public testing::Test {
  protected:
   CommunicatorTest();
@@ -65,19 +65,19 @@ class CommunicatorTest : public testing::Test {
   using Body = std::function<void(const Host&)>;
   using Strings = std::map<std::string, std::string>;
 
-  // Runs a body with a new host of this information dictionary and an empty home directory. The
-  // bundle has the strings files that are given, by the language of their folder.
+  // Runs a body with a new host and an empty home directory. The bundle has this information
+  // dictionary, and these strings files by the language of their folder.
   void withHost(const PropertyList::Dictionary& info, const Body& body,
                 const Strings& infoPlistStrings = {});
-  // The same with a host that has run before, as inUsedHost() says.
+  // Does the same with a host that has run before, as inUsedHost() does.
   void withUsedHost(const PropertyList::Dictionary& info, const Body& body,
                     const Strings& infoPlistStrings = {});
 
-  // That of the host; made on first use.
+  // Returns the host's communicator, made on first use.
   QBHPHelperCommunicate& communicator();
-  // A facade over it with its timer on the recording loop; made on first use.
+  // Returns its facade, made on first use, with the timer on the recording loop.
   QBHPHelper& facade();
-  // Another one.
+  // Makes another facade.
   [[nodiscard]] std::unique_ptr<QBHPHelper> makeFacade();
   [[nodiscard]] const Bundle& hostBundle() const { return *bundle_; }
   [[nodiscard]] UserDefaults& settings() { return *settings_; }
@@ -87,7 +87,7 @@ class CommunicatorTest : public testing::Test {
   RecordingWorkspace workspace;
   WatchedLocks locks;
   RecordingRunLoop runLoop;
-  // In the place of the clock.
+  // Replaces the clock.
   std::function<std::time_t()> now = HostSystem().now;
 
  private:

@@ -46,15 +46,14 @@ class Deployment : public CommunicatorTest {
   static fs::path installed(const Host& host) { return host.home / "Library/Example/Helper.app"; }
   static fs::path resource(const Host& host) { return host.resources() / "Helper.app"; }
 
-  // An identifier that no other test's application has.
+  // Returns an identifier that no other test's application has.
   std::string runningIdentifier() {
     return hostBundle().infoString("Helper Bundle indentifiter").value();
   }
 
   void writeHelper(const fs::path& bundle, const std::string& version,
                    const std::string& content = "content") {
-    // The one that the host names: a process that runs from here must not be taken for the helper
-    // agent of another test.
+    // A process that runs from this bundle must not pass for the helper agent of another test.
     Dictionary info{{"CFBundleIdentifier",
                      hostBundle().infoString("Helper Bundle indentifiter").value_or("none")}};
     if (!version.empty()) info.set("CFBundleVersion", version);
@@ -68,7 +67,7 @@ class Deployment : public CommunicatorTest {
     return version == nullptr ? "(none)" : *version->string();
   }
 
-  // Installs a version over another, and says what is installed afterwards and what was logged.
+  // Deploys a version over another, and checks the installed copy and the log.
   void expectDeployment(const std::string& resourceVersion, const std::string& installedVersion,
                         bool replaced) {
     withUsedHost(informationWithHelper(), [&](const Host& host) {
@@ -190,7 +189,7 @@ TEST_F(Deployment, RunningHelperIsNotAskedWhenItIsKept) {
 }
 
 TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
-  // A name too long to be moved aside: that fails for the superuser as well.
+  // The name is too long to be moved aside, which fails for root as well.
   const std::string name(240, 'n');
   Dictionary info = informationWithHelper();
   info.set("Helepr App name", name);
@@ -496,8 +495,7 @@ TEST_F(Deployment, ConfigurationComesFromTheLocalizedInformationToo) {
                {{"de", "\"Helepr App name\" = \"Helfer\";\n"}});
 }
 
-// --- What goes wrong
-// ---------------------------------------------------------
+// --- Failures
 
 TEST_F(Deployment, FailedCopyIsLoggedWithThePathAndTheErrorOnceUntilItSucceeds) {
   withHost(informationWithHelper(), [this](const Host& host) {
@@ -556,7 +554,7 @@ TEST_F(Deployment, RemovalThatWouldFailInsideIsLoggedAndLeavesTheOldCopy) {
     writeHelper(resource(host), "1.1", "new");
     writeHelper(installed(host), "1.0", "old");
     fs::path deep = installed(host);
-    for (int level = 0; level < 256; ++level) deep /= "d";  // more than can be removed
+    for (int level = 0; level < 256; ++level) deep /= "d";  // deeper than a removal goes
     fs::create_directories(deep);
     communicator();
     CapturedLog log;

@@ -1,4 +1,4 @@
-// What becomes of the host when a thread of the framework fails, gets a signal, or cannot be made.
+// The host survives a thread of the framework that fails, gets a signal, or cannot be made.
 
 #include <dlfcn.h>
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ std::atomic<int> detachings{0};
 thread_local bool hasMemory = true;
 }  // namespace
 
-// In the place of the C++ library's.
+// Replaces the function of the C++ library.
 void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   if (!hasMemory) return nullptr;
   try {
@@ -37,7 +37,7 @@ void* operator new(std::size_t size, const std::nothrow_t&) noexcept {
   }
 }
 
-// In the place of the C library's, which it calls.
+// Wraps the function of the C library.
 extern "C" int pthread_detach(pthread_t thread) noexcept {
   ++detachings;
   static const auto original =
@@ -50,7 +50,7 @@ namespace {
 
 using Signals = std::set<int>;
 
-// Those that can be blocked, and are no affair of the C library alone.
+// Returns the signals that can be blocked, without those that the C library reserves.
 Signals blockableSignals() {
   Signals signals;
   for (int number = 1; number <= SIGRTMAX; ++number) {
@@ -85,7 +85,8 @@ Signals blockedOnADetachedThread() {
   return blocked.get_future().get();
 }
 
-// The process can make no thread, as one of an ordinary user who has all the processes he may have.
+// Keeps the process from making threads: it runs as an ordinary user who has reached the limit of
+// processes.
 class NoMoreThreads {
  public:
   NoMoreThreads() {
@@ -108,7 +109,7 @@ class NoMoreThreads {
   rlimit before_{};
 };
 
-// Tells when the thread that has set it ends as a thread does.
+// Tells when the thread that set it has ended normally.
 struct ThreadEnd {
   std::promise<void>* reached = nullptr;
   ~ThreadEnd() {
@@ -117,7 +118,7 @@ struct ThreadEnd {
 };
 thread_local ThreadEnd threadEnd;
 
-// A thread that ends while it is being detached crashes in the C library.
+// Detaching a thread while it ends crashes in the C library.
 TEST(DetachedThread, IsMadeDetachedAndNotDetachedLater) {
   const int before = detachings;
   std::promise<int> state;
@@ -178,7 +179,6 @@ TEST(DetachedThread, AllSignalsButFaultsAreBlockedOnIt) {
   for (const int fault : faults) expected.erase(fault);
   const Signals before = blockedSignals();
   EXPECT_EQ(blockedOnADetachedThread(), expected);
-  // Whatever its maker has blocked.
   block({SIGUSR2, SIGSEGV});
   EXPECT_EQ(blockedOnADetachedThread(), expected);
   block(before);
@@ -202,7 +202,7 @@ TEST(DetachedThread, AThreadThatCannotBeMadeIsToldAndHarmsNothing) {
     }
     EXPECT_EQ(blockedSignals(), before);
     EXPECT_FALSE(ran);
-    EXPECT_FALSE(blockedOnADetachedThread().empty());  // the next one can be made again
+    EXPECT_FALSE(blockedOnADetachedThread().empty());  // threads can be made again
   });
 }
 

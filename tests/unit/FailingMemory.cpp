@@ -12,8 +12,8 @@ thread_local bool failed = false;
 
 }  // namespace
 
-// All forms in the place of the library's, or of a sanitizer's, which must not be mixed with these.
-// The one for a single object that throws nothing is in DetachedThreadTest.cpp.
+// Replaces all forms of the C++ library or a sanitizer, which must not be mixed with these. The
+// non-throwing form for a single object is in DetachedThreadTest.cpp.
 void* operator new(std::size_t size) {
   if (left != never && left-- == 0) {
     left = never;

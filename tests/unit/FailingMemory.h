@@ -4,7 +4,7 @@
 
 namespace qbdkr::test {
 
-// Lets one allocation of this thread fail, for as long as it lives: the one after so many others.
+// While it lives, lets one allocation of this thread fail, after so many others.
 class FailingMemory {
  public:
   explicit FailingMemory(std::size_t others);
@@ -15,7 +15,7 @@ class FailingMemory {
   // Lets no further allocation fail.
   static void stop();
 
-  // Whether one has failed.
+  // Tells whether one has failed.
   [[nodiscard]] static bool hasFailed();
 };
 

@@ -59,7 +59,7 @@ TEST_F(GetDataByHelper, LogsNothing) {
 }
 
 TEST_F(GetDataByHelper, IsNotRegisteredForReports) {
-  // The handler is there only when a service that receives reports was made.
+  // Only services that receive reports install the handler.
   inHost(hostInformation(), [this](const Host&) {
     service.clientIDFormHelper();
     QBHPGetDataByHelper::share().clientIDFormHelper();

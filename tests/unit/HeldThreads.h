@@ -8,27 +8,27 @@
 
 namespace qbdkr::test {
 
-// Threads that the framework starts: none begins, and the test runs their bodies.
+// Holds the threads that the framework starts: the test runs their bodies.
 class HeldThreads {
  public:
   HeldThreads() = default;
   HeldThreads(const HeldThreads&) = delete;
   HeldThreads& operator=(const HeldThreads&) = delete;
 
-  // In the place of detachNewThread().
+  // Replaces detachNewThread().
   bool hold(std::function<void()> body);
-  // The same as a function. This object must outlive it.
+  // Returns hold() as a function. This object must outlive it.
   [[nodiscard]] std::function<bool(std::function<void()>)> starter();
 
-  // Called for each on the thread that starts it, when its body could begin.
+  // Called when a body could begin, on the thread that starts it.
   std::function<void()> onStart = [] {};
   // Whether no thread can be made.
   std::atomic<bool> refuses{false};
 
   [[nodiscard]] std::size_t count() const;
-  // Runs the oldest that has not run yet, on the calling thread.
+  // Runs the oldest body that has not run yet, on the calling thread.
   void runNext();
-  // Runs all, and those that they start.
+  // Runs all bodies, and those that they start.
   void runAll();
   void clear();
 

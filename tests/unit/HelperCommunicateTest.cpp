@@ -94,7 +94,7 @@ TEST_F(HelperCommunicate, CreationIsTheDelegateAndRecordsTheIdentityBeforeTheSta
   });
 }
 
-// What the host's property list says of the switches.
+// Returns the switches in the host's property list, "-" for a missing one.
 std::string switchesIn(const Host& host) {
   const auto info = readDictionaryFile(host.bundle / "Contents/Info.plist").value_or(Dictionary());
   std::string text;
@@ -135,7 +135,7 @@ TEST_F(HelperCommunicate, StartHelperSendsThenRecordsThenFetchesTheClientIDThenW
 TEST_F(HelperCommunicate, StartHelperAddsTheTipsSwitchBeforeTheAdvertisingSwitch) {
   withUsedHost(hostInformation(), [this](const Host& host) {
     communicator().startHelper();
-    // A new key goes behind those that are there.
+    // A new key is appended.
     const std::string info = readFile(host.bundle / "Contents/Info.plist");
     ASSERT_NE(info.find("EnableAD"), std::string::npos);
     EXPECT_LT(info.find("TipsEnable"), info.find("EnableAD"));
@@ -246,7 +246,7 @@ TEST_F(HelperCommunicate, StopHelperClearsTheFlagOnlyWhenTheRequestWasSent) {
     communicator().startHelper();
     transport.reset();
     transport.answer(stop, Answerer([this](const auto&) {
-                       communicator().isAliveHelper();  // a check meanwhile
+                       communicator().isAliveHelper();  // a check during the request
                        return Answer{};
                      }));
     communicator().stopHelper();
@@ -385,7 +385,7 @@ TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_EQ(transport.sentMethods(), Methods{isAlive});
   });
-  withUsedHost(hostInformation(), [this](const Host&) {  // no place for a helper agent
+  withUsedHost(hostInformation(), [this](const Host&) {  // no directory is configured
     transport.answerWith({procNotFound, std::nullopt});
     EXPECT_EQ(communicator().restartHelperInThread(), 1);
     EXPECT_TRUE(workspace.opened().empty());
@@ -407,7 +407,7 @@ TEST_F(HelperCommunicate, AutoRestartReturnsZeroAtOnceAndDetachesOneThreadPerCal
 TEST_F(HelperCommunicate, TheDetachedThreadRunsOneLivenessCheck) {
   withUsedHost(hostInformation(), [this](const Host&) {
     communicator();
-    threads.runNext();  // the start-up thread, which has nothing to do here
+    threads.runNext();  // the start-up thread: no helper agent is configured
     EXPECT_TRUE(transport.sent().empty());
     communicator().autoRestartHelper();
     threads.runNext();
@@ -458,7 +458,7 @@ TEST_F(HelperCommunicate, AutoRestartDoesNotWaitForACheckThatHangs) {
     std::thread check([this] { threads.runNext(); });
     EXPECT_TRUE(transport.waitForMethod(isAlive));
     EXPECT_EQ(communicator().autoRestartHelper(), noErr);
-    EXPECT_EQ(communicator().stopHelper(), noErr);  // other requests are not held up
+    EXPECT_EQ(communicator().stopHelper(), noErr);  // other requests do not wait
     release.set_value();
     check.join();
   });

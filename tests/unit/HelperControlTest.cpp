@@ -18,7 +18,7 @@ namespace {
 
 using Lines = std::vector<std::string>;
 
-// What a delegate was told.
+// The reports to a delegate.
 struct Told {
   int exits = 0;
   std::vector<std::pair<bool, std::optional<Error>>> checks;
@@ -73,7 +73,7 @@ class HelperControl : public testing::Test {
     EXPECT_EQ(log.lines(), lines);
   }
 
-  // The reply's text, as the dispatcher gives it.
+  // Returns the text of the dispatcher's reply.
   String deliver(const std::string& method, const std::vector<std::string>& arguments) {
     return transport.deliver({"QBHPHelperControl", method, arguments});
   }
@@ -173,7 +173,7 @@ TEST_F(HelperControl, MakingOneInstallsTheHandlerAndEndingItRemovesTheEntry) {
       deliver("helperExitNotify:", {"x"});
       EXPECT_EQ(other.exits, 1);
     }
-    // The entry is gone with it; an object without a delegate is made for the next report.
+    // Its entry is gone: the next report makes an object without a delegate.
     deliver("helperExitNotify:", {"x"});
     EXPECT_EQ(other.exits, 1);
     EXPECT_EQ(told.exits, 0);
@@ -269,7 +269,7 @@ TEST_F(HelperControl, ADelegateIsToldOnlyWhatItImplements) {
   WantsExit exitDelegate(exitsOnly);
   control.setHelperCtrlDelegate(&exitDelegate);
   EXPECT_EQ(control.helperExitNotify("x"), noErr);
-  // No error object is made either: an absent message would have thrown.
+  // No error object is made: the absent message would throw.
   EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "5", std::nullopt), noErr);
   EXPECT_EQ(exitsOnly.exits, 1);
 

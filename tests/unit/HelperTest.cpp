@@ -26,7 +26,7 @@ using Dictionary = PropertyList::Dictionary;
 constexpr const char* isAlive = "isAlive:prodeuctVersion:";
 
 std::string localTime() {
-  // Not time(), which lags behind this clock by a tick and may still be in the second before.
+  // time() lags behind this clock by a tick, and may still be in the previous second.
   const std::time_t now = std::chrono::system_clock::to_time_t(std::chrono::system_clock::now());
   std::tm local{};
   localtime_r(&now, &local);
@@ -68,7 +68,7 @@ TEST_F(Helper, CreationSchedulesOneTimerOf60Seconds) {
 TEST_F(Helper, CreationMakesTheCommunicatorButStartsNothing) {
   withHost(hostInformation(), [this](const Host& host) {
     helper();
-    EXPECT_EQ(threads.count(), 1U);  // the communicator's start-up thread and no check
+    EXPECT_EQ(threads.count(), 1U);  // the communicator's start-up thread, no check
     EXPECT_EQ(installTime(host), std::nullopt);
     EXPECT_TRUE(transport.sent().empty());
     EXPECT_TRUE(host.readDefaults(hostIdentifier).find("PID") != nullptr);
@@ -117,7 +117,7 @@ TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondNeitherWaitsNorStoresAnything) {
     bool isFirst = true;
     String storedMeanwhile;
     now = [&] {
-      // The first has found none, and stores its own next.
+      // The first start found no record, and is about to store its own.
       if (std::exchange(isFirst, false)) {
         std::thread([this] { helper().startHelper(); }).join();
         storedMeanwhile = installTime(host);
@@ -213,7 +213,7 @@ TEST_F(Helper, ASecondObjectTakesOverAndTheFirstTimerTicksWithoutEffect) {
     threads.runAll();
     const auto second = makeFacade();
     ASSERT_EQ(runLoop.timers().size(), 2U);
-    EXPECT_EQ(threads.count(), 0U);  // the communicator is the same, and not started again
+    EXPECT_EQ(threads.count(), 0U);  // it uses the same communicator
     EXPECT_TRUE(timer().isValid());
     timer().fire();
     helper().autoautoStartIntervaTimerMethod(&timer());
@@ -234,12 +234,12 @@ TEST_F(Helper, TheEndOfAnObjectEndsTheTimerInUse) {
     ASSERT_EQ(runLoop.timers().size(), 2U);
     EXPECT_TRUE(timer().isValid());
     EXPECT_FALSE(runLoop.timers().at(1)->isValid());
-    // Neither is the stored one any more.
+    // Neither timer is in use any more.
     timer().fire();
     runLoop.timers().at(1)->fire();
     helper().autoautoStartIntervaTimerMethod(nullptr);
     EXPECT_EQ(threads.count(), 0U);
-    // Direct calls go on.
+    // Direct calls still work.
     helper().startHelper();
     EXPECT_EQ(threads.count(), 1U);
   });

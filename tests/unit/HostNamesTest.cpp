@@ -16,7 +16,7 @@
 namespace qbdkr::test {
 namespace {
 
-// The names of a host with a bundle identifier that a test may change.
+// The names of a host. Tests change its bundle identifier.
 class HostNamesTest : public testing::Test {
  protected:
   String identifier = "com.Acme.PhotoTool";
@@ -57,7 +57,7 @@ TEST_F(HostNamesTest, TwoPartsAreABrandButNoHelper) {
   identifier = "com.Acme";
   EXPECT_EQ(names.brandName(), "acme");
   EXPECT_THROW(names.helperName(), RangeException);
-  EXPECT_THROW(names.helperName(), std::out_of_range);  // nothing was kept
+  EXPECT_THROW(names.helperName(), std::out_of_range);  // nothing was cached
   EXPECT_EQ(names.brandName(), "acme");
 }
 

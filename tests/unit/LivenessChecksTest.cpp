@@ -1,4 +1,4 @@
-// How many checks run at a time, and which check covers which request.
+// Counts the checks that run at a time, and those that cover a request.
 
 #include <gtest/gtest.h>
 
@@ -22,7 +22,7 @@ namespace {
 
 constexpr unsigned limit = LivenessChecks::mostAtOnce;
 
-// Checks with threads that the test runs.
+// Liveness checks on threads that the test runs.
 class HeldLivenessChecks : public testing::Test {
  protected:
   void request(unsigned count) {
@@ -146,7 +146,7 @@ TEST_F(HeldLivenessChecks, AFailureDoesNotForgetARequestThatCameMeanwhile) {
   EXPECT_EQ(begun, limit);
 }
 
-// Real threads that stay in their check until they are let go.
+// Keeps real threads in their check until it is opened.
 class Gate {
  public:
   void pass() {
@@ -165,7 +165,7 @@ class Gate {
     changed_.notify_all();
   }
 
-  // False at the deadline.
+  // Waits for these numbers of threads. Returns false at the deadline.
   bool waitFor(unsigned begun, unsigned inside) {
     std::unique_lock lock(mutex_);
     return changed_.wait_for(lock, patience, [&] { return begun_ >= begun && inside_ == inside; });
@@ -191,7 +191,7 @@ class Gate {
 };
 
 TEST(LivenessChecks, RunAtMostEightAtATimeHoweverManyThreadsAsk) {
-  // Both stay for the threads, which still leave them when the test has seen all that it waits for.
+  // Never destroyed: the threads may still be leaving them at the end of the test.
   static auto& gate = *new Gate;
   static auto& checks = *new LivenessChecks([] { gate.pass(); }, detachNewThread);
   constexpr unsigned askers = 4;

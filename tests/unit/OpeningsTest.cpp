@@ -32,7 +32,7 @@ Outcome notWanted() {
   return Outcome::failed;
 }
 
-// A thread that is at a bundle until it is told its outcome.
+// Runs a thread that works on a bundle until it is told its outcome.
 class Leader {
  public:
   Leader(Openings& openings, const std::string& bundlePath = path)
@@ -63,7 +63,7 @@ class Leader {
   std::thread thread_;
 };
 
-// Threads that come while another one is at a bundle; made when all of them wait.
+// Runs threads that join while another one works on the bundle. Returns when all of them wait.
 class Others {
  public:
   static constexpr std::size_t count = 8;

@@ -9,7 +9,7 @@
 
 namespace qbdkr::test {
 
-// A run loop that keeps its timers, and fires them when a test says so.
+// Records the timers of a run loop; a test fires them.
 class RecordingRunLoop final : public RunLoop {
  public:
   class Timer final : public RunLoopTimer {

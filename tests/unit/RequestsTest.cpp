@@ -1,5 +1,5 @@
-// Every public request: whether it starts a liveness check, what it sends in which form, and what
-// it gives back.
+// Makes every public request, and checks whether it starts a liveness check, the event that it
+// sends, and its result.
 
 #include <gtest/gtest.h>
 
@@ -28,7 +28,7 @@ constexpr const char* upload = "QBHPUploadByHelper";
 constexpr const char* customerService = "QBHPCustomerServiceByHelepr";
 constexpr const char* getData = "QBHPGetDataByHelper";
 
-// A status other than any that the framework makes itself, and a reply that is no special case.
+// A status that the framework does not make itself, and an ordinary reply.
 constexpr OSErr someStatus = -1743;
 constexpr const char* someReply = "U###300###200";
 
@@ -249,7 +249,7 @@ const std::vector<Request>& requests() {
 
 class Requests : public CommunicatorTest {
  protected:
-  // One request, with an answer that is no special case.
+  // Makes one request, with an ordinary answer.
   void expectRow(const Request& request) {
     SCOPED_TRACE(request.name);
     transport.reset();
@@ -278,7 +278,7 @@ TEST_F(Requests, EachIsSentJustTheSameWhileTheServerIsClosed) {
     communicator().setCollectDataPID("DATA");
     ASSERT_FALSE(communicator().getDefaultHelperServerOpen());
     for (const Request& request : requests()) expectRow(request);
-    // The checks that they have started find the server closed.
+    // The checks that they started find the server closed.
     transport.reset();
     while (threads.count() > 0) threads.runNext();
     EXPECT_TRUE(transport.sent().empty());
@@ -290,7 +290,7 @@ TEST_F(Requests, EachAllocationOfEachMayFail) {
   info.set("PID", std::string(100, '7'));
   withUsedHost(info, [this](const Host&) {
     communicator().setCollectDataPID(std::string(100, 'd'));
-    for (int i = 0; i < 10; ++i) communicator().autoRestartHelper();  // further ones add no thread
+    for (int i = 0; i < 10; ++i) communicator().autoRestartHelper();  // later ones add no thread
     for (const Request& request : requests()) {
       SCOPED_TRACE(request.name);
       transport.reset();

@@ -1,4 +1,4 @@
-// Compiled by tests only, with and without one of the mistakes below.
+// Compiled only by tests, with and without one of the mistakes below.
 #include <ClientComm/QBHPAppEventBase.h>
 #include <ClientComm/Selector.h>
 

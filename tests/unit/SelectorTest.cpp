@@ -5,7 +5,7 @@
 #include <ClientComm/Selector.h>
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
-// That a wrong number of colons does not compile is tested with SelectorMisuse.cpp.
+// SelectorMisuse.cpp tests that a wrong number of colons does not compile.
 
 namespace qbdkr {
 namespace {

@@ -1,4 +1,4 @@
-// The two switches in the host's own bundle: which files carry them, when these are written, and in
+// Tests the two switches in the host's own bundle: their files, when these are written, and in
 // which form. Every body runs from a bundle of its own.
 
 #include <gtest/gtest.h>
@@ -46,7 +46,6 @@ using Lines = std::vector<std::string>;
 using Strings = std::map<std::string, std::string>;
 using Writer = void (Communicator::*)(bool);
 
-// A switch, and the calls that write it.
 struct Switch {
   const char* key;
   Writer toPropertyList;
@@ -69,8 +68,8 @@ const Switch advertising{"EnableAD",
                          &Communicator::saveEnableAD,
                          false};
 
-// Everything about a file that a write could change. A file that is looked at was written long ago,
-// so that its time tells of any write.
+// Holds the properties of a file that a write could change. Tests make the file old first: then any
+// write changes its time.
 struct FileState {
   ino_t inode;
   time_t seconds;
@@ -95,7 +94,7 @@ Dictionary dictionaryIn(const fs::path& path) {
   return readDictionaryFile(path).value_or(Dictionary());
 }
 
-// What a strings file of these pairs is after a write.
+// Returns the bytes of a strings file with this text after a write.
 std::string writtenStrings(std::string_view text) {
   std::string bytes = "\xFF\xFE";
   for (const char16_t unit : utf16FromUTF8(text)) {
@@ -105,7 +104,7 @@ std::string writtenStrings(std::string_view text) {
   return bytes;
 }
 
-// Takes from the calling thread what lets root read and write any file.
+// Takes the capabilities with which root reads and writes any file from the calling thread.
 class ObeyedPermissions {
  public:
   ObeyedPermissions() {
@@ -123,7 +122,7 @@ class ObeyedPermissions {
   std::array<__user_cap_data_struct, _LINUX_CAPABILITY_U32S_3> before_{};
 };
 
-// Lets this process write files of a few bytes only.
+// Limits the size of the files that this process writes.
 class SmallFilesOnly {
  public:
   explicit SmallFilesOnly(rlim_t size) {
@@ -139,7 +138,7 @@ class SmallFilesOnly {
   rlimit before_{};
 };
 
-// The order in which files are written, as the kernel tells it.
+// Gets the order in which files are written from the kernel.
 class WriteOrder {
  public:
   explicit WriteOrder(const std::vector<fs::path>& files) {
@@ -155,7 +154,7 @@ class WriteOrder {
     alignas(inotify_event) std::array<char, 4096> events{};
     ssize_t size = 0;
     while ((size = read(descriptor_.get(), events.data(), events.size())) > 0) {
-      // Events of files that are watched themselves have no name behind them.
+      // Events of files that are watched themselves have no name.
       for (std::size_t at = 0; at < static_cast<std::size_t>(size); at += sizeof(inotify_event)) {
         written.push_back(files_.at(reinterpret_cast<inotify_event*>(&events.at(at))->wd));
       }
@@ -187,7 +186,7 @@ class SwitchFiles : public CommunicatorTest {
     return folder(host, language) / "InfoPlist.strings";
   }
 
-  // Both files as they are, old enough for any write to show.
+  // Makes both files old, so that any write shows, and remembers their state.
   struct BothFiles {
     explicit BothFiles(const Host& ofHost)
         : host(ofHost), list(aged(propertyList(host))), text(aged(strings(host))) {}
@@ -207,7 +206,7 @@ class SwitchFiles : public CommunicatorTest {
   void write(Writer writer, bool value) { (communicator().*writer)(value); }
 };
 
-// --- Which file
+// --- Search
 
 TEST_F(SwitchFiles, SearchFindsTheFilesOfABundle) {
   withHost(
@@ -355,7 +354,7 @@ TEST_F(SwitchFiles, WithoutAFolderForTheLanguageOnlyThePropertyListIsWritten) {
   }
 }
 
-// --- What is written
+// --- Writes
 
 TEST_F(SwitchFiles, EachWriterWritesItsKeyIntoItsFileOnly) {
   for (const Switch& row : {tips, advertising}) {
@@ -481,7 +480,7 @@ TEST_F(SwitchFiles, PropertyListOfAnyFormBecomesXML) {
       writeFile(propertyList(host), before);
       ASSERT_EQ(dictionaryIn(propertyList(host)), (Dictionary{{"K", "v"}}));
       write(&Communicator::saveTipsEnableToPlistFile, true);
-      // Exactly this: nothing of a longer file is left behind it.
+      // No rest of a longer file follows.
       EXPECT_EQ(readFile(propertyList(host)),
                 xmlPropertyList(Dictionary{{"K", "v"}, {"TipsEnable", true}}));
     });
@@ -547,7 +546,7 @@ TEST_F(SwitchFiles, FileThatAnotherWriterHoldsForAMomentIsReadWhenHeIsDone) {
   withHost(information(), [this](const Host& host) {
     communicator();
     bool written = false;
-    // On a busy machine the moment may be too long for the writer that waits.
+    // On a busy machine the waiting writer may give up first.
     for (int attempt = 0; attempt < 100 && !written; ++attempt) {
       writeBundle(host.bundle, information());
       auto lock = FileLock::acquire(propertyList(host), std::chrono::milliseconds(0));
@@ -566,7 +565,7 @@ TEST_F(SwitchFiles, FileThatAnotherWriterHoldsForAMomentIsReadWhenHeIsDone) {
 }
 
 TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
-  static constexpr std::chrono::seconds bound(2);  // ten times what it may wait
+  static constexpr std::chrono::seconds bound(2);  // ten times the longest wait
   for (const Switch& row : {tips, advertising}) {
     withHost(
         information(),
@@ -580,7 +579,7 @@ TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
           write(row.toBoth, true);
           EXPECT_LT(std::chrono::steady_clock::now() - start, bound);
           files.expectUntouched();
-          text.release();  // the one that is free is written
+          text.release();  // this file is now written
           write(row.toBoth, true);
           EXPECT_EQ(stateOf(propertyList(host)), files.list);
           EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {row.key, "1"}}));
@@ -589,7 +588,7 @@ TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
   }
 }
 
-// The new contents stand although they could not be cut to their size.
+// The new contents stay, although the file could not be truncated.
 TEST_F(SwitchFiles, FilesCanBeReadBeforeTheyAreCut) {
   const std::string comment = "/* " + std::string(2000, 'c') + " */";
   for (const std::string& odd : {comment, comment + ' '}) {
@@ -625,7 +624,7 @@ TEST_F(SwitchFiles, WithoutAPropertyListTheStringsFileIsWrittenAllTheSame) {
   }
 }
 
-// As one that a writer in another process has left when it was killed.
+// Simulates a writer in another process that was killed.
 TEST_F(SwitchFiles, FileOfAWriterThatWasKilledIsTakenBackFirst) {
   withHost(information(), [this](const Host& host) {
     communicator();
@@ -641,7 +640,7 @@ TEST_F(SwitchFiles, FileOfAWriterThatWasKilledIsTakenBackFirst) {
   });
 }
 
-// --- What is not written
+// --- Files that stay unchanged
 
 TEST_F(SwitchFiles, UnchangedValueTouchesNeitherFile) {
   for (const Switch& row : {tips, advertising}) {
@@ -814,7 +813,7 @@ TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
         communicator();
         const BothFiles files(host);
         {
-          const CapturedLog log;  // the log may be such a file itself
+          const CapturedLog log;  // the limit holds for a log file too
           const SmallFilesOnly limit(16);
           write(&Communicator::setTipsEnable, true);
         }
@@ -825,7 +824,7 @@ TEST_F(SwitchFiles, WithoutRoomToGrowTheOldContentsStay) {
       english);
 }
 
-// --- What a start does
+// --- A start
 
 TEST_F(SwitchFiles, SyncAddsAMissingKeyWithItsDefaultToThePropertyListOnly) {
   withHost(
@@ -938,7 +937,7 @@ TEST_F(SwitchFiles, ControlWithoutTheKeySucceedsAndWritesNothing) {
     const FileState before = aged(propertyList(host));
     EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
     EXPECT_EQ(stateOf(propertyList(host)), before);
-    // What is added later is not in the information dictionary of this process.
+    // A key that is added later is not in the information dictionary of this process.
     writeBundle(host.bundle, information({{"EnableAD", "YES"}}));
     EXPECT_TRUE(QBHPHelperControl::share().saveEnableADToPlistFile());
     EXPECT_EQ(dictionaryIn(propertyList(host)), information({{"EnableAD", "YES"}}));

@@ -1,4 +1,4 @@
-// The conversation about an upgrade: what is sent, who is told, and when a question counts as open.
+// Tests the messages about an upgrade: the requests, the delegate, and when a question is open.
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -143,7 +143,7 @@ TEST_F(UpgradeByHelper, AnsweredAndAskedWithoutAUsableDelegateStaysAnswered) {
     EXPECT_EQ(log.lines(), Texts(3, "productUpgradeCallBack:::: a b 0 "));
   }
   EXPECT_TRUE(delegate.told.empty());
-  // A delegate that comes later is asked.
+  // A delegate that is set later is asked.
   service.setProductUpgradeDelegate(&delegate);
   ask();
   EXPECT_EQ(delegate.told.size(), 1U);
@@ -244,7 +244,7 @@ TEST_F(UpgradeByHelper, AnswerOnAnotherThreadWhileAFurtherQuestionComesIsNotLost
   EXPECT_EQ(delegate.told.size(), 2U);
 }
 
-// --- What a question carries
+// --- The arguments of a question
 
 TEST_F(UpgradeByHelper, QuestionIsLoggedWithAllFourArguments) {
   service.setProductUpgradeDelegate(nullptr);

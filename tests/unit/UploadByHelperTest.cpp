@@ -20,7 +20,7 @@ using Texts = std::vector<std::string>;
 constexpr const char* className = "QBHPUploadByHelper";
 constexpr const char* collectData = "collectData:version:collectionType:target:keyID:value:";
 
-// A request that is posted, with every argument given and with every argument absent.
+// Describes a posted request, with every argument given and with every argument absent.
 struct Post {
   const char* method;
   std::function<OSErr(Service&, bool given)> make;
@@ -29,7 +29,6 @@ struct Post {
   Texts linesOfAbsent;
 };
 
-// An argument, or its absence.
 Text when(bool given, const char* text) { return given ? Text(text) : std::nullopt; }
 
 using SixTexts = OSErr (Service::*)(Text, Text, Text, Text, Text, Text);
@@ -69,11 +68,11 @@ std::vector<Post> posts() {
   };
 }
 
-// A request that waits for its reply.
+// Describes a request that waits for its reply.
 struct Question {
   const char* method;
   String (Service::*ask)(Text, Text);
-  std::string linePrefix;  // of the line that tells the reply; empty for none
+  std::string linePrefix;  // of the log line with the reply; empty without such a line
 };
 
 std::vector<Question> questions() {

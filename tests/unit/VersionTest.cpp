@@ -13,7 +13,7 @@ namespace {
 
 using Components = std::vector<std::u16string>;
 
-// Both ways round: the order of two versions is that of the other two, reversed.
+// Compares both ways round.
 void expectOrder(Text a, Text b, int expected) {
   EXPECT_EQ(compareVersion(a, b), expected)
       << a.value_or("(null)") << " to " << b.value_or("(null)");
