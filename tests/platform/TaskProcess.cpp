@@ -30,7 +30,7 @@ int hold(const std::string& path) {
   return 0;
 }
 
-// The files in /proc of a process that cannot be dumped belong to root.
+// Makes the process undumpable: its files in /proc then belong to root.
 int hide(uid_t user) {
   const bool hidden = setuid(user) == 0 && prctl(PR_SET_DUMPABLE, 0) == 0;
   std::cout << (hidden ? "hidden" : "failed") << std::endl;

@@ -15,7 +15,7 @@ namespace qbdkr::test {
 //   hide USER               becomes a user, hides its files in /proc from that user, says
 //                           "hidden", and waits for the end of its input
 //   set DOMAIN KEY N        stores KEY0 to KEY(N-1) in a domain, one after the other
-//   main-bundle             shows what its main bundle is
+//   main-bundle             prints path, identifier, name and executable of its main bundle
 class TaskProcess : public ChildProcess {
  public:
   explicit TaskProcess(const std::vector<std::string>& arguments,

@@ -175,7 +175,7 @@ TEST_F(Bundles, PreferredLocalizationIsTheBestForTheUser) {
       {{{"LANG", "DE_de"}}, {"de"}, {"de"}},
       {{{"LANGUAGE", "fr:de:en"}, {"LANG", "es_ES"}}, {"en", "de"}, {"de", "en"}},
       {{{"LANGUAGE", "::de"}, {"LANG", "en"}}, {"en", "de"}, {"de", "en"}},
-      // One locale counts, and what is empty is not set.
+      // Only one locale counts, and an empty variable is unset.
       {{{"LC_ALL", "fr_FR"}, {"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}},
        {"en", "de", "fr"},
        {"fr"}},
@@ -183,7 +183,7 @@ TEST_F(Bundles, PreferredLocalizationIsTheBestForTheUser) {
       {{{"LC_ALL", "fr_FR"}, {"LANG", "de_DE"}}, {"de"}, {}},
       {{{"LC_ALL", ""}, {"LC_MESSAGES", "de_DE"}, {"LANG", "en_US"}}, {"en", "de"}, {"de"}},
       {{{"LC_ALL", ""}, {"LC_MESSAGES", ""}, {"LANG", "en_US"}}, {"en", "de"}, {"en"}},
-      // No translation, LANGUAGE included.
+      // C and POSIX turn off translation, even with LANGUAGE.
       {{{"LC_ALL", "C"}, {"LANG", "de_DE"}}, {"de", "en"}, {}},
       {{{"LC_MESSAGES", "POSIX"}, {"LANG", "de_DE"}}, {"de", "en"}, {}},
       {{{"LANG", "C"}, {"LANGUAGE", "de"}}, {"de"}, {}},
@@ -191,10 +191,10 @@ TEST_F(Bundles, PreferredLocalizationIsTheBestForTheUser) {
       {{{"LANGUAGE", "de"}}, {"de"}, {}},
       {{{"LANGUAGE", "de"}, {"LANG", ""}}, {"de"}, {}},
       {{{"LC_ALL", ""}, {"LC_MESSAGES", "C"}, {"LANGUAGE", "de"}, {"LANG", "fr"}}, {"de"}, {}},
-      // An encoding alone names no language, and switches nothing off.
+      // An encoding alone names no language, and turns nothing off.
       {{{"LC_ALL", "C.UTF-8"}, {"LANG", "de_DE"}}, {"de", "en", "c"}, {}},
       {{{"LC_ALL", "C.UTF-8"}, {"LANGUAGE", "de"}}, {"de", "en"}, {"de"}},
-      // LANGUAGE before the locale, up to where it says that there is to be no translation.
+      // LANGUAGE comes before the locale, and ends where it turns translation off.
       {{{"LANGUAGE", "de"}, {"LC_ALL", "fr_FR"}, {"LANG", "en_US"}},
        {"en", "de", "fr"},
        {"de", "fr"}},
@@ -263,7 +263,7 @@ TEST_F(Bundles, LocalizedResourcesComeAfterTheOthers) {
 
 TEST_F(Bundles, ExecutableIsTheOneThatIsNamed) {
   writeInfo(path, {{"CFBundleExecutable", "tool"}});
-  EXPECT_EQ(Bundle::withPath(path)->executablePath(), std::nullopt);  // it is not there
+  EXPECT_EQ(Bundle::withPath(path)->executablePath(), std::nullopt);  // it does not exist
   writeFile(path / "Contents/Linux/tool", "");
   EXPECT_EQ(Bundle::withPath(path)->executablePath(), path / "Contents/Linux/tool");
 }
@@ -343,8 +343,8 @@ TEST_F(Bundles, MainBundleIsTheOneAroundTheRunningExecutable) {
             (Names{path, "com.Acme.Sample", "Sample", path / "Contents/Linux/Sample"}));
 }
 
-// The bundle of any program's executable: its information is read within narrow bounds, and that of
-// one's own bundles within wide ones.
+// The bundle of any program's executable. Its information is read within narrow bounds, that of a
+// process's own bundles within wide ones.
 class ForeignBundles : public Bundles {
  protected:
   static constexpr std::size_t mebibyte = std::size_t{1} << 20;
@@ -365,7 +365,7 @@ class ForeignBundles : public Bundles {
     EXPECT_EQ(found->path, path);
     return *found->info;
   }
-  // By this process, from anything.
+  // Returns the bytes that this process has read from anywhere.
   static std::size_t bytesRead() {
     const std::string statistics = test::readFile("/proc/self/io");
     return std::stoul(statistics.substr(statistics.find("rchar: ") + 7));
@@ -395,7 +395,7 @@ TEST_F(ForeignBundles, InformationHasTenThousandValuesAtMost) {
     write(xmlPropertyList(PropertyList::Dictionary{{"Key", PropertyList::Array(count, true)}})
               .value());
   };
-  writeArray(9'998);  // and the array, and the dictionary
+  writeArray(9'998);  // plus the array and the dictionary
   EXPECT_FALSE(information().empty());
   writeArray(9'999);
   EXPECT_TRUE(information().empty());
@@ -426,7 +426,7 @@ TEST_F(ForeignBundles, InformationHasThirtyTwoLevelsAtMost) {
     for (int level = 1; level < levels; ++level) list = PropertyList::Array{list};
     write(xmlPropertyList(PropertyList::Dictionary{{"Key", list}}).value());
   };
-  writeNested(31);  // within the dictionary
+  writeNested(31);  // plus the dictionary
   EXPECT_FALSE(information().empty());
   writeNested(32);
   EXPECT_TRUE(information().empty());
@@ -434,7 +434,7 @@ TEST_F(ForeignBundles, InformationHasThirtyTwoLevelsAtMost) {
 }
 
 TEST_F(ForeignBundles, WhatCannotBeReadIsReadOnce) {
-  // A source of the tests has rested, and is not a property list.
+  // A source file of the tests has rested, and is not a property list.
   const fs::path source = fs::path(QBDKR_PLATFORM_TESTS) / "Files/FileTreeTest.cpp";
   fs::create_directories(path / "Contents");
   fs::create_symlink(source, path / "Contents/Info.plist");

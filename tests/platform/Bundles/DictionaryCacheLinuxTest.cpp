@@ -1,5 +1,5 @@
-// The number of readings tells what is cached. Only a file that has rested for a while is cached; a
-// link leads to one such file or another in a moment.
+// Counts the readings to find out which files are cached. Only a file that has rested for a while
+// is cached. A link can lead to another such file at once.
 
 #include <gtest/gtest.h>
 
@@ -32,7 +32,7 @@ std::string rested() { return test::restedFile("First.plist"); }
 std::string otherRested() { return test::restedFile("Second.plist"); }
 std::string thirdRested() { return test::restedFile("Third.plist"); }
 
-// Reads each file as the number of the reading, or as it is told.
+// Reads each file as the number of the reading, unless a test sets another answer.
 class CachedDictionaries : public testing::Test {
  protected:
   DictionaryCache cacheOf(DictionaryCache::Capacity capacity) {
@@ -57,7 +57,7 @@ class CachedDictionaries : public testing::Test {
     return std::stoi(dictionary->text("Number").value_or("0"));
   }
 
-  // A file that changed just now.
+  // Makes a file, which has not rested.
   std::string fresh(const std::string& name = "fresh") const {
     const fs::path path = directory.path() / name;
     writeFile(path, "");
@@ -80,7 +80,7 @@ class CachedDictionaries : public testing::Test {
   DictionaryCache cache = cacheOf({64, 1 << 20});
 };
 
-// Holds up what passes it until it is opened.
+// Blocks the threads that pass it until it is opened.
 class Gate {
  public:
   void pass() {
@@ -283,7 +283,7 @@ TEST_F(CachedDictionaries, BeyondItsMemoryItKeepsTheNewest) {
   }
 }
 
-// A file that replaces another, over and over, makes no room for itself.
+// A file that replaces another again and again takes up its room only once.
 TEST_F(CachedDictionaries, AFileThatChangesCountsOnce) {
   constexpr std::size_t large = 3000;
   answer = [](const std::string&, int number) {

@@ -172,7 +172,7 @@ TEST_F(Defaults, ThreadsMayUseOneObject) {
         const std::string key = std::to_string(thread) + '.' + std::to_string(i);
         defaults.setObject(key, PropertyList(i));
         EXPECT_EQ(defaults.object(key), PropertyList(i));
-        if (i % 5 == 0) defaults.synchronize();  // the others may keep it waiting too long
+        if (i % 5 == 0) defaults.synchronize();  // may fail: the others may hold the file too long
       }
     });
   }
@@ -181,10 +181,10 @@ TEST_F(Defaults, ThreadsMayUseOneObject) {
   EXPECT_EQ(stored().size(), std::size_t{threads * keys});
 }
 
-// Many threads wait at the same time, not one after the other.
+// Many threads wait at the same time, not in turn.
 TEST_F(Defaults, SynchronizeWaitsAMomentOnlyForOthers) {
   constexpr int waiting = 20;
-  constexpr std::chrono::seconds bound(2);  // ten times what each may wait
+  constexpr std::chrono::seconds bound(2);  // ten times the longest wait of each
   fs::create_directories(file().parent_path());
   TaskProcess other({"hold", file().parent_path()});
   ASSERT_EQ(other.firstLine(), "locked");
@@ -217,7 +217,7 @@ TEST_F(Defaults, WhatIsSetWhileAnotherThreadWaitsForTheFileIsStoredByIt) {
       done = defaults.synchronize();
     });
     while (!begun) std::this_thread::yield();
-    // Taken all the time, so that this is a pause, in which the writer gets to its wait.
+    // The lock is held, so this is a pause, in which the writer begins to wait.
     EXPECT_FALSE(FileLock::acquire(file().parent_path(), std::chrono::milliseconds(50)).isHeld());
     defaults.setObject("Key", PropertyList("newer"));
     lock.release();
@@ -252,7 +252,7 @@ TEST_F(Defaults, ADamagedFileIsPutAside) {
   writeFile(file(), "damaged \x01");
   EXPECT_EQ(defaults.object("Key"), std::nullopt);
   EXPECT_TRUE(UserDefaults::persistentDomain(domain).value_or(Dictionary()).empty());
-  EXPECT_EQ(readFile(file()), "damaged \x01");  // reading leaves it alone
+  EXPECT_EQ(readFile(file()), "damaged \x01");  // reading does not change it
   defaults.setObject("Key", PropertyList("value"));
   EXPECT_TRUE(defaults.synchronize());
   EXPECT_EQ(stored(), (Dictionary{{"Key", "value"}}));
@@ -262,8 +262,8 @@ TEST_F(Defaults, ADamagedFileIsPutAside) {
 TEST_F(Defaults, AFileThatCannotBeOpenedForNowIsNotTakenForDamaged) {
   store({{"Old", "kept"}});
   defaults.setObject("Key", PropertyList("value"));
-  // As many descriptors as are open, and a number of spare ones: each may be the one that is
-  // missing where the file is read.
+  // Allows the open descriptors and some spare ones. One of these counts leaves none for reading
+  // the file.
   for (rlim_t spare = 0; spare < 8; ++spare) {
     const int next = fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0);
     ASSERT_GE(next, 0);
@@ -276,7 +276,7 @@ TEST_F(Defaults, AFileThatCannotBeOpenedForNowIsNotTakenForDamaged) {
     setrlimit(RLIMIT_NOFILE, &before);
     EXPECT_FALSE(fs::exists(file().string() + ".damaged")) << spare << " spare";
     if (done) break;
-    // Whether the new file is there or the old one, nothing of the old one is lost.
+    // Nothing of the old file is lost, whether or not the new one replaced it.
     const Dictionary now = stored();
     ASSERT_NE(now.find("Old"), nullptr) << spare << " spare";
   }
@@ -331,7 +331,7 @@ TEST_F(Defaults, DomainsThatAreNoFileNamesHoldNothing) {
     EXPECT_EQ(UserDefaults::persistentDomain(name), std::nullopt) << name;
     hostile.setObject("Key", PropertyList("value"));
     EXPECT_FALSE(hostile.synchronize()) << name;
-    EXPECT_EQ(hostile.object("Key"), PropertyList("value"));  // seen by this process all the same
+    EXPECT_EQ(hostile.object("Key"), PropertyList("value"));  // this process still sees it
     hostile.setObject("Key", std::nullopt);
   }
   EXPECT_EQ(*readDictionaryFile(directory.path() / "secret.plist")->find("Key"), PropertyList(1));

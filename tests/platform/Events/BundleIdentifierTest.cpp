@@ -24,7 +24,7 @@ TEST(BundleIdentifier, IsTextWithoutANUL) {
 TEST(BundleIdentifier, Has255BytesAtMost) {
   EXPECT_TRUE(isBundleIdentifier(std::string(255, 'a')));
   EXPECT_FALSE(isBundleIdentifier(std::string(256, 'a')));
-  // Bytes, not characters.
+  // The bound counts bytes, not characters.
   std::string umlauts;
   for (int i = 0; i < 128; ++i) umlauts += "\u00E4";
   EXPECT_FALSE(isBundleIdentifier(umlauts));

@@ -18,7 +18,7 @@ const RPCEvent event{"Class", "method:", {"text"}};
 const Answer notHandled{errAEEventNotHandled, std::nullopt};
 const Answer failed{errAEEventFailed, std::nullopt};
 
-// Returns what the sender gets if the handler returns that.
+// Returns the sender's answer if the handler returns this result.
 Answer answerTo(Result result) {
   RPCHandler handler;
   handler.set([&](const RPCEvent&, const Result&) { return std::move(result); });

@@ -25,7 +25,7 @@ class FileLocks : public testing::Test {
   const std::filesystem::path root = directory.path();
 };
 
-// As a host does that starts workers of its own.
+// A host may fork workers of its own.
 TEST_F(FileLocks, LockIsReleasedAlthoughAForkedProcessHasItsDescriptor) {
   auto lock = FileLock::acquire(root, milliseconds(0));
   ASSERT_TRUE(lock.isHeld());

@@ -224,7 +224,7 @@ TEST_F(FileTree, CopyOfAReadOnlyTreeIsWhole) {
     return !copyItem(from, to);
   }));
   EXPECT_EQ(readFile(to + "/Contents/Linux/tool"), "tool");
-  // And it can be replaced later on.
+  // The copy can be replaced later.
   EXPECT_EQ(modeOf(to), 0755U);
   EXPECT_EQ(modeOf(to + "/Contents/Linux"), 0755U);
   EXPECT_TRUE(asOrdinaryUser([this] { return !removeItem(to); }));
@@ -323,7 +323,7 @@ TEST_F(FileTree, CopyLeavesWhatALiveProcessWorksOn) {
   ASSERT_EQ(worker.firstLine(), "locked");
   EXPECT_EQ(said(copyItem(from, to)), "");
   EXPECT_EQ(readFile(root / ".to.qbhp-staging-AAAAAA/item/half"), "half");
-  // When that process dies, the next one clears up.
+  // Once that process has died, the next operation clears up.
   worker.kill();
   EXPECT_EQ(said(removeItem(to)), "");
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"from"});
@@ -403,7 +403,7 @@ TEST_F(FileTree, CopyKeepsAttributesOfUsersAlone) {
   EXPECT_TRUE(setAttribute(from + tool, "user.empty", ""));
   EXPECT_TRUE(setAttribute(from + "/Contents", "user.directory", "2"));
   const bool trusted = setAttribute(from + tool, "trusted.mark", "3");
-  fs::permissions(from + tool, fs::perms(0444));  // its own rights do not matter
+  fs::permissions(from + tool, fs::perms(0444));  // does not keep the attributes from the copy
   fs::permissions(from + "/Contents", fs::perms(0555));
   EXPECT_TRUE(asOrdinaryUser([this] { return !copyItem(from, to); }));
   EXPECT_EQ(attribute(to + tool, "user.first"), "1");
@@ -411,7 +411,7 @@ TEST_F(FileTree, CopyKeepsAttributesOfUsersAlone) {
   EXPECT_EQ(attribute(to + tool, "user.empty"), "");
   EXPECT_EQ(attribute(to + "/Contents", "user.directory"), "2");
   EXPECT_EQ(modeOf(to + tool), 0444U);
-  // The same for the superuser.
+  // The same holds for root.
   EXPECT_EQ(said(copyItem(from, root / "second")), "");
   EXPECT_EQ(attribute((root / "second").string() + tool, "user.first"), "1");
   if (trusted) {
@@ -428,7 +428,7 @@ TEST_F(FileTree, CopyGoesToAnotherFileSystem) {
   const fs::path other = fs::path(memory) / root.filename();
   fs::create_directory(other);
   makeTree();
-  const std::string contents(200'000, 'y');  // more than goes through memory at once
+  const std::string contents(200'000, 'y');  // more than one buffer
   writeFile(from + "/large", contents);
   writeAt(from + "/sparse", 32 << 20, "end");
   setModified(from + "/large", 1'000'000'001);
@@ -493,7 +493,7 @@ TEST_F(FileTree, CopyIntoItselfIsRefused) {
   EXPECT_EQ(said(copyItem(from, from + "/empty/to")), from + "/empty/to: Invalid argument");
   EXPECT_EQ(said(copyItem(from, root / "link/to")), (root / "link/to: Invalid argument").string());
   EXPECT_EQ(namesIn(from + "/empty"), std::vector<std::string>{});
-  // A name that begins alike is another one.
+  // A name with the same beginning is another directory.
   EXPECT_EQ(said(copyItem(from, from + "-to")), "");
 }
 
@@ -506,7 +506,7 @@ TEST_F(FileTree, CopyOfAFileThatChangesMeanwhileIsRefused) {
   });
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(40);
   std::string last;
-  // The writer has to get its turn in between.
+  // Repeats until the writer ran during a copy.
   while (last.empty() && std::chrono::steady_clock::now() < deadline) {
     last = said(copyItem(from, to));
     fs::remove(to);
@@ -532,7 +532,7 @@ TEST_F(FileTree, TreesOfManyLevelsNeedFewDescriptors) {
 }
 
 TEST_F(FileTree, TreesHaveABoundOnTheirLevels) {
-  makeChain(from, 256);  // longer than a path may be
+  makeChain(from, 256);  // longer than the longest path
   EXPECT_EQ(said(removeItem(from)), "");
   EXPECT_EQ(namesIn(root), std::vector<std::string>{});
   makeChain(from, 257);
@@ -565,12 +565,11 @@ TEST_F(FileTree, NamesInAnOpenDirectoryAreGivenEachTime) {
   }
 }
 
-// --- What cannot be removed
-// ---------------------------------------------------------
+// --- Removal
 
 class Removal : public FileTree {
  protected:
-  // A tree of the ordinary user's, in which the superuser has a directory with a file.
+  // Makes a tree of the ordinary user, in which root owns a directory with a file.
   void makeForeignDirectory(mode_t mode) {
     makeTree();
     writeFile(foreign / "file", "foreign");
@@ -580,7 +579,7 @@ class Removal : public FileTree {
     EXPECT_EQ(chmod(foreign.c_str(), mode), 0);
   }
 
-  // Everything is where it was, with its mode.
+  // Expects every name and text in its place.
   void expectUntouched() const {
     EXPECT_EQ(namesIn(root), std::vector<std::string>{"from"});
     EXPECT_EQ(namesIn(from), (std::vector<std::string>{"Contents", "empty"}));
@@ -608,11 +607,11 @@ TEST_F(Removal, OfAForeignDirectoryWithContentsIsRefusedBeforeAnythingIsMoved) {
   EXPECT_EQ(removedByOrdinaryUser(), foreign.string() + ": Permission denied");
   expectUntouched();
   EXPECT_EQ(readFile(foreign / "file"), "foreign");
-  // Deeper as well, and where not even the names can be read.
+  // The same holds if not even the names can be read.
   ASSERT_EQ(chmod(foreign.c_str(), 0700), 0);
   EXPECT_EQ(removedByOrdinaryUser(), foreign.string() + ": Permission denied");
   expectUntouched();
-  // Writable without being searchable is not enough.
+  // Write permission without search permission is not enough.
   ASSERT_EQ(chmod(foreign.c_str(), 0706), 0);
   EXPECT_EQ(removedByOrdinaryUser(), foreign.string() + ": Permission denied");
   expectUntouched();
@@ -638,9 +637,9 @@ TEST_F(Removal, LeavesForeignFilesInAForeignStickyDirectory) {
   makeForeignDirectory(01777);
   EXPECT_EQ(removedByOrdinaryUser(), (foreign / "file: Operation not permitted").string());
   expectUntouched();
-  giveToOrdinaryUser(foreign);  // own files in an own directory
+  giveToOrdinaryUser(foreign);
   ASSERT_EQ(chmod(foreign.c_str(), 01777), 0);
-  ASSERT_EQ(chown((foreign / "file").c_str(), 0, 0), 0);  // the directory's owner may
+  ASSERT_EQ(chown((foreign / "file").c_str(), 0, 0), 0);  // the directory's owner may remove it
   EXPECT_EQ(removedByOrdinaryUser(), "");
   EXPECT_EQ(namesIn(root), std::vector<std::string>{});
 }

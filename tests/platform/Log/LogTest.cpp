@@ -129,16 +129,16 @@ TEST(Log, LinesOfSeveralThreadsDoNotMix) {
   }
 }
 
-// Standard error for as long as it lives, read by the test alone.
+// Replaces standard error while it lives. Only the test reads it.
 class UnreadError {
  public:
-  // Takes over both ends.
+  // Owns both ends.
   UnreadError(int readEnd, int writeEnd)
       : readEnd_(readEnd), before_(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 3)) {
     dup2(writeEnd, STDERR_FILENO);
     close(writeEnd);
     fcntl(readEnd_, F_SETFL, O_NONBLOCK);
-    // A line that finds room ends the unfinished work of an earlier test.
+    // A written line ends the dropping that an earlier test began.
     log("ready");
     (void)drain();
   }
@@ -175,11 +175,11 @@ class UnreadError {
     return {controller, open(name.data(), O_RDWR | O_NOCTTY | O_CLOEXEC)};
   }
 
-  // Leaves no room.
+  // Fills standard error up.
   void fill() const {
     const int flags = fcntl(STDERR_FILENO, F_GETFL);
     fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
-    // A terminal makes some room by itself for a while.
+    // A terminal makes some more room for a while.
     pollfd room{STDERR_FILENO, POLLOUT, 0};
     do {
       for (const std::size_t size : {std::size_t{4096}, std::size_t{1}}) {
@@ -191,7 +191,7 @@ class UnreadError {
     fcntl(STDERR_FILENO, F_SETFL, flags);
   }
 
-  // Everything that was written so far, and comes through in a moment.
+  // Returns all that was written so far, and waits a moment for more.
   [[nodiscard]] std::string drain() const {
     std::string text;
     std::array<char, 4096> buffer{};
@@ -208,7 +208,7 @@ class UnreadError {
   int before_;
 };
 
-// Whether a call comes back although nothing is read. One that does not is let go in the end.
+// Tells whether a call returns while nothing is read. Reads afterwards, to end the call anyway.
 bool comesBack(const UnreadError& error, const std::function<void()>& call) {
   const auto done = std::async(std::launch::async, call);
   const bool inTime = done.wait_for(std::chrono::seconds(30)) == std::future_status::ready;
@@ -240,7 +240,7 @@ TEST(Log, LineForASocketThatIsNotReadIsDropped) {
 }
 
 TEST(Log, LineForATerminalThatIsNotReadHoldsUpNothing) {
-  // On a busy machine the line may find room that was made late.
+  // On a busy machine the terminal may make room for the line.
   EXPECT_FALSE(linesAround(UnreadError::terminal()).empty());
 }
 
@@ -260,7 +260,7 @@ TEST(Log, LineWithoutRoomIsDroppedWithoutDescriptorsAsWell) {
 TEST(Log, OnlyTheFirstLineWithoutRoomWaits) {
   const auto error = UnreadError::pipe();
   error.fill();
-  // Each would wait for 0.2 s.
+  // If each waited 0.2 s, this would take too long.
   EXPECT_TRUE(comesBack(error, [] {
     for (int i = 0; i < 2000; ++i) log("lost");
   }));
@@ -268,7 +268,7 @@ TEST(Log, OnlyTheFirstLineWithoutRoomWaits) {
 
 TEST(Log, LineWaitsAMomentForRoom) {
   const auto error = UnreadError::pipe();
-  // On a busy machine the moment may be over before this thread gets to read.
+  // On a busy machine the wait may end before this thread reads.
   bool arrived = false;
   for (int attempt = 0; attempt < 100 && !arrived; ++attempt) {
     error.fill();
@@ -302,7 +302,7 @@ TEST(Log, LineAfterACutOneBeginsANewLine) {
 }
 
 TEST(Log, HugeArgumentsCostNoMoreThanTheirLine) {
-  // A text of any size: the bytes behind the first 16 KiB are never read.
+  // The size is a lie: the bytes after the first 16 KiB are never read.
   const std::string start(17'000, 'h');
   const volatile std::size_t size = std::size_t{1} << 62U;
   CapturedLog captured;

@@ -272,7 +272,7 @@ TEST(RunLoopTest, AnExceptionOfATimerIsDroppedAndItTicksOn) {
   EXPECT_EQ(ticks, 3);
 }
 
-// Runs the loop until another timer has ticked so often.
+// Runs the loop for that many ticks of another timer.
 void runForTicks(int count) {
   RunLoop& loop = RunLoop::current();
   int ticks = 0;
@@ -292,7 +292,7 @@ TEST(RunLoopTest, ATimerInvalidatedInItsOwnTaskTicksNoMore) {
   });
   runForTicks(5);
   EXPECT_EQ(ticks, 1);
-  timer->invalidate();  // twice is harmless
+  timer->invalidate();  // a second time is harmless
 }
 
 TEST(RunLoopTest, ATimerMayBeReleasedInItsOwnTask) {
@@ -380,7 +380,7 @@ TEST(RunLoopTest, MissedTicksAreNotMadeUpFor) {
   });
   loop.run();
   timer->invalidate();
-  // One tick, the busy time, one late tick, and every other one an interval after the one before.
+  // One tick, the busy time, one late tick, then one tick per interval.
   EXPECT_GE(Clock::now() - start, interval + busy + (enough - 3) * interval);
 }
 
@@ -389,7 +389,7 @@ TEST(RunLoopTest, ATimerFiresOnlyWhileTheLoopRuns) {
     int ticks = 0;
     RunLoop& loop = RunLoop::current();
     const auto timer = loop.scheduleTimer(milliseconds(1), [&](const RunLoopTimer&) { ++ticks; });
-    EXPECT_TRUE(isReadable(loop.descriptor(), milliseconds(20'000)));  // it wants to be dispatched
+    EXPECT_TRUE(isReadable(loop.descriptor(), milliseconds(20'000)));  // the timer is due
     EXPECT_EQ(ticks, 0);
     timer->invalidate();
   });
@@ -429,7 +429,7 @@ TEST(RunLoopTest, EmbeddedLoopDispatchesAllTasksThatAreDue) {
   });
 }
 
-// As a foreign loop does: waits for the descriptor, dispatches, until the condition holds.
+// Acts as a foreign loop: waits for the descriptor and dispatches, until the condition holds.
 template <class Condition>
 bool runEmbedded(RunLoop& loop, Condition condition) {
   const auto deadline = Clock::now() + std::chrono::seconds(20);
@@ -487,7 +487,7 @@ TEST(RunLoopTest, DispatchDoesNotBlock) {
   onNewThread([] {
     RunLoop& loop = RunLoop::current();
     const auto timer = loop.scheduleTimer(std::chrono::hours(1), [](const RunLoopTimer&) {});
-    loop.dispatch();  // it would otherwise wait for an hour
+    loop.dispatch();  // the timer is an hour away
     timer->invalidate();
     loop.dispatch();
   });

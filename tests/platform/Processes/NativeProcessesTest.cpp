@@ -102,7 +102,7 @@ TEST(ProcessTable, ABufferThatIsTooSmallGivesENOMEM) {
   ProcessRecord one{};
   std::size_t length = 0;
   EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
-  const TaskProcess other({"wait"});  // there are two processes at least
+  const TaskProcess other({"wait"});  // the table has two processes at least
   length = sizeof one;
   EXPECT_EQ(queryProcessTable(&one, &length), ENOMEM);
 }

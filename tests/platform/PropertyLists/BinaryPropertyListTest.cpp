@@ -29,7 +29,7 @@ using test::nestedArrays;
 using test::throughXML;
 using test::twoTo63;
 
-// A binary list laid out by hand, so that each of its parts can be wrong.
+// Lays out a binary list. A test can make each part wrong.
 struct BinaryList {
   std::vector<std::string> objects;
   std::uint64_t top = 0;

@@ -230,7 +230,7 @@ TEST_F(FileRewrite, WithoutRoomIsRefused) {
   writeFile(file, shorter);
   EXPECT_EQ(rewriteWithout([] { failCall(SYS_fallocate, ENOSPC); }, file, longer), End::refused);
   expectOnly(shorter);
-  // A file system without room to set aside has the record.
+  // If the file system cannot set room aside, the record protects the old contents.
   EXPECT_EQ(rewriteWithout([] { failCall(SYS_fallocate, EOPNOTSUPP); }, file, longer), End::wrote);
   expectOnly(longer);
 }
@@ -251,7 +251,7 @@ TEST_F(FileRewrite, InAClosedDirectoryNeedsRoomSetAside) {
 TEST_F(FileRewrite, ThatIsNotFlushedDoesNotSucceed) {
   writeFile(file, longer);
   giveToOrdinaryUser(root);
-  fs::permissions(root, fs::perms(0555));  // there is no record that would have to be flushed first
+  fs::permissions(root, fs::perms(0555));  // no record, whose flush would fail first
   EXPECT_FALSE(asOrdinaryUser([this] {
     failCall(SYS_fsync, EIO);
     return rewriteFile(file, shorter);
@@ -259,7 +259,7 @@ TEST_F(FileRewrite, ThatIsNotFlushedDoesNotSucceed) {
   EXPECT_TRUE(readDictionaryFile(file));
 }
 
-// The limit is met in the middle of the write, because it cannot be asked for.
+// The rewriting cannot query the limit, and so meets it in the middle of the write.
 TEST_F(FileRewrite, ThatFailsInTheMiddleTakesTheOldContentsBack) {
   writeFile(file, shorter);
   giveToOrdinaryUser(root);
@@ -291,7 +291,7 @@ TEST_F(FileRewrite, ShorterUTF16TextIsFilledUpWithWholeUnits) {
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"InfoPlist.strings"});
 }
 
-// A rewriting that was cut off, as its record tells of it.
+// Leaves a rewriting that was cut off, with its record.
 class CutOffRewrite : public FileRewrite {
  protected:
   const std::string filled = shorter + std::string(longer.size() - shorter.size(), '\n');
@@ -323,7 +323,7 @@ TEST_F(CutOffRewrite, MixtureOfALongerTextIsTakenBack) {
   }
 }
 
-// One letter moved by a byte: the old text's next page repeats it.
+// The new text is one byte longer, so the old text's next page repeats a letter.
 TEST_F(CutOffRewrite, MixtureThatCanBeReadIsTakenBack) {
   const std::string before = list({{"Flag", true}, {"Text", "abc"}});
   const std::string after = list({{"Flag", false}, {"Text", "abc"}});

@@ -50,7 +50,7 @@ class DecimalComma : public std::numpunct<char> {
   std::string do_grouping() const override { return "\3"; }
 };
 
-// The program's locale, both of C++ and as far as one is installed of C, with a decimal comma.
+// Sets a locale with a decimal comma, for C++ and, if one is installed, for C.
 class LocaleWithDecimalComma {
  public:
   LocaleWithDecimalComma()
@@ -246,7 +246,7 @@ TEST(XMLPropertyList, RefusesTextOutsideElements) {
 TEST(XMLPropertyList, RefusesTruncatedInputAtEveryLength) {
   const std::optional<std::string> xml = xmlPropertyList(Dictionary{{"k", Array{"v", 1, 2.5}}});
   ASSERT_TRUE(xml);
-  const std::size_t closed = xml->size() - 1;  // the newline behind it may be missing
+  const std::size_t closed = xml->size() - 1;  // the last newline may be missing
   EXPECT_FALSE(isRefused(xml->substr(0, closed)));
   for (std::size_t length = 1; length < closed; ++length) {
     EXPECT_TRUE(isRefused(xml->substr(0, length))) << length;

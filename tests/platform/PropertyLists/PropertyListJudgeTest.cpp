@@ -28,8 +28,7 @@ using Date = PropertyList::Date;
 using Dictionary = PropertyList::Dictionary;
 using Integer = PropertyList::Integer;
 
-// The value that both sides must agree on, as Python writes it. Identifiers exist in the binary
-// form only.
+// The value on which both sides must agree, in Python. Identifiers exist only in the binary form.
 constexpr std::string_view pythonValue = R"(
 import datetime, math, plistlib, sys
 value = {
@@ -154,7 +153,7 @@ TEST_F(PropertyListJudge, AgreesOnScalarsAndNaN) {
 }
 
 TEST_F(PropertyListJudge, ItsXMLListsAreRead) {
-  // Its XML writer makes plain ends of lines of carriage returns; only its binary lists keep them.
+  // Its XML writer turns carriage returns into newlines; only its binary lists keep them.
   Dictionary expected = ownValue();
   expected.set("text", "Gr\u00FC\u00DFe \u263A \U0001F600 <&> \"'\n\t");
   EXPECT_EQ(written("value", "FMT_XML"), expected);
@@ -181,7 +180,8 @@ TEST_F(PropertyListJudge, ItsListsOfManyObjectsAreRead) {
   EXPECT_EQ(*many->find("k29999"), PropertyList(Array{29999, "29999", 14999.5}));
 }
 
-// Equal texts and numbers stand in such a list once, and a container only if it is the same object.
+// Such a list holds equal texts and numbers once, and a container once only if it is the same
+// object.
 TEST_F(PropertyListJudge, ItsListsOfEqualDictionariesAreRead) {
   const std::optional<Dictionary> many =
       written("{'all': [{'k%d' % j: j for j in range(10)} for i in range(1000)]}", "FMT_BINARY");
@@ -198,8 +198,7 @@ TEST_F(PropertyListJudge, ItsListsOfOneSharedDictionaryAreRead) {
   EXPECT_EQ(*shared->find("a"), *shared->find("b"));
 }
 
-// A reader of strings files, in ten lines of another language: pairs of quoted texts and nothing
-// else.
+// A reader of strings files in ten lines of Python: only pairs of quoted texts.
 constexpr std::string_view pythonStrings = R"py(
 import re
 pairs = {'plain': 'text', '': 'empty key', 'empty': '', 'quotes': '"a" \'b\'', 'back\\slash': '\\n \\" \\',

@@ -13,7 +13,7 @@
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/Text/Text.h"
 
-// Values and bytes for the tests of several forms.
+// The values and bytes that tests of several forms share.
 namespace qbdkr::test {
 
 inline constexpr std::uint64_t twoTo63 = std::uint64_t{1} << 63;

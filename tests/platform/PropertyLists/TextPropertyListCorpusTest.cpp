@@ -47,8 +47,8 @@ std::vector<fs::path> filesIn(const std::string& folder) {
   return files;
 }
 
-// Absent for a file that is to be refused. An expectation that cannot be read itself is a failure:
-// it would otherwise agree with a reader that refuses everything.
+// Returns the expected value of a file; absent if it must be refused. An expectation that cannot be
+// read is a failure: it would otherwise agree with a reader that refuses everything.
 std::optional<PropertyList> expectationFor(fs::path file) {
   if (file.parent_path().filename() == "refused") return std::nullopt;
   file.replace_extension(".xml");
@@ -96,7 +96,7 @@ std::string nameOf(const testing::TestParamInfo<fs::path>& tested) {
 INSTANTIATE_TEST_SUITE_P(Read, StringsCorpus, testing::ValuesIn(filesIn("read")), nameOf);
 INSTANTIATE_TEST_SUITE_P(Refused, StringsCorpus, testing::ValuesIn(filesIn("refused")), nameOf);
 
-// At least sixty: an empty folder must not pass.
+// An empty folder must not pass.
 TEST(StringsCorpusFolder, HoldsManyFiles) {
   EXPECT_GE(filesIn("read").size(), 30U);
   EXPECT_GE(filesIn("refused").size(), 30U);
@@ -108,7 +108,7 @@ std::string repeated(std::string_view text, int count) {
   return all;
 }
 
-// Made here, for their size: what they hold is of interest only by the hundred thousand.
+// Large files are made here: their contents matter only in their number.
 TEST(StringsCorpusLarge, ManyKeys) {
   std::string text;
   std::vector<Dictionary::Entry> entries;

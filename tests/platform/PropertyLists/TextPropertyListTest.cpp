@@ -24,7 +24,7 @@ using Dictionary = PropertyList::Dictionary;
 using test::isRefused;
 using test::utf16;
 
-// The one value of a file with the one key k.
+// Reads a text as the value of the only key, k.
 std::optional<PropertyList> valueOf(const std::string& text) {
   const std::optional<PropertyList> list = parsePropertyList("k = " + text + ";");
   if (!list || !list->dictionary() || !list->dictionary()->find("k")) return std::nullopt;

@@ -128,7 +128,7 @@ TEST(CompareText, TakesCanonicallyEquivalentTextsForEqual) {
 TEST(CompareText, KeepsWhatIsOnlyCompatible) {
   EXPECT_NE(compareText(u"\uFB01", u"fi"), 0);
   EXPECT_NE(compareText(u"\uFF21", u"A"), 0);
-  // Marks of one class do not change places.
+  // Marks of the same class keep their order.
   EXPECT_NE(compareText(u"a\u0307\u0308", u"a\u0308\u0307"), 0);
 }
 

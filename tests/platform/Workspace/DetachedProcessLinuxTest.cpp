@@ -57,7 +57,7 @@ class Detached : public testing::Test {
 };
 
 TEST_F(Detached, LeadsASessionOfItsOwn) {
-  // Process id, group, session and terminal, as the kernel counts them.
+  // Reads process ID, group, session and terminal from the kernel.
   const auto lines = linesOf("read -r stat < /proc/$$/stat; echo $$; echo ${stat##*)}");
   ASSERT_EQ(lines.size(), 2U);
   std::istringstream stat(lines[1]);
@@ -116,7 +116,7 @@ TEST_F(Detached, TellsItsProcessIDAndItsEnd) {
   const auto process = startDetached(
       script("echo $$ > '" + output.string() + "'; read line < '" + fifo.string() + "'"));
   ASSERT_TRUE(process.has_value());
-  const int writer = open(fifo.c_str(), O_WRONLY);  // when it can be opened, the script is there
+  const int writer = open(fifo.c_str(), O_WRONLY);  // waits until the script opens it
   ASSERT_GE(writer, 0);
   EXPECT_FALSE(hasEnded(*process, 0));
   EXPECT_EQ(readFile(output), std::to_string(process->processID) + '\n');
@@ -140,7 +140,7 @@ TEST_F(Detached, SurvivesTheProcessThatStartedIt) {
   const int status = test::runForked([&path] {
     setsid();
     const auto process = startDetached(path);
-    // With it goes its whole session.
+    // Kills its whole process group.
     kill(0, process ? SIGKILL : SIGTERM);
     return false;
   });
@@ -174,10 +174,10 @@ TEST_F(Detached, LeavesTheCallersSignalsAlone) {
   EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
 }
 
-// The workers hold what this process had open when they were forked, for as long as they live.
+// The workers inherit the descriptors that are open at their fork, and hold them until they end.
 TEST_F(Detached, StartsAlthoughThisProcessForksWorkersMeanwhile) {
   constexpr std::size_t most = 300;
-  // Before there are workers: a file that one of them has open for writing cannot be executed.
+  // Written before the fork: a file that a worker has open for writing cannot be executed.
   const std::string program = script("echo started >> '" + output.string() + "'");
   std::atomic<bool> done{false};
   std::vector<pid_t> workers;

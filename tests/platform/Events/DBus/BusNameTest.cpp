@@ -41,7 +41,7 @@ TEST(BusName, NeedsTwoElementsAndNoneEmpty) {
 TEST(BusName, HasAtMost255Bytes) {
   EXPECT_EQ(busNameOfIdentifier("a." + std::string(253, 'b')), "a." + std::string(253, 'b'));
   EXPECT_EQ(busNameOfIdentifier("a." + std::string(254, 'b')), std::nullopt);
-  // The bound is that of the name, not of the identifier.
+  // The bound holds for the name, not for the identifier.
   EXPECT_TRUE(busNameOfIdentifier("a." + std::string(84, '#') + 'b').has_value());
   EXPECT_EQ(busNameOfIdentifier("a." + std::string(84, '#') + "bb"), std::nullopt);
   EXPECT_EQ(busNameOfIdentifier(std::string(1'000'000, 'a')), std::nullopt);
