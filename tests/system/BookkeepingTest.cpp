@@ -75,7 +75,7 @@ TEST(Bookkeeping, InstallTimeIsWrittenByTheFirstStartAlone) {
   EXPECT_EQ(value.find_first_not_of("0123456789"), 14U) << value;
   EXPECT_TRUE(value.starts_with("20")) << value;
 
-  // A value that is there stays, whatever it is.
+  // An existing value stays, whatever it is.
   const auto file = scene.home().preferencesFile(scene.hostID());
   writeFile(file, informationPropertyList({{"installTime", ""}}));
   host->call("start");
@@ -93,7 +93,7 @@ TEST(Bookkeeping, DataDirectoryIsMadeAndRecordedOnce) {
   EXPECT_EQ(
       host->process().logLinesWith("initDataCollectionPath: DataCollectPath = " + data.string()),
       1U);
-  host->call("set-collect 1");  // stores what is not stored yet as well
+  host->call("set-collect 1");  // also stores earlier changes
   EXPECT_TRUE(
       holds(scene.preferences(scene.hostID()), "\"DataCollectPath\": \"" + data.string() + "\""));
 }

@@ -1,4 +1,4 @@
-// The contract on the bus, seen by a peer that shares no code with the framework.
+// Tests the contract on the bus with a peer that shares no code with the framework.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -83,14 +83,14 @@ TEST(BusContract, UnknownClassAndMethodGiveNoResult) {
   EXPECT_EQ(peer.run({"call", scene.hostID(), "NoSuchClass", "x:", "1"}), "result ");
   host->process().waitForLog("classname is a class but it not find");
   EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "noSuchMethod"}), "result ");
-  // One colon short, and one argument too many.
+  // One colon too few, and one argument too many.
   EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify", "x"}),
             "result ");
   EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "x", "y"}),
             "result ");
   EXPECT_EQ(host->reportsWith("will-exit"), 0U);
   EXPECT_EQ(host->process().logLinesWith("classname is a class but it not find"), 1U);
-  // Fewer arguments than the method takes: the others are absent.
+  // Missing arguments are absent.
   EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
                       "checkServerOpenCallBack::::", "x", "1"}),
             "result ");
@@ -122,7 +122,7 @@ TEST(BusContract, CallsOfAnotherFormGetAnError) {
            {"raw", scene.hostID(), "/NoSuchObject", "Call"}}) {
     EXPECT_TRUE(peer.run(call).starts_with("error ")) << call.back();
   }
-  // libdbus sends what is no character; the host's side refuses it.
+  // libdbus sends a noncharacter; the host refuses it.
   EXPECT_TRUE(
       peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "\xef\xbf\xbf"})
           .starts_with("error "));
@@ -205,7 +205,7 @@ TEST(BusContract, NoncharactersAreRefusedInCallsAndDroppedInPosts) {
             "error org.freedesktop.DBus.Error.InvalidArgs");
   const auto posting = peer.begin(with({"post", scene.hostID(), "1"}));
   posting->waitForOutput([](const std::string& line) { return line == "posted"; });
-  // The sender stays connected, and is heard when it sends what can be read.
+  // The sender stays connected, and its next valid report is handled.
   EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl", "helperExitNotify:", "x"}),
             "result ");
   host->waitForReport("will-exit");
@@ -231,7 +231,7 @@ TEST(BusContract, ReportOfASenderThatIsNotKnownAndGoneIsNotDispatched) {
   posting->waitForOutput([](const std::string& line) { return line == "posted"; });
   posting->closeInput();
   EXPECT_TRUE(posting->succeeds());
-  peer.awaitOwner(scene.hostID());  // the bus has seen its end before it answers this
+  peer.awaitOwner(scene.hostID());  // the bus sees the sender's end before it answers this
   host->process().signal(SIGCONT);
   EXPECT_EQ(peer.run(report({"call", scene.hostID()}, "here")), "result ");
   host->process().waitForLog(":::: here 1 0");
@@ -272,14 +272,14 @@ TEST(Status, TargetsThatAreNotThere) {
 
 TEST(Status, PeersWithoutTheObject) {
   Scene scene;
-  // The bus itself is a peer that has no such object.
+  // The bus itself is a peer without the object.
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
   EXPECT_EQ(host->call("ask org.freedesktop.DBus Probe echo: x"), notHandled + " ~");
 }
 
 TEST(Status, RefusalOfTheBusPolicy) {
-  // The policy names the target before it is known to the test, so it is one that all tests share;
-  // no process is looked up by it.
+  // The policy is written before the test has identifiers of its own, so all tests share this name.
+  // No process is found by it.
   Scene scene("<deny send_destination=\"com.Acme.Denied\"/>");
   const auto peer = Peer::inBundle(scene);
   auto served = peer.begin({"serve", "com.Acme.Denied", "1"});
@@ -296,7 +296,7 @@ TEST(Status, ServicesAreNotStartedByARequest) {
   writeFile(scene.bus().serviceDirectory() / (name + ".service"),
             "[D-BUS Service]\nName=" + name + "\nExec=/usr/bin/touch " + mark.string() + "\n");
   scene.bus().kill();
-  scene.bus().start();  // it reads the service files when it starts
+  scene.bus().start();  // the bus reads the service files when it starts
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
   EXPECT_EQ(host->call("send " + name + " Probe note: x"), applicationGone);
   EXPECT_EQ(host->call("ask " + name + " Probe note: x"), applicationGone + " ~");
@@ -307,11 +307,11 @@ TEST(NoBus, NothingHangs) {
   Scene scene;
   scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nowhere/at/all";
   auto bundle = scene.makeHostWithoutHelper("Host");
-  // A helper agent that cannot be executed: launching it would wait for a check-in.
+  // This helper agent cannot be executed: the launch of another would wait for its name.
   TestBundle(bundle.resources(), "ProbeHelper",
              {{"CFBundleIdentifier", scene.helperID()}, {"CFBundleVersion", "1.0"}});
   const auto host = scene.start(bundle);
-  constexpr std::chrono::seconds soon(20);  // the bus library waits 25 s by itself
+  constexpr std::chrono::seconds soon(20);  // less than the 25 s of the bus library
   EXPECT_EQ(host->call("share", soon), "shared");
   EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x", soon), "-609");
   EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe note: x", soon), "-609 ~");

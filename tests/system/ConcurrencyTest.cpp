@@ -1,4 +1,4 @@
-// All calls of the communicator from many threads at once, against a running helper agent.
+// Makes all calls of the communicator from many threads at once, against a running helper agent.
 
 #include <gtest/gtest.h>
 
@@ -14,7 +14,7 @@ namespace {
 
 constexpr unsigned threads = 16;
 
-// A line of the helper agent's transcript: PID call CLASS METHOD from PID ARGUMENT...
+// Splits a line of the helper agent's transcript: PID call CLASS METHOD from PID ARGUMENT...
 struct Line {
   explicit Line(const std::string& text) : words(wordsOf(text)) {}
   [[nodiscard]] bool isCall() const { return words.size() > 5 && words[1] == "call"; }
@@ -32,11 +32,11 @@ std::map<std::string, unsigned> countsIn(const std::string& result) {
   return counts;
 }
 
-// The count that follows a thread's name in a line, where there is one.
+// Expects that the count after a thread's name, if the line has one, is larger than its last one.
 void expectOrder(const Line& line, std::map<std::string, unsigned long>& last) {
   for (std::size_t i = 6; i + 1 < line.words.size(); ++i) {
     if (!line.words[i].starts_with("thread-")) continue;
-    // Between the two there may be an empty text.
+    // An empty text may lie between the two.
     const std::string& number = line.words[i + 1] == "%" ? line.words.at(i + 2) : line.words[i + 1];
     const unsigned long count = std::stoul(number);
     EXPECT_GT(count, last[line.words[i]]) << line.words[i];

@@ -21,7 +21,7 @@ fs::path markerIn(const fs::path& bundle) { return bundle / "Contents/Resources/
 
 fs::path helperOf(const TestBundle& host) { return host.resources() / "ProbeHelper.app"; }
 
-// An installed copy that can be told from any that is put there later.
+// Installs a copy with a mark, which no later copy has.
 void installMarked(Scene& scene, const std::string& version) {
   const auto helper = scene.makeHelper(version, scene.installDirectory());
   writeFile(markerIn(helper.path()), "installed before");
@@ -42,7 +42,7 @@ TEST(Deployment, FirstRunMakesTheDirectoriesCopiesTheHelperAndOpensIt) {
 
 struct Decision {
   const char* name;
-  const char* installed;  // version; null for no installed copy
+  const char* installed;  // version; null without an installed copy
   const char* resource;
   bool running;
   bool removable;
@@ -57,7 +57,7 @@ TEST_P(DeploymentDecision, IsTakenByTheVersions) {
   const Decision& decision = GetParam();
   Scene scene;
   scene.recordEarlierStarts();
-  scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";  // stays to be counted
+  scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";  // keeps running, and can be counted
   if (decision.installed != nullptr) installMarked(scene, decision.installed);
   if (decision.running) {
     const auto first = scene.makeHostWithoutHelper("FirstHost");
@@ -129,7 +129,7 @@ TEST(Deployment, RunningHelperThatObeysTheExitRequestIsReplacedByTheNewOne) {
   EXPECT_GT(scene.helperProcess(), 0);
 }
 
-// The copy has a directory of another user, as a helper agent leaves that ran as that user.
+// A helper agent that ran as another user leaves a directory of that user in the copy.
 TEST(Deployment, InstalledCopyThatCannotBeRemovedWholeStaysWhole) {
   if (geteuid() != 0) GTEST_SKIP() << "needs two users";
   Scene scene;
@@ -175,10 +175,9 @@ TEST(Deployment, VanishedInstalledCopyIsInstalledAgainByTheLaunch) {
   EXPECT_EQ(scene.transcript().count(" started version"), 2U);
 }
 
-// --- Where the configuration is looked up
-// ---------------------------------------------------------
+// --- The configuration
 
-// A host that carries a good helper agent under two names.
+// Makes a host with a working helper agent under two names.
 TestBundle hostWithTwoHelpers(Scene& scene, const InfoKeys& keys) {
   auto host = scene.makeHostWithoutHelper("Host", keys);
   scene.makeHelper("1.0", host.resources(), "First");
@@ -230,8 +229,8 @@ TEST(InstallDirectory, TildeIsTheHomeDirectory) {
   }
 }
 
-// The start-up thread is known to have ended its work when its lock on the directory is free and a
-// launch of our own has said no: both calls below repeat all that it does.
+// "extract" and "launch" repeat the work of the start-up thread. Once its lock on the directory is
+// free and the launch has failed, that thread has ended its work.
 TEST(MissingKeys, NoHelperNameCreatesTheDirectoryAndLaunchesNothing) {
   Scene scene;
   const auto host = scene.start(scene.makeHost("Host", "1.0", {{"Helepr App name", ""}}));

@@ -1,5 +1,5 @@
-// Identifies senders: by the process on the bus, and by the program that it ran when it was first
-// heard.
+// Tests how a host identifies senders: by the process on the bus, and the program that it ran at
+// its first event.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -29,7 +29,7 @@ void awaitWord(ChildProcess& process, const std::string& word, std::size_t from 
   process.waitForOutput([&](const std::string& line) { return line == word; }, from);
 }
 
-// A host behind a gate, which has handled nothing yet.
+// Runs a host behind a gate, which has handled no event yet.
 class Identity : public testing::Test {
  protected:
   Identity() {
@@ -40,7 +40,7 @@ class Identity : public testing::Test {
     Peer::outsideBundles(scene).awaitOwner(scene.hostID());
   }
 
-  // The program of a bundle, and its identifier.
+  // Makes a bundle with a program and an identifier of this name.
   Peer application(const std::string& name) { return Peer::inBundle(scene, name); }
 
   [[nodiscard]] std::string report(const Peer& peer) const {
@@ -50,7 +50,7 @@ class Identity : public testing::Test {
 
   [[nodiscard]] std::size_t reports() const { return host->reportsWith("server open"); }
 
-  // Waits until the host has handled all that reached it before.
+  // Waits until the host has handled all earlier events.
   void settle(const std::string& fence = "Fence") {
     EXPECT_EQ(report(application(fence)), "result ");
     host->call("share");
@@ -115,7 +115,7 @@ TEST_F(Identity, ANewSenderThatBecomesAnotherProgramWhileItIsAskedForIsNoApplica
   gate.awaitHeldAnswer();
   peer->write("\n");
   awaitWord(*peer, "staying");
-  // The bus has seen the end of the connection by the time it serves a later one.
+  // The bus sees the end of the connection before it serves a later one.
   Peer::outsideBundles(scene).awaitOwner(scene.hostID());
   gate.release();
   settle();
@@ -186,7 +186,7 @@ TEST_F(Identity, WhatIsRefusedIsAnsweredWithoutAQuestion) {
 }
 
 TEST_F(Identity, MoreSendersThanAreRememberedLoseNoEvent) {
-  constexpr int others = 255;  // of those that are remembered
+  constexpr int others = 255;  // the host remembers 256 senders
   const auto crowd = application("Crowd").begin({"crowd", scene.hostID(), std::to_string(others)});
   awaitWord(*crowd, "reported");
   gate.hold();
@@ -204,17 +204,17 @@ TEST_F(Identity, ABusThatDiesWhileASenderIsAskedForIsUsedAgain) {
   for (int round = 0; round < 3; ++round) {
     gate.hold();
     const auto asked = application("New" + std::to_string(round))
-                           .begin({"count", scene.hostID(), "500"});  // more than can wait
+                           .begin({"count", scene.hostID(), "500"});  // more than the host keeps
     awaitWord(*asked, "posted");
     gate.awaitHeldAnswer();
-    // Each lets the host read on, until no more can wait.
+    // Each turn lets the host read more events, until it can keep no more.
     for (int turn = 0; turn < 200; ++turn) host->call("share");
     scene.bus().kill();
     gate.release();
     scene.bus().start();
     Peer::outsideBundles(scene).awaitOwner(scene.hostID());
   }
-  // The second one shows that no room was lost, and that the connection is still read.
+  // The second fence shows that no room was lost, and that the host still reads the connection.
   settle("Fence1");
   EXPECT_EQ(reports(), 1U);
   settle("Fence2");
@@ -232,7 +232,7 @@ TEST_F(Identity, ALostConnectionForQuestionsIsMadeAgain) {
   gate.release();
   const Peer next = application("Next");
   const auto end = std::chrono::steady_clock::now() + patience;
-  // The host leaves the bus and comes back; what reaches it in between is lost.
+  // The host leaves the bus and comes back. Events in between are lost.
   while (!isSender("Next") && std::chrono::steady_clock::now() < end) {
     next.awaitOwner(scene.hostID());
     (void)report(next);

@@ -1,4 +1,4 @@
-// Start, liveness, restart and stop of the helper agent, as the host sees and causes them.
+// Tests start, liveness, restart and stop of the helper agent from the host's side.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -39,7 +39,7 @@ TEST(ServerSwitch, ClosedServerIsNeitherAskedNorLaunched) {
 TEST(ServerSwitch, OnlyTrueCloses) {
   Scene scene;
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
-  EXPECT_EQ(host->call("server-open"), "yes");  // no domain at all
+  EXPECT_EQ(host->call("server-open"), "yes");  // the domain does not exist
   const auto file = scene.home().preferencesFile(scene.helperID());
   writeFile(file, closedServer("<false/>"));
   EXPECT_EQ(host->call("server-open"), "yes");
@@ -151,7 +151,7 @@ TEST(StartUp, ShareReturnsBeforeTheHelperAnswers) {
   scene.environment()["QBDKR_PROBE_MODE"] = "mute";
   const auto host = scene.start(scene.makeHost("Host", "1.0"));
   EXPECT_EQ(host->call("share"), "shared");
-  scene.transcript().waitFor({"clientIDFormHelper"});  // the start-up thread is blocked from here
+  scene.transcript().waitFor({"clientIDFormHelper"});  // the start-up thread now waits
   EXPECT_EQ(host->call("client"), "~");
   EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: while-waiting"), "0");
   ::kill(scene.helperProcess(), SIGUSR1);
@@ -165,7 +165,7 @@ TEST(SeveralHosts, SecondInstanceIsQueuedBehindTheFirstAndInherits) {
   auto first = scene.startAndShare(bundle);
   peer.awaitOwner(scene.hostID());
   const auto second = scene.startAndShare(bundle);
-  // Its own report from outside is the proof that a name is claimed; the queue is asked by it.
+  // Waits until both own or await the name, in this order.
   const std::string expected =
       std::to_string(first->processID()) + ' ' + std::to_string(second->processID()) + ' ';
   const auto deadline = std::chrono::steady_clock::now() + patience;

@@ -1,4 +1,4 @@
-// Several products that bring the same helper agent, started at the same moment.
+// Starts several products with the same helper agent at the same moment.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,7 +20,7 @@ TEST(ManyHosts, StartedAtOnceShareOneInstalledCopyAndOneProcess) {
     const std::string name = "Host" + std::to_string(i);
     bundles.push_back(
         scene.makeHost(name, "1.0", {{"CFBundleIdentifier", scene.identifier(name)}}));
-    // Large enough for the copies to overlap.
+    // Large enough that the copies overlap.
     writeFile(bundles.back().resources() / "ProbeHelper.app/Contents/Resources/data",
               std::string(2'000'000, 'd'));
   }
@@ -41,7 +41,7 @@ TEST(ManyHosts, StartedAtOnceShareOneInstalledCopyAndOneProcess) {
             treeDigest(bundles.front().resources() / "ProbeHelper.app"));
   EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
 
-  // And once more for a helper agent that all of them miss at the same moment.
+  // Now all of them bring back a killed helper agent at the same moment.
   scene.killHelper(*hosts.front());
   for (std::size_t i = 0; i < hosts.size(); ++i) tags[i] = hosts[i]->begin("restart");
   for (std::size_t i = 0; i < hosts.size(); ++i) EXPECT_EQ(hosts[i]->finish(tags[i]), "0");

@@ -1,4 +1,4 @@
-// The helper agent in Python that docs/helper-agents.md shows, taken from there.
+// Runs the helper agent in Python from docs/helper-agents.md.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -18,7 +18,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The first block of that language.
+// Returns the first block of the page in a language that begins with a text.
 std::string blockOfPage(const std::string& language, const std::string& beginsWith) {
   const std::string page = readFile(QBDKR_HELPER_AGENTS_PAGE);
   const std::string fence = "```" + language + "\n" + beginsWith;
@@ -28,7 +28,7 @@ std::string blockOfPage(const std::string& language, const std::string& beginsWi
   return page.substr(text, page.find("```", text) - text);
 }
 
-// A host that carries the helper agent among its resources.
+// Makes a host with the helper agent among its resources.
 TestBundle makeHost(Scene& scene) {
   TestBundle host = scene.makeHostWithoutHelper("Host", {{"Helepr App name", "PyHelper"}});
   const TestBundle helper(host.resources(), "PyHelper",
@@ -63,7 +63,7 @@ TEST_F(PythonHelper, IsInstalledOpenedStartedAndAsked) {
   EXPECT_EQ(
       host->call("ask " + scene.helperID() + " QBHPUploadByHelper unRegSuiteInfo:version: 7 1"),
       "0 https://acme.example/offer/7###300###200");
-  // Kept when it is killed.
+  // The identifier survives a kill.
   scene.killHelper(*host);
   EXPECT_EQ(host->call("launch"), "yes");
   EXPECT_EQ(host->call("fetch-client"), client);

@@ -1,6 +1,5 @@
-// Every public call that reaches the helper agent, made by the sample host as a user makes it from
-// a shell, through the real bus to the sample helper agent: what is received there, and what comes
-// back.
+// Makes every public call with the sample host, as a user does from a shell, through a real bus.
+// Checks the events that the sample helper agent receives, and the results.
 
 #include <gtest/gtest.h>
 
@@ -34,7 +33,7 @@ std::string shown(const Received& received, const std::string& sender) {
 struct SampleCalls : testing::Test {
   SampleCalls() { scene.recordEarlierStarts(); }
 
-  // Makes a call, and checks that the helper agent got this, once, for it.
+  // Makes a call, and expects that the helper agent receives this event exactly once.
   void expect(const std::string& name, const Words& arguments, const Received& received,
               const std::string& result) {
     SCOPED_TRACE(name);
@@ -42,7 +41,7 @@ struct SampleCalls : testing::Test {
     EXPECT_EQ(sample.call(name, arguments), result);
     const std::string line = shown(received, scene.hostID());
     scene.transcript().waitFor({line}, before);
-    // The next call's host sends after this one's, so nothing more can come.
+    // The next call's host sends after this one's: no more events can come from this one.
     EXPECT_EQ(sample.call("isAliveHelper"), "status 0");
     std::size_t count = 0;
     const auto& lines = scene.transcript().lines();
@@ -71,7 +70,7 @@ TEST_F(SampleCalls, ControlRequests) {
   expect("stopHelper", {}, {control, "stop:prodeuctVersion:", product}, "done");
   expect("showHelper", {}, {control, "show:prodeuctVersion:", product}, "status 0");
   expect("hideHelper", {}, {control, "hide:prodeuctVersion:", product}, "status 0");
-  // These go out with every start as well.
+  // Every start sends these, too.
   const std::size_t before = scene.transcript().lines().size();
   EXPECT_EQ(sample.call("isAliveHelper"), "status 0");
   EXPECT_EQ(sample.call("startHelper"), "done");
@@ -173,7 +172,7 @@ TEST_F(SampleCalls, CustomerServiceRequests) {
          "status 0");
 }
 
-// The calls that no event goes out for.
+// Makes the calls that send no event of their own.
 TEST_F(SampleCalls, CallsThatTheHelperDoesNotSee) {
   const auto bundle = sample.path().string();
   const auto contents = bundle + "/Contents";
@@ -209,8 +208,8 @@ TEST_F(SampleCalls, SwitchesAreWrittenIntoTheBundle) {
         {"/usr/bin/python3", "-c", program, sample.path() / "Contents/Info.plist", name},
         {{"PATH", "/usr/bin:/bin"}});
   };
-  // A start brings the property list in line with what the process read when it began, maybe after
-  // the call. Without a helper agent there is no start.
+  // A start updates the property list from the values that the process read at its beginning, maybe
+  // after the call. Without a helper agent no start follows.
   std::filesystem::remove_all(sample.path() / "Contents/Resources/AcmeHelper.app");
   EXPECT_EQ(sample.call("setTipsEnable", {"0"}), "done");
   EXPECT_EQ(key("TipsEnable"), "False\n");
@@ -225,7 +224,7 @@ TEST_F(SampleCalls, SwitchesAreWrittenIntoTheBundle) {
   EXPECT_EQ(sample.call("saveTipsEnable"), "done");
 }
 
-// As on a read-only mount, or in a folder of another user.
+// The bundle may lie on a read-only mount, or in a folder of another user.
 TEST_F(SampleCalls, ReadOnlyBundleIsLeftAsItIsAndTheHelperStillComesFromIt) {
   namespace fs = std::filesystem;
   const auto setWritable = [&](fs::perm_options change) {
@@ -241,7 +240,7 @@ TEST_F(SampleCalls, ReadOnlyBundleIsLeftAsItIsAndTheHelperStillComesFromIt) {
   const std::vector<std::pair<Words, std::string>> calls{
       {{"setTipsEnable", "0"}, "done"},    {{"setEnableAD", "1"}, "done"},
       {{"saveTipsEnable"}, "done"},        {{"saveEnableADToStringsFile", "1"}, "done"},
-      {{"saveEnableADToPlistFile"}, "no"},  // the one call that tells
+      {{"saveEnableADToPlistFile"}, "no"},  // the only call that reports it
       {{"isAliveHelper"}, "status 0"},     {{"exitHelper", "1001", version}, "status 0"}};
   for (const auto& [words, result] : calls) {
     Words command{sample.path() / "Contents/Linux/PhotoTool", "--call"};
@@ -252,7 +251,7 @@ TEST_F(SampleCalls, ReadOnlyBundleIsLeftAsItIsAndTheHelperStillComesFromIt) {
     EXPECT_TRUE(process.succeeds());
   }
   EXPECT_EQ(treeDigest(sample.path()), before);
-  // The folders of the copy can be written, or a newer one could not take its place.
+  // The folders of the copy are writable: otherwise a newer copy could not replace it.
   EXPECT_EQ(
       readFile(sample.installedHelper() / "Contents/Linux/AcmeHelper"),
       readFile(sample.path() / "Contents/Resources/AcmeHelper.app/Contents/Linux/AcmeHelper"));

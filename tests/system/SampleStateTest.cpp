@@ -23,12 +23,12 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// As another program has it.
+// Computes a digest with another program.
 std::string sha256Of(const fs::path& file) {
   return outputOf({"/usr/bin/sha256sum", file.string()}, {{"PATH", "/usr/bin:/bin"}}).substr(0, 64);
 }
 
-// Four products that bring the sample's helper agent.
+// Runs four products with the sample's helper agent.
 struct SampleState : testing::Test {
   SampleState() {
     for (int i = 0; i < 4; ++i) {
@@ -43,8 +43,8 @@ struct SampleState : testing::Test {
     for (const auto& host : hosts) EXPECT_EQ(host->call("launch"), "yes");
   }
 
-  // Each host counts that often, all at the same time, with the next numbers as keys. How many of
-  // the requests were posted.
+  // Lets each host count that often, all at once, with the next numbers as keys. Returns the count
+  // of posted requests.
   unsigned long count(
       unsigned each, const std::function<void()>& meanwhile = [] {}) {
     std::vector<std::string> tags;
@@ -62,7 +62,7 @@ struct SampleState : testing::Test {
     return posted;
   }
 
-  // Returns when all that the hosts have sent is kept: each gets an answer.
+  // Gets an answer for each host: all its earlier requests are then stored.
   void fence() {
     for (const auto& host : hosts) EXPECT_EQ(host->call("collect-status", patience * 4), "yes");
   }
@@ -72,7 +72,7 @@ struct SampleState : testing::Test {
     return std::stoul(rows.substr(rows.find_first_of("0123456789")));
   }
 
-  // Waits until the helper agent has kept that many.
+  // Waits until the helper agent has stored that many.
   void awaitTotal(unsigned long wanted) const {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (total() < wanted) ASSERT_LT(std::chrono::steady_clock::now(), deadline);
@@ -88,12 +88,12 @@ struct SampleState : testing::Test {
 
 TEST_F(SampleState, CountsOfFourHostsAreExactAndAKillTakesOnlyWhatWasUnderWay) {
   constexpr unsigned each = QBDKR_COUNTERS / 4 / 4;
-  // It lives and runs on: every request counts.
+  // Every request counts while it runs.
   EXPECT_EQ(count(2 * each), 8UL * each);
   fence();
   EXPECT_EQ(total(), 8UL * each);
 
-  // It is killed in the middle.
+  // Kills it while hosts count.
   const pid_t helper = scene.helperProcess();
   const ProcessEnd end(helper);
   const auto posted = count(each, [&] {
@@ -102,8 +102,8 @@ TEST_F(SampleState, CountsOfFourHostsAreExactAndAKillTakesOnlyWhatWasUnderWay) {
   });
   ASSERT_TRUE(end.comesWithin(patience));
   for (const auto& host : hosts) EXPECT_EQ(host->call("launch"), "yes");
-  // The hosts that missed it may have launched its successor themselves, which then counts as
-  // launched before it can be asked.
+  // The hosts may have launched its successor by themselves: that one counts as launched before it
+  // can answer.
   scene.transcript().waitForCount(": started, process ", 2);
   Peer::outsideBundles(scene).awaitOwner(scene.helperID());
   fence();
@@ -111,8 +111,8 @@ TEST_F(SampleState, CountsOfFourHostsAreExactAndAKillTakesOnlyWhatWasUnderWay) {
   EXPECT_GT(kept, 8UL * each);
   EXPECT_LE(kept, 8UL * each + posted);
   RecordProperty("lost", static_cast<int>(8UL * each + posted - kept));
-  // Nothing is counted twice. What was answered for before stays, and of each host's requests in
-  // their order those that are lost are one piece: the last ones that the killed one was sent.
+  // Nothing is counted twice, and counts before the fence stay. The lost requests of each host are
+  // consecutive: the last ones that went to the killed process.
   EXPECT_EQ(sample.query("SELECT max(count) FROM counter"), "[[1]]");
   for (int i = 0; i < 4; ++i) {
     const std::string numbers =
@@ -127,7 +127,7 @@ TEST_F(SampleState, CountsOfFourHostsAreExactAndAKillTakesOnlyWhatWasUnderWay) {
     EXPECT_TRUE(gaps == "[[0]]" || gaps == "[[1]]") << gaps;
   }
 
-  // And exactly again with its successor.
+  // Its successor counts exactly again.
   EXPECT_EQ(count(each), 4UL * each);
   fence();
   EXPECT_EQ(total(), kept + 4UL * each);
@@ -165,10 +165,10 @@ TEST_F(SampleState, QueryEndsAtOnceWithoutValueWhenAStoppedHelperIsKilled) {
 TEST_F(SampleState, UploadThatAKilledHelperLeftUnreadIsReadByTheNextOne) {
   const auto file = scene.directory() / "holiday.raw";
   writeFile(file, "a day at the beach");
-  // Not even the request was taken when it is killed, so it is made to wait for the reader.
+  // A large file comes first: it keeps the reader busy, so that the other is unread at the kill.
   const auto large = scene.directory() / "large";
   writeFile(large, "");
-  fs::resize_file(large, 50ULL << 30);  // it takes long to read, and no room
+  fs::resize_file(large, 50ULL << 30);  // sparse: long to read, but takes no room
   for (const auto& path : {large, file}) {
     EXPECT_EQ(hosts[0]->call("send " + scene.helperID() +
                              " QBHPUploadByHelper "

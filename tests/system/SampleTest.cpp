@@ -1,4 +1,4 @@
-// The sample host and helper agent as they are shipped, and a program in plain C in between.
+// Runs the sample host and helper agent as shipped, and a program in plain C beside them.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -17,8 +17,8 @@ ChildProcess::LineTest holding(const std::string& part) {
   return [part](const std::string& line) { return line.find(part) != std::string::npos; };
 }
 
-// The helper agent's first report may come before the host's run loop has claimed its name, and is
-// lost then. This makes it report once more, when the name is there.
+// Makes the helper agent report once more when the host owns its name: its first report is lost if
+// it comes before.
 void waitForServerReport(Scene& scene, const Peer& peer, ChildProcess& host) {
   peer.awaitOwner(scene.hostID());
   scene.transcript().waitFor({"clientIDFormHelper"});
@@ -62,7 +62,7 @@ TEST(Sample, HelperThatIsToldToEndReportsItAndGetsTheStopRequest) {
   ASSERT_TRUE(end.comesWithin(patience));
   host->waitForOutput(holding("delegate told that the helper will exit"));
   EXPECT_EQ(scene.transcript().count("helper 1.0: started, process"), 1U);
-  // The bus may know a little later than we do that the helper agent is gone.
+  // The bus may learn a little later that the helper agent ended.
   const auto answer = peer.run({"call", scene.helperID(), "QBHPGetDataByHelper", "gone"});
   EXPECT_TRUE(answer.starts_with("error ")) << answer;
   host->write("startHelper\n");

@@ -1,4 +1,4 @@
-// Events arrive whole and in order, from any thread, whatever else the process does.
+// Tests that events arrive whole and in order, from any thread, whatever else the process does.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -17,7 +17,7 @@
 namespace qbdkr::test {
 namespace {
 
-// A helper agent and a host, both running.
+// Runs a helper agent and a host.
 struct Running : Scene {
   Running() : host(startAndShare(makeHost("Host", "1.0"))) {}
 
@@ -63,7 +63,7 @@ TEST(Sending, TextsThatCannotTravelAreRefusedAndNothingIsSent) {
   const std::size_t before = scene.transcript().lines().size();
   for (const std::string bad :
        {"%ff", "%c3", "%eda080", "%c080", "%f4908080", "%6100", "%00",
-        // Well-formed, but no character: the bus library takes none of them.
+        // Well-formed, but noncharacters: the bus library refuses both of them.
         "%efbfbf", "%efb790"}) {
     EXPECT_EQ(scene.host->call("send " + scene.target() + "note: " + bad), "-50") << bad;
     EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: " + bad), "-50 ~") << bad;
@@ -110,11 +110,11 @@ TEST(Sending, WaitingThreadsGetTheirOwnAnswers) {
   }
 }
 
-// More than a socket takes at once, of which sd-bus makes the most that the system allows. Less
-// with the thread sanitizer, for which it would take half a minute.
+// More than a socket takes at once: sd-bus makes its buffers as large as the system allows. Less
+// with the thread sanitizer, under which it would take half a minute.
 constexpr std::size_t moreThanASocketTakes = hasThreadSanitizer ? 2'000'000 : 20'000'000;
 
-// Of a process that the receiver knows. That one may have ended before its event is dispatched.
+// The receiver knows the process, which may have ended before its event is dispatched.
 TEST(Sending, PostIsDispatchedThoughTheProcessEndsRightAfterIt) {
   Running scene;
   const auto peer = Peer::inBundle(scene);
@@ -136,7 +136,7 @@ TEST(Sending, PostIsDispatchedThoughTheProcessEndsRightAfterIt) {
   EXPECT_NE(scene.host->call("senders").find(scene.identifier("Ending")), std::string::npos);
 }
 
-// The receiver takes what the transport gives it, and does not ask who sent it.
+// This receiver takes events from the transport without asking for their sender.
 TEST(Sending, PostArrivesWholeThoughTheProcessEndsRightAfterIt) {
   Running scene;
   const auto bundle = scene.makeHostWithoutHelper("Ending");
@@ -179,7 +179,7 @@ TEST(Sending, ReportsNeverRunInsideARequestOfTheMainThread) {
   const auto report = peer.begin({"post", scene.hostID(), "1", "QBHPHelperControl",
                                   "checkServerOpenCallBack::::", "x", "1", "0", ""});
   report->waitForOutput([](const std::string& line) { return line == "posted"; });
-  // Another thread's answer comes from the bus later than the report did.
+  // The answer for another thread comes after the report.
   EXPECT_EQ(scene.host->call("ask " + scene.identifier("Nobody") + " Probe echo: x"), "-600 ~");
   EXPECT_EQ(scene.host->reportsWith("server"), 0U);
   ::kill(scene.helperProcess(), SIGUSR1);
@@ -194,7 +194,7 @@ TEST(Sending, ForkedChildPostsAtOnceWhileAThreadOfItsParentWaits) {
   Running scene;
   const auto waiting = scene.host->begin("ask " + scene.target() + "wait");
   scene.transcript().waitFor({"Probe wait"});
-  constexpr std::chrono::seconds atOnce(4);  // the bus itself is waited for 5 s
+  constexpr std::chrono::seconds atOnce(4);  // less than the 5 s of a wait for the bus
   for (int i = 0; i < 5; ++i) {
     EXPECT_EQ(scene.host->call("fork-send " + scene.target() + "note: child", atOnce), "status 0");
   }
@@ -202,7 +202,7 @@ TEST(Sending, ForkedChildPostsAtOnceWhileAThreadOfItsParentWaits) {
   ::kill(scene.helperProcess(), SIGUSR1);
   EXPECT_EQ(scene.host->finish(waiting), "0 ~");
   EXPECT_EQ(scene.host->call("ask " + scene.target() + "echo: parent"), "0 parent");
-  // The receiver asks for the identity of each child, and may answer the parent in between.
+  // The receiver asks the bus for the identity of each child, and may answer the parent first.
   scene.transcript().waitForCount("Probe note: from ", 5);
 }
 

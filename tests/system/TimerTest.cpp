@@ -1,4 +1,4 @@
-// The timer that keeps the helper agent alive, in real time.
+// Tests in real time the timer that keeps the helper agent alive.
 
 #include <gtest/gtest.h>
 
@@ -10,7 +10,7 @@
 namespace qbdkr::test {
 namespace {
 
-constexpr std::chrono::seconds oneTick(110);  // 60 s and what a busy machine adds, but not two
+constexpr std::chrono::seconds oneTick(110);  // 60 s and some for a busy machine, less than two
 
 using Clock = std::chrono::steady_clock;
 
