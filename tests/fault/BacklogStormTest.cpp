@@ -1,5 +1,4 @@
-// Others send more than the host has read: the backlog stays on the bus and costs the host no
-// memory.
+// Sends more than the host reads: the backlog stays on the bus and costs the host no memory.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,13 +19,13 @@ namespace qbdkr::test {
 namespace {
 
 constexpr std::size_t megabyte = 1'000'000;
-constexpr std::chrono::seconds longWhile(100);  // for the work, on a busy machine
+constexpr std::chrono::seconds longWhile(100);  // the work takes long on a busy machine
 
 void awaitPosted(ChildProcess& peer) {
   peer.waitForOutput([](const std::string& line) { return line == "posted"; }, 0, longWhile);
 }
 
-// A host that receives, with the peak of its memory behind it that starting it took.
+// Runs a host that receives reports. The memory peak of its start is over.
 class BacklogStorm : public testing::Test {
  protected:
   std::unique_ptr<HostProcess> startHost() {
@@ -109,7 +108,7 @@ TEST_F(BacklogStorm, OfReportsUnderHugeIdentifiersIsNotRemembered) {
   const auto host = startHost();
   const ResourceUse use(host->processID());
   constexpr int senders = 60;
-  constexpr std::size_t size = 900'000;  // as much as an Info.plist has room for
+  constexpr std::size_t size = 900'000;  // nearly the bound of an Info.plist
   for (int i = 0; i < senders; ++i) {
     const std::string name = "Peer" + std::to_string(i);
     const std::string start = scene.identifier(name) + '.';
@@ -135,7 +134,7 @@ TEST_F(BacklogStorm, MemoryIsGivenBackAfterAPeak) {
     const auto peer = flood("Peer" + std::to_string(size), 3, size);
     awaitPosted(*peer);
     host->call("reports " + std::to_string(++reports), longWhile);
-    // It is given back when the host has nothing else to do.
+    // The host gives memory back when it is idle.
     const auto end = std::chrono::steady_clock::now() + patience;
     while (use.megabytes() > modest && std::chrono::steady_clock::now() < end)
       EXPECT_EQ(host->call("share"), "shared");

@@ -1,4 +1,4 @@
-// The session bus dies, comes back, and is flooded.
+// Kills, restarts and floods the session bus.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -12,7 +12,7 @@
 namespace qbdkr::test {
 namespace {
 
-// Less than the 25 s that the bus library waits by itself.
+// Less than the 25 s for which the bus library waits by itself.
 constexpr std::chrono::seconds soon(20);
 
 TEST(BusFault, DeathOfTheBusEndsAWaitingRequestAtOnce) {

@@ -1,4 +1,4 @@
-// Files that are damaged, unreadable or not what they should be, and a disk that is full.
+// Tests damaged, unreadable and wrong files, and a full disk.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -79,7 +79,7 @@ TEST(FileFault, PreferencesDirectoryThatCannotBeWrittenCostsTheRecordsAlone) {
   EXPECT_EQ(host->call("first-start"), "1001");
   EXPECT_TRUE(fs::is_empty(directory));
   fs::permissions(directory, fs::perms::owner_all);
-  host->call("set-collect 5");  // stores what could not be stored before
+  host->call("set-collect 5");  // also stores the changes that failed before
   EXPECT_NE(scene.preferences(scene.hostID()).find("\"PID\": \"1001\""), std::string::npos);
 }
 
@@ -124,7 +124,7 @@ TEST(FileFault, FullDiskLeavesNoHalfCopy) {
     EXPECT_EQ(host->call("launch", soon), "no");
     host->quit();
   }
-  const auto host = scene.start(bundle);  // there is room again
+  const auto host = scene.start(bundle);  // the disk has room again
   host->call("share");
   host->call("extract");
   EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helper.path()));
@@ -174,7 +174,7 @@ TEST(FileFault, FIFOInThePlaceOfTheInformationDoesNotBlock) {
   EXPECT_EQ(host->call("version " + resource.string(), soon), "~");
   EXPECT_EQ(host->call("launch", soon), "no");
   fs::remove_all(scene.installedHelper());
-  EXPECT_EQ(host->call("extract", soon), "done");  // a copy of what cannot be copied
+  EXPECT_EQ(host->call("extract", soon), "done");  // the FIFO cannot be copied
   EXPECT_FALSE(fs::exists(scene.installedHelper()));
   EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
 }
@@ -230,7 +230,7 @@ TEST_F(HostKilledWhileItWrote, GetsTheTextsOfItsLanguageBackAtTheNextStart) {
   host->quit();
 }
 
-// The host of another user may not write the bundle; it starts as ever.
+// A host of another user may not write the bundle, and starts all the same.
 TEST_F(HostKilledWhileItWrote, DoesNotKeepTheHostOfAReadOnlyBundleFromStarting) {
   const auto bundle = scene.makeHost("Host", "1.0");
   writeFile(recordOf(bundle.infoFile()), "left behind");
@@ -245,7 +245,7 @@ TEST_F(HostKilledWhileItWrote, DoesNotKeepTheHostOfAReadOnlyBundleFromStarting) 
   host->quit();
 }
 
-// The threads of the host are in the middle of anything when it forks.
+// The host forks while its threads may hold any lock.
 TEST(FileFault, ForkedChildOfABusyHostReachesTheSettings) {
   if (hasSanitizer) GTEST_SKIP() << "a sanitizer's own locks stay taken in the child";
   Scene scene;
@@ -254,7 +254,7 @@ TEST(FileFault, ForkedChildOfABusyHostReachesTheSettings) {
   host->quit();
 }
 
-// A process that ends right after the call, and never ran its main loop.
+// The process ends right after the call, and never runs its main loop.
 TEST(FileFault, DataPathIsRecordedThoughTheProcessEndsAtOnce) {
   Scene scene;
   const auto host = scene.start(scene.makeHost("Host", "1.0"));

@@ -1,4 +1,4 @@
-// The helper agent is killed, stopped, slow, missing, or never gets anywhere.
+// Tests a helper agent that is killed, stopped, slow, missing, or never starts up.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -20,10 +20,10 @@ namespace {
 namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
-// Less than the 25 s that the bus library waits by itself.
+// Less than the 25 s for which the bus library waits by itself.
 constexpr std::chrono::seconds soon(20);
 
-// Of a process that may have ended already.
+// Waits for the end of a process, which may have ended already.
 void waitForEnd(pid_t process) {
   try {
     ASSERT_TRUE(ProcessEnd(process).comesWithin(patience));
@@ -49,7 +49,7 @@ TEST(HelperFault, DeathDuringTheStartUpLeavesTheHostUsable) {
   host->call("share");
   scene.transcript().waitFor({"clientIDFormHelper"});
   scene.killHelper(*host);
-  // The start-up thread is free again: its bookkeeping is done, and a check launches.
+  // The start-up thread goes on and does its bookkeeping. A check launches.
   const auto check = host->begin("restart");
   scene.transcript().waitForCount("clientIDFormHelper", 2);
   ::kill(scene.helperProcess(), SIGUSR1);
@@ -77,10 +77,10 @@ TEST(HelperFault, HelperThatEndsBeforeItCheckedInWasNotLaunched) {
   scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
   const auto host = scene.start(scene.makeHost("Host", "1.0"));
   host->call("share");
-  // While it ends it is still found running.
+  // Waits for its end: until then it counts as running.
   waitForEnd(std::stoi(scene.transcript().waitFor({" started version"})));
   EXPECT_EQ(host->call("launch", soon), "no");
-  // The start-up thread may have been at the bundle still, and have launched for both.
+  // The start-up thread may have been opening the bundle still, and have launched for both.
   const auto launches = scene.transcript().count(" started version");
   EXPECT_EQ(host->call("launch", soon), "no");
   EXPECT_EQ(host->call("restart", soon), "1");
@@ -104,7 +104,7 @@ TEST(HelperFault, FileThatIsNoProgramIsNotLaunched) {
   const auto bundle = scene.makeHost("Host", "1.0");
   const auto executable =
       bundle.resources() / "ProbeHelper.app/Contents/Linux" / helperProbe().filename();
-  fs::remove(executable);  // a link to the one of the build
+  fs::remove(executable);  // may be a link to the one of the build
   writeFile(executable, "no program\n");
   const auto host = scene.start(bundle);
   host->call("share");
@@ -121,7 +121,7 @@ TEST(HelperFault, HelperThatNeverChecksInCountsAsLaunchedAfterTenSeconds) {
   const auto before = Clock::now();
   host->call("share");
   scene.transcript().waitFor({" started version"});
-  // It waits for the start-up thread, which is opening the helper agent already.
+  // Waits for the start-up thread, which is opening the helper agent.
   EXPECT_EQ(host->call("open " + scene.installedHelper().string()), "yes");
   const auto time = Clock::now() - before;
   EXPECT_GE(time, std::chrono::seconds(10));
@@ -142,7 +142,7 @@ TEST(HelperFault, LaunchedHelperIsNoChildAndOutlivesTheHost) {
   const auto peer = Peer::inBundle(scene);
   peer.awaitOwner(scene.hostID());
   host.reset();  // killed
-  // An answer of the bus for a name without an owner: it has told all who watched the host.
+  // The bus answers that the name has no owner: it has told all that watched the host.
   EXPECT_TRUE(peer.run({"call", scene.hostID(), "Probe", "echo:", "x"}).starts_with("error "));
   EXPECT_EQ(peer.run({"call", scene.helperID(), "Probe", "echo:", "here"}), "result here");
   EXPECT_FALSE(end.hasCome());

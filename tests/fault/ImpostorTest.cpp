@@ -1,4 +1,4 @@
-// Another program owns the helper agent's name.
+// Lets another program own the helper agent's name.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -22,14 +22,14 @@ const InfoKeys installedCopyOnly{{"Helper must be installed copy", "1"}};
 const std::string notPermitted = "-1743";
 
 struct Impostor : Scene {
-  // Begins to own the helper agent's name, or waits for it if it is taken.
+  // Starts a program that owns the helper agent's name, or waits for it if it is taken.
   std::unique_ptr<ChildProcess> beginImpostor() {
     auto impostor = Peer::inBundle(*this).begin({"serve", helperID(), "2"});
     impostor->waitForOutput([](const std::string& line) { return line == "ready"; });
     return impostor;
   }
 
-  // A program that is not the helper agent's, at its place.
+  // Starts another program at the place of the installed helper agent.
   std::unique_ptr<ChildProcess> beginAtTheInstalledPlace() {
     const TestBundle bundle(installDirectory(), "ProbeHelper", {{"CFBundleIdentifier", helperID()}},
                             libdbusClient());
@@ -79,7 +79,7 @@ TEST(Impostor, InstalledCopyIsServedWithTheKeyAlsoWhenItsFilesAreGone) {
   scene.fence(*host);
   EXPECT_EQ(host->call("ask " + scene.toHelper()), "0 secret");
   fs::remove_all(scene.installedHelper());
-  // Another process of the host has nothing to remember.
+  // A second host has cached nothing.
   const auto second = scene.start(scene.makeHostWithoutHelper("Second", installedCopyOnly));
   EXPECT_EQ(second->call("ask " + scene.toHelper()), "0 secret");
   EXPECT_EQ(second->call("send " + scene.helperID() + " Probe note: gone"), "0");
@@ -89,7 +89,7 @@ TEST(Impostor, InstalledCopyIsServedWithTheKeyAlsoWhenItsFilesAreGone) {
 TEST(Impostor, InstalledCopyThatIsBeingReplacedIsServedWithTheKey) {
   Impostor scene;
   const auto installed = scene.beginAtTheInstalledPlace();
-  // As a deployment takes it away, and is killed before it has removed it.
+  // Simulates a deployment that moved the copy aside and was killed.
   const auto aside = scene.installDirectory() / ".ProbeHelper.app.qbhp-staging-abcdef";
   fs::create_directory(aside);
   fs::rename(scene.installedHelper(), aside / "item");
@@ -104,7 +104,7 @@ TEST(Impostor, ThatTakesOverTheNameGetsNothing) {
   EXPECT_EQ(host->call("ask " + scene.toHelper()), "0 secret");
   const auto impostor = scene.beginImpostor();
   EXPECT_EQ(host->call("ask " + scene.toHelper()), "0 secret") << "it still waits for the name";
-  // The name passes on at once, so the host does not see it go.
+  // The impostor gets the name at once, so the host never sees it without an owner.
   const ProcessEnd end(scene.helperProcess());
   ::kill(scene.helperProcess(), SIGKILL);
   ASSERT_TRUE(end.comesWithin(patience));
@@ -129,7 +129,7 @@ TEST(Impostor, MessagesGoToTheProcessThatWasLookedAtWhoeverHasTheName) {
     const auto answer = careful->call("ask " + scene.toHelper());
     EXPECT_TRUE(answer.starts_with("0 :1.")) << answer;
   }
-  constexpr std::size_t asked = 4;  // the lines of the start and of three questions
+  constexpr std::size_t asked = 4;  // the lines of the start and of three requests
   EXPECT_EQ(careful->call("send " + scene.toHelper()), "0");
   const auto any = [](const std::string&) { return true; };
   EXPECT_TRUE(installed->waitForOutput(any, asked).starts_with(":1."));

@@ -1,4 +1,4 @@
-// There is no memory for a request.
+// Makes requests without enough memory.
 
 #include <gtest/gtest.h>
 
@@ -23,7 +23,7 @@ TEST(MemoryFault, RequestWithoutMemoryIsRefusedAndTheNextOneIsMade) {
         host->call("request-in-little-memory " + std::to_string(room) + ' ' + std::to_string(size));
     const auto words = wordsOf(answer);
     ASSERT_EQ(words.size(), 3U) << answer;
-    // The bus library gives up a connection for which it has no memory.
+    // The bus library drops a connection when it runs out of memory.
     for (int i = 0; i < 2; ++i) {
       EXPECT_TRUE(words[i] == "0" || words[i] == "-50" || words[i] == "-609") << answer;
     }

@@ -19,7 +19,7 @@
 namespace qbdkr::test {
 namespace {
 
-// Longer than a host waits for the lock.
+// Longer than a host's wait for the lock.
 constexpr std::chrono::seconds enough(60);
 
 class KeptLock {
@@ -89,7 +89,7 @@ TEST(OpeningFault, AThreadThatOpensDoesSoAfterOneThatOnlyWaits) {
   scene.makeHelper("1.0", scene.installDirectory());
   const auto host = scene.startAndShare(scene.makeHostWithoutHelper("Host"));
   auto lock = std::make_unique<KeptLock>(scene.installedHelper());
-  const auto launch = host->begin("launch");  // of a helper agent that runs: it waits for the lock
+  const auto launch = host->begin("launch");  // it finds a helper agent, and waits for the lock
   for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "yes");
   scene.killHelper(*host);
   const auto opening = host->begin(open(scene));

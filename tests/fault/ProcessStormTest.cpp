@@ -25,7 +25,7 @@ constexpr std::size_t sevenMegabytes = 7'000'000;
 constexpr std::string_view head = "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist><dict>\n";
 constexpr std::string_view tail = "</dict></plist>\n";
 
-// Pairs of a key and a text, of about that many bytes.
+// Returns pairs of a key and a text, of about that many bytes.
 std::string pairs(std::size_t size) {
   std::string text;
   for (std::size_t i = 0; text.size() < size; ++i) {
@@ -46,7 +46,7 @@ std::string bigEndian(std::size_t value, std::size_t width) {
   return bytes;
 }
 
-// A binary list of less than 1 MiB, which is a dictionary of an array that holds one flag 900,000
+// Returns a binary list of less than 1 MiB: a dictionary with an array that holds one flag 900,000
 // times.
 std::string manyValues() {
   constexpr std::size_t count = 900'000;
@@ -88,7 +88,7 @@ std::size_t threadsOf(pid_t process) {
   return count;
 }
 
-// No event tells that a thread of another process ended.
+// Polls: no event tells that a thread of another process ended.
 void waitForThreads(pid_t process, std::size_t wanted) {
   constexpr int interval = 20;  // milliseconds
   const auto deadline = std::chrono::steady_clock::now() + 4 * patience;
@@ -98,8 +98,8 @@ void waitForThreads(pid_t process, std::size_t wanted) {
   }
 }
 
-// Forty guarded requests with a helper agent that cannot start: each checks on its own, and each
-// check walks the table of processes.
+// Makes forty guarded requests with a helper agent that cannot start. Their checks read the process
+// table.
 void expectModestHostBeside(const std::string& information, int processes = 1) {
   Scene scene;
   std::vector<std::unique_ptr<ForeignProcess>> foreign;
@@ -128,7 +128,7 @@ TEST(ProcessStorm, BesideAValidListOf7MBAHostStaysModest) {
   expectModestHostBeside(valid(pairs(sevenMegabytes)));
 }
 
-// Each is just within the bounds, and all together are more than is remembered.
+// Each list is just within the bounds. All together are more than the cache holds.
 TEST(ProcessStorm, BesideADozenListsOf1MBAHostStaysModest) {
   expectModestHostBeside(
       valid(pairs(300'000) + "<key>Long</key><string>" + std::string(700'000, 'l') + "</string>"),

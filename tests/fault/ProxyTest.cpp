@@ -1,4 +1,4 @@
-// The bus is reached through another process, as from inside a sandbox.
+// Reaches the bus through another process, as from inside a sandbox.
 
 #include <gtest/gtest.h>
 
@@ -13,7 +13,7 @@
 namespace qbdkr::test {
 namespace {
 
-// Passes on every byte, the greeting included, which the bus takes for the proxy's own.
+// Passes on every byte, even the greeting: the bus takes the proxy for the sender.
 constexpr const char* proxyProgram = R"(
 import os, socket, sys, threading
 listener = socket.socket(socket.AF_UNIX)
@@ -68,7 +68,7 @@ TEST(Proxy, IsLoggedOnceAndCanBeAskedFor) {
   for (int i = 0; i < 3; ++i) {
     EXPECT_EQ(host->call("ask " + scene.identifier("Missing") + " Probe note: x"), "-600 ~");
   }
-  // A new connection asks anew.
+  // A new connection asks the bus again.
   scene.bus().kill();
   EXPECT_EQ(host->call("send " + scene.identifier("Missing") + " Probe note: x"), "-609");
   scene.bus().start();

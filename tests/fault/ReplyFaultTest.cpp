@@ -1,4 +1,4 @@
-// A peer answers with more than any answer may be.
+// Tests answers beyond the bounds.
 
 #include <gtest/gtest.h>
 
@@ -59,8 +59,8 @@ TEST(ReplyFault, MemoryOfARefusedAnswerIsGivenBack) {
 
 TEST(ReplyFault, MemoryOfLargeErrorsIsGivenBack) {
   if (hasSanitizer) GTEST_SKIP() << "a sanitizer keeps what was freed";
-  // Below what the C library takes from the system for each by itself, and gives back at once. Of
-  // what the main thread has freed it can be made to give back all.
+  // Smaller than the blocks that the C library gets from the system one by one, and gives back at
+  // once. The library can be made to give back all that the main thread has freed.
   constexpr std::size_t large = 20'000'000;
   Answering scene(large, "refuse");
   const ResourceUse use(scene.host->processID());

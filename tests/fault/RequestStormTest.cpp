@@ -1,4 +1,4 @@
-// A host makes more requests than its helper agent can be checked for.
+// Makes more guarded requests than a host can check one by one.
 
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -19,8 +19,8 @@ namespace fs = std::filesystem;
 
 constexpr std::chrono::seconds enough(60);
 
-// How many descriptors of a process lead to a path: each thread that is in the queue for a lock of
-// its own has one.
+// Counts the descriptors of a process that lead to a path. A thread that waits for a lock of its
+// own has one.
 std::size_t descriptorsOn(pid_t process, const fs::path& path) {
   std::size_t count = 0;
   for (const auto& entry : fs::directory_iterator("/proc/" + std::to_string(process) + "/fd")) {
@@ -30,7 +30,7 @@ std::size_t descriptorsOn(pid_t process, const fs::path& path) {
   return count;
 }
 
-// Waits for a command, and gives the most descriptors that it had on a path at a time.
+// Waits for a command, and returns the most descriptors on a path at a time.
 std::size_t mostDescriptorsDuring(const std::string& tag, HostProcess& host, const fs::path& path) {
   constexpr int interval = 5;  // milliseconds
   const auto deadline = std::chrono::steady_clock::now() + enough;
@@ -52,7 +52,7 @@ TEST(RequestStorm, WhileTheHelperAgentStartsSlowlyCostsLittleAndIsFollowedByAChe
   scene.transcript().waitFor({" started version"});
   const auto storm = host->begin("guarded 1000");
   EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 1U);
-  // The checks that run could not reach it, so that this request is that of one which came later.
+  // No running check has reached it: the request below belongs to a later check.
   EXPECT_EQ(scene.transcript().count("isAlive:prodeuctVersion:"), 0U);
   ::kill(scene.helperProcess(), SIGUSR1);
   scene.transcript().waitFor({"isAlive:prodeuctVersion:"});
@@ -80,7 +80,7 @@ TEST(RequestStorm, WhileTheHelperAgentCrashesCostsLittleAndIsFollowedByACheck) {
   }
   EXPECT_GE(crashes, wantedCrashes);
   EXPECT_LE(crashes, requests + 1) << "at most once for each check, and for the start";
-  // The last request is followed by a check that finds it well again.
+  // The check after the last request launches it successfully.
   writeFile(scene.transcript().path().string() + ".settled", "");
   host->call("guarded 1");
   scene.transcript().waitFor({"start:prodeuctVersion:"});

@@ -1,6 +1,5 @@
-// A host that is killed, or told of an error, at each single system call that changes the file
-// system. Whatever it was at, its files are the old ones or the new ones, and its next start goes
-// on from there and leaves nothing behind.
+// Kills a host, or makes the call fail, at each system call that changes the file system. Its files
+// are then the old or the new ones. Its next start goes on from there, and leaves nothing behind.
 
 #include <gtest/gtest.h>
 #include <signal.h>
@@ -33,7 +32,7 @@ namespace fs = std::filesystem;
 
 using Words = std::vector<std::string>;
 
-// The texts of the two switches as they stand in the property list.
+// The elements of the two switches in the property list.
 struct Switches {
   std::string tips;
   std::string advertising;
@@ -44,7 +43,7 @@ using Entries = std::map<std::string, std::string>;
 
 const std::string aDirectory = "directory";
 
-// A text that is cut later than it is written ends in blanks, which mean nothing in either form.
+// Blanks end a text that is written and not yet truncated. They mean nothing in either form.
 std::string withoutBlanksAtTheEnd(std::string text) {
   const std::string blanks = " \t\r\n";
   const bool wide = text.starts_with("\xFF\xFE");
@@ -56,7 +55,7 @@ std::string withoutBlanksAtTheEnd(std::string text) {
   return text;
 }
 
-// Lists count by what they say. An operation that failed leaves its own keys alone behind.
+// Adds the keys of a list one by one: a failed operation leaves only its own keys behind.
 void addList(Entries& all, const std::string& name, const PropertyList::Dictionary& list) {
   all[name] = "list";
   for (const auto& [key, value] : list) {
@@ -64,7 +63,7 @@ void addList(Entries& all, const std::string& name, const PropertyList::Dictiona
   }
 }
 
-// A host without a bus, its home and its bundle, which can be put back to how they were.
+// Holds a host without a bus, its home and its bundle, and can restore their earlier state.
 class Site {
  public:
   Site()
@@ -108,7 +107,7 @@ class Site {
     writeFile(information(), text + "</dict>" + blank + "</plist>");
   }
 
-  // A helper agent among the resources that cannot be executed.
+  // Puts a helper agent that cannot be executed among the resources.
   void writeHelper(const std::string& version) const {
     fs::remove_all(resourceCopy());
     const TestBundle helper(
@@ -123,7 +122,7 @@ class Site {
     fs::permissions(helper.resources() / "nested", fs::perms(0750));
   }
 
-  // From here on reset() brings back what there is now.
+  // Saves the state that reset() restores.
   void keep() const {
     fs::remove_all(kept());
     for (const auto& path : changeable()) {
@@ -147,7 +146,7 @@ class Site {
     return gate_.run(command, {.environment = environment}, fault);
   }
 
-  // Everything that lies here now. The installed helper agent is one entry: it counts as a whole.
+  // Returns all files and folders. Each copy of the helper agent counts as one entry.
   [[nodiscard]] Entries entries() const {
     Entries all;
     for (auto entry = fs::recursive_directory_iterator(live());
@@ -165,7 +164,7 @@ class Site {
     return all;
   }
 
-  // The lists among them letter for letter.
+  // Returns the lists among them letter for letter.
   [[nodiscard]] Entries texts() const {
     Entries all;
     for (const auto& file : {information(), strings(), settings()}) {
@@ -190,7 +189,7 @@ class Site {
 
   [[nodiscard]] fs::path kept() const { return directory_.path() / "kept"; }
 
-  // All but the program itself, which is large.
+  // Returns everything but the program itself, which is large.
   [[nodiscard]] std::vector<fs::path> changeable() const {
     std::vector<fs::path> paths{"home"};
     for (const auto& entry : fs::directory_iterator(bundle_.path() / "Contents")) {
@@ -518,7 +517,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
     return run;
   }
 
-  // The calls at which this can go wrong.
+  // Returns the calls that the disturbance can hit.
   [[nodiscard]] std::vector<std::size_t> points() const {
     std::vector<std::size_t> points;
     for (std::size_t i = 0; i < undisturbed_.calls.size(); ++i) {
@@ -545,7 +544,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
     EXPECT_TRUE(asWanted) << run.status << testing::PrintToString(run.log);
   }
 
-  // Everything is as it was at one of the moments between two operations.
+  // Expects each entry as it was at one of the moments between two operations.
   void expectOldOrNew() {
     const Entries now = site_.entries();
     for (const std::string& name : knownNames()) {
@@ -593,8 +592,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
     const auto information = inodeOf(site_.information());
     const auto strings = inodeOf(site_.strings());
     disturbAt(at);
-    // Half a write is neither old nor new; what it was is lost only when the next start does not
-    // know it either.
+    // Half a write is neither old nor new, and only the next start can mend it.
     if (!isHalfWay()) expectOldOrNew();
     expectMendedByNextStart();
     expectSameFiles(information, strings);
@@ -643,7 +641,7 @@ class SystemCall : public testing::TestWithParam<std::tuple<Scenario, Disturbanc
 TEST_P(SystemCall, LeavesTheOldOrTheNewAndIsMendedByTheNextStart) {
   const auto all = points();
   ASSERT_GE(all.size(), isHalfWay() ? 1 : scenario().fewestPoints);
-  // Another part of them for each disturbance, and never none.
+  // Tries another part of the points for each disturbance, and one point at least.
   constexpr std::size_t stride = QBDKR_POINT_STRIDE;
   const auto which =
       static_cast<std::size_t>(disturbance().kind) + static_cast<std::size_t>(disturbance().error);
