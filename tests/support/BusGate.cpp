@@ -117,7 +117,7 @@ void BusGate::run() {
       };
       all.push_back({each.client.get(), wanted(each.toBus, each.toClient, true), 0});
       all.push_back({each.bus.get(), wanted(each.toClient, each.toBus, !keptBack), 0});
-      // Peeks at an answer that is kept back, to tell the test of it.
+      // Peeks at a held answer, to tell the test of it.
       if (!keptBack) continue;
       char byte = 0;
       if (::recv(each.bus.get(), &byte, 1, MSG_PEEK | MSG_DONTWAIT) != 1) {

@@ -12,9 +12,8 @@
 
 namespace qbdkr::test {
 
-// Stands between a process and its bus and passes on all bytes. While a test holds it, it keeps
-// back the bus's answers to questions for the process behind a name. It reads no more than it can
-// pass on.
+// Passes on all bytes between a process and its bus. While a test holds the gate, it holds back the
+// bus's answers to questions for the process behind a name. Reads no more than it can pass on.
 class BusGate {
  public:
   BusGate(const std::filesystem::path& directory, const std::string& busAddress);
@@ -25,10 +24,10 @@ class BusGate {
   [[nodiscard]] const std::string& address() const { return address_; }
 
   void hold();
-  // Waits until the gate keeps back an answer of the bus.
+  // Waits until the gate holds an answer of the bus.
   void awaitHeldAnswer();
   void release();
-  // Ends the connections whose answers the gate keeps back.
+  // Closes the connections whose answers the gate holds.
   void cut();
 
  private:
@@ -43,7 +42,7 @@ class BusGate {
     Descriptor bus;
     Way toBus;
     Way toClient;
-    std::string latest;  // of what goes to the bus
+    std::string latest;  // the last bytes to the bus
     bool asks = false;
   };
 
@@ -62,7 +61,7 @@ class BusGate {
   std::mutex mutex_;
   std::condition_variable changed_;
   bool hasHeldAnswer_ = false;
-  std::list<Connection> connections_;  // of thread_ alone
+  std::list<Connection> connections_;  // used only by thread_
   std::thread thread_;
 };
 

@@ -20,7 +20,7 @@ constexpr std::string_view timeForm = "0000-00-00 00:00:00.000 ";
 
 bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
-// "DATE TIME NAME[PROCESS] " is taken off the front.
+// Removes "DATE TIME NAME[PROCESS] " from the front.
 std::string withoutPrefix(const std::string& line) {
   const bool timed =
       line.size() >= timeForm.size() &&

@@ -1,5 +1,5 @@
-// A host application that changes files and ends: what it does is on its command line. It has a
-// single thread, so that it makes the same system calls in the same order each time.
+// A host application that changes files as its command line says, and ends. Its single thread makes
+// the same system calls in the same order each time.
 
 #include <algorithm>
 #include <functional>
@@ -50,7 +50,7 @@ QBHPHelperCommunicate& communicator() {
   return instance;
 }
 
-// Records who the product is, installs the helper agent, and tries to launch it.
+// Records the product, installs the helper agent, and tries to launch it.
 void share() {
   communicator();
   const Body body = std::exchange(startUp(), {});

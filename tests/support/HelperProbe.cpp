@@ -1,7 +1,7 @@
 // A helper agent for tests. It appends every event that it receives, as one line, to the file that
 // QBDKR_PROBE_TRANSCRIPT names, and behaves as QBDKR_PROBE_MODE says:
 //   exit-at-once    ends before it can be reached
-//   exit-for-now    does so until there is a file TRANSCRIPT.settled
+//   exit-for-now    does so until a file TRANSCRIPT.settled exists
 //   never-check-in  runs, but does not come to the bus before SIGUSR1
 //   stubborn        does not end when it is asked to
 //   mute            answers no query before SIGUSR1

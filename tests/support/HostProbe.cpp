@@ -54,7 +54,7 @@ using Words = std::vector<std::string>;
 
 std::atomic<bool> mainThreadIsBlocked{false};
 
-// One write for a line, so that those of several threads do not mix.
+// Makes a single write: the lines of several threads do not mix.
 void print(std::string line) {
   line += '\n';
   [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, line.data(), line.size());
@@ -163,15 +163,15 @@ std::string askedForSummary(const Words& words) {
   return std::to_string(status) + ' ' + qbdkr::test::summary(answer);
 }
 
-// COUNT: makes that many guarded requests, one after the other; the status of the last.
+// COUNT: makes that many guarded requests in turn, and returns the status of the last.
 std::string guarded(const Words& words) {
   qbdkr::OSErr status = 0;
   for (auto left = std::stoul(words.at(0)); left > 0; --left) status = communicator().showHelper();
   return std::to_string(status);
 }
 
-// TARGET CLASS METHOD THREADS COUNT: each thread posts that many events, with the thread's number
-// and the event's.
+// TARGET CLASS METHOD THREADS COUNT: posts that many events on each thread, with the numbers of the
+// thread and the event.
 std::string burst(const Words& words) {
   const auto threadCount = std::stoul(words.at(3));
   const auto count = std::stoul(words.at(4));
@@ -206,7 +206,7 @@ std::string statusOf(pid_t child, int descriptor) {
   return answered ? "status " + std::to_string(status) : "no answer";
 }
 
-// The same request from a child process.
+// Posts the message from a child process.
 std::string forkAndPost(const Words& words) {
   const Message message(words);
   std::array<int, 2> ends{};
@@ -223,7 +223,7 @@ std::string forkAndPost(const Words& words) {
   return result;
 }
 
-// The address space of the process may grow by that much only.
+// Limits the growth of the process's address space.
 class LittleMemory {
  public:
   explicit LittleMemory(std::size_t room) {
@@ -271,7 +271,7 @@ std::string joinedSenders() {
 
 std::string yesOrNo(bool value) { return value ? "yes" : "no"; }
 
-// Reads and writes settings and switches in most of the ways there are.
+// Reads and writes settings and switches in most ways.
 void useSettings() {
   auto& defaults = qbdkr::UserDefaults::standard();
   defaults.setObject("Busy", qbdkr::PropertyList("value"));
@@ -281,7 +281,7 @@ void useSettings() {
   communicator().setTipsEnable(true);  // logs
 }
 
-// A child is lost if it does not end within this time. It may wait for the locks of settings files.
+// Returns whether a child ends in time. It may wait for the locks of settings files.
 bool childReturns() {
   constexpr int patience = 20'000;  // milliseconds
   const pid_t child = fork();
@@ -300,7 +300,7 @@ bool childReturns() {
 }
 
 std::string forkAmidSettings(const Words& words) {
-  // Each keeps busy with one kind of lock, so that a fork meets it held sooner or later.
+  // Each thread uses one kind of lock all the time: sooner or later it is held at a fork.
   const std::vector<std::function<void()>> kinds{
       useSettings,
       [] { qbdkr::UserDefaults::standard().setObject("Busy", qbdkr::PropertyList("value")); },

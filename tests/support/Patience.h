@@ -4,7 +4,7 @@
 
 namespace qbdkr::test {
 
-// How long a test waits for something that may be slow on a busy machine. Reaching it is a failure.
+// The times that a test waits for slow work on a busy machine. Reaching one is a failure.
 inline constexpr std::chrono::seconds patience(60);
 inline constexpr std::chrono::seconds longPatience(180);
 

@@ -48,7 +48,7 @@ void PrivateBus::start() {
       std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                "--config-file=" + configuration.string(), "--print-address=1"},
       SpawnOptions{.environment = {{"PATH", "/usr/bin:/bin"}}});
-  // It prints its address after it began to listen.
+  // The daemon prints its address once it listens.
   daemon_->waitForOutput([](const std::string& line) { return line.starts_with("unix:"); });
 }
 

@@ -10,11 +10,11 @@
 #include <string_view>
 #include <vector>
 
-// How tests and the probe programs write texts of any bytes into one line of words, and what a long
-// list of texts is recognised by.
+// Tests and the probe programs write texts of any bytes into one line of words, and summarize long
+// lists of texts.
 namespace qbdkr::test {
 
-// A word for a text: the text itself when it is a plain word, else "%" and its bytes in
+// Returns a word for a text: the text itself if it is a plain word, else "%" and its bytes in
 // hexadecimal.
 inline std::string encoded(std::string_view text) {
   const auto plain = [](char byte) { return byte > ' ' && byte < '\x7f'; };
@@ -33,14 +33,14 @@ inline std::string encoded(std::string_view text) {
 
 inline std::string encoded(const std::string& text) { return encoded(std::string_view(text)); }
 
-// The word for a text that is not there.
+// The word for an absent text.
 inline constexpr std::string_view absentWord = "~";
 
 inline std::string encoded(const std::optional<std::string>& text) {
   return text ? encoded(*text) : std::string(absentWord);
 }
 
-// A text of a size, the same for the same seed, without two equal halves.
+// Makes a text of a size: the same for the same seed, without two equal halves.
 inline std::string patternText(std::size_t size, unsigned seed) {
   std::string text(size, '\0');
   std::uint32_t state = seed * 2654435761U + 1;
@@ -58,8 +58,8 @@ inline std::vector<std::string> numberedTexts(std::size_t count) {
   return texts;
 }
 
-// The texts that words stand for. Besides what encoded() makes: "*SIZE:SEED" is patternText(), and
-// "+COUNT" stands for as many numberedTexts().
+// Returns the texts of words: those of encoded(), and "*SIZE:SEED" for patternText() and "+COUNT"
+// for so many numberedTexts().
 inline std::vector<std::string> decoded(std::span<const std::string> words) {
   std::vector<std::string> texts;
   for (const std::string& word : words) {
@@ -82,7 +82,7 @@ inline std::vector<std::string> decoded(std::span<const std::string> words) {
   return texts;
 }
 
-// Their count, their bytes and a digest of their contents, in one word.
+// Returns one word with the count of the texts, their bytes and a digest of their contents.
 inline std::string summary(std::span<const std::string> texts) {
   std::uint64_t digest = 14695981039346656037ULL;
   std::size_t bytes = 0;
@@ -96,7 +96,7 @@ inline std::string summary(std::span<const std::string> texts) {
          std::to_string(digest);
 }
 
-// The texts as words when they are few and short, else their summary.
+// Returns the texts as words if they are few and short, else their summary.
 inline std::string shown(std::span<const std::string> texts) {
   constexpr std::size_t longest = 400;
   std::string words;

@@ -8,11 +8,11 @@ namespace qbdkr::test {
 
 std::filesystem::path hostProbe();
 std::filesystem::path helperProbe();
-// Names the libraries that a host bundle needs among its frameworks.
+// Returns the libraries that a host bundle needs among its frameworks.
 std::vector<std::filesystem::path> hostLibraries();
-// The program of Peer.h.
+// Returns the program of Peer.h.
 std::filesystem::path libdbusClient();
-// The bundle of the sample host, with its helper agent inside.
+// Returns the bundle of the sample host, with its helper agent inside.
 std::filesystem::path sampleHost();
 
 }  // namespace qbdkr::test

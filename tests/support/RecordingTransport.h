@@ -20,10 +20,10 @@
 
 namespace qbdkr::test {
 
-// An RPC event as it comes in from a process on macOS.
+// Makes an RPC event as it arrives from a process on macOS.
 AppleEvent inboundAppleEvent(const RPCEvent& event, pid_t sender);
 
-// An application that sends reports.
+// The bundle identifier of an application that sends reports.
 inline constexpr const char* someSender = "com.Example.Sender";
 
 // Stands in for the platform's transport: keeps every event that is sent, answers as it is told,
@@ -49,11 +49,11 @@ class RecordingTransport final : public RPCTransport {
   void answerWith(Answer answer);
   // Sets the answer to the events of one method.
   void answer(std::string_view methodName, Answer answer);
-  // Called on the sending thread, without a lock held: it may send, deliver and wait.
+  // Called on the sending thread without a lock: it may send, deliver and wait.
   void answer(std::string_view methodName, Answerer answerer);
 
   [[nodiscard]] std::vector<Sent> sent() const;
-  // The same without their targets, in the order in which they were sent.
+  // Returns the same without their targets, in the order in which they were sent.
   [[nodiscard]] std::vector<RPCEvent> sentEvents() const;
   [[nodiscard]] std::vector<std::string> sentMethods() const;
   [[nodiscard]] std::size_t countOf(std::string_view methodName) const;

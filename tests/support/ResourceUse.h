@@ -10,8 +10,8 @@
 
 namespace qbdkr::test {
 
-// Watches the resources of a process from construction on. The kernel tells the peak of the memory;
-// threads and descriptors are counted every few milliseconds.
+// Watches the resources of a process from construction on. The kernel tells the memory peak.
+// Threads and descriptors are counted every few milliseconds.
 class ResourceUse {
  public:
   explicit ResourceUse(pid_t process);

@@ -70,7 +70,7 @@ class Scene {
   [[nodiscard]] static std::vector<pid_t> processesIn(const std::filesystem::path& directory);
   // Returns the one process of the installed helper agent. Throws for any other number of them.
   [[nodiscard]] pid_t helperProcess() const;
-  // Kills it, and returns once the bus knows: the host asks the bus.
+  // Kills that process, and returns once the bus knows: the host asks the bus.
   void killHelper(HostProcess& host);
 
   // Waits until the transcript has all that the host posted to the helper agent so far.

@@ -85,7 +85,7 @@ class Caller {
     for (const char* method :
          {"productCollectStatus:version:", "netErrorPagePath:version:", "unRegSuiteInfo:version:",
           "regSuiteInfo:version:", "isNotFirstStart"}) {
-      sent(method, noErr);  // their status is not told; what was not sent will be missed
+      sent(method, noErr);  // their status is unknown: the test misses one that was not sent
     }
   }
 

@@ -36,7 +36,7 @@ namespace fs = std::filesystem;
   throw std::system_error(errno, std::generic_category(), what);
 }
 
-// Says how a call names what it changes.
+// The ways in which a call names its target.
 enum class Target {
   path,        // a path
   pathAt,      // a directory's descriptor, and a path from there
@@ -45,7 +45,7 @@ enum class Target {
 
 enum class Effect { other, needsSpace, write, copy, flush };
 
-// Only some of the calls of that number count: those with one of these bits in an argument, or with
+// Selects some of the calls of a number: those with one of these bits in an argument, or with
 // exactly this value.
 struct Condition {
   enum class Test { none, anyBit, equal };
@@ -68,9 +68,9 @@ constexpr Condition opensToChange(unsigned argument) {
   return {Condition::Test::anyBit, argument, changingFlags};
 }
 
-// Two paths: the second one, which is where something new comes to lie.
+// For calls with two paths the target is the second one, at which the new entry appears.
 constexpr Row rows[] = {
-#ifdef SYS_open  // architectures with a history have these as well
+#ifdef SYS_open  // older architectures have these as well
     {SYS_open, "open", Target::path, 0, Effect::needsSpace, opensToChange(1)},
     {SYS_creat, "creat", Target::path, 0, Effect::needsSpace},
     {SYS_mkdir, "mkdir", Target::path, 0, Effect::needsSpace},
@@ -155,12 +155,12 @@ sock_filter statement(unsigned code, std::uint32_t value) {
   return BPF_STMT(static_cast<std::uint16_t>(code), value);
 }
 
-// Goes on with the next statement when it holds, else skips that many.
+// Goes on with the next statement if the comparison holds, else skips that many.
 sock_filter unless(unsigned comparison, std::uint32_t value, std::uint8_t skip) {
   return BPF_JUMP(static_cast<std::uint16_t>(BPF_JMP | BPF_K | comparison), value, 0, skip);
 }
 
-// The kernel's own selection, so that all other calls cost next to nothing.
+// Makes the kernel select the calls: all others cost next to nothing.
 std::vector<sock_filter> filterProgram() {
   const auto number = statement(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr));
   const auto ask = statement(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF);
@@ -210,7 +210,7 @@ std::string memoryOf(pid_t process, std::uint64_t address, std::size_t size) {
 }
 
 std::string pathIn(pid_t process, std::uint64_t address) {
-  if (address == 0) return "";  // some calls mean the descriptor itself
+  if (address == 0) return "";  // the call names the descriptor itself
   const std::string bytes = memoryOf(process, address, PATH_MAX);
   return bytes.substr(0, bytes.find('\0'));
 }
@@ -236,8 +236,8 @@ fs::path targetOf(const Row& row, const seccomp_notif& asked) {
   return path.empty() ? directory : directory / path;
 }
 
-// The child's part: installs the filter, and hands over what it asks through. Made before the fork,
-// because the child may only do what a signal handler may.
+// Installs the filter in the child, and hands its listener to the parent. Made before the fork,
+// because the child may call only async-signal-safe functions.
 class FilterInstallation {
  public:
   FilterInstallation() : program_(filterProgram()) {
@@ -259,7 +259,7 @@ class FilterInstallation {
     _exit(126);
   }
 
-  // The parent's part.
+  // Receives the listener in the parent.
   [[nodiscard]] Descriptor listener() {
     childEnd_ = Descriptor();
     Message message;
@@ -308,7 +308,7 @@ class FilterInstallation {
   Descriptor childEnd_;
 };
 
-// An offset that a call of the program reads and writes, if it names one.
+// Holds an offset that a call of the program reads and writes, if it names one.
 class OffsetOf {
  public:
   OffsetOf(pid_t process, std::uint64_t address) : memory_(memoryOf(process)), address_(address) {
@@ -360,7 +360,7 @@ class Supervision {
 
   void answer() {
     seccomp_notif asked{};
-    if (::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // it has ended
+    if (::ioctl(listener_.get(), SECCOMP_IOCTL_NOTIF_RECV, &asked) != 0) return;  // it ended
     const Row& row = rowOf(asked.data);
     const fs::path target = targetOf(row, asked);
     if (!isBelow(target)) return goOn(asked);
@@ -393,7 +393,7 @@ class Supervision {
     }
   }
 
-  // Does half of a call in the place of the program, on its own open files.
+  // Does half of a call for the program, on the program's open files.
   std::int64_t doHalf(const Row& row, const seccomp_notif& asked) const {
     const auto done = row.effect == Effect::copy ? copyHalf(asked) : writeHalf(asked);
     if (done < 0) fail("half of a call");

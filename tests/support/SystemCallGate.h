@@ -9,22 +9,22 @@
 
 namespace qbdkr::test {
 
-// A system call that changes a directory or something below it.
+// Describes a system call that changes a directory or an entry below it.
 struct GatedCall {
   std::string name;
   std::filesystem::path path;
-  bool writes = false;      // writes or copies bytes, which can also be done by half
+  bool writes = false;      // writes or copies bytes, and can be done by half
   bool needsSpace = false;  // fails on a full disk
 };
 
-// Says what fails, and at which call.
+// Describes a failure, and the call at which it happens.
 struct Fault {
   enum class Kind {
     none,
     kill,         // the process is killed before the call
     fail,         // this one call fails, and changes nothing
     killHalfWay,  // the process is killed when half of its bytes are written
-    fillHalfWay,  // half of its bytes are written, and there is no space from then on
+    fillHalfWay,  // half of its bytes are written, and the disk is full from then on
   };
   Kind kind = Kind::none;
   std::size_t at = 0;  // the first call is 1

@@ -1,4 +1,4 @@
-/* A peer that shares nothing with the framework: plain C and libdbus. One command, then it ends.
+/* A peer in plain C that uses libdbus and no code of the framework. Runs one command, then ends.
  *
  *   introspect NAME                       prints the XML of the object
  *   call NAME CLASS METHOD [ARG]...       prints "result TEXT" or "error NAME"
@@ -102,7 +102,7 @@ static int raw(DBusConnection* connection, char** words, int count) {
   return print_answer(connection, message);
 }
 
-/* A class name of that many bytes, and that many empty texts. */
+/* Calls with a class name of that many bytes, and that many empty texts. */
 static int huge(DBusConnection* connection, const char* name, size_t name_size, size_t count) {
   const char* method_name = "helperExitNotify:";
   char* class_name = malloc(name_size + 1);
@@ -245,7 +245,7 @@ static int await_owner(DBusConnection* connection, const char* name) {
            "type='signal',sender='org.freedesktop.DBus',member='NameOwnerChanged',arg0='%s'", name);
   dbus_bus_add_match(connection, rule, &error);
   while (!dbus_bus_name_has_owner(connection, name, NULL)) {
-    /* The signal may have been read together with the answer: then there is no more to read. */
+    /* The signal may have been read together with the answer: then no more can be read. */
     DBusMessage* message = dbus_connection_pop_message(connection);
     if (message != NULL) {
       dbus_message_unref(message);
@@ -354,8 +354,8 @@ static char* text_of_size(size_t size) {
   return text;
 }
 
-/* Prints to which name each call was sent, and answers it with a text, with an error of that text,
-   or without a text with that name. */
+/* Prints the destination of each call. Answers with the text, with an error of that text, or, if
+   the text is null, with the destination. */
 static int answer(DBusConnection* connection, const char* name, const char* text, int as_error) {
   DBusError error = DBUS_ERROR_INIT;
   if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
