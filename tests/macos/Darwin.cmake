@@ -1,4 +1,4 @@
-# A toolchain of nothing but names: enough to have CMake write what a Mac would build, not to build it.
+# A toolchain that consists only of names: CMake can write the build of a Mac with it, but not run it.
 set(CMAKE_SYSTEM_NAME Darwin)
 set(CMAKE_SYSTEM_PROCESSOR arm64)
 set(CMAKE_CXX_COMPILER_WORKS TRUE)

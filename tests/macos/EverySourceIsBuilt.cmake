@@ -1,4 +1,4 @@
-# Fails when a source of the macOS side is not in the list that a Mac builds.
+# Fails if a source of the macOS side is not in the list that a Mac builds.
 file(GLOB_RECURSE sources RELATIVE ${SOURCES} ${SOURCES}/*MacOS.cpp)
 file(READ ${SOURCES}/CMakeLists.txt list)
 foreach(source IN LISTS sources)

@@ -1,4 +1,5 @@
-// Where the published layouts of macOS on 64-bit processors put what is read and written there.
+// Compares the structs that are read and written with the published layouts of macOS on 64-bit
+// processors.
 
 #include <ApplicationServices/ApplicationServices.h>
 #include <CommonCrypto/CommonDigest.h>
@@ -11,7 +12,7 @@
 
 #include <cstddef>
 
-// The types that everything else is made of: long and pointers have 64 bits, int has 32.
+// The basic types: long and pointers have 64 bits, int has 32.
 static_assert(sizeof(CFIndex) == 8 && sizeof(CFTypeRef) == 8 && sizeof(CFOptionFlags) == 8);
 static_assert(sizeof(UniChar) == 2 && sizeof(Boolean) == 1 && sizeof(CFAbsoluteTime) == 8);
 static_assert(sizeof(OSErr) == 2 && sizeof(OSStatus) == 4 && sizeof(Size) == 8);

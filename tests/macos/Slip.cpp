@@ -1,5 +1,4 @@
-// Proves that the declarations catch a slip: as it is this compiles, with any of these macros it
-// does not.
+// Proves that the declarations catch a slip: this file compiles, but not with one of these macros.
 
 #include <ApplicationServices/ApplicationServices.h>
 #include <CoreFoundation/CoreFoundation.h>

@@ -1,10 +1,10 @@
-"""Looks at what the macOS side calls: check.py documented|sourced|used|owned ROOT.
+"""Checks the calls of the macOS side: check.py documented|sourced|used|owned ROOT.
 
 documented  every call that is declared stands in backticks in docs/macos.md
 sourced     the comment right above every call that is declared names its page
 used        everything that is declared is used
-owned       what a function with "Create" or "Copy" in its name gives goes straight into a CFRef,
-            and nothing else that the system gives does
+owned       the result of a function with "Create" or "Copy" in its name goes straight into a CFRef,
+            and no other result of the system does
 """
 
 import pathlib
@@ -24,20 +24,20 @@ def blank(found):
 
 
 def code(path):
-    """The text with as many characters, but none of those in comments and literals."""
+    """Returns the text with comments and literals blanked; all offsets stay the same."""
     return re.sub(r'//[^\n]*|/\*.*?\*/|"(?:\\.|[^"\\\n])*"|\'(?:\\.|[^\'\\\n])+\'', blank,
                   path.read_text(), flags=re.DOTALL)
 
 
 def statements(text):
-    """What stands at the beginning of a line, to its end: (place, text)."""
+    """Yields the declarations that begin at the start of a line, as (place, text)."""
     pattern = r"^(?:static inline [^{]*\{.*?^\}|[A-Za-z_][^;{]*(?:\{[^{}]*\}[^;]*)?;)"
     for found in re.finditer(pattern, text, re.DOTALL | re.MULTILINE):
         yield found.start(), found.group()
 
 
 def declared():
-    """Calls as (name, result, path, place), and the names of all else."""
+    """Returns the calls as (name, result, path, place), and the names of all other declarations."""
     calls, others = [], set()
     for path in declarations:
         text = code(path)
@@ -57,7 +57,7 @@ def declared():
             elif call:
                 calls.append((call[2], call[1].strip(), path, start))
     names = {name for found in others for name in ([found] if isinstance(found, str) else found)}
-    # A name with underscores in front is the system's own, for a macro of its.
+    # Names that begin with underscores belong to the system's macros.
     return ([call for call in calls if not call[0].startswith("__")],
             {name for name in names if name and not name.startswith("__")})
 

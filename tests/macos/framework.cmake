@@ -1,4 +1,4 @@
-# Has CMake write the build of a Mac, and looks at what it says of the frameworks. Nothing is compiled.
+# Lets CMake write the build of a Mac, and checks the frameworks in it. Nothing is compiled.
 function(require_text file text)
   file(READ ${file} contents)
   string(FIND "${contents}" "${text}" place)
@@ -19,7 +19,7 @@ endif()
 
 set(build ${WORK}/build.ninja)
 foreach(library IN ITEMS ClientComm QBDKRProductClient)
-  # The install name is these two, one behind the other.
+  # These two make up the install name.
   require_text(${build} "INSTALLNAME_DIR = @executable_path/../Frameworks/\n")
   require_text(${build} "SONAME = ${library}.framework/Versions/A/${library}\n")
   require_text(${build} "Versions/Current/Modules ${WORK}/lib/${library}.framework/Modules")
@@ -29,13 +29,13 @@ foreach(library IN ITEMS ClientComm QBDKRProductClient)
   require_text(${information} "<string>FMWK</string>")
   require_text(${information} "<string>12.0</string>")
 endforeach()
-# How these two become options is the compiler's affair; not every one has them.
+# These two become options of the compiler, which not every compiler has.
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_ARCHITECTURES:STRING=arm64;x86_64")
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_DEPLOYMENT_TARGET:STRING=12.0")
 require_text(${build} "LINK_LIBRARIES = -framework ApplicationServices")
 require_text(${build} "Contents/MacOS/PhotoTool")
 
-# Every public header goes along, and the module map names it.
+# The framework contains every public header, and the module map names it.
 function(require_headers library folder least)
   file(GLOB headers RELATIVE ${SOURCE}/include/${library} ${SOURCE}/include/${library}/*.h)
   list(LENGTH headers count)

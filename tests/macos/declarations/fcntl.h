@@ -1,7 +1,7 @@
 #pragma once
 #pragma GCC system_header
 
-// What macOS has beyond POSIX: fcntl(2),
+// The additions of macOS to POSIX: fcntl(2),
 // https://developer.apple.com/library/archive/documentation/System/Conceptual/ManPages_iPhoneOS/man2/fcntl.2.html
 // The numbers are those of the binding "libc" for Apple's systems, and the fields those of its
 // fstore_t.

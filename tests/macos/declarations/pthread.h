@@ -1,7 +1,7 @@
 #pragma once
 #pragma GCC system_header
 
-// What macOS has beyond POSIX: pthread_main_np(3), non-zero on the main thread,
+// The additions of macOS to POSIX: pthread_main_np(3), non-zero on the main thread,
 // https://keith.github.io/xcode-man-pages/pthread_main_np.3.html
 
 #include_next <pthread.h>

@@ -1,7 +1,7 @@
 #pragma once
 #pragma GCC system_header
 
-// What macOS has beyond POSIX: renamex_np, of rename(2),
+// The additions of macOS to POSIX: renamex_np, of rename(2),
 // https://keith.github.io/xcode-man-pages/rename.2.html
 
 #include_next <stdio.h>

@@ -31,7 +31,7 @@ enum { noErr = 0 };
 
 // Two 32-bit words, the high one first: "Inside Macintosh: Processes", Process Serial Number,
 // https://developer.apple.com/library/archive/documentation/mac/Processes/Processes-34.html
-// Whether it is packed to 2 bytes like AEDesc, no page found says; the layout is the same.
+// No page found says whether it is packed to 2 bytes like AEDesc; the layout is the same.
 #pragma pack(push, 2)
 struct ProcessSerialNumber {
   UInt32 highLongOfPSN;

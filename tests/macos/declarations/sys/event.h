@@ -17,7 +17,7 @@
 #define EV_ONESHOT 0x0010
 #define NOTE_USECONDS 0x00000002
 
-// kqueue(2). Packed to 4 bytes in no page found; the layout is the same without.
+// kqueue(2). No page found packs it to 4 bytes; the layout is the same without.
 #pragma pack(push, 4)
 struct kevent {
   uintptr_t ident;

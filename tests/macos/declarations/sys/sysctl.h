@@ -5,7 +5,7 @@
 // The numbers are those of the binding "libc" for Apple's systems.
 // The records of the process table: "ExternProc", "Eproc", "Ucred" and "KinfoProc" of the package
 // golang.org/x/sys/unix for darwin on arm64 and amd64, which agree. Only the fields that are read
-// have names here; the rest is room.
+// have names here; the rest is padding.
 
 #include <stddef.h>
 #include <sys/types.h>
