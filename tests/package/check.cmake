@@ -18,7 +18,7 @@ endfunction()
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
-# What is installed as a header is what lies in include/, and each header compiles alone.
+# The installed headers are those of include/, and each one compiles alone.
 file(GLOB_RECURSE headers RELATIVE ${ROOT}/include ${ROOT}/include/*.h)
 file(GLOB_RECURSE installed RELATIVE ${prefix}/include ${prefix}/include/*.h)
 if(NOT headers OR NOT headers STREQUAL installed)
@@ -38,8 +38,7 @@ endif()
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
     -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${WORK}/build)
-# The bundles stand alone: they run without the installation, the helper agent also as the host
-# carries it.
+# The bundles run without the installation. The helper agent also runs from inside the host.
 set(bundles ${WORK}/build/bundles)
 file(RENAME ${prefix} ${WORK}/moved)
 set(isolated ${CMAKE_COMMAND} -E env HOME=${WORK}/home --unset=XDG_CONFIG_HOME
@@ -52,7 +51,7 @@ file(RENAME ${WORK}/moved ${prefix})
 file(GLOB_RECURSE description ${prefix}/*/QBDKRProductClient.pc)
 get_filename_component(directory ${description} DIRECTORY)
 set(ENV{PKG_CONFIG_PATH} ${directory})
-# The prefix that the build was configured with is another one.
+# pkg-config must find the libraries although the build was configured with another prefix.
 execute_process(COMMAND pkg-config --cflags --libs QBDKRProductClient
                 OUTPUT_VARIABLE options OUTPUT_STRIP_TRAILING_WHITESPACE COMMAND_ERROR_IS_FATAL ANY)
 separate_arguments(options UNIX_COMMAND "${options}")
@@ -61,7 +60,7 @@ run(${COMPILER} ${CONSUMER}/host.cpp -o ${WORK}/host ${flags} ${options} -Wl,-rp
 run(${isolated} ${WORK}/host)
 check_output()
 
-# The code in the README and on the page that it names for the helper agent is a whole project.
+# The code in the README and on the page for helper agents makes up a complete project.
 run(python3 ${README_PROJECT} ${ROOT} ${WORK}/readme)
 run(${CMAKE_COMMAND} -S ${WORK}/readme -B ${WORK}/readme/build -G Ninja
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")

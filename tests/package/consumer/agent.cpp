@@ -1,4 +1,4 @@
-// A helper agent's view: one service, with a table of its own.
+// Uses the library as a helper agent does: one service, with a table of its own.
 
 #include <array>
 

@@ -1,5 +1,4 @@
-// Uses what both libraries export. It runs outside any bundle, so there is no helper agent to
-// reach.
+// Uses symbols of both libraries. Runs outside any bundle, and so cannot reach a helper agent.
 
 #include <cstdio>
 
@@ -11,7 +10,7 @@ int main() {
   qbdkr::QBHPHelper::share();
   const int order = qbdkr::compareVersion("1.10", "1.9");
   const qbdkr::OSErr status = qbdkr::QBHPHelperControl::share().show("1", "1.0");
-  // Without a bus address there may still be a bus at its usual place: both answers are right.
+  // Even without a bus address a bus may be at its usual place: both answers are right.
   std::printf("compares %d, status %d\n", order, status == -609 ? -600 : status);
   return 0;
 }
