@@ -1,5 +1,5 @@
-// Inbound RPC events of any content, dispatched to the services of this library: whatever they name
-// and carry, the dispatcher answers or throws its one exception, and nothing else happens.
+// Dispatches inbound RPC events of any content to the services of this library. The dispatcher must
+// answer, or throw its one exception.
 
 #include <unistd.h>
 
@@ -35,7 +35,7 @@ class NoTransport final : public qbdkr::RPCTransport {
   void removeHandler() override {}
 };
 
-// Takes values off the input for as long as there are any.
+// Takes values from the input until it is empty.
 class Input {
  public:
   Input(const std::uint8_t* data, std::size_t size) : data_(data), left_(size) {}
@@ -61,7 +61,7 @@ class Input {
   std::size_t left_;
 };
 
-// Mostly names that exist, so that the calls get somewhere.
+// Returns a name that mostly exists: the calls then reach the services.
 std::string className(Input& input) {
   const char* const known[] = {"QBHPHelperControl", "QBHPGetDataByHelper", "QBHPHelperCommunicate"};
   const std::uint8_t choice = input.byte();

@@ -1,5 +1,4 @@
-// Whatever the bytes are, reading them ends, and what the XML writer makes of the value says the
-// same.
+// Reads any bytes, and writes the value as XML, which must read back as the same value.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>

@@ -1,5 +1,5 @@
-// A dictionary of texts survives the strings-file form, as UTF-8 and as UTF-16; one of other values
-// can at least be read again.
+// Writes a dictionary as a strings file. Texts must read back the same from UTF-8 and UTF-16; other
+// values must at least be readable.
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
