@@ -49,7 +49,7 @@ for path in files:
     layer, room = place(path)
     for other in included(path):
         if not (root / other).exists():
-            problems.append(f"{path} includes {other}, which is none of our files")
+            problems.append(f"{path} includes {other}, which does not exist")
             continue
         other_layer, other_room = place(other)
         if path.parts[0] == "include" and other.parts[0] != "include":
