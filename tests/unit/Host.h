@@ -31,8 +31,9 @@ struct Host {
 inline constexpr const char* hostIdentifier = "com.Example.Host";
 inline constexpr const char* helperIdentifier = "com.Example.Helper";
 
-// What the hosts of the tests have in common: identifier, PID 4711, version 3.1, and the helper
-// agent's identifier. No place for a helper agent, so that nothing is installed.
+// Returns the information dictionary that the hosts of the tests share: identifier, PID 4711,
+// version 3.1, and the helper agent's identifier. Without a place for a helper agent nothing is
+// installed.
 PropertyList::Dictionary hostInformation();
 
 // Runs a body in a process of its own, from a bundle of its own with this information dictionary
