@@ -84,11 +84,6 @@ class Staging {
   FileLock lock_;
 };
 
-bool flush(const fs::path& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return file && flushDescriptor(file.get());
-}
-
 bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   if (const auto moved = renameExclusively(from, to)) return *moved;
   // On other file systems rename() at least never replaces a directory that has contents.
@@ -156,7 +151,7 @@ std::optional<FileError> copyItem(const std::string& from, const std::string& to
   if (auto failure = copyTree(source, staging->item())) return failure;
   if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
   if (!moveWithoutReplacing(staging->item(), to)) return lastFileError(to);
-  flush(fs::path(to).parent_path());
+  flushItem(fs::path(to).parent_path());
   return std::nullopt;
 }
 

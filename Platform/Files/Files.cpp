@@ -43,11 +43,6 @@ std::optional<std::vector<std::string>> namesIn(DirectoryHandle directory) {
   return names;
 }
 
-bool flush(const fs::path& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return file && flushDescriptor(file.get());
-}
-
 bool writeWhole(int file, std::string_view contents) {
   while (!contents.empty()) {
     const auto written = ::write(file, contents.data(), contents.size());
@@ -139,6 +134,11 @@ std::optional<std::string> firstEntryWithExtension(const std::string& directory,
   return appendPathComponent(directory, *first);
 }
 
+bool flushItem(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  return file && flushDescriptor(file.get());
+}
+
 bool replaceFile(const std::string& path, std::string_view contents) {
   const std::string staged = stagedPath(path);
   ::unlink(staged.c_str());
@@ -148,7 +148,7 @@ bool replaceFile(const std::string& path, std::string_view contents) {
   if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && writeWhole(file.get(), contents) &&
       flushDescriptor(file.get()) && ::rename(staged.c_str(), path.c_str()) == 0) {
     const fs::path directory = fs::path(path).parent_path();
-    return flush(directory.empty() ? "." : directory);
+    return flushItem(directory.empty() ? "." : directory.string());
   }
   ::unlink(staged.c_str());
   return false;

@@ -35,6 +35,9 @@ QBDKR_EXPORT bool createDirectory(const std::string& path);
 [[nodiscard]] QBDKR_EXPORT std::optional<std::string> firstEntryWithExtension(
     const std::string& directory, std::string_view extension);
 
+// Makes the contents of a file, or the entries of a directory, durable. False if that failed.
+bool flushItem(const std::string& path);
+
 // Replaces a file by a new one of mode 0600, or creates it: a reader sees the old contents or the
 // new ones. True if the new ones are durable; false as well if they are in place but could not be
 // flushed. One writer at a time: hold a FileLock if there may be another.

@@ -7,6 +7,9 @@
 
 namespace qbdkr {
 
+// The bits of st_mode beside the type.
+inline constexpr mode_t modeBits = 07777;
+
 // The calls beyond POSIX that files and trees need from the system.
 
 // Renames a file unless the new path exists; false with errno on failure. Absent if the file system

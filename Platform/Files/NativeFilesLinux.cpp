@@ -21,7 +21,6 @@ namespace qbdkr {
 namespace {
 
 constexpr mode_t ownersFile = S_IRUSR | S_IWUSR;
-constexpr mode_t modeBits = 07777;
 
 bool failWith(int error) {
   errno = error;

@@ -9,6 +9,7 @@
 #include <system_error>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Files/Files.h"
 #include "Platform/Files/NativeFiles.h"
 
 namespace qbdkr {
@@ -19,11 +20,6 @@ namespace fs = std::filesystem;
 bool failedWith(const std::error_code& error) {
   if (error) errno = error.value();
   return static_cast<bool>(error);
-}
-
-bool flush(const fs::path& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  return file && flushDescriptor(file.get());
 }
 
 }  // namespace
@@ -74,12 +70,12 @@ bool flushTree(int, const std::string& tree) {
   std::error_code error;
   const auto status = fs::symlink_status(tree, error);
   if (fs::is_symlink(status)) return true;  // stored with its directory
-  if (!fs::is_directory(status)) return flush(tree);
+  if (!fs::is_directory(status)) return flushItem(tree);
   for (auto entry = fs::recursive_directory_iterator(tree, error);
        !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
-    if (!entry->is_symlink(error) && !flush(entry->path())) return false;
+    if (!entry->is_symlink(error) && !flushItem(entry->path())) return false;
   }
-  return !failedWith(error) && flush(tree);
+  return !failedWith(error) && flushItem(tree);
 }
 
 // fsync() leaves the data in the drive's buffers. It has to do if the file system does not support

@@ -15,8 +15,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr mode_t modeBits = 07777;
-
 std::optional<FileError> copyLevel(const fs::path& from, const fs::path& to, std::size_t depth);
 
 bool makeDirectoryLike(const fs::path& from, const struct stat& status, const fs::path& to) {

@@ -15,8 +15,6 @@
 namespace qbdkr {
 namespace {
 
-constexpr mode_t modeBits = 07777;
-
 // A directory of a tree, opened step by step from the top. No link is followed on the way, even if
 // another process moves things about. No descriptor stays open, however deep the directory lies,
 // and its path may be longer than the system accepts.

@@ -6,6 +6,7 @@
 #include <chrono>
 #include <string>
 
+#include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/Scene.h"
 
@@ -13,7 +14,6 @@ namespace qbdkr::test {
 namespace {
 
 // Less than the 25 s for which the bus library waits by itself.
-constexpr std::chrono::seconds soon(20);
 
 TEST(BusFault, DeathOfTheBusEndsAWaitingRequestAtOnce) {
   Scene scene;

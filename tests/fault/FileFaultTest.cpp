@@ -7,6 +7,7 @@
 #include <filesystem>
 #include <string>
 
+#include "support/Patience.h"
 #include "support/Sanitizers.h"
 #include "support/Scene.h"
 
@@ -14,8 +15,6 @@ namespace qbdkr::test {
 namespace {
 
 namespace fs = std::filesystem;
-
-constexpr std::chrono::seconds soon(20);
 
 struct Damage {
   const char* name;
@@ -134,7 +133,7 @@ TEST(FileFault, GarbageInTheHelpersInformationIsInstalledButNotLaunched) {
   Scene scene;
   const auto bundle = scene.makeHost("Host", "1.0");
   const auto resource = bundle.resources() / "ProbeHelper.app";
-  writeFile(resource / "Contents/Info.plist", "\x00\x01garbage");
+  writeFile(resource / "Contents/Info.plist", std::string("\x00\x01garbage", 9));
   const auto host = scene.start(bundle);
   host->call("share");
   host->call("extract");

@@ -9,6 +9,7 @@
 #include <string>
 #include <system_error>
 
+#include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/ProcessEnd.h"
 #include "support/Programs.h"
@@ -21,7 +22,6 @@ namespace fs = std::filesystem;
 using Clock = std::chrono::steady_clock;
 
 // Less than the 25 s for which the bus library waits by itself.
-constexpr std::chrono::seconds soon(20);
 
 // Waits for the end of a process, which may have ended already.
 void waitForEnd(pid_t process) {

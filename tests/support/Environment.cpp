@@ -1,5 +1,9 @@
 #include "support/Environment.h"
 
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <algorithm>
 #include <cstdlib>
 #include <fstream>
 #include <iterator>
@@ -29,6 +33,21 @@ void writeFile(const fs::path& path, const std::string& contents) {
 std::string readFile(const fs::path& path) {
   std::ifstream file(path, std::ios::binary);
   return {std::istreambuf_iterator<char>(file), {}};
+}
+
+std::vector<std::string> namesIn(const fs::path& directory) {
+  std::vector<std::string> names;
+  for (const auto& entry : fs::directory_iterator(directory)) {
+    names.push_back(entry.path().filename());
+  }
+  std::ranges::sort(names);
+  return names;
+}
+
+mode_t modeOf(const fs::path& path) {
+  struct stat status {};
+  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
+  return status.st_mode & 07777U;
 }
 
 void linkOrCopy(const fs::path& from, const fs::path& to) {

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <filesystem>
 #include <string>
+#include <vector>
 
 namespace qbdkr::test {
 
@@ -21,6 +24,11 @@ class TemporaryDirectory {
 
 void writeFile(const std::filesystem::path& path, const std::string& contents);
 std::string readFile(const std::filesystem::path& path);
+
+// Returns the names in a directory, sorted.
+std::vector<std::string> namesIn(const std::filesystem::path& directory);
+// Returns the permission bits of a file; of a link, its own.
+mode_t modeOf(const std::filesystem::path& path);
 
 // Makes a hard link at another path, or a copy where the file system refuses one.
 void linkOrCopy(const std::filesystem::path& from, const std::filesystem::path& to);

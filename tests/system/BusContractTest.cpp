@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Platform/Events/RPCEvent.h"
+#include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/Scene.h"
 
@@ -308,10 +309,9 @@ TEST(NoBus, NothingHangs) {
   scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nowhere/at/all";
   auto bundle = scene.makeHostWithoutHelper("Host");
   // This helper agent cannot be executed: the launch of another would wait for its name.
-  TestBundle(bundle.resources(), "ProbeHelper",
-             {{"CFBundleIdentifier", scene.helperID()}, {"CFBundleVersion", "1.0"}});
+  const TestBundle helper(bundle.resources(), "ProbeHelper",
+                          {{"CFBundleIdentifier", scene.helperID()}, {"CFBundleVersion", "1.0"}});
   const auto host = scene.start(bundle);
-  constexpr std::chrono::seconds soon(20);  // less than the 25 s of the bus library
   EXPECT_EQ(host->call("share", soon), "shared");
   EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x", soon), "-609");
   EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe note: x", soon), "-609 ~");

@@ -88,7 +88,7 @@ TEST(Sending, SixteenThreadsKeepTheirOrderWhileOneWaits) {
   EXPECT_FALSE(scene.host->hasFinished(waiting));
   ::kill(helper, SIGCONT);
   EXPECT_EQ(scene.host->finish(waiting), "0 late");
-  scene.transcript().waitForCount("Probe note::", threads * events);
+  scene.transcript().waitForCount("Probe note::", std::size_t{threads} * events);
   std::map<std::string, unsigned> next;
   for (const auto& line : scene.transcript().lines()) {
     if (line.find("Probe note::") == std::string::npos) continue;

@@ -722,7 +722,7 @@ TEST_F(AppleEventProcesser, MethodsOfSeveralThreadsNeverOverlap) {
   }
   for (std::thread& thread : running) thread.join();
   EXPECT_FALSE(overlapped);
-  EXPECT_EQ(service.calls.size() + other.calls.size(), std::size_t{threads * rounds});
+  EXPECT_EQ(service.calls.size() + other.calls.size(), std::size_t{threads} * rounds);
 }
 
 }  // namespace

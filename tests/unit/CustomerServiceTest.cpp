@@ -14,7 +14,7 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-constexpr const char* className = "QBHPCustomerServiceByHelepr";
+constexpr const char* customerServiceClass = "QBHPCustomerServiceByHelepr";
 constexpr const char* customerService = "customerService:versionID:email:attachment:";
 constexpr const char* checkForHeleprMessage = "checkForHeleprMessage:versionID:";
 
@@ -28,7 +28,7 @@ class CustomerService : public testing::Test {
 TEST_F(CustomerService, ShareIsOneObjectAndOthersMayBeMade) {
   EXPECT_EQ(&QBHPCustomerServiceByHelepr::share(), &QBHPCustomerServiceByHelepr::share());
   EXPECT_NE(&QBHPCustomerServiceByHelepr::share(), &service);
-  EXPECT_EQ(service.className(), className);
+  EXPECT_EQ(service.className(), customerServiceClass);
 }
 
 TEST_F(CustomerService, RequestIsLoggedAndPostedWithItsFourArguments) {
@@ -38,7 +38,7 @@ TEST_F(CustomerService, RequestIsLoggedAndPostedWithItsFourArguments) {
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
   EXPECT_EQ(sent[0].event,
-            (RPCEvent{className, customerService, {"4711", "3.1", "mail", "/file"}}));
+            (RPCEvent{customerServiceClass, customerService, {"4711", "3.1", "mail", "/file"}}));
   EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
   EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
@@ -49,7 +49,8 @@ TEST_F(CustomerService, LookForMessagesIsLoggedAndPostedWithTheProduct) {
   EXPECT_EQ(log.lines(), Texts{"checkForHeleprMessage:versionID: 4711 3.1 "});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(sent[0].event, (RPCEvent{className, checkForHeleprMessage, {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].event,
+            (RPCEvent{customerServiceClass, checkForHeleprMessage, {"4711", "3.1"}}));
   EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
 

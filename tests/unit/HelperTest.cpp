@@ -23,7 +23,7 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-constexpr const char* isAlive = "isAlive:prodeuctVersion:";
+constexpr const char* isAliveRequest = "isAlive:prodeuctVersion:";
 
 std::string localTime() {
   // time() lags behind this clock by a tick, and may still be in the previous second.
@@ -141,7 +141,7 @@ TEST_F(Helper, InstallTimeIsStoredBeforeTheCheckIsDetached) {
     EXPECT_TRUE(isStored);
     EXPECT_TRUE(transport.sent().empty());
     threads.runAll();
-    EXPECT_EQ(transport.countOf(isAlive), 1U);
+    EXPECT_EQ(transport.countOf(isAliveRequest), 1U);
   });
 }
 
@@ -165,7 +165,7 @@ TEST_F(Helper, ATickAfterStopChecksAgainAndStartsTheHelperAgain) {
     transport.reset();
     timer().fire();
     threads.runAll();
-    EXPECT_EQ(transport.countOf(isAlive), 1U);
+    EXPECT_EQ(transport.countOf(isAliveRequest), 1U);
     EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
   });
 }
@@ -180,7 +180,7 @@ TEST_F(Helper, EveryTickChecksAndStampsTheInstallTimeIfMissing) {
     timer().fire();
     EXPECT_EQ(threads.count(), 2U);
     threads.runAll();
-    EXPECT_EQ(transport.countOf(isAlive), 2U);
+    EXPECT_EQ(transport.countOf(isAliveRequest), 2U);
   });
 }
 
@@ -190,7 +190,7 @@ TEST_F(Helper, ACallBackWithTheStoredTimerStarts) {
     threads.runAll();
     helper().autoautoStartIntervaTimerMethod(&timer());
     threads.runAll();
-    EXPECT_EQ(transport.countOf(isAlive), 1U);
+    EXPECT_EQ(transport.countOf(isAliveRequest), 1U);
   });
 }
 

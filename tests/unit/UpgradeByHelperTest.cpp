@@ -24,13 +24,13 @@ using Answerer = RecordingTransport::Answerer;
 using Sent = RecordingTransport::Sent;
 using Texts = std::vector<std::string>;
 
-constexpr const char* className = "QBHPUpgradeByHelper";
+constexpr const char* upgradeClass = "QBHPUpgradeByHelper";
 constexpr const char* readyToUpgrade = "productReadyToUpgrade:versionID:ready:";
 constexpr const char* upgrade = "productUpgrade:versionID:";
 constexpr const char* question = "productUpgradeCallBack::::";
 constexpr const char* notResponded = "last query not responsed yet!";
 
-const RPCEvent ignoreAnswer{className, readyToUpgrade, {"", "", "ignore"}};
+const RPCEvent ignoreAnswer{upgradeClass, readyToUpgrade, {"", "", "ignore"}};
 
 class WantsQuestions : public QBHPProductWillUpgradeDelegate {
  public:
@@ -63,7 +63,7 @@ class UpgradeByHelper : public testing::Test {
 
 TEST_F(UpgradeByHelper, ShareIsOneObject) {
   EXPECT_EQ(&QBHPUpgradeByHelper::share(), &QBHPUpgradeByHelper::share());
-  EXPECT_EQ(service.className(), className);
+  EXPECT_EQ(service.className(), upgradeClass);
 }
 
 TEST_F(UpgradeByHelper, StartsWithoutADelegateAndWithNothingToAnswer) {
@@ -86,7 +86,7 @@ TEST_F(UpgradeByHelper, AnswerIsLoggedWithoutABlankBehindAndPosted) {
   EXPECT_EQ(log.lines(), Texts{"productReadyToUpgrade:versionID:ready: 4711 3.1 1"});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(sent[0].event, (RPCEvent{className, readyToUpgrade, {"4711", "3.1", "1"}}));
+  EXPECT_EQ(sent[0].event, (RPCEvent{upgradeClass, readyToUpgrade, {"4711", "3.1", "1"}}));
   EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
   EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
@@ -97,7 +97,7 @@ TEST_F(UpgradeByHelper, UpgradeIsLoggedWithABlankBehindAndPosted) {
   EXPECT_EQ(log.lines(), Texts{"productUpgrade:versionID: 4711 3.1 "});
   const auto sent = transport.sent();
   ASSERT_EQ(sent.size(), 1U);
-  EXPECT_EQ(sent[0].event, (RPCEvent{className, upgrade, {"4711", "3.1"}}));
+  EXPECT_EQ(sent[0].event, (RPCEvent{upgradeClass, upgrade, {"4711", "3.1"}}));
   EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
   EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
 }
@@ -109,8 +109,8 @@ TEST_F(UpgradeByHelper, AbsentArgumentsAreLoggedAsNullAndSentEmpty) {
   EXPECT_EQ(log.lines(), (Texts{"productReadyToUpgrade:versionID:ready: (null)  (null)",
                                 "productUpgrade:versionID: (null) (null) "}));
   EXPECT_EQ(transport.sentEvents(),
-            (std::vector<RPCEvent>{{className, readyToUpgrade, {"", "", ""}},
-                                   {className, upgrade, {"", ""}}}));
+            (std::vector<RPCEvent>{{upgradeClass, readyToUpgrade, {"", "", ""}},
+                                   {upgradeClass, upgrade, {"", ""}}}));
 }
 
 TEST_F(UpgradeByHelper, StatusOfTheSendIsReturnedAndNotTriedAgain) {
@@ -307,7 +307,7 @@ TEST_F(UpgradeByHelper, ErrorWithoutAMessageThrowsAndLeavesNoQuestionOpen) {
 TEST_F(UpgradeByHelper, QuestionComesInByNameAndItsReplyHasNoText) {
   inHost(hostInformation(), [this](const Host&) {
     const auto deliver = [this](const Texts& arguments) {
-      return transport.deliver({className, question, arguments});
+      return transport.deliver({upgradeClass, question, arguments});
     };
     EXPECT_EQ(deliver({"a", "b", "12", "M"}), std::nullopt);
     ASSERT_EQ(delegate.told.size(), 1U);
@@ -324,10 +324,10 @@ TEST_F(UpgradeByHelper, RegistrationEndsWithTheObject) {
     {
       QBHPUpgradeByHelper second;
       second.setProductUpgradeDelegate(&other);
-      transport.deliver({className, question, {"a", "b", "0", ""}});
+      transport.deliver({upgradeClass, question, {"a", "b", "0", ""}});
       EXPECT_EQ(other.told.size(), 1U);
     }
-    transport.deliver({className, question, {"a", "b", "0", ""}});
+    transport.deliver({upgradeClass, question, {"a", "b", "0", ""}});
     EXPECT_EQ(other.told.size(), 1U);
     EXPECT_TRUE(delegate.told.empty());
   });

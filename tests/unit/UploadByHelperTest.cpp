@@ -17,7 +17,7 @@ namespace {
 using Service = QBHPUploadByHelper;
 using Texts = std::vector<std::string>;
 
-constexpr const char* className = "QBHPUploadByHelper";
+constexpr const char* uploadClass = "QBHPUploadByHelper";
 constexpr const char* collectData = "collectData:version:collectionType:target:keyID:value:";
 
 // Describes a posted request, with every argument given and with every argument absent.
@@ -92,7 +92,7 @@ class UploadByHelper : public testing::Test {
 TEST_F(UploadByHelper, ShareIsOneObjectAndOthersMayBeMade) {
   EXPECT_EQ(&Service::share(), &Service::share());
   EXPECT_NE(&Service::share(), &service);
-  EXPECT_EQ(service.className(), className);
+  EXPECT_EQ(service.className(), uploadClass);
 }
 
 TEST_F(UploadByHelper, PostsAreLoggedAndSentInTheOrderOfTheirParameters) {
@@ -104,7 +104,7 @@ TEST_F(UploadByHelper, PostsAreLoggedAndSentInTheOrderOfTheirParameters) {
     EXPECT_EQ(log.lines(), post.lines);
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
-    EXPECT_EQ(sent[0].event, (RPCEvent{className, post.method, post.arguments}));
+    EXPECT_EQ(sent[0].event, (RPCEvent{uploadClass, post.method, post.arguments}));
     EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
     EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
   }
@@ -170,7 +170,7 @@ TEST_F(UploadByHelper, QuestionsWaitForTheirReplyAndReturnItAsItIs) {
                 question.linePrefix.empty() ? Texts{} : Texts{question.linePrefix + reply});
       const auto sent = transport.sent();
       ASSERT_EQ(sent.size(), 1U);
-      EXPECT_EQ(sent[0].event, (RPCEvent{className, question.method, {"P", "V"}}));
+      EXPECT_EQ(sent[0].event, (RPCEvent{uploadClass, question.method, {"P", "V"}}));
       EXPECT_EQ(sent[0].target.bundleID, helperIdentifier);
       EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::ask);
     }
@@ -232,7 +232,7 @@ TEST_F(UploadByHelper, CollectedDataNamesItsTypeByACode) {
     const auto sent = transport.sent();
     ASSERT_EQ(sent.size(), 1U);
     EXPECT_EQ(sent[0].event,
-              (RPCEvent{className, collectData, {"P", "V", row.code, "T", "K", "value"}}));
+              (RPCEvent{uploadClass, collectData, {"P", "V", row.code, "T", "K", "value"}}));
     EXPECT_EQ(sent[0].kind, RecordingTransport::Kind::post);
   }
 }

@@ -17,9 +17,8 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::uint64_t firstRetry = 100'000;  // microseconds
-constexpr std::uint64_t longestRetry = 5'000'000;
-constexpr std::uint64_t busPatience = 5'000'000;
+constexpr std::chrono::microseconds firstRetry = std::chrono::milliseconds(100);
+constexpr std::chrono::microseconds longestRetry = std::chrono::seconds(5);
 constexpr std::size_t mostSenders = 256;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
@@ -125,7 +124,7 @@ void BusReceiver::connect() {
 bool BusReceiver::attach() {
   sd_bus* bus = bus_.get();
   sd_bus_slot* object = nullptr;
-  if (sd_bus_set_method_call_timeout(bus, busPatience) < 0 ||
+  if (sd_bus_set_method_call_timeout(bus, asMicroseconds(busPatience)) < 0 ||
       sd_bus_add_object_vtable(bus, &object, rpc::objectPath, rpc::interfaceName, methods, this) <
           0) {
     return false;
@@ -165,8 +164,8 @@ void BusReceiver::reconnectLater() {
 void BusReceiver::tryAgainLater() {
   retryDelay_ = std::clamp(retryDelay_ * 2, firstRetry, longestRetry);
   sd_event_source* made = nullptr;
-  sd_event_add_time_relative(mainEventLoop(), &made, CLOCK_MONOTONIC, retryDelay_, retryDelay_ / 10,
-                             onRetry, this);
+  sd_event_add_time_relative(mainEventLoop(), &made, CLOCK_MONOTONIC, asMicroseconds(retryDelay_),
+                             asMicroseconds(retryDelay_ / 10), onRetry, this);
   retry_.reset(made);
 }
 
@@ -197,7 +196,7 @@ void BusReceiver::resume() {
 int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error*) {
   const sd_bus_error* error = sd_bus_message_get_error(message);
   if (error == nullptr) {
-    static_cast<BusReceiver*>(self)->retryDelay_ = 0;
+    static_cast<BusReceiver*>(self)->retryDelay_ = std::chrono::microseconds(0);
   } else if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
     dropExceptions([] { log("the bus does not let this application have its name"); });
   }

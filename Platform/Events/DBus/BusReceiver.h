@@ -108,7 +108,7 @@ class BusReceiver {
   bool isPaused_ = false;
   MemoryRelief relief_;
   EventSource retry_;
-  std::uint64_t retryDelay_ = 0;
+  std::chrono::microseconds retryDelay_{0};
 };
 
 }  // namespace qbdkr

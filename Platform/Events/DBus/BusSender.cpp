@@ -2,7 +2,6 @@
 
 #include <poll.h>
 #include <sys/eventfd.h>
-#include <time.h>
 
 #include <algorithm>
 #include <array>
@@ -21,27 +20,29 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::uint64_t forever = UINT64_MAX;
-// The time that the bus itself gets for its part, in microseconds.
-constexpr std::uint64_t busPatience = 5'000'000;
-constexpr std::uint64_t drainInterval = 200;  // microseconds
+using Clock = std::chrono::steady_clock;
+
+constexpr std::uint64_t withoutTimeOut = UINT64_MAX;  // as sd-bus takes it
+constexpr Clock::time_point forever = Clock::time_point::max();
+constexpr std::chrono::microseconds drainInterval(200);
 constexpr std::size_t mostOwners = 64;
 constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes worth giving back
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
-std::uint64_t now() {
-  timespec time{};
-  clock_gettime(CLOCK_MONOTONIC, &time);
-  return static_cast<std::uint64_t>(time.tv_sec) * 1'000'000 +
-         static_cast<std::uint64_t>(time.tv_nsec) / 1000;
+// Returns the time at which the connection itself wants to be processed. sd-bus tells it by the
+// same clock.
+Clock::time_point busDeadline(sd_bus* bus) {
+  std::uint64_t time = UINT64_MAX;
+  sd_bus_get_timeout(bus, &time);
+  if (time >= asMicroseconds(std::chrono::hours(24 * 365 * 100))) return forever;
+  return Clock::time_point(std::chrono::microseconds(time));
 }
 
-int pollTimeout(std::uint64_t deadline) {
+// In milliseconds, rounded up; -1 for no deadline.
+int pollTimeout(Clock::time_point deadline) {
   if (deadline == forever) return -1;
-  const std::uint64_t time = now();
-  if (deadline <= time) return 0;
-  const std::uint64_t milliseconds = (deadline - time + 999) / 1000;
-  return static_cast<int>(std::min<std::uint64_t>(milliseconds, INT32_MAX));
+  const auto time = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
+  return static_cast<int>(std::clamp<std::int64_t>(time, 0, INT32_MAX));
 }
 
 OSErr statusOfError(const sd_bus_error* error) {
@@ -137,7 +138,8 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   if (!message) return {paramErr, {}};
   Pending pending;
   sd_bus_slot* slot = nullptr;
-  const int sent = sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, forever);
+  const int sent =
+      sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, withoutTimeOut);
   if (sent < 0) return {failedToSend(sent), {}};
   const BusSlot owned(slot);
   if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
@@ -157,7 +159,7 @@ bool BusSender::connect(Lock& lock) {
   }
   if (sd_bus_is_ready(bus_.get()) <= 0) {
     const Bus bus = bus_;
-    runUntil(lock, now() + busPatience, [&] { return sd_bus_is_ready(bus.get()) > 0; });
+    runUntil(lock, Clock::now() + busPatience, [&] { return sd_bus_is_ready(bus.get()) > 0; });
     if (bus_ != bus) return false;
     if (sd_bus_is_ready(bus.get()) <= 0) {
       disconnect();
@@ -216,7 +218,7 @@ void BusSender::disconnect() {
 // Processes the messages that came in: the owners are then as the bus last said. A sender of many
 // events does not do so for each of them.
 void BusSender::drain() {
-  const std::uint64_t time = now();
+  const auto time = Clock::now();
   if (time - lastDrain_ < drainInterval) return;
   lastDrain_ = time;
   for (int i = 0; i < mostMessagesPerSend; ++i) {
@@ -237,7 +239,7 @@ void BusSender::wakeOthers() {
 
 // Runs the connection until done() holds. False if the connection ended or the deadline passed.
 template <class Done>
-bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
+bool BusSender::runUntil(Lock& lock, Clock::time_point deadline, Done done) {
   // The last message may be partly unsent, and a thread that polls already does not poll for
   // writing.
   if (bus_ && !isWritten()) wakeOthers();
@@ -248,18 +250,17 @@ bool BusSender::runUntil(Lock& lock, std::uint64_t deadline, Done done) {
 }
 
 template <class Done>
-bool BusSender::readUntil(Lock& lock, std::uint64_t deadline, Done done) {
+bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
   const std::uint64_t generation = generation_;
   const Bus bus = bus_;
   while (!done()) {
-    if (generation != generation_ || now() >= deadline) return false;
+    if (generation != generation_ || Clock::now() >= deadline) return false;
     if (reading_) {
       ++waiting_;
       if (deadline == forever) {
         progress_.wait(lock);
       } else {
-        const std::uint64_t time = now();
-        progress_.wait_for(lock, std::chrono::microseconds(deadline > time ? deadline - time : 0));
+        progress_.wait_until(lock, deadline);
       }
       --waiting_;
       continue;
@@ -275,11 +276,10 @@ bool BusSender::readUntil(Lock& lock, std::uint64_t deadline, Done done) {
     }
     std::array<pollfd, 2> events{{{sd_bus_get_fd(bus.get()), 0, 0}, {wake_.get(), POLLIN, 0}}};
     events[0].events = static_cast<short>(sd_bus_get_events(bus.get()));
-    std::uint64_t busDeadline = forever;
-    sd_bus_get_timeout(bus.get(), &busDeadline);
+    const auto end = std::min(deadline, busDeadline(bus.get()));
     reading_ = true;
     lock.unlock();
-    ::poll(events.data(), events.size(), pollTimeout(std::min(deadline, busDeadline)));
+    ::poll(events.data(), events.size(), pollTimeout(end));
     lock.lock();
     reading_ = false;
     std::uint64_t ignored = 0;
@@ -306,7 +306,7 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
     return connectionInvalid;
   }
   const BusSlot owned(slot);
-  const bool answered = runUntil(lock, now() + busPatience, [&] { return query.done; });
+  const bool answered = runUntil(lock, Clock::now() + busPatience, [&] { return query.done; });
   if (!answered && bus_ == bus) disconnect();
   if (bus_ != bus) return connectionInvalid;
   return owner->present ? noErr : procNotFound;
@@ -349,7 +349,7 @@ OSErr BusSender::askBus(Lock& lock, const char* method, const std::string& name,
                                method, onReply, &pending, "s", name.c_str());
   if (sent < 0) return failedToSend(sent);
   const BusSlot owned(slot);
-  const bool answered = runUntil(lock, now() + busPatience, [&] { return pending.done; });
+  const bool answered = runUntil(lock, Clock::now() + busPatience, [&] { return pending.done; });
   if (!answered && bus_ == bus) disconnect();
   if (bus_ != bus) return connectionInvalid;
   answer = std::move(pending.reply);
@@ -394,7 +394,7 @@ bool BusSender::isWritten() const {
 bool BusSender::flush(Lock& lock) {
   if (isWritten()) return true;
   const Bus bus = bus_;
-  return runUntil(lock, now() + busPatience, [&] { return bus_ == bus && isWritten(); });
+  return runUntil(lock, Clock::now() + busPatience, [&] { return bus_ == bus && isWritten(); });
 }
 
 BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {

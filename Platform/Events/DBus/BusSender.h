@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <map>
@@ -39,6 +40,7 @@ class BusSender {
 
  private:
   using Bus = std::shared_ptr<sd_bus>;
+  using Clock = std::chrono::steady_clock;
   using Lock = std::unique_lock<std::mutex>;
 
   // A method call in progress; lives on the stack of the thread that waits for it.
@@ -81,9 +83,9 @@ class BusSender {
   bool flush(Lock& lock);
   BusMessage newCall(const std::string& name, const RPCEvent& event);
   template <class Done>
-  bool runUntil(Lock& lock, std::uint64_t deadline, Done done);
+  bool runUntil(Lock& lock, Clock::time_point deadline, Done done);
   template <class Done>
-  bool readUntil(Lock& lock, std::uint64_t deadline, Done done);
+  bool readUntil(Lock& lock, Clock::time_point deadline, Done done);
 
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
   static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -98,9 +100,9 @@ class BusSender {
   Bus bus_;  // empty without a connection
   // Counts connections: a waiting thread notices the end of its own.
   std::uint64_t generation_ = 0;
-  bool reading_ = false;                                  // a thread polls the socket
-  unsigned waiting_ = 0;                                  // threads that wait for that thread
-  std::uint64_t lastDrain_ = 0;                           // microseconds
+  bool reading_ = false;  // a thread polls the socket
+  unsigned waiting_ = 0;  // threads that wait for that thread
+  Clock::time_point lastDrain_;
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them
 };

@@ -2,6 +2,8 @@
 
 #include <systemd/sd-bus.h>
 
+#include <chrono>
+#include <cstdint>
 #include <memory>
 #include <string>
 
@@ -18,6 +20,14 @@ using BusMessage = std::unique_ptr<sd_bus_message, SdBusDeleter>;
 using BusSlot = std::unique_ptr<sd_bus_slot, SdBusDeleter>;
 using BusCredentials = std::unique_ptr<sd_bus_creds, SdBusDeleter>;
 using UniqueBus = std::unique_ptr<sd_bus, SdBusDeleter>;
+
+// The time that the bus itself gets for its part.
+inline constexpr std::chrono::seconds busPatience(5);
+
+// Returns a time as sd-bus and sd-event take it.
+constexpr std::uint64_t asMicroseconds(std::chrono::microseconds time) {
+  return static_cast<std::uint64_t>(time.count());
+}
 
 namespace rpc {
 

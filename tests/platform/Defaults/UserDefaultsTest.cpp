@@ -178,7 +178,7 @@ TEST_F(Defaults, ThreadsMayUseOneObject) {
   }
   for (std::thread& thread : running) thread.join();
   EXPECT_TRUE(defaults.synchronize());
-  EXPECT_EQ(stored().size(), std::size_t{threads * keys});
+  EXPECT_EQ(stored().size(), std::size_t{threads} * keys);
 }
 
 // Many threads wait at the same time, not in turn.

@@ -40,26 +40,13 @@ namespace fs = std::filesystem;
 using std::chrono::milliseconds;
 using test::asOrdinaryUser;
 using test::giveToOrdinaryUser;
+using test::modeOf;
+using test::namesIn;
 using test::readFile;
 using test::runForked;
 using test::TaskProcess;
 using test::TemporaryDirectory;
 using test::writeFile;
-
-mode_t modeOf(const fs::path& path) {
-  struct stat status {};
-  EXPECT_EQ(lstat(path.c_str(), &status), 0) << path;
-  return status.st_mode & 07777U;
-}
-
-std::vector<std::string> namesIn(const fs::path& directory) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) {
-    names.push_back(entry.path().filename());
-  }
-  std::ranges::sort(names);
-  return names;
-}
 
 std::string said(const std::optional<FileError>& error) {
   return error ? error->path + ": " + error->message : "";

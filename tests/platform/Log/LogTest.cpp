@@ -65,7 +65,7 @@ TEST(Log, TextOfEveryScriptIsKept) {
 }
 
 TEST(Log, ALineOf16KiBIsKeptAndALongerOneIsCut) {
-  constexpr std::size_t longest = 16 * 1024;
+  constexpr std::size_t longest = std::size_t{16} * 1024;
   CapturedLog captured;
   log(std::string(longest, 'x'));
   log(std::string(longest + 1, 'y'));
@@ -308,7 +308,7 @@ TEST(Log, HugeArgumentsCostNoMoreThanTheirLine) {
   CapturedLog captured;
   log("%@ %@", {std::string_view(start.data(), size), "unused"});
   log("%@", {std::string_view(start.data(), size)});
-  const std::string line = std::string(16 * 1024, 'h') + "...";
+  const std::string line = std::string(std::size_t{16} * 1024, 'h') + "...";
   EXPECT_EQ(captured.lines(), (Lines{line, line}));
 }
 

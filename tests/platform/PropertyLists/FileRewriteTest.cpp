@@ -41,19 +41,11 @@ using test::asOrdinaryUser;
 using test::dieAtCall;
 using test::failCall;
 using test::giveToOrdinaryUser;
+using test::namesIn;
 using test::readFile;
 using test::runForked;
 using test::TaskProcess;
 using test::writeFile;
-
-std::vector<std::string> namesIn(const fs::path& directory) {
-  std::vector<std::string> names;
-  for (const auto& entry : fs::directory_iterator(directory)) {
-    names.push_back(entry.path().filename());
-  }
-  std::ranges::sort(names);
-  return names;
-}
 
 std::string list(const Dictionary& values) { return xmlPropertyList(values).value(); }
 

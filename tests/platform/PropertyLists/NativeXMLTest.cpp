@@ -17,6 +17,7 @@
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "platform/PropertyLists/PropertyListSamples.h"
+#include "support/Repeated.h"
 
 namespace qbdkr {
 namespace {
@@ -30,6 +31,7 @@ using test::bigEndian;
 using test::integerWith;
 using test::isRefused;
 using test::nestedArrays;
+using test::repeated;
 using test::throughXML;
 
 std::optional<PropertyList> xmlValue(std::string_view element) {
@@ -37,12 +39,6 @@ std::optional<PropertyList> xmlValue(std::string_view element) {
 }
 
 bool isXMLRefused(std::string_view element) { return !xmlValue(element); }
-
-std::string repeated(std::string_view text, int times) {
-  std::string all;
-  for (int i = 0; i < times; ++i) all += text;
-  return all;
-}
 
 class DecimalComma : public std::numpunct<char> {
  protected:

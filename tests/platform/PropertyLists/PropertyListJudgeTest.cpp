@@ -54,7 +54,7 @@ Integer largest() {
   return integer;
 }
 
-Integer twoTo63() {
+Integer integerOfTwoTo63() {
   Integer integer;
   integer.magnitude = std::uint64_t{1} << 63;
   return integer;
@@ -75,7 +75,7 @@ Dictionary ownValue() {
           {"word", 65536},
           {"largest", largest()},
           {"smallest", std::numeric_limits<std::int64_t>::min()},
-          {"two to 63", twoTo63()},
+          {"two to 63", integerOfTwoTo63()},
           {"two to 63 less 1", std::numeric_limits<std::int64_t>::max()},
           {"tenth", 0.1},
           {"huge", 1e300},

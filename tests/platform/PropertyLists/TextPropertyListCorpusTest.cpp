@@ -21,9 +21,12 @@
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "support/Environment.h"
+#include "support/Repeated.h"
 
 namespace qbdkr {
 namespace {
+
+using test::repeated;
 
 namespace fs = std::filesystem;
 using Array = PropertyList::Array;
@@ -100,12 +103,6 @@ INSTANTIATE_TEST_SUITE_P(Refused, StringsCorpus, testing::ValuesIn(filesIn("refu
 TEST(StringsCorpusFolder, HoldsManyFiles) {
   EXPECT_GE(filesIn("read").size(), 30U);
   EXPECT_GE(filesIn("refused").size(), 30U);
-}
-
-std::string repeated(std::string_view text, int count) {
-  std::string all;
-  for (int i = 0; i < count; ++i) all += text;
-  return all;
 }
 
 // Large files are made here: their contents matter only in their number.

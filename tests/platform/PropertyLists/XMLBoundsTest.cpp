@@ -4,17 +4,14 @@
 #include <string_view>
 
 #include "Platform/PropertyLists/XMLBounds.h"
+#include "support/Repeated.h"
 
 namespace qbdkr::propertylist {
 namespace {
 
-constexpr std::size_t many = 1000;
+using test::repeated;
 
-std::string repeated(std::string_view text, std::size_t times) {
-  std::string result;
-  for (std::size_t i = 0; i < times; ++i) result += text;
-  return result;
-}
+constexpr std::size_t many = 1000;
 
 bool nestsNoDeeperThan(std::size_t levels, std::string_view xml) {
   return isBoundedXML(xml, many, levels);
