@@ -4,3 +4,7 @@ target_compile_options(QBDKRWarnings INTERFACE -Wall -Wextra -Wpedantic -Wconver
 if(QBDKR_WARNINGS_AS_ERRORS)
   target_compile_options(QBDKRWarnings INTERFACE -Werror)
 endif()
+if(CMAKE_UNITY_BUILD)  # joined sources see the anonymous namespaces of one another
+  target_compile_options(QBDKRWarnings INTERFACE
+    -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+endif()

@@ -58,6 +58,13 @@ PropertyList::Dictionary hostInformation() {
           {"Helper Bundle indentifiter", helperIdentifier}};
 }
 
+PropertyList::Dictionary informationWithHelper() {
+  auto info = hostInformation();
+  info.set("Helepr App name", "Helper");
+  info.set("Helper loaction path", "~/Library/Example");
+  return info;
+}
+
 void writeBundle(const fs::path& bundle, const PropertyList::Dictionary& info) {
   writeFile(bundle / "Contents/Info.plist", xmlPropertyList(info).value());
 }

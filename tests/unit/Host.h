@@ -35,6 +35,8 @@ inline constexpr const char* helperIdentifier = "com.Example.Helper";
 // version 3.1, and the helper agent's identifier. Without a place for a helper agent nothing is
 // installed.
 PropertyList::Dictionary hostInformation();
+// The same with a helper agent "Helper", to be installed into ~/Library/Example.
+PropertyList::Dictionary informationWithHelper();
 
 // Runs a body in a process of its own, from a bundle of its own with this information dictionary
 // and with an empty home directory; its failures are those of the test that calls. The test as a

@@ -29,13 +29,6 @@ constexpr const char* stop = "stop:prodeuctVersion:";
 constexpr const char* isAlive = "isAlive:prodeuctVersion:";
 constexpr const char* clientIDFormHelper = "clientIDFormHelper";
 
-Dictionary informationWithHelper() {
-  Dictionary info = hostInformation();
-  info.set("Helepr App name", "Helper");
-  info.set("Helper loaction path", "~/Library/Example");
-  return info;
-}
-
 class HelperCommunicate : public CommunicatorTest {};
 
 TEST_F(HelperCommunicate, ShareIsOneObject) {

@@ -26,15 +26,6 @@ namespace fs = std::filesystem;
 using Dictionary = PropertyList::Dictionary;
 using Lines = std::vector<std::string>;
 
-constexpr const char* installDirectory = "~/Library/Example";
-
-Dictionary informationWithHelper() {
-  Dictionary info = hostInformation();
-  info.set("Helepr App name", "Helper");
-  info.set("Helper loaction path", installDirectory);
-  return info;
-}
-
 Dictionary informationWithOwnHelperIdentifier() {
   Dictionary info = informationWithHelper();
   info.set("Helper Bundle indentifiter", "com.Example.Helper.P" + std::to_string(getpid()));
@@ -259,7 +250,7 @@ TEST_F(Deployment, InstallDirectoryThatCannotBeMadeIsLoggedOnce) {
 TEST_F(Deployment, WellSpelledKeysAreUsedWhereTheOthersAreAbsent) {
   Dictionary info = hostInformation();
   info.set("Helper App name", "Helper");
-  info.set("Helper location path", installDirectory);
+  info.set("Helper location path", "~/Library/Example");
   withUsedHost(info, [this](const Host& host) {
     writeHelper(resource(host), "1.0");
     communicator().extractHelper();
