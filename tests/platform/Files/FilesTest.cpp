@@ -37,14 +37,7 @@ class Files : public testing::Test {
  protected:
   TemporaryDirectory directory;
   const fs::path root = directory.path();
-  const std::string from = root / "from";
   const std::string to = root / "to";
-
-  void makeTree() {
-    writeFile(root / "from/Contents/Info.plist", "info");
-    writeFile(root / "from/Contents/Linux/tool", "tool");
-    fs::create_directories(root / "from/empty");
-  }
 };
 
 TEST_F(Files, FileExistsForFilesAndDirectoriesOnly) {
