@@ -2,7 +2,8 @@
 
 #include <string_view>
 
-// The keys of the host's information dictionary. Existing hosts have the misspelled ones.
+// The keys of the host's information dictionary. Existing hosts have the misspelled ones;
+// HostConfiguration says which of two spellings counts.
 namespace qbdkr::infokey {
 inline constexpr std::string_view helperBundleIdentifier = "Helper Bundle indentifiter";
 inline constexpr std::string_view heleprAppName = "Helepr App name";

@@ -24,7 +24,7 @@ std::string describeBelow(const std::string& item, const FileError& error) {
 
 }  // namespace
 
-HelperInstaller::HelperInstaller(HostConfiguration configuration, HostSystem system,
+HelperInstaller::HelperInstaller(HostConfiguration configuration, SystemCalls system,
                                  std::function<void()> askToExit)
     : configuration_(std::move(configuration)),
       system_(std::move(system)),

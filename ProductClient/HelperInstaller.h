@@ -8,7 +8,7 @@
 #include <ClientComm/TextValue.h>
 
 #include "ClientComm/HostConfiguration.h"
-#include "ProductClient/HostSystem.h"
+#include "ProductClient/SystemCalls.h"
 
 namespace qbdkr {
 
@@ -19,7 +19,7 @@ struct FileError;
 class HelperInstaller {
  public:
   // Calls askToExit before it replaces a running helper agent, and does not wait for the exit.
-  HelperInstaller(HostConfiguration configuration, HostSystem system,
+  HelperInstaller(HostConfiguration configuration, SystemCalls system,
                   std::function<void()> askToExit);
 
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
@@ -31,7 +31,7 @@ class HelperInstaller {
   void logFailedCopy(const FileError& error);
 
   HostConfiguration configuration_;
-  HostSystem system_;
+  SystemCalls system_;
   std::function<void()> askToExit_;
   // The hash of the failure that was logged last; 0 after a success. Each launch repeats a lasting
   // failure, which is logged once.

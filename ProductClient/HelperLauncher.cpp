@@ -6,7 +6,7 @@
 
 namespace qbdkr {
 
-HelperLauncher::HelperLauncher(HostConfiguration configuration, HostSystem system,
+HelperLauncher::HelperLauncher(HostConfiguration configuration, SystemCalls system,
                                std::function<void()> install)
     : configuration_(std::move(configuration)),
       system_(std::move(system)),

@@ -3,7 +3,7 @@
 #include <functional>
 
 #include "ClientComm/HostConfiguration.h"
-#include "ProductClient/HostSystem.h"
+#include "ProductClient/SystemCalls.h"
 
 namespace qbdkr {
 
@@ -11,7 +11,8 @@ namespace qbdkr {
 class HelperLauncher {
  public:
   // Calls install if nothing is installed.
-  HelperLauncher(HostConfiguration configuration, HostSystem system, std::function<void()> install);
+  HelperLauncher(HostConfiguration configuration, SystemCalls system,
+                 std::function<void()> install);
 
   // Opens the helper agent unless it runs. False if its name or directory is missing, or it cannot
   // be opened. Blocks as QBHPHelperCommunicate::launchHelepr() does until startHelper().
@@ -19,7 +20,7 @@ class HelperLauncher {
 
  private:
   HostConfiguration configuration_;
-  HostSystem system_;
+  SystemCalls system_;
   std::function<void()> install_;
 };
 

@@ -21,11 +21,11 @@
 #include "ProductClient/BundleSwitches.h"
 #include "ProductClient/HelperInstaller.h"
 #include "ProductClient/HelperLauncher.h"
-#include "ProductClient/HostSystem.h"
 #include "ProductClient/LivenessChecks.h"
 #include "ProductClient/ProductRequests.h"
 #include "ProductClient/StartRecords.h"
 #include "ProductClient/SuiteAnswer.h"
+#include "ProductClient/SystemCalls.h"
 
 namespace qbdkr {
 namespace {
@@ -56,7 +56,7 @@ class StandIn final : public QBHPAppEventBase {
 // The parts of a communicator, and its state of the helper agent.
 struct QBHPHelperCommunicate::Parts {
   Parts(QBHPHelperCommunicate& owner, HostConfiguration configuration, UserDefaults& settings,
-        const HostSystem& system)
+        const SystemCalls& system)
       : communicator(owner),
         host(std::move(configuration)),
         startThread(system.startThread),
@@ -111,10 +111,10 @@ QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
 }
 
 QBHPHelperCommunicate::QBHPHelperCommunicate()
-    : QBHPHelperCommunicate(HostConfiguration(), UserDefaults::standard(), HostSystem()) {}
+    : QBHPHelperCommunicate(HostConfiguration(), UserDefaults::standard(), SystemCalls()) {}
 
 QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings,
-                                             const HostSystem& system)
+                                             const SystemCalls& system)
     : parts_(std::make_unique<Parts>(*this, std::move(host), settings, system)) {
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();

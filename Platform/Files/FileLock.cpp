@@ -3,33 +3,37 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
-#include <unistd.h>
 
 #include <cerrno>
-
-#include "Platform/Base/Descriptor.h"
+#include <utility>
 
 namespace qbdkr {
 
 FileLock FileLock::acquire(const std::string& path, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
   Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return {-1, false};
+  if (!file) return {Descriptor(), false};
   // flock() has no time-out of its own, and no event tells that a lock was released.
   constexpr int pauseInMilliseconds = 10;
   while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return {-1, false};
-    if (std::chrono::steady_clock::now() >= deadline) return {-1, true};
+    if (errno != EWOULDBLOCK && errno != EINTR) return {Descriptor(), false};
+    if (std::chrono::steady_clock::now() >= deadline) return {Descriptor(), true};
     ::poll(nullptr, 0, pauseInMilliseconds);
   }
-  return {file.release(), false};
+  return {std::move(file), false};
 }
 
-// Unlocks, not just closes: a child that was forked since then may have the descriptor as well.
-void FileLock::release() {
-  if (descriptor_ < 0) return;
-  ::flock(descriptor_, LOCK_UN);
-  ::close(std::exchange(descriptor_, -1));
+FileLock& FileLock::operator=(FileLock&& other) noexcept {
+  unlock();
+  file_ = std::move(other.file_);
+  taken_ = other.taken_;
+  return *this;
+}
+
+// Not just closes: a child that was forked since then may have the descriptor as well.
+void FileLock::unlock() {
+  if (file_) ::flock(file_.get(), LOCK_UN);
+  file_ = Descriptor();
 }
 
 }  // namespace qbdkr

@@ -6,6 +6,8 @@
 
 #include <ClientComm/Export.h>
 
+#include "Platform/Base/Descriptor.h"
+
 namespace qbdkr {
 
 // An advisory lock, between threads and processes, on an existing file or directory. Its destructor
@@ -18,24 +20,19 @@ class QBDKR_EXPORT FileLock {
   [[nodiscard]] static FileLock acquire(const std::string& path,
                                         std::chrono::milliseconds patience);
 
-  FileLock(FileLock&& other) noexcept
-      : descriptor_(std::exchange(other.descriptor_, -1)), taken_(other.taken_) {}
-  FileLock& operator=(FileLock&& other) noexcept {
-    std::swap(descriptor_, other.descriptor_);
-    std::swap(taken_, other.taken_);
-    return *this;
-  }
-  ~FileLock() { release(); }
+  FileLock(FileLock&&) = default;
+  FileLock& operator=(FileLock&& other) noexcept;
+  ~FileLock() { unlock(); }
 
-  [[nodiscard]] bool isHeld() const { return descriptor_ >= 0; }
+  [[nodiscard]] bool isHeld() const { return static_cast<bool>(file_); }
   [[nodiscard]] bool isTaken() const { return taken_; }
   // Releases the lock early; without effect if it is not held.
-  void release();
+  void unlock();
 
  private:
-  FileLock(int descriptor, bool taken) : descriptor_(descriptor), taken_(taken) {}
+  FileLock(Descriptor file, bool taken) : file_(std::move(file)), taken_(taken) {}
 
-  int descriptor_;
+  Descriptor file_;  // locked
   bool taken_;
 };
 

@@ -17,7 +17,7 @@ namespace qbdkr {
 class AutoStart;
 class HostConfiguration;
 class UserDefaults;
-struct HostSystem;
+struct SystemCalls;
 
 // The centre of the framework: holds the product's identity, installs and launches the helper
 // agent, keeps it alive, and turns the host's calls into requests to it.
@@ -217,7 +217,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
 
  protected:
   // Serves another host, with other calls to the system, in a test.
-  QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings, const HostSystem& system);
+  QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings, const SystemCalls& system);
 
  private:
   friend class QBHPHelper;

@@ -14,13 +14,13 @@
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 #include "ClientComm/HostConfiguration.h"
-#include "ProductClient/HostSystem.h"
+#include "ProductClient/SystemCalls.h"
 
 namespace {
 
 using qbdkr::HostConfiguration;
-using qbdkr::HostSystem;
 using qbdkr::QBHPHelperCommunicate;
+using qbdkr::SystemCalls;
 using qbdkr::UserDefaults;
 using Body = std::function<void()>;
 
@@ -30,8 +30,8 @@ Body& startUp() {
   return body;
 }
 
-HostSystem withoutThreads() {
-  HostSystem system;
+SystemCalls withoutThreads() {
+  SystemCalls system;
   system.startThread = [](Body body) {
     startUp() = std::move(body);
     return true;

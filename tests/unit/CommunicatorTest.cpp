@@ -13,7 +13,7 @@ namespace {
 
 class TestCommunicator : public QBHPHelperCommunicate {
  public:
-  TestCommunicator(HostConfiguration host, UserDefaults& settings, const HostSystem& system)
+  TestCommunicator(HostConfiguration host, UserDefaults& settings, const SystemCalls& system)
       : QBHPHelperCommunicate(std::move(host), settings, system) {}
 };
 
@@ -86,7 +86,7 @@ void CommunicatorTest::withUsedHost(const PropertyList::Dictionary& info, const 
 
 QBHPHelperCommunicate& CommunicatorTest::communicator() {
   if (communicator_) return *communicator_;
-  HostSystem system;
+  SystemCalls system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path) { return workspace.open(path); };
   system.lock = [this](const std::string& path, std::chrono::milliseconds time) {

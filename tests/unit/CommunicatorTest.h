@@ -19,7 +19,7 @@
 #include "HeldThreads.h"
 #include "Host.h"
 #include "Platform/Files/FileLock.h"
-#include "ProductClient/HostSystem.h"
+#include "ProductClient/SystemCalls.h"
 #include "RecordingRunLoop.h"
 #include "support/RecordingTransport.h"
 
@@ -88,7 +88,7 @@ class CommunicatorTest : public testing::Test {
   WatchedLocks locks;
   RecordingRunLoop runLoop;
   // Replaces the clock.
-  std::function<std::time_t()> now = HostSystem().now;
+  std::function<std::time_t()> now = SystemCalls().now;
 
  private:
   void endHost();

@@ -220,7 +220,7 @@ TEST_F(Defaults, WhatIsSetWhileAnotherThreadWaitsForTheFileIsStoredByIt) {
     // The lock is held, so this is a pause, in which the writer begins to wait.
     EXPECT_FALSE(FileLock::acquire(file().parent_path(), std::chrono::milliseconds(50)).isHeld());
     defaults.setObject("Key", PropertyList("newer"));
-    lock.release();
+    lock.unlock();
     writer.join();
   }
   EXPECT_TRUE(done);

@@ -35,7 +35,7 @@ TEST_F(FileLocks, LockIsReleasedAlthoughAForkedProcessHasItsDescriptor) {
     pause();
     _exit(0);
   }
-  lock.release();
+  lock.unlock();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
   kill(worker, SIGKILL);
   waitpid(worker, nullptr, 0);
@@ -69,7 +69,7 @@ TEST_F(FileLocks, LockIsReleasedByItsDestruction) {
   auto lock = FileLock::acquire(root, milliseconds(0));
   ASSERT_TRUE(lock.isHeld());
   EXPECT_FALSE(FileLock::acquire(root, milliseconds(0)).isHeld());
-  lock.release();
+  lock.unlock();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
 }
 
@@ -78,7 +78,7 @@ TEST_F(FileLocks, LockMovesWithItsObject) {
   ASSERT_TRUE(lock.isHeld());
   {
     const FileLock moved(std::move(lock));
-    lock.release();  // NOLINT(bugprone-use-after-move): it holds nothing any more
+    lock.unlock();  // NOLINT(bugprone-use-after-move): it holds nothing any more
     EXPECT_FALSE(FileLock::acquire(root, milliseconds(0)).isHeld());
   }
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
@@ -88,7 +88,7 @@ TEST_F(FileLocks, LockIsNotInheritedByAProcessThatIsStarted) {
   auto lock = FileLock::acquire(root, milliseconds(0));
   TaskProcess other({"wait"});
   ASSERT_EQ(other.firstLine(), "waiting");
-  lock.release();
+  lock.unlock();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
 }
 

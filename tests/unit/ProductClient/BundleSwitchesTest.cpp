@@ -554,7 +554,7 @@ TEST_F(SwitchFiles, FileThatAnotherWriterHoldsForAMomentIsReadWhenHeIsDone) {
       WatchedThread writer([this] { write(&Communicator::saveTipsEnableToPlistFile, true); });
       EXPECT_TRUE(writer.waits());
       writeBundle(host.bundle, information({{"Other", "kept"}}));
-      lock.release();
+      lock.unlock();
       writer.join();
       const Dictionary after = dictionaryIn(propertyList(host));
       written = after == information({{"Other", "kept"}, {"TipsEnable", true}});
@@ -579,7 +579,7 @@ TEST_F(SwitchFiles, SetterDoesNotWaitLongForAnotherWriterAndLeavesItsFile) {
           write(row.toBoth, true);
           EXPECT_LT(std::chrono::steady_clock::now() - start, bound);
           files.expectUntouched();
-          text.release();  // this file is now written
+          text.unlock();  // this file is now written
           write(row.toBoth, true);
           EXPECT_EQ(stateOf(propertyList(host)), files.list);
           EXPECT_EQ(dictionaryIn(strings(host)), (Dictionary{{"Name", "Host"}, {row.key, "1"}}));

@@ -576,7 +576,7 @@ TEST_F(Deployment, LockThatAnotherKeepsForTheWholePatienceEndsItWithALine) {
     }
     EXPECT_EQ(readFile(installed(host) / "Contents/content"), "old");
     EXPECT_TRUE(transport.sent().empty());
-    other.release();
+    other.unlock();
     communicator().extractHelper();
     EXPECT_EQ(readFile(installed(host) / "Contents/content"), "new");
   });

@@ -122,7 +122,7 @@ TEST_F(Helper, OfTwoFirstStartsAtOnceTheSecondNeitherWaitsNorStoresAnything) {
         std::thread([this] { helper().startHelper(); }).join();
         storedMeanwhile = installTime(host);
       }
-      return HostSystem().now();
+      return SystemCalls().now();
     };
     helper().startHelper();
     EXPECT_EQ(storedMeanwhile, std::nullopt);

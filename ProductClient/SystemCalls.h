@@ -15,7 +15,7 @@
 namespace qbdkr {
 
 // The communicator's calls to the system. Tests pass others.
-struct HostSystem {
+struct SystemCalls {
   std::function<bool(std::function<void()>)> startThread = detachNewThread;
   std::function<bool(Text bundleIdentifier, Text path)> isRunning = [](Text identifier, Text path) {
     return QBHPProcessList::share().applicationIsRunning(identifier, path);
