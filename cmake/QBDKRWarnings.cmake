@@ -6,5 +6,5 @@ if(QBDKR_WARNINGS_AS_ERRORS)
 endif()
 if(CMAKE_UNITY_BUILD)  # joined sources see the anonymous namespaces of one another
   target_compile_options(QBDKRWarnings INTERFACE
-    -Wno-shadow $<$<CXX_COMPILER_ID:GNU>:-Wno-subobject-linkage>)
+    -Wno-shadow $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
 endif()
