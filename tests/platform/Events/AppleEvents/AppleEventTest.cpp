@@ -14,7 +14,7 @@ namespace {
 
 AppleEventDescriptor text(const char* value) { return AppleEventDescriptor::withString(value); }
 
-AppleEventDescriptor listOf(std::initializer_list<const char*> values) {
+AppleEventDescriptor listOfTexts(std::initializer_list<const char*> values) {
   auto list = AppleEventDescriptor::list();
   for (const char* value : values) list.insertDescriptor(text(value), 0);
   return list;
@@ -63,7 +63,7 @@ TEST(AppleEventDescriptorTest, BytesAreKeptAsTheyAre) {
 }
 
 TEST(AppleEventDescriptorTest, ListIndexesBeginAtOne) {
-  const auto list = listOf({"a", "b"});
+  const auto list = listOfTexts({"a", "b"});
   EXPECT_EQ(list.numberOfItems(), 2U);
   EXPECT_EQ(list.descriptorAtIndex(0), nullptr);
   ASSERT_NE(list.descriptorAtIndex(1), nullptr);
@@ -74,9 +74,9 @@ TEST(AppleEventDescriptorTest, ListIndexesBeginAtOne) {
 }
 
 TEST(AppleEventDescriptorTest, InsertReplacesAnItemThatIsThere) {
-  auto list = listOf({"a", "b"});
+  auto list = listOfTexts({"a", "b"});
   EXPECT_TRUE(list.insertDescriptor(text("c"), 1));
-  EXPECT_EQ(list, listOf({"c", "b"}));
+  EXPECT_EQ(list, listOfTexts({"c", "b"}));
 }
 
 TEST(AppleEventDescriptorTest, InsertAppendsBehindTheLastAndAtZero) {
@@ -84,14 +84,14 @@ TEST(AppleEventDescriptorTest, InsertAppendsBehindTheLastAndAtZero) {
   EXPECT_TRUE(list.insertDescriptor(text("a"), 1));
   EXPECT_TRUE(list.insertDescriptor(text("b"), 2));
   EXPECT_TRUE(list.insertDescriptor(text("c"), 0));
-  EXPECT_EQ(list, listOf({"a", "b", "c"}));
+  EXPECT_EQ(list, listOfTexts({"a", "b", "c"}));
 }
 
 TEST(AppleEventDescriptorTest, InsertFurtherOutChangesNothing) {
-  auto list = listOf({"a"});
+  auto list = listOfTexts({"a"});
   EXPECT_FALSE(list.insertDescriptor(text("b"), 3));
   EXPECT_FALSE(list.insertDescriptor(text("b"), std::numeric_limits<std::size_t>::max()));
-  EXPECT_EQ(list, listOf({"a"}));
+  EXPECT_EQ(list, listOfTexts({"a"}));
 }
 
 TEST(AppleEventDescriptorTest, InsertIntoWhatIsNoListChangesNothing) {
@@ -105,24 +105,24 @@ TEST(AppleEventDescriptorTest, InsertIntoWhatIsNoListChangesNothing) {
 }
 
 TEST(AppleEventDescriptorTest, CopiesAreDeep) {
-  auto original = listOf({"a"});
+  auto original = listOfTexts({"a"});
   const auto copy = original;
   original.insertDescriptor(text("b"), 1);
-  EXPECT_EQ(copy, listOf({"a"}));
+  EXPECT_EQ(copy, listOfTexts({"a"}));
 }
 
 TEST(AppleEventDescriptorTest, EqualityIsThatOfTypeBytesAndItems) {
   EXPECT_EQ(text("a"), text("a"));
   EXPECT_NE(text("a"), text("b"));
   EXPECT_NE(text("a"), AppleEventDescriptor::withBytes(typeApplicationBundleID, "a"));
-  EXPECT_NE(listOf({"a"}), listOf({"a", "a"}));
-  EXPECT_NE(listOf({}), AppleEventDescriptor());
+  EXPECT_NE(listOfTexts({"a"}), listOfTexts({"a", "a"}));
+  EXPECT_NE(listOfTexts({}), AppleEventDescriptor());
 }
 
 TEST(AppleEventCoercion, ToItsOwnTypeIsItself) {
   EXPECT_EQ(text("a").coerceToDescriptorType(typeUnicodeText), text("a"));
   EXPECT_EQ(AppleEventDescriptor().coerceToDescriptorType(typeNull), AppleEventDescriptor());
-  EXPECT_EQ(listOf({"a"}).coerceToDescriptorType(typeAEList), listOf({"a"}));
+  EXPECT_EQ(listOfTexts({"a"}).coerceToDescriptorType(typeAEList), listOfTexts({"a"}));
 }
 
 TEST(AppleEventCoercion, AProcessAddressBecomesEightBytesInBigEndian) {
@@ -137,7 +137,7 @@ TEST(AppleEventCoercion, AProcessAddressBecomesEightBytesInBigEndian) {
 TEST(AppleEventCoercion, IsAbsentForEveryOther) {
   EXPECT_EQ(AppleEventDescriptor().coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(text("1234").coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
-  EXPECT_EQ(listOf({}).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
+  EXPECT_EQ(listOfTexts({}).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(processAddress(1).coerceToDescriptorType(typeUnicodeText), std::nullopt);
   EXPECT_EQ(processAddress(0).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
   EXPECT_EQ(processAddress(-1).coerceToDescriptorType(typeProcessSerialNumber), std::nullopt);
