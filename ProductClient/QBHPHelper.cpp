@@ -20,7 +20,8 @@ QBHPHelper& QBHPHelper::share() {
   return *helper;
 }
 
-QBHPHelper::QBHPHelper() : QBHPHelper(QBHPHelperCommunicate::share(), RunLoop::current()) {}
+// Braces evaluate in order: the communicator first.
+QBHPHelper::QBHPHelper() : QBHPHelper{QBHPHelperCommunicate::share(), RunLoop::current()} {}
 
 QBHPHelper::QBHPHelper(QBHPHelperCommunicate& communicator, RunLoop& loop) {
   cmmt = &communicator;

@@ -51,6 +51,13 @@ class StandIn final : public QBHPAppEventBase {
   return true;
 }();
 
+// The control first: without descriptors it throws, for want of a run loop. A main bundle that was
+// read then would keep an empty information dictionary.
+HostConfiguration thisHost() {
+  QBHPHelperControl::share();
+  return HostConfiguration();
+}
+
 }  // namespace
 
 // The parts of a communicator, and its state of the helper agent.
@@ -110,8 +117,9 @@ QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
   return *communicator;
 }
 
+// Braces evaluate in order.
 QBHPHelperCommunicate::QBHPHelperCommunicate()
-    : QBHPHelperCommunicate(HostConfiguration(), UserDefaults::standard(), SystemCalls()) {}
+    : QBHPHelperCommunicate{thisHost(), UserDefaults::standard(), SystemCalls()} {}
 
 QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings,
                                              const SystemCalls& system)

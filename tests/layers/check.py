@@ -33,7 +33,7 @@ def included(path):
     for mark, found in re.findall(r'^#include (["<])([^">]+)[">]', (root / path).read_text(), re.MULTILINE):
         if mark == '"':
             yield pathlib.PurePosixPath(found)
-        elif found.split("/")[0] in door:
+        elif found.split("/")[0] in door or found.split("/")[0] in layers:
             yield pathlib.PurePosixPath("include") / found
 
 

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <utility>
 
+#include <ClientComm/QBHPAppleEventProcesser.h>
 #include <ClientComm/QBHPHelperControl.h>
 #include <ClientComm/QBHPUpgradeByHelper.h>
 
@@ -86,6 +87,7 @@ void CommunicatorTest::withUsedHost(const PropertyList::Dictionary& info, const 
 
 QBHPHelperCommunicate& CommunicatorTest::communicator() {
   if (communicator_) return *communicator_;
+  QBHPAppleEventProcesser::share().regist();  // a dispatcher of another test may have ended
   SystemCalls system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path) { return workspace.open(path); };

@@ -1,8 +1,12 @@
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
+#include <functional>
 #include <future>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -11,6 +15,7 @@
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 #include "CommunicatorTest.h"
+#include "Platform/Events/RPCTransport.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "support/CapturedLog.h"
 #include "support/RecordingTransport.h"
@@ -38,6 +43,49 @@ TEST_F(HelperCommunicate, ShareIsOneObject) {
     EXPECT_EQ(QBHPHelperControl::share().helperCtrlDelegate(),
               static_cast<QBHPHelperControlCallBackDelegate*>(
                   static_cast<QBHPWillHelperExitDelegate*>(&communicator)));
+  });
+}
+
+// The longest that a thread of the framework may take.
+bool comesTrue(const std::function<bool()>& condition) {
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (!condition()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+TEST_F(HelperCommunicate, ShareIsOfTheMainBundleAndStartsItUp) {
+  auto info = informationWithHelper();
+  info.set("Helper Bundle indentifiter", "com.Example.Helper.P" + std::to_string(getpid()));
+  inHost(info, [](const Host& host) {
+    writeBundle(host.resources() / "Helper.app", {{"CFBundleVersion", "1.0"}});
+    QBHPHelperCommunicate::share();
+    const Dictionary stored = host.readDefaults(hostIdentifier);
+    ASSERT_NE(stored.find("PID"), nullptr);
+    EXPECT_EQ(*stored.find("PID"), PropertyList("4711"));
+    ASSERT_NE(stored.find("ExecutableFile"), nullptr);
+    EXPECT_EQ(*stored.find("ExecutableFile"), PropertyList(host.bundle.string()));
+    EXPECT_TRUE(comesTrue([&] {
+      return std::filesystem::exists(host.home / "Library/Example/Helper.app/Contents/Info.plist");
+    }));
+  });
+}
+
+TEST_F(HelperCommunicate, ShareWithoutDescriptorsKeepsNothingAndTheNextOneSucceeds) {
+  inHost(hostInformation(), [](const Host& host) {
+    RPCTransport::replaceShared(nullptr);  // the one of the system needs a run loop
+    rlimit before{};
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit none{0, before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &none), 0);
+    EXPECT_THROW(QBHPHelperCommunicate::share(), std::runtime_error);
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    QBHPHelperCommunicate::share();
+    const Dictionary stored = host.readDefaults(hostIdentifier);
+    ASSERT_NE(stored.find("PID"), nullptr);
+    EXPECT_EQ(*stored.find("PID"), PropertyList("4711"));
   });
 }
 

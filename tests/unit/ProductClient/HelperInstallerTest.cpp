@@ -137,11 +137,15 @@ TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
         installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.1");
     bool oldOneWasThere = false;
-    transport.answer("exitHelper:productVersion:",
-                     RecordingTransport::Answerer([&](const RecordingTransport::Sent&) {
-                       oldOneWasThere = versionOf(installed(host)) == "1.0";
-                       return RecordingTransport::Answer{};
-                     }));
+    bool isLocked = false;
+    transport.answer(
+        "exitHelper:productVersion:",
+        RecordingTransport::Answerer([&](const RecordingTransport::Sent&) {
+          oldOneWasThere = versionOf(installed(host)) == "1.0";
+          isLocked =
+              FileLock::acquire(installed(host).parent_path(), std::chrono::seconds(0)).isTaken();
+          return RecordingTransport::Answer{};
+        }));
     communicator();
     CapturedLog log;
     communicator().extractHelper();
@@ -149,6 +153,7 @@ TEST_F(Deployment, RunningHelperIsAskedToQuitBeforeItIsReplaced) {
               (std::vector<RPCEvent>{
                   {"QBHPHelperControl", "exitHelper:productVersion:", {"4711", "3.1"}}}));
     EXPECT_TRUE(oldOneWasThere);
+    EXPECT_TRUE(isLocked);
     EXPECT_EQ(log.lines(), Lines{"helper version = 1.1"});
     EXPECT_EQ(versionOf(installed(host)), "1.1");
   });

@@ -5,6 +5,8 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <string_view>
 #include <thread>
@@ -56,6 +58,31 @@ TEST_F(Helper, ShareIsOneObjectOverTheSharedCommunicator) {
   });
 }
 
+// The timers that a loop waits for, as the kernel tells it.
+std::size_t timersOf(const RunLoop& loop) {
+  std::ifstream info("/proc/self/fdinfo/" + std::to_string(loop.descriptor()));
+  std::size_t timers = 0;
+  for (std::string word; info >> word;) {
+    if (word != "tfd:") continue;
+    info >> word;
+    std::error_code ignored;
+    const auto target = std::filesystem::read_symlink("/proc/self/fd/" + word, ignored);
+    if (target == "anon_inode:[timerfd]") ++timers;
+  }
+  return timers;
+}
+
+TEST_F(Helper, ShareTicksOnTheLoopOfItsThread) {
+  inUsedHost(hostInformation(), [](const Host&) {
+    RunLoop& main = RunLoop::main();
+    std::thread([&] {
+      QBHPHelper::share();
+      EXPECT_EQ(timersOf(RunLoop::current()), 1U);
+      EXPECT_EQ(timersOf(main), 0U);
+    }).join();
+  });
+}
+
 TEST_F(Helper, CreationSchedulesOneTimerOf60Seconds) {
   withUsedHost(hostInformation(), [this](const Host&) {
     helper();
@@ -88,6 +115,8 @@ TEST_F(Helper, FirstStartStoresTheInstallTimeAsLocalTime) {
     EXPECT_TRUE(std::ranges::all_of(*stored, [](char c) { return c >= '0' && c <= '9'; }));
     EXPECT_LE(before, *stored);
     EXPECT_LE(*stored, after);
+    unsetenv("TZ");
+    tzset();
   });
 }
 
