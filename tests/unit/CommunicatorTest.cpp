@@ -87,7 +87,10 @@ void CommunicatorTest::withUsedHost(const PropertyList::Dictionary& info, const 
 
 QBHPHelperCommunicate& CommunicatorTest::communicator() {
   if (communicator_) return *communicator_;
-  QBHPAppleEventProcesser::share().regist();  // a dispatcher of another test may have ended
+  // Another test may have ended a dispatcher, or a control of its own.
+  auto& processer = QBHPAppleEventProcesser::share();
+  processer.regist();
+  processer.setObjectforKeyToMapTable(QBHPHelperControl::share(), QBHPHelperControl::kClassName);
   SystemCalls system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path) { return workspace.open(path); };
