@@ -1,7 +1,6 @@
 // Measures the framework against references in the same run, and says whether the ratios hold.
 //
-// Rows of two processes run pinned to one processor, bus and peer included. Samples of a row and of
-// its reference alternate: other load on the machine falls on both.
+// Rows of two processes run pinned to one processor, bus and peer included.
 
 #include <sched.h>
 #include <signal.h>
@@ -9,42 +8,28 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
 #include <cstdlib>
 #include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ClientComm/Bundle.h>
 #include <ClientComm/QBHPAppleEventSender.h>
 #include <ClientComm/QBHPProcessList.h>
 
+#include "Measure.h"
 #include "Reference.h"
 
 namespace {
 
-using Clock = std::chrono::steady_clock;
+using namespace qbdkr::bench;
 using qbdkr::QBHPAppleEventSender;
-using qbdkr::bench::BareConnection;
 
 constexpr const char* peer = "com.Acme.EchoAgent";
-
-[[noreturn]] void fail(const char* what) {
-  std::fprintf(stderr, "bench: %s\n", what);
-  std::exit(1);
-}
-
-double microseconds(Clock::duration duration) {
-  return std::chrono::duration<double, std::micro>(duration).count();
-}
-
-double median(std::vector<double> values) {
-  std::ranges::sort(values);
-  return values[values.size() / 2];
-}
 
 // A child process that ends with this one.
 class Child {
@@ -70,43 +55,6 @@ class Child {
  private:
   pid_t process_;
 };
-
-struct Row {
-  const char* name;
-  const char* reference;
-  double ours;
-  double theirs;
-  double limit;  // of ours / theirs
-};
-
-void print(const Row& row) {
-  const double ratio = row.ours / row.theirs;
-  std::printf("%-34s %9.2f us  %-26s %9.2f us  ratio %5.2f (at most %.2f)  %s\n", row.name,
-              row.ours, row.reference, row.theirs, ratio, row.limit,
-              ratio <= row.limit ? "holds" : "MISSED");
-}
-
-// Alternates samples of both bodies, each of so many rounds. Stores the median time of one round.
-Row measure(Row row, int samples, int rounds, const std::function<void()>& ours,
-            const std::function<void()>& theirs, const std::function<void()>& between) {
-  std::vector<double> oursTimes;
-  std::vector<double> theirTimes;
-  const auto sample = [&](const std::function<void()>& body, std::vector<double>& times) {
-    const auto start = Clock::now();
-    for (int i = 0; i < rounds; ++i) body();
-    times.push_back(microseconds(Clock::now() - start) / rounds);
-    between();
-  };
-  for (int i = 0; i < samples; ++i) {
-    const bool oursFirst = i % 2 == 0;
-    if (oursFirst) sample(ours, oursTimes);
-    sample(theirs, theirTimes);
-    if (!oursFirst) sample(ours, oursTimes);
-  }
-  row.ours = median(oursTimes);
-  row.theirs = median(theirTimes);
-  return row;
-}
 
 void pinToOneProcessor() {
   cpu_set_t processors;
@@ -173,8 +121,7 @@ bool measureRequests(const std::string& agent) {
   }
   std::printf("%-34s %9d     %s\n", "a post when the peer is gone", status,
               status == qbdkr::procNotFound ? "holds" : "MISSED");
-  return waiting.ours / waiting.theirs <= waiting.limit &&
-         posting.ours / posting.theirs <= posting.limit && status == qbdkr::procNotFound;
+  return waiting.holds() && posting.holds() && status == qbdkr::procNotFound;
 }
 
 bool measureProcessList() {
@@ -194,7 +141,7 @@ bool measureProcessList() {
       },
       [] {});
   print(row);
-  return row.ours / row.theirs <= row.limit;
+  return row.holds();
 }
 
 }  // namespace

@@ -1,9 +1,8 @@
 #include "Platform/Workspace/DetachedProcessLinux.h"
 
 #include <fcntl.h>
-#include <poll.h>
+#include <sched.h>
 #include <signal.h>
-#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,98 +11,106 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstddef>
+#include <memory>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
+#include "Platform/Base/BlockedSignals.h"
+
+// The functions below that bear this mark run in a new process on the memory of this one. Checks
+// that a compiler adds would record there what is not true of this process.
+#define IN_NEW_PROCESS __attribute__((no_sanitize("address", "thread", "undefined")))
+
 namespace qbdkr {
 namespace {
 
-// Two sockets that are connected to each other.
-struct Conversation {
-  Descriptor ours;
-  Descriptor theirs;
+// Two processes are started in a row: a parent, and the application as its child. The parent ends
+// at once, and the application then belongs to init. Neither copies this process: both run on its
+// memory, with the thread that starts them suspended, until one ends and the other is executed.
+// They make system calls and nothing else, since any other thread of this process may hold any
+// lock. The C library's own functions for these calls are not used either: they, or a checking
+// tool in their place, may keep records in that memory.
+struct Start {
+  static constexpr std::size_t stackSize = 32768;  // bytes
+  struct alignas(16) Stack {
+    std::array<std::byte, stackSize> bytes;
+    void* top() { return &bytes + 1; }
+  };
 
-  static std::optional<Conversation> open() {
-    std::array<int, 2> ends{};
-    if (socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return std::nullopt;
-    return Conversation{Descriptor(ends[0]), Descriptor(ends[1])};
-  }
-};
-
-// Waits until one of two descriptors (-1 leaves one out) is readable, for a limited time in
-// milliseconds: the other side's end does not show while a process that was forked in between holds
-// it open.
-void waitForWord(int descriptor, int other, int patience) {
-  std::array<pollfd, 2> words{{{descriptor, POLLIN, 0}, {other, POLLIN, 0}}};
-  while (::poll(words.data(), words.size(), patience) < 0 && errno == EINTR) {
-  }
-}
-
-// Takes an integer that has arrived; false if none has.
-bool takeInteger(int descriptor, int& value) {
-  return ::recv(descriptor, &value, sizeof value, MSG_DONTWAIT) ==
-         static_cast<ssize_t>(sizeof value);
-}
-
-bool readInteger(int descriptor, int& value) {
-  constexpr int patience = 10'000;  // milliseconds
-  waitForWord(descriptor, -1, patience);
-  return takeInteger(descriptor, value);
-}
-
-void writeInteger(int descriptor, int value) {
-  [[maybe_unused]] const auto sent = ::send(descriptor, &value, sizeof value, MSG_NOSIGNAL);
-}
-
-// Holds everything that the child needs, made before the fork: between fork and exec only calls
-// that a signal handler may make are safe in a process with threads.
-struct Plan {
   const char* executable;
   char* const* environment;
   int input;
   int output;
-  // The child sends its process id here and waits for a word before it goes on: its parent watches
-  // it by then. If it cannot be executed, it sends the error.
-  int parent;
-  int parentsEnd;
+  Stack parentsStack;
+  Stack applicationsStack;
+
+  // Left by the new processes.
+  pid_t processID = -1;
+  int ended = -1;  // becomes readable when the application ends
+  int error = 0;   // an errno value if it is not executed
 };
 
-void resetSignals() {
-  struct sigaction action {};
-  action.sa_handler = SIG_DFL;
-  for (int number = 1; number < NSIG; ++number) sigaction(number, &action, nullptr);
-  sigset_t none;
-  sigemptyset(&none);
-  sigprocmask(SIG_SETMASK, &none, nullptr);
+IN_NEW_PROCESS void resetSignals() {
+  // The kernel's form of an action: all zero is the default. Larger than it is on any processor.
+  const std::array<unsigned long, 8> defaultAction{};
+  constexpr std::size_t maskSize = 8;
+  const unsigned long none = 0;
+  for (int number = 1; number < NSIG; ++number) {
+    syscall(SYS_rt_sigaction, number, &defaultAction, nullptr, maskSize);
+  }
+  syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, maskSize);
 }
 
-void markInheritedDescriptorsCloseOnExec() {
+IN_NEW_PROCESS void markInheritedDescriptorsCloseOnExec() {
   constexpr unsigned closeRangeCloexec = 4;
   if (syscall(SYS_close_range, 3U, ~0U, closeRangeCloexec) == 0) return;
-  for (int descriptor = 3; descriptor < 65536; ++descriptor) fcntl(descriptor, F_SETFD, FD_CLOEXEC);
+  for (int descriptor = 3; descriptor < 65536; ++descriptor) {
+    syscall(SYS_fcntl, descriptor, F_SETFD, FD_CLOEXEC);
+  }
 }
 
-[[noreturn]] void becomeApplication(const Plan& plan) {
-  // Closes the parent's end: otherwise the child would wait for a word from a parent that is gone.
-  close(plan.parentsEnd);
-  setsid();
-  resetSignals();
-  writeInteger(plan.parent, getpid());
-  int go = 0;
-  if (!readInteger(plan.parent, go)) _exit(127);
-  dup2(plan.input, STDIN_FILENO);
-  dup2(plan.output, STDOUT_FILENO);
-  dup2(plan.output, STDERR_FILENO);
+IN_NEW_PROCESS int becomeApplication(void* argument) {
+  auto& start = *static_cast<Start*>(argument);
+  const std::array<const char*, 2> arguments{start.executable, nullptr};
+  syscall(SYS_setsid);
+  syscall(SYS_dup3, start.input, STDIN_FILENO, 0);
+  syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
+  syscall(SYS_dup3, start.output, STDERR_FILENO, 0);
   markInheritedDescriptorsCloseOnExec();
-  if (chdir("/") == 0) {
-    const std::array<char*, 2> arguments{const_cast<char*>(plan.executable), nullptr};
-    execve(plan.executable, arguments.data(), plan.environment);
+  if (syscall(SYS_chdir, "/") == 0) {
+    resetSignals();
+    syscall(SYS_execve, start.executable, arguments.data(), start.environment);
   }
-  writeInteger(plan.parent, errno);
-  _exit(127);
+  start.error = errno;
+  return 127;
+}
+
+// Shares this process's table of descriptors: the one that shows the end of the application
+// arrives in it, and can be of no other process.
+IN_NEW_PROCESS int becomeParent(void* argument) {
+  auto& start = *static_cast<Start*>(argument);
+  constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
+  start.processID =
+      clone(becomeApplication, start.applicationsStack.top(), flags, argument, &start.ended);
+  if (start.processID < 0) start.error = errno;
+  return 0;
+}
+
+// Returns when the application is executed, or cannot be. The parent sends no signal when it ends,
+// and only waitpid() with __WCLONE sees it: the host may count its own children.
+bool run(Start& start) {
+  const auto blocked = BlockedSignals::all();
+  constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_FILES;
+  const pid_t parent = clone(becomeParent, start.parentsStack.top(), flags, &start);
+  if (parent < 0) return false;
+  while (waitpid(parent, nullptr, __WCLONE) < 0 && errno == EINTR) {
+  }
+  return start.error == 0;
 }
 
 // Finds the variables by which the service manager speaks to this process alone.
@@ -137,19 +144,10 @@ std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   return pointers;
 }
 
-// Makes the application the child of a process that ends at once: it then belongs to init, not to
-// the caller.
-bool forkTwice(const Plan& plan) {
-  const pid_t child = fork();
-  if (child < 0) return false;
-  if (child == 0) {
-    const pid_t application = fork();
-    if (application == 0) becomeApplication(plan);
-    _exit(application < 0 ? 1 : 0);
-  }
-  while (waitpid(child, nullptr, 0) < 0 && errno == EINTR) {
-  }
-  return true;
+// Moves a descriptor out of the way of the three standard ones, which a host may have closed.
+Descriptor aboveStandardOnes(Descriptor descriptor) {
+  if (descriptor.get() > STDERR_FILENO) return descriptor;
+  return Descriptor(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
 Descriptor outputForApplication(const std::string& executable) {
@@ -163,29 +161,19 @@ Descriptor outputForApplication(const std::string& executable) {
 }  // namespace
 
 std::optional<DetachedProcess> startDetached(const std::string& executable) {
-  auto conversation = Conversation::open();
-  const Descriptor input(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  const Descriptor output = outputForApplication(executable);
-  if (!conversation || !input || !output) return std::nullopt;
+  const auto input = aboveStandardOnes(Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
+  const auto output = aboveStandardOnes(outputForApplication(executable));
+  if (!input || !output) return std::nullopt;
   auto variables = environmentFor(output);
   const auto environment = pointersTo(variables);
-  if (!forkTwice({executable.c_str(), environment.data(), input.get(), output.get(),
-                  conversation->theirs.get(), conversation->ours.get()})) {
-    return std::nullopt;
-  }
-  conversation->theirs = Descriptor();
-  const int child = conversation->ours.get();
-
-  DetachedProcess process;
-  if (!readInteger(child, process.processID)) return std::nullopt;
-  process.ended = Descriptor(static_cast<int>(syscall(SYS_pidfd_open, process.processID, 0)));
-  if (!process.ended) return std::nullopt;
-  writeInteger(child, 1);
-  // A word is an error; EOF or silence means that the application is executed.
-  constexpr int patience = 1000;  // milliseconds
-  waitForWord(child, process.ended.get(), patience);
-  int error = 0;
-  if (takeInteger(child, error)) return std::nullopt;
+  const auto start = std::make_unique<Start>();
+  start->executable = executable.c_str();
+  start->environment = environment.data();
+  start->input = input.get();
+  start->output = output.get();
+  const bool isExecuted = run(*start);
+  DetachedProcess process{start->processID, Descriptor(start->ended)};
+  if (!isExecuted || !process.ended) return std::nullopt;
   return process;
 }
 

@@ -174,6 +174,64 @@ TEST_F(Detached, LeavesTheCallersSignalsAlone) {
   EXPECT_EQ(signal(SIGUSR2, SIG_DFL), SIG_IGN);
 }
 
+// A host may count its children by their signal, and close its standard descriptors.
+TEST_F(Detached, HostGetsNoSignalOfAChild) {
+  static std::atomic<int> children;
+  struct sigaction before {};
+  struct sigaction counting {};
+  counting.sa_handler = [](int) { ++children; };
+  sigaction(SIGCHLD, &counting, &before);
+  const auto process = startDetached(script("exit 0"));
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+  EXPECT_FALSE(startDetached(directory.path() / "missing").has_value());
+  sigaction(SIGCHLD, &before, nullptr);
+  EXPECT_EQ(children, 0);
+}
+
+TEST_F(Detached, HasStandardDescriptorsAlthoughTheHostClosedItsOwn) {
+  const std::string path =
+      script("for fd in 0 1 2; do readlink /proc/$$/fd/$fd; done > '" + output.string() + "'");
+  const int status = test::runForked([&path] {
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(standard);
+    const auto process = startDetached(path);
+    return process && hasEnded(*process, 20'000);
+  });
+  EXPECT_EQ(status, 0);
+  std::istringstream lines(readFile(output));
+  std::string input;
+  std::string ownOutput;  // redirected by the script
+  std::string errors;
+  std::getline(lines, input);
+  std::getline(lines, ownOutput);
+  std::getline(lines, errors);
+  EXPECT_EQ(input, "/dev/null");
+  EXPECT_TRUE(errors == "/dev/null" || errors.starts_with("socket:")) << errors;
+}
+
+TEST_F(Detached, LeavesNoDescriptorOpenInTheHost) {
+  const auto openOnes = [] {
+    const fs::directory_iterator entries("/proc/self/fd");
+    return std::distance(begin(entries), end(entries));
+  };
+  const std::string program = script("exit 0");
+  startDetached(program);  // may open what the process keeps
+  const auto before = openOnes();
+  for (int i = 0; i < 10; ++i) {
+    startDetached(program);
+    startDetached(directory.path() / "missing");
+  }
+  EXPECT_EQ(openOnes(), before);
+}
+
+// A fork would copy the page tables of the host, with its other threads at a standstill.
+TEST_F(Detached, DoesNotForkTheHost) {
+  static std::atomic<int> forks;
+  ASSERT_EQ(pthread_atfork([] { ++forks; }, nullptr, nullptr), 0);
+  EXPECT_TRUE(startDetached(script("exit 0")).has_value());
+  EXPECT_EQ(forks, 0);
+}
+
 // The workers inherit the descriptors that are open at their fork, and hold them until they end.
 TEST_F(Detached, StartsAlthoughThisProcessForksWorkersMeanwhile) {
   constexpr std::size_t most = 300;
