@@ -447,7 +447,7 @@ TEST(RunLoopTest, EmbeddedLoopWakesForATimerAddedAfterTheLastDispatch) {
     loop.dispatch();
     int ticks = 0;
     const auto timer = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) { ++ticks; });
-    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks == 3; }));
+    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks >= 3; }));
     timer->invalidate();
   });
 }
@@ -463,7 +463,7 @@ TEST(RunLoopTest, EmbeddedLoopWakesForATimerAddedByATask) {
         timer = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) { ++ticks; });
       });
     });
-    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks == 2; }));
+    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks >= 2; }));
     other.join();
     timer->invalidate();
   });
@@ -478,7 +478,7 @@ TEST(RunLoopTest, EmbeddedLoopWakesForATimerAddedByATimer) {
       inner = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) { ++ticks; });
       const_cast<RunLoopTimer&>(self).invalidate();
     });
-    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks == 2; }));
+    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks >= 2; }));
     inner->invalidate();
   });
 }
