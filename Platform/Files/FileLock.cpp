@@ -3,24 +3,39 @@
 #include <fcntl.h>
 #include <poll.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <utility>
 
 namespace qbdkr {
+namespace {
+
+// Tells whether another file has taken the place of an open one, as while the lock was awaited. The
+// next caller would lock that other file.
+bool wasReplaced(int file, const std::string& path) {
+  struct stat opened {};
+  struct stat present {};
+  return ::fstat(file, &opened) == 0 && ::stat(path.c_str(), &present) == 0 &&
+         (opened.st_dev != present.st_dev || opened.st_ino != present.st_ino);
+}
+
+}  // namespace
 
 FileLock FileLock::acquire(const std::string& path, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-  if (!file) return {Descriptor(), false};
-  // flock() has no time-out of its own, and no event tells that a lock was released.
-  constexpr int pauseInMilliseconds = 10;
-  while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
-    if (errno != EWOULDBLOCK && errno != EINTR) return {Descriptor(), false};
-    if (std::chrono::steady_clock::now() >= deadline) return {Descriptor(), true};
-    ::poll(nullptr, 0, pauseInMilliseconds);
+  for (;;) {
+    Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    if (!file) return {Descriptor(), false};
+    // flock() has no time-out of its own, and no event tells that a lock was released.
+    constexpr int pauseInMilliseconds = 10;
+    while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
+      if (errno != EWOULDBLOCK && errno != EINTR) return {Descriptor(), false};
+      if (std::chrono::steady_clock::now() >= deadline) return {Descriptor(), true};
+      ::poll(nullptr, 0, pauseInMilliseconds);
+    }
+    if (!wasReplaced(file.get(), path)) return {std::move(file), false};
   }
-  return {std::move(file), false};
 }
 
 FileLock& FileLock::operator=(FileLock&& other) noexcept {

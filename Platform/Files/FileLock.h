@@ -16,7 +16,8 @@ namespace qbdkr {
 // the time; or neither, as the path cannot be opened or its file system has no locks.
 class QBDKR_EXPORT FileLock {
  public:
-  // Waits for the lock at most this long; 0 tries once. Blocks. Any thread.
+  // Waits for the lock at most this long; 0 tries once. If the file is replaced meanwhile, locks
+  // the new one. Blocks. Any thread.
   [[nodiscard]] static FileLock acquire(const std::string& path,
                                         std::chrono::milliseconds patience);
 

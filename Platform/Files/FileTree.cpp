@@ -90,15 +90,17 @@ bool moveWithoutReplacing(const fs::path& from, const fs::path& to) {
   return !fileExists(to) && ::rename(from.c_str(), to.c_str()) == 0;
 }
 
-// Moving a directory changes its "..", which takes the right to write to it.
-bool moveAway(const std::string& path, const struct stat& status, const fs::path& to) {
+// Calls a function that moves an item, and returns its result. Moving a directory changes its "..",
+// which takes the right to write to it.
+template <class Move>
+auto moveWritable(const std::string& path, const struct stat& status, Move move) {
   const bool isClosed = S_ISDIR(status.st_mode) && (status.st_mode & S_IWUSR) == 0;
   if (isClosed) openToOwner(AT_FDCWD, path, status.st_mode);
-  if (::rename(path.c_str(), to.c_str()) == 0) return true;
+  const std::optional<bool> moved = move();
   const int error = errno;
-  if (isClosed) ::chmod(path.c_str(), status.st_mode);
+  if (isClosed && moved != true) ::chmod(path.c_str(), status.st_mode);
   errno = error;
-  return false;
+  return moved;
 }
 
 bool isBelow(const fs::path& path, const fs::path& directory) {
@@ -106,18 +108,52 @@ bool isBelow(const fs::path& path, const fs::path& directory) {
          directory.end();
 }
 
+// Makes a durable copy beside its target, in a new staging.
+std::optional<FileError> copyBeside(const std::string& from, const std::string& to,
+                                    std::optional<Staging>& staging) {
+  std::error_code error;
+  const fs::path source = fs::canonical(from, error);
+  if (error) return fileError(from, error.value());
+  if (isBelow(fs::weakly_canonical(to, error), source)) return fileError(to, EINVAL);
+  if (auto made = Staging::beside(to)) staging.emplace(std::move(*made));
+  if (!staging) return lastFileError(to);
+  // Opened before the first write: otherwise a failure to store one goes unnoticed.
+  const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (!directory) return lastFileError(to);
+  if (auto failure = copyTree(source, staging->item())) return failure;
+  if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
+  return std::nullopt;
+}
+
+// Moves a copy to its target, if nothing is there.
+std::optional<FileError> place(const Staging& staging, const std::string& to) {
+  if (!moveWithoutReplacing(staging.item(), to)) return lastFileError(to);
+  flushItem(fs::path(to).parent_path());
+  return std::nullopt;
+}
+
 }  // namespace
+
+std::optional<FileError> removalObstacleOf(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return lastFileError(path);
+  const fs::path directory = fs::path(path).parent_path();
+  if (::faccessat(AT_FDCWD, directory.c_str(), W_OK | X_OK, AT_EACCESS) != 0) {
+    return lastFileError(path);
+  }
+  return S_ISDIR(status.st_mode) ? removalObstacle(path) : std::nullopt;
+}
 
 std::optional<FileError> removeItem(const std::string& path) {
   struct stat status {};
   if (::lstat(path.c_str(), &status) != 0) return lastFileError(path);
   const auto staging = Staging::beside(path);
   if (!staging) return lastFileError(path);
-  if (S_ISDIR(status.st_mode)) {
-    if (auto obstacle = removalObstacle(path)) return obstacle;
-  }
-  if (!moveAway(path, status, staging->item())) return lastFileError(path);
-  return std::nullopt;
+  if (auto obstacle = removalObstacleOf(path)) return obstacle;
+  const auto moved = moveWritable(path, status, [&] {
+    return std::optional(::rename(path.c_str(), staging->item().c_str()) == 0);
+  });
+  return *moved ? std::nullopt : std::optional(lastFileError(path));
 }
 
 // Maps DIRECTORY/.NAME.qbhp-staging-UNIQUE/item/REST back to DIRECTORY/NAME/REST.
@@ -139,21 +175,46 @@ std::string pathBeforeRemoval(std::string_view path) {
 std::optional<FileError> copyItem(const std::string& from, const std::string& to) {
   struct stat status {};
   if (::lstat(to.c_str(), &status) == 0) return fileError(to, EEXIST);
-  std::error_code error;
-  const fs::path source = fs::canonical(from, error);
-  if (error) return fileError(from, error.value());
-  if (isBelow(fs::weakly_canonical(to, error), source)) return fileError(to, EINVAL);
-  const auto staging = Staging::beside(to);
-  if (!staging) return lastFileError(to);
-  // Opened before the first write: otherwise a failure to store one goes unnoticed.
-  const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
-  if (!directory) return lastFileError(to);
-  if (auto failure = copyTree(source, staging->item())) return failure;
-  if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
-  if (!moveWithoutReplacing(staging->item(), to)) return lastFileError(to);
-  flushItem(fs::path(to).parent_path());
-  return std::nullopt;
+  std::optional<Staging> staging;
+  if (auto failure = copyBeside(from, to, staging)) return failure;
+  return place(*staging, to);
 }
+
+class ItemReplacement::Copy {
+ public:
+  explicit Copy(std::string to) : to_(std::move(to)) {}
+
+  std::optional<FileError> make(const std::string& from) { return copyBeside(from, to_, staging_); }
+
+  std::optional<FileError> exchange() {
+    struct stat status {};
+    if (::lstat(to_.c_str(), &status) != 0) return lastFileError(to_);
+    if (auto obstacle = removalObstacleOf(to_)) return obstacle;
+    const auto exchanged =
+        moveWritable(to_, status, [&] { return exchangeItems(staging_->item(), to_); });
+    if (exchanged == false) return lastFileError(to_);
+    if (exchanged) {
+      flushItem(fs::path(to_).parent_path());
+      return std::nullopt;
+    }
+    if (auto failure = removeItem(to_)) return failure;
+    return place(*staging_, to_);
+  }
+
+ private:
+  std::string to_;
+  std::optional<Staging> staging_;
+};
+
+ItemReplacement::ItemReplacement() = default;
+ItemReplacement::~ItemReplacement() = default;
+
+std::optional<FileError> ItemReplacement::prepare(const std::string& from, const std::string& to) {
+  copy_ = std::make_unique<Copy>(to);
+  return copy_->make(from);
+}
+
+std::optional<FileError> ItemReplacement::exchange() { return copy_->exchange(); }
 
 void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }
 

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <memory>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -21,6 +22,10 @@ namespace qbdkr {
 // work on this path tries again.
 [[nodiscard]] QBDKR_EXPORT std::optional<FileError> removeItem(const std::string& path);
 
+// Returns why removeItem() would refuse a path; absent if it can be expected to succeed. Changes
+// nothing.
+[[nodiscard]] QBDKR_EXPORT std::optional<FileError> removalObstacleOf(const std::string& path);
+
 // Returns the original path of a file in a tree that removeItem() moved away, for the path that a
 // process still using the file shows. Returns any other path unchanged.
 [[nodiscard]] std::string pathBeforeRemoval(std::string_view path);
@@ -36,6 +41,28 @@ namespace qbdkr {
 // changes during the copy (EBUSY).
 [[nodiscard]] QBDKR_EXPORT std::optional<FileError> copyItem(const std::string& from,
                                                              const std::string& to);
+
+// A copy that takes the place of an older item, in two steps: the first takes long and may fail,
+// and the older item stays in use until the second. The destructor removes the copy, or the older
+// item.
+class QBDKR_EXPORT ItemReplacement {
+ public:
+  ItemReplacement();
+  ItemReplacement(const ItemReplacement&) = delete;
+  ItemReplacement& operator=(const ItemReplacement&) = delete;
+  ~ItemReplacement();
+
+  // Makes the copy beside the path of the older item, as copyItem() does; absent on success.
+  [[nodiscard]] std::optional<FileError> prepare(const std::string& from, const std::string& to);
+
+  // Exchanges both at once; absent on success. Takes a file system that can: elsewhere the older
+  // item is removed first, and a failure or a crash in between leaves none.
+  [[nodiscard]] std::optional<FileError> exchange();
+
+ private:
+  class Copy;
+  std::unique_ptr<Copy> copy_;  // from prepare() on
+};
 
 // Removes anything that an interrupted removal or copy of this path left beside it. Leaves work in
 // progress alone.

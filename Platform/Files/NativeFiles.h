@@ -16,6 +16,10 @@ inline constexpr mode_t modeBits = 07777;
 // cannot check and rename at once.
 [[nodiscard]] std::optional<bool> renameExclusively(const std::string& from, const std::string& to);
 
+// Exchanges two files or directories at once; false with errno on failure. Absent if the file
+// system cannot.
+[[nodiscard]] std::optional<bool> exchangeItems(const std::string& one, const std::string& other);
+
 // Copies a regular file, with all that the system's own copies keep, to a path that does not exist.
 // If this or a call below returns false, errno says why.
 [[nodiscard]] bool copyRegularFile(const std::string& from, const std::string& to);

@@ -30,6 +30,12 @@ bool failWith(int error) {
 // Tells from errno whether the file system does not store an attribute, which is then left out.
 bool isNotTaken() { return errno == EOPNOTSUPP || errno == EPERM || errno == ENOSYS; }
 
+std::optional<bool> renameAs(unsigned way, const std::string& from, const std::string& to) {
+  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), way) == 0) return true;
+  if (errno == EINVAL || errno == ENOSYS) return std::nullopt;
+  return false;
+}
+
 bool writeAt(int file, const char* bytes, std::size_t size, off_t at) {
   while (size > 0) {
     const auto written = ::pwrite(file, bytes, size, at);
@@ -141,9 +147,11 @@ bool checkUnchanged(int file, const struct stat& before) {
 }  // namespace
 
 std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
-  if (renameat2(AT_FDCWD, from.c_str(), AT_FDCWD, to.c_str(), RENAME_NOREPLACE) == 0) return true;
-  if (errno == EINVAL || errno == ENOSYS) return std::nullopt;
-  return false;
+  return renameAs(RENAME_NOREPLACE, from, to);
+}
+
+std::optional<bool> exchangeItems(const std::string& one, const std::string& other) {
+  return renameAs(RENAME_EXCHANGE, one, other);
 }
 
 bool copyRegularFile(const std::string& from, const std::string& to) {

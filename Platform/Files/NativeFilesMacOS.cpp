@@ -22,12 +22,20 @@ bool failedWith(const std::error_code& error) {
   return static_cast<bool>(error);
 }
 
+std::optional<bool> renameAs(unsigned way, const std::string& from, const std::string& to) {
+  if (renamex_np(from.c_str(), to.c_str(), way) == 0) return true;
+  if (errno == ENOTSUP || errno == EINVAL) return std::nullopt;
+  return false;
+}
+
 }  // namespace
 
 std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
-  if (renamex_np(from.c_str(), to.c_str(), RENAME_EXCL) == 0) return true;
-  if (errno == ENOTSUP || errno == EINVAL) return std::nullopt;
-  return false;
+  return renameAs(RENAME_EXCL, from, to);
+}
+
+std::optional<bool> exchangeItems(const std::string& one, const std::string& other) {
+  return renameAs(RENAME_SWAP, one, other);
 }
 
 // Keeps extended attributes, access lists and times, as every copy of the system does: they may

@@ -6,7 +6,9 @@
 
 #include_next <stdio.h>
 
-// rename(2); the number is that of the binding "libc" for Apple's systems.
+// rename(2); the numbers are those of the binding "libc" for Apple's systems.
+#undef RENAME_SWAP
+#define RENAME_SWAP 0x00000002
 #undef RENAME_EXCL
 #define RENAME_EXCL 0x00000004
 

@@ -12,6 +12,8 @@
 #include "Platform/Files/FileLock.h"
 #include "platform/TaskProcess.h"
 #include "support/Environment.h"
+#include "support/Patience.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr {
 namespace {
@@ -90,6 +92,22 @@ TEST_F(FileLocks, LockIsNotInheritedByAProcessThatIsStarted) {
   ASSERT_EQ(other.firstLine(), "waiting");
   lock.unlock();
   EXPECT_TRUE(FileLock::acquire(root, milliseconds(0)).isHeld());
+}
+
+TEST_F(FileLocks, LockIsThatOfTheFileWhichTookThePlaceOfAnother) {
+  std::filesystem::create_directory(root / "old");
+  std::filesystem::create_directory(root / "new");
+  auto old = FileLock::acquire(root / "old", milliseconds(0));
+  FileLock waiting = FileLock::acquire(root / "missing", milliseconds(0));
+  test::WatchedThread thread([&] { waiting = FileLock::acquire(root / "old", test::patience); });
+  EXPECT_TRUE(thread.waits());
+  std::filesystem::rename(root / "old", root / "gone");
+  std::filesystem::rename(root / "new", root / "old");
+  old.unlock();
+  thread.join();
+  EXPECT_TRUE(waiting.isHeld());
+  EXPECT_TRUE(FileLock::acquire(root / "old", milliseconds(0)).isTaken());
+  EXPECT_TRUE(FileLock::acquire(root / "gone", milliseconds(0)).isHeld());
 }
 
 TEST_F(FileLocks, LockNeedsSomethingToLock) {

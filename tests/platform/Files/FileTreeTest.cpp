@@ -26,6 +26,7 @@
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Files/FileError.h"
+#include "Platform/Files/FileLock.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
 #include "platform/TaskProcess.h"
@@ -314,6 +315,86 @@ TEST_F(FileTree, CopyLeavesWhatALiveProcessWorksOn) {
   worker.kill();
   EXPECT_EQ(said(removeItem(to)), "");
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"from"});
+}
+
+TEST_F(FileTree, ReplacementLeavesTheOldOneInUseUntilTheExchange) {
+  makeTree();
+  writeFile(to + "/old", "old");
+  {
+    ItemReplacement replacement;
+    EXPECT_EQ(said(replacement.prepare(from, to)), "");
+    EXPECT_EQ(namesIn(to), std::vector<std::string>{"old"});
+    EXPECT_EQ(namesIn(root).size(), 3U);
+    const FileLock lock = FileLock::acquire(to, milliseconds(0));
+    EXPECT_EQ(said(replacement.exchange()), "");
+    EXPECT_EQ(readFile(to + "/Contents/Linux/tool"), "tool");
+  }
+  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"from", "to"}));
+}
+
+TEST_F(FileTree, ReplacementThatIsNotExchangedLeavesNothing) {
+  makeTree();
+  writeFile(to + "/old", "old");
+  {
+    ItemReplacement replacement;
+    EXPECT_EQ(said(replacement.prepare(from, to)), "");
+  }
+  EXPECT_EQ(namesIn(to), std::vector<std::string>{"old"});
+  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"from", "to"}));
+}
+
+TEST_F(FileTree, ReplacementWithoutRoomLeavesTheOldOneAlone) {
+  giveToOrdinaryUser(root);
+  EXPECT_TRUE(asOrdinaryUser([this] {
+    makeTree();
+    writeFile(to + "/old", "old");
+    writeFile(from + "/large", std::string(100'000, 'x'));
+    signal(SIGXFSZ, SIG_IGN);
+    const rlimit limit{50'000, 50'000};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    ItemReplacement replacement;
+    return said(replacement.prepare(from, to)) == from + "/large: File too large";
+  }));
+  EXPECT_EQ(namesIn(to), std::vector<std::string>{"old"});
+}
+
+TEST_F(FileTree, ReplacementOfWhatCannotBeRemovedLeavesItInPlace) {
+  makeTree();
+  fs::path deep = to;
+  for (int level = 0; level < 257; ++level) deep /= "d";
+  fs::create_directories(deep);
+  ItemReplacement replacement;
+  EXPECT_EQ(said(replacement.prepare(from, to)), "");
+  EXPECT_EQ(said(removalObstacleOf(to)), said(replacement.exchange()));
+  EXPECT_NE(said(removalObstacleOf(to)), "");
+  EXPECT_TRUE(fs::exists(deep));
+  EXPECT_FALSE(fs::exists(to + "/Contents"));
+}
+
+TEST_F(FileTree, ReplacementTakesThePlaceOfAReadOnlyTreeAFileAndALink) {
+  giveToOrdinaryUser(root);
+  EXPECT_TRUE(asOrdinaryUser([this] {
+    makeTree();
+    writeFile(to + "/old", "old");
+    fs::permissions(to, fs::perms::owner_read | fs::perms::owner_exec);
+    writeFile(root / "file", "file");
+    fs::create_symlink("nowhere", root / "link");
+    bool holds = true;
+    for (const std::string& path : {to, (root / "file").string(), (root / "link").string()}) {
+      ItemReplacement replacement;
+      holds = holds && !replacement.prepare(from, path) && !replacement.exchange() &&
+              readFile(path + "/Contents/Linux/tool") == "tool";
+    }
+    return holds;
+  }));
+  EXPECT_EQ(namesIn(root), (std::vector<std::string>{"file", "from", "link", "to"}));
+}
+
+TEST_F(FileTree, ReplacementOfWhatIsGoneFails) {
+  makeTree();
+  ItemReplacement replacement;
+  EXPECT_EQ(said(replacement.prepare(from, to)), "");
+  EXPECT_EQ(said(replacement.exchange()), to + ": No such file or directory");
 }
 
 TEST_F(FileTree, RemoveTakesAwayFilesTreesAndLinks) {
