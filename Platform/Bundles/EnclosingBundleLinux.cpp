@@ -1,8 +1,17 @@
 #include "Platform/Bundles/EnclosingBundleLinux.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <array>
+#include <filesystem>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
+#include <ClientComm/Bundle.h>
+
+#include "Platform/Base/Descriptor.h"
 #include "Platform/Base/FreeMemoryLinux.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Bundles/DictionaryCacheLinux.h"
@@ -45,6 +54,13 @@ std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {
   return cache->at(path);
 }
 
+bool isScript(const std::string& path) {
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  std::array<char, 2> start{};
+  return file && ::read(file.get(), start.data(), start.size()) == 2 && start[0] == '#' &&
+         start[1] == '!';
+}
+
 // Applies the bounds for a host's own files.
 std::shared_ptr<const Dictionary> ownInformation(const std::string& path) {
   if (!isRegularFile(path)) return nullptr;
@@ -82,6 +98,18 @@ std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
 
 std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable) {
   return enclosingBundle(executable, ownInformation);
+}
+
+bool isApplication(const EnclosingBundle& bundle, std::string_view executable) {
+  const auto name = bundle.info->text(kCFBundleExecutableKey);
+  if (!name) return true;
+  const std::string own =
+      appendPathComponent(appendPathComponent(bundle.path, programFolder), *name);
+  const std::string place = placeOfExecutable(executable);
+  if (place == own) return true;
+  std::error_code error;
+  const auto resolved = std::filesystem::canonical(own, error);
+  return !error && (resolved == place || isScript(own));
 }
 
 std::string placeOfExecutable(std::string_view executable) {

@@ -9,8 +9,9 @@
 
 namespace qbdkr {
 
-// The path of the information in a bundle.
+// The path of the information in a bundle, and of the folder of its programs.
 inline constexpr std::string_view informationFile = "Contents/Info.plist";
+inline constexpr std::string_view programFolder = "Contents/Linux";
 
 // Returns the directory of a file: "" for a file in the root, "/" for a path without a slash.
 [[nodiscard]] std::string directoryOf(const std::string& file);
@@ -26,6 +27,11 @@ struct EnclosingBundle {
 
 // Does the same within the bounds for a host's own files, and without a cache.
 [[nodiscard]] std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable);
+
+// Tells whether a program of a bundle is its application: the one that CFBundleExecutable names,
+// and no crash reporter or tool beside it. If that one is a script, its process is the interpreter,
+// so any program counts; so it does if the bundle names none.
+[[nodiscard]] bool isApplication(const EnclosingBundle& bundle, std::string_view executable);
 
 // Returns the path of an executable, for the path that the system shows for a process that still
 // runs it. If its file was replaced since, returns the path before that.

@@ -45,7 +45,7 @@ class DirectoryBundle final : public NativeBundle {
   }
 
   [[nodiscard]] std::optional<std::string> executable(const std::string& name) const override {
-    std::string path = appendPathComponent(appendPathComponent(path_, "Contents/Linux"), name);
+    std::string path = appendPathComponent(appendPathComponent(path_, programFolder), name);
     if (!isRegularFile(path)) return std::nullopt;
     return path;
   }

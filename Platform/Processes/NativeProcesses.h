@@ -4,11 +4,14 @@
 
 #include <cstddef>
 #include <memory>
+#include <optional>
+#include <string>
 
 #include <ClientComm/Export.h>
 #include <ClientComm/PropertyList.h>
 #include <ClientComm/Status.h>
 
+#include "Platform/Base/Descriptor.h"
 #include "Platform/Processes/ProcessTable.h"
 
 namespace qbdkr {
@@ -25,5 +28,19 @@ namespace qbdkr {
 // Returns the information dictionary of the application that a process runs; null if it runs none.
 [[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
+
+// The application that a process runs.
+struct ProcessApplication {
+  std::string bundlePath;
+  std::shared_ptr<const PropertyList::Dictionary> info;  // never null
+};
+
+// Returns the application that a process runs; absent if it runs none, or another program of its
+// bundle.
+[[nodiscard]] std::optional<ProcessApplication> applicationOfProcess(pid_t processID);
+
+// Returns a descriptor that becomes readable when a process ends. Empty with errno on failure:
+// ESRCH if it has ended.
+[[nodiscard]] Descriptor endOfProcess(pid_t processID);
 
 }  // namespace qbdkr

@@ -1,6 +1,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -91,6 +92,17 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
   const auto executable = executableOfProcess(processID);
   const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
   return bundle ? bundle->info : nullptr;
+}
+
+std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
+  const auto executable = executableOfProcess(processID);
+  const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
+  if (!bundle || !isApplication(*bundle, *executable)) return std::nullopt;
+  return ProcessApplication{bundle->path, bundle->info};
+}
+
+Descriptor endOfProcess(pid_t processID) {
+  return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processID, 0)));
 }
 
 }  // namespace qbdkr

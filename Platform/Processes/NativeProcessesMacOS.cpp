@@ -1,4 +1,5 @@
 #include <ApplicationServices/ApplicationServices.h>
+#include <sys/event.h>
 #include <sys/sysctl.h>
 
 #include <algorithm>
@@ -83,6 +84,24 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
   auto dictionary = dictionaryFrom(information.get());
   if (!dictionary) return nullptr;
   return std::make_shared<const PropertyList::Dictionary>(*std::move(dictionary));
+}
+
+// The Process Manager knows applications alone, and says where their bundles lie.
+std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
+  ProcessSerialNumber number{};
+  if (getProcessForPID(processID, &number) != noErr) return std::nullopt;
+  auto info = copyProcessInformation(number);
+  if (!info) return std::nullopt;
+  auto path = info->text("BundlePath").value_or("");
+  return ProcessApplication{std::move(path), std::move(info)};
+}
+
+Descriptor endOfProcess(pid_t processID) {
+  Descriptor queue(::kqueue());
+  struct kevent exit {};
+  EV_SET(&exit, static_cast<uintptr_t>(processID), EVFILT_PROC, EV_ADD, NOTE_EXIT, 0, nullptr);
+  if (!queue || ::kevent(queue.get(), &exit, 1, nullptr, 0, nullptr) != 0) return Descriptor();
+  return queue;
 }
 
 }  // namespace qbdkr

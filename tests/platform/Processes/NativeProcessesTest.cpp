@@ -1,10 +1,12 @@
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <cstddef>
 #include <cstring>
 #include <filesystem>
@@ -16,9 +18,12 @@
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Processes/NativeProcesses.h"
+#include "Platform/Processes/RunningApplications.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "platform/TaskProcess.h"
 #include "support/Environment.h"
+#include "support/Patience.h"
+#include "support/WatchedThread.h"
 
 namespace qbdkr {
 namespace {
@@ -177,6 +182,100 @@ TEST_F(Application, ThatEndedIsInTheTableUntilItsParentKnowsButIsNoApplicationAn
   ASSERT_TRUE(record.has_value());
   EXPECT_STREQ(record->command, before->command);
   EXPECT_EQ(identifierOf(process->processID()), "(none)");
+}
+
+// Runs a program of a bundle whose application has another name.
+class ProgramOfABundle : public testing::Test {
+ protected:
+  // Returns the path of the bundle whose application the program is; "" if it is another program.
+  std::string applicationOf(const fs::path& program) {
+    putOwnExecutable(program);
+    TaskProcess process({"wait"}, program);
+    EXPECT_EQ(process.firstLine(), "waiting");
+    const auto application = applicationOfProcess(process.processID());
+    return application ? application->bundlePath : "";
+  }
+  void name(const std::string& executable) {
+    writeFile(bundle / "Contents/Info.plist",
+              xmlPropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.Acme.Sample"},
+                                                       {"CFBundleExecutable", executable}})
+                  .value());
+  }
+
+  TemporaryDirectory directory;
+  const fs::path bundle = fs::canonical(directory.path()) / "Sample.app";
+  const fs::path programs = bundle / "Contents/Linux";
+};
+
+TEST_F(ProgramOfABundle, IsTheApplicationThatTheBundleNames) {
+  name("Sample");
+  EXPECT_EQ(applicationOf(programs / "Sample"), bundle);
+}
+
+TEST_F(ProgramOfABundle, BesideTheApplicationIsNone) {
+  name("Sample");
+  putOwnExecutable(programs / "Sample");
+  EXPECT_EQ(applicationOf(programs / "CrashReporter"), "");
+  EXPECT_EQ(applicationOf(bundle / "Contents/Resources/Sample"), "");
+}
+
+TEST_F(ProgramOfABundle, BesideAnApplicationThatIsMissingIsNone) {
+  name("Sample");
+  EXPECT_EQ(applicationOf(programs / "CrashReporter"), "");
+}
+
+TEST_F(ProgramOfABundle, IsTheApplicationIfThatIsAScript) {
+  name("Sample");
+  writeFile(programs / "Sample", "#!/bin/sh\n");
+  EXPECT_EQ(applicationOf(programs / "interpreter"), bundle);
+}
+
+TEST_F(ProgramOfABundle, IsTheApplicationIfTheBundleNamesNone) {
+  writeFile(bundle / "Contents/Info.plist", "{CFBundleIdentifier = \"com.Acme.Sample\";}");
+  EXPECT_EQ(applicationOf(programs / "any"), bundle);
+}
+
+TEST_F(ProgramOfABundle, ThatALinkOfTheNameLeadsToIsTheApplication) {
+  name("Sample");
+  fs::create_directories(programs);
+  fs::create_symlink("../Frameworks/real", programs / "Sample");
+  EXPECT_EQ(applicationOf(bundle / "Contents/Frameworks/real"), bundle);
+}
+
+TEST_F(ProgramOfABundle, WithAFIFOInThePlaceOfTheApplicationDoesNotBlock) {
+  name("Sample");
+  fs::create_directories(programs);
+  ASSERT_EQ(mkfifo((programs / "Sample").c_str(), 0600), 0);
+  EXPECT_EQ(applicationOf(programs / "CrashReporter"), "");
+}
+
+TEST_F(Application, IsFoundByItsPathOrItsIdentifier) {
+  const std::vector<pid_t> it{process->processID()};
+  EXPECT_EQ(processesOfApplication("com.Acme.Sample", "/no/such.app"), it);
+  EXPECT_EQ(processesOfApplication("", path), it);
+  EXPECT_EQ(processesOfApplication("com.Acme.Other", path), it);
+  EXPECT_EQ(processesOfApplication("com.Acme.Other", "/no/such.app"), std::vector<pid_t>());
+  EXPECT_EQ(processesOfApplication("", "/no/such.app"), std::vector<pid_t>());
+}
+
+TEST_F(Application, EndIsAwaited) {
+  EXPECT_FALSE(waitForApplicationsEnd("", path, std::chrono::milliseconds(0)));
+  test::WatchedThread waiting(
+      [this] { EXPECT_TRUE(waitForApplicationsEnd("", path, test::patience)); });
+  EXPECT_TRUE(waiting.waits());
+  process->finish();
+}
+
+TEST_F(Application, EndOfNoneNeedsNoWait) {
+  EXPECT_TRUE(waitForApplicationsEnd("com.Acme.Other", "/no/such.app", test::patience));
+}
+
+TEST(EndOfProcess, OfNoneIsNotThere) {
+  const pid_t child = fork();
+  if (child == 0) _exit(0);
+  ASSERT_EQ(waitpid(child, nullptr, 0), child);
+  EXPECT_FALSE(endOfProcess(child));
+  EXPECT_EQ(errno, ESRCH);
 }
 
 }  // namespace

@@ -11,10 +11,12 @@
 
 // kqueue(2): filters, flags, units of a timer
 #define EVFILT_READ (-1)
+#define EVFILT_PROC (-5)
 #define EVFILT_TIMER (-7)
 #define EVFILT_MACHPORT (-8)
 #define EV_ADD 0x0001
 #define EV_ONESHOT 0x0010
+#define NOTE_EXIT 0x80000000u
 #define NOTE_USECONDS 0x00000002
 
 // kqueue(2). No page found packs it to 4 bytes; the layout is the same without.
