@@ -18,6 +18,10 @@ namespace {
 // not keep the others from starting.
 constexpr std::chrono::seconds deploymentPatience(30);
 
+// Another host may be opening the helper agent, and wait 10 s for it to check in.
+constexpr std::chrono::seconds openingPatience(15);
+constexpr std::chrono::seconds exitPatience(5);
+
 std::string describeBelow(const std::string& item, const FileError& error) {
   return error.path == item ? error.message : error.message + ": " + error.path;
 }
@@ -42,29 +46,41 @@ void HelperInstaller::install() {
   }
   const std::string installed = appendPathComponent(*directory, lastPathComponent(*resource));
   clearInterrupted(installed);
-  if (fileExists(installed) && !makeWayFor(*resource, installed)) return;
-  if (const auto error = copyItem(*resource, installed)) {
-    logFailedCopy(*error);
-    return;
-  }
+  if (fileExists(installed)) return replaceIfOlder(*resource, installed);
+  copy(*resource, installed);
+}
+
+void HelperInstaller::copy(const std::string& resource, const std::string& installed) {
+  if (const auto error = copyItem(resource, installed)) return logFailedCopy(*error);
   loggedFailure_ = 0;
 }
 
-bool HelperInstaller::makeWayFor(const std::string& resource, const std::string& installed) {
+// Copies first, while the older one is in use: a copy that cannot be made costs nothing.
+void HelperInstaller::replaceIfOlder(const std::string& resource, const std::string& installed) {
   const auto version = versionOfBundle(resource);
   const auto installedVersion = versionOfBundle(installed);
   if (compareVersion(view(version), view(installedVersion)) != 1) {
-    log("helper in conetent's version is lower");
-    return false;
+    return log("helper in conetent's version is lower");
   }
-  const auto identifier = configuration_.helperIdentifier();
-  if (system_.isRunning(view(identifier), installed)) askToExit_();
-  if (const auto error = removeItem(installed)) {
-    log("remove %@ error %@", {installed, describeBelow(installed, *error)});
-    return false;
+  ItemReplacement replacement;
+  auto failure = removalObstacleOf(installed);
+  if (!failure) {
+    if (const auto error = replacement.prepare(resource, installed)) return logFailedCopy(*error);
   }
+  // Keeps other hosts from opening the older one once more.
+  const auto lock = system_.lock(installed, openingPatience);
+  endRunning(installed);
+  if (!failure) failure = replacement.exchange();
+  if (failure) return log("remove %@ error %@", {installed, describeBelow(installed, *failure)});
+  loggedFailure_ = 0;
   log("helper version = %@", {view(version)});
-  return true;
+}
+
+void HelperInstaller::endRunning(const std::string& installed) {
+  const auto identifier = configuration_.helperIdentifier();
+  if (!system_.isRunning(view(identifier), installed)) return;
+  askToExit_();
+  system_.waitForEnd(view(identifier), installed, exitPatience);
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {

@@ -18,7 +18,7 @@ struct FileError;
 // Any thread.
 class HelperInstaller {
  public:
-  // Calls askToExit before it replaces a running helper agent, and does not wait for the exit.
+  // Calls askToExit before it replaces a running helper agent, and waits for the exit, 5 s at most.
   HelperInstaller(HostConfiguration configuration, SystemCalls system,
                   std::function<void()> askToExit);
 
@@ -26,8 +26,9 @@ class HelperInstaller {
   void install();
 
  private:
-  // Removes an older installed copy. False if the copy stays.
-  bool makeWayFor(const std::string& resource, const std::string& installed);
+  void copy(const std::string& resource, const std::string& installed);
+  void replaceIfOlder(const std::string& resource, const std::string& installed);
+  void endRunning(const std::string& installed);
   void logFailedCopy(const FileError& error);
 
   HostConfiguration configuration_;

@@ -17,10 +17,10 @@ bool HelperLauncher::launch() {
   if (!installed) return false;
   if (!fileExists(*installed)) install_();
   const auto identifier = configuration_.helperIdentifier();
-  if (!system_.isRunning(view(identifier), *installed)) return system_.open(*installed);
-  // Another host may be opening it, and then a start request would not reach it yet.
-  system_.waitWhileOpened(*installed);
-  return true;
+  const auto isRunning = [&] { return system_.isRunning(view(identifier), *installed); };
+  if (!isRunning()) return system_.open(*installed);
+  // Another host may be opening or replacing it, and then a start request would be lost.
+  return system_.keepOpen(*installed) || isRunning();
 }
 
 }  // namespace qbdkr

@@ -222,6 +222,12 @@ bool QBHPHelperCommunicate::launchHelepr() {
   return true;
 }
 
+std::optional<std::chrono::steady_clock::time_point> QBHPHelperCommunicate::launchPausedUntil()
+    const {
+  const auto installed = parts_->host.installedHelper();
+  return installed ? openingPausedUntil(*installed) : std::nullopt;
+}
+
 String QBHPHelperCommunicate::getVersionByBundlePath(Text bundlePath) {
   return versionOfBundle(std::string(bundlePath.value_or("")));
 }

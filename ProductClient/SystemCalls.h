@@ -9,6 +9,7 @@
 #include <ClientComm/TextValue.h>
 
 #include "Platform/Files/FileLock.h"
+#include "Platform/Processes/RunningApplications.h"
 #include "Platform/Workspace/Workspace.h"
 #include "ProductClient/DetachedThread.h"
 
@@ -21,7 +22,14 @@ struct SystemCalls {
     return QBHPProcessList::share().applicationIsRunning(identifier, path);
   };
   std::function<bool(const std::string& path)> open = openFile;
-  std::function<void(const std::string& path)> waitWhileOpened = qbdkr::waitWhileOpened;
+  // Does the same for an application that runs, but may be starting or ending just now.
+  std::function<bool(const std::string& path)> keepOpen = openFile;
+  std::function<bool(Text bundleIdentifier, const std::string& path,
+                     std::chrono::milliseconds patience)>
+      waitForEnd =
+          [](Text identifier, const std::string& path, std::chrono::milliseconds patience) {
+            return waitForApplicationsEnd(identifier.value_or(""), path, patience);
+          };
   std::function<FileLock(const std::string& path, std::chrono::milliseconds patience)> lock =
       FileLock::acquire;
   std::function<std::time_t()> now = [] {

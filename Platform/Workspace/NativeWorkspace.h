@@ -1,11 +1,32 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
+
 #include <ClientComm/Bundle.h>
+
+#include "Platform/Base/Descriptor.h"
 
 namespace qbdkr {
 
-// The system's part of openFile(): starts an application that is not running. The caller holds the
-// lock of its bundle, if the file system has locks.
-[[nodiscard]] bool openApplication(const Bundle& bundle);
+// The state of an application after a wait: events reach it, or it runs and they do not, or it has
+// ended.
+enum class Presence { reachable, running, ended };
+
+// An application that was started.
+struct Opening {
+  Presence presence = Presence::running;
+  Descriptor end;  // readable when its process has ended; may be empty
+};
+
+// The system's part of openFile(): starts an application that is not running, and waits until it
+// can be reached, 10 s at most. Absent if it cannot be executed. The caller holds the lock of its
+// bundle, if the file system has locks.
+[[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle);
+
+// Waits until an application that runs can be reached or has ended. It is reachable at once if the
+// system cannot tell.
+[[nodiscard]] Presence awaitPresence(const Bundle& bundle, const Descriptor& end,
+                                     std::chrono::steady_clock::time_point deadline);
 
 }  // namespace qbdkr

@@ -3,6 +3,9 @@
 #include <array>
 #include <chrono>
 #include <memory>
+#include <optional>
+#include <string>
+#include <utility>
 
 #include <ClientComm/Bundle.h>
 
@@ -23,8 +26,8 @@ int millisecondsUntil(Clock::time_point deadline) {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
-bool hasEnded(const DetachedProcess& process) {
-  pollfd state{process.ended.get(), POLLIN, 0};
+bool hasEnded(const Descriptor& end) {
+  pollfd state{end.get(), POLLIN, 0};
   return ::poll(&state, 1, 0) > 0;
 }
 
@@ -44,21 +47,24 @@ class CheckIn {
     if (!watched) bus_.reset();
   }
 
-  // True once the name has an owner; false if the process ends before that, or the deadline passes.
-  bool wait(const DetachedProcess& process, Clock::time_point deadline) {
+  [[nodiscard]] bool isPossible() const { return static_cast<bool>(bus_); }
+
+  // Waits until the name has an owner, the process ends, or the deadline passes.
+  Presence wait(const Descriptor& end, Clock::time_point deadline) {
     while (!done_) {
       const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
       if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
       if (result != 0) continue;
-      if (hasEnded(process) || Clock::now() >= deadline) return false;
-      std::array<pollfd, 2> events{{{process.ended.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+      if (hasEnded(end)) return Presence::ended;
+      if (Clock::now() >= deadline) return Presence::running;
+      std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
       if (bus_) {
         events[1].fd = sd_bus_get_fd(bus_.get());
         events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
       }
       ::poll(events.data(), events.size(), millisecondsUntil(deadline));
     }
-    return true;
+    return Presence::reachable;
   }
 
  private:
@@ -84,18 +90,32 @@ class CheckIn {
   bool done_ = false;
 };
 
+std::optional<std::string> busNameOf(const Bundle& bundle) {
+  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
+  return identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
+}
+
 }  // namespace
 
-bool openApplication(const Bundle& bundle) {
+std::optional<Opening> openApplication(const Bundle& bundle) {
   const auto executable = bundle.executablePath();
-  if (!executable) return false;
-  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
-  const auto process = startDetached(*executable);
-  if (!process) return false;
-  const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
-  if (!name) return !hasEnded(*process);
-  const auto deadline = Clock::now() + checkInPatience;
-  return CheckIn(*name).wait(*process, deadline) || !hasEnded(*process);
+  if (!executable) return std::nullopt;
+  auto process = startDetached(*executable);
+  if (!process) return std::nullopt;
+  Opening opening{Presence::running, std::move(process->ended)};
+  if (const auto name = busNameOf(bundle)) {
+    opening.presence = CheckIn(*name).wait(opening.end, Clock::now() + checkInPatience);
+  } else if (hasEnded(opening.end)) {
+    opening.presence = Presence::ended;
+  }
+  return opening;
+}
+
+Presence awaitPresence(const Bundle& bundle, const Descriptor& end, Clock::time_point deadline) {
+  const auto name = busNameOf(bundle);
+  if (!name) return Presence::reachable;
+  CheckIn checkIn(*name);
+  return checkIn.isPossible() ? checkIn.wait(end, deadline) : Presence::reachable;
 }
 
 }  // namespace qbdkr

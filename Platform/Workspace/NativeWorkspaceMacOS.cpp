@@ -6,14 +6,22 @@
 namespace qbdkr {
 
 // Without the flag for asynchronous launches the call returns when the application has been
-// launched. A helper agent takes no focus from the host, and no place in a menu.
-bool openApplication(const Bundle& bundle) {
+// launched, or has ended before that. A helper agent takes no focus from the host, and no place in
+// a menu.
+std::optional<Opening> openApplication(const Bundle& bundle) {
   const auto url = directoryURL(bundle.bundlePath());
-  if (!url) return false;
+  if (!url) return std::nullopt;
   LSLaunchURLSpec launch{};
   launch.appURL = url.get();
   launch.launchFlags = kLSLaunchDontAddToRecents | kLSLaunchDontSwitch;
-  return LSOpenFromURLSpec(&launch, nullptr) == ::noErr;
+  const bool isOpen = LSOpenFromURLSpec(&launch, nullptr) == ::noErr;
+  return Opening{isOpen ? Presence::reachable : Presence::ended, Descriptor()};
+}
+
+// The system keeps the events for an application that is starting.
+Presence awaitPresence(const Bundle& /*bundle*/, const Descriptor& /*end*/,
+                       std::chrono::steady_clock::time_point /*deadline*/) {
+  return Presence::reachable;
 }
 
 }  // namespace qbdkr

@@ -26,18 +26,15 @@ class Openings::TurnEnd {
   Turn& turn_;
 };
 
-std::optional<Openings::Outcome> Openings::join(const std::string& bundlePath,
-                                                Clock::time_point deadline,
-                                                const std::function<Outcome()>& work) {
+bool Openings::join(const std::string& bundlePath, Clock::time_point deadline,
+                    const std::function<bool()>& work) {
   const auto own = std::make_shared<Turn>();
   {
     std::unique_lock lock(mutex_);
     auto& turn = turns_[bundlePath];
     if (turn && turn->process == own->process) {
       const auto other = turn;
-      if (!other->ended.wait_until(lock, deadline, [&] { return other->hasEnded; })) {
-        return std::nullopt;
-      }
+      other->ended.wait_until(lock, deadline, [&] { return other->hasEnded; });
       return other->outcome;
     }
     turn = own;

@@ -1,34 +1,64 @@
 #include "Platform/Workspace/Workspace.h"
 
+#include <cerrno>
 #include <chrono>
+#include <optional>
+#include <utility>
 
 #include <ClientComm/Bundle.h>
 
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Files/FileLock.h"
-#include "Platform/Files/Files.h"
+#include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Processes/RunningApplications.h"
 #include "Platform/Workspace/NativeWorkspace.h"
+#include "Platform/Workspace/OpeningHistory.h"
 #include "Platform/Workspace/Openings.h"
 
 namespace qbdkr {
 namespace {
 
-using Outcome = Openings::Outcome;
+using Clock = OpeningHistory::Clock;
 
 // The holder of the lock waits 10 s for a check-in itself.
 constexpr std::chrono::seconds lockPatience(15);
 // Longer than one thread waits for the lock and the check-in.
 constexpr std::chrono::seconds turnPatience(30);
+// A helper agent that was asked to exit has this long, as in an upgrade.
+constexpr std::chrono::seconds presencePatience(5);
 
 Openings& openings() {
   static NeverDestroyed instance([] { return Openings(); });
   return *instance;
 }
 
+OpeningHistory& history() {
+  static NeverDestroyed instance([] { return OpeningHistory(); });
+  return *instance;
+}
+
+// Tells whether the application runs. If it is starting or ending by itself, waits until it can be
+// reached or has ended.
 bool isRunning(const Bundle& bundle) {
-  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
-  return identifier && isApplicationRunning(*identifier, fetchProcessTable());
+  const auto identifier = bundle.infoString(kCFBundleIdentifierKey).value_or("");
+  const auto deadline = Clock::now() + presencePatience;
+  for (;;) {
+    const auto processes = processesOfApplication(identifier, bundle.bundlePath());
+    if (processes.empty()) return history().isRunning(bundle.bundlePath());
+    const auto end = endOfProcess(processes.front());
+    if (!end && errno == ESRCH) continue;
+    if (!end || awaitPresence(bundle, end, deadline) != Presence::ended) return true;
+  }
+}
+
+bool start(const Bundle& bundle) {
+  const auto began = Clock::now();
+  if (history().pausedUntil(bundle.bundlePath(), began)) return false;
+  auto opening = openApplication(bundle);
+  if (!opening) return false;
+  const bool isOpen = opening->presence != Presence::ended;
+  history().add(bundle.bundlePath(), std::move(*opening), began);
+  return isOpen;
 }
 
 // Opens it in one process at a time: the next process finds the application running. A process that
@@ -38,26 +68,18 @@ bool openAlone(const std::string& bundlePath) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   if (!bundle) return false;
-  return isRunning(*bundle) || (!lock.isTaken() && openApplication(*bundle));
+  return isRunning(*bundle) || (!lock.isTaken() && start(*bundle));
 }
 
 }  // namespace
 
 bool openFile(const std::string& bundlePath) {
-  const auto deadline = Openings::Clock::now() + turnPatience;
-  for (;;) {
-    const auto outcome = openings().join(bundlePath, deadline, [&] {
-      return openAlone(bundlePath) ? Outcome::opened : Outcome::failed;
-    });
-    if (outcome != Outcome::awaited) return outcome == Outcome::opened;
-  }
+  return openings().join(bundlePath, Clock::now() + turnPatience,
+                         [&] { return openAlone(bundlePath); });
 }
 
-void waitWhileOpened(const std::string& bundlePath) {
-  openings().join(bundlePath, Openings::Clock::now() + turnPatience, [&] {
-    [[maybe_unused]] const auto lock = FileLock::acquire(bundlePath, lockPatience);
-    return Outcome::awaited;
-  });
+std::optional<Clock::time_point> openingPausedUntil(const std::string& bundlePath) {
+  return history().pausedUntil(bundlePath, Clock::now());
 }
 
 }  // namespace qbdkr

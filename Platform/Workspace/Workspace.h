@@ -1,22 +1,30 @@
 #pragma once
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 #include <ClientComm/Export.h>
 
 namespace qbdkr {
 
-// Opens an application bundle: starts it, detached from this process, unless an application of its
-// identifier is running or being opened already, from any process. Blocks until the application can
-// be reached, or for 10 s; before that, for 15 s at most while another process opens it. If another
-// thread of this process is at the same bundle, waits for that thread, 30 s at most, and takes its
-// outcome. False if it is not running and cannot be executed, ends before it can be reached, or is
-// locked by another process all that time. Any thread.
+// Makes sure that an application is open: starts it, detached from this process, unless it is
+// running or being opened already, from any process. It is running if any process runs an
+// application of its identifier, or its own executable, or was started from it by this process. If
+// it is just starting or ending by itself, waits for that, 5 s at most, and starts it again after
+// its end.
+//
+// Blocks until the application can be reached, or for 10 s; before that, for 15 s at most while
+// another process opens or replaces it. If another thread of this process is at the same bundle,
+// waits for that thread, 30 s at most, and takes its outcome. False if it is not running and cannot
+// be executed, ends before it can be reached, is locked by another process all that time, or is
+// held back because it keeps ending. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
 
-// Waits while any process or thread is opening an application bundle, whose application may run but
-// not be reachable yet: 15 s at most for another process, 30 s for a thread of this one. Returns at
-// once if the bundle is not being opened. Any thread.
-QBDKR_EXPORT void waitWhileOpened(const std::string& bundlePath);
+// Returns the time before which openFile() does not start an application, because it ended before
+// it could be reached, five times within 10 s. The first pause takes 1 s, each further one twice as
+// long, up to 60 s. Absent if the application may be started. Does not wait. Any thread.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::chrono::steady_clock::time_point> openingPausedUntil(
+    const std::string& bundlePath);
 
 }  // namespace qbdkr

@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <memory>
+#include <optional>
 #include <string_view>
 
 #include <ClientComm/Export.h>
@@ -96,17 +98,26 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // --- Deployment and launch --------------------------------------------------------------------
 
   // Installs the helper agent from the host's resources, or replaces an older installed one. A
-  // failure is not reported, only logged with its path and error. Blocks for the file operations,
-  // and 30 s at most while another thread or process deploys into the same directory; if that takes
-  // longer, nothing is deployed.
+  // failure is not reported, only logged with its path and error. An older one is in use until the
+  // copy of the new one is made: it is asked to exit only then, and exchanged when it has ended. A
+  // copy that cannot be made leaves it as it is. Blocks for the file operations; 30 s at most while
+  // another thread or process deploys into the same directory, and if that takes longer, nothing is
+  // deployed; 15 s at most while another process opens the older one; and 5 s at most for its exit.
   void extractHelper();
 
   // Opens the helper agent unless it runs, then calls startHelper(). False if its name or directory
-  // is missing, or it cannot be opened. Blocks as extractHelper() does if it is not installed; 15 s
-  // at most while another process opens it; 10 s at most until it can be reached; and as
-  // startHelper() does. If several threads launch it at once, one opens it, and the others wait for
-  // that thread, 30 s at most, and take its outcome.
+  // is missing, or it cannot be opened, or is not opened until launchPausedUntil(). Blocks as
+  // extractHelper() does if it is not installed; 15 s at most while another process opens it; 10 s
+  // at most until it can be reached; 5 s at most if it runs, but is just starting or ending by
+  // itself; and as startHelper() does. If several threads launch it at once, one opens it, and the
+  // others wait for that thread, 30 s at most, and take its outcome.
   bool launchHelepr();
+
+  // Returns the time before which this process does not open the helper agent again, because it
+  // ended before it could be reached, five times within 10 s. The pause takes 1 s at first, twice
+  // as long after each further such end, and 60 s at most. Absent if it may be opened. Does not
+  // wait.
+  [[nodiscard]] std::optional<std::chrono::steady_clock::time_point> launchPausedUntil() const;
 
   // Returns the CFBundleVersion of a bundle; absent if the path is not a directory, or the version
   // is missing. Blocks for the file.

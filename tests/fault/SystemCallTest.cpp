@@ -304,8 +304,7 @@ const std::vector<Scenario>& scenarios() {
            },
        .words = share,
        .expectDone = expectInstalled,
-       .fewestPoints = 40,
-       .mayBeMissing = &Site::installed},
+       .fewestPoints = 40},
       {.name = "FirstSettings",
        .prepare = [](const Site&) {},
        .words =

@@ -4,6 +4,7 @@
 //   exit-for-now    does so until a file TRANSCRIPT.settled exists
 //   never-check-in  runs, but does not come to the bus before SIGUSR1
 //   stubborn        does not end when it is asked to
+//   slow-exit       leaves the bus when it is asked to end, and ends at SIGUSR1
 //   mute            answers no query before SIGUSR1
 // It ends when the process that QBDKR_PROBE_OWNER names ends, so that no test leaves one behind.
 
@@ -105,6 +106,12 @@ int main() {
 
   qbdkr::RPCTransport::shared().setHandler(handle);
   qbdkr::RunLoop::main().run();
+  if (mode == "slow-exit") {
+    qbdkr::RPCTransport::shared().removeHandler();
+    qbdkr::RunLoop::main().dispatch();
+    record("leaves");
+    waitForRelease();
+  }
   record("ends");
   return 0;
 }

@@ -343,6 +343,8 @@ const std::map<std::string, Command>& commands() {
          communicator().extractHelper();
          return "done";
        }},
+      {"is-paused",
+       [](const Words&) { return yesOrNo(communicator().launchPausedUntil().has_value()); }},
       {"launch", [](const Words&) { return yesOrNo(communicator().launchHelepr()); }},
       {"restart",
        [](const Words&) { return std::to_string(communicator().restartHelperInThread()); }},

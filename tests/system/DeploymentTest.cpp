@@ -4,6 +4,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <chrono>
 #include <filesystem>
 #include <string>
 
@@ -121,12 +122,103 @@ TEST(Deployment, RunningHelperThatObeysTheExitRequestIsReplacedByTheNewOne) {
   const auto bundle = scene.makeHost("NewHost", "1.0.1");
   const auto host = scene.start(bundle);
   host->call("share");
-  ASSERT_TRUE(oldHelper.comesWithin(patience)) << "the old helper did not end";
-  EXPECT_EQ(host->call("restart"), "0");
+  // Without a check, and without a second helper agent at any time.
   scene.transcript().waitFor({" started version 1.0.1"});
+  scene.transcript().waitForCount("start:prodeuctVersion: from ", 2);
+  EXPECT_TRUE(oldHelper.comesWithin(std::chrono::seconds(0))) << "the old helper did not end";
   EXPECT_EQ(scene.transcript().count(" started version"), 2U);
   EXPECT_EQ(treeDigest(scene.installedHelper()), treeDigest(helperOf(bundle)));
   EXPECT_GT(scene.helperProcess(), 0);
+}
+
+TEST(Deployment, HelperThatTakesItsTimeToExitIsAwaited) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "slow-exit";
+  scene.startAndShare(scene.makeHost("OldHost", "1.0"))->quit();
+  const pid_t oldHelper = scene.helperProcess();
+  const auto host = scene.start(scene.makeHost("NewHost", "1.1"));
+  host->call("share");
+  scene.transcript().waitFor({" leaves"});
+  EXPECT_EQ(host->call("version " + scene.installedHelper().string()), "1.0");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+  ::kill(oldHelper, SIGUSR1);
+  scene.transcript().waitFor({" started version 1.1"});
+}
+
+TEST(Deployment, HelperThatIgnoresTheExitRequestIsReplacedAfterFiveSeconds) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";
+  scene.startAndShare(scene.makeHost("OldHost", "1.0"))->quit();
+  const auto host = scene.start(scene.makeHost("NewHost", "1.1"));
+  const auto begin = std::chrono::steady_clock::now();
+  host->call("extract");
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(5));
+  EXPECT_EQ(host->call("version " + scene.installedHelper().string()), "1.1");
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U) << "a second helper process";
+}
+
+TEST(Deployment, CheckOfAnotherHostDuringTheHandOverDoesNotOpenTheOldOneAgain) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "slow-exit";
+  const auto oldHost = scene.startAndShare(scene.makeHost("OldHost", "1.0"));
+  const pid_t oldHelper = scene.helperProcess();
+  const auto host = scene.start(scene.makeHost("NewHost", "1.1"));
+  host->call("share");
+  scene.transcript().waitFor({" leaves"});
+  const auto check = oldHost->begin("restart");
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "yes");
+  ::kill(oldHelper, SIGUSR1);
+  EXPECT_EQ(oldHost->finish(check), "0");
+  scene.transcript().waitFor({" started version 1.1"});
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+}
+
+TEST(Deployment, HelperOnItsWayOutIsAwaitedAndOpenedAgain) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "slow-exit";
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const pid_t helper = scene.helperProcess();
+  host->call("send " + scene.helperID() + " QBHPHelperControl exitHelper:productVersion: 7 1");
+  scene.transcript().waitFor({" leaves"});
+  const auto launch = host->begin("launch");
+  for (int i = 0; i < 10; ++i) EXPECT_EQ(host->call("running " + scene.helperID()), "yes");
+  EXPECT_FALSE(host->hasFinished(launch));
+  ::kill(helper, SIGUSR1);
+  EXPECT_EQ(host->finish(launch), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+  scene.transcript().waitForCount("start:prodeuctVersion:", 2);
+}
+
+TEST(Deployment, HelperWithoutAnIdentifierIsOpenedOnce) {
+  Scene scene;
+  auto helper = scene.makeHelper("1.0", scene.installDirectory());
+  helper.setKeys({{"CFBundleIdentifier", ""}});
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+  EXPECT_EQ(Scene::processesIn(scene.installDirectory()).size(), 1U);
+}
+
+TEST(Deployment, HelperWithAnotherIdentifierThanIsAskedForIsOpenedOnce) {
+  Scene scene;
+  auto helper = scene.makeHelper("1.0", scene.installDirectory());
+  helper.setKeys({{"CFBundleIdentifier", scene.identifier("Other")}});
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
+TEST(Deployment, WorkerOfTheBundleDoesNotPassForTheHelper) {
+  Scene scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  scene.killHelper(*host);
+  const auto worker = scene.installedHelper() / "Contents/Linux/worker";
+  fs::copy_file("/bin/sleep", worker);
+  const ChildProcess working({worker.string(), "60"}, scene.options());
+  EXPECT_EQ(host->call("running " + scene.helperID()), "no");
+  EXPECT_EQ(host->call("restart"), "0");
+  scene.transcript().waitForCount(" started version", 2);
 }
 
 // A helper agent that ran as another user leaves a directory of that user in the copy.

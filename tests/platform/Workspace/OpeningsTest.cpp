@@ -4,9 +4,9 @@
 
 #include <chrono>
 #include <cstddef>
+#include <deque>
 #include <future>
 #include <memory>
-#include <optional>
 #include <stdexcept>
 #include <string>
 #include <thread>
@@ -20,16 +20,15 @@ namespace qbdkr::test {
 namespace {
 
 using Clock = Openings::Clock;
-using Outcome = Openings::Outcome;
 
 const std::string path = "/one.app";
 
 Clock::time_point never() { return Clock::now() + patience; }
 Clock::time_point atOnce() { return Clock::now(); }
 
-Outcome notWanted() {
+bool notWanted() {
   ADD_FAILURE() << "a second thread was at it";
-  return Outcome::failed;
+  return false;
 }
 
 // Runs a thread that works on a bundle until it is told its outcome.
@@ -47,10 +46,10 @@ class Leader {
   Leader(const Leader&) = delete;
   Leader& operator=(const Leader&) = delete;
   ~Leader() {
-    if (thread_.joinable()) finish(Outcome::failed);
+    if (thread_.joinable()) finish(false);
   }
 
-  std::optional<Outcome> finish(Outcome outcome) {
+  bool finish(bool outcome) {
     outcome_.set_value(outcome);
     thread_.join();
     return result_;
@@ -58,8 +57,8 @@ class Leader {
 
  private:
   std::promise<void> begun_;
-  std::promise<Outcome> outcome_;
-  std::optional<Outcome> result_;
+  std::promise<bool> outcome_;
+  bool result_ = false;
   std::thread thread_;
 };
 
@@ -76,43 +75,43 @@ class Others {
     for (const auto& thread : threads_) EXPECT_TRUE(thread->waits());
   }
 
-  std::vector<std::optional<Outcome>> outcomes() {
+  std::deque<bool> outcomes() {
     threads_.clear();
     return outcomes_;
   }
 
  private:
-  std::vector<std::optional<Outcome>> outcomes_;
+  std::deque<bool> outcomes_;
   std::vector<std::unique_ptr<WatchedThread>> threads_;
 };
 
-TEST(Openings, TheOnlyThreadDoesTheWorkAndHasItsOutcome) {
+TEST(Openings, TheOnlyThreadDoesTheWorkAndHasItsbool) {
   Openings openings;
-  for (const Outcome outcome : {Outcome::opened, Outcome::failed, Outcome::awaited}) {
+  for (const bool outcome : {true, false}) {
     EXPECT_EQ(openings.join(path, atOnce(), [outcome] { return outcome; }), outcome);
   }
 }
 
-TEST(Openings, TheOthersTakeTheOutcomeOfTheOneThatIsAtIt) {
-  for (const Outcome outcome : {Outcome::opened, Outcome::failed, Outcome::awaited}) {
+TEST(Openings, TheOthersTakeTheboolOfTheOneThatIsAtIt) {
+  for (const bool outcome : {true, false}) {
     Openings openings;
     Leader leader(openings);
     Others others(openings);
     EXPECT_EQ(leader.finish(outcome), outcome);
-    EXPECT_EQ(others.outcomes(), std::vector<std::optional<Outcome>>(Others::count, outcome));
+    EXPECT_EQ(others.outcomes(), std::deque<bool>(Others::count, outcome));
   }
 }
 
 TEST(Openings, TheNextOneAfterwardsDoesTheWorkAnew) {
   Openings openings;
-  Leader(openings).finish(Outcome::failed);
-  EXPECT_EQ(openings.join(path, atOnce(), [] { return Outcome::opened; }), Outcome::opened);
+  Leader(openings).finish(false);
+  EXPECT_EQ(openings.join(path, atOnce(), [] { return true; }), true);
 }
 
 TEST(Openings, AnotherBundleIsNoneOfItsBusiness) {
   Openings openings;
   const Leader leader(openings);
-  EXPECT_EQ(openings.join("/other.app", atOnce(), [] { return Outcome::opened; }), Outcome::opened);
+  EXPECT_EQ(openings.join("/other.app", atOnce(), [] { return true; }), true);
 }
 
 TEST(Openings, ForkedChildDoesNotWaitForAThreadOfItsParent) {
@@ -124,36 +123,35 @@ TEST(Openings, ForkedChildDoesNotWaitForAThreadOfItsParent) {
     alarm(20);
     bool holds = true;
     for (int i = 0; i < 2; ++i) {
-      holds &= openings.join(path, never(), [] { return Outcome::opened; }) == Outcome::opened;
+      holds &= openings.join(path, never(), [] { return true; }) == true;
     }
     _exit(holds ? 0 : 1);
   }
   int status = -1;
   ASSERT_EQ(waitpid(child, &status, 0), child);
   EXPECT_EQ(status, 0);
-  EXPECT_EQ(leader.finish(Outcome::failed), Outcome::failed);
-  EXPECT_EQ(others.outcomes(), std::vector<std::optional<Outcome>>(Others::count, Outcome::failed));
+  EXPECT_EQ(leader.finish(false), false);
+  EXPECT_EQ(others.outcomes(), std::deque<bool>(Others::count, false));
 }
 
-TEST(Openings, AtTheDeadlineThereIsNoOutcome) {
+TEST(Openings, AtTheDeadlineThereIsNobool) {
   Openings openings;
   Leader leader(openings);
-  EXPECT_EQ(openings.join(path, atOnce(), notWanted), std::nullopt);
-  EXPECT_EQ(leader.finish(Outcome::opened), Outcome::opened);
+  EXPECT_FALSE(openings.join(path, atOnce(), notWanted));
+  EXPECT_EQ(leader.finish(true), true);
 }
 
 TEST(Openings, WorkThatThrowsHasFailedForTheOthersAndEndsItsTurn) {
   Openings openings;
   std::unique_ptr<Others> others;
   EXPECT_THROW(openings.join(path, never(),
-                             [&]() -> Outcome {
+                             [&]() -> bool {
                                others = std::make_unique<Others>(openings);
                                throw std::runtime_error("raised");
                              }),
                std::runtime_error);
-  EXPECT_EQ(others->outcomes(),
-            std::vector<std::optional<Outcome>>(Others::count, Outcome::failed));
-  EXPECT_EQ(openings.join(path, atOnce(), [] { return Outcome::opened; }), Outcome::opened);
+  EXPECT_EQ(others->outcomes(), std::deque<bool>(Others::count, false));
+  EXPECT_EQ(openings.join(path, atOnce(), [] { return true; }), true);
 }
 
 }  // namespace

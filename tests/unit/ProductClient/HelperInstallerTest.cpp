@@ -5,8 +5,10 @@
 #include <chrono>
 #include <filesystem>
 #include <iterator>
+#include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include <ClientComm/Bundle.h>
@@ -184,20 +186,41 @@ TEST_F(Deployment, RunningHelperIsNotAskedWhenItIsKept) {
   });
 }
 
-TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
-  // The name is too long to be moved aside, which fails for root as well.
-  const std::string name(240, 'n');
-  Dictionary info = informationWithHelper();
-  info.set("Helepr App name", name);
-  withUsedHost(info, [&](const Host& host) {
-    const fs::path target = installed(host).parent_path() / (name + ".app");
-    writeHelper(host.resources() / (name + ".app"), "1.1", "new");
-    writeHelper(target, "1.0", "old");
-    communicator();
-    CapturedLog log;
+TEST_F(Deployment, RunningHelperIsAwaitedFiveSecondsAfterTheCopyAndBeforeTheExchange) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
+    writeHelper(resource(host), "1.1");
+    std::size_t askedToExit = 0;
+    bool oldOneIsInstalled = false;
+    bool isCopied = false;
+    bool isLocked = false;
+    workspace.onWaitForEnd = [&](const std::string& path) {
+      askedToExit = transport.countOf("exitHelper:productVersion:");
+      oldOneIsInstalled = versionOf(path) == "1.0";
+      isLocked = FileLock::acquire(path, std::chrono::seconds(0)).isTaken();
+      for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path())) {
+        isCopied = isCopied || versionOf(entry.path() / "item") == "1.1";
+      }
+    };
     communicator().extractHelper();
-    EXPECT_EQ(log.lines(), Lines{"remove " + target.string() + " error File name too long"});
-    EXPECT_EQ(readFile(target / "Contents/content"), "old");
+    EXPECT_EQ(workspace.awaited(), (std::vector<std::pair<std::string, std::chrono::milliseconds>>{
+                                       {installed(host).string(), std::chrono::seconds(5)}}));
+    EXPECT_EQ(askedToExit, 1U);
+    EXPECT_TRUE(oldOneIsInstalled);
+    EXPECT_TRUE(isCopied);
+    EXPECT_TRUE(isLocked);
+    EXPECT_EQ(versionOf(installed(host)), "1.1");
+  });
+}
+
+TEST_F(Deployment, HelperThatDoesNotRunIsNotAwaited) {
+  withUsedHost(informationWithHelper(), [this](const Host& host) {
+    writeHelper(resource(host), "1.1");
+    writeHelper(installed(host), "1.0");
+    communicator().extractHelper();
+    EXPECT_TRUE(workspace.awaited().empty());
+    EXPECT_EQ(versionOf(installed(host)), "1.1");
   });
 }
 
@@ -316,6 +339,32 @@ TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
     EXPECT_TRUE(communicator().launchHelepr());
     EXPECT_TRUE(workspace.opened().empty());
     EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Deployment, LaunchOfARunningHelperWaitsInCaseItIsStartingOrEnding) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
+    workspace.keepAnswer = [&](const std::string&) {
+      EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 0U);
+      return false;  // such as for a bundle whose files are gone
+    };
+    EXPECT_TRUE(communicator().launchHelepr());
+    EXPECT_EQ(workspace.kept(), std::vector<std::string>{installed(host).string()});
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
+  });
+}
+
+TEST_F(Deployment, LaunchOfAHelperThatEndsAndCannotBeOpenedAgainReturnsFalse) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    auto helper = std::make_unique<RunningApplication>(
+        installed(host), Dictionary{{"CFBundleIdentifier", runningIdentifier()}});
+    workspace.keepAnswer = [&](const std::string&) {
+      helper.reset();
+      return false;
+    };
+    EXPECT_FALSE(communicator().launchHelepr());
+    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 0U);
   });
 }
 
@@ -531,21 +580,25 @@ TEST_F(Deployment, FailedCopyIsLoggedWithThePathAndTheErrorOnceUntilItSucceeds) 
   });
 }
 
-TEST_F(Deployment, FailedCopyAfterARemovalIsLoggedAfterTheVersion) {
-  withHost(informationWithHelper(), [this](const Host& host) {
-    writeHelper(installed(host), "1.0");
+TEST_F(Deployment, CopyThatCannotBeMadeLeavesTheOldHelperInstalledAndRunning) {
+  withHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
     writeHelper(resource(host), "1.1");
     const fs::path pipe = resource(host) / "pipe";
     ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
     communicator();
     CapturedLog log;
     communicator().extractHelper();
-    EXPECT_EQ(log.lines(), (Lines{"helper version = 1.1",
-                                  "copy " + pipe.string() + " error Operation not supported"}));
+    EXPECT_EQ(log.lines(), Lines{"copy " + pipe.string() + " error Operation not supported"});
+    EXPECT_TRUE(transport.sent().empty());
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    const fs::directory_iterator entries(installed(host).parent_path());
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
   });
 }
 
-TEST_F(Deployment, RemovalThatWouldFailInsideIsLoggedAndLeavesTheOldCopy) {
+TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
   withHost(informationWithHelper(), [this](const Host& host) {
     writeHelper(resource(host), "1.1", "new");
     writeHelper(installed(host), "1.0", "old");

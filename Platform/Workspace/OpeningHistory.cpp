@@ -1,0 +1,81 @@
+#include "Platform/Workspace/OpeningHistory.h"
+
+#include <poll.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cstddef>
+#include <mutex>
+#include <utility>
+
+namespace qbdkr {
+namespace {
+
+constexpr std::size_t mostFailures = 5;
+constexpr std::chrono::seconds failureWindow(10);
+constexpr std::chrono::seconds firstPause(1);
+constexpr std::chrono::seconds longestPause(60);
+constexpr std::size_t mostRecords = 64;  // a host opens one application, seldom two
+
+}  // namespace
+
+bool OpeningHistory::isRunning(const std::string& bundlePath) const {
+  const std::lock_guard lock(mutex_);
+  const auto found = records_.find(bundlePath);
+  return found != records_.end() && found->second.end && !found->second.hasEnded();
+}
+
+std::optional<OpeningHistory::Clock::time_point> OpeningHistory::pausedUntil(
+    const std::string& bundlePath, Clock::time_point now) {
+  const Place place = Place::of(bundlePath);
+  const std::lock_guard lock(mutex_);
+  const auto found = records_.find(bundlePath);
+  if (found == records_.end()) return std::nullopt;
+  Record& record = found->second;
+  if (record.place != place) {
+    records_.erase(found);
+    return std::nullopt;
+  }
+  // It could not be reached when it was started, and nothing tells whether it could be later.
+  if (record.presence == Presence::running && record.hasEnded()) record.fail();
+  return record.pauseEnd > now ? std::optional(record.pauseEnd) : std::nullopt;
+}
+
+void OpeningHistory::add(const std::string& bundlePath, Opening opening, Clock::time_point began) {
+  const Place place = Place::of(bundlePath);
+  const std::lock_guard lock(mutex_);
+  if (records_.size() >= mostRecords && !records_.contains(bundlePath)) records_.clear();
+  Record& record = records_[bundlePath];
+  record.place = place;
+  record.began = began;
+  record.presence = opening.presence;
+  record.end = std::move(opening.end);
+  if (opening.presence == Presence::ended) record.fail();
+  if (opening.presence != Presence::reachable) return;
+  record.failures.clear();
+  record.pause = {};
+  record.pauseEnd = {};
+}
+
+OpeningHistory::Place OpeningHistory::Place::of(const std::string& bundlePath) {
+  struct stat status {};
+  if (::stat(bundlePath.c_str(), &status) != 0) return {};
+  return {status.st_dev, status.st_ino};
+}
+
+bool OpeningHistory::Record::hasEnded() const {
+  pollfd state{end.get(), POLLIN, 0};
+  return end && ::poll(&state, 1, 0) > 0;
+}
+
+void OpeningHistory::Record::fail() {
+  presence = Presence::ended;
+  std::erase_if(failures, [this](Clock::time_point time) { return began - time >= failureWindow; });
+  failures.push_back(began);
+  if (pause == pause.zero() && failures.size() < mostFailures) return;
+  failures.clear();
+  pause = std::clamp(pause * 2, firstPause, longestPause);
+  pauseEnd = began + pause;
+}
+
+}  // namespace qbdkr

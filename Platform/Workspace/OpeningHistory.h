@@ -1,0 +1,61 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <map>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Platform/Base/Descriptor.h"
+#include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Workspace/NativeWorkspace.h"
+
+namespace qbdkr {
+
+// Remembers the applications that this process has started, by the paths of their bundles. Knows
+// which of them run, whatever they execute and whether or not they have an identifier. Holds back
+// one that ended before it could be reached, five times within 10 s: its next start may come after
+// 1 s, then after 2 s, up to 60 s, until it can be reached or its bundle is replaced. Any thread.
+class OpeningHistory {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  // Tells whether the process that was started last from a bundle still runs.
+  [[nodiscard]] bool isRunning(const std::string& bundlePath) const;
+
+  // Returns the time before which a bundle must not be opened again; absent if it may be now.
+  [[nodiscard]] std::optional<Clock::time_point> pausedUntil(const std::string& bundlePath,
+                                                             Clock::time_point now);
+
+  // Records the start of an application, which began at a time.
+  void add(const std::string& bundlePath, Opening opening, Clock::time_point began);
+
+ private:
+  // A bundle at a path, which is another one after an upgrade.
+  struct Place {
+    dev_t device = 0;
+    ino_t number = 0;
+
+    static Place of(const std::string& bundlePath);
+    bool operator==(const Place&) const = default;
+  };
+  struct Record {
+    Place place;
+    Clock::time_point began;
+    Presence presence = Presence::running;  // ended: counted as a failure
+    Descriptor end;
+    std::vector<Clock::time_point> failures;  // the latest ones
+    std::chrono::seconds pause{0};
+    Clock::time_point pauseEnd;
+
+    [[nodiscard]] bool hasEnded() const;
+    void fail();
+  };
+
+  mutable ForkSafeMutex mutex_;
+  std::map<std::string, Record> records_;
+};
+
+}  // namespace qbdkr
