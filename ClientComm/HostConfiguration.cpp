@@ -49,9 +49,14 @@ String HostConfiguration::installedHelper() const {
 }
 
 bool HostConfiguration::requiresInstalledHelper() const {
-  const PropertyList* required =
-      host_.objectForInfoDictionaryKey(infokey::helperMustBeInstalledCopy);
-  return required != nullptr && boolValue(*required);
+  return flag(infokey::helperMustBeInstalledCopy);
+}
+
+bool HostConfiguration::supervisesHelper() const { return flag(infokey::helperIsSupervised); }
+
+bool HostConfiguration::flag(std::string_view key) const {
+  const PropertyList* value = host_.objectForInfoDictionaryKey(key);
+  return value != nullptr && boolValue(*value);
 }
 
 }  // namespace qbdkr

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <string_view>
 
 #include <ClientComm/Bundle.h>
 #include <ClientComm/Export.h>
@@ -29,9 +30,12 @@ class QBDKR_EXPORT HostConfiguration {
   [[nodiscard]] String installedHelper() const;
   // Tells whether requests may reach only the installed copy.
   [[nodiscard]] bool requiresInstalledHelper() const;
+  // Tells whether the helper agent is supervised from the start.
+  [[nodiscard]] bool supervisesHelper() const;
 
  private:
   [[nodiscard]] String helperName() const;
+  [[nodiscard]] bool flag(std::string_view key) const;
 
   Bundle host_;
 };

@@ -20,7 +20,6 @@ constexpr std::chrono::seconds deploymentPatience(30);
 
 // Another host may be opening the helper agent, and wait 10 s for it to check in.
 constexpr std::chrono::seconds openingPatience(15);
-constexpr std::chrono::seconds exitPatience(5);
 
 std::string describeBelow(const std::string& item, const FileError& error) {
   return error.path == item ? error.message : error.message + ": " + error.path;
@@ -29,10 +28,10 @@ std::string describeBelow(const std::string& item, const FileError& error) {
 }  // namespace
 
 HelperInstaller::HelperInstaller(HostConfiguration configuration, SystemCalls system,
-                                 std::function<void()> askToExit)
+                                 std::function<void()> endRunning)
     : configuration_(std::move(configuration)),
       system_(std::move(system)),
-      askToExit_(std::move(askToExit)) {}
+      endRunning_(std::move(endRunning)) {}
 
 void HelperInstaller::install() {
   const auto directory = configuration_.installDirectory();
@@ -69,18 +68,26 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
   }
   // Keeps other hosts from opening the older one once more.
   const auto lock = system_.lock(installed, openingPatience);
-  endRunning(installed);
+  endRunning_();
   if (!failure) failure = replacement.exchange();
   if (failure) return log("remove %@ error %@", {installed, describeBelow(installed, *failure)});
   loggedFailure_ = 0;
   log("helper version = %@", {view(version)});
 }
 
-void HelperInstaller::endRunning(const std::string& installed) {
-  const auto identifier = configuration_.helperIdentifier();
-  if (!system_.isRunning(view(identifier), installed)) return;
-  askToExit_();
-  system_.waitForEnd(view(identifier), installed, exitPatience);
+bool HelperInstaller::repair() {
+  const auto directory = configuration_.installDirectory();
+  const auto installed = configuration_.installedHelper();
+  const auto resource = configuration_.helperResource();
+  if (!directory || !installed || !resource || !fileExists(*installed)) return false;
+  const auto lock = system_.lock(*directory, deploymentPatience);
+  if (lock.isTaken()) return false;
+  const std::size_t version = std::hash<std::string>{}(versionOfBundle(*resource).value_or(""));
+  if (repairedBy_.exchange(version) == version) return false;
+  ItemReplacement replacement;
+  if (removalObstacleOf(*installed) || replacement.prepare(*resource, *installed)) return false;
+  const auto openingLock = system_.lock(*installed, openingPatience);
+  return !replacement.exchange();
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {

@@ -18,25 +18,31 @@ struct FileError;
 // Any thread.
 class HelperInstaller {
  public:
-  // Calls askToExit before it replaces a running helper agent, and waits for the exit, 5 s at most.
+  // Calls endRunning before it replaces an older helper agent, which may run: that asks it to exit
+  // and waits for its end.
   HelperInstaller(HostConfiguration configuration, SystemCalls system,
-                  std::function<void()> askToExit);
+                  std::function<void()> endRunning);
 
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
   void install();
 
+  // Replaces the installed copy, which could not be opened, by the one among the resources. Once
+  // for each version of that; false if it does nothing. Blocks likewise.
+  bool repair();
+
  private:
   void copy(const std::string& resource, const std::string& installed);
   void replaceIfOlder(const std::string& resource, const std::string& installed);
-  void endRunning(const std::string& installed);
   void logFailedCopy(const FileError& error);
 
   HostConfiguration configuration_;
   SystemCalls system_;
-  std::function<void()> askToExit_;
+  std::function<void()> endRunning_;
   // The hash of the failure that was logged last; 0 after a success. Each launch repeats a lasting
   // failure, which is logged once.
   std::atomic<std::size_t> loggedFailure_{0};
+  // The hash of the version that repaired the installed copy last; 0 before.
+  std::atomic<std::size_t> repairedBy_{0};
 };
 
 // Returns the CFBundleVersion of a bundle; absent if the bundle or the key is missing. Blocks for

@@ -10,9 +10,10 @@ namespace qbdkr {
 // Makes sure that the installed helper agent runs. Any thread.
 class HelperLauncher {
  public:
-  // Calls install if nothing is installed.
-  HelperLauncher(HostConfiguration configuration, SystemCalls system,
-                 std::function<void()> install);
+  // Calls install if nothing is installed, and repair if the installed copy cannot be opened; that
+  // returns true if another attempt may succeed.
+  HelperLauncher(HostConfiguration configuration, SystemCalls system, std::function<void()> install,
+                 std::function<bool()> repair);
 
   // Opens the helper agent unless it runs. False if its name or directory is missing, or it cannot
   // be opened. Blocks as QBHPHelperCommunicate::launchHelepr() does until startHelper().
@@ -22,6 +23,7 @@ class HelperLauncher {
   HostConfiguration configuration_;
   SystemCalls system_;
   std::function<void()> install_;
+  std::function<bool()> repair_;
 };
 
 }  // namespace qbdkr

@@ -1,4 +1,5 @@
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -19,12 +20,14 @@
 #include "Platform/Files/Files.h"
 #include "ProductClient/AutoStart.h"
 #include "ProductClient/BundleSwitches.h"
+#include "ProductClient/HelperExit.h"
 #include "ProductClient/HelperInstaller.h"
 #include "ProductClient/HelperLauncher.h"
 #include "ProductClient/LivenessChecks.h"
 #include "ProductClient/ProductRequests.h"
 #include "ProductClient/StartRecords.h"
 #include "ProductClient/SuiteAnswer.h"
+#include "ProductClient/Supervisor.h"
 #include "ProductClient/SystemCalls.h"
 
 namespace qbdkr {
@@ -70,14 +73,65 @@ struct QBHPHelperCommunicate::Parts {
         records(host, settings, system.now),
         requests(records),
         switches(host.host()),
-        installer(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
-        launcher(host, system, [this] { installer.install(); }),
-        checks([this] { communicator.restartHelperInThread(); }, system.startThread),
-        autoStart([this] { start(); }) {}
+        exit(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
+        installer(host, system, [this] { exit.end(); }),
+        launcher(
+            host, system, [this] { installer.install(); },
+            [this] { return supervisor != nullptr && installer.repair(); }),
+        checks([this] { check(); }, system.startThread),
+        autoStart([this] { start(); }),
+        watchPeer(system.watchPeer) {}
 
   void start() {
     records.recordInstallTime();
     communicator.autoRestartHelper();
+  }
+
+  void check() {
+    if (supervisor != nullptr && communicator.getDefaultHelperServerOpen()) endReplaced();
+    if (communicator.restartHelperInThread() == launchFailed) tellFailure();
+  }
+
+  void tellFailure() const {
+    if (Supervisor* const present = supervisor) present->failed();
+  }
+
+  // The next helper agent has had no start request, even if another host starts it.
+  void checkAfterLoss() {
+    isHelperAlive = false;
+    checks.request();
+  }
+
+  // Looks for one at most every 10 s: checks may be frequent, and each look reads the process
+  // table.
+  void endReplaced() {
+    constexpr std::chrono::seconds interval(10);
+    const auto now = std::chrono::steady_clock::now();
+    auto last = lookedForReplaced.load();
+    if (now - last < interval || !lookedForReplaced.compare_exchange_strong(last, now)) return;
+    exit.endByForce(WhichProcesses::replaced);
+  }
+
+  bool supervise(const Supervision& supervision) {
+    if (supervisor == nullptr && !startSupervisor()) return false;
+    supervisor.load()->set(supervision);
+    return true;
+  }
+
+  bool startSupervisor() {
+    const std::lock_guard lock(mutex);
+    if (ownSupervisor) return true;
+    auto watch = watchPeer(host.helperIdentifier().value_or(""));
+    if (!watch) return false;
+    auto made = std::make_unique<Supervisor>(
+        std::move(watch), Supervisor::Actions{[this] { checkAfterLoss(); },
+                                              [this] { exit.endByForce(WhichProcesses::all); },
+                                              [this] { return communicator.launchPausedUntil(); }});
+    if (!startThread([made = made.get()] { made->run(); })) return false;
+    ownSupervisor = std::move(made);
+    exit.allowForce();
+    supervisor = ownSupervisor.get();
+    return true;
   }
 
   template <class Method, class... Arguments>
@@ -101,6 +155,7 @@ struct QBHPHelperCommunicate::Parts {
   StartRecords records;
   ProductRequests requests;
   const BundleSwitches switches;
+  HelperExit exit;
   HelperInstaller installer;
   HelperLauncher launcher;
   LivenessChecks checks;
@@ -108,8 +163,13 @@ struct QBHPHelperCommunicate::Parts {
 
   std::atomic<bool> isServerOpen{false};
   std::atomic<bool> isHelperAlive{false};
-  mutable ForkSafeMutex mutex;  // guards the client identifier
+  mutable ForkSafeMutex mutex;  // guards the client identifier, and the making of the supervisor
   String clientID;
+
+  const std::function<std::unique_ptr<PeerWatch>(const std::string&)> watchPeer;
+  std::unique_ptr<Supervisor> ownSupervisor;
+  std::atomic<Supervisor*> supervisor{nullptr};
+  std::atomic<std::chrono::steady_clock::time_point> lookedForReplaced{};
 };
 
 QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
@@ -126,6 +186,7 @@ QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefault
     : parts_(std::make_unique<Parts>(*this, std::move(host), settings, system)) {
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();
+  if (parts_->host.supervisesHelper()) supervise(Supervision());
   parts_->startThread([this] { processHelper(); });
 }
 
@@ -137,7 +198,11 @@ AutoStart& QBHPHelperCommunicate::autoStart() { return parts_->autoStart; }
 
 void QBHPHelperCommunicate::processHelper() {
   extractHelper();
-  launchHelepr();
+  if (!launchHelepr()) parts_->tellFailure();
+}
+
+bool QBHPHelperCommunicate::supervise(const Supervision& supervision) {
+  return parts_->supervise(supervision);
 }
 
 OSErr QBHPHelperCommunicate::autoRestartHelper() {

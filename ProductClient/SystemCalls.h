@@ -3,11 +3,13 @@
 #include <chrono>
 #include <ctime>
 #include <functional>
+#include <memory>
 #include <string>
 
 #include <ClientComm/QBHPProcessList.h>
 #include <ClientComm/TextValue.h>
 
+#include "Platform/Events/PeerWatch.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Processes/RunningApplications.h"
 #include "Platform/Workspace/Workspace.h"
@@ -30,6 +32,8 @@ struct SystemCalls {
           [](Text identifier, const std::string& path, std::chrono::milliseconds patience) {
             return waitForApplicationsEnd(identifier.value_or(""), path, patience);
           };
+  std::function<std::unique_ptr<PeerWatch>(const std::string& bundleIdentifier)> watchPeer =
+      PeerWatch::make;
   std::function<FileLock(const std::string& path, std::chrono::milliseconds patience)> lock =
       FileLock::acquire;
   std::function<std::time_t()> now = [] {

@@ -11,8 +11,12 @@
 
 namespace qbdkr {
 
+std::string linkOfExecutable(pid_t processID) {
+  return "/proc/" + std::to_string(processID) + "/exe";
+}
+
 std::optional<std::string> executableOfProcess(pid_t processID) {
-  const std::string path = "/proc/" + std::to_string(processID) + "/exe";
+  const std::string path = linkOfExecutable(processID);
   std::array<char, PATH_MAX> target{};
   const auto size = ::readlink(path.c_str(), target.data(), target.size());
   if (size <= 0) return std::nullopt;

@@ -7,6 +7,9 @@
 
 namespace qbdkr {
 
+// Returns the link through which the system shows the executable of a process.
+[[nodiscard]] std::string linkOfExecutable(pid_t processID);
+
 // Returns the path that the system shows for the executable of a process; absent if the process has
 // ended, or if this one may not see it.
 [[nodiscard]] std::optional<std::string> executableOfProcess(pid_t processID);

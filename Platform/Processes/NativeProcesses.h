@@ -43,4 +43,11 @@ struct ProcessApplication {
 // ESRCH if it has ended.
 [[nodiscard]] Descriptor endOfProcess(pid_t processID);
 
+// Sends a signal to a process whose end is watched. Does not hit a later process of the same ID.
+[[nodiscard]] bool signalProcess(pid_t processID, const Descriptor& end, int signal);
+
+// Tells whether a process runs a file that was removed or replaced since. False if the system does
+// not tell.
+[[nodiscard]] bool runsReplacedFile(pid_t processID);
+
 }  // namespace qbdkr

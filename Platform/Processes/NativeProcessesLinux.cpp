@@ -101,6 +101,19 @@ std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
   return ProcessApplication{bundle->path, bundle->info};
 }
 
+bool signalProcess(pid_t /*processID*/, const Descriptor& end, int signal) {
+  return syscall(SYS_pidfd_send_signal, end.get(), signal, nullptr, 0) == 0;
+}
+
+bool runsReplacedFile(pid_t processID) {
+  const auto executable = executableOfProcess(processID);
+  struct stat running {};
+  if (!executable || ::stat(linkOfExecutable(processID).c_str(), &running) != 0) return false;
+  struct stat present {};
+  return ::stat(placeOfExecutable(*executable).c_str(), &present) != 0 ||
+         running.st_dev != present.st_dev || running.st_ino != present.st_ino;
+}
+
 Descriptor endOfProcess(pid_t processID) {
   return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processID, 0)));
 }

@@ -1,4 +1,5 @@
 #include <ApplicationServices/ApplicationServices.h>
+#include <signal.h>
 #include <sys/event.h>
 #include <sys/sysctl.h>
 
@@ -95,6 +96,12 @@ std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
   auto path = info->text("BundlePath").value_or("");
   return ProcessApplication{std::move(path), std::move(info)};
 }
+
+bool signalProcess(pid_t processID, const Descriptor& /*end*/, int signal) {
+  return ::kill(processID, signal) == 0;
+}
+
+bool runsReplacedFile(pid_t /*processID*/) { return false; }
 
 Descriptor endOfProcess(pid_t processID) {
   Descriptor queue(::kqueue());

@@ -1,11 +1,13 @@
 #include "Platform/Processes/RunningApplications.h"
 
 #include <poll.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
 #include <span>
+#include <system_error>
 
 #include <ClientComm/Bundle.h>
 
@@ -21,14 +23,19 @@ bool hasIdentifier(const ProcessApplication& application, std::string_view bundl
   return application.info->text(kCFBundleIdentifierKey) == bundleIdentifier;
 }
 
-// Waits for a process that ends; false at the deadline, or if it cannot be watched.
-bool waitForEnd(pid_t processID, Clock::time_point deadline) {
-  const Descriptor end = endOfProcess(processID);
-  if (!end) return errno == ESRCH;
+// Waits for the end of a process; false at the deadline.
+bool waitForEnd(const Descriptor& end, Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
   pollfd state{end.get(), POLLIN, 0};
   const int result = ::poll(&state, 1, static_cast<int>(std::max<Clock::rep>(left.count(), 0)));
-  return result > 0 || (result < 0 && errno == EINTR && Clock::now() < deadline);
+  if (result < 0 && errno == EINTR && Clock::now() < deadline) return waitForEnd(end, deadline);
+  return result > 0;
+}
+
+std::string canonicalPath(const std::string& path) {
+  std::error_code error;
+  std::string canonical = std::filesystem::weakly_canonical(path, error);
+  return error ? path : canonical;
 }
 
 }  // namespace
@@ -49,19 +56,47 @@ bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProces
 
 std::vector<pid_t> processesOfApplication(std::string_view bundleIdentifier,
                                           const std::string& bundlePath) {
-  std::error_code error;
-  const std::string place = std::filesystem::weakly_canonical(bundlePath, error);
+  const std::string place = canonicalPath(bundlePath);
   const auto table = fetchProcessTable();
   std::vector<pid_t> processes;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto application = applicationOfProcess(process.processID);
     if (!application) continue;
     const bool isIt = hasIdentifier(*application, bundleIdentifier) && !bundleIdentifier.empty();
-    if (isIt || (!error && application->bundlePath == place)) {
-      processes.push_back(process.processID);
-    }
+    if (isIt || application->bundlePath == place) processes.push_back(process.processID);
   }
   return processes;
+}
+
+std::vector<HeldProcess> HeldProcess::ofApplication(const std::string& bundlePath,
+                                                    WhichProcesses which) {
+  const std::string place = canonicalPath(bundlePath);
+  const auto table = fetchProcessTable();
+  std::vector<HeldProcess> processes;
+  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
+    if (process.effectiveUser != geteuid()) continue;
+    // Holds it first: what is found out below is then about this very process.
+    Descriptor end = endOfProcess(process.processID);
+    const auto application = end ? applicationOfProcess(process.processID) : std::nullopt;
+    if (!application || application->bundlePath != place) continue;
+    if (which == WhichProcesses::replaced && !runsReplacedFile(process.processID)) continue;
+    processes.push_back(HeldProcess(process.processID, std::move(end)));
+  }
+  return processes;
+}
+
+void HeldProcess::signal(const std::vector<HeldProcess>& processes, int signal) {
+  for (const HeldProcess& process : processes) {
+    static_cast<void>(signalProcess(process.processID_, process.end_, signal));
+  }
+}
+
+bool HeldProcess::waitForEnd(const std::vector<HeldProcess>& processes,
+                             std::chrono::milliseconds patience) {
+  const auto deadline = Clock::now() + patience;
+  return std::ranges::all_of(processes, [deadline](const HeldProcess& process) {
+    return qbdkr::waitForEnd(process.end_, deadline);
+  });
 }
 
 bool waitForApplicationsEnd(std::string_view bundleIdentifier, const std::string& bundlePath,
@@ -70,7 +105,9 @@ bool waitForApplicationsEnd(std::string_view bundleIdentifier, const std::string
   for (;;) {
     const auto processes = processesOfApplication(bundleIdentifier, bundlePath);
     if (processes.empty()) return true;
-    if (Clock::now() >= deadline || !waitForEnd(processes.front(), deadline)) return false;
+    const Descriptor end = endOfProcess(processes.front());
+    if (end ? !waitForEnd(end, deadline) : errno != ESRCH) return false;
+    if (Clock::now() >= deadline) return false;
   }
 }
 

@@ -6,11 +6,13 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
 
 #include <ClientComm/Export.h>
 #include <ClientComm/PropertyList.h>
 
+#include "Platform/Base/Descriptor.h"
 #include "Platform/Processes/ProcessTable.h"
 
 namespace qbdkr {
@@ -27,6 +29,30 @@ namespace qbdkr {
 // a path, which may have no identifier. Blocks likewise.
 [[nodiscard]] std::vector<pid_t> processesOfApplication(std::string_view bundleIdentifier,
                                                         const std::string& bundlePath);
+
+// Which processes of an application: all of them, or those whose executable was replaced.
+enum class WhichProcesses { all, replaced };
+
+// A process that may be signalled: the system has not given its ID to another one.
+class HeldProcess {
+ public:
+  // Returns the processes of this user that run the application of the bundle at a path.
+  [[nodiscard]] QBDKR_EXPORT static std::vector<HeldProcess> ofApplication(
+      const std::string& bundlePath, WhichProcesses which);
+
+  // Sends a signal to each that runs.
+  QBDKR_EXPORT static void signal(const std::vector<HeldProcess>& processes, int signal);
+
+  // Waits until all have ended, or the time is over. True in the first case.
+  [[nodiscard]] QBDKR_EXPORT static bool waitForEnd(const std::vector<HeldProcess>& processes,
+                                                    std::chrono::milliseconds patience);
+
+ private:
+  HeldProcess(pid_t processID, Descriptor end) : processID_(processID), end_(std::move(end)) {}
+
+  pid_t processID_;
+  Descriptor end_;
+};
 
 // Waits until no such process runs, or the time is over. True in the first case. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool waitForApplicationsEnd(std::string_view bundleIdentifier,

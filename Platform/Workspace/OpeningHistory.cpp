@@ -3,7 +3,6 @@
 #include <poll.h>
 #include <sys/stat.h>
 
-#include <algorithm>
 #include <cstddef>
 #include <mutex>
 #include <utility>
@@ -11,10 +10,6 @@
 namespace qbdkr {
 namespace {
 
-constexpr std::size_t mostFailures = 5;
-constexpr std::chrono::seconds failureWindow(10);
-constexpr std::chrono::seconds firstPause(1);
-constexpr std::chrono::seconds longestPause(60);
 constexpr std::size_t mostRecords = 64;  // a host opens one application, seldom two
 
 }  // namespace
@@ -38,7 +33,8 @@ std::optional<OpeningHistory::Clock::time_point> OpeningHistory::pausedUntil(
   }
   // It could not be reached when it was started, and nothing tells whether it could be later.
   if (record.presence == Presence::running && record.hasEnded()) record.fail();
-  return record.pauseEnd > now ? std::optional(record.pauseEnd) : std::nullopt;
+  const auto pauseEnd = record.damping.pauseEnd();
+  return pauseEnd > now ? std::optional(pauseEnd) : std::nullopt;
 }
 
 void OpeningHistory::add(const std::string& bundlePath, Opening opening, Clock::time_point began) {
@@ -51,10 +47,7 @@ void OpeningHistory::add(const std::string& bundlePath, Opening opening, Clock::
   record.presence = opening.presence;
   record.end = std::move(opening.end);
   if (opening.presence == Presence::ended) record.fail();
-  if (opening.presence != Presence::reachable) return;
-  record.failures.clear();
-  record.pause = {};
-  record.pauseEnd = {};
+  if (opening.presence == Presence::reachable) record.damping.clear();
 }
 
 OpeningHistory::Place OpeningHistory::Place::of(const std::string& bundlePath) {
@@ -70,12 +63,7 @@ bool OpeningHistory::Record::hasEnded() const {
 
 void OpeningHistory::Record::fail() {
   presence = Presence::ended;
-  std::erase_if(failures, [this](Clock::time_point time) { return began - time >= failureWindow; });
-  failures.push_back(began);
-  if (pause == pause.zero() && failures.size() < mostFailures) return;
-  failures.clear();
-  pause = std::clamp(pause * 2, firstPause, longestPause);
-  pauseEnd = began + pause;
+  damping.fail(began);
 }
 
 }  // namespace qbdkr

@@ -2,15 +2,14 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Workspace/NativeWorkspace.h"
+#include "Platform/Workspace/RestartDamping.h"
 
 namespace qbdkr {
 
@@ -20,7 +19,7 @@ namespace qbdkr {
 // 1 s, then after 2 s, up to 60 s, until it can be reached or its bundle is replaced. Any thread.
 class OpeningHistory {
  public:
-  using Clock = std::chrono::steady_clock;
+  using Clock = RestartDamping::Clock;
 
   // Tells whether the process that was started last from a bundle still runs.
   [[nodiscard]] bool isRunning(const std::string& bundlePath) const;
@@ -46,9 +45,7 @@ class OpeningHistory {
     Clock::time_point began;
     Presence presence = Presence::running;  // ended: counted as a failure
     Descriptor end;
-    std::vector<Clock::time_point> failures;  // the latest ones
-    std::chrono::seconds pause{0};
-    Clock::time_point pauseEnd;
+    RestartDamping damping;
 
     [[nodiscard]] bool hasEnded() const;
     void fail();

@@ -13,6 +13,7 @@
 #include <ClientComm/QBHPUploadByHelper.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
+#include <QBDKRProductClient/Supervision.h>
 
 namespace qbdkr {
 
@@ -59,6 +60,19 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Runs a liveness check. Returns serverNotOpen if the server is switched off; 0 if the helper
   // agent can be reached or was launched; 1 if the launch failed. Blocks as launchHelepr() does.
   OSErr restartHelperInThread();
+
+  // Keeps the helper agent alive more closely, from this call on, for as long as the process lives;
+  // a later call changes how closely. One thread is made for it. The key "Helper is supervised" in
+  // the host's Info.plist does it from the start.
+  //
+  // A helper agent that is lost is checked, and so started again, at once; one that is lost five
+  // times within 10 s after 1 s, then after 2 s, up to 60 s. One that runs from replaced files, or
+  // does not answer pings, is asked to exit, and gets SIGTERM after 2 s and SIGKILL after 1.5 s
+  // more; so does one that is replaced by an upgrade. An installed copy that cannot be opened is
+  // replaced by the one among the resources, once per version, and opened again. A server that is
+  // switched off is left alone. False if it cannot be supervised: the host names no helper agent,
+  // or the system lacks descriptors or threads. Any thread.
+  bool supervise(const Supervision& supervision);
 
   // Returns false only if the helper agent's user defaults have a true "QBHPServerClosed"
   // (settings).

@@ -4,6 +4,7 @@
 //   exit-for-now    does so until a file TRANSCRIPT.settled exists
 //   never-check-in  runs, but does not come to the bus before SIGUSR1
 //   stubborn        does not end when it is asked to
+//   stubborn-to-the-end  ignores SIGTERM as well
 //   slow-exit       leaves the bus when it is asked to end, and ends at SIGUSR1
 //   mute            answers no query before SIGUSR1
 // It ends when the process that QBDKR_PROBE_OWNER names ends, so that no test leaves one behind.
@@ -72,7 +73,8 @@ std::optional<std::string> handle(const qbdkr::RPCEvent& event,
   record("call " + event.className.value_or("") + ' ' + method + " from " +
          sender.value_or("nobody") + qbdkr::test::shown(event.arguments));
   if (method == "wait" || (mode == "mute" && method == "clientIDFormHelper")) waitForRelease();
-  if (method == "exitHelper:productVersion:" && mode != "stubborn") qbdkr::RunLoop::main().stop();
+  if (method == "exitHelper:productVersion:" && !mode.starts_with("stubborn"))
+    qbdkr::RunLoop::main().stop();
   return answer(method, event.arguments);
 }
 
@@ -103,6 +105,7 @@ int main() {
   if (mode == "exit-at-once") return 0;
   if (mode == "exit-for-now" && !isSettled()) return 0;
   if (mode == "never-check-in") waitForRelease();
+  if (mode == "stubborn-to-the-end") ::signal(SIGTERM, SIG_IGN);
 
   qbdkr::RPCTransport::shared().setHandler(handle);
   qbdkr::RunLoop::main().run();

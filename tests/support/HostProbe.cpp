@@ -343,6 +343,11 @@ const std::map<std::string, Command>& commands() {
          communicator().extractHelper();
          return "done";
        }},
+      {"supervise",
+       [](const Words& words) {
+         return yesOrNo(
+             communicator().supervise({std::chrono::milliseconds(std::stoi(words.at(0)))}));
+       }},
       {"is-paused",
        [](const Words&) { return yesOrNo(communicator().launchPausedUntil().has_value()); }},
       {"launch", [](const Words&) { return yesOrNo(communicator().launchHelepr()); }},

@@ -14,9 +14,12 @@
 #define EVFILT_PROC (-5)
 #define EVFILT_TIMER (-7)
 #define EVFILT_MACHPORT (-8)
+#define EVFILT_USER (-10)
 #define EV_ADD 0x0001
 #define EV_ONESHOT 0x0010
+#define EV_CLEAR 0x0020
 #define NOTE_EXIT 0x80000000u
+#define NOTE_TRIGGER 0x01000000
 #define NOTE_USECONDS 0x00000002
 
 // kqueue(2). No page found packs it to 4 bytes; the layout is the same without.

@@ -1,0 +1,119 @@
+#include "ProductClient/Supervisor.h"
+
+#include <algorithm>
+#include <mutex>
+#include <utility>
+
+#include "Platform/Base/DropExceptions.h"
+
+namespace qbdkr {
+namespace {
+
+// A helper agent that lived this long did not fail at its start.
+constexpr std::chrono::seconds shortestLife(10);
+
+}  // namespace
+
+Supervisor::Supervisor(std::unique_ptr<PeerWatch> watch, Actions actions)
+    : watch_(std::move(watch)), actions_(std::move(actions)) {}
+
+void Supervisor::set(Supervision supervision) {
+  {
+    const std::lock_guard lock(mutex_);
+    newSupervision_ = supervision;
+  }
+  watch_->wake();
+}
+
+void Supervisor::failed() {
+  {
+    const std::lock_guard lock(mutex_);
+    hasFailed_ = true;
+  }
+  watch_->wake();
+}
+
+void Supervisor::run() {
+  for (;;) dropExceptions([this] { turn(); });
+}
+
+void Supervisor::turn() {
+  switch (watch_->wait(nextDeadline())) {
+    case PeerWatch::News::appeared:
+      appeared();
+      break;
+    case PeerWatch::News::vanished:
+      vanished();
+      break;
+    case PeerWatch::News::woken:
+      takeMessages();
+      break;
+    case PeerWatch::News::none:
+      break;
+  }
+  checkIfDue();
+  pingIfDue();
+}
+
+Supervisor::Clock::time_point Supervisor::nextDeadline() const {
+  auto deadline = checkAt_.value_or(Clock::time_point::max());
+  if (pingedAt_) deadline = std::min(deadline, *pingedAt_ + supervision_.unresponsiveAfter);
+  return deadline;
+}
+
+void Supervisor::appeared() {
+  isPresent_ = true;
+  appearedAt_ = Clock::now();
+  checkAt_.reset();
+  startPings();
+}
+
+void Supervisor::startPings() {
+  pingedAt_.reset();
+  if (!isPresent_ || supervision_.unresponsiveAfter.count() <= 0) return;
+  watch_->ping();
+  pingedAt_ = Clock::now();
+}
+
+void Supervisor::vanished() {
+  const auto now = Clock::now();
+  isPresent_ = false;
+  pingedAt_.reset();
+  if (now - appearedAt_ >= shortestLife) damping_.clear();
+  damping_.fail(now);
+  checkAt_ = std::max(now, damping_.pauseEnd());
+}
+
+void Supervisor::takeMessages() {
+  bool hasFailed = false;
+  std::optional<Supervision> supervision;
+  {
+    const std::lock_guard lock(mutex_);
+    hasFailed = std::exchange(hasFailed_, false);
+    supervision = std::exchange(newSupervision_, std::nullopt);
+  }
+  if (supervision) {
+    supervision_ = *supervision;
+    startPings();
+  }
+  if (!hasFailed || isPresent_) return;
+  const auto now = Clock::now();
+  damping_.fail(now);
+  checkAt_ = std::max({now, damping_.pauseEnd(), actions_.pausedUntil().value_or(now)});
+}
+
+void Supervisor::checkIfDue() {
+  if (!checkAt_ || Clock::now() < *checkAt_) return;
+  checkAt_.reset();
+  actions_.check();
+}
+
+void Supervisor::pingIfDue() {
+  if (!pingedAt_ || Clock::now() < *pingedAt_ + supervision_.unresponsiveAfter) return;
+  if (watch_->isAnswered()) return startPings();
+  pingedAt_.reset();
+  actions_.end();
+  startPings();  // in case it is still there
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,69 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <optional>
+
+#include <QBDKRProductClient/Supervision.h>
+
+#include "Platform/Base/ForkSafeMutex.h"
+#include "Platform/Events/PeerWatch.h"
+#include "Platform/Workspace/RestartDamping.h"
+
+namespace qbdkr {
+
+// Watches the helper agent on a thread of its own: has it checked at once when it is lost, or when
+// the pause is over before which it may not be started again, and ended if it does not answer
+// pings.
+class Supervisor {
+ public:
+  using Clock = PeerWatch::Clock;
+
+  struct Actions {
+    std::function<void()> check;  // requests a check, which starts a lost helper agent
+    std::function<void()> end;    // ends one that does not answer, and returns after its end
+    // Returns the time before which it may not be started.
+    std::function<std::optional<Clock::time_point>()> pausedUntil;
+  };
+
+  Supervisor(std::unique_ptr<PeerWatch> watch, Actions actions);
+
+  // Sets how closely to watch. Any thread.
+  void set(Supervision supervision);
+
+  // Watches for as long as the process lives.
+  void run();
+
+  // Waits for the next event and deals with it.
+  void turn();
+
+  // Tells that a check, or the start-up, could not start the helper agent. Any thread.
+  void failed();
+
+ private:
+  [[nodiscard]] Clock::time_point nextDeadline() const;
+  void appeared();
+  void vanished();
+  void takeMessages();
+  void startPings();
+  void checkIfDue();
+  void pingIfDue();
+
+  const std::unique_ptr<PeerWatch> watch_;
+  const Actions actions_;
+
+  // The thread's own.
+  Supervision supervision_;
+  RestartDamping damping_;
+  Clock::time_point appearedAt_;
+  bool isPresent_ = false;
+  std::optional<Clock::time_point> checkAt_;
+  std::optional<Clock::time_point> pingedAt_;
+
+  ForkSafeMutex mutex_;  // guards the messages of other threads
+  bool hasFailed_ = false;
+  std::optional<Supervision> newSupervision_;
+};
+
+}  // namespace qbdkr

@@ -1,0 +1,166 @@
+#include <gtest/gtest.h>
+
+#include <chrono>
+#include <deque>
+#include <memory>
+#include <optional>
+#include <utility>
+
+#include "ProductClient/Supervisor.h"
+
+namespace qbdkr::test {
+namespace {
+
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using Clock = Supervisor::Clock;
+using News = PeerWatch::News;
+
+// Gives the news of the test, and then none, at once. Records the deadlines.
+class ScriptedWatch final : public PeerWatch {
+ public:
+  News wait(Clock::time_point deadline) override {
+    lastDeadline = deadline;
+    if (std::exchange(isWoken, false)) return News::woken;
+    if (news.empty()) return News::none;
+    const News next = news.front();
+    news.pop_front();
+    return next;
+  }
+  void wake() override { isWoken = true; }
+  void ping() override { ++pings; }
+  [[nodiscard]] bool isAnswered() const override { return answers; }
+
+  std::deque<News> news;
+  Clock::time_point lastDeadline;
+  int pings = 0;
+  bool answers = true;
+  bool isWoken = false;
+};
+
+class Supervising : public testing::Test {
+ protected:
+  Supervising() {
+    auto made = std::make_unique<ScriptedWatch>();
+    watch = made.get();
+    supervisor = std::make_unique<Supervisor>(
+        std::move(made), Supervisor::Actions{[this] { ++checks; }, [this] { ++ends; },
+                                             [this] { return pausedUntil; }});
+  }
+  void hear(News news) {
+    watch->news.push_back(news);
+    supervisor->turn();
+  }
+
+  ScriptedWatch* watch = nullptr;
+  std::unique_ptr<Supervisor> supervisor;
+  std::optional<Clock::time_point> pausedUntil;
+  int checks = 0;
+  int ends = 0;
+};
+
+TEST_F(Supervising, WaitsWithoutALimitWhileAllIsWell) {
+  hear(News::appeared);
+  supervisor->turn();
+  EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
+  EXPECT_EQ(watch->pings, 0);
+  EXPECT_EQ(checks, 0);
+}
+
+TEST_F(Supervising, LossIsCheckedAtOnce) {
+  hear(News::appeared);
+  hear(News::vanished);
+  EXPECT_EQ(checks, 1);
+}
+
+TEST_F(Supervising, FifthLossWithinTenSecondsIsCheckedAfterASecond) {
+  for (int i = 0; i < 5; ++i) {
+    hear(News::appeared);
+    hear(News::vanished);
+  }
+  EXPECT_EQ(checks, 4);
+  supervisor->turn();
+  EXPECT_GT(watch->lastDeadline, Clock::now() + milliseconds(500));
+  EXPECT_LE(watch->lastDeadline, Clock::now() + seconds(1));
+}
+
+TEST_F(Supervising, ReturnDuringAPauseNeedsNoCheck) {
+  for (int i = 0; i < 5; ++i) {
+    hear(News::appeared);
+    hear(News::vanished);
+  }
+  hear(News::appeared);
+  supervisor->turn();
+  EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
+}
+
+TEST_F(Supervising, FailedStartIsRepeatedWhenThePauseIsOver) {
+  pausedUntil = Clock::now() + seconds(32);
+  supervisor->failed();
+  supervisor->turn();
+  EXPECT_EQ(checks, 0);
+  supervisor->turn();
+  EXPECT_EQ(watch->lastDeadline, *pausedUntil);
+}
+
+TEST_F(Supervising, FailedStartWithoutAPauseIsRepeatedAtOnceFourTimes) {
+  for (int i = 0; i < 5; ++i) {
+    supervisor->failed();
+    supervisor->turn();
+  }
+  EXPECT_EQ(checks, 4);
+}
+
+TEST_F(Supervising, FailureWhileTheHelperIsThereIsNone) {
+  hear(News::appeared);
+  supervisor->failed();
+  supervisor->turn();
+  EXPECT_EQ(checks, 0);
+}
+
+TEST_F(Supervising, PingsAHelperThatIsThere) {
+  supervisor->set({milliseconds(1)});
+  supervisor->turn();
+  EXPECT_EQ(watch->pings, 0);
+  hear(News::appeared);
+  EXPECT_GE(watch->pings, 1);
+}
+
+TEST_F(Supervising, PingsFromTheCallOnIfTheHelperIsThereAlready) {
+  hear(News::appeared);
+  supervisor->set({milliseconds(60'000)});
+  supervisor->turn();
+  EXPECT_EQ(watch->pings, 1);
+  supervisor->turn();
+  EXPECT_LE(watch->lastDeadline, Clock::now() + seconds(60));
+  EXPECT_EQ(watch->pings, 1);
+  supervisor->set({milliseconds(0)});
+  supervisor->turn();
+  supervisor->turn();
+  EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
+}
+
+TEST_F(Supervising, HelperThatDoesNotAnswerIsEndedOnce) {
+  watch->answers = false;
+  supervisor->set({milliseconds(1)});
+  supervisor->turn();
+  hear(News::appeared);
+  const auto deadline = Clock::now() + seconds(20);
+  while (ends == 0 && Clock::now() < deadline) supervisor->turn();
+  EXPECT_EQ(ends, 1);
+  hear(News::vanished);
+  EXPECT_EQ(checks, 1);
+}
+
+TEST_F(Supervising, HelperThatAnswersIsPingedAgain) {
+  supervisor->set({milliseconds(1)});
+  supervisor->turn();
+  hear(News::appeared);
+  const auto deadline = Clock::now() + seconds(20);
+  while (watch->pings < 3 && Clock::now() < deadline) supervisor->turn();
+  EXPECT_GE(watch->pings, 3);
+  EXPECT_EQ(ends, 0);
+}
+
+}  // namespace
+}  // namespace qbdkr::test
