@@ -44,7 +44,8 @@ class NativeLoop {
   // Returns a descriptor that is readable if a turn would do something.
   [[nodiscard]] virtual int descriptor() const = 0;
 
-  // Does one thing that is due. If nothing is due, waits for it or returns nothingDue.
+  // Does one thing that is due. If nothing is due, waits for it or returns nothingDue. onWake and
+  // the ticks may take turns themselves, and may wait on the descriptor.
   virtual Turn turn(bool waits) = 0;
 
   // Called before and after the turns of a host that watches the descriptor.

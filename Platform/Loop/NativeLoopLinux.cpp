@@ -1,5 +1,6 @@
 #include "Platform/Loop/NativeLoopLinux.h"
 
+#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <systemd/sd-event.h>
@@ -29,8 +30,12 @@ Event newEvent() {
 
 class EventTimer final : public NativeTimer {
  public:
-  EventTimer(std::chrono::microseconds interval, std::function<void()> tick)
-      : NativeTimer(std::move(tick)), interval_(static_cast<std::uint64_t>(interval.count())) {}
+  // A timer that is due is stored there, and ticks when sd-event has returned.
+  EventTimer(std::chrono::microseconds interval, std::function<void()> tick,
+             std::shared_ptr<EventTimer>& due)
+      : NativeTimer(std::move(tick)),
+        interval_(static_cast<std::uint64_t>(interval.count())),
+        due_(due) {}
   EventTimer(const EventTimer&) = delete;
   EventTimer& operator=(const EventTimer&) = delete;
   ~EventTimer() override { end(); }
@@ -43,6 +48,8 @@ class EventTimer final : public NativeTimer {
 
   void end() final { source_ = sd_event_source_disable_unref(source_); }
 
+  using NativeTimer::tick;
+
  private:
   static int onDue(sd_event_source* source, std::uint64_t due, void* self) {
     auto& timer = *static_cast<EventTimer*>(self);
@@ -51,14 +58,17 @@ class EventTimer final : public NativeTimer {
     const std::uint64_t missed = now > due ? (now - due) / timer.interval_ : 0;
     sd_event_source_set_time(source, due + (missed + 1) * timer.interval_);
     sd_event_source_set_enabled(source, SD_EVENT_ONESHOT);
-    timer.tick();
+    timer.due_ = std::static_pointer_cast<EventTimer>(timer.shared_from_this());
     return 0;
   }
 
   const std::uint64_t interval_;  // microseconds
+  std::shared_ptr<EventTimer>& due_;
   sd_event_source* source_ = nullptr;
 };
 
+// sd-event refuses a turn inside one of its callbacks, so these only note what is due. The loop
+// calls it when sd-event has returned: the callee may take turns itself, as for a modal dialog.
 class EventLoop final : public NativeLoop {
  public:
   explicit EventLoop(std::function<void()> onWake)
@@ -82,40 +92,62 @@ class EventLoop final : public NativeLoop {
   [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_.get()); }
 
   Turn turn(bool waits) override {
-    int ready = sd_event_get_state(event_.get()) == SD_EVENT_PENDING ? 1 : 0;
-    if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) ready = prepare();
+    int ready = state() == SD_EVENT_PENDING ? 1 : 0;
+    // The preparation is older than what the last callee added, and only a wait takes it back.
+    if (state() == SD_EVENT_ARMED) ready = sd_event_wait(event_.get(), 0);
+    if (state() == SD_EVENT_INITIAL) ready = prepare();
     if (ready == 0) ready = sd_event_wait(event_.get(), waits ? UINT64_MAX : 0);
     if (ready == 0) return Turn::nothingDue;
-    return ready < 0 || sd_event_dispatch(event_.get()) < 0 ? Turn::failed : Turn::done;
+    if (ready < 0 || sd_event_dispatch(event_.get()) < 0) return Turn::failed;
+    callDue();
+    return Turn::done;
   }
 
   // Timers and descriptors that the turns added reach the descriptor of the loop only here.
-  void endTurns() override {
-    if (sd_event_get_state(event_.get()) == SD_EVENT_INITIAL) prepare();
-  }
+  void endTurns() override { show(); }
 
   std::shared_ptr<NativeTimer> startTimer(std::chrono::microseconds interval,
                                           std::chrono::microseconds slack,
                                           std::function<void()> tick) override {
-    auto timer = std::make_shared<EventTimer>(interval, std::move(tick));
+    auto timer = std::make_shared<EventTimer>(interval, std::move(tick), dueTimer_);
     if (!timer->arm(event_.get(), slack)) return nullptr;
     wake();  // a host that watches the descriptor takes a turn, which lets it show the timer
     return timer;
   }
 
  private:
+  [[nodiscard]] int state() const { return sd_event_get_state(event_.get()); }
   int prepare() { return sd_event_prepare(event_.get()); }
+
+  void callDue() {
+    const bool woken = std::exchange(isWoken_, false);
+    const auto timer = std::exchange(dueTimer_, nullptr);
+    if (!woken && !timer) return;
+    show();  // the callee may wait on the descriptor
+    if (woken) onWake_();
+    if (timer) timer->tick();
+  }
+
+  // Makes the descriptor readable if a turn would do something. A timer that sd-event has already
+  // found due does not show there by itself.
+  void show() {
+    if (state() != SD_EVENT_INITIAL || prepare() <= 0) return;
+    pollfd shown{descriptor(), POLLIN, 0};
+    if (::poll(&shown, 1, 0) == 0) wake();
+  }
 
   static int onReadable(sd_event_source*, int descriptor, std::uint32_t, void* self) {
     std::uint64_t count = 0;
     [[maybe_unused]] const auto got = ::read(descriptor, &count, sizeof count);
-    static_cast<EventLoop*>(self)->onWake_();
+    static_cast<EventLoop*>(self)->isWoken_ = true;
     return 0;
   }
 
   const std::function<void()> onWake_;
   const Descriptor wake_;
   const Event event_;
+  bool isWoken_ = false;
+  std::shared_ptr<EventTimer> dueTimer_;
 };
 
 }  // namespace

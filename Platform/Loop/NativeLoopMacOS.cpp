@@ -149,6 +149,7 @@ class SystemLoop final : public NativeLoop {
 
   Turn turn(bool waits) override {
     listen();
+    watchNextTimer();  // a callback of this turn may wait on the descriptor
     constexpr CFTimeInterval aYear = 365.0 * 24 * 60 * 60;
     constexpr Boolean untilOneSource = 1;
     switch (CFRunLoopRunInMode(kCFRunLoopDefaultMode, waits ? aYear : 0, untilOneSource)) {

@@ -1,6 +1,8 @@
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <cstddef>
+#include <deque>
 #include <mutex>
 #include <stdexcept>
 #include <utility>
@@ -24,19 +26,33 @@ class TaskQueue {
     tasks_.push_back(std::move(task));
   }
 
-  // Performs the tasks given so far. Loop's thread only.
-  void perform() {
-    std::vector<RunLoop::Task> due;
-    {
-      const std::lock_guard lock(mutex_);
-      due.swap(tasks_);
+  // Performs the tasks given so far, in their order also if one of them takes turns of the loop:
+  // the loop is woken for those that are left then. Loop's thread only.
+  void perform(NativeLoop& loop) {
+    auto left = count();
+    if (left > 1) loop.wake();
+    for (; left > 0; --left) {
+      if (const auto task = next()) dropExceptions(task);
     }
-    for (const RunLoop::Task& task : due) dropExceptions(task);
   }
 
  private:
+  std::size_t count() {
+    const std::lock_guard lock(mutex_);
+    return tasks_.size();
+  }
+
+  // Takes the first task; null without one.
+  RunLoop::Task next() {
+    const std::lock_guard lock(mutex_);
+    if (tasks_.empty()) return nullptr;
+    auto task = std::move(tasks_.front());
+    tasks_.pop_front();
+    return task;
+  }
+
   ForkSafeMutex mutex_;
-  std::vector<RunLoop::Task> tasks_;
+  std::deque<RunLoop::Task> tasks_;
 };
 
 class ThreadLoop;
@@ -83,7 +99,7 @@ class Timer final : public RunLoopTimer, public std::enable_shared_from_this<Tim
 class ThreadLoop final : public RunLoop, public std::enable_shared_from_this<ThreadLoop> {
  public:
   explicit ThreadLoop(bool ofMainThread)
-      : native_(makeNativeLoop(ofMainThread, [this] { tasks_.perform(); })) {}
+      : native_(makeNativeLoop(ofMainThread, [this] { tasks_.perform(*native_); })) {}
   ThreadLoop(const ThreadLoop&) = delete;
   ThreadLoop& operator=(const ThreadLoop&) = delete;
   ~ThreadLoop() override {

@@ -39,17 +39,18 @@ class QBDKR_EXPORT RunLoop {
 
   virtual ~RunLoop() = default;
 
-  // Blocks, and runs the loop until stop() or until the system's loop fails. Loop's thread only,
-  // and not from inside one of its own callbacks.
+  // Blocks, and runs the loop until stop() or until the system's loop fails. Loop's thread only. A
+  // task, a timer or a delegate may run the loop again, for a modal dialog: events, timers and
+  // tasks go on inside, and the loop sleeps while nothing is due.
   virtual void run() = 0;
-  // Ends run(), now or when it is next entered. Any thread, and from a signal handler, which must
-  // not be the first to use the loop. Does not wait.
+  // Ends run(), now or when it is next entered. Of nested ones it ends the innermost. Any thread,
+  // and from a signal handler, which must not be the first to use the loop. Does not wait.
   virtual void stop() = 0;
 
   // Returns a descriptor that is readable if dispatch() has something to do. Owned by the loop.
   [[nodiscard]] virtual int descriptor() const = 0;
   // Does what is due, without blocking. If much is due it does a part of it, and the descriptor
-  // stays readable. Loop's thread only.
+  // stays readable. Loop's thread only; may be called from inside a task, a timer or a delegate.
   virtual void dispatch() = 0;
 
   // Calls a task on the loop's thread; tasks run in the order in which they were given. Any thread;

@@ -2,9 +2,11 @@
 #include <poll.h>
 #include <pthread.h>
 #include <signal.h>
+#include <time.h>
 
 #include <atomic>
 #include <chrono>
+#include <functional>
 #include <future>
 #include <memory>
 #include <stdexcept>
@@ -491,6 +493,165 @@ TEST(RunLoopTest, DispatchDoesNotBlock) {
     timer->invalidate();
     loop.dispatch();
   });
+}
+
+// Ways in which a callee runs the loop that called it, until the condition holds.
+void runNested(RunLoop& loop, const std::function<bool()>& condition) {
+  const auto ends = loop.scheduleTimer(milliseconds(2), [&](const RunLoopTimer&) {
+    if (condition()) loop.stop();
+  });
+  loop.run();
+  ends->invalidate();
+}
+
+void dispatchNested(RunLoop& loop, const std::function<bool()>& condition) {
+  EXPECT_TRUE(runEmbedded(loop, condition));
+}
+
+using Nesting = void (*)(RunLoop& loop, const std::function<bool()>& condition);
+
+// Nests each way in each way of running the loop.
+using Ways = std::pair<Nesting, Nesting>;
+
+class NestedRunLoop : public testing::TestWithParam<Ways> {
+ protected:
+  // Runs the loop until the body, which a task calls, has returned.
+  static void onLoop(const std::function<void(RunLoop&)>& body) {
+    onNewThread([&] {
+      RunLoop& loop = RunLoop::current();
+      bool done = false;
+      loop.perform([&] {
+        body(loop);
+        done = true;
+      });
+      GetParam().first(loop, [&] { return done; });
+    });
+  }
+
+  static void nest(RunLoop& loop, const std::function<bool()>& condition) {
+    GetParam().second(loop, condition);
+  }
+};
+
+INSTANTIATE_TEST_SUITE_P(Each, NestedRunLoop,
+                         testing::Values(Ways(runNested, runNested),
+                                         Ways(runNested, dispatchNested),
+                                         Ways(dispatchNested, runNested),
+                                         Ways(dispatchNested, dispatchNested)));
+
+TEST_P(NestedRunLoop, PerformsTasksOfOtherThreadsAndTicks) {
+  onLoop([](RunLoop& loop) {
+    bool performed = false;
+    std::thread other([&] { loop.perform([&] { performed = true; }); });
+    int ticks = 0;
+    const auto timer = loop.scheduleTimer(shortInterval, [&](const RunLoopTimer&) { ++ticks; });
+    nest(loop, [&] { return performed && ticks >= 3; });
+    timer->invalidate();
+    other.join();
+    EXPECT_TRUE(performed);
+  });
+}
+
+TEST_P(NestedRunLoop, PerformsTheTasksThatWereGivenBeforeInTheirOrder) {
+  onLoop([](RunLoop& loop) {
+    std::vector<int> order;
+    bool isNested = false;
+    loop.perform([&] {
+      order.push_back(1);
+      isNested = true;
+      nest(loop, [&] { return order.size() >= 3; });
+      isNested = false;
+    });
+    for (int i = 2; i <= 3; ++i) {
+      loop.perform([&, i] {
+        EXPECT_TRUE(isNested);
+        order.push_back(i);
+      });
+    }
+    nest(loop, [&] { return order.size() >= 3 && !isNested; });
+    EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
+  });
+}
+
+TEST_P(NestedRunLoop, TicksInsideATick) {
+  onLoop([](RunLoop& loop) {
+    int ticks = 0;
+    bool done = false;
+    // Both are due at the same time, and sd-event takes note of both before the first is called.
+    const auto count = [&](const RunLoopTimer&) {
+      if (++ticks > 1) return;
+      const auto bothDue = Clock::now() + 4 * shortInterval;
+      while (Clock::now() < bothDue) std::this_thread::yield();
+      nest(loop, [&] { return ticks >= 6; });
+      done = true;
+    };
+    const auto one = loop.scheduleTimer(shortInterval, count);
+    const auto other = loop.scheduleTimer(shortInterval, count);
+    const auto bothDue = Clock::now() + 4 * shortInterval;
+    while (Clock::now() < bothDue) std::this_thread::yield();
+    nest(loop, [&] { return done; });
+    one->invalidate();
+    other->invalidate();
+    EXPECT_GE(ticks, 6);
+  });
+}
+
+// The system takes note of timers that are due at the same time all at once.
+TEST(RunLoopTest, EmbeddedLoopInsideATickWakesForAnotherTimerThatWasDueWithIt) {
+  onNewThread([] {
+    constexpr milliseconds interval(2000);
+    RunLoop& loop = RunLoop::current();
+    int ticks = 0;
+    Clock::duration waited{};
+    const auto count = [&](const RunLoopTimer&) {
+      if (++ticks > 1) return;
+      const auto start = Clock::now();
+      EXPECT_TRUE(runEmbedded(loop, [&] { return ticks >= 2; }));
+      waited = Clock::now() - start;
+    };
+    const auto one = loop.scheduleTimer(interval, count);
+    const auto other = loop.scheduleTimer(interval, count);
+    EXPECT_TRUE(runEmbedded(loop, [&] { return ticks >= 2; }));
+    EXPECT_LT(waited, interval - milliseconds(500)) << "it came with its next tick";
+    one->invalidate();
+    other->invalidate();
+  });
+}
+
+TEST_P(NestedRunLoop, SleepsWhileNothingIsDue) {
+  onLoop([](RunLoop& loop) {
+    const auto cpuTime = [] {
+      timespec time{};
+      clock_gettime(CLOCK_THREAD_CPUTIME_ID, &time);
+      return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
+    };
+    bool done = false;
+    const auto end =
+        loop.scheduleTimer(std::chrono::seconds(1), [&](const RunLoopTimer&) { done = true; });
+    const auto before = cpuTime();
+    nest(loop, [&] { return done; });
+    EXPECT_LT(cpuTime() - before, milliseconds(200));
+    end->invalidate();
+  });
+}
+
+TEST(RunLoopTest, StopEndsTheInnermostRun) {
+  RunLoop& loop = RunLoop::main();
+  std::vector<int> order;
+  loop.perform([&] {
+    loop.perform([&] {
+      order.push_back(1);
+      loop.stop();
+    });
+    loop.run();
+    order.push_back(2);
+    loop.perform([&] {
+      order.push_back(3);
+      loop.stop();
+    });
+  });
+  loop.run();
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3}));
 }
 
 TEST(RunLoopTest, ATimerOutlivesTheLoopOfAFinishedThread) {
