@@ -1,3 +1,4 @@
+#include <chrono>
 #include <string>
 #include <utility>
 
@@ -41,6 +42,10 @@ RPCTarget QBHPAppleEventSender::target(Text bundleID) const {
   auto target = RPCTarget::withBundleID(bundleID.value_or(""));
   if (bundleID == view(helperBundleID_)) target.directory = requiredPlace_;
   return target;
+}
+
+OSErr QBHPAppleEventSender::flush(std::chrono::steady_clock::time_point deadline) {
+  return paramErrWithoutMemory([&] { return RPCTransport::shared().flush(deadline); });
 }
 
 AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text selectName,

@@ -1,6 +1,8 @@
 #include <pthread.h>
 
 #include <atomic>
+#include <chrono>
+#include <functional>
 #include <memory>
 #include <string>
 #include <utility>
@@ -32,6 +34,10 @@ class BusTransport final : public RPCTransport {
     return answer;
   }
 
+  OSErr flush(std::chrono::steady_clock::time_point deadline) override {
+    return sender().flush(deadline);
+  }
+
   [[nodiscard]] std::optional<std::string> knownObstacle() const override {
     const BusSender* sender = sender_.load();
     const auto process = sender == nullptr ? std::nullopt : sender->foreignProcess();
@@ -45,6 +51,14 @@ class BusTransport final : public RPCTransport {
   }
 
   void removeHandler() override { BusReceiver::shared().removeHandler(); }
+
+  void watchStanding(std::function<void()> onLost) override {
+    BusReceiver::shared().watchStanding(std::move(onLost));
+  }
+  [[nodiscard]] Standing standing() override { return BusReceiver::shared().standing(); }
+  void whenHandled(std::function<void()> done) override {
+    BusReceiver::shared().whenHandled(std::move(done));
+  }
 
   // Called in a forked child: the connection, its lock and the threads that wait on it belong to
   // the parent. The child gets its own on first use.

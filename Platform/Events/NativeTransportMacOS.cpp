@@ -1,6 +1,11 @@
 #include <CoreServices/CoreServices.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <optional>
+#include <set>
+#include <string>
 #include <utility>
 
 #include <ClientComm/Log.h>
@@ -11,9 +16,55 @@
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCHandler.h"
 #include "Platform/Events/RPCTransport.h"
+#include "Platform/Processes/RunningApplications.h"
 
 namespace qbdkr {
 namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// What a process that ends by itself needs to know. Nothing tells when a sender ends, so the
+// running applications are asked for the senders' identifiers. Main thread only.
+class Presence {
+ public:
+  void watch() { isWatched_ = true; }
+
+  void noteEventOf(const std::optional<std::string>& sender) {
+    if (!isWatched_) return;
+    last_ = Clock::now();
+    if (!sender) return;
+    if (senders_.size() < mostSenders) {
+      senders_.insert(*sender);
+    } else {
+      isCrowded_ = isCrowded_ || !senders_.contains(*sender);
+    }
+  }
+
+  std::optional<Clock::time_point> idleSince() {
+    if (!isWatched_ || isCrowded_) return std::nullopt;
+    const FetchedProcessTable table = fetchProcessTable();
+    const bool isHostThere = table.error != 0 || std::ranges::any_of(senders_, [&](const auto& id) {
+                               return isApplicationRunning(id, table);
+                             });
+    if (!isHostThere) return last_;
+    last_ = Clock::now();
+    return std::nullopt;
+  }
+
+ private:
+  static constexpr std::size_t mostSenders = 256;
+
+  bool isWatched_ = false;
+  Clock::time_point last_ = Clock::now();
+  std::set<std::string> senders_;  // identifiers
+  bool isCrowded_ = false;
+};
+
+// An installed handler, and its senders.
+struct Receiver {
+  RPCHandler handler;
+  Presence presence;
+};
 
 // Makes the system's event from ours.
 OSErr makeEvent(const AppleEvent& from, EventDescriptor& made) {
@@ -74,25 +125,30 @@ RPCTransport::Answer readAnswer(const AEDesc& reply) {
   return {noErr, textFrom(*found.get())};
 }
 
-OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, const RPCHandler& handler) {
-  if (!handler.isSet()) return errAEEventNotHandled;
+OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, Receiver& receiver) {
+  if (!receiver.handler.isSet()) return errAEEventNotHandled;
   AppleEvent event;
   if (!readEvent(incoming, event)) return paramErr;
   const auto read = rpcEventOf(event);
   if (!read) return errAEEventFailed;
-  auto answer = handler.handle(*read, senderOf(event));
+  const auto sender = senderOf(event);
+  receiver.presence.noteEventOf(sender);
+  auto answer = receiver.handler.handle(*read, sender);
   if (answer.status != noErr) return answer.status;
   return putResult(std::move(answer.result).value_or(""), reply);
 }
 
-::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon handler) {
+::OSErr onEvent(const ::AppleEvent* incoming, ::AppleEvent* reply, SRefCon receiver) {
   try {
-    return handleEvent(*incoming, *reply, *static_cast<RPCHandler*>(handler));
+    return handleEvent(*incoming, *reply, *static_cast<Receiver*>(receiver));
   } catch (...) {  // nothing may unwind through the Apple Event Manager
     return errAEEventFailed;
   }
 }
 
+// An event lies at the target's port when AESendMessage returns, with the sender's address in it.
+// So flush() has nothing to wait for here. No connection can be lost either, so no loss is ever
+// told.
 class AppleEventTransport final : public RPCTransport {
  public:
   OSErr post(const RPCTarget& target, const RPCEvent& event) override {
@@ -108,16 +164,19 @@ class AppleEventTransport final : public RPCTransport {
   }
 
   void setHandler(Handler handler) override {
-    handler_.set(std::move(handler));
-    if (AEInstallEventHandler(kCoreEventClass, kAECall, entryPoint(), &handler_, 0) != ::noErr) {
+    receiver_.handler.set(std::move(handler));
+    if (AEInstallEventHandler(kCoreEventClass, kAECall, entryPoint(), &receiver_, 0) != ::noErr) {
       log("the system does not let this application handle Apple events");
     }
   }
 
   void removeHandler() override {
     AERemoveEventHandler(kCoreEventClass, kAECall, entryPoint(), 0);
-    handler_.set(nullptr);
+    receiver_.handler.set(nullptr);
   }
+
+  void watchStanding(std::function<void()> /*onLost*/) override { receiver_.presence.watch(); }
+  [[nodiscard]] Standing standing() override { return {receiver_.presence.idleSince(), {}}; }
 
  private:
   OSErr send(const RPCTarget& target, const RPCEvent& event, const AppleEventSendOptions& options,
@@ -140,7 +199,7 @@ class AppleEventTransport final : public RPCTransport {
   }
 
   std::atomic<bool> isPlaceLogged_{false};
-  RPCHandler handler_;  // never destroyed: the Apple Event Manager holds its address
+  Receiver receiver_;  // never destroyed: the Apple Event Manager holds its address
 };
 
 }  // namespace

@@ -1,6 +1,9 @@
 #include "Platform/Events/RPCTransport.h"
 
 #include <atomic>
+#include <utility>
+
+#include <ClientComm/RunLoop.h>
 
 #include "Platform/Events/NativeTransport.h"
 
@@ -10,6 +13,10 @@ namespace {
 std::atomic<RPCTransport*> replacement{nullptr};
 
 }  // namespace
+
+void RPCTransport::whenHandled(std::function<void()> done) {
+  RunLoop::main().perform(std::move(done));
+}
 
 RPCTransport& RPCTransport::shared() {
   if (RPCTransport* transport = replacement.load()) return *transport;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <functional>
 #include <optional>
 #include <string>
@@ -43,6 +44,15 @@ class QBDKR_EXPORT RPCTransport {
   // during the wait. An answer of more than 64 MiB is errAEEventNotHandled.
   virtual Answer ask(const RPCTarget& target, const RPCEvent& event) = 0;
 
+  // Waits until the targets have taken what this process posted before the call: each has read it,
+  // knows its sender, and has handed it to its handler. Any thread; others can send during the
+  // wait. A target that is gone is not waited for. Of targets, 4,096 are remembered. Returns 0 if
+  // nothing is left to wait for, else errAETimeout at the deadline, connectionInvalid if a
+  // connection to the bus ended, with which posts may be lost (said once), or the bus's refusal of
+  // the question. A transport whose targets have an event when post() returns has nothing to wait
+  // for.
+  virtual OSErr flush(std::chrono::steady_clock::time_point /*deadline*/) { return noErr; }
+
   // Install the one handler, and remove it. Any thread; do not wait.
   virtual void setHandler(Handler handler) = 0;
   virtual void removeHandler() = 0;
@@ -50,6 +60,28 @@ class QBDKR_EXPORT RPCTransport {
   // Returns one line that says why events posted with status 0 may not arrive. Absent if no reason
   // is known; the first send of this process finds it. Any thread; does not wait.
   [[nodiscard]] virtual std::optional<std::string> knownObstacle() const { return std::nullopt; }
+
+  // Tells how this process stands, to let it end by itself.
+  struct Standing {
+    using Time = std::chrono::steady_clock::time_point;
+    // Since then no event has come, and no process was there that had sent one. Absent while such a
+    // process is there.
+    std::optional<Time> idleSince;
+    // Since then there has been no connection; absent with one.
+    std::optional<Time> lostSince;
+  };
+
+  // Begins to keep what standing() tells. The function is called on the main run loop when the
+  // connection is lost. Main run loop only; does not wait.
+  virtual void watchStanding(std::function<void()> /*onLost*/) {}
+
+  // Returns how this process stands; looks for a lost bus once more. Nothing is told that is not
+  // watched, or that the system cannot tell. Main run loop only; does not wait.
+  [[nodiscard]] virtual Standing standing() { return {}; }
+
+  // Calls a function on the main run loop when every event that had come for this process by the
+  // time of the call was handled. Main run loop only; does not wait.
+  virtual void whenHandled(std::function<void()> done);
 
   // Returns the transport in use. Any thread.
   static RPCTransport& shared();

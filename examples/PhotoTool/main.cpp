@@ -1,6 +1,7 @@
 // A host application: it carries a helper agent among its resources, and has it installed, started
 // and kept alive. Calls on standard input stand in for a user's clicks.
 
+#include <chrono>
 #include <csignal>
 #include <cstdlib>
 #include <iostream>
@@ -11,6 +12,7 @@
 #include <vector>
 
 #include <ClientComm/Bundle.h>
+#include <ClientComm/QBHPAppleEventSender.h>
 #include <ClientComm/RunLoop.h>
 #include <QBDKRProductClient/QBHPHelper.h>
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
@@ -73,6 +75,13 @@ void run(const std::string& line, const acme::Transcript& transcript) {
   transcript.write(words.front() + ": " + result.value_or("no such call"));
 }
 
+// Waits until the helper agent has taken what this process posted last. It would not know the
+// sender of what it reads after the end of this process.
+void flush() {
+  constexpr std::chrono::seconds patience(2);
+  qbdkr::QBHPAppleEventSender::share().flush(std::chrono::steady_clock::now() + patience);
+}
+
 // Makes one call, and first starts the helper agent if it is not running.
 int callOnce(const std::vector<std::string>& words) {
   QBHPHelper::share();
@@ -85,6 +94,7 @@ int callOnce(const std::vector<std::string>& words) {
     std::cerr << "PhotoTool: no such call, or a wrong number of arguments: " + words.front() + '\n';
     return 2;
   }
+  flush();
   std::cout << words.front() + ": " + *result + '\n';
   return 0;
 }
@@ -119,6 +129,7 @@ int main(int argc, char** argv) {
     for (std::string command; std::getline(std::cin, command);) run(command, transcript);
   });
   loop.run();
+  flush();
 
   transcript.write("ends");
   // The reader may wait for input for ever, so it is not joined. It was not detached either:

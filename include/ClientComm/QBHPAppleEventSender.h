@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <span>
 #include <string_view>
 
@@ -51,6 +52,25 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   // Do the same for the helper agent.
   OSErr sendEvnet(Text className, Text selectName, Arguments args);
   OSErr sendEvnet(Text className, Text selectName, Arguments args, String& result);
+
+  // Waits until the targets have taken everything that this process, on any thread, posted before
+  // the call. Call it before the process ends: a target learns who posted an event only while that
+  // process is there, and drops the event of an unknown one. Any thread; blocks until the deadline
+  // at most. Other threads can send meanwhile.
+  //
+  // A flush covers the posts since the last one that returned 0, to 4,096 targets. It asks all of
+  // them at once. Returns
+  //   0                  every target has read the events, knows who sent them, and has begun to
+  //                      handle the last one; or it is gone, and with it what it had not handled;
+  //                      or it does not know the question and has read what came before; or nothing
+  //                      was posted. Not that a method has returned, or that it had success
+  //   errAETimeout       the deadline passed first. It was posted all the same, and may be taken
+  //                      later. The next flush asks again
+  //   connectionInvalid  the connection to the bus ended, and with it posts may be lost; said once
+  //   any other          the bus refuses the question, for one target at least
+  // A process takes events on its main thread: two that wait for each other there both wait until
+  // their deadlines, and one that posted to itself does so too.
+  OSErr flush(std::chrono::steady_clock::time_point deadline);
 
   // Builds the Apple event of such a request on macOS, and sends nothing.
   [[nodiscard]] AppleEvent createEvnet(Text bundleID, Text className, Text selectName,

@@ -1,6 +1,7 @@
 // A host application for tests. Each line on standard input is a tag, a command and its words; each
 // command runs on a thread of its own and gives one line: the tag and the result. Reports to the
-// delegate are lines that begin with "!". The main thread runs the main run loop.
+// delegate are lines that begin with "!". The main thread runs the main run loop, or, if
+// QBDKR_PROBE_LOOP is "embedded", a loop of its own that watches the main run loop's descriptor.
 
 #include <poll.h>
 #include <signal.h>
@@ -11,15 +12,19 @@
 
 #include <array>
 #include <atomic>
+#include <chrono>
 #include <condition_variable>
 #include <cstdlib>
+#include <ctime>
 #include <fstream>
 #include <functional>
 #include <future>
 #include <iostream>
 #include <map>
 #include <mutex>
+#include <semaphore>
 #include <string>
+#include <string_view>
 #include <thread>
 #include <vector>
 
@@ -36,6 +41,7 @@
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Workspace/Workspace.h"
 #include "ProductClient/DetachedThread.h"
+#include "support/Patience.h"
 #include "support/ProbeText.h"
 #include "support/Storm.h"
 
@@ -60,6 +66,65 @@ void print(std::string line) {
   [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, line.data(), line.size());
 }
 
+// Runs the main run loop as a host with a loop of its own does, until the condition holds.
+void runEmbedded(const std::function<bool()>& holds) {
+  RunLoop& loop = RunLoop::main();
+  pollfd readable{loop.descriptor(), POLLIN, 0};
+  while (!holds()) {
+    ::poll(&readable, 1, -1);
+    loop.dispatch();
+  }
+}
+
+// Opens a modal dialog, as it were: runs the loop inside a delegate call, for a second at least.
+class Dialog {
+ public:
+  // The next delegate call opens it. It runs the loop, or it runs a loop of its own.
+  void prepare(bool isEmbedded) {
+    isEmbedded_ = isEmbedded;
+    isWanted_ = true;
+    isClosed_ = false;
+  }
+
+  // Any thread.
+  void close() { isClosed_ = true; }
+
+  void openIfWanted() {
+    if (!isWanted_.exchange(false)) return;
+    constexpr std::chrono::milliseconds second(1000);
+    constexpr std::chrono::milliseconds interval(20);
+    const auto start = std::chrono::steady_clock::now();
+    const std::clock_t cpuTime = std::clock();
+    int ticks = 0;
+    bool isDone = false;
+    print("! dialog opened");
+    const auto timer = RunLoop::main().scheduleTimer(interval, [&](const qbdkr::RunLoopTimer&) {
+      ++ticks;
+      if (!isClosed_ || std::chrono::steady_clock::now() - start < second) return;
+      isDone = true;
+      if (!isEmbedded_) RunLoop::main().stop();
+    });
+    if (isEmbedded_) {
+      runEmbedded([&] { return isDone; });
+    } else {
+      RunLoop::main().run();
+    }
+    timer->invalidate();
+    const auto milliseconds = (std::clock() - cpuTime) * 1000 / CLOCKS_PER_SEC;
+    print("! dialog closed " + std::to_string(milliseconds) + ' ' + std::to_string(ticks));
+  }
+
+ private:
+  std::atomic<bool> isWanted_{false};
+  std::atomic<bool> isEmbedded_{false};
+  std::atomic<bool> isClosed_{false};
+};
+
+Dialog& dialog() {
+  static auto& instance = *new Dialog;
+  return instance;
+}
+
 // Shows the reports, and passes them on to the communicator, which acts on them.
 class Reports : public qbdkr::QBHPWillHelperExitDelegate,
                 public qbdkr::QBHPDidCheckServerOpenDelegate {
@@ -76,6 +141,7 @@ class Reports : public qbdkr::QBHPWillHelperExitDelegate,
             (error == nullptr ? " no-error" : " error") + where());
     }
     count();
+    dialog().openIfWanted();
     QBHPHelperCommunicate::share().didCheckServerOpen(open, error);
   }
 
@@ -153,6 +219,31 @@ std::string asked(const Words& words) {
   String result;
   const auto status = message.ask(result);
   return std::to_string(status) + ' ' + encoded(result);
+}
+
+qbdkr::OSErr flushFor(std::chrono::milliseconds time) {
+  return QBHPAppleEventSender::share().flush(std::chrono::steady_clock::now() + time);
+}
+
+// MILLISECONDS: flushes, and returns the status.
+std::string flushed(const Words& words) {
+  return std::to_string(flushFor(std::chrono::milliseconds(std::stoul(words.at(0)))));
+}
+
+std::binary_semaphore& mainGate() {
+  static auto& gate = *new std::binary_semaphore(0);
+  return gate;
+}
+
+// Keeps the main thread busy until the gate is released. Returns when it is.
+std::string blockMain(const Words&) {
+  std::promise<void> isBlocked;
+  RunLoop::main().perform([&isBlocked] {
+    isBlocked.set_value();
+    mainGate().acquire();
+  });
+  isBlocked.get_future().wait();
+  return "blocked";
 }
 
 std::string askedForSummary(const Words& words) {
@@ -405,6 +496,30 @@ const std::map<std::string, Command>& commands() {
       {"obstacle",
        [](const Words&) { return qbdkr::RPCTransport::shared().knownObstacle().value_or("none"); }},
       {"burst", burst},
+      {"flush", flushed},
+      {"send-flush-exit",
+       [](const Words& words) -> std::string {
+         const Message message(words);
+         if (message.post() != 0) _exit(3);
+         print("! posted");
+         _exit(flushFor(qbdkr::test::patience) == 0 ? 0 : 4);
+       }},
+      {"dialog",
+       [](const Words& words) {
+         dialog().prepare(words.at(0) == "embedded");
+         return "done";
+       }},
+      {"close-dialog",
+       [](const Words&) {
+         dialog().close();
+         return "done";
+       }},
+      {"block-main", blockMain},
+      {"release-main",
+       [](const Words&) {
+         mainGate().release();
+         return "done";
+       }},
       {"request-in-little-memory", requestInLittleMemory},
       {"storm", qbdkr::test::storm},
       {"count", qbdkr::test::count},
@@ -466,6 +581,11 @@ int main() {
     RunLoop::main().stop();
   });
   print("! ready " + std::to_string(getpid()));
-  RunLoop::main().run();
+  const char* loop = std::getenv("QBDKR_PROBE_LOOP");
+  if (loop != nullptr && std::string_view(loop) == "embedded") {
+    runEmbedded([] { return false; });
+  } else {
+    RunLoop::main().run();
+  }
   return 0;
 }

@@ -23,14 +23,16 @@
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
  *   answer NAME SIZE                      claims the name, prints "ready", and answers calls with
- *                                         so long a text until it is killed
+ *                                         so long a text until it is killed; to any other method it
+ *                                         says that it does not know it
  *   refuse NAME SIZE                      the same, with an error of such a text
  *   destinations NAME                     the same, with the name to which each call was sent
- *   serve NAME COUNT [ANSWER]             claims the name, prints "ready", then one line for each
- *                                         of that many calls: the flags, signature, path,
- *                                         interface, member, class, method, number of arguments.
- *                                         Answers with "served" or, as ANSWER says, with an error,
- *                                         a number, nothing, two texts, or a noncharacter
+ *   hold NAME                             claims the name, prints "ready", and a line for each call
+ *                                         of any method: auto-start or no-auto-start, the
+ * interface, the member; answers none serve NAME COUNT [ANSWER]             claims the name, prints
+ * "ready", then one line for each of that many calls: the flags, signature, path, interface,
+ * member, class, method, number of arguments. Answers with "served" or, as ANSWER says, with an
+ * error, a number, nothing, two texts, or a noncharacter
  */
 #include <dbus/dbus.h>
 #include <stdio.h>
@@ -346,6 +348,24 @@ static int serve(DBusConnection* connection, const char* name, int wanted, const
   return 0;
 }
 
+static int hold(DBusConnection* connection, const char* name) {
+  DBusError error = DBUS_ERROR_INIT;
+  if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
+  say("ready");
+  while (dbus_connection_read_write(connection, -1)) {
+    DBusMessage* message;
+    while ((message = dbus_connection_pop_message(connection)) != NULL) {
+      if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        printf("%s %s %s\n", dbus_message_get_auto_start(message) ? "auto-start" : "no-auto-start",
+               dbus_message_get_interface(message), dbus_message_get_member(message));
+        fflush(stdout);
+      }
+      dbus_message_unref(message);
+    }
+  }
+  return 0;
+}
+
 static char* text_of_size(size_t size) {
   char* text = malloc(size + 1);
   if (text == NULL) stop("no memory");
@@ -376,6 +396,10 @@ static int answer(DBusConnection* connection, const char* name, const char* text
         fflush(stdout);
         dbus_connection_send(connection, reply, NULL);
         dbus_message_unref(reply);
+      } else if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+        DBusMessage* reply = dbus_message_new_error(message, DBUS_ERROR_UNKNOWN_METHOD, "unknown");
+        dbus_connection_send(connection, reply, NULL);
+        dbus_message_unref(reply);
       }
       dbus_message_unref(message);
     }
@@ -394,6 +418,7 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "serve") == 0 && (argc == 4 || argc == 5)) {
     return serve(connection, argv[2], atoi(argv[3]), argc == 5 ? argv[4] : "text");
   }
+  if (strcmp(argv[1], "hold") == 0) return hold(connection, argv[2]);
   if (strcmp(argv[1], "answer") == 0 && argc == 4) {
     return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 0);
   }

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <array>
+#include <utility>
 
 #include <ClientComm/Bundle.h>
 #include <ClientComm/Log.h>
@@ -20,6 +21,7 @@ namespace {
 constexpr std::chrono::microseconds firstRetry = std::chrono::milliseconds(100);
 constexpr std::chrono::microseconds longestRetry = std::chrono::seconds(5);
 constexpr std::size_t mostSenders = 256;
+constexpr std::size_t mostForgotten = 4096;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
 
@@ -89,6 +91,11 @@ const sd_bus_vtable BusReceiver::methods[] = {
                              SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
+const sd_bus_vtable BusReceiver::deliveryMethods[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD(rpc::flushMember, "", "", BusReceiver::onQuestion, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_VTABLE_END};
+
 BusReceiver& BusReceiver::shared() {
   static NeverDestroyed receiver([] { return BusReceiver(); });
   return *receiver;
@@ -124,12 +131,18 @@ void BusReceiver::connect() {
 bool BusReceiver::attach() {
   sd_bus* bus = bus_.get();
   sd_bus_slot* object = nullptr;
+  sd_bus_slot* delivery = nullptr;
   if (sd_bus_set_method_call_timeout(bus, asMicroseconds(busPatience)) < 0 ||
       sd_bus_add_object_vtable(bus, &object, rpc::objectPath, rpc::interfaceName, methods, this) <
           0) {
     return false;
   }
   object_.reset(object);
+  if (sd_bus_add_object_vtable(bus, &delivery, rpc::objectPath, rpc::deliveryInterface,
+                               deliveryMethods, this) < 0) {
+    return false;
+  }
+  delivery_.reset(delivery);
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
   const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
   const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
@@ -144,12 +157,22 @@ bool BusReceiver::attach() {
 void BusReceiver::disconnect() {
   retry_.reset();
   senders_.clear();
+  forgotten_.clear();
+  forgottenWatch_.reset();
+  isCrowded_ = false;
   parking_ = {};
   isPaused_ = false;
   inquiry_.close();
+  allRead_.reset();
+  delivery_.reset();
   object_.reset();
-  if (bus_) sd_bus_detach_event(bus_.get());
+  if (bus_) {
+    sd_bus_detach_event(bus_.get());
+    lastPresence_ = Clock::now();
+    lostSince_ = lastPresence_;
+  }
   bus_.reset();
+  if (onHandled_) RunLoop::main().perform(std::exchange(onHandled_, nullptr));
 }
 
 // Closes both connections, as neither is of use without the other. Does so later: no connection can
@@ -158,6 +181,7 @@ void BusReceiver::reconnectLater() {
   RunLoop::main().perform([this] {
     disconnect();
     tryAgainLater();
+    if (onLost_) onLost_();
   });
 }
 
@@ -203,6 +227,15 @@ int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error
   return 0;
 }
 
+int BusReceiver::onQuestion(sd_bus_message* message, void* self, sd_bus_error*) {
+  try {
+    static_cast<BusReceiver*>(self)->receiveQuestion(message);
+  } catch (...) {  // nothing may unwind through the bus library
+    refuse(message, SD_BUS_ERROR_FAILED, "the events before were not taken");
+  }
+  return 1;
+}
+
 int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
   try {
     static_cast<BusReceiver*>(self)->receive(message);
@@ -215,23 +248,31 @@ int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
 void BusReceiver::receive(sd_bus_message* message) {
   // A refused event needs no inquiry and no room.
   if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
-  Received received{BusMessage(sd_bus_message_ref(message)), {}, 0};
+  RPCEvent event;
   EventAllowance allowance;
-  if (!readNames(message, received.event, allowance) ||
-      !readArguments(message, received.event, allowance)) {
+  if (!readNames(message, event, allowance) || !readArguments(message, event, allowance)) {
     return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
   }
-  received.size = allowance.used();
+  take({BusMessage(sd_bus_message_ref(message)), std::move(event), allowance.used()});
+}
 
-  const char* name = sd_bus_message_get_sender(message);
-  if (name == nullptr) return handle(received, std::nullopt);
-  const auto known = senders_.find(std::string_view(name));
-  Sender* sender = known != senders_.end() ? &known->second : meet(name);
-  if (sender == nullptr) return handle(received, std::nullopt);
-  if (!sender->isReady()) return park(*sender, std::move(received));
-  // Copied: while the event is handled, the loop may turn and forget the sender.
-  const auto bundleID = sender->bundleID;
-  handle(received, bundleID);
+// The question is answered in its turn among the events of its sender: they come to their handler
+// before it, and so only when the sender is known.
+void BusReceiver::receiveQuestion(sd_bus_message* message) {
+  if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
+  take({BusMessage(sd_bus_message_ref(message)), std::nullopt, 0});
+}
+
+void BusReceiver::take(Received&& received) {
+  lastPresence_ = Clock::now();
+  const char* name = sd_bus_message_get_sender(received.message.get());
+  const auto known = senders_.find(std::string_view(name == nullptr ? "" : name));
+  Sender* sender = known != senders_.end() ? &known->second : nullptr;
+  if (sender == nullptr && name != nullptr) sender = meet(name);
+  if (sender != nullptr) return park(name, *sender, std::move(received));
+  // Its sender cannot be asked for.
+  const auto kept = std::make_shared<Received>(std::move(received));
+  RunLoop::main().perform([this, kept] { handle(*kept, std::nullopt); });
 }
 
 // Adds a new sender; null if the bus cannot be asked for it.
@@ -256,8 +297,12 @@ BusSlot BusReceiver::watch(const char* name) {
   return BusSlot(slot);
 }
 
-void BusReceiver::park(Sender& sender, Received&& received) {
+// While the sender's queue holds events and the sender is known, a task waits to handle the first.
+void BusReceiver::park(const char* name, Sender& sender, Received&& received) {
   const std::size_t size = received.size;
+  if (sender.isSettled()) {
+    RunLoop::main().perform([this, peer = std::string(name)] { handleParked(peer); });
+  }
   sender.parked.push_back(std::move(received));
   parking_.take(size);
   if (parking_.isFull()) pause();
@@ -272,45 +317,122 @@ void BusReceiver::settle(std::string_view name, std::optional<std::string> bundl
 }
 
 // Handles the first event of those parked for a sender; the loop's other work gets its turn before
-// the next one.
+// the next one. The handler may take turns of the loop, which handle later events and forget
+// senders.
 void BusReceiver::handleParked(std::string_view name) {
   const auto found = senders_.find(name);
   if (found == senders_.end()) return;
   Sender& sender = found->second;
   if (!sender.isKnown || sender.parked.empty()) return;
+  if (sender.parked.size() > 1) {
+    RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
+  }
   sender.question.reset();
   const Received received = std::move(sender.parked.front());
   sender.parked.pop_front();
   parking_.giveBack(received.size);
   const auto bundleID = sender.bundleID;
-  if (!sender.parked.empty()) {
-    RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
-  } else if (sender.isGone) {
-    senders_.erase(found);
-  }
+  if (sender.isGone && sender.parked.empty()) senders_.erase(found);
   resume();
   handle(received, bundleID);
 }
 
 void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {
-  const auto answer = handler_.handle(received.event, sender);
-  reply(received.message.get(), answer);
-  relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));
+  if (received.event) {
+    const auto answer = handler_.handle(*received.event, sender);
+    reply(received.message.get(), answer);
+    relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));
+  } else {
+    sd_bus_reply_method_return(received.message.get(), "");
+  }
+  lastPresence_ = Clock::now();
+  callHandled();
 }
 
 int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*) {
-  auto& senders = static_cast<BusReceiver*>(self)->senders_;
+  auto& receiver = *static_cast<BusReceiver*>(self);
+  auto& senders = receiver.senders_;
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
   const auto found = senders.find(std::string_view(name));
   if (found == senders.end()) return 0;
+  receiver.lastPresence_ = Clock::now();
   found->second.isGone = true;
-  if (found->second.isReady()) senders.erase(found);
+  if (found->second.isSettled()) senders.erase(found);
   return 0;
 }
 
 void BusReceiver::forgetSenders() {
-  std::erase_if(senders_, [](const auto& entry) { return entry.second.isReady(); });
+  watchForgotten();
+  std::erase_if(senders_, [this](const auto& entry) {
+    if (!entry.second.isSettled()) return false;
+    if (forgottenWatch_ && forgotten_.size() < mostForgotten) {
+      forgotten_.insert(entry.first);
+    } else {
+      isCrowded_ = true;
+    }
+    return true;
+  });
+}
+
+// Watches the ends of all names before those of the forgotten senders are not watched any more.
+void BusReceiver::watchForgotten() {
+  if (!onLost_ || forgottenWatch_) return;
+  sd_bus_slot* slot = nullptr;
+  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+  sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch().c_str(), onForgottenGone, ignore,
+                         this);
+  forgottenWatch_.reset(slot);
+}
+
+int BusReceiver::onForgottenGone(sd_bus_message* message, void* self, sd_bus_error*) {
+  auto& receiver = *static_cast<BusReceiver*>(self);
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (sd_bus_message_read(message, "sss", &name, &before, &after) <= 0 || *after != '\0') return 0;
+  const auto found = receiver.forgotten_.find(std::string_view(name));
+  if (found == receiver.forgotten_.end()) return 0;
+  receiver.forgotten_.erase(found);
+  receiver.lastPresence_ = Clock::now();
+  return 0;
+}
+
+void BusReceiver::watchStanding(std::function<void()> onLost) { onLost_ = std::move(onLost); }
+
+RPCTransport::Standing BusReceiver::standing() {
+  if (!onLost_) return {};
+  if (retry_) connect();
+  RPCTransport::Standing standing;
+  if (senders_.empty() && forgotten_.empty() && !isCrowded_) standing.idleSince = lastPresence_;
+  if (!bus_) standing.lostSince = lostSince_;
+  return standing;
+}
+
+// Asks the bus, on the connection that receives: the answer comes after all events that came
+// before.
+void BusReceiver::whenHandled(std::function<void()> done) {
+  sd_bus_slot* slot = nullptr;
+  if (bus_) {
+    sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                             "GetId", onAllRead, this, "");
+  }
+  if (slot == nullptr) return RunLoop::main().perform(std::move(done));
+  allRead_.reset(slot);
+  isAllRead_ = false;
+  onHandled_ = std::move(done);
+}
+
+int BusReceiver::onAllRead(sd_bus_message*, void* self, sd_bus_error*) {
+  auto& receiver = *static_cast<BusReceiver*>(self);
+  receiver.isAllRead_ = true;
+  dropExceptions([&] { receiver.callHandled(); });
+  return 0;
+}
+
+void BusReceiver::callHandled() {
+  if (!onHandled_ || !isAllRead_ || !parking_.isEmpty()) return;
+  RunLoop::main().perform(std::exchange(onHandled_, nullptr));
 }
 
 }  // namespace qbdkr

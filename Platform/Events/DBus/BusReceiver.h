@@ -1,11 +1,14 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -17,13 +20,15 @@
 
 namespace qbdkr {
 
-// The room for events that wait until their senders are known. When it is full the connection is
-// not read, and the backlog stays on the bus. One event is always taken, whatever its size.
+// The room for events that wait until their senders are known and their turn has come. When it is
+// full the connection is not read, and the backlog stays on the bus. One event is always taken,
+// whatever its size.
 class ParkingSpace {
  public:
   void take(std::size_t bytes);
   void giveBack(std::size_t bytes);
   [[nodiscard]] bool isFull() const;
+  [[nodiscard]] bool isEmpty() const { return events_ == 0; }
 
  private:
   std::size_t events_ = 0;
@@ -31,12 +36,14 @@ class ParkingSpace {
 };
 
 // The connection on which this process receives: it owns the name of the process's bundle
-// identifier and answers the one method. It belongs to the main run loop; call only the members
-// that say so from other threads. While a handler is installed, a lost connection is made again,
-// and the name claimed again.
+// identifier, takes events, and answers whether it has taken them. It belongs to the main run loop;
+// call only the members that say so from other threads. While a handler is installed, a lost
+// connection is made again, and the name claimed again.
 //
 // It never waits on that connection: the bus library would read the whole backlog into memory. The
-// events of a new sender are parked until it is known, while those of others are handled.
+// events of a new sender are parked until it is known, while those of others are handled. No event
+// is handled inside a callback of the bus library, which could then not be used by a handler that
+// takes turns of the run loop.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -48,11 +55,19 @@ class BusReceiver {
   // Tells that the bus can be reached (again). Any thread.
   void busAppeared();
 
+  // See RPCTransport.
+  void watchStanding(std::function<void()> onLost);
+  [[nodiscard]] RPCTransport::Standing standing();
+  void whenHandled(std::function<void()> done);
+
  private:
-  // An event, and its message, which is answered.
+  using Clock = std::chrono::steady_clock;
+
+  // An event, and its message, which is answered. Without an event it is the question whether those
+  // before it were taken.
   struct Received {
     BusMessage message;
-    RPCEvent event;
+    std::optional<RPCEvent> event;
     std::size_t size = 0;
   };
 
@@ -68,7 +83,7 @@ class BusReceiver {
     BusSlot watch;
     bool isGone = false;
 
-    [[nodiscard]] bool isReady() const { return isKnown && parked.empty(); }
+    [[nodiscard]] bool isSettled() const { return isKnown && parked.empty(); }
   };
 
   BusReceiver() = default;
@@ -82,26 +97,35 @@ class BusReceiver {
   void resume();
 
   void receive(sd_bus_message* message);
+  void receiveQuestion(sd_bus_message* message);
+  void take(Received&& received);
   Sender* meet(const char* name);
   BusSlot watch(const char* name);
-  void park(Sender& sender, Received&& received);
+  void park(const char* name, Sender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
   void handleParked(std::string_view name);
   void handle(const Received& received, const std::optional<std::string>& sender);
   void forgetSenders();
+  void watchForgotten();
+  void callHandled();
 
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onQuestion(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onNameClaimed(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onForgottenGone(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onAllRead(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onRetry(sd_event_source* source, std::uint64_t due, void* self);
   static const sd_bus_vtable methods[];
+  static const sd_bus_vtable deliveryMethods[];
 
   RPCHandler handler_;
 
   // Main thread only.
   UniqueBus bus_;
   BusSlot object_;
+  BusSlot delivery_;
   PeerInquiry inquiry_;
   std::map<std::string, Sender, std::less<>> senders_;  // by unique name
   ParkingSpace parking_;
@@ -109,6 +133,18 @@ class BusReceiver {
   MemoryRelief relief_;
   EventSource retry_;
   std::chrono::microseconds retryDelay_{0};
+
+  // For a process that ends by itself.
+  std::function<void()> onLost_;                   // empty if none is watched
+  Clock::time_point lastPresence_ = Clock::now();  // of an event or a sender
+  std::optional<Clock::time_point> lostSince_ = Clock::now();
+  // Senders that were forgotten and may still be there, if the standing is watched.
+  std::set<std::string, std::less<>> forgotten_;
+  BusSlot forgottenWatch_;
+  bool isCrowded_ = false;  // some were not remembered here either
+  std::function<void()> onHandled_;
+  BusSlot allRead_;
+  bool isAllRead_ = false;
 };
 
 }  // namespace qbdkr

@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <list>
 #include <utility>
 #include <vector>
 
@@ -26,6 +27,7 @@ constexpr std::uint64_t withoutTimeOut = UINT64_MAX;  // as sd-bus takes it
 constexpr Clock::time_point forever = Clock::time_point::max();
 constexpr std::chrono::microseconds drainInterval(200);
 constexpr std::size_t mostOwners = 64;
+constexpr std::size_t mostFlushed = 4096;  // targets, as many as there can be known senders
 constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes worth giving back
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
 
@@ -67,6 +69,17 @@ RPCTransport::Answer readAnswer(sd_bus_message* reply, std::size_t& size) {
   return {noErr, std::string(text, size)};
 }
 
+// Tells whether a target took what came before the question, by its answer. A target that does not
+// know the question has read it in its turn. One that is gone takes nothing more.
+OSErr statusOfDelivery(sd_bus_message* answer) {
+  const sd_bus_error* error = sd_bus_message_get_error(answer);
+  const char* sender = sd_bus_message_get_sender(answer);
+  const bool isOfTheTarget = sender != nullptr && *sender == ':';
+  if (error == nullptr || isOfTheTarget) return noErr;
+  const OSErr status = statusOfError(error);
+  return status == procNotFound || status == connectionInvalid ? OSErr{noErr} : status;
+}
+
 int appendText(sd_bus_message* message, const std::string& text) {
   return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
 }
@@ -97,10 +110,13 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
     const OSErr status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return status;
   }
-  const BusMessage message = newCall(address.empty() ? latest_->name : address, event);
+  if (address.empty()) address = latest_->name;
+  const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
+  std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out
   const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
   if (sent < 0) return failedToSend(sent);
+  if (last != nullptr) *last = ++lastPost_;
   if (flush(lock)) return noErr;
   // A connection that is closed in the middle of a message delivers none of that message.
   const OSErr status = bus_ ? errAETimeout : connectionInvalid;
@@ -144,6 +160,76 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   const BusSlot owned(slot);
   if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
   return readAnswer(pending.reply.get(), size);
+}
+
+// Returns where the last post to an address is counted; null if too many addresses are.
+std::uint64_t* BusSender::lastPostTo(const std::string& address) {
+  if (const auto known = posts_.find(address); known != posts_.end()) return &known->second;
+  if (posts_.size() >= mostFlushed) return nullptr;
+  return &posts_.emplace(address, lastPost_).first->second;
+}
+
+// The questions go the way of the posts, so each comes to its target after them. All are asked
+// before the first answer is awaited.
+OSErr BusSender::flush(Clock::time_point deadline) {
+  Lock lock(mutex_);
+  OSErr status = std::exchange(hasLostPosts_, false) ? connectionInvalid : noErr;
+  if (posts_.empty()) return status;
+  if (Clock::now() >= deadline) return errAETimeout;
+  const Bus bus = bus_;  // outlives the slots below, whatever becomes of the connection
+  std::list<Delivery> deliveries;
+  for (const auto& [address, last] : posts_) {
+    Delivery& delivery = deliveries.emplace_back();
+    delivery.address = address;
+    delivery.lastPost = last;
+    const int sent = askWhetherTaken(bus.get(), delivery);
+    if (sent < 0) {
+      status = failedToSend(sent);
+      hasLostPosts_ = false;  // the status says it
+      return status;
+    }
+  }
+  auto next = deliveries.begin();
+  const bool isAnswered = runUntil(lock, deadline, [&] {
+    while (next != deliveries.end() && next->answer.done) ++next;
+    return next == deliveries.end();
+  });
+  // The bus library answers the questions itself when the connection ends.
+  if (bus_ != bus || sd_bus_is_ready(bus.get()) <= 0) {
+    if (bus_ == bus) disconnect();
+    hasLostPosts_ = false;
+    return connectionInvalid;
+  }
+  for (const Delivery& delivery : deliveries) {
+    const OSErr outcome = settle(delivery);
+    if (status == noErr) status = outcome;
+  }
+  return isAnswered ? status : OSErr{errAETimeout};
+}
+
+int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
+  sd_bus_message* made = nullptr;
+  int result = sd_bus_message_new_method_call(bus, &made, delivery.address.c_str(), rpc::objectPath,
+                                              rpc::deliveryInterface, rpc::flushMember);
+  if (result < 0) return result;
+  const BusMessage message(made);
+  sd_bus_slot* slot = nullptr;
+  result = sd_bus_message_set_auto_start(made, 0);
+  if (result < 0) return result;
+  result = sd_bus_call_async(bus, &slot, made, onReply, &delivery.answer, withoutTimeOut);
+  delivery.slot.reset(slot);
+  return result;
+}
+
+// Forgets the posts that a target took. Later ones to it stay known.
+OSErr BusSender::settle(const Delivery& delivery) {
+  if (!delivery.answer.done) return noErr;
+  const OSErr status = statusOfDelivery(delivery.answer.reply.get());
+  const auto known = posts_.find(delivery.address);
+  if (status == noErr && known != posts_.end() && known->second == delivery.lastPost) {
+    posts_.erase(known);
+  }
+  return status;
 }
 
 // Opens the connection if necessary, and waits until the bus has greeted it.
@@ -210,6 +296,8 @@ OSErr BusSender::failedToSend(int error) {
 void BusSender::disconnect() {
   latest_.reset();
   owners_.clear();
+  if (!posts_.empty()) hasLostPosts_ = true;
+  posts_.clear();
   bus_.reset();
   ++generation_;
   wakeOthers();

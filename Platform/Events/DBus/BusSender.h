@@ -33,6 +33,9 @@ class BusSender {
   // breach of the contract.
   RPCTransport::Answer ask(const RPCTarget& target, const RPCEvent& event);
 
+  // Waits until the targets have taken what was posted: see RPCTransport::flush().
+  OSErr flush(std::chrono::steady_clock::time_point deadline);
+
   // Returns the process ID under which the bus knows this process, if it is another one: behind a
   // proxy of the bus, and across process namespaces. Senders and targets cannot be identified then.
   // Does not wait.
@@ -47,6 +50,13 @@ class BusSender {
   struct Pending {
     BusMessage reply;
     bool done = false;
+  };
+  // A question to a target, whether it has taken what was posted to it.
+  struct Delivery {
+    std::string address;
+    std::uint64_t lastPost = 0;
+    Pending answer;
+    BusSlot slot;
   };
   // The connection of an owner whose executable was found in a directory.
   struct Approved {
@@ -82,6 +92,9 @@ class BusSender {
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
   BusMessage newCall(const std::string& name, const RPCEvent& event);
+  std::uint64_t* lastPostTo(const std::string& address);
+  int askWhetherTaken(sd_bus* bus, Delivery& delivery);
+  OSErr settle(const Delivery& delivery);
   template <class Done>
   bool runUntil(Lock& lock, Clock::time_point deadline, Done done);
   template <class Done>
@@ -105,6 +118,10 @@ class BusSender {
   Clock::time_point lastDrain_;
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them
+  // The last post to each address of which no flush knows yet that it was taken.
+  std::map<std::string, std::uint64_t> posts_;
+  std::uint64_t lastPost_ = 0;
+  bool hasLostPosts_ = false;  // a connection ended before they were known to be taken
 };
 
 }  // namespace qbdkr

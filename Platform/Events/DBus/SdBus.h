@@ -37,6 +37,9 @@ inline constexpr const char* interfaceName = "QBHP.RPCEvent1";
 inline constexpr const char* callMember = "Call";
 inline constexpr const char* callSignature = "ssas";
 inline constexpr const char* resultSignature = "s";
+// Beside it, on the same object: answers when the caller's earlier events were taken.
+inline constexpr const char* deliveryInterface = "QBHP.Delivery1";
+inline constexpr const char* flushMember = "Flush";
 
 }  // namespace rpc
 
@@ -46,11 +49,15 @@ inline constexpr const char* service = "org.freedesktop.DBus";
 inline constexpr const char* objectPath = "/org/freedesktop/DBus";
 inline constexpr const char* interfaceName = "org.freedesktop.DBus";
 
-// Returns the match rule for changes of a name's owner.
-inline std::string ownerMatch(const std::string& name) {
+// Returns the match rule for changes of any name's owner.
+inline std::string ownerMatch() {
   return "type='signal',sender='org.freedesktop.DBus',path='/org/freedesktop/DBus',"
-         "interface='org.freedesktop.DBus',member='NameOwnerChanged',arg0='" +
-         name + "'";
+         "interface='org.freedesktop.DBus',member='NameOwnerChanged'";
+}
+
+// Returns the match rule for changes of one name's owner.
+inline std::string ownerMatch(const std::string& name) {
+  return ownerMatch() + ",arg0='" + name + "'";
 }
 
 }  // namespace bus

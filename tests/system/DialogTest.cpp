@@ -1,0 +1,72 @@
+// Tests a delegate that opens a modal dialog, and so runs the main run loop inside its call.
+
+#include <gtest/gtest.h>
+#include <signal.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+#include <utility>
+
+#include "support/Peer.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+// How the host runs the main run loop, and how the delegate does.
+using Loops = std::pair<std::string, std::string>;
+
+class Dialog : public testing::TestWithParam<Loops> {
+ protected:
+  Dialog() {
+    scene.environment()["QBDKR_PROBE_LOOP"] = GetParam().first;
+    host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+    peer.awaitOwner(scene.hostID());
+    host->call("dialog " + GetParam().second);
+  }
+
+  [[nodiscard]] std::unique_ptr<ChildProcess> report(const Peer& from, int count = 1) const {
+    return from.begin({"post", scene.hostID(), std::to_string(count), "QBHPHelperControl",
+                       "checkServerOpenCallBack::::", "x", "1", "0", ""});
+  }
+
+  Scene scene;
+  const Peer peer = Peer::inBundle(scene);
+  std::unique_ptr<HostProcess> host;
+};
+
+INSTANTIATE_TEST_SUITE_P(InEachLoop, Dialog,
+                         testing::Values(Loops("run", "run"), Loops("run", "embedded"),
+                                         Loops("embedded", "run"), Loops("embedded", "embedded")),
+                         [](const auto& loops) {
+                           return loops.param.first + "Then" + loops.param.second;
+                         });
+
+TEST_P(Dialog, ReportsTimersAndRequestsGoOnInsideADelegateCallWhichSleepsMeanwhile) {
+  // One report opens the dialog. Others of the same peer have come with it.
+  const auto sender = report(peer, 5);
+  host->waitForReport("dialog opened");
+  host->call("reports 5");
+  const auto other = report(Peer::inBundle(scene, "Other"));
+  host->call("reports 6");
+  EXPECT_NE(host->call("senders").find(scene.identifier("Other")), std::string::npos);
+  EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe echo: thread"), "0 thread");
+  EXPECT_EQ(host->call("ask-on-main " + scene.helperID() + " Probe echo: main"), "0 main");
+  EXPECT_EQ(host->call("flush 20000"), "0");
+  EXPECT_EQ(host->reportsWith("dialog closed"), 0U);
+  host->call("close-dialog");
+  std::istringstream closed(host->waitForReport("dialog closed").substr(16));
+  int milliseconds = 0;
+  int ticks = 0;
+  closed >> milliseconds >> ticks;
+  EXPECT_LT(milliseconds, 200) << "of processor time";
+  EXPECT_GE(ticks, 2);
+  // Outside the dialog all goes on.
+  const auto later = report(peer);
+  host->call("reports 7");
+  EXPECT_EQ(host->call("ask-on-main " + scene.helperID() + " Probe echo: after"), "0 after");
+}
+
+}  // namespace
+}  // namespace qbdkr::test
