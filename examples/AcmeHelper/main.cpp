@@ -1,6 +1,5 @@
 // A helper agent: a host application installs and starts it, and it serves the requests of hosts.
 
-#include <poll.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -11,7 +10,9 @@
 #include <string>
 
 #include <ClientComm/Bundle.h>
+#include <ClientComm/HelperLifetime.h>
 #include <ClientComm/Log.h>
+#include <ClientComm/QBHPAppleEventSender.h>
 #include <ClientComm/RunLoop.h>
 
 #include "CustomerService.h"
@@ -39,14 +40,11 @@ std::string dataDirectory() {
   return directory / bundle.infoString(qbdkr::kCFBundleIdentifierKey).value_or("AcmeHelper");
 }
 
-// Serves the requests that hosts have posted so far: until none comes for 0.1 s, but not for ever.
-void serveWhatHasArrived() {
-  constexpr int quiet = 100;  // milliseconds
-  qbdkr::RunLoop& loop = qbdkr::RunLoop::main();
-  const auto end = std::chrono::steady_clock::now() + std::chrono::seconds(2);
-  pollfd readable{loop.descriptor(), POLLIN, 0};
-  while (std::chrono::steady_clock::now() < end && ::poll(&readable, 1, quiet) > 0) loop.dispatch();
-}
+// Without hosts it ends; the next host starts it again. Nor does it outlive its bus by more than a
+// restart takes.
+constexpr std::chrono::minutes longestIdle(10);
+constexpr std::chrono::seconds longestWithoutBus(10);
+constexpr std::chrono::seconds longestExit(2);  // for each of its two waits
 
 [[noreturn]] void serve(const acme::Transcript& transcript) {
   acme::State state(dataDirectory());
@@ -57,11 +55,16 @@ void serveWhatHasArrived() {
   acme::UpgradeService upgrade(state, transcript);
   acme::CustomerService customer(state, uploads, transcript);
 
+  using Clock = std::chrono::steady_clock;
+  qbdkr::endWhenIdle(longestIdle);
+  qbdkr::endWithBus(longestWithoutBus);
   transcript.write("started, process " + std::to_string(getpid()));
   qbdkr::RunLoop::main().run();
-  serveWhatHasArrived();
+  qbdkr::serveWhatHasCome(Clock::now() + longestExit);
   const bool isStored = state.commit();
   control.reportExit();
+  // A host hears a report only if it learns who sent it, while this process is there.
+  qbdkr::QBHPAppleEventSender::share().flush(Clock::now() + longestExit);
   transcript.write("exits");
   // Does not wait for the thread that reads files, which one of them may hold up.
   std::_Exit(isStored ? 0 : 1);

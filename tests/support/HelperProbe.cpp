@@ -7,7 +7,9 @@
 //   stubborn-to-the-end  ignores SIGTERM as well
 //   slow-exit       leaves the bus when it is asked to end, and ends at SIGUSR1
 //   mute            answers no query before SIGUSR1
-// It ends when the process that QBDKR_PROBE_OWNER names ends, so that no test leaves one behind.
+// QBDKR_PROBE_IDLE and QBDKR_PROBE_GRACE are the milliseconds after which it ends when it is idle,
+// and without a bus; it then records every so many of them that it is alive. It ends when the
+// process that QBDKR_PROBE_OWNER names ends, so that no test leaves one behind.
 
 #include <fcntl.h>
 #include <poll.h>
@@ -16,6 +18,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <chrono>
 #include <cstdlib>
 #include <optional>
 #include <string>
@@ -23,6 +26,7 @@
 #include <vector>
 
 #include <ClientComm/Bundle.h>
+#include <ClientComm/HelperLifetime.h>
 #include <ClientComm/RunLoop.h>
 
 #include "Platform/Events/RPCTransport.h"
@@ -78,6 +82,30 @@ std::optional<std::string> handle(const qbdkr::RPCEvent& event,
   return answer(method, event.arguments);
 }
 
+// Records that this process is alive, now and then: often enough for a test to see that it outlived
+// the time after which it may end.
+void recordLife(std::chrono::milliseconds time) {
+  qbdkr::RunLoop::main().scheduleTimer(time, [](const qbdkr::RunLoopTimer&) { record("lives"); });
+}
+
+void endByItself() {
+  const std::string idle = environment("QBDKR_PROBE_IDLE");
+  const std::string grace = environment("QBDKR_PROBE_GRACE");
+  if (!idle.empty()) {
+    const std::chrono::milliseconds time(std::stoi(idle));
+    qbdkr::endWhenIdle(time, [] {
+      record("is idle");
+      qbdkr::RunLoop::main().stop();
+    });
+    recordLife(time);
+  }
+  if (!grace.empty()) {
+    const std::chrono::milliseconds time(std::stoi(grace));
+    qbdkr::endWithBus(time);
+    recordLife(time);
+  }
+}
+
 void endWithOwner() {
   const std::string owner = environment("QBDKR_PROBE_OWNER");
   if (owner.empty()) return;
@@ -107,6 +135,7 @@ int main() {
   if (mode == "never-check-in") waitForRelease();
   if (mode == "stubborn-to-the-end") ::signal(SIGTERM, SIG_IGN);
 
+  endByItself();
   qbdkr::RPCTransport::shared().setHandler(handle);
   qbdkr::RunLoop::main().run();
   if (mode == "slow-exit") {
