@@ -23,7 +23,7 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What a process that ends by itself needs to know. Nothing tells when a sender ends, so the
+// Keeps the standing of a process that ends by itself. Nothing tells when a sender ends, so the
 // running applications are asked for the senders' identifiers. Main thread only.
 class Presence {
  public:

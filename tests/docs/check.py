@@ -2,7 +2,8 @@
 
 links     every link between pages leads to a file, and to a heading in it
 contract  docs/rpc-events.md and the headers of ClientComm name the same methods of the same classes,
-          and the page gives each as many arguments as its name has colons
+          and the page gives each as many arguments as its name has colons; it has the names that
+          stand on the bus
 """
 
 import pathlib
@@ -73,6 +74,14 @@ def contract():
             yield f"{name} {method} does not take {arguments}"
     if len(ours) < 20:
         yield f"only {len(ours)} methods were found in headers"
+    source = (root / "Platform/Events/DBus/SdBus.h").read_text()
+    names = re.findall(r'constexpr const char\* \w+ = "([^"]+)"', source.split("namespace rpc")[1].split("namespace bus")[0])
+    text = (root / "docs/rpc-events.md").read_text()
+    for name in names:
+        if f"`{name}`" not in text:
+            yield f"{name} of the bus does not stand on the page"
+    if len(names) < 5:
+        yield f"only {len(names)} names of the bus were found"
 
 
 wrong = list({"links": links, "contract": contract}[mode]())

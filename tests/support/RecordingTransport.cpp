@@ -33,6 +33,7 @@ void RecordingTransport::reset() {
   sent_.clear();
   answerers_.clear();
   answer_ = {};
+  flushStatus_ = noErr;
 }
 
 void RecordingTransport::answerWith(Answer answer) {
@@ -119,6 +120,22 @@ OSErr RecordingTransport::post(const RPCTarget& target, const RPCEvent& event) {
 
 RPCTransport::Answer RecordingTransport::ask(const RPCTarget& target, const RPCEvent& event) {
   return send({Kind::ask, target, event});
+}
+
+OSErr RecordingTransport::flush(std::chrono::steady_clock::time_point deadline) {
+  const std::lock_guard lock(mutex_);
+  flushDeadline_ = deadline;
+  return flushStatus_;
+}
+
+void RecordingTransport::answerFlushWith(OSErr status) {
+  const std::lock_guard lock(mutex_);
+  flushStatus_ = status;
+}
+
+std::chrono::steady_clock::time_point RecordingTransport::flushDeadline() const {
+  const std::lock_guard lock(mutex_);
+  return flushDeadline_;
 }
 
 void RecordingTransport::setHandler(Handler handler) {

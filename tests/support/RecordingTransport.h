@@ -62,6 +62,10 @@ class RecordingTransport final : public RPCTransport {
   bool waitForMethod(std::string_view methodName, std::size_t count = 1,
                      std::chrono::milliseconds time = patience);
 
+  // Sets the status of a flush, and returns the deadline of the last one.
+  void answerFlushWith(OSErr status);
+  [[nodiscard]] std::chrono::steady_clock::time_point flushDeadline() const;
+
   // Hands an event to the installed handler on the calling thread, and returns the result. Lets the
   // handler's exceptions through. Throws std::logic_error without a handler.
   std::optional<std::string> deliver(const RPCEvent& event,
@@ -71,6 +75,8 @@ class RecordingTransport final : public RPCTransport {
 
   OSErr post(const RPCTarget& target, const RPCEvent& event) override;
   Answer ask(const RPCTarget& target, const RPCEvent& event) override;
+  // Keeps the deadline and returns the status that it was told.
+  OSErr flush(std::chrono::steady_clock::time_point deadline) override;
   void setHandler(Handler handler) override;
   void removeHandler() override;
 
@@ -84,6 +90,8 @@ class RecordingTransport final : public RPCTransport {
   Answer answer_;
   std::map<std::string, Answerer, std::less<>> answerers_;
   Handler handler_;
+  OSErr flushStatus_ = noErr;
+  std::chrono::steady_clock::time_point flushDeadline_;
 };
 
 }  // namespace qbdkr::test

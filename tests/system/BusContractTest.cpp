@@ -38,6 +38,8 @@ TEST(BusContract, ObjectDescribesItself) {
     const auto fourth = argument("s", "result", "out");
     EXPECT_TRUE(first < second && second < third && third < fourth && fourth != std::string::npos)
         << xml;
+    EXPECT_NE(xml.find("<interface name=\"QBHP.Delivery1\">"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<method name=\"Flush\">"), std::string::npos) << xml;
   }
 }
 

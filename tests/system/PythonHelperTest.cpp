@@ -91,6 +91,23 @@ TEST_F(PythonHelper, AnswersNothingToWhatItDoesNotKnow) {
             "result ");
 }
 
+// It asks for a sender when it serves its event: the flush waits for that.
+TEST_F(PythonHelper, HearsTheOnlyRequestOfAProcessThatFlushes) {
+  host->call("share");
+  Peer::outsideBundles(scene).awaitOwner(scene.hostID());
+  EXPECT_EQ(host->call("launch"), "yes");
+  host->call("reports 1");
+  // These are processes of the same product, so the helper agent's reports to them reach the host.
+  const TestBundle bundle = scene.makeHostWithoutHelper("Ending");
+  for (int i = 1; i <= 10; ++i) {
+    const auto ending = scene.start(bundle);
+    ending->begin("send-flush-exit " + scene.helperID() +
+                  " QBHPHelperControl start:prodeuctVersion: 1 2");
+    EXPECT_EQ(ending->process().wait(), 0);
+    host->call("reports " + std::to_string(1 + i));
+  }
+}
+
 TEST_F(PythonHelper, EndsWhenItIsAskedTo) {
   host->call("share");
   EXPECT_EQ(host->call("launch"), "yes");

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <array>
+#include <chrono>
 #include <cstdint>
 #include <cstdlib>
 #include <functional>
@@ -42,6 +43,15 @@ class AppleEventSender : public testing::Test {
 
 TEST_F(AppleEventSender, ShareIsOneObject) {
   EXPECT_EQ(&QBHPAppleEventSender::share(), &QBHPAppleEventSender::share());
+}
+
+TEST_F(AppleEventSender, FlushHasTheTransportsStatusAtItsDeadline) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::hours(1);
+  EXPECT_EQ(sender.flush(deadline), noErr);
+  EXPECT_EQ(transport.flushDeadline(), deadline);
+  transport.answerFlushWith(errAETimeout);
+  EXPECT_EQ(sender.flush(deadline), errAETimeout);
+  EXPECT_TRUE(transport.sent().empty());
 }
 
 TEST_F(AppleEventSender, EventHasTheFormThatPeersOnMacOSExpect) {

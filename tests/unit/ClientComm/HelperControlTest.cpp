@@ -155,6 +155,42 @@ TEST_F(HelperControl, ShareIsOneObject) {
   EXPECT_EQ(&QBHPHelperControl::share(), &QBHPHelperControl::share());
 }
 
+// Takes itself off in its own call, and is destroyed there.
+class EndsItself : public QBHPWillHelperExitDelegate, public QBHPDidCheckServerOpenDelegate {
+ public:
+  EndsItself(QBHPHelperControl& control, int& ends) : control_(control), ends_(ends) {}
+  EndsItself(const EndsItself&) = delete;
+  EndsItself& operator=(const EndsItself&) = delete;
+  ~EndsItself() override {
+    control_.setHelperCtrlDelegate(nullptr);
+    ++ends_;
+  }
+
+  void willHelperExit() override { delete this; }
+  void didCheckServerOpen(bool /*open*/, const Error* /*error*/) override { delete this; }
+
+ private:
+  QBHPHelperControl& control_;
+  int& ends_;
+};
+
+TEST_F(HelperControl, DelegateMayTakeItselfOffAndBeDestroyedInItsCall) {
+  int ends = 0;
+  for (int round = 1; round <= 2; ++round) {
+    control.setHelperCtrlDelegate(
+        static_cast<QBHPWillHelperExitDelegate*>(new EndsItself(control, ends)));
+    if (round == 1) {
+      EXPECT_EQ(control.helperExitNotify("x"), noErr);
+    } else {
+      EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "7", "message"), noErr);
+    }
+    EXPECT_EQ(ends, round);
+    EXPECT_EQ(control.helperCtrlDelegate(), nullptr);
+    EXPECT_EQ(control.helperExitNotify("x"), noErr) << "no delegate is called";
+    EXPECT_EQ(ends, round);
+  }
+}
+
 TEST_F(HelperControl, DelegateIsKeptAsItWasSet) {
   EXPECT_EQ(control.helperCtrlDelegate(),
             static_cast<QBHPHelperControlCallBackDelegate*>(static_cast<WantsExit*>(&both)));

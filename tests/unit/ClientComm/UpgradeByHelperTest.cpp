@@ -44,6 +44,27 @@ class WantsQuestions : public QBHPProductWillUpgradeDelegate {
 
 class WantsNothing : public QBHPProductUpgradeCallBackDelegate {};
 
+// Takes itself off in its own call, and is destroyed there.
+class EndsItself : public QBHPProductWillUpgradeDelegate {
+ public:
+  EndsItself(QBHPUpgradeByHelper& service, int& ends) : service_(service), ends_(ends) {}
+  EndsItself(const EndsItself&) = delete;
+  EndsItself& operator=(const EndsItself&) = delete;
+  ~EndsItself() override {
+    service_.setProductUpgradeDelegate(nullptr);
+    ++ends_;
+  }
+
+  void productWillUpgrade(const Error* /*error*/) override {
+    service_.productReadyToUpgrade("1", "2", "0");
+    delete this;
+  }
+
+ private:
+  QBHPUpgradeByHelper& service_;
+  int& ends_;
+};
+
 class UpgradeByHelper : public testing::Test {
  protected:
   UpgradeByHelper() {
@@ -60,6 +81,17 @@ class UpgradeByHelper : public testing::Test {
   WantsQuestions delegate;
   QBHPUpgradeByHelper service;
 };
+
+TEST_F(UpgradeByHelper, DelegateMayTakeItselfOffAndBeDestroyedInItsCall) {
+  int ends = 0;
+  service.setProductUpgradeDelegate(new EndsItself(service, ends));
+  EXPECT_EQ(ask("7", "message"), noErr);
+  EXPECT_EQ(ends, 1);
+  EXPECT_EQ(service.productUpgradeDelegate(), nullptr);
+  EXPECT_TRUE(answered());
+  EXPECT_EQ(ask(), noErr) << "no delegate is asked";
+  EXPECT_TRUE(answered());
+}
 
 TEST_F(UpgradeByHelper, ShareIsOneObject) {
   EXPECT_EQ(&QBHPUpgradeByHelper::share(), &QBHPUpgradeByHelper::share());
