@@ -19,7 +19,7 @@ host_plist = block("README.md", "xml", "<?xml")
 directory.mkdir(parents=True, exist_ok=True)
 for name, text in {
     "CMakeLists.txt": block("README.md", "cmake", "cmake_minimum_required"),
-    "host.cpp": block("README.md", "cpp", "#include <csignal>"),
+    "host.cpp": block("README.md", "cpp", "#include <chrono>"),
     "helper.cpp": block("docs/helper-agents.md", "cpp", "#include <array>"),
     "Host.plist": host_plist,
     "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
