@@ -15,7 +15,8 @@ namespace qbdkr {
 
 // The base of a delegate that is asked whether the product is ready to be upgraded. To answer, a
 // delegate implements the interface below. Remove and destroy it on the main thread, or while no
-// report can come.
+// report can come. It may do so itself in a call, and it may run the main run loop there, as for a
+// modal dialog; a further question then gets the answer "ignore".
 class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
  public:
   virtual ~QBHPProductUpgradeCallBackDelegate();
@@ -46,7 +47,8 @@ class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
   QBHPUpgradeByHelper();
   ~QBHPUpgradeByHelper() override;
 
-  // Sets and returns the delegate, which is not owned; null removes it. Any thread.
+  // Sets and returns the delegate, which is not owned; null removes it, and must before the
+  // delegate is destroyed. Any thread.
   void setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate);
   [[nodiscard]] QBHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const;
 

@@ -34,7 +34,8 @@ class QBDKR_EXPORT QBHPHelper {
   // liveness check in the background.
   void startHelper();
 
-  // Posts the stop request. The timer stays: its next tick starts a helper agent that still runs.
+  // Posts the stop request. The timer stays: its next tick starts a helper agent that still runs. A
+  // process that ends next calls QBHPAppleEventSender::flush() first, or the request may be lost.
   void stopHelper();
 
   // The members below forward to the communicator, which documents them. Those without a result

@@ -199,7 +199,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   OSErr productReadyToUpgrade(bool ready);
   // Starts an upgrade of the product.
   OSErr productUpgrade();  // checks
-  // Sets the delegate for that question, which is not owned; null removes it.
+  // Sets the delegate for that question, which is not owned; null removes it, and must before the
+  // delegate is destroyed.
   void setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate);
   // Always throws UnrecognizedSelectorException: the upgrade service has no such method.
   QBHPProductUpgradeCallBackDelegate* getProductUpgradeDelegate();

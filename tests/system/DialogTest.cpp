@@ -17,13 +17,16 @@ namespace {
 // How the host runs the main run loop, and how the delegate does.
 using Loops = std::pair<std::string, std::string>;
 
+void awaitReported(ChildProcess& peer, std::size_t from) {
+  peer.waitForOutput([](const std::string& line) { return line == "reported"; }, from);
+}
+
 class Dialog : public testing::TestWithParam<Loops> {
  protected:
   Dialog() {
     scene.environment()["QBDKR_PROBE_LOOP"] = GetParam().first;
     host = scene.startAndShare(scene.makeHost("Host", "1.0"));
     peer.awaitOwner(scene.hostID());
-    host->call("dialog " + GetParam().second);
   }
 
   [[nodiscard]] std::unique_ptr<ChildProcess> report(const Peer& from, int count = 1) const {
@@ -44,12 +47,16 @@ INSTANTIATE_TEST_SUITE_P(InEachLoop, Dialog,
                          });
 
 TEST_P(Dialog, ReportsTimersAndRequestsGoOnInsideADelegateCallWhichSleepsMeanwhile) {
-  // One report opens the dialog. Others of the same peer have come with it.
-  const auto sender = report(peer, 5);
+  // The sender of the report that opens the dialog is known already.
+  const auto sender = peer.begin({"report-twice", scene.hostID()});
+  awaitReported(*sender, 0);
+  host->call("dialog " + GetParam().second);
+  sender->write("\n");
   host->waitForReport("dialog opened");
-  host->call("reports 5");
+  const auto same = report(peer, 5);
+  host->call("reports 7");
   const auto other = report(Peer::inBundle(scene, "Other"));
-  host->call("reports 6");
+  host->call("reports 8");
   EXPECT_NE(host->call("senders").find(scene.identifier("Other")), std::string::npos);
   EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe echo: thread"), "0 thread");
   EXPECT_EQ(host->call("ask-on-main " + scene.helperID() + " Probe echo: main"), "0 main");
@@ -62,10 +69,20 @@ TEST_P(Dialog, ReportsTimersAndRequestsGoOnInsideADelegateCallWhichSleepsMeanwhi
   closed >> milliseconds >> ticks;
   EXPECT_LT(milliseconds, 200) << "of processor time";
   EXPECT_GE(ticks, 2);
-  // Outside the dialog all goes on.
+  // Outside the dialog all goes on. The report that opened it is answered.
+  awaitReported(*sender, 1);
   const auto later = report(peer);
-  host->call("reports 7");
+  host->call("reports 9");
   EXPECT_EQ(host->call("ask-on-main " + scene.helperID() + " Probe echo: after"), "0 after");
+}
+
+TEST_P(Dialog, ReportsThatCameWithTheFirstOneOfANewSenderAreHandledInsideItsCall) {
+  host->call("dialog " + GetParam().second);
+  const auto sender = report(peer, 5);
+  host->call("reports 5");
+  EXPECT_EQ(host->reportsWith("dialog closed"), 0U);
+  host->call("close-dialog");
+  host->waitForReport("dialog closed");
 }
 
 }  // namespace
