@@ -68,6 +68,7 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
   }
   // Keeps other hosts from opening the older one once more.
   const auto lock = system_.lock(installed, openingPatience);
+  if (lock.isTaken()) return logFailedCopy({installed, "another process has kept its lock"});
   endRunning_();
   if (!failure) failure = replacement.exchange();
   if (failure) return log("remove %@ error %@", {installed, describeBelow(installed, *failure)});
@@ -87,7 +88,7 @@ bool HelperInstaller::repair() {
   ItemReplacement replacement;
   if (removalObstacleOf(*installed) || replacement.prepare(*resource, *installed)) return false;
   const auto openingLock = system_.lock(*installed, openingPatience);
-  return !replacement.exchange();
+  return !openingLock.isTaken() && !replacement.exchange();
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {

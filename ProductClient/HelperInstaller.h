@@ -18,8 +18,8 @@ struct FileError;
 // Any thread.
 class HelperInstaller {
  public:
-  // Calls endRunning before it replaces an older helper agent, which may run: that asks it to exit
-  // and waits for its end.
+  // Calls endRunning before it replaces an older helper agent, or finds that it cannot: that asks
+  // one that runs to exit, and waits for its end.
   HelperInstaller(HostConfiguration configuration, SystemCalls system,
                   std::function<void()> endRunning);
 

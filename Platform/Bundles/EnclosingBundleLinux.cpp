@@ -54,8 +54,10 @@ std::shared_ptr<const Dictionary> foreignInformation(const std::string& path) {
   return cache->at(path);
 }
 
+// The path comes from another program's bundle: opening a device may have effects.
 bool isScript(const std::string& path) {
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+  if (!isRegularFile(path)) return false;
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOCTTY));
   std::array<char, 2> start{};
   return file && ::read(file.get(), start.data(), start.size()) == 2 && start[0] == '#' &&
          start[1] == '!';
@@ -102,7 +104,7 @@ std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable
 
 bool isApplication(const EnclosingBundle& bundle, std::string_view executable) {
   const auto name = bundle.info->text(kCFBundleExecutableKey);
-  if (!name) return true;
+  if (!name || name->find('/') != std::string::npos) return true;
   const std::string own =
       appendPathComponent(appendPathComponent(bundle.path, programFolder), *name);
   const std::string place = placeOfExecutable(executable);

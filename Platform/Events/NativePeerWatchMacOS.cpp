@@ -48,9 +48,9 @@ class ProcessWatch final : public PeerWatch {
  private:
   bool watchProcess() {
     const auto processes = processesOfApplication(bundleID_, "");
-    if (processes.empty()) return false;
+    if (!processes || processes->empty()) return false;
     struct kevent exit {};
-    EV_SET(&exit, static_cast<uintptr_t>(processes.front()), EVFILT_PROC, EV_ADD | EV_ONESHOT,
+    EV_SET(&exit, static_cast<uintptr_t>(processes->front()), EVFILT_PROC, EV_ADD | EV_ONESHOT,
            NOTE_EXIT, 0, nullptr);
     return ::kevent(queue_.get(), &exit, 1, nullptr, 0, nullptr) == 0;
   }

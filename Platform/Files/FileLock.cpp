@@ -20,13 +20,18 @@ bool wasReplaced(int file, const std::string& path) {
          (opened.st_dev != present.st_dev || opened.st_ino != present.st_ino);
 }
 
+// A process that is out of descriptors knows nothing of the lock.
+bool isShortage(int error) { return error == EMFILE || error == ENFILE || error == ENOMEM; }
+
 }  // namespace
 
 FileLock FileLock::acquire(const std::string& path, std::chrono::milliseconds patience) {
   const auto deadline = std::chrono::steady_clock::now() + patience;
-  for (;;) {
+  // A file system may number its files anew all the time.
+  constexpr int mostReplacements = 8;
+  for (int replacements = 0;; ++replacements) {
     Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
-    if (!file) return {Descriptor(), false};
+    if (!file) return {Descriptor(), isShortage(errno)};
     // flock() has no time-out of its own, and no event tells that a lock was released.
     constexpr int pauseInMilliseconds = 10;
     while (::flock(file.get(), LOCK_EX | LOCK_NB) != 0) {
@@ -34,7 +39,9 @@ FileLock FileLock::acquire(const std::string& path, std::chrono::milliseconds pa
       if (std::chrono::steady_clock::now() >= deadline) return {Descriptor(), true};
       ::poll(nullptr, 0, pauseInMilliseconds);
     }
-    if (!wasReplaced(file.get(), path)) return {std::move(file), false};
+    if (replacements == mostReplacements || !wasReplaced(file.get(), path)) {
+      return {std::move(file), false};
+    }
   }
 }
 

@@ -13,7 +13,8 @@ namespace qbdkr {
 // An advisory lock, between threads and processes, on an existing file or directory. Its destructor
 // releases it, and so does the end of the process, however it ends, unless a forked child still has
 // it open. Three outcomes are possible: the lock is held; it is taken, as another owner kept it all
-// the time; or neither, as the path cannot be opened or its file system has no locks.
+// the time, or may be, as the process is out of descriptors; or neither, as the path cannot be
+// opened or its file system has no locks.
 class QBDKR_EXPORT FileLock {
  public:
   // Waits for the lock at most this long; 0 tries once. If the file is replaced meanwhile, locks

@@ -13,6 +13,7 @@
 #include <vector>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Base/DropExceptions.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Files/NativeFiles.h"
@@ -71,7 +72,8 @@ class Staging {
       : path_(std::exchange(other.path_, {})), lock_(std::move(other.lock_)) {}
   Staging& operator=(Staging&&) = delete;
   ~Staging() {
-    if (!path_.empty()) removeTree(path_);
+    // Without memory it stays, and the next work on the target clears it away.
+    if (!path_.empty()) dropExceptions([this] { removeTree(path_); });
   }
 
   [[nodiscard]] const std::string& path() const { return path_; }

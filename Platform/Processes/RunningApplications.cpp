@@ -54,10 +54,11 @@ bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProces
   });
 }
 
-std::vector<pid_t> processesOfApplication(std::string_view bundleIdentifier,
-                                          const std::string& bundlePath) {
+std::optional<std::vector<pid_t>> processesOfApplication(std::string_view bundleIdentifier,
+                                                         const std::string& bundlePath) {
   const std::string place = canonicalPath(bundlePath);
   const auto table = fetchProcessTable();
+  if (!table.records) return std::nullopt;
   std::vector<pid_t> processes;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto application = applicationOfProcess(process.processID);
@@ -104,8 +105,9 @@ bool waitForApplicationsEnd(std::string_view bundleIdentifier, const std::string
   const auto deadline = Clock::now() + patience;
   for (;;) {
     const auto processes = processesOfApplication(bundleIdentifier, bundlePath);
-    if (processes.empty()) return true;
-    const Descriptor end = endOfProcess(processes.front());
+    if (!processes) return false;
+    if (processes->empty()) return true;
+    const Descriptor end = endOfProcess(processes->front());
     if (end ? !waitForEnd(end, deadline) : errno != ESRCH) return false;
     if (Clock::now() >= deadline) return false;
   }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -26,9 +27,10 @@ namespace qbdkr {
                                         const FetchedProcessTable& table);
 
 // Returns the processes that run an application of that bundle identifier, or that of the bundle at
-// a path, which may have no identifier. Blocks likewise.
-[[nodiscard]] std::vector<pid_t> processesOfApplication(std::string_view bundleIdentifier,
-                                                        const std::string& bundlePath);
+// a path, which may have no identifier. Absent if the process table cannot be read. Blocks
+// likewise.
+[[nodiscard]] std::optional<std::vector<pid_t>> processesOfApplication(
+    std::string_view bundleIdentifier, const std::string& bundlePath);
 
 // Which processes of an application: all of them, or those whose executable was replaced.
 enum class WhichProcesses { all, replaced };
@@ -54,7 +56,8 @@ class HeldProcess {
   Descriptor end_;
 };
 
-// Waits until no such process runs, or the time is over. True in the first case. Any thread.
+// Waits until no such process runs, or the time is over. True in the first case; false at once if
+// the system does not tell. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool waitForApplicationsEnd(std::string_view bundleIdentifier,
                                                        const std::string& bundlePath,
                                                        std::chrono::milliseconds patience);

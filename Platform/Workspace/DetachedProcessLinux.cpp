@@ -26,6 +26,10 @@
 // that a compiler adds would record there what is not true of this process.
 #define IN_NEW_PROCESS __attribute__((no_sanitize("address", "thread", "undefined")))
 
+// The C library's clone(). The thread sanitizer of clang takes the plain name for a fork, and stops
+// a process that shares its memory.
+extern "C" int __clone(int (*body)(void*), void* stack, int flags, void* argument, ...);
+
 namespace qbdkr {
 namespace {
 
@@ -96,7 +100,7 @@ IN_NEW_PROCESS int becomeParent(void* argument) {
   auto& start = *static_cast<Start*>(argument);
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
   start.processID =
-      clone(becomeApplication, start.applicationsStack.top(), flags, argument, &start.ended);
+      __clone(becomeApplication, start.applicationsStack.top(), flags, argument, &start.ended);
   if (start.processID < 0) start.error = errno;
   return 0;
 }
@@ -106,7 +110,7 @@ IN_NEW_PROCESS int becomeParent(void* argument) {
 bool run(Start& start) {
   const auto blocked = BlockedSignals::all();
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_FILES;
-  const pid_t parent = clone(becomeParent, start.parentsStack.top(), flags, &start);
+  const pid_t parent = __clone(becomeParent, start.parentsStack.top(), flags, &start);
   if (parent < 0) return false;
   while (waitpid(parent, nullptr, __WCLONE) < 0 && errno == EINTR) {
   }

@@ -24,6 +24,11 @@ struct Opening {
 // bundle, if the file system has locks.
 [[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle);
 
+// Tells whether events reach an application, whatever process that is. False if the system cannot
+// tell by the deadline.
+[[nodiscard]] bool isReachable(const Bundle& bundle,
+                               std::chrono::steady_clock::time_point deadline);
+
 // Waits until an application that runs can be reached or has ended. It is reachable at once if the
 // system cannot tell.
 [[nodiscard]] Presence awaitPresence(const Bundle& bundle, const Descriptor& end,

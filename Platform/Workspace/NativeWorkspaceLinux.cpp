@@ -49,6 +49,16 @@ class CheckIn {
 
   [[nodiscard]] bool isPossible() const { return static_cast<bool>(bus_); }
 
+  // Returns whether the name has an owner now; false if the bus does not say by the deadline.
+  bool isThere(Clock::time_point deadline) {
+    while (!done_ && !isAnswered_ && bus_ && Clock::now() < deadline) {
+      const int result = sd_bus_process(bus_.get(), nullptr);
+      if (result < 0) return false;
+      if (result == 0) pollFor(Descriptor(), deadline);
+    }
+    return done_;
+  }
+
   // Waits until the name has an owner, the process ends, or the deadline passes.
   Presence wait(const Descriptor& end, Clock::time_point deadline) {
     while (!done_) {
@@ -57,17 +67,21 @@ class CheckIn {
       if (result != 0) continue;
       if (hasEnded(end)) return Presence::ended;
       if (Clock::now() >= deadline) return Presence::running;
-      std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
-      if (bus_) {
-        events[1].fd = sd_bus_get_fd(bus_.get());
-        events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
-      }
-      ::poll(events.data(), events.size(), millisecondsUntil(deadline));
+      pollFor(end, deadline);
     }
     return Presence::reachable;
   }
 
  private:
+  void pollFor(const Descriptor& end, Clock::time_point deadline) {
+    std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+    if (bus_) {
+      events[1].fd = sd_bus_get_fd(bus_.get());
+      events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
+    }
+    ::poll(events.data(), events.size(), millisecondsUntil(deadline));
+  }
+
   static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
     const char* name = nullptr;
     const char* before = nullptr;
@@ -80,14 +94,15 @@ class CheckIn {
 
   static int onAnswer(sd_bus_message* message, void* self, sd_bus_error*) {
     int present = 0;
-    if (sd_bus_message_read(message, "b", &present) > 0 && present != 0) {
-      static_cast<CheckIn*>(self)->done_ = true;
-    }
+    auto& checkIn = *static_cast<CheckIn*>(self);
+    if (sd_bus_message_read(message, "b", &present) > 0 && present != 0) checkIn.done_ = true;
+    checkIn.isAnswered_ = true;
     return 0;
   }
 
   UniqueBus bus_;
-  bool done_ = false;
+  bool done_ = false;        // the name has an owner
+  bool isAnswered_ = false;  // the bus has said whether it had one
 };
 
 std::optional<std::string> busNameOf(const Bundle& bundle) {
@@ -105,10 +120,15 @@ std::optional<Opening> openApplication(const Bundle& bundle) {
   Opening opening{Presence::running, std::move(process->ended)};
   if (const auto name = busNameOf(bundle)) {
     opening.presence = CheckIn(*name).wait(opening.end, Clock::now() + checkInPatience);
-  } else if (hasEnded(opening.end)) {
-    opening.presence = Presence::ended;
   }
+  // The name may be that of another process.
+  if (hasEnded(opening.end)) opening.presence = Presence::ended;
   return opening;
+}
+
+bool isReachable(const Bundle& bundle, Clock::time_point deadline) {
+  const auto name = busNameOf(bundle);
+  return name && CheckIn(*name).isThere(deadline);
 }
 
 Presence awaitPresence(const Bundle& bundle, const Descriptor& end, Clock::time_point deadline) {

@@ -28,25 +28,25 @@ std::optional<OpeningHistory::Clock::time_point> OpeningHistory::pausedUntil(
   if (found == records_.end()) return std::nullopt;
   Record& record = found->second;
   if (record.place != place) {
-    records_.erase(found);
-    return std::nullopt;
+    record.place = place;
+    record.damping.clear();
+  } else if (record.presence == Presence::running && record.hasEnded()) {
+    // It could not be reached when it was started, and nothing tells whether it could be later.
+    record.fail(now);
   }
-  // It could not be reached when it was started, and nothing tells whether it could be later.
-  if (record.presence == Presence::running && record.hasEnded()) record.fail();
   const auto pauseEnd = record.damping.pauseEnd();
   return pauseEnd > now ? std::optional(pauseEnd) : std::nullopt;
 }
 
-void OpeningHistory::add(const std::string& bundlePath, Opening opening, Clock::time_point began) {
+void OpeningHistory::add(const std::string& bundlePath, Opening opening, Clock::time_point now) {
   const Place place = Place::of(bundlePath);
   const std::lock_guard lock(mutex_);
   if (records_.size() >= mostRecords && !records_.contains(bundlePath)) records_.clear();
   Record& record = records_[bundlePath];
   record.place = place;
-  record.began = began;
   record.presence = opening.presence;
   record.end = std::move(opening.end);
-  if (opening.presence == Presence::ended) record.fail();
+  if (opening.presence == Presence::ended) record.fail(now);
   if (opening.presence == Presence::reachable) record.damping.clear();
 }
 
@@ -61,9 +61,9 @@ bool OpeningHistory::Record::hasEnded() const {
   return end && ::poll(&state, 1, 0) > 0;
 }
 
-void OpeningHistory::Record::fail() {
+void OpeningHistory::Record::fail(Clock::time_point now) {
   presence = Presence::ended;
-  damping.fail(began);
+  damping.fail(now);
 }
 
 }  // namespace qbdkr

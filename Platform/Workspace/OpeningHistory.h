@@ -28,8 +28,8 @@ class OpeningHistory {
   [[nodiscard]] std::optional<Clock::time_point> pausedUntil(const std::string& bundlePath,
                                                              Clock::time_point now);
 
-  // Records the start of an application, which began at a time.
-  void add(const std::string& bundlePath, Opening opening, Clock::time_point began);
+  // Records the start of an application.
+  void add(const std::string& bundlePath, Opening opening, Clock::time_point now);
 
  private:
   // A bundle at a path, which is another one after an upgrade.
@@ -42,13 +42,12 @@ class OpeningHistory {
   };
   struct Record {
     Place place;
-    Clock::time_point began;
     Presence presence = Presence::running;  // ended: counted as a failure
     Descriptor end;
     RestartDamping damping;
 
     [[nodiscard]] bool hasEnded() const;
-    void fail();
+    void fail(Clock::time_point now);
   };
 
   mutable ForkSafeMutex mutex_;

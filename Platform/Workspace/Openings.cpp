@@ -35,7 +35,7 @@ bool Openings::join(const std::string& bundlePath, Clock::time_point deadline,
     if (turn && turn->process == own->process) {
       const auto other = turn;
       other->ended.wait_until(lock, deadline, [&] { return other->hasEnded; });
-      return other->outcome;
+      return other->hasEnded && other->outcome;
     }
     turn = own;
   }

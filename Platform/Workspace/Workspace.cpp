@@ -20,9 +20,9 @@ namespace {
 
 using Clock = OpeningHistory::Clock;
 
-// The holder of the lock waits 10 s for a check-in itself.
+// The holder of the lock seldom waits longer than the 10 s for a check-in.
 constexpr std::chrono::seconds lockPatience(15);
-// Longer than one thread waits for the lock and the check-in.
+// As long as one thread waits for the lock, for an application that ends, and for the check-in.
 constexpr std::chrono::seconds turnPatience(30);
 // A helper agent that was asked to exit has this long, as in an upgrade.
 constexpr std::chrono::seconds presencePatience(5);
@@ -37,27 +37,31 @@ OpeningHistory& history() {
   return *instance;
 }
 
-// Tells whether the application runs. If it is starting or ending by itself, waits until it can be
-// reached or has ended.
-bool isRunning(const Bundle& bundle) {
+// Tells whether the application runs; absent if the system does not tell. If it is starting or
+// ending by itself, waits until it can be reached or has ended. Its process may not be seen as the
+// application, as that of a script with the system's interpreter, or of an older version whose
+// program had another name.
+std::optional<bool> isRunning(const Bundle& bundle) {
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey).value_or("");
   const auto deadline = Clock::now() + presencePatience;
   for (;;) {
     const auto processes = processesOfApplication(identifier, bundle.bundlePath());
-    if (processes.empty()) return history().isRunning(bundle.bundlePath());
-    const auto end = endOfProcess(processes.front());
+    if (!processes) return std::nullopt;
+    if (processes->empty()) {
+      return history().isRunning(bundle.bundlePath()) || isReachable(bundle, deadline);
+    }
+    const auto end = endOfProcess(processes->front());
     if (!end && errno == ESRCH) continue;
     if (!end || awaitPresence(bundle, end, deadline) != Presence::ended) return true;
   }
 }
 
 bool start(const Bundle& bundle) {
-  const auto began = Clock::now();
-  if (history().pausedUntil(bundle.bundlePath(), began)) return false;
+  if (history().pausedUntil(bundle.bundlePath(), Clock::now())) return false;
   auto opening = openApplication(bundle);
   if (!opening) return false;
   const bool isOpen = opening->presence != Presence::ended;
-  history().add(bundle.bundlePath(), std::move(*opening), began);
+  history().add(bundle.bundlePath(), std::move(*opening), Clock::now());
   return isOpen;
 }
 
@@ -68,7 +72,8 @@ bool openAlone(const std::string& bundlePath) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   if (!bundle) return false;
-  return isRunning(*bundle) || (!lock.isTaken() && start(*bundle));
+  const auto running = isRunning(*bundle);
+  return running.value_or(false) || (running && !lock.isTaken() && start(*bundle));
 }
 
 }  // namespace

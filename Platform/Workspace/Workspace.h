@@ -10,15 +10,17 @@ namespace qbdkr {
 
 // Makes sure that an application is open: starts it, detached from this process, unless it is
 // running or being opened already, from any process. It is running if any process runs an
-// application of its identifier, or its own executable, or was started from it by this process. If
+// application of its identifier, or its own executable, or was started from it by this process, or
+// if events reach it. If
 // it is just starting or ending by itself, waits for that, 5 s at most, and starts it again after
 // its end.
 //
-// Blocks until the application can be reached, or for 10 s; before that, for 15 s at most while
+// Blocks until the application can be reached, or for 10 s, and for the system to execute it, which
+// has no limit on a file system that hangs; before that, for 15 s at most while
 // another process opens or replaces it. If another thread of this process is at the same bundle,
 // waits for that thread, 30 s at most, and takes its outcome. False if it is not running and cannot
-// be executed, ends before it can be reached, is locked by another process all that time, or is
-// held back because it keeps ending. Any thread.
+// be executed, ends before it can be reached, cannot be looked for among the processes, is locked
+// by another process all that time, or is held back because it keeps ending. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
 
 // Returns the time before which openFile() does not start an application, because it ended before

@@ -114,7 +114,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Installs the helper agent from the host's resources, or replaces an older installed one. A
   // failure is not reported, only logged with its path and error. An older one is in use until the
   // copy of the new one is made: it is asked to exit only then, and exchanged when it has ended. A
-  // copy that cannot be made leaves it as it is. Blocks for the file operations; 30 s at most while
+  // copy that cannot be made leaves it as it is; one that cannot be removed is asked to exit all
+  // the same. Blocks for the file operations; 30 s at most while
   // another thread or process deploys into the same directory, and if that takes longer, nothing is
   // deployed; 15 s at most while another process opens the older one; and 5 s at most for its exit.
   void extractHelper();

@@ -209,6 +209,24 @@ TEST(Deployment, HelperWithAnotherIdentifierThanIsAskedForIsOpenedOnce) {
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
+TEST(Deployment, OldHelperThatStaysUnderAnotherProgramNameIsStillTheOnlyOne) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";
+  scene.startAndShare(scene.makeHost("OldHost", "1.0"))->quit();
+  const auto bundle = scene.makeHost("NewHost", "1.1");
+  const auto programs = bundle.resources() / "ProbeHelper.app/Contents/Linux";
+  fs::rename(programs / "HelperProbe", programs / "Renamed");
+  const auto info = bundle.resources() / "ProbeHelper.app/Contents/Info.plist";
+  std::string text = readFile(info);
+  text.replace(text.find("HelperProbe"), std::string("HelperProbe").size(), "Renamed");
+  writeFile(info, text);
+  const auto host = scene.start(bundle);
+  host->call("extract");
+  EXPECT_EQ(host->call("version " + scene.installedHelper().string()), "1.1");
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
 TEST(Deployment, WorkerOfTheBundleDoesNotPassForTheHelper) {
   Scene scene;
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));

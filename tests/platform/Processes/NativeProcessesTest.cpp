@@ -250,12 +250,12 @@ TEST_F(ProgramOfABundle, WithAFIFOInThePlaceOfTheApplicationDoesNotBlock) {
 }
 
 TEST_F(Application, IsFoundByItsPathOrItsIdentifier) {
-  const std::vector<pid_t> it{process->processID()};
+  const std::optional it(std::vector<pid_t>{process->processID()});
   EXPECT_EQ(processesOfApplication("com.Acme.Sample", "/no/such.app"), it);
   EXPECT_EQ(processesOfApplication("", path), it);
   EXPECT_EQ(processesOfApplication("com.Acme.Other", path), it);
-  EXPECT_EQ(processesOfApplication("com.Acme.Other", "/no/such.app"), std::vector<pid_t>());
-  EXPECT_EQ(processesOfApplication("", "/no/such.app"), std::vector<pid_t>());
+  EXPECT_EQ(processesOfApplication("com.Acme.Other", "/no/such.app")->size(), 0U);
+  EXPECT_EQ(processesOfApplication("", "/no/such.app")->size(), 0U);
 }
 
 TEST_F(Application, EndIsAwaited) {

@@ -99,6 +99,15 @@ TEST_F(History, ReplacedBundleIsAnother) {
   EXPECT_EQ(history.pausedUntil(bundle, now), std::nullopt);
 }
 
+TEST_F(History, ProcessOfAReplacedBundleStillRuns) {
+  Process process;
+  history.add(bundle, {Presence::running, std::move(process.end)}, now);
+  fs::create_directory(directory.path() / "New.app");
+  fs::rename(directory.path() / "New.app", bundle);
+  EXPECT_EQ(history.pausedUntil(bundle, now), std::nullopt);
+  EXPECT_TRUE(history.isRunning(bundle));
+}
+
 TEST_F(History, OtherBundlesAreNotHeldBack) {
   pausesBetweenStarts(8);
   EXPECT_EQ(history.pausedUntil(directory.path() / "Other.app", now), std::nullopt);
