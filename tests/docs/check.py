@@ -75,7 +75,8 @@ def contract():
     if len(ours) < 20:
         yield f"only {len(ours)} methods were found in headers"
     source = (root / "Platform/Events/DBus/SdBus.h").read_text()
-    names = re.findall(r'constexpr const char\* \w+ = "([^"]+)"', source.split("namespace rpc")[1].split("namespace bus")[0])
+    source = source.split("namespace rpc")[1].split("namespace bus")[0]
+    names = re.findall(r'constexpr const char\* \w+ = "([^"]+)"', source)
     text = (root / "docs/rpc-events.md").read_text()
     for name in names:
         if f"`{name}`" not in text:
