@@ -52,8 +52,8 @@ class BusTransport final : public RPCTransport {
 
   void removeHandler() override { BusReceiver::shared().removeHandler(); }
 
-  void watchStanding(std::function<void()> onLost) override {
-    BusReceiver::shared().watchStanding(std::move(onLost));
+  void watchStanding(const std::function<void()>& onLost) override {
+    BusReceiver::shared().watchStanding(onLost);
   }
   [[nodiscard]] Standing standing() override { return BusReceiver::shared().standing(); }
   void whenHandled(std::function<void()> done) override {

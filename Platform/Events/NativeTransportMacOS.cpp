@@ -175,7 +175,9 @@ class AppleEventTransport final : public RPCTransport {
     receiver_.handler.set(nullptr);
   }
 
-  void watchStanding(std::function<void()> /*onLost*/) override { receiver_.presence.watch(); }
+  void watchStanding(const std::function<void()>& /*onLost*/) override {
+    receiver_.presence.watch();
+  }
   [[nodiscard]] Standing standing() override { return {receiver_.presence.idleSince(), {}}; }
 
  private:

@@ -73,7 +73,7 @@ class QBDKR_EXPORT RPCTransport {
 
   // Begins to keep what standing() tells. The function is called on the main run loop when the
   // connection is lost. Main run loop only; does not wait.
-  virtual void watchStanding(std::function<void()> /*onLost*/) {}
+  virtual void watchStanding(const std::function<void()>& /*onLost*/) {}
 
   // Returns how this process stands; looks for a lost bus once more. Nothing is told that is not
   // watched, or that the system cannot tell. Main run loop only; does not wait.

@@ -265,11 +265,11 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
 
 void BusReceiver::take(Received&& received) {
   lastPresence_ = Clock::now();
-  const char* name = sd_bus_message_get_sender(received.message.get());
-  const auto known = senders_.find(std::string_view(name == nullptr ? "" : name));
-  Sender* sender = known != senders_.end() ? &known->second : nullptr;
-  if (sender == nullptr && name != nullptr) sender = meet(name);
-  if (sender != nullptr) return park(name, *sender, std::move(received));
+  if (const char* name = sd_bus_message_get_sender(received.message.get()); name != nullptr) {
+    const auto known = senders_.find(std::string_view(name));
+    Sender* sender = known != senders_.end() ? &known->second : meet(name);
+    if (sender != nullptr) return park(name, *sender, std::move(received));
+  }
   // Its sender cannot be asked for.
   const auto kept = std::make_shared<Received>(std::move(received));
   RunLoop::main().perform([this, kept] { handle(*kept, std::nullopt); });
@@ -398,7 +398,7 @@ int BusReceiver::onForgottenGone(sd_bus_message* message, void* self, sd_bus_err
   return 0;
 }
 
-void BusReceiver::watchStanding(std::function<void()> onLost) { onLost_ = std::move(onLost); }
+void BusReceiver::watchStanding(const std::function<void()>& onLost) { onLost_ = onLost; }
 
 RPCTransport::Standing BusReceiver::standing() {
   if (!onLost_) return {};

@@ -56,7 +56,7 @@ class BusReceiver {
   void busAppeared();
 
   // See RPCTransport.
-  void watchStanding(std::function<void()> onLost);
+  void watchStanding(const std::function<void()>& onLost);
   [[nodiscard]] RPCTransport::Standing standing();
   void whenHandled(std::function<void()> done);
 
