@@ -15,6 +15,7 @@
 
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
+#include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Files/Files.h"
@@ -96,10 +97,25 @@ struct QBHPHelperCommunicate::Parts {
     if (Supervisor* const present = supervisor) present->failed();
   }
 
-  // The next helper agent has had no start request, even if another host starts it.
+  // The next helper agent has had no start request, even if another host starts it. An upgrade at
+  // the start-up launches it by itself, and makes up for this check afterwards.
   void checkAfterLoss() {
+    if (isStartingUp) {
+      isLostAtStartUp = true;
+      return;
+    }
     isHelperAlive = false;
     checks.request();
+  }
+
+  void startUp() {
+    isStartingUp = true;
+    dropExceptions([this] {
+      communicator.extractHelper();
+      if (!communicator.launchHelepr()) tellFailure();
+    });
+    isStartingUp = false;
+    if (isLostAtStartUp.exchange(false)) checks.request();
   }
 
   // Looks for one at most every 10 s: checks may be frequent, and each look reads the process
@@ -163,6 +179,8 @@ struct QBHPHelperCommunicate::Parts {
 
   std::atomic<bool> isServerOpen{false};
   std::atomic<bool> isHelperAlive{false};
+  std::atomic<bool> isStartingUp{false};
+  std::atomic<bool> isLostAtStartUp{false};
   mutable ForkSafeMutex mutex;  // guards the client identifier, and the making of the supervisor
   String clientID;
 
@@ -196,10 +214,7 @@ AutoStart& QBHPHelperCommunicate::autoStart() { return parts_->autoStart; }
 
 // --- Life cycle
 
-void QBHPHelperCommunicate::processHelper() {
-  extractHelper();
-  if (!launchHelepr()) parts_->tellFailure();
-}
+void QBHPHelperCommunicate::processHelper() { parts_->startUp(); }
 
 bool QBHPHelperCommunicate::supervise(const Supervision& supervision) {
   return parts_->supervise(supervision);

@@ -113,6 +113,17 @@ TEST_F(Supervision, StubbornHelperIsReplacedByAnUpgradeWithinFiveSeconds) {
   EXPECT_LT(Clock::now() - begin, std::chrono::seconds(hasSanitizer ? 20 : 5));
 }
 
+TEST_F(Supervision, UpgradeSendsTheNewHelperOneStartRequest) {
+  scene.startAndShare(scene.makeHost("OldHost", "1.0"))->quit();
+  const auto host = scene.start(scene.makeHost("NewHost", "1.1", supervised));
+  host->call("share");
+  scene.transcript().waitFor({" started version 1.1"});
+  // The check that makes up for the loss of the old one ends the start-up.
+  scene.transcript().waitFor({"isAlive:prodeuctVersion:"});
+  scene.fence(*host);
+  EXPECT_EQ(scene.transcript().count("start:prodeuctVersion:"), 2U);
+}
+
 TEST_F(Supervision, HelperWhoseFilesWereReplacedIsEnded) {
   scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";
   const auto oldHost = scene.startAndShare(scene.makeHost("OldHost", "1.0"));
