@@ -26,9 +26,10 @@
 // that a compiler adds would record there what is not true of this process.
 #define IN_NEW_PROCESS __attribute__((no_sanitize("address", "thread", "undefined")))
 
-// The C library's clone(). The thread sanitizer of clang takes the plain name for a fork, and stops
-// a process that shares its memory.
-extern "C" int __clone(int (*body)(void*), void* stack, int flags, void* argument, ...);
+// The C library's clone(), by its other name: the thread sanitizer of clang takes the plain one for
+// a fork, and stops a process that shares its memory.
+extern "C" int cloneUnobserved(int (*body)(void*), void* stack, int flags, void* argument,
+                               ...) __asm__("__clone");
 
 namespace qbdkr {
 namespace {
@@ -42,16 +43,16 @@ namespace {
 struct Start {
   static constexpr std::size_t stackSize = 32768;  // bytes
   struct alignas(16) Stack {
-    std::array<std::byte, stackSize> bytes;
+    std::array<std::byte, stackSize> bytes{};
     void* top() { return &bytes + 1; }
   };
 
-  const char* executable;
-  char* const* environment;
-  int input;
-  int output;
-  Stack parentsStack;
-  Stack applicationsStack;
+  const char* executable = nullptr;
+  char* const* environment = nullptr;
+  int input = -1;
+  int output = -1;
+  Stack parentsStack{};
+  Stack applicationsStack{};
 
   // Left by the new processes.
   pid_t processID = -1;
@@ -99,8 +100,8 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
 IN_NEW_PROCESS int becomeParent(void* argument) {
   auto& start = *static_cast<Start*>(argument);
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
-  start.processID =
-      __clone(becomeApplication, start.applicationsStack.top(), flags, argument, &start.ended);
+  start.processID = cloneUnobserved(becomeApplication, start.applicationsStack.top(), flags,
+                                    argument, &start.ended);
   if (start.processID < 0) start.error = errno;
   return 0;
 }
@@ -110,7 +111,7 @@ IN_NEW_PROCESS int becomeParent(void* argument) {
 bool run(Start& start) {
   const auto blocked = BlockedSignals::all();
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_FILES;
-  const pid_t parent = __clone(becomeParent, start.parentsStack.top(), flags, &start);
+  const pid_t parent = cloneUnobserved(becomeParent, start.parentsStack.top(), flags, &start);
   if (parent < 0) return false;
   while (waitpid(parent, nullptr, __WCLONE) < 0 && errno == EINTR) {
   }

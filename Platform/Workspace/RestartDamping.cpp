@@ -16,7 +16,7 @@ constexpr std::chrono::seconds longestPause(60);
 void RestartDamping::fail(Clock::time_point time) {
   std::erase_if(failures_, [time](auto earlier) { return time - earlier >= failureWindow; });
   failures_.push_back(time);
-  if (pause_ == pause_.zero() && failures_.size() < mostFailures) return;
+  if (pause_ == std::chrono::seconds::zero() && failures_.size() < mostFailures) return;
   failures_.clear();
   pause_ = std::clamp(pause_ * 2, firstPause, longestPause);
   pauseEnd_ = time + pause_;
