@@ -9,11 +9,11 @@
 #include <ClientComm/QBHPProcessList.h>
 #include <ClientComm/TextValue.h>
 
+#include "Platform/Base/DetachedThread.h"
 #include "Platform/Events/PeerWatch.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Processes/RunningApplications.h"
 #include "Platform/Workspace/Workspace.h"
-#include "ProductClient/DetachedThread.h"
 
 namespace qbdkr {
 

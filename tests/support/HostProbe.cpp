@@ -38,9 +38,9 @@
 #include <QBDKRProductClient/QBHPHelper.h>
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
+#include "Platform/Base/DetachedThread.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Workspace/Workspace.h"
-#include "ProductClient/DetachedThread.h"
 #include "support/Patience.h"
 #include "support/ProbeText.h"
 #include "support/Storm.h"

@@ -13,7 +13,7 @@
 #include <vector>
 
 #include "HeldThreads.h"
-#include "ProductClient/DetachedThread.h"
+#include "Platform/Base/DetachedThread.h"
 #include "ProductClient/LivenessChecks.h"
 #include "support/Patience.h"
 

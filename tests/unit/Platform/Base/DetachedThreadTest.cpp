@@ -19,7 +19,7 @@
 #include <vector>
 
 #include "Host.h"
-#include "ProductClient/DetachedThread.h"
+#include "Platform/Base/DetachedThread.h"
 #include "support/Patience.h"
 
 namespace {

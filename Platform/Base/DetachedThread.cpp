@@ -1,4 +1,4 @@
-#include "ProductClient/DetachedThread.h"
+#include "Platform/Base/DetachedThread.h"
 
 #include <pthread.h>
 
