@@ -38,6 +38,16 @@ class BusTransport final : public RPCTransport {
     return sender().flush(deadline);
   }
 
+  bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+             Completion completion) override {
+    const OSErr refused = refusal(target, event);
+    auto logAndComplete = [this, completion = std::move(completion)](Answer answer) {
+      logObstacleOnce();
+      completion(std::move(answer));
+    };
+    return sender().start(target, std::move(event), limits, std::move(logAndComplete), refused);
+  }
+
   [[nodiscard]] std::optional<std::string> knownObstacle() const override {
     const BusSender* sender = sender_.load();
     const auto process = sender == nullptr ? std::nullopt : sender->foreignProcess();

@@ -3,16 +3,25 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
+#include <cstdint>
+#include <memory>
 #include <optional>
+#include <ratio>
 #include <set>
 #include <string>
 #include <utility>
 
 #include <ClientComm/Log.h>
 
+#include "Platform/Base/DetachedThread.h"
+#include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Events/AppleEvents/AnswerMacOS.h"
 #include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
+#include "Platform/Events/AppleEvents/StartedRequestsMacOS.h"
+#include "Platform/Events/AwaitedAnswer.h"
+#include "Platform/Events/CancellationState.h"
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCHandler.h"
 #include "Platform/Events/RPCTransport.h"
@@ -112,17 +121,13 @@ OSErr putResult(std::string result, AEDesc& reply) {
   return AEPutParamDesc(&reply, keyDirectObject, value.get());
 }
 
-// Reads a reply. Without a text it has no result; a text beyond the bounds of an event breaks the
-// contract.
-RPCTransport::Answer readAnswer(const AEDesc& reply) {
-  EventDescriptor found;
-  if (AEGetParamDesc(&reply, keyDirectObject, typeWildCard, found.receive()) != noErr) return {};
-  EventDescriptor utf8;
-  if (AECoerceDesc(found.get(), typeUTF8Text, utf8.receive()) == noErr &&
-      AEGetDescDataSize(utf8.get()) > static_cast<Size>(mostEventContent)) {
-    return {errAEEventNotHandled, {}};
-  }
-  return {noErr, textFrom(*found.get())};
+// Returns the time until a deadline as the Apple Event Manager takes it, rounded up: its clock has
+// 60 ticks in a second.
+long ticksUntil(RequestLimits::Clock::time_point deadline) {
+  using Ticks = std::chrono::duration<std::int64_t, std::ratio<1, 60>>;
+  if (deadline == RequestLimits::Clock::time_point::max()) return kNoTimeOut;
+  const auto ticks = std::chrono::ceil<Ticks>(deadline - RequestLimits::Clock::now()).count();
+  return static_cast<long>(std::clamp<std::int64_t>(ticks, 1, INT32_MAX));
 }
 
 OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, Receiver& receiver) {
@@ -152,15 +157,46 @@ OSErr handleEvent(const AEDesc& incoming, AEDesc& reply, Receiver& receiver) {
 class AppleEventTransport final : public RPCTransport {
  public:
   OSErr post(const RPCTarget& target, const RPCEvent& event) override {
+    started_.awaitSent();
     EventDescriptor reply;
     return send(target, event, postOptions, reply);
   }
 
   Answer ask(const RPCTarget& target, const RPCEvent& event) override {
-    EventDescriptor reply;
-    const OSErr status = send(target, event, askOptions, reply);
-    if (status != noErr) return {status, {}};
-    return readAnswer(*reply.get());
+    started_.awaitSent();
+    return waitForAnswer(target, event, askOptions);
+  }
+
+  bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+             Completion completion) override {
+    return started_.start(target, std::move(event), limits, std::move(completion));
+  }
+
+  // Does not need the main run loop, to which the replies of started requests come: this may be its
+  // thread. A wait in the Apple Event Manager ends at its time-out, but no other thread can end it.
+  // One that can be cancelled is therefore left to a thread of its own.
+  Answer askWithin(const RequestLimits& limits, const RPCTarget& target,
+                   const RPCEvent& event) override {
+    started_.awaitSent();
+    if (limits.cancellation && limits.cancellation->isCancelled()) return {userCanceledErr, {}};
+    if (limits.deadline <= RequestLimits::Clock::now()) return {errAETimeout, {}};
+    if (!limits.cancellation) {
+      return waitForAnswer(target, event, {kAEWaitReply, ticksUntil(limits.deadline)});
+    }
+    const auto awaited = std::make_shared<AwaitedAnswer>();
+    auto* cancellation = CancellationState::of(*limits.cancellation);
+    const auto ticket = cancellation == nullptr ? 0 : cancellation->add(awaited);
+    if (cancellation != nullptr && ticket == 0) return {userCanceledErr, {}};
+    const bool waits = detachNewThread([this, awaited, target, event, limits] {
+      Answer answer{paramErr, {}};  // if memory runs out
+      dropExceptions([&] {
+        answer = waitForAnswer(target, event, {kAEWaitReply, ticksUntil(limits.deadline)});
+      });
+      awaited->set(std::move(answer));
+    });
+    auto answer = waits ? awaited->get() : Answer{paramErr, {}};
+    if (cancellation != nullptr) cancellation->remove(ticket);
+    return answer;
   }
 
   void setHandler(Handler handler) override {
@@ -181,15 +217,27 @@ class AppleEventTransport final : public RPCTransport {
   [[nodiscard]] Standing standing() override { return {receiver_.presence.idleSince(), {}}; }
 
  private:
-  OSErr send(const RPCTarget& target, const RPCEvent& event, const AppleEventSendOptions& options,
-             EventDescriptor& reply) {
+  Answer waitForAnswer(const RPCTarget& target, const RPCEvent& event,
+                       const AppleEventSendOptions& options) {
+    EventDescriptor reply;
+    const OSErr status = send(target, event, options, reply);
+    if (status != noErr) return {status, {}};
+    return readAnswer(*reply.get());
+  }
+
+  OSErr makeMessage(const RPCTarget& target, const RPCEvent& event, EventDescriptor& message) {
     if (!isSendable(event) || target.bundleID.find('\0') != std::string::npos) return paramErr;
     // The system chooses the process that an identifier stands for.
     if (target.directory && !isPlaceLogged_.exchange(true)) {
       log("on this system the helper agent need not be the installed copy");
     }
+    return makeEvent(appleEventOf(target, event), message);
+  }
+
+  OSErr send(const RPCTarget& target, const RPCEvent& event, const AppleEventSendOptions& options,
+             EventDescriptor& reply) {
     EventDescriptor message;
-    const OSErr made = makeEvent(appleEventOf(target, event), message);
+    const OSErr made = makeMessage(target, event, message);
     if (made != noErr) return made;
     return static_cast<OSErr>(
         AESendMessage(message.get(), reply.receive(), options.mode, options.timeout));
@@ -201,6 +249,10 @@ class AppleEventTransport final : public RPCTransport {
   }
 
   std::atomic<bool> isPlaceLogged_{false};
+  StartedRequests started_{
+      [this](const RPCTarget& target, const RPCEvent& event, EventDescriptor& message) {
+        return makeMessage(target, event, message);
+      }};
   Receiver receiver_;  // never destroyed: the Apple Event Manager holds its address
 };
 

@@ -1,10 +1,12 @@
 #include "Platform/Events/RPCTransport.h"
 
 #include <atomic>
+#include <memory>
 #include <utility>
 
 #include <ClientComm/RunLoop.h>
 
+#include "Platform/Events/AwaitedAnswer.h"
 #include "Platform/Events/NativeTransport.h"
 
 namespace qbdkr {
@@ -16,6 +18,14 @@ std::atomic<RPCTransport*> replacement{nullptr};
 
 void RPCTransport::whenHandled(std::function<void()> done) {
   RunLoop::main().perform(std::move(done));
+}
+
+RPCTransport::Answer RPCTransport::askWithin(const RequestLimits& limits, const RPCTarget& target,
+                                             const RPCEvent& event) {
+  const auto awaited = std::make_shared<AwaitedAnswer>();
+  const bool isStarted =
+      start(target, event, limits, [awaited](Answer answer) { awaited->set(std::move(answer)); });
+  return isStarted ? awaited->get() : Answer{paramErr, {}};
 }
 
 RPCTransport& RPCTransport::shared() {

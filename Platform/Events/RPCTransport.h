@@ -6,6 +6,7 @@
 #include <string>
 
 #include <ClientComm/Export.h>
+#include <ClientComm/RequestLimits.h>
 #include <ClientComm/Status.h>
 
 #include "Platform/Events/RPCEvent.h"
@@ -30,6 +31,9 @@ class QBDKR_EXPORT RPCTransport {
   using Handler = std::function<std::optional<std::string>(
       const RPCEvent& event, const std::optional<std::string>& sender)>;
 
+  // Called with the answer to a request that was started.
+  using Completion = std::function<void(Answer)>;
+
   virtual ~RPCTransport() = default;
 
   // Sends an event without waiting for the target. Any thread. If the system's own bus is stuck it
@@ -44,13 +48,32 @@ class QBDKR_EXPORT RPCTransport {
   // during the wait. An answer of more than 64 MiB is errAEEventNotHandled.
   virtual Answer ask(const RPCTarget& target, const RPCEvent& event) = 0;
 
+  // Starts a request, and returns at once: a bus that is missing or stuck does not hold it up. Any
+  // thread. The completion is called once, on a thread of the transport, which all requests share:
+  // it must hand the answer on. It is never called from inside this call, and never in a forked
+  // child of the process that started the request.
+  //
+  // One thread's posts and requests are sent in the order in which it made them.
+  //
+  // The answer is that of ask(), and besides: errAETimeout if the deadline has passed;
+  // userCanceledErr if the request was cancelled; paramErr beyond the bounds of PendingRequests.h.
+  // One that passed its limits before it was sent is not sent. Returns false, and calls nothing, if
+  // the transport cannot have its thread. Throws std::bad_alloc, and calls nothing.
+  virtual bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+                     Completion completion) = 0;
+
+  // Sends an event and blocks until its answer comes or the request passes its limits, with the
+  // answers of start(). Any thread. Throws std::bad_alloc.
+  virtual Answer askWithin(const RequestLimits& limits, const RPCTarget& target,
+                           const RPCEvent& event);
+
   // Waits until the targets have taken what this process posted before the call: each has read it,
   // knows its sender, and has handed it to its handler. Any thread; others can send during the
-  // wait. A target that is gone is not waited for. Of targets, 4,096 are remembered. Returns 0 if
-  // nothing is left to wait for, else errAETimeout at the deadline, connectionInvalid if a
-  // connection to the bus ended, with which posts may be lost (said once), or the bus's refusal of
-  // the question. A transport whose targets have an event when post() returns has nothing to wait
-  // for.
+  // wait. A target that is gone is not waited for. A request that was started is not waited for:
+  // its completion tells what became of it. Of targets, 4,096 are remembered. Returns 0 if nothing
+  // is left to wait for, else errAETimeout at the deadline, connectionInvalid if a connection to
+  // the bus ended, with which posts may be lost (said once), or the bus's refusal of the question.
+  // A transport whose targets have an event when post() returns has nothing to wait for.
   virtual OSErr flush(std::chrono::steady_clock::time_point /*deadline*/) { return noErr; }
 
   // Install the one handler, and remove it. Any thread; do not wait.

@@ -9,11 +9,12 @@ namespace qbdkr {
 using OSErr = std::int16_t;
 
 inline constexpr OSErr noErr = 0;
-inline constexpr OSErr paramErr = -50;                  // the event or its target is invalid
-inline constexpr OSErr procNotFound = -600;             // the target is not running
-inline constexpr OSErr connectionInvalid = -609;        // no bus, or the peer went away
-inline constexpr OSErr errAEEventNotHandled = -1708;    // the target refused or failed
-inline constexpr OSErr errAETimeout = -1712;            // a time-out of the bus
+inline constexpr OSErr paramErr = -50;                // the event or its target is invalid
+inline constexpr OSErr userCanceledErr = -128;        // the caller cancelled the request
+inline constexpr OSErr procNotFound = -600;           // the target is not running
+inline constexpr OSErr connectionInvalid = -609;      // no bus, or the peer went away
+inline constexpr OSErr errAEEventNotHandled = -1708;  // the target refused or failed
+inline constexpr OSErr errAETimeout = -1712;  // a deadline or a time-out of the bus has passed
 inline constexpr OSErr errAEEventNotPermitted = -1743;  // the bus, the user or a check refuses
 inline constexpr OSErr errAEEventFailed = -10000;       // a handler failed; -1708 on the bus
 

@@ -31,6 +31,10 @@ class NoTransport final : public qbdkr::RPCTransport {
   Answer ask(const qbdkr::RPCTarget&, const qbdkr::RPCEvent&) override {
     return {qbdkr::procNotFound, {}};
   }
+  bool start(const qbdkr::RPCTarget&, qbdkr::RPCEvent, const qbdkr::RequestLimits&,
+             Completion) override {
+    return false;
+  }
   void setHandler(Handler) override {}
   void removeHandler() override {}
 };

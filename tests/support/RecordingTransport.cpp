@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <stdexcept>
+#include <thread>
 #include <utility>
 
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
@@ -136,6 +137,21 @@ void RecordingTransport::answerFlushWith(OSErr status) {
 std::chrono::steady_clock::time_point RecordingTransport::flushDeadline() const {
   const std::lock_guard lock(mutex_);
   return flushDeadline_;
+}
+
+bool RecordingTransport::start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+                               Completion completion) {
+  if (!canStart) return false;
+  std::thread([this, target, event = std::move(event), limits, completion = std::move(completion)] {
+    if (limits.cancellation && limits.cancellation->isCancelled()) {
+      completion({userCanceledErr, {}});
+    } else if (limits.deadline <= RequestLimits::Clock::now()) {
+      completion({errAETimeout, {}});
+    } else {
+      completion(send({Kind::start, target, event}));
+    }
+  }).detach();
+  return true;
 }
 
 void RecordingTransport::setHandler(Handler handler) {

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstddef>
@@ -30,7 +31,7 @@ inline constexpr const char* someSender = "com.Example.Sender";
 // and delivers events to the handler that is installed here. Any thread.
 class RecordingTransport final : public RPCTransport {
  public:
-  enum class Kind { post, ask };
+  enum class Kind { post, ask, start };
   struct Sent {
     Kind kind = Kind::post;
     RPCTarget target;
@@ -73,8 +74,15 @@ class RecordingTransport final : public RPCTransport {
 
   [[nodiscard]] bool hasHandler() const;
 
+  // Whether start() can have its thread.
+  std::atomic<bool> canStart{true};
+
   OSErr post(const RPCTarget& target, const RPCEvent& event) override;
   Answer ask(const RPCTarget& target, const RPCEvent& event) override;
+  // Records the request unless it has passed its limits. A thread that is made for it answers it
+  // like any other event.
+  bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+             Completion completion) override;
   // Keeps the deadline and returns the status that it was told.
   OSErr flush(std::chrono::steady_clock::time_point deadline) override;
   void setHandler(Handler handler) override;

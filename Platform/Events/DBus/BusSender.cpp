@@ -7,13 +7,15 @@
 #include <array>
 #include <cerrno>
 #include <chrono>
-#include <cstring>
+#include <exception>
 #include <list>
 #include <utility>
 #include <vector>
 
+#include "Platform/Base/DetachedThread.h"
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/FreeMemoryLinux.h"
+#include "Platform/Events/DBus/BusAnswer.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
 #include "Platform/Processes/ExecutablePlaceLinux.h"
@@ -45,28 +47,6 @@ int pollTimeout(Clock::time_point deadline) {
   if (deadline == forever) return -1;
   const auto time = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   return static_cast<int>(std::clamp<std::int64_t>(time, 0, INT32_MAX));
-}
-
-OSErr statusOfError(const sd_bus_error* error) {
-  const auto is = [error](const char* name) { return sd_bus_error_has_name(error, name) > 0; };
-  if (is(SD_BUS_ERROR_SERVICE_UNKNOWN) || is(SD_BUS_ERROR_NAME_HAS_NO_OWNER)) return procNotFound;
-  if (is(SD_BUS_ERROR_NO_REPLY) || is(SD_BUS_ERROR_DISCONNECTED)) return connectionInvalid;
-  if (is(SD_BUS_ERROR_TIMEOUT) || is("org.freedesktop.DBus.Error.TimedOut")) return errAETimeout;
-  if (is(SD_BUS_ERROR_ACCESS_DENIED)) return errAEEventNotPermitted;
-  return errAEEventNotHandled;
-}
-
-// Reads a reply, and stores the size of its text.
-RPCTransport::Answer readAnswer(sd_bus_message* reply, std::size_t& size) {
-  if (const sd_bus_error* error = sd_bus_message_get_error(reply)) {
-    size = error->message == nullptr ? 0 : std::strlen(error->message);
-    return {statusOfError(error), std::nullopt};
-  }
-  const char* text = nullptr;
-  if (sd_bus_message_read(reply, rpc::resultSignature, &text) <= 0) return {};
-  size = std::strlen(text);
-  if (size > mostEventContent) return {errAEEventNotHandled, std::nullopt};
-  return {noErr, std::string(text, size)};
 }
 
 // Tells whether a target took what came before the question, by its answer. A target that does not
@@ -232,31 +212,41 @@ OSErr BusSender::settle(const Delivery& delivery) {
   return status;
 }
 
-// Opens the connection if necessary, and waits until the bus has greeted it.
+// Opens the connection if necessary, and waits until the bus has greeted it. Then sends what was
+// started before, which comes first.
 bool BusSender::connect(Lock& lock) {
   if (bus_) drain();
-  const bool opening = !bus_;
-  if (opening) {
-    if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-    sd_bus* opened = nullptr;
-    if (!wake_ || sd_bus_open_user(&opened) < 0) return false;
-    bus_ = Bus(opened, SdBusDeleter());
-    ++generation_;
-  }
-  if (sd_bus_is_ready(bus_.get()) <= 0) {
+  if (!bus_ && !open()) return false;
+  if (!isGreeted()) {
     const Bus bus = bus_;
     runUntil(lock, Clock::now() + busPatience, [&] { return sd_bus_is_ready(bus.get()) > 0; });
     if (bus_ != bus) return false;
-    if (sd_bus_is_ready(bus.get()) <= 0) {
+    if (!isGreeted()) {
       disconnect();
       return false;
     }
   }
-  if (opening) {
-    identify();
-    // The bus can be reached (again), which the receiver needs to know.
-    dropExceptions([] { BusReceiver::shared().busAppeared(); });
-  }
+  return !requests_.hasUnsent() || sendEarlier(lock);
+}
+
+bool BusSender::open() {
+  if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  sd_bus* opened = nullptr;
+  if (!wake_ || sd_bus_open_user(&opened) < 0) return false;
+  bus_ = Bus(opened, SdBusDeleter());
+  ++generation_;
+  wasGreeted_ = false;
+  greetingDeadline_ = Clock::now() + busPatience;
+  return true;
+}
+
+bool BusSender::isGreeted() {
+  if (wasGreeted_) return true;
+  if (sd_bus_is_ready(bus_.get()) <= 0) return false;
+  wasGreeted_ = true;
+  identify();
+  // The bus can be reached (again), which the receiver needs to know.
+  dropExceptions([] { BusReceiver::shared().busAppeared(); });
   return true;
 }
 
@@ -296,9 +286,13 @@ OSErr BusSender::failedToSend(int error) {
 void BusSender::disconnect() {
   latest_.reset();
   owners_.clear();
+  inquiry_.reset();
   if (!posts_.empty()) hasLostPosts_ = true;
   posts_.clear();
   bus_.reset();
+  requests_.finishSent(connectionInvalid);
+  // Those to be sent get another connection, unless this one never came about.
+  if (!wasGreeted_) requests_.finishUnsent(connectionInvalid);
   ++generation_;
   wakeOthers();
 }
@@ -319,10 +313,15 @@ void BusSender::drain() {
 
 // Makes the waiting threads check again whether they are done.
 void BusSender::wakeOthers() {
-  if (waiting_ > 0) progress_.notify_all();
+  wakeWaiting();
   if (!reading_) return;
   const std::uint64_t one = 1;
   [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
+}
+
+void BusSender::wakeWaiting() {
+  if (waiting_ > 0) progress_.notify_all();
+  if (isWorkerAside_) stir();
 }
 
 // Runs the connection until done() holds. False if the connection ended or the deadline passed.
@@ -333,7 +332,7 @@ bool BusSender::runUntil(Lock& lock, Clock::time_point deadline, Done done) {
   if (bus_ && !isWritten()) wakeOthers();
   const bool held = readUntil(lock, deadline, done);
   // Another thread reads from now on.
-  if (waiting_ > 0) progress_.notify_all();
+  wakeWaiting();
   return held;
 }
 
@@ -341,8 +340,15 @@ template <class Done>
 bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
   const std::uint64_t generation = generation_;
   const Bus bus = bus_;
+  const bool isWorker = std::this_thread::get_id() == worker_;
   while (!done()) {
     if (generation != generation_ || Clock::now() >= deadline) return false;
+    if (reading_ && isWorker) {
+      isWorkerAside_ = true;
+      awaitStir(lock, deadline);
+      isWorkerAside_ = false;
+      continue;
+    }
     if (reading_) {
       ++waiting_;
       if (deadline == forever) {
@@ -362,7 +368,9 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
       wakeOthers();
       continue;
     }
-    std::array<pollfd, 2> events{{{sd_bus_get_fd(bus.get()), 0, 0}, {wake_.get(), POLLIN, 0}}};
+    std::array<pollfd, 3> events{{{sd_bus_get_fd(bus.get()), 0, 0},
+                                  {wake_.get(), POLLIN, 0},
+                                  {isWorker ? stir_.get() : -1, POLLIN, 0}}};
     events[0].events = static_cast<short>(sd_bus_get_events(bus.get()));
     const auto end = std::min(deadline, busDeadline(bus.get()));
     reading_ = true;
@@ -374,8 +382,177 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
     if (events[1].revents != 0) {
       [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
     }
+    if (events[2].revents != 0) {
+      [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
+      isStirred_ = true;
+    }
   }
   return true;
+}
+
+BusSender::BusSender() : requests_([this] { stir(); }) {}
+
+bool BusSender::start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+                      RPCTransport::Completion completion, OSErr refusal) {
+  if (!startWorker()) return false;
+  requests_.add(std::make_shared<Started>(target, std::move(event), limits, std::move(completion)),
+                refusal);
+  return true;
+}
+
+// Does not use the lock of the connection, which other threads hold while they send.
+bool BusSender::startWorker() {
+  const std::lock_guard lock(workerMutex_);
+  if (hasWorker_) return true;
+  if (!stir_) stir_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
+  hasWorker_ = stir_ && detachNewThread([this] { work(); });
+  return hasWorker_;
+}
+
+void BusSender::stir() const {
+  const std::uint64_t one = 1;
+  [[maybe_unused]] const auto written = ::write(stir_.get(), &one, sizeof one);
+}
+
+// Waits for stir().
+void BusSender::awaitStir(Lock& lock, Clock::time_point deadline) {
+  pollfd event{stir_.get(), POLLIN, 0};
+  lock.unlock();
+  ::poll(&event, 1, pollTimeout(deadline));
+  std::uint64_t ignored = 0;
+  [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
+  lock.lock();
+  isStirred_ = true;
+}
+
+// The thread of the requests that were started.
+void BusSender::work() {
+  Lock lock(mutex_);
+  worker_ = std::this_thread::get_id();
+  for (;;) {
+    requests_.expire(Clock::now());
+    sendStarted();
+    const auto finished = requests_.takeFinished();
+    if (finished.empty()) {
+      awaitNews(lock);
+    } else {
+      complete(lock, finished);
+    }
+  }
+}
+
+// Waits until a request is over, or something can be done for one.
+void BusSender::awaitNews(Lock& lock) {
+  isStirred_ = false;
+  if (!bus_ && requests_.hasUnsent()) return;  // sends on a new connection
+  auto deadline = requests_.nextDeadline();
+  if (!bus_ || !requests_.hasOpen()) return awaitStir(lock, deadline);
+  const bool waitsForGreeting = !wasGreeted_;
+  if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
+  if (inquiry_) deadline = std::min(deadline, inquiry_->deadline());
+  runUntil(lock, deadline, [&] {
+    if (isStirred_ || requests_.hasFinished()) return true;
+    if (waitsForGreeting) return !bus_ || sd_bus_is_ready(bus_.get()) > 0;
+    return inquiry_ && inquiry_->outcome();
+  });
+}
+
+// Calls completions without the lock.
+void BusSender::complete(Lock& lock, const PendingRequests::Requests& finished) {
+  std::size_t largest = 0;
+  for (const auto& request : finished) {
+    auto& started = static_cast<Started&>(*request);
+    started.slot.reset();
+    started.bus.reset();
+    largest = std::max(largest, started.size);
+  }
+  lock.unlock();
+  PendingRequests::complete(finished);
+  if (largest >= largeText) releaseFreeMemory();
+  lock.lock();
+}
+
+// Sends the requests that were started before, so that what the caller sends comes after them.
+// False if the connection ended.
+bool BusSender::sendEarlier(Lock& lock) {
+  const Bus bus = bus_;
+  const std::uint64_t last = requests_.lastNumber();
+  runUntil(lock, Clock::now() + busPatience, [&] {
+    if (bus_ == bus) sendStarted();
+    return bus_ != bus || requests_.firstUnsentNumber() > last;
+  });
+  return bus_ == bus;
+}
+
+// Sends the requests that were started, as far as that needs no waiting.
+void BusSender::sendStarted() {
+  if (!requests_.hasUnsent()) return;
+  if (bus_) drain();
+  if (!bus_ && !open()) return requests_.finishUnsent(connectionInvalid);
+  if (!isGreeted()) {
+    if (Clock::now() >= greetingDeadline_) disconnect();
+    return;
+  }
+  while (bus_) {
+    const auto first = requests_.firstUnsent();
+    if (!first) return;
+    try {
+      std::string address;
+      const auto status = findAddress(first->target, address);
+      if (!status) return;
+      if (*status != noErr) {
+        first->finish({*status, {}});
+      } else if (requests_.beginSending(*first)) {
+        sendStarted(static_cast<Started&>(*first), address);
+      }
+    } catch (const std::exception&) {  // no memory
+      first->finish({paramErr, {}});
+    }
+  }
+}
+
+void BusSender::sendStarted(Started& request, const std::string& address) {
+  const BusMessage message = newCall(address, request.event);
+  if (!message) return request.finish({paramErr, {}});
+  request.bus = bus_;
+  sd_bus_slot* slot = nullptr;
+  const int sent =
+      sd_bus_call_async(bus_.get(), &slot, message.get(), onAnswer, &request, withoutTimeOut);
+  request.slot.reset(slot);
+  if (sent < 0) return request.finish({failedToSend(sent), {}});
+  request.event = {};
+}
+
+// Returns the status, and stores the address that an event for a target goes to. Absent while the
+// bus is asked for it.
+std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string& address) {
+  const auto name = busNameOfIdentifier(target.bundleID);
+  if (!name) return paramErr;
+  address = *name;
+  if (!target.directory) return noErr;
+  std::shared_ptr<Owner> owner;
+  if (const OSErr status = watchOwner(target.bundleID, owner); status != noErr) return status;
+  if (owner->approved && owner->approved->directory == *target.directory) {
+    address = owner->approved->address;
+    return noErr;
+  }
+  if (inquiry_ && !inquiry_->isAbout(*name, *target.directory)) inquiry_.reset();
+  if (!inquiry_) {
+    inquiry_.emplace(bus_, *name, *target.directory);
+    inquiryChanges_ = owner->changes;
+  }
+  const auto outcome = inquiry_->outcome();
+  if (!outcome) {
+    if (Clock::now() < inquiry_->deadline()) return std::nullopt;
+    disconnect();
+    return connectionInvalid;
+  }
+  address = inquiry_->address();
+  if (*outcome == noErr && owner->changes == inquiryChanges_) {
+    owner->approved = Approved{*target.directory, address};
+  }
+  inquiry_.reset();
+  return outcome;
 }
 
 // Trusts only the record of a present owner, because the bus tells when it goes. Always asks about
@@ -503,6 +680,14 @@ int BusSender::onReply(sd_bus_message* message, void* pending, sd_bus_error*) {
   auto& call = *static_cast<Pending*>(pending);
   call.reply.reset(sd_bus_message_ref(message));
   call.done = true;
+  return 1;
+}
+
+int BusSender::onAnswer(sd_bus_message* message, void* started, sd_bus_error*) {
+  auto& request = *static_cast<Started*>(started);
+  RPCTransport::Answer answer{paramErr, {}};  // if memory runs out
+  dropExceptions([&] { answer = readAnswer(message, request.size); });
+  request.finish(std::move(answer));
   return 1;
 }
 

@@ -11,9 +11,12 @@
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Events/DBus/OwnerInquiry.h"
 #include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/PendingRequests.h"
 #include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr {
@@ -24,8 +27,18 @@ namespace qbdkr {
 // while waiting. One of the waiting threads reads: it polls the socket without the mutex, and hands
 // the others their answers. One connection for all keeps the order in which the process sent its
 // events, between threads too.
+//
+// Requests that were started are sent, and their deadlines minded, by a thread that is made for the
+// first one. A thread that posts or asks first sends those that were started before. In a forked
+// child an object of the parent is not used any more.
 class BusSender {
  public:
+  BusSender();
+
+  // Starts a request, as RPCTransport::start() does; one that is refused ends with that status.
+  bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
+             RPCTransport::Completion completion, OSErr refusal);
+
   // Posts an event to its target, if that is running. Does not wait for the target.
   OSErr post(const RPCTarget& target, const RPCEvent& event);
 
@@ -72,6 +85,13 @@ class BusSender {
     std::uint64_t changes = 0;
     std::optional<Approved> approved;  // of the present owner
   };
+  // A request that was started.
+  struct Started : PendingRequest {
+    using PendingRequest::PendingRequest;
+    Bus bus;  // outlives the slot
+    BusSlot slot;
+    std::size_t size = 0;  // of the reply's text
+  };
   struct OwnerQuery {
     std::shared_ptr<Owner> owner;
     bool done = false;
@@ -79,6 +99,18 @@ class BusSender {
 
   RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
   bool connect(Lock& lock);
+  bool open();
+  bool isGreeted();
+  bool sendEarlier(Lock& lock);
+  void sendStarted();
+  void sendStarted(Started& request, const std::string& address);
+  std::optional<OSErr> findAddress(const RPCTarget& target, std::string& address);
+  bool startWorker();
+  void work();
+  void awaitNews(Lock& lock);
+  void complete(Lock& lock, const PendingRequests::Requests& finished);
+  void stir() const;
+  void awaitStir(Lock& lock, Clock::time_point deadline);
   OSErr failedToSend(int error);
   void identify();
   void disconnect();
@@ -99,8 +131,10 @@ class BusSender {
   bool runUntil(Lock& lock, Clock::time_point deadline, Done done);
   template <class Done>
   bool readUntil(Lock& lock, Clock::time_point deadline, Done done);
+  void wakeWaiting();
 
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
+  static int onAnswer(sd_bus_message* message, void* started, sd_bus_error* error);
   static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
   static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
@@ -113,6 +147,8 @@ class BusSender {
   Bus bus_;  // empty without a connection
   // Counts connections: a waiting thread notices the end of its own.
   std::uint64_t generation_ = 0;
+  Clock::time_point greetingDeadline_;  // when the bus has had its time to greet the connection
+  bool wasGreeted_ = false;
   bool reading_ = false;  // a thread polls the socket
   unsigned waiting_ = 0;  // threads that wait for that thread
   Clock::time_point lastDrain_;
@@ -122,6 +158,16 @@ class BusSender {
   std::map<std::string, std::uint64_t> posts_;
   std::uint64_t lastPost_ = 0;
   bool hasLostPosts_ = false;  // a connection ended before they were known to be taken
+
+  PendingRequests requests_;
+  std::optional<OwnerInquiry> inquiry_;  // about the target of the first one to be sent
+  std::uint64_t inquiryChanges_ = 0;     // of that owner, when it was begun
+  std::mutex workerMutex_;               // guards the making of the thread
+  bool hasWorker_ = false;
+  std::thread::id worker_;      // set by the thread itself
+  Descriptor stir_;             // is readable if the thread has something to do
+  bool isStirred_ = false;      // it was read since
+  bool isWorkerAside_ = false;  // the thread waits while another one reads
 };
 
 }  // namespace qbdkr

@@ -48,23 +48,33 @@ enum : DescType {
   typeAEList = 0x6C697374,               // list
   typeUnicodeText = 0x75747874,          // utxt
   typeUTF8Text = 0x75746638,             // utf8
+  typeSInt16 = 0x73686F72,               // shor
+  typeSInt32 = 0x6C6F6E67,               // long
   typeProcessSerialNumber = 0x70736E20,  // psn
   typeKernelProcessID = 0x6B706964,      // kpid
   typeApplicationBundleID = 0x62756E64,  // bund
   kCoreEventClass = 0x61657674           // aevt
 };
 // "Keyword Parameter Constants", "Keyword Attribute Constants":
-// https://developer.apple.com/documentation/coreservices/keydirectobject, .../keyaddressattr
+// https://developer.apple.com/documentation/coreservices/keydirectobject, .../keyerrornumber,
+// .../keyaddressattr, .../keyreturnidattr
 enum : AEKeyword {
   keyDirectObject = 0x2D2D2D2D,  // ----
-  keyAddressAttr = 0x61646472    // addr
+  keyErrorNumber = 0x6572726E,   // errn
+  keyAddressAttr = 0x61646472,   // addr
+  keyReturnIDAttr = 0x72746964   // rtid
+};
+// "Event ID Constants": https://developer.apple.com/documentation/coreservices/kaeanswer
+enum : AEEventID {
+  kAEAnswer = 0x616E7372  // ansr
 };
 // "ID Constants for the AECreateAppleEvent Function":
 // https://developer.apple.com/documentation/coreservices/kautogeneratereturnid,
 // .../kanytransactionid
 enum { kAutoGenerateReturnID = -1, kAnyTransactionID = 0 };
-// AESendMode: https://developer.apple.com/documentation/coreservices/kaenoreply, .../kaewaitreply
-enum { kAENoReply = 0x00000001, kAEWaitReply = 0x00000003 };
+// AESendMode: https://developer.apple.com/documentation/coreservices/kaenoreply,
+// .../kaequeuereply, .../kaewaitreply
+enum { kAENoReply = 0x00000001, kAEQueueReply = 0x00000002, kAEWaitReply = 0x00000003 };
 // "Timeout Constants": https://developer.apple.com/documentation/coreservices/kaedefaulttimeout,
 // .../knotimeout
 enum { kAEDefaultTimeout = -1, kNoTimeOut = -2 };
