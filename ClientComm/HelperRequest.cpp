@@ -54,4 +54,10 @@ String askRequest(const QBHPAppEventBase& service, Selector method,
   return result;
 }
 
+Request<String> helperRequest(const QBHPAppEventBase& service, Selector method,
+                              std::initializer_list<Text> arguments) {
+  return QBHPAppleEventSender::share().askEvnet(service.className(), method.text(),
+                                                texts(arguments));
+}
+
 }  // namespace qbdkr

@@ -4,6 +4,7 @@
 #include <string_view>
 
 #include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Request.h>
 #include <ClientComm/Selector.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
@@ -28,5 +29,9 @@ OSErr postRequest(const QBHPAppEventBase& service, Selector method,
 // Sends a request and waits for the reply, without limit; absent if the reply is empty or missing.
 String askRequest(const QBHPAppEventBase& service, Selector method,
                   std::initializer_list<Text> arguments);
+
+// Makes a request for the reply, and sends nothing. Throws std::bad_alloc.
+Request<String> helperRequest(const QBHPAppEventBase& service, Selector method,
+                              std::initializer_list<Text> arguments);
 
 }  // namespace qbdkr

@@ -1,4 +1,5 @@
 #include <chrono>
+#include <memory>
 #include <string>
 #include <utility>
 
@@ -6,6 +7,7 @@
 
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
+#include "ClientComm/RequestContent.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
@@ -66,8 +68,7 @@ OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text select
   return paramErrWithoutMemory([&] {
     auto answer =
         RPCTransport::shared().ask(target(bundleID), rpcEvent(className, selectName, args));
-    // The empty text counts as no result on every transport: the bus cannot send it differently.
-    if (answer.result && !answer.result->empty()) result = std::move(answer.result);
+    result = answeredText(std::move(answer.result));
     return answer.status;
   });
 }
@@ -79,6 +80,18 @@ OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments
 OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments args,
                                       String& result) {
   return sendEvnet(view(helperBundleID_), className, selectName, args, result);
+}
+
+Request<String> QBHPAppleEventSender::askEvnet(Text bundleID, Text className, Text selectName,
+                                               Arguments args) const {
+  auto content = std::make_shared<RequestContent>(
+      RequestContent{target(bundleID), rpcEvent(className, selectName, args)});
+  return {TextRequest(std::move(content)), [](Answer<String> answer) { return answer; }};
+}
+
+Request<String> QBHPAppleEventSender::askEvnet(Text className, Text selectName,
+                                               Arguments args) const {
+  return askEvnet(view(helperBundleID_), className, selectName, args);
 }
 
 }  // namespace qbdkr

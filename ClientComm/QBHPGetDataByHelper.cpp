@@ -16,4 +16,12 @@ String QBHPGetDataByHelper::clientIDFormHelper() {
 
 String QBHPGetDataByHelper::isNotFirstStart() { return askRequest(*this, kIsNotFirstStart, {}); }
 
+Request<String> QBHPGetDataByHelper::askClientIDFormHelper() const {
+  return helperRequest(*this, kClientIDFormHelper, {});
+}
+
+Request<String> QBHPGetDataByHelper::askIsNotFirstStart() const {
+  return helperRequest(*this, kIsNotFirstStart, {});
+}
+
 }  // namespace qbdkr

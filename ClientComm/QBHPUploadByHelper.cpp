@@ -85,4 +85,20 @@ String QBHPUploadByHelper::netErrorPagePath(Text productID, Text version) {
   return askRequest(*this, kNetErrorPagePath, {productID, version});
 }
 
+Request<String> QBHPUploadByHelper::askProductCollectStatus(Text productID, Text version) const {
+  return helperRequest(*this, kProductCollectStatus, {productID, version});
+}
+
+Request<String> QBHPUploadByHelper::askRegSuiteInfo(Text productID, Text version) const {
+  return helperRequest(*this, kRegSuiteInfo, {productID, version});
+}
+
+Request<String> QBHPUploadByHelper::askUnRegSuiteInfo(Text productID, Text version) const {
+  return helperRequest(*this, kUnRegSuiteInfo, {productID, version});
+}
+
+Request<String> QBHPUploadByHelper::askNetErrorPagePath(Text productID, Text version) const {
+  return helperRequest(*this, kNetErrorPagePath, {productID, version});
+}
+
 }  // namespace qbdkr

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ClientComm/Request.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
 
@@ -40,6 +41,13 @@ class ProductRequests {
   template <class Method>
   [[nodiscard]] String ask(Method method) const {
     return withoutMemory(String(), [&] { return request(product(), method); });
+  }
+
+  // Makes a request that is not sent yet. Throws std::bad_alloc.
+  template <class Service>
+  [[nodiscard]] Request<String> make(Request<String> (Service::*method)(Text, Text) const) const {
+    const auto identity = product();
+    return (Service::share().*method)(view(identity.identifier), view(identity.version));
   }
 
  private:

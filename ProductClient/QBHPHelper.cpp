@@ -66,6 +66,22 @@ QBHPSuiteInfo QBHPHelper::unRegSuiteInfo() { return communicator().unRegSuiteInf
 
 QBHPSuiteInfo QBHPHelper::regSuiteInfo() { return communicator().regSuiteInfo(); }
 
+Request<bool> QBHPHelper::askProductCollectStatus() const {
+  return communicator().askProductCollectStatus();
+}
+
+Request<String> QBHPHelper::askNetErrorPagePath() const {
+  return communicator().askNetErrorPagePath();
+}
+
+Request<QBHPSuiteInfo> QBHPHelper::askUnRegSuiteInfo() const {
+  return communicator().askUnRegSuiteInfo();
+}
+
+Request<QBHPSuiteInfo> QBHPHelper::askRegSuiteInfo() const {
+  return communicator().askRegSuiteInfo();
+}
+
 OSErr QBHPHelper::uploadProductFile(Text email, Text filePath, Text title, Text description) {
   return communicator().uploadProductFile(email, filePath, title, description);
 }

@@ -21,6 +21,7 @@
 #include "Platform/Files/Files.h"
 #include "ProductClient/AutoStart.h"
 #include "ProductClient/BundleSwitches.h"
+#include "ProductClient/ClientIdentifier.h"
 #include "ProductClient/HelperExit.h"
 #include "ProductClient/HelperInstaller.h"
 #include "ProductClient/HelperLauncher.h"
@@ -181,9 +182,10 @@ struct QBHPHelperCommunicate::Parts {
   std::atomic<bool> isHelperAlive{false};
   std::atomic<bool> isStartingUp{false};
   std::atomic<bool> isLostAtStartUp{false};
-  mutable ForkSafeMutex mutex;  // guards the client identifier, and the making of the supervisor
-  String clientID;
+  // A request that outlives the communicator stores its answer there.
+  const std::shared_ptr<ClientIdentifier> clientID = std::make_shared<ClientIdentifier>();
 
+  mutable ForkSafeMutex mutex;  // guards the making of the supervisor
   const std::function<std::unique_ptr<PeerWatch>(const std::string&)> watchPeer;
   std::unique_ptr<Supervisor> ownSupervisor;
   std::atomic<Supervisor*> supervisor{nullptr};
@@ -268,21 +270,20 @@ OSErr QBHPHelperCommunicate::isAliveHelper() {
   return status;
 }
 
-String QBHPHelperCommunicate::clientID() const {
-  const std::lock_guard lock(parts_->mutex);
-  return parts_->clientID;
-}
+String QBHPHelperCommunicate::clientID() const { return parts_->clientID->get(); }
 
 String QBHPHelperCommunicate::clientIDFormHelper() {
   QBHPGetDataByHelper service;
-  {
-    const std::lock_guard lock(parts_->mutex);
-    parts_->clientID.reset();
-  }
-  auto fetched = service.clientIDFormHelper();
-  const std::lock_guard lock(parts_->mutex);
-  parts_->clientID = std::move(fetched);
-  return parts_->clientID;
+  parts_->clientID->set(std::nullopt);
+  return parts_->clientID->set(service.clientIDFormHelper());
+}
+
+Request<String> QBHPHelperCommunicate::askClientIDFormHelper() const {
+  return QBHPGetDataByHelper::share().askClientIDFormHelper().readBy<String>(
+      [cache = parts_->clientID](Answer<String> answer) {
+        if (answer.status == noErr) dropExceptions([&] { cache->set(answer.value); });
+        return answer;
+      });
 }
 
 void QBHPHelperCommunicate::willHelperExit() { stopHelper(); }
@@ -446,8 +447,19 @@ OSErr QBHPHelperCommunicate::setProductCollectStatus(bool status) {
   return parts_->requests.post(&QBHPUploadByHelper::setProductCollectStatus, textOf(status));
 }
 
+Request<bool> QBHPHelperCommunicate::askProductCollectStatus() const {
+  return parts_->requests.make(&QBHPUploadByHelper::askProductCollectStatus)
+      .readBy<bool>([](const Answer<String>& answer) {
+        return Answer<bool>{answer.status, answer.value == "1"};
+      });
+}
+
 String QBHPHelperCommunicate::netErrorPagePath() {
   return parts_->requests.ask(&QBHPUploadByHelper::netErrorPagePath);
+}
+
+Request<String> QBHPHelperCommunicate::askNetErrorPagePath() const {
+  return parts_->requests.make(&QBHPUploadByHelper::askNetErrorPagePath);
 }
 
 QBHPSuiteInfo QBHPHelperCommunicate::unRegSuiteInfo() {
@@ -456,6 +468,16 @@ QBHPSuiteInfo QBHPHelperCommunicate::unRegSuiteInfo() {
 
 QBHPSuiteInfo QBHPHelperCommunicate::regSuiteInfo() {
   return parts_->askForSuite(&QBHPUploadByHelper::regSuiteInfo);
+}
+
+Request<QBHPSuiteInfo> QBHPHelperCommunicate::askUnRegSuiteInfo() const {
+  return parts_->requests.make(&QBHPUploadByHelper::askUnRegSuiteInfo)
+      .readBy<QBHPSuiteInfo>(suiteAnswerOf);
+}
+
+Request<QBHPSuiteInfo> QBHPHelperCommunicate::askRegSuiteInfo() const {
+  return parts_->requests.make(&QBHPUploadByHelper::askRegSuiteInfo)
+      .readBy<QBHPSuiteInfo>(suiteAnswerOf);
 }
 
 OSErr QBHPHelperCommunicate::checkForHeleprMessage() {

@@ -1,5 +1,6 @@
 #include "ProductClient/SuiteAnswer.h"
 
+#include <exception>
 #include <string_view>
 #include <vector>
 
@@ -27,6 +28,17 @@ QBHPSuiteInfo suiteInfoFrom(Text answer) {
   const auto fields = fieldsOf(*answer);
   if (fields.size() < 3) throw RangeException("a suite answer has three fields");
   return QBHPSuiteInfo::initWithDate(fields[0], intValue(fields[1]), intValue(fields[2]));
+}
+
+Answer<QBHPSuiteInfo> suiteAnswerOf(const Answer<String>& answer) {
+  OSErr status = paramErr;
+  try {
+    return {answer.status, suiteInfoFrom(view(answer.value))};
+  } catch (const RangeException&) {
+    status = errAEEventNotHandled;
+  } catch (const std::exception&) {  // no memory
+  }
+  return {status, QBHPSuiteInfo::initWithDate(std::nullopt, 0, 0)};
 }
 
 }  // namespace qbdkr

@@ -6,6 +6,7 @@
 
 #include <ClientComm/AppleEvent.h>
 #include <ClientComm/Export.h>
+#include <ClientComm/Request.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
 
@@ -53,6 +54,12 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   OSErr sendEvnet(Text className, Text selectName, Arguments args);
   OSErr sendEvnet(Text className, Text selectName, Arguments args, String& result);
 
+  // Make a request for a text to an application, and to the helper agent, and send nothing:
+  // Request::wait() and start() send it, within limits. Throw std::bad_alloc.
+  [[nodiscard]] Request<String> askEvnet(Text bundleID, Text className, Text selectName,
+                                         Arguments args) const;
+  [[nodiscard]] Request<String> askEvnet(Text className, Text selectName, Arguments args) const;
+
   // Waits until the targets have taken everything that this process, on any thread, posted before
   // the call. Call it before the process ends: a target learns who posted an event only while that
   // process is there, and drops the event of an unknown one. Any thread; blocks until the deadline
@@ -68,6 +75,9 @@ class QBDKR_EXPORT QBHPAppleEventSender {
   //                      later. The next flush asks again
   //   connectionInvalid  the connection to the bus ended, and with it posts may be lost; said once
   //   any other          the bus refuses the question, for one target at least
+  // A request that was started with Request::start() is not a post, and is not waited for: its
+  // completion tells what became of it.
+  //
   // A process takes events on its main thread: two that wait for each other there both wait until
   // their deadlines, and one that posted to itself does so too.
   OSErr flush(std::chrono::steady_clock::time_point deadline);

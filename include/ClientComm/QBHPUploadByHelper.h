@@ -5,6 +5,7 @@
 
 #include <ClientComm/Export.h>
 #include <ClientComm/QBHPAppEventBase.h>
+#include <ClientComm/Request.h>
 #include <ClientComm/Selector.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
@@ -24,6 +25,9 @@ enum class CollectionType : std::int32_t {
 // Requests that return a status post and return at once, with a status of QBHPAppleEventSender.
 // Those that return a text block the calling thread until the helper agent answers or goes away,
 // without limit; the text is absent if the answer is empty or missing. Any thread; throw nothing.
+//
+// Those that return a Request make the same request, and send nothing yet: it can be given a
+// deadline and be cancelled, and need not block. Any thread; throw std::bad_alloc.
 class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
  public:
   static constexpr std::string_view kClassName = "QBHPUploadByHelper";
@@ -62,16 +66,19 @@ class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
   String productCollectStatus(Text productID, Text version);
   static constexpr auto kProductCollectStatus =
       selector<&QBHPUploadByHelper::productCollectStatus>("productCollectStatus:version:");
+  [[nodiscard]] Request<String> askProductCollectStatus(Text productID, Text version) const;
 
   // Return the page for a suite, registered or not: URL, width and height in pixels, joined by
   // "###".
   String regSuiteInfo(Text productID, Text version);
   static constexpr auto kRegSuiteInfo =
       selector<&QBHPUploadByHelper::regSuiteInfo>("regSuiteInfo:version:");
+  [[nodiscard]] Request<String> askRegSuiteInfo(Text productID, Text version) const;
 
   String unRegSuiteInfo(Text productID, Text version);
   static constexpr auto kUnRegSuiteInfo =
       selector<&QBHPUploadByHelper::unRegSuiteInfo>("unRegSuiteInfo:version:");
+  [[nodiscard]] Request<String> askUnRegSuiteInfo(Text productID, Text version) const;
 
   // Uploads the collected data now.
   OSErr directUploadData(Text productID, Text version);
@@ -82,6 +89,7 @@ class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
   String netErrorPagePath(Text productID, Text version);
   static constexpr auto kNetErrorPagePath =
       selector<&QBHPUploadByHelper::netErrorPagePath>("netErrorPagePath:version:");
+  [[nodiscard]] Request<String> askNetErrorPagePath(Text productID, Text version) const;
 
   // Always returns false.
   [[nodiscard]] bool checkJoinImproveExp() const { return checkJoinImproveExp_; }

@@ -2,6 +2,7 @@
 
 #include <ClientComm/Export.h>
 #include <ClientComm/QBHPSuiteInfo.h>
+#include <ClientComm/Request.h>
 #include <ClientComm/RunLoop.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
@@ -57,6 +58,13 @@ class QBDKR_EXPORT QBHPHelper {
   // process.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();
+
+  // Make the same requests, and send nothing yet: they can be given a deadline and be cancelled,
+  // and need not block (see Request). Throw std::bad_alloc.
+  [[nodiscard]] Request<bool> askProductCollectStatus() const;
+  [[nodiscard]] Request<String> askNetErrorPagePath() const;
+  [[nodiscard]] Request<QBHPSuiteInfo> askUnRegSuiteInfo() const;
+  [[nodiscard]] Request<QBHPSuiteInfo> askRegSuiteInfo() const;
 
   // Work without the helper agent. Block for files, and 0.2 s more at most while others write them:
   // an identifier is then stored the next time, and a switch keeps its value in a file that was not

@@ -11,6 +11,7 @@
 #include <ClientComm/QBHPSuiteInfo.h>
 #include <ClientComm/QBHPUpgradeByHelper.h>
 #include <ClientComm/QBHPUploadByHelper.h>
+#include <ClientComm/Request.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
 #include <QBDKRProductClient/Supervision.h>
@@ -103,6 +104,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Fetches and caches the client identifier; absent if the answer is empty or missing. Blocks
   // until the helper agent answers or goes away.
   String clientIDFormHelper();
+  // Makes the same request, and sends nothing yet: see Request. The answer of the helper agent
+  // replaces the cached identifier; if the request ends otherwise, that stays.
+  [[nodiscard]] Request<String> askClientIDFormHelper() const;
 
   // Receive the helper control's reports. This object is the delegate until a host sets its own,
   // which should call these. An announced exit is answered with stopHelper().
@@ -223,18 +227,26 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Tells whether usage data is collected: true only if the helper agent answers exactly "1".
   // Blocks until it answers or goes away.
   bool productCollectStatus();
+  // Makes the same request, and sends nothing yet: see Request.
+  [[nodiscard]] Request<bool> askProductCollectStatus() const;
   // Turns the collection on or off.
   OSErr setProductCollectStatus(bool status);
 
   // Returns the path of a page to show without a network; absent if the answer is empty or missing.
   // Blocks until the helper agent answers or goes away.
   String netErrorPagePath();
+  // Makes the same request, and sends nothing yet: see Request.
+  [[nodiscard]] Request<String> askNetErrorPagePath() const;
 
   // Return the page for a suite, not registered or registered. Without an answer the URL is absent
   // and the size 0. Throw RangeException for an answer of one field or two. Block until the helper
   // agent answers or goes away.
   QBHPSuiteInfo unRegSuiteInfo();
   QBHPSuiteInfo regSuiteInfo();
+  // Make the same requests, and send nothing yet: see Request. An answer of one field or two has
+  // the status errAEEventNotHandled.
+  [[nodiscard]] Request<QBHPSuiteInfo> askUnRegSuiteInfo() const;
+  [[nodiscard]] Request<QBHPSuiteInfo> askRegSuiteInfo() const;
 
   // Look for messages for the product, and open a customer-service request with a file.
   OSErr checkForHeleprMessage();                              // checks

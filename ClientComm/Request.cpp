@@ -1,0 +1,67 @@
+#include <memory>
+#include <utility>
+
+#include <ClientComm/Request.h>
+#include <ClientComm/RunLoop.h>
+
+#include "ClientComm/OutOfMemory.h"
+#include "ClientComm/RequestContent.h"
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Events/RPCTransport.h"
+
+namespace qbdkr {
+namespace {
+
+Answer<String> textOf(RPCTransport::Answer answer) {
+  return {answer.status, answeredText(std::move(answer.result))};
+}
+
+// One completion, and the place where it is to be called.
+class Delivery {
+ public:
+  Delivery(Completion<String> completion, Executor executor)
+      : completion_(std::move(completion)), executor_(std::move(executor)) {}
+
+  static void deliver(const std::shared_ptr<Delivery>& self, RPCTransport::Answer answer) {
+    self->answer_ = textOf(std::move(answer));
+    self->executor_([self] {
+      // Destroys here, where its owner expects that, all that the completion holds.
+      const auto completion = std::move(self->completion_);
+      dropExceptions([&] { completion(std::move(self->answer_)); });
+    });
+  }
+
+ private:
+  Completion<String> completion_;
+  const Executor executor_;
+  Answer<String> answer_;
+};
+
+}  // namespace
+
+Answer<String> TextRequest::wait(const RequestLimits& limits) const {
+  return withoutMemory(Answer<String>{paramErr, {}}, [&] {
+    auto& transport = RPCTransport::shared();
+    const bool isLimited =
+        limits.cancellation || limits.deadline != RequestLimits::Clock::time_point::max();
+    return textOf(isLimited ? transport.askWithin(limits, content_->target, content_->event)
+                            : transport.ask(content_->target, content_->event));
+  });
+}
+
+void TextRequest::start(const RequestLimits& limits, Completion<String> completion,
+                        Executor executor) const {
+  if (!executor) {
+    executor = [&loop = RunLoop::main()](RunLoop::Task task) { loop.perform(std::move(task)); };
+  }
+  const auto delivery = std::make_shared<Delivery>(std::move(completion), std::move(executor));
+  const auto deliver = [delivery](RPCTransport::Answer answer) {
+    Delivery::deliver(delivery, std::move(answer));
+  };
+  const bool isStarted =
+      RPCTransport::shared().start(content_->target, content_->event, limits, deliver);
+  // Not from inside this call, wherever the executor runs it.
+  if (!isStarted) RunLoop::main().perform([deliver] { deliver({paramErr, {}}); });
+}
+
+}  // namespace qbdkr
