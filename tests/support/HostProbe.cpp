@@ -41,6 +41,7 @@
 #include "Platform/Base/DetachedThread.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Workspace/Workspace.h"
+#include "support/LimitedRequests.h"
 #include "support/Patience.h"
 #include "support/ProbeText.h"
 #include "support/Storm.h"
@@ -562,8 +563,10 @@ void run(const std::string& line) {
   const std::string tag = words[0];
   const std::string name = words[1];
   words.erase(words.begin(), words.begin() + 2);
-  const auto command = commands().find(name);
-  if (command == commands().end()) return print(tag + " unknown command " + name);
+  const auto& limited = qbdkr::test::limitedCommands();
+  const auto& table = limited.contains(name) ? limited : commands();
+  const auto command = table.find(name);
+  if (command == table.end()) return print(tag + " unknown command " + name);
   try {
     print(tag + ' ' + command->second(words));
   } catch (const std::exception& error) {
