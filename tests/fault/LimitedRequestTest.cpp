@@ -180,15 +180,14 @@ TEST(LimitedRequest, RefusedRequestIsCompletedToo) {
   EXPECT_EQ(withoutTime(scene.host->call("wait-within 1000 Nodot Probe echo: x")), "-50 ~");
 }
 
-// The main thread, the one that reads commands, the one of the command, the one of the requests, and
-// perhaps one that is about to end.
+// The main thread, the one that reads commands, the one of the command, the one of the requests,
+// and perhaps one that is about to end.
 constexpr long mostThreads = 5;
 
 TEST(LimitedRequest, TenThousandThatWaitTakeOneThreadAndEndOnceEach) {
   Asking scene;
   scene.stopHelper();
-  const auto outcome =
-      scene.host->call("start-many 10000" + scene.event("echo: x"), longPatience);
+  const auto outcome = scene.host->call("start-many 10000" + scene.event("echo: x"), longPatience);
   EXPECT_TRUE(outcome.starts_with("early=0 twice=0 -128=10000 us=")) << outcome;
   EXPECT_LE(std::stol(outcome.substr(outcome.rfind('=') + 1)), mostThreads) << outcome;
 }
@@ -238,8 +237,8 @@ TEST(LimitedRequest, CoroutineResumesOnTheMainThreadAndOnAnExecutor) {
 
 TEST(LimitedRequest, GoesToTheInstalledCopyAloneIfTheHostSaysSo) {
   Scene scene;
-  const auto host = scene.startAndShare(
-      scene.makeHost("Host", "1.0", {{"Helper must be installed copy", "1"}}));
+  const auto host =
+      scene.startAndShare(scene.makeHost("Host", "1.0", {{"Helper must be installed copy", "1"}}));
   const std::string event = ' ' + scene.helperID() + " Probe echo: x";
   EXPECT_EQ(withoutTime(host->call("start-on main -" + event)), "0 x main-thread outside");
   EXPECT_EQ(host->call("start-in-turn 300 " + scene.helperID() + " Probe note:"), "twice=0 0=300");

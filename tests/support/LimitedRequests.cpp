@@ -33,8 +33,7 @@ using Words = std::vector<std::string>;
 // EVENT, from a place in the words on.
 struct Event {
   Event(const Words& words, std::size_t from)
-      : texts(decoded(std::span(words).subspan(from))),
-        arguments(texts.begin() + 3, texts.end()) {}
+      : texts(decoded(std::span(words).subspan(from))), arguments(texts.begin() + 3, texts.end()) {}
 
   [[nodiscard]] Request<String> request() const {
     return QBHPAppleEventSender::share().askEvnet(texts[0], texts[1], texts[2], arguments);
@@ -235,8 +234,7 @@ std::string cancelMany(const Words& words) {
 std::string childsWords(const RequestLimits& parents, Outcomes& outcomes, const Event& event) {
   const auto before = outcomes.count();
   parents.cancellation->cancel();
-  const auto posted =
-      QBHPAppleEventSender::share().sendEvnet(event.texts[0], "Probe", "note:", {});
+  const auto posted = QBHPAppleEventSender::share().sendEvnet(event.texts[0], "Probe", "note:", {});
   const auto waited = event.request().wait(RequestLimits::within(std::chrono::milliseconds(100)));
   return "posted " + std::to_string(posted) + " waited " + std::to_string(waited.status) +
          " completed " + std::to_string(outcomes.count() - before);

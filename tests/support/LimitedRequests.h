@@ -17,11 +17,12 @@ namespace qbdkr::test {
 //                                 completion came, whether it came inside the call, and the time
 //                                 that the call took. PLACE is main, thread, inline or throwing
 //   start-many COUNT EVENT        starts that many, cancels them when all are sent, and returns how
-//                                 many were completed before, how often one was completed twice, the
-//                                 outcomes, the time that it took to end all, in microseconds, and
-//                                 the threads of the process while all waited
-//   start-in-turn COUNT EVENT     posts, starts and waits in turn, with a growing number as argument
-//   cancel-many COUNT EVENT       does so in rounds, each cancelled while the answers come; returns
+//                                 many were completed before, how often one was completed twice,
+//                                 the outcomes, the time that it took to end all, in microseconds,
+//                                 and the threads of the process while all waited
+//   start-in-turn COUNT EVENT     posts, starts and waits in turn, with a growing number as
+//   argument cancel-many COUNT EVENT       does so in rounds, each cancelled while the answers
+//   come; returns
 //                                 the outcomes, and the growth of memory in kilobytes
 //   fork-with-pending COUNT EVENT  forks while that many wait; returns the child's words, then the
 //                                 outcomes in the parent

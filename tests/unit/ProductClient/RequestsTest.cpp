@@ -3,6 +3,7 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <vector>
@@ -471,6 +472,64 @@ TEST_F(Requests, OnlyTenSaysThatTheServerIsSwitchedOff) {
     for (const OSErr other : std::vector<OSErr>{0, 1, 9, 11, -10, -600}) {
       EXPECT_FALSE(communicator().isHelperSeverNotOpen(other)) << other;
     }
+  });
+}
+
+constexpr auto aMinute = std::chrono::minutes(1);
+
+TEST_F(Requests, AskingCallsSendWhatTheOldOnesSendAndReadTheAnswerAlike) {
+  withUsedHost(hostInformation(), [this](const Host&) {
+    transport.answerWith({noErr, "1"});
+    const auto limits = RequestLimits::within(aMinute);
+    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, true}));
+    EXPECT_EQ(facade().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, true}));
+    EXPECT_EQ(facade().askNetErrorPagePath().wait(limits), (Answer<String>{noErr, "1"}));
+    transport.answerWith({noErr, someReply});
+    EXPECT_EQ(facade().askRegSuiteInfo().wait(limits).value.description(),
+              "url = U width = 300 height = 200");
+    EXPECT_EQ(facade().askUnRegSuiteInfo().wait(limits).value.height(), 200);
+    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, false}));
+    transport.reset();
+    communicator().productCollectStatus();
+    communicator().netErrorPagePath();
+    communicator().regSuiteInfo();
+    communicator().unRegSuiteInfo();
+    communicator().clientIDFormHelper();
+    const auto old = transport.sentEvents();
+    transport.reset();
+    CapturedLog log;
+    static_cast<void>(communicator().askProductCollectStatus().wait(limits));
+    static_cast<void>(communicator().askNetErrorPagePath().wait(limits));
+    static_cast<void>(communicator().askRegSuiteInfo().wait(limits));
+    static_cast<void>(communicator().askUnRegSuiteInfo().wait(limits));
+    static_cast<void>(communicator().askClientIDFormHelper().wait(limits));
+    EXPECT_EQ(transport.sentEvents(), old);
+    EXPECT_EQ(log.lines(), Texts{}) << "the log lines belong to the old calls";
+  });
+}
+
+TEST_F(Requests, AskedSuiteAnswerOfTooFewFieldsHasAStatusAndThrowsNothing) {
+  withHost(hostInformation(), [this](const Host&) {
+    transport.answerWith({noErr, "U###1"});
+    const auto answer = communicator().askRegSuiteInfo().wait(RequestLimits::within(aMinute));
+    EXPECT_EQ(answer.status, errAEEventNotHandled);
+    EXPECT_EQ(answer.value.URL(), std::nullopt);
+    transport.answerWith({procNotFound, std::nullopt});
+    EXPECT_EQ(communicator().askUnRegSuiteInfo().wait().status, procNotFound);
+  });
+}
+
+TEST_F(Requests, AskedClientIdentifierIsCachedIfItWasAnswered) {
+  withHost(hostInformation(), [this](const Host&) {
+    transport.answerWith({noErr, "client"});
+    EXPECT_EQ(communicator().askClientIDFormHelper().wait().value, "client");
+    EXPECT_EQ(communicator().clientID(), "client");
+    const auto passed = RequestLimits::within(std::chrono::milliseconds(0));
+    EXPECT_EQ(communicator().askClientIDFormHelper().wait(passed).status, errAETimeout);
+    EXPECT_EQ(communicator().clientID(), "client");
+    transport.answerWith({noErr, ""});
+    EXPECT_EQ(communicator().askClientIDFormHelper().wait().value, std::nullopt);
+    EXPECT_EQ(communicator().clientID(), std::nullopt);
   });
 }
 
