@@ -92,8 +92,8 @@ TEST(LimitedRequest, OneThatHasPassedItsLimitsIsNotSent) {
 TEST(LimitedRequest, CancellingFromAnotherThreadEndsAWaitAtOnce) {
   Asking scene;
   const auto waiting = scene.host->begin("wait-named it" + scene.event("wait"));
-  const auto unlimited = scene.host->begin("ask" + scene.event("echo: unlimited"));
   scene.transcript().waitFor({"Probe wait"});
+  const auto unlimited = scene.host->begin("ask" + scene.event("echo: unlimited"));
   EXPECT_FALSE(scene.host->hasFinished(waiting));
   EXPECT_LE(timeOf("took " + scene.host->call("cancel it")), second);
   EXPECT_EQ(withoutTime(scene.host->finish(waiting, soon)), "-128 ~");

@@ -124,9 +124,8 @@ TEST_F(RequestTest, CompletionIsDestroyedWhereItRan) {
   };
   std::promise<std::thread::id> place;
   auto witness = std::make_shared<Witness>(&place);
-  request().start({}, [witness = std::move(witness)](const Answer<String>&) {
-    RunLoop::main().stop();
-  });
+  request().start(
+      {}, [witness = std::move(witness)](const Answer<String>&) { RunLoop::main().stop(); });
   runMainLoop();
   EXPECT_EQ(place.get_future().get(), std::this_thread::get_id());
 }
@@ -163,12 +162,19 @@ TEST_F(RequestTest, ValueIsReadByTheReaders) {
 #ifdef __cpp_lib_coroutine
 struct Task {
   struct promise_type {
-    Task get_return_object() { return {}; }
+    Task get_return_object() {
+      return Task{std::coroutine_handle<promise_type>::from_promise(*this)};
+    }
     std::suspend_never initial_suspend() noexcept { return {}; }
-    std::suspend_never final_suspend() noexcept { return {}; }
+    std::suspend_always final_suspend() noexcept { return {}; }
     void return_void() {}
     void unhandled_exception() { throw; }
   };
+  explicit Task(std::coroutine_handle<promise_type> made) : handle(made) {}
+  Task(const Task&) = delete;
+  Task& operator=(const Task&) = delete;
+  ~Task() { handle.destroy(); }
+  std::coroutine_handle<promise_type> handle;
 };
 
 Task awaitAll(Request<String> request, std::vector<Answer<String>>& answers) {
@@ -181,11 +187,10 @@ Task awaitAll(Request<String> request, std::vector<Answer<String>>& answers) {
 TEST_F(RequestTest, CoroutineGetsEachAnswerOnTheMainRunLoop) {
   transport.answerWith({noErr, "reply"});
   std::vector<Answer<String>> answers;
-  awaitAll(request(), answers);
+  const Task task = awaitAll(request(), answers);
   EXPECT_EQ(answers.size(), 0U);
   runMainLoop();
-  EXPECT_EQ(answers,
-            (std::vector<Answer<String>>{{noErr, "reply"}, {errAETimeout, std::nullopt}}));
+  EXPECT_EQ(answers, (std::vector<Answer<String>>{{noErr, "reply"}, {errAETimeout, std::nullopt}}));
 }
 #endif
 
