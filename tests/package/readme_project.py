@@ -21,6 +21,7 @@ for name, text in {
     "CMakeLists.txt": block("README.md", "cmake", "cmake_minimum_required"),
     "host.cpp": block("README.md", "cpp", "#include <chrono>"),
     "helper.cpp": block("docs/helper-agents.md", "cpp", "#include <array>"),
+    "limits.cpp": block("docs/reference.md", "cpp", "#include <chrono>"),
     "Host.plist": host_plist,
     "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
         ">PhotoTool<", ">AcmeHelper<"),

@@ -375,7 +375,7 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
     const auto end = std::min(deadline, busDeadline(bus.get()));
     reading_ = true;
     lock.unlock();
-    ::poll(events.data(), events.size(), pollTimeout(end));
+    ::poll(events.data(), isWorker ? 3 : 2, pollTimeout(end));
     lock.lock();
     reading_ = false;
     std::uint64_t ignored = 0;
