@@ -37,6 +37,10 @@ class Delivery {
   Answer<String> answer_;
 };
 
+Executor onMainRunLoop() {
+  return [&loop = RunLoop::main()](RunLoop::Task task) { loop.perform(std::move(task)); };
+}
+
 }  // namespace
 
 Answer<String> TextRequest::wait(const RequestLimits& limits) const {
@@ -50,11 +54,9 @@ Answer<String> TextRequest::wait(const RequestLimits& limits) const {
 }
 
 void TextRequest::start(const RequestLimits& limits, Completion<String> completion,
-                        Executor executor) const {
-  if (!executor) {
-    executor = [&loop = RunLoop::main()](RunLoop::Task task) { loop.perform(std::move(task)); };
-  }
-  const auto delivery = std::make_shared<Delivery>(std::move(completion), std::move(executor));
+                        const Executor& executor) const {
+  const auto delivery =
+      std::make_shared<Delivery>(std::move(completion), executor ? executor : onMainRunLoop());
   const auto deliver = [delivery](RPCTransport::Answer answer) {
     Delivery::deliver(delivery, std::move(answer));
   };

@@ -44,7 +44,7 @@ void CancellationState::cancel() noexcept {
 Cancellation::Cancellation() : state_(std::make_shared<CancellationState>()) { listenersGuard(); }
 
 void Cancellation::cancel() const noexcept {
-  // The listeners may drop the last other copy.
+  // The listeners may drop the last other copy, and this one, which a stop token's callback holds.
   if (const auto kept = state_) kept->cancel();
 }
 

@@ -14,7 +14,7 @@ constexpr auto forEver = RequestLimits::Clock::time_point::max();
 std::size_t contentOf(const RPCEvent& event) {
   std::size_t size = sizeof(PendingRequest) + event.className.value_or("").size() +
                      event.methodName.value_or("").size();
-  for (const std::string& text : event.arguments) size += sizeof text + text.size();
+  for (const std::string& text : event.arguments) size += sizeof(std::string) + text.size();
   return size;
 }
 
@@ -25,35 +25,35 @@ CancellationState* cancellationOf(const RequestLimits& limits) {
 }  // namespace
 
 void PendingRequest::finish(RPCTransport::Answer answered) noexcept {
-  owner->finish(*this, std::move(answered));
+  owner_->finish(*this, std::move(answered));
 }
 
 void PendingRequests::add(const Request& request, OSErr refusal) {
-  request->owner = this;
-  request->content = contentOf(request->event);
+  request->owner_ = this;
+  request->content_ = contentOf(request->event_);
   Requests one{request};
   PendingRequest::Deadlines deadline;
-  if (request->limits.deadline != forEver) {
-    deadline.emplace(request->limits.deadline, request.get());
+  if (request->limits_.deadline != forEver) {
+    deadline.emplace(request->limits_.deadline, request.get());
   }
-  auto* cancellation = cancellationOf(request->limits);
+  auto* cancellation = cancellationOf(request->limits_);
   if (cancellation != nullptr) {
-    request->ticket = cancellation->add(request);
-    if (request->ticket == 0) refusal = userCanceledErr;
+    request->ticket_ = cancellation->add(request);
+    if (request->ticket_ == 0) refusal = userCanceledErr;
   }
   {
     const std::lock_guard lock(mutex_);
     ++count_;
-    content_ += request->content;
-    request->number = ++lastNumber_;
-    request->deadline = deadlines_.end();
+    content_ += request->content_;
+    request->number_ = ++lastNumber_;
+    request->deadline_ = deadlines_.end();
     if (!deadline.empty())
-      request->deadline = deadlines_.insert(deadline.extract(deadline.begin()));
+      request->deadline_ = deadlines_.insert(deadline.extract(deadline.begin()));
     // It may have been cancelled since it was given to the handle.
-    if (request->isOver) refusal = request->answer.status;
-    request->isOver = false;
-    request->list = &unsent_;
-    request->place = one.begin();
+    if (request->isOver_) refusal = request->answer_.status;
+    request->isOver_ = false;
+    request->list_ = &unsent_;
+    request->place_ = one.begin();
     unsent_.splice(unsent_.end(), one);
     ++unsentCount_;
     if (refusal == noErr) refusal = refusalLocked(*request);
@@ -63,7 +63,7 @@ void PendingRequests::add(const Request& request, OSErr refusal) {
 }
 
 OSErr PendingRequests::refusalLocked(const PendingRequest& request) const {
-  if (request.limits.deadline <= Clock::now()) return errAETimeout;
+  if (request.limits_.deadline <= Clock::now()) return errAETimeout;
   return count_ > mostPendingRequests || content_ > mostPendingContent ? paramErr : OSErr{noErr};
 }
 
@@ -74,7 +74,7 @@ PendingRequests::Request PendingRequests::firstUnsent() const {
 
 bool PendingRequests::beginSending(PendingRequest& request) {
   const std::lock_guard lock(mutex_);
-  if (request.isOver) return false;
+  if (request.isOver_) return false;
   move(request, sent_);
   return true;
 }
@@ -86,7 +86,7 @@ std::uint64_t PendingRequests::lastNumber() const {
 
 std::uint64_t PendingRequests::firstUnsentNumber() const {
   const std::lock_guard lock(mutex_);
-  return unsent_.empty() ? std::numeric_limits<std::uint64_t>::max() : unsent_.front()->number;
+  return unsent_.empty() ? std::numeric_limits<std::uint64_t>::max() : unsent_.front()->number_;
 }
 
 void PendingRequests::finish(PendingRequest& request, RPCTransport::Answer answer) noexcept {
@@ -100,21 +100,21 @@ void PendingRequests::finish(PendingRequest& request, RPCTransport::Answer answe
 
 // Returns whether no other request was over.
 bool PendingRequests::finishLocked(PendingRequest& request, RPCTransport::Answer answer) noexcept {
-  if (request.isOver) return false;
-  request.isOver = true;
-  request.answer = std::move(answer);
-  if (request.list == nullptr) return false;  // is about to be added
-  if (request.deadline != deadlines_.end()) deadlines_.erase(request.deadline);
-  request.deadline = deadlines_.end();
+  if (request.isOver_) return false;
+  request.isOver_ = true;
+  request.answer_ = std::move(answer);
+  if (request.list_ == nullptr) return false;  // is about to be added
+  if (request.deadline_ != deadlines_.end()) deadlines_.erase(request.deadline_);
+  request.deadline_ = deadlines_.end();
   const bool isFirst = finished_.empty();
   move(request, finished_);
   return isFirst;
 }
 
 void PendingRequests::move(PendingRequest& request, Requests& to) noexcept {
-  if (request.list == &unsent_) --unsentCount_;
-  to.splice(to.end(), *request.list, request.place);
-  request.list = &to;
+  if (request.list_ == &unsent_) --unsentCount_;
+  to.splice(to.end(), *request.list_, request.place_);
+  request.list_ = &to;
 }
 
 void PendingRequests::expire(Clock::time_point now) noexcept {
@@ -154,15 +154,16 @@ PendingRequests::Requests PendingRequests::takeFinished() {
   taken.swap(finished_);
   for (const Request& request : taken) {
     --count_;
-    content_ -= request->content;
+    content_ -= request->content_;
   }
   return taken;
 }
 
 void PendingRequests::complete(const Requests& requests) {
   for (const Request& request : requests) {
-    if (auto* cancellation = cancellationOf(request->limits)) cancellation->remove(request->ticket);
-    dropExceptions([&] { request->completion(std::move(request->answer)); });
+    if (auto* cancellation = cancellationOf(request->limits_))
+      cancellation->remove(request->ticket_);
+    dropExceptions([&] { request->completion_(std::move(request->answer_)); });
   }
 }
 

@@ -27,36 +27,42 @@ class PendingRequest : public CancellationListener,
  public:
   PendingRequest(RPCTarget to, RPCEvent what, RequestLimits within,
                  RPCTransport::Completion whenOver)
-      : target(std::move(to)),
-        event(std::move(what)),
-        limits(std::move(within)),
-        completion(std::move(whenOver)) {}
+      : target_(std::move(to)),
+        event_(std::move(what)),
+        limits_(std::move(within)),
+        completion_(std::move(whenOver)) {}
 
   // Ends the request, if it has not ended: its completion is due. Any thread; does not wait.
   void finish(RPCTransport::Answer answer) noexcept;
 
   void onCancel() noexcept override { finish({userCanceledErr, {}}); }
 
-  const RPCTarget target;
-  RPCEvent event;  // is the sender's: it may empty it once it is sent
-  const RequestLimits limits;
+  [[nodiscard]] const RPCTarget& target() const { return target_; }
+  [[nodiscard]] const RPCEvent& event() const { return event_; }
+  [[nodiscard]] const RequestLimits& limits() const { return limits_; }
+
+  // Gives back the memory of the event, which was sent. For the thread that sent it.
+  void forgetEvent() { event_ = {}; }
 
  private:
   friend class PendingRequests;
   using List = std::list<std::shared_ptr<PendingRequest>>;
   using Deadlines = std::multimap<RequestLimits::Clock::time_point, PendingRequest*>;
 
-  const RPCTransport::Completion completion;
-  PendingRequests* owner = nullptr;
-  CancellationState::Ticket ticket = 0;
+  const RPCTarget target_;
+  RPCEvent event_;
+  const RequestLimits limits_;
+  const RPCTransport::Completion completion_;
+  PendingRequests* owner_ = nullptr;
+  CancellationState::Ticket ticket_ = 0;
   // Guarded by the owner's mutex.
-  RPCTransport::Answer answer;
-  bool isOver = false;
-  std::uint64_t number = 0;
-  std::size_t content = 0;
-  List* list = nullptr;  // where the request stands
-  List::iterator place;
-  Deadlines::iterator deadline;
+  RPCTransport::Answer answer_;
+  bool isOver_ = false;
+  std::uint64_t number_ = 0;
+  std::size_t content_ = 0;
+  List* list_ = nullptr;  // where the request stands
+  List::iterator place_;
+  Deadlines::iterator deadline_;
 };
 
 // The bounds of all pending requests of a process together. A request beyond them ends with

@@ -31,13 +31,14 @@ class AwaitedRequest {
   void await_suspend(std::coroutine_handle<> waiting) {
     const auto request = std::move(request_);
     const auto limits = std::move(limits_);
+    const auto executor = std::move(executor_);
     request.start(
         limits,
         [this, waiting](Answer<Value> answer) {
           answer_ = std::move(answer);
           waiting.resume();
         },
-        std::move(executor_));
+        executor);
   }
 
   [[nodiscard]] Answer<Value> await_resume() { return std::move(*answer_); }

@@ -25,10 +25,7 @@ class QBDKR_EXPORT Cancellation {
   // Makes a handle that is cancelled when a stop is requested of the token. Compiled into the
   // caller: the libraries themselves do not need <stop_token>.
   Cancellation(const std::stop_token& token) : Cancellation() {
-    auto stop = [own = *this] {
-      const Cancellation kept = own;  // the last request may drop the callback
-      kept.cancel();
-    };
+    auto stop = [own = *this] { own.cancel(); };
     link_ = std::make_shared<std::stop_callback<decltype(stop)>>(token, std::move(stop));
   }
 #endif

@@ -19,7 +19,8 @@ class QBDKR_EXPORT TextRequest {
  public:
   // Do what the functions of Request do.
   [[nodiscard]] Answer<String> wait(const RequestLimits& limits) const;
-  void start(const RequestLimits& limits, Completion<String> completion, Executor executor) const;
+  void start(const RequestLimits& limits, Completion<String> completion,
+             const Executor& executor) const;
 
  private:
   friend class QBHPAppleEventSender;
@@ -63,13 +64,13 @@ class Request {
   // In a forked child the completions of the parent's requests are never called. Throws, and calls
   // nothing, std::bad_alloc, or std::runtime_error as RunLoop::main() does.
   void start(const RequestLimits& limits, Completion<Value> completion,
-             Executor executor = nullptr) const {
+             const Executor& executor = nullptr) const {
     text_.start(
         limits,
         [read = read_, completion = std::move(completion)](Answer<String> answer) {
           completion(read(std::move(answer)));
         },
-        std::move(executor));
+        executor);
   }
 
   // Returns the same request for another value, which is read from the answer to this one. The

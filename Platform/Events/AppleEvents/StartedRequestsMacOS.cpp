@@ -87,7 +87,7 @@ void StartedRequests::sendNext(const PendingRequests::Request& request) {
 
 OSErr StartedRequests::send(Started& request) {
   EventDescriptor message;
-  const OSErr made = make_(request.target, request.event, message);
+  const OSErr made = make_(request.target(), request.event(), message);
   if (made != noErr) return made;
   request.identifier = returnIDOf(*message.get());
   {

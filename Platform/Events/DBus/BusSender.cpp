@@ -498,7 +498,7 @@ void BusSender::sendStarted() {
     if (!first) return;
     try {
       std::string address;
-      const auto status = findAddress(first->target, address);
+      const auto status = findAddress(first->target(), address);
       if (!status) return;
       if (*status != noErr) {
         first->finish({*status, {}});
@@ -512,7 +512,7 @@ void BusSender::sendStarted() {
 }
 
 void BusSender::sendStarted(Started& request, const std::string& address) {
-  const BusMessage message = newCall(address, request.event);
+  const BusMessage message = newCall(address, request.event());
   if (!message) return request.finish({paramErr, {}});
   request.bus = bus_;
   sd_bus_slot* slot = nullptr;
@@ -520,7 +520,7 @@ void BusSender::sendStarted(Started& request, const std::string& address) {
       sd_bus_call_async(bus_.get(), &slot, message.get(), onAnswer, &request, withoutTimeOut);
   request.slot.reset(slot);
   if (sent < 0) return request.finish({failedToSend(sent), {}});
-  request.event = {};
+  request.forgetEvent();
 }
 
 // Returns the status, and stores the address that an event for a target goes to. Absent while the

@@ -91,11 +91,11 @@ TEST_F(PendingRequestsTest, EndAtTheirDeadlineInItsOrder) {
   const auto early = add({now + milliseconds(50'000), {}});
   const auto never = add();
   EXPECT_TRUE(send(late));
-  EXPECT_EQ(requests.nextDeadline(), early->limits.deadline);
+  EXPECT_EQ(requests.nextDeadline(), early->limits().deadline);
   requests.expire(now + milliseconds(49'999));
   EXPECT_FALSE(requests.hasFinished());
   requests.expire(now + milliseconds(50'000));
-  EXPECT_EQ(requests.nextDeadline(), late->limits.deadline);
+  EXPECT_EQ(requests.nextDeadline(), late->limits().deadline);
   EXPECT_FALSE(send(early));
   requests.expire(Clock::time_point::max() - milliseconds(1));
   EXPECT_EQ(requests.nextDeadline(), Clock::time_point::max());
