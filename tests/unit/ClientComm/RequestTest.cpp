@@ -9,6 +9,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include <ClientComm/AwaitRequest.h>
@@ -119,6 +120,9 @@ TEST_F(RequestTest, ThrowingCompletionEndsNothing) {
 
 TEST_F(RequestTest, CompletionIsDestroyedWhereItRan) {
   struct Witness {
+    explicit Witness(std::promise<std::thread::id>* told) : place(told) {}
+    Witness(const Witness&) = delete;
+    Witness& operator=(const Witness&) = delete;
     ~Witness() { place->set_value(std::this_thread::get_id()); }
     std::promise<std::thread::id>* place;
   };
@@ -171,9 +175,11 @@ struct Task {
     void unhandled_exception() { throw; }
   };
   explicit Task(std::coroutine_handle<promise_type> made) : handle(made) {}
-  Task(const Task&) = delete;
-  Task& operator=(const Task&) = delete;
-  ~Task() { handle.destroy(); }
+  Task(Task&& other) noexcept : handle(std::exchange(other.handle, nullptr)) {}
+  Task& operator=(Task&&) = delete;
+  ~Task() {
+    if (handle) handle.destroy();
+  }
   std::coroutine_handle<promise_type> handle;
 };
 
