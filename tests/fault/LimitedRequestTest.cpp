@@ -106,10 +106,13 @@ TEST(LimitedRequest, CancellingFromAnotherThreadEndsAWaitAtOnce) {
 TEST(LimitedRequest, DeathOfTheHelperAgentEndsItAtOnce) {
   Asking scene;
   const auto waiting = scene.host->begin("wait-within 60000" + scene.event("wait"));
-  const auto started = scene.host->begin("start-on main 60000" + scene.event("wait"));
   scene.transcript().waitFor({"Probe wait"});
   scene.killHelper(*scene.host);
   EXPECT_EQ(withoutTime(scene.host->finish(waiting, soon)), "-609 ~");
+  EXPECT_EQ(scene.host->call("launch"), "yes");
+  const auto started = scene.host->begin("start-on main 60000" + scene.event("wait"));
+  scene.transcript().waitForCount("Probe wait", 2);
+  scene.killHelper(*scene.host);
   EXPECT_EQ(withoutTime(scene.host->finish(started, soon)), "-609 ~ main-thread outside");
   EXPECT_EQ(withoutTime(scene.host->call("wait-within 60000" + scene.event("wait"))), "-600 ~");
 }
