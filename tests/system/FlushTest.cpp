@@ -200,5 +200,29 @@ TEST_F(Flush, TargetsAreAskedSideBySideAndOthersSendMeanwhile) {
   EXPECT_EQ(host->finish(waiting, soon), "0");
 }
 
+TEST_F(Flush, StartedRequestIsNotWaitedForAndIsAnsweredMeanwhile) {
+  EXPECT_EQ(host->call("flush " + longWait), "0");
+  const auto request = host->begin("start-on main - " + scene.helperID() + " Probe wait");
+  scene.transcript().waitFor({"Probe wait"});
+  const auto plain = startPeer("answer", "Plain", {"1"});
+  post("Plain");
+  EXPECT_EQ(host->call("flush " + longWait, soon), "0");
+  EXPECT_FALSE(host->hasFinished(request));
+  const auto held = startPeer("hold", "Held");
+  post("Held");
+  const auto waiting = host->begin("flush " + longWait);
+  awaitLine(*held, "no-auto-start QBHP.Delivery1 Flush");
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_TRUE(host->finish(request, soon).starts_with("0 ~ main-thread outside"));
+  EXPECT_FALSE(host->hasFinished(waiting));
+  const auto later = host->begin("start-on main - " + scene.helperID() + " Probe wait");
+  scene.transcript().waitForCount("Probe wait", 2);
+  held->kill();
+  EXPECT_EQ(host->finish(waiting, soon), "0");
+  EXPECT_FALSE(host->hasFinished(later));
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_TRUE(host->finish(later, soon).starts_with("0 ~ main-thread outside"));
+}
+
 }  // namespace
 }  // namespace qbdkr::test
