@@ -206,8 +206,9 @@ QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefault
     : parts_(std::make_unique<Parts>(*this, std::move(host), settings, system)) {
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();
+  parts_->isStartingUp = true;
   if (parts_->host.supervisesHelper()) supervise(Supervision());
-  parts_->startThread([this] { processHelper(); });
+  if (!parts_->startThread([this] { processHelper(); })) parts_->isStartingUp = false;
 }
 
 QBHPHelperCommunicate::~QBHPHelperCommunicate() = default;

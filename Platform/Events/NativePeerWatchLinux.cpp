@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "Platform/Base/Descriptor.h"
@@ -29,7 +30,7 @@ class NameWatch final : public PeerWatch {
       readBus();
       if (isPresent_ != wasPresent_) {
         wasPresent_ = isPresent_;
-        return isPresent_ ? News::appeared : News::vanished;
+        return *isPresent_ ? News::appeared : News::vanished;
       }
       if (takeWakeUp()) return News::woken;
       if (Clock::now() >= deadline) return News::none;
@@ -81,7 +82,7 @@ class NameWatch final : public PeerWatch {
   void disconnect() {
     pong_.reset();
     bus_.reset();
-    isPresent_ = false;
+    if (isPresent_) isPresent_ = false;
     isAnswered_ = true;
   }
 
@@ -145,8 +146,8 @@ class NameWatch final : public PeerWatch {
   const Descriptor wake_;
   UniqueBus bus_;
   BusSlot pong_;
-  bool isPresent_ = false;
-  bool wasPresent_ = false;  // as the caller knows it
+  std::optional<bool> isPresent_;   // absent before the first answer of the bus
+  std::optional<bool> wasPresent_;  // as the caller knows it
   bool isAnswered_ = true;
   std::chrono::milliseconds retryDelay_{0};
   Clock::time_point retryAt_;

@@ -28,6 +28,7 @@ class ProcessWatch final : public PeerWatch {
       isPresent_ = true;
       return News::appeared;
     }
+    if (!std::exchange(isKnown_, true) && !isPresent_) return News::vanished;
     struct kevent event {};
     if (!receive(event, deadline)) return News::none;
     if (event.filter != EVFILT_PROC) return News::woken;
@@ -68,6 +69,7 @@ class ProcessWatch final : public PeerWatch {
 
   const std::string bundleID_;
   const Descriptor queue_;
+  bool isKnown_ = false;
   bool isPresent_ = false;
 };
 

