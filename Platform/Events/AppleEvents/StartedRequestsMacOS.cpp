@@ -109,6 +109,8 @@ void StartedRequests::complete(const PendingRequests::Requests& finished) {
       if (found != waiting_.end() && found->second == request) waiting_.erase(found);
     }
   }
+  // One that expired unsent may be what awaitSent() waits for.
+  changed_.notify_all();
   PendingRequests::complete(finished);
 }
 

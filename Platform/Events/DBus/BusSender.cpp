@@ -153,9 +153,9 @@ std::uint64_t* BusSender::lastPostTo(const std::string& address) {
 // before the first answer is awaited.
 OSErr BusSender::flush(Clock::time_point deadline) {
   Lock lock(mutex_);
+  if (!posts_.empty() && Clock::now() >= deadline) return errAETimeout;
   OSErr status = std::exchange(hasLostPosts_, false) ? connectionInvalid : noErr;
   if (posts_.empty()) return status;
-  if (Clock::now() >= deadline) return errAETimeout;
   const Bus bus = bus_;  // outlives the slots below, whatever becomes of the connection
   std::list<Delivery> deliveries;
   for (const auto& [address, last] : posts_) {
@@ -184,7 +184,9 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     const OSErr outcome = settle(delivery);
     if (status == noErr) status = outcome;
   }
-  return isAnswered ? status : OSErr{errAETimeout};
+  if (isAnswered) return status;
+  hasLostPosts_ = status == connectionInvalid;  // to be said by a later one
+  return errAETimeout;
 }
 
 int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
