@@ -71,6 +71,9 @@ class NameWatch final : public PeerWatch {
     sd_bus* opened = nullptr;
     if (sd_bus_open_user(&opened) < 0) return;
     bus_.reset(opened);
+    // Its first answer is news again: the application may have ended with the bus.
+    isPresent_.reset();
+    wasPresent_.reset();
     if (sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name_).c_str(), onOwnerChanged,
                                nullptr, this) < 0 ||
         sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,

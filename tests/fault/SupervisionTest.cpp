@@ -25,10 +25,11 @@ const InfoKeys supervised{{"Helper is supervised", "1"}};
 
 class Supervision : public testing::Test {
  protected:
-  // Waits for that many starts of the helper agent and start requests to it.
+  // Waits for that many starts of the helper agent and start requests to it, for less than the 60 s
+  // after which every host checks.
   void awaitStarts(std::size_t count) {
-    scene.transcript().waitForCount(" started version", count);
-    scene.transcript().waitForCount("start:prodeuctVersion:", count);
+    scene.transcript().waitForCount(" started version", count, soon);
+    scene.transcript().waitForCount("start:prodeuctVersion:", count, soon);
   }
   std::size_t starts() { return scene.transcript().count(" started version"); }
 
@@ -40,6 +41,18 @@ TEST_F(Supervision, KilledHelperIsBackAtOnce) {
   ::kill(scene.helperProcess(), SIGKILL);
   awaitStarts(2);
   EXPECT_EQ(host->call("alive"), "0");
+}
+
+TEST_F(Supervision, HelperThatWasLostWithoutABusIsBackWhenTheBusIs) {
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0", supervised));
+  scene.fence(*host);
+  scene.bus().kill();
+  EXPECT_EQ(host->call("restart"), "0");  // the check after the loss of the bus is over as well
+  const ProcessEnd end(scene.helperProcess());
+  ::kill(scene.helperProcess(), SIGKILL);
+  ASSERT_TRUE(end.comesWithin(patience));
+  scene.bus().start();
+  awaitStarts(2);
 }
 
 TEST_F(Supervision, BeginsWithTheCallToo) {
