@@ -251,7 +251,9 @@ TEST_F(ProgramOfABundle, WithAFIFOInThePlaceOfTheApplicationDoesNotBlock) {
 
 TEST_F(Application, IsFoundByItsPathOrItsIdentifier) {
   const std::optional it(std::vector<pid_t>{process->processID()});
-  EXPECT_EQ(processesOfApplication("com.Acme.Sample", "/no/such.app"), it);
+  // Other tests run this application too, from elsewhere.
+  const auto all = processesOfApplication("com.Acme.Sample", "/no/such.app").value();
+  EXPECT_NE(std::ranges::find(all, process->processID()), all.end());
   EXPECT_EQ(processesOfApplication("", path), it);
   EXPECT_EQ(processesOfApplication("com.Acme.Other", path), it);
   EXPECT_EQ(processesOfApplication("com.Acme.Other", "/no/such.app")->size(), 0U);
