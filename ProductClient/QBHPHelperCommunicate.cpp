@@ -91,11 +91,18 @@ struct QBHPHelperCommunicate::Parts {
 
   void check() {
     if (supervisor != nullptr && communicator.getDefaultHelperServerOpen()) endReplaced();
-    if (communicator.restartHelperInThread() == launchFailed) tellFailure();
+    const OSErr status = communicator.restartHelperInThread();
+    if (!communicator.isHelperSeverNotOpen(status)) tellSupervisor(status == noErr);
   }
 
-  void tellFailure() const {
-    if (Supervisor* const present = supervisor) present->failed();
+  void tellSupervisor(bool isThere) const {
+    Supervisor* const present = supervisor;
+    if (present == nullptr) return;
+    if (isThere) {
+      present->succeeded();
+    } else {
+      present->failed();
+    }
   }
 
   // The next helper agent has had no start request, even if another host starts it. An upgrade at
@@ -113,7 +120,7 @@ struct QBHPHelperCommunicate::Parts {
     isStartingUp = true;
     dropExceptions([this] {
       communicator.extractHelper();
-      if (!communicator.launchHelepr()) tellFailure();
+      tellSupervisor(communicator.launchHelepr());
     });
     isStartingUp = false;
     if (isLostAtStartUp.exchange(false)) checks.request();

@@ -11,6 +11,8 @@ namespace {
 
 // A helper agent that lived this long did not fail at its start.
 constexpr std::chrono::seconds shortestLife(10);
+constexpr std::chrono::milliseconds firstRepetition(50);
+constexpr std::chrono::milliseconds longestRepetition(60'000);
 
 }  // namespace
 
@@ -55,6 +57,15 @@ void Supervisor::turn() {
   pingIfDue();
 }
 
+void Supervisor::succeeded() {
+  if (isPresent_) return;
+  {
+    const std::lock_guard lock(mutex_);
+    hasSucceeded_ = true;
+  }
+  watch_->wake();
+}
+
 Supervisor::Clock::time_point Supervisor::nextDeadline() const {
   auto deadline = checkAt_.value_or(Clock::time_point::max());
   if (pingedAt_) deadline = std::min(deadline, *pingedAt_ + supervision_.unresponsiveAfter);
@@ -65,6 +76,7 @@ void Supervisor::appeared() {
   isPresent_ = true;
   appearedAt_ = Clock::now();
   checkAt_.reset();
+  repetition_ = {};
   startPings();
 }
 
@@ -86,18 +98,25 @@ void Supervisor::vanished() {
 
 void Supervisor::takeMessages() {
   bool hasFailed = false;
+  bool hasSucceeded = false;
   std::optional<Supervision> supervision;
   {
     const std::lock_guard lock(mutex_);
     hasFailed = std::exchange(hasFailed_, false);
+    hasSucceeded = std::exchange(hasSucceeded_, false);
     supervision = std::exchange(newSupervision_, std::nullopt);
   }
   if (supervision) {
     supervision_ = *supervision;
     startPings();
   }
-  if (!hasFailed || isPresent_) return;
+  if (isPresent_ || checkAt_) return;
   const auto now = Clock::now();
+  if (hasSucceeded) {
+    repetition_ = std::clamp(repetition_ * 2, firstRepetition, longestRepetition);
+    checkAt_ = now + repetition_;
+  }
+  if (!hasFailed) return;
   damping_.fail(now);
   checkAt_ = std::max({now, damping_.pauseEnd(), actions_.pausedUntil().value_or(now)});
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <memory>
@@ -38,8 +39,11 @@ class Supervisor {
   // Waits for the next event and deals with it.
   void turn();
 
-  // Tells that a check, or the start-up, could not start the helper agent. Any thread.
+  // Tell that a check, or the start-up, has ended: it could not start the helper agent, or found it
+  // or started it. A check may find one that is gone already, because the bus tells each connection
+  // of the process by itself; it is repeated until the helper agent has appeared. Any thread.
   void failed();
+  void succeeded();
 
  private:
   [[nodiscard]] Clock::time_point nextDeadline() const;
@@ -57,12 +61,15 @@ class Supervisor {
   Supervision supervision_;
   RestartDamping damping_;
   Clock::time_point appearedAt_;
-  bool isPresent_ = false;
   std::optional<Clock::time_point> checkAt_;
+  std::chrono::milliseconds repetition_{0};
   std::optional<Clock::time_point> pingedAt_;
+
+  std::atomic<bool> isPresent_{false};
 
   ForkSafeMutex mutex_;  // guards the messages of other threads
   bool hasFailed_ = false;
+  bool hasSucceeded_ = false;
   std::optional<Supervision> newSupervision_;
 };
 

@@ -118,6 +118,23 @@ TEST_F(Supervising, FailureWhileTheHelperIsThereIsNone) {
   EXPECT_EQ(checks, 0);
 }
 
+TEST_F(Supervising, SuccessOfACheckIsDoubtedUntilTheHelperAppears) {
+  hear(News::appeared);
+  hear(News::vanished);
+  EXPECT_EQ(checks, 1);
+  supervisor->succeeded();
+  const auto deadline = Clock::now() + seconds(20);
+  while (checks == 1 && Clock::now() < deadline) supervisor->turn();
+  EXPECT_EQ(checks, 2);
+  supervisor->succeeded();
+  hear(News::appeared);  // before the next one is due
+  supervisor->turn();
+  supervisor->succeeded();
+  supervisor->turn();
+  EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
+  EXPECT_EQ(checks, 2);
+}
+
 TEST_F(Supervising, PingsAHelperThatIsThere) {
   supervisor->set({milliseconds(1)});
   supervisor->turn();
