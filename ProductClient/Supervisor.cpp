@@ -35,6 +35,15 @@ void Supervisor::failed() {
   watch_->wake();
 }
 
+void Supervisor::succeeded() {
+  if (isPresent_) return;
+  {
+    const std::lock_guard lock(mutex_);
+    hasSucceeded_ = true;
+  }
+  watch_->wake();
+}
+
 void Supervisor::run() {
   for (;;) dropExceptions([this] { turn(); });
 }
@@ -55,15 +64,6 @@ void Supervisor::turn() {
   }
   checkIfDue();
   pingIfDue();
-}
-
-void Supervisor::succeeded() {
-  if (isPresent_) return;
-  {
-    const std::lock_guard lock(mutex_);
-    hasSucceeded_ = true;
-  }
-  watch_->wake();
 }
 
 Supervisor::Clock::time_point Supervisor::nextDeadline() const {
@@ -89,10 +89,12 @@ void Supervisor::startPings() {
 
 void Supervisor::vanished() {
   const auto now = Clock::now();
-  isPresent_ = false;
   pingedAt_.reset();
-  if (now - appearedAt_ >= shortestLife) damping_.clear();
-  damping_.fail(now);
+  // The first news may be that it is not there, which is no loss.
+  if (isPresent_.exchange(false)) {
+    if (now - appearedAt_ >= shortestLife) damping_.clear();
+    damping_.fail(now);
+  }
   checkAt_ = std::max(now, damping_.pauseEnd());
 }
 

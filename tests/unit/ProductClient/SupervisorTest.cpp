@@ -84,6 +84,16 @@ TEST_F(Supervising, FifthLossWithinTenSecondsIsCheckedAfterASecond) {
   EXPECT_LE(watch->lastDeadline, Clock::now() + seconds(1));
 }
 
+TEST_F(Supervising, HelperThatIsNotThereAtFirstIsCheckedAndHasNotFailed) {
+  hear(News::vanished);
+  EXPECT_EQ(checks, 1);
+  for (int i = 0; i < 4; ++i) {
+    hear(News::appeared);
+    hear(News::vanished);
+  }
+  EXPECT_EQ(checks, 5);
+}
+
 TEST_F(Supervising, ReturnDuringAPauseNeedsNoCheck) {
   for (int i = 0; i < 5; ++i) {
     hear(News::appeared);
