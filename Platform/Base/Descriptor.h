@@ -1,5 +1,6 @@
 #pragma once
 
+#include <poll.h>
 #include <unistd.h>
 
 #include <utility>
@@ -20,6 +21,11 @@ class Descriptor {
   ~Descriptor() { close(); }
 
   [[nodiscard]] int get() const { return value_; }
+  // Tells whether it can be read without waiting, as the end of a process that has ended.
+  [[nodiscard]] bool isReadable() const {
+    pollfd state{value_, POLLIN, 0};
+    return value_ >= 0 && ::poll(&state, 1, 0) > 0;
+  }
   int release() { return std::exchange(value_, -1); }
   explicit operator bool() const { return value_ >= 0; }
 

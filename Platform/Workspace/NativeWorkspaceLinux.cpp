@@ -26,11 +26,6 @@ int millisecondsUntil(Clock::time_point deadline) {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
-bool hasEnded(const Descriptor& end) {
-  pollfd state{end.get(), POLLIN, 0};
-  return ::poll(&state, 1, 0) > 0;
-}
-
 // Watches for the owner of one name, on a connection of its own. Asks without waiting: a bus that
 // is stuck costs no more than the deadline.
 class CheckIn {
@@ -65,7 +60,7 @@ class CheckIn {
       const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
       if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
       if (result != 0) continue;
-      if (hasEnded(end)) return Presence::ended;
+      if (end.isReadable()) return Presence::ended;
       if (Clock::now() >= deadline) return Presence::running;
       pollFor(end, deadline);
     }
@@ -122,7 +117,7 @@ std::optional<Opening> openApplication(const Bundle& bundle) {
     opening.presence = CheckIn(*name).wait(opening.end, Clock::now() + checkInPatience);
   }
   // The name may be that of another process.
-  if (hasEnded(opening.end)) opening.presence = Presence::ended;
+  if (opening.end.isReadable()) opening.presence = Presence::ended;
   return opening;
 }
 

@@ -1,6 +1,5 @@
 #include "Platform/Workspace/OpeningHistory.h"
 
-#include <poll.h>
 #include <sys/stat.h>
 
 #include <cstddef>
@@ -17,7 +16,7 @@ constexpr std::size_t mostRecords = 64;  // a host opens one application, seldom
 bool OpeningHistory::isRunning(const std::string& bundlePath) const {
   const std::lock_guard lock(mutex_);
   const auto found = records_.find(bundlePath);
-  return found != records_.end() && found->second.end && !found->second.hasEnded();
+  return found != records_.end() && found->second.end && !found->second.end.isReadable();
 }
 
 std::optional<OpeningHistory::Clock::time_point> OpeningHistory::pausedUntil(
@@ -30,7 +29,7 @@ std::optional<OpeningHistory::Clock::time_point> OpeningHistory::pausedUntil(
   if (record.place != place) {
     record.place = place;
     record.damping.clear();
-  } else if (record.presence == Presence::running && record.hasEnded()) {
+  } else if (record.presence == Presence::running && record.end.isReadable()) {
     // It could not be reached when it was started, and nothing tells whether it could be later.
     record.fail(now);
   }
@@ -54,11 +53,6 @@ OpeningHistory::Place OpeningHistory::Place::of(const std::string& bundlePath) {
   struct stat status {};
   if (::stat(bundlePath.c_str(), &status) != 0) return {};
   return {status.st_dev, status.st_ino};
-}
-
-bool OpeningHistory::Record::hasEnded() const {
-  pollfd state{end.get(), POLLIN, 0};
-  return end && ::poll(&state, 1, 0) > 0;
 }
 
 void OpeningHistory::Record::fail(Clock::time_point now) {

@@ -46,7 +46,6 @@ class OpeningHistory {
     Descriptor end;
     RestartDamping damping;
 
-    [[nodiscard]] bool hasEnded() const;
     void fail(Clock::time_point now);
   };
 
