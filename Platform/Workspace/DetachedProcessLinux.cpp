@@ -113,7 +113,8 @@ bool run(Start& start) {
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_FILES;
   const pid_t parent = cloneUnobserved(becomeParent, start.parentsStack.top(), flags, &start);
   if (parent < 0) return false;
-  while (waitpid(parent, nullptr, __WCLONE) < 0 && errno == EINTR) {
+  constexpr int withoutSignal = static_cast<int>(__WCLONE);
+  while (waitpid(parent, nullptr, withoutSignal) < 0 && errno == EINTR) {
   }
   return start.error == 0;
 }
