@@ -17,11 +17,11 @@ bool HelperLauncher::launch() {
   const auto installed = configuration_.installedHelper();
   if (!installed) return false;
   if (!fileExists(*installed)) install_();
+  if (system_.open(*installed)) return true;
+  // It may run although it cannot be opened: its files may be gone, or another host replaces them.
   const auto identifier = configuration_.helperIdentifier();
-  const auto isRunning = [&] { return system_.isRunning(view(identifier), *installed); };
-  if (!isRunning()) return system_.open(*installed) || (repair_() && system_.open(*installed));
-  // Another host may be opening or replacing it, and then a start request would be lost.
-  return system_.keepOpen(*installed) || isRunning();
+  if (system_.isRunning(view(identifier), *installed)) return true;
+  return repair_() && system_.open(*installed);
 }
 
 }  // namespace qbdkr

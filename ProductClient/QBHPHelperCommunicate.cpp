@@ -90,9 +90,10 @@ struct QBHPHelperCommunicate::Parts {
   }
 
   void check() {
-    if (supervisor != nullptr && communicator.getDefaultHelperServerOpen()) endReplaced();
     const OSErr status = communicator.restartHelperInThread();
-    if (!communicator.isHelperSeverNotOpen(status)) tellSupervisor(status == noErr);
+    if (communicator.isHelperSeverNotOpen(status)) return;
+    tellSupervisor(status == noErr);
+    if (supervisor != nullptr) endReplaced();
   }
 
   void tellSupervisor(bool isThere) const {
@@ -126,8 +127,8 @@ struct QBHPHelperCommunicate::Parts {
     if (isLostAtStartUp.exchange(false)) checks.request();
   }
 
-  // Looks for one at most every 10 s: checks may be frequent, and each look reads the process
-  // table.
+  // Ends one that was replaced; its loss starts the next. Looks for one at most every 10 s: checks
+  // may be frequent, and each look reads the process table.
   void endReplaced() {
     constexpr std::chrono::seconds interval(10);
     const auto now = std::chrono::steady_clock::now();

@@ -23,9 +23,8 @@ struct SystemCalls {
   std::function<bool(Text bundleIdentifier, Text path)> isRunning = [](Text identifier, Text path) {
     return QBHPProcessList::share().applicationIsRunning(identifier, path);
   };
+  // Leaves an application alone that runs.
   std::function<bool(const std::string& path)> open = openFile;
-  // Does the same for an application that runs, but may be starting or ending just now.
-  std::function<bool(const std::string& path)> keepOpen = openFile;
   std::function<bool(Text bundleIdentifier, const std::string& path,
                      std::chrono::milliseconds patience)>
       waitForEnd =

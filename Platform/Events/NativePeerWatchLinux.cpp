@@ -10,7 +10,7 @@
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Events/DBus/BusName.h"
-#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/DBus/NameOwner.h"
 #include "Platform/Events/NativePeerWatch.h"
 
 namespace qbdkr {
@@ -28,9 +28,9 @@ class NameWatch final : public PeerWatch {
     for (;;) {
       connect();
       readBus();
-      if (isPresent_ != wasPresent_) {
-        wasPresent_ = isPresent_;
-        return *isPresent_ ? News::appeared : News::vanished;
+      if (isPresent() != wasPresent_) {
+        wasPresent_ = isPresent();
+        return *wasPresent_ ? News::appeared : News::vanished;
       }
       if (takeWakeUp()) return News::woken;
       if (Clock::now() >= deadline) return News::none;
@@ -47,55 +47,44 @@ class NameWatch final : public PeerWatch {
     pong_.reset();
     isAnswered_ = true;
     sd_bus_message* made = nullptr;
-    if (!bus_ || sd_bus_message_new_method_call(bus_.get(), &made, name_.c_str(), "/",
-                                                "org.freedesktop.DBus.Peer", "Ping") < 0) {
+    if (bus() == nullptr ||
+        sd_bus_message_new_method_call(bus(), &made, name_.c_str(), "/",
+                                       "org.freedesktop.DBus.Peer", "Ping") < 0) {
       return;
     }
     const BusMessage message(made);
     sd_bus_slot* slot = nullptr;
     if (sd_bus_message_set_auto_start(made, 0) < 0 ||
-        sd_bus_call_async(bus_.get(), &slot, made, onPong, this, UINT64_MAX) < 0) {
+        sd_bus_call_async(bus(), &slot, made, onPong, this, UINT64_MAX) < 0) {
       return;
     }
     pong_.reset(slot);
     isAnswered_ = false;
   }
 
-  [[nodiscard]] bool isAnswered() const override { return isAnswered_; }
+  [[nodiscard]] bool isAnswered() const override { return isAnswered_ || bus() == nullptr; }
 
  private:
-  void connect() {
-    if (bus_ || Clock::now() < retryAt_) return;
-    retryDelay_ = std::clamp(retryDelay_ * 2, firstRetryDelay, longestRetryDelay);
-    retryAt_ = Clock::now() + retryDelay_;
-    sd_bus* opened = nullptr;
-    if (sd_bus_open_user(&opened) < 0) return;
-    bus_.reset(opened);
-    // Its first answer is news again: the application may have ended with the bus.
-    isPresent_.reset();
-    wasPresent_.reset();
-    if (sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name_).c_str(), onOwnerChanged,
-                               nullptr, this) < 0 ||
-        sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
-                                 "NameHasOwner", onAnswer, this, "s", name_.c_str()) < 0) {
-      disconnect();
-    }
+  [[nodiscard]] sd_bus* bus() const { return owner_ ? owner_->bus() : nullptr; }
+  [[nodiscard]] std::optional<bool> isPresent() const {
+    return owner_ ? owner_->isThere() : std::nullopt;
   }
 
-  void disconnect() {
+  void connect() {
+    if (bus() != nullptr || Clock::now() < retryAt_) return;
+    retryDelay_ = std::clamp(retryDelay_ * 2, firstRetryDelay, longestRetryDelay);
+    retryAt_ = Clock::now() + retryDelay_;
     pong_.reset();
-    bus_.reset();
-    if (isPresent_) isPresent_ = false;
-    isAnswered_ = true;
+    // Its first answer is news again: the application may have ended with the bus.
+    wasPresent_.reset();
+    owner_.emplace(name_);
   }
 
   // Stops at a change, which the caller must learn before the next one.
   void readBus() {
-    while (bus_ && isPresent_ == wasPresent_) {
-      const int result = sd_bus_process(bus_.get(), nullptr);
-      if (result < 0) return disconnect();
-      if (result == 0) return;
+    while (isPresent() == wasPresent_ && bus() != nullptr && owner_->readOne()) {
     }
+    if (isPresent() && bus() != nullptr) retryDelay_ = {};
   }
 
   bool takeWakeUp() {
@@ -104,10 +93,9 @@ class NameWatch final : public PeerWatch {
   }
 
   void pollUntil(Clock::time_point deadline) {
-    std::array<pollfd, 2> events{{{wake_.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
-    if (bus_) {
-      events[1].fd = sd_bus_get_fd(bus_.get());
-      events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
+    std::array<pollfd, 2> events{{{wake_.get(), POLLIN, 0}, {-1, 0, 0}}};
+    if (bus() != nullptr) {
+      events[1] = owner_->event();
     } else {
       deadline = std::min(deadline, retryAt_);
     }
@@ -119,26 +107,6 @@ class NameWatch final : public PeerWatch {
     ::poll(events.data(), events.size(), timeout);
   }
 
-  static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-    const char* name = nullptr;
-    const char* before = nullptr;
-    const char* after = nullptr;
-    if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
-      static_cast<NameWatch*>(self)->isPresent_ = *after != '\0';
-    }
-    return 0;
-  }
-
-  static int onAnswer(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-    int present = 0;
-    if (sd_bus_message_read(message, "b", &present) > 0) {
-      auto& watch = *static_cast<NameWatch*>(self);
-      watch.isPresent_ = present != 0;
-      watch.retryDelay_ = std::chrono::milliseconds(0);
-    }
-    return 0;
-  }
-
   // An error is an answer as well: of a program that does not know pings, or of the bus.
   static int onPong(sd_bus_message* /*message*/, void* self, sd_bus_error* /*error*/) {
     static_cast<NameWatch*>(self)->isAnswered_ = true;
@@ -147,9 +115,8 @@ class NameWatch final : public PeerWatch {
 
   const std::string name_;
   const Descriptor wake_;
-  UniqueBus bus_;
+  std::optional<NameOwner> owner_;
   BusSlot pong_;
-  std::optional<bool> isPresent_;   // absent before the first answer of the bus
   std::optional<bool> wasPresent_;  // as the caller knows it
   bool isAnswered_ = true;
   std::chrono::milliseconds retryDelay_{0};

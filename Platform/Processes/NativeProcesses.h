@@ -6,6 +6,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <vector>
 
 #include <ClientComm/Export.h>
 #include <ClientComm/PropertyList.h>
@@ -20,6 +21,10 @@ namespace qbdkr {
 // needs now; with a buffer of length bytes, how many it wrote. Returns 0 or an errno value: ENOMEM
 // if the table has grown beyond the buffer.
 [[nodiscard]] QBDKR_EXPORT int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
+
+// Returns the IDs of all processes, for much less than the table costs. Absent if the system does
+// not tell.
+[[nodiscard]] std::optional<std::vector<pid_t>> allProcesses();
 
 // Stores the serial number of a process. Returns procNotFound if the id is not positive. On Linux
 // every other id has a serial number, whether an application runs under it or not.

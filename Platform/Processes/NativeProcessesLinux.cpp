@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Bundles/EnclosingBundleLinux.h"
@@ -77,6 +78,18 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
   }
   *length = (buffer == nullptr ? count + headroom : count) * sizeof(ProcessRecord);
   return 0;
+}
+
+std::optional<std::vector<pid_t>> allProcesses() {
+  const Directory table(opendir("/proc"));
+  if (!table) return std::nullopt;
+  std::vector<pid_t> processes;
+  errno = 0;
+  while (const dirent* entry = readdir(table.get())) {
+    if (const auto id = processID(entry->d_name)) processes.push_back(*id);
+  }
+  if (errno != 0) return std::nullopt;
+  return processes;
 }
 
 OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {

@@ -9,8 +9,10 @@
 #include <iterator>
 #include <memory>
 #include <new>
+#include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/PropertyLists/PropertyListConversionMacOS.h"
@@ -69,6 +71,15 @@ int queryProcessTable(ProcessRecord* buffer, std::size_t* length) {
   std::ranges::transform(std::span(records.get(), count), buffer, recordFrom);
   *length = count * sizeof(ProcessRecord);
   return 0;
+}
+
+std::optional<std::vector<pid_t>> allProcesses() {
+  const auto table = fetchProcessTable();
+  if (!table.records) return std::nullopt;
+  std::vector<pid_t> processes(table.count);
+  std::ranges::transform(std::span(table.records.get(), table.count), processes.begin(),
+                         &ProcessRecord::processID);
+  return processes;
 }
 
 OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number) {

@@ -57,15 +57,14 @@ bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProces
 std::optional<std::vector<pid_t>> processesOfApplication(std::string_view bundleIdentifier,
                                                          const std::string& bundlePath) {
   const std::string place = canonicalPath(bundlePath);
-  const auto table = fetchProcessTable();
-  if (!table.records) return std::nullopt;
-  std::vector<pid_t> processes;
-  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
-    const auto application = applicationOfProcess(process.processID);
-    if (!application) continue;
+  auto processes = allProcesses();
+  if (!processes) return std::nullopt;
+  std::erase_if(*processes, [&](pid_t process) {
+    const auto application = applicationOfProcess(process);
+    if (!application) return true;
     const bool isIt = hasIdentifier(*application, bundleIdentifier) && !bundleIdentifier.empty();
-    if (isIt || application->bundlePath == place) processes.push_back(process.processID);
-  }
+    return !isIt && application->bundlePath != place;
+  });
   return processes;
 }
 

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <chrono>
+#include <memory>
 #include <optional>
 
 #include <ClientComm/Bundle.h>
@@ -13,6 +14,27 @@ namespace qbdkr {
 // ended.
 enum class Presence { reachable, running, ended };
 
+// Watches whether events reach an application, whatever process that is.
+class Reachability {
+ public:
+  using Clock = std::chrono::steady_clock;
+
+  virtual ~Reachability() = default;
+
+  // Begins to watch, without waiting for an answer of the system.
+  [[nodiscard]] static std::unique_ptr<Reachability> of(const Bundle& bundle);
+
+  // Tells whether the system knows anything of it: false without an identifier.
+  [[nodiscard]] virtual bool isKnown() const = 0;
+
+  // Tells whether events reach it now. False if the system does not tell by the deadline.
+  [[nodiscard]] virtual bool isThere(Clock::time_point deadline) = 0;
+
+  // Waits until it can be reached, its process has ended, or the deadline passes. Does not wait for
+  // an application without an identifier, which no event reaches.
+  [[nodiscard]] virtual Presence await(const Descriptor& end, Clock::time_point deadline) = 0;
+};
+
 // An application that was started.
 struct Opening {
   Presence presence = Presence::running;
@@ -22,16 +44,7 @@ struct Opening {
 // The system's part of openFile(): starts an application that is not running, and waits until it
 // can be reached, 10 s at most. Absent if it cannot be executed. The caller holds the lock of its
 // bundle, if the file system has locks.
-[[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle);
-
-// Tells whether events reach an application, whatever process that is. False if the system cannot
-// tell by the deadline.
-[[nodiscard]] bool isReachable(const Bundle& bundle,
-                               std::chrono::steady_clock::time_point deadline);
-
-// Waits until an application that runs can be reached or has ended. It is reachable at once if the
-// system cannot tell.
-[[nodiscard]] Presence awaitPresence(const Bundle& bundle, const Descriptor& end,
-                                     std::chrono::steady_clock::time_point deadline);
+[[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle,
+                                                     Reachability& reachability);
 
 }  // namespace qbdkr

@@ -10,7 +10,7 @@
 #include <ClientComm/Bundle.h>
 
 #include "Platform/Events/DBus/BusName.h"
-#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/DBus/NameOwner.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 
@@ -26,111 +26,66 @@ int millisecondsUntil(Clock::time_point deadline) {
   return left > 0 ? static_cast<int>(left) : 0;
 }
 
-// Watches for the owner of one name, on a connection of its own. Asks without waiting: a bus that
-// is stuck costs no more than the deadline.
-class CheckIn {
- public:
-  explicit CheckIn(const std::string& name) {
-    sd_bus* opened = nullptr;
-    if (sd_bus_open_user(&opened) < 0) return;
-    bus_.reset(opened);
-    const bool watched =
-        sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged,
-                               nullptr, this) >= 0 &&
-        sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
-                                 "NameHasOwner", onAnswer, this, "s", name.c_str()) >= 0;
-    if (!watched) bus_.reset();
-  }
-
-  [[nodiscard]] bool isPossible() const { return static_cast<bool>(bus_); }
-
-  // Returns whether the name has an owner now; false if the bus does not say by the deadline.
-  bool isThere(Clock::time_point deadline) {
-    while (!done_ && !isAnswered_ && bus_ && Clock::now() < deadline) {
-      const int result = sd_bus_process(bus_.get(), nullptr);
-      if (result < 0) return false;
-      if (result == 0) pollFor(Descriptor(), deadline);
-    }
-    return done_;
-  }
-
-  // Waits until the name has an owner, the process ends, or the deadline passes.
-  Presence wait(const Descriptor& end, Clock::time_point deadline) {
-    while (!done_) {
-      const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
-      if (result < 0) bus_.reset();  // without a bus only the end of the process can be seen
-      if (result != 0) continue;
-      if (end.isReadable()) return Presence::ended;
-      if (Clock::now() >= deadline) return Presence::running;
-      pollFor(end, deadline);
-    }
-    return Presence::reachable;
-  }
-
- private:
-  void pollFor(const Descriptor& end, Clock::time_point deadline) {
-    std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
-    if (bus_) {
-      events[1].fd = sd_bus_get_fd(bus_.get());
-      events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
-    }
-    ::poll(events.data(), events.size(), millisecondsUntil(deadline));
-  }
-
-  static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
-    const char* name = nullptr;
-    const char* before = nullptr;
-    const char* after = nullptr;
-    if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0 && *after != '\0') {
-      static_cast<CheckIn*>(self)->done_ = true;
-    }
-    return 0;
-  }
-
-  static int onAnswer(sd_bus_message* message, void* self, sd_bus_error*) {
-    int present = 0;
-    auto& checkIn = *static_cast<CheckIn*>(self);
-    if (sd_bus_message_read(message, "b", &present) > 0 && present != 0) checkIn.done_ = true;
-    checkIn.isAnswered_ = true;
-    return 0;
-  }
-
-  UniqueBus bus_;
-  bool done_ = false;        // the name has an owner
-  bool isAnswered_ = false;  // the bus has said whether it had one
-};
-
 std::optional<std::string> busNameOf(const Bundle& bundle) {
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
   return identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
 }
 
+// Events reach an application through its name on the bus.
+class NamedApplication final : public Reachability {
+ public:
+  explicit NamedApplication(const std::optional<std::string>& name) {
+    if (name) owner_.emplace(*name);
+  }
+
+  [[nodiscard]] bool isKnown() const override { return owner_ && owner_->bus() != nullptr; }
+
+  [[nodiscard]] bool isThere(Clock::time_point deadline) override {
+    if (!owner_) return false;
+    owner_->read();
+    while (isKnown() && !owner_->isThere() && Clock::now() < deadline) waitFor({}, deadline);
+    return isThere();
+  }
+
+  // Without a bus only the end of the process can be seen.
+  [[nodiscard]] Presence await(const Descriptor& end, Clock::time_point deadline) override {
+    if (!owner_) return Presence::running;
+    owner_->read();
+    while (!isThere() && !end.isReadable()) {
+      if (Clock::now() >= deadline) return Presence::running;
+      waitFor(end, deadline);
+    }
+    return isThere() ? Presence::reachable : Presence::ended;
+  }
+
+ private:
+  [[nodiscard]] bool isThere() const { return owner_->isThere().value_or(false); }
+
+  void waitFor(const Descriptor& end, Clock::time_point deadline) {
+    std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, owner_->event()}};
+    ::poll(events.data(), events.size(), millisecondsUntil(deadline));
+    owner_->read();
+  }
+
+  std::optional<NameOwner> owner_;
+};
+
 }  // namespace
 
-std::optional<Opening> openApplication(const Bundle& bundle) {
+std::unique_ptr<Reachability> Reachability::of(const Bundle& bundle) {
+  return std::make_unique<NamedApplication>(busNameOf(bundle));
+}
+
+std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability) {
   const auto executable = bundle.executablePath();
   if (!executable) return std::nullopt;
   auto process = startDetached(*executable);
   if (!process) return std::nullopt;
   Opening opening{Presence::running, std::move(process->ended)};
-  if (const auto name = busNameOf(bundle)) {
-    opening.presence = CheckIn(*name).wait(opening.end, Clock::now() + checkInPatience);
-  }
+  opening.presence = reachability.await(opening.end, Clock::now() + checkInPatience);
   // The name may be that of another process.
   if (opening.end.isReadable()) opening.presence = Presence::ended;
   return opening;
-}
-
-bool isReachable(const Bundle& bundle, Clock::time_point deadline) {
-  const auto name = busNameOf(bundle);
-  return name && CheckIn(*name).isThere(deadline);
-}
-
-Presence awaitPresence(const Bundle& bundle, const Descriptor& end, Clock::time_point deadline) {
-  const auto name = busNameOf(bundle);
-  if (!name) return Presence::reachable;
-  CheckIn checkIn(*name);
-  return checkIn.isPossible() ? checkIn.wait(end, deadline) : Presence::reachable;
 }
 
 }  // namespace qbdkr

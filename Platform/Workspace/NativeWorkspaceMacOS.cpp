@@ -1,14 +1,30 @@
 #include <CoreServices/CoreServices.h>
 
+#include <memory>
+
 #include "Platform/Text/CoreFoundationTextMacOS.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 
 namespace qbdkr {
+namespace {
+
+// The process table has every application, and the system keeps the events for one that is
+// starting.
+class AnyApplication final : public Reachability {
+ public:
+  [[nodiscard]] bool isKnown() const override { return false; }
+  [[nodiscard]] bool isThere(Clock::time_point /*deadline*/) override { return false; }
+  [[nodiscard]] Presence await(const Descriptor& /*end*/, Clock::time_point /*deadline*/) override {
+    return Presence::running;
+  }
+};
+
+}  // namespace
 
 // Without the flag for asynchronous launches the call returns when the application has been
 // launched, or has ended before that. A helper agent takes no focus from the host, and no place in
 // a menu.
-std::optional<Opening> openApplication(const Bundle& bundle) {
+std::optional<Opening> openApplication(const Bundle& bundle, Reachability& /*reachability*/) {
   const auto url = directoryURL(bundle.bundlePath());
   if (!url) return std::nullopt;
   LSLaunchURLSpec launch{};
@@ -18,15 +34,8 @@ std::optional<Opening> openApplication(const Bundle& bundle) {
   return Opening{isOpen ? Presence::reachable : Presence::ended, Descriptor()};
 }
 
-// The process table has every application.
-bool isReachable(const Bundle& /*bundle*/, std::chrono::steady_clock::time_point /*deadline*/) {
-  return false;
-}
-
-// The system keeps the events for an application that is starting.
-Presence awaitPresence(const Bundle& /*bundle*/, const Descriptor& /*end*/,
-                       std::chrono::steady_clock::time_point /*deadline*/) {
-  return Presence::reachable;
+std::unique_ptr<Reachability> Reachability::of(const Bundle& /*bundle*/) {
+  return std::make_unique<AnyApplication>();
 }
 
 }  // namespace qbdkr

@@ -41,24 +41,25 @@ OpeningHistory& history() {
 // ending by itself, waits until it can be reached or has ended. Its process may not be seen as the
 // application, as that of a script with the system's interpreter, or of an older version whose
 // program had another name.
-std::optional<bool> isRunning(const Bundle& bundle) {
+std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) {
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey).value_or("");
   const auto deadline = Clock::now() + presencePatience;
   for (;;) {
     const auto processes = processesOfApplication(identifier, bundle.bundlePath());
     if (!processes) return std::nullopt;
     if (processes->empty()) {
-      return history().isRunning(bundle.bundlePath()) || isReachable(bundle, deadline);
+      return history().isRunning(bundle.bundlePath()) || reachability.isThere(deadline);
     }
     const auto end = endOfProcess(processes->front());
     if (!end && errno == ESRCH) continue;
-    if (!end || awaitPresence(bundle, end, deadline) != Presence::ended) return true;
+    if (!end || !reachability.isKnown()) return true;
+    if (reachability.await(end, deadline) != Presence::ended) return true;
   }
 }
 
-bool start(const Bundle& bundle) {
+bool start(const Bundle& bundle, Reachability& reachability) {
   if (history().pausedUntil(bundle.bundlePath(), Clock::now())) return false;
-  auto opening = openApplication(bundle);
+  auto opening = openApplication(bundle, reachability);
   if (!opening) return false;
   const bool isOpen = opening->presence != Presence::ended;
   history().add(bundle.bundlePath(), std::move(*opening), Clock::now());
@@ -72,8 +73,9 @@ bool openAlone(const std::string& bundlePath) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   if (!bundle) return false;
-  const auto running = isRunning(*bundle);
-  return running.value_or(false) || (running && !lock.isTaken() && start(*bundle));
+  const auto reachability = Reachability::of(*bundle);
+  const auto running = isRunning(*bundle, *reachability);
+  return running.value_or(false) || (running && !lock.isTaken() && start(*bundle, *reachability));
 }
 
 }  // namespace

@@ -39,6 +39,7 @@
 #include <QBDKRProductClient/QBHPHelperCommunicate.h>
 
 #include "Platform/Base/DetachedThread.h"
+#include "Platform/Events/PeerWatch.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Workspace/Workspace.h"
 #include "support/LimitedRequests.h"
@@ -220,6 +221,19 @@ std::string asked(const Words& words) {
   String result;
   const auto status = message.ask(result);
   return std::to_string(status) + ' ' + encoded(result);
+}
+
+// TARGET CLASS METHOD: waits until the target leaves the bus and comes back, and asks it at once.
+std::string nextAnswer(const Words& words) {
+  using qbdkr::PeerWatch;
+  const Message message(words);
+  const auto deadline = PeerWatch::Clock::now() + qbdkr::test::patience;
+  const auto watch = PeerWatch::make(message.texts.at(0));
+  auto news = watch->wait(deadline);
+  std::cout << "! watching\n" << std::flush;
+  while (news == PeerWatch::News::appeared) news = watch->wait(deadline);
+  while (news == PeerWatch::News::vanished) news = watch->wait(deadline);
+  return asked(words);
 }
 
 qbdkr::OSErr flushFor(std::chrono::milliseconds time) {
@@ -497,6 +511,7 @@ const std::map<std::string, Command>& commands() {
       {"obstacle",
        [](const Words&) { return qbdkr::RPCTransport::shared().knownObstacle().value_or("none"); }},
       {"burst", burst},
+      {"next-answer", nextAnswer},
       {"flush", flushed},
       {"send-flush-exit",
        [](const Words& words) -> std::string {

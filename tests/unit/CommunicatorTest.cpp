@@ -33,14 +33,6 @@ bool RecordingWorkspace::open(const std::string& path) {
   return answer(path);
 }
 
-bool RecordingWorkspace::keepOpen(const std::string& path) {
-  {
-    const std::lock_guard lock(mutex_);
-    kept_.push_back(path);
-  }
-  return keepAnswer(path);
-}
-
 bool RecordingWorkspace::waitForEnd(const std::string& path, std::chrono::milliseconds time) {
   {
     const std::lock_guard lock(mutex_);
@@ -48,11 +40,6 @@ bool RecordingWorkspace::waitForEnd(const std::string& path, std::chrono::millis
   }
   onWaitForEnd(path);
   return true;
-}
-
-std::vector<std::string> RecordingWorkspace::kept() const {
-  const std::lock_guard lock(mutex_);
-  return kept_;
 }
 
 std::vector<std::pair<std::string, std::chrono::milliseconds>> RecordingWorkspace::awaited() const {
@@ -68,9 +55,7 @@ std::vector<std::string> RecordingWorkspace::opened() const {
 void RecordingWorkspace::clear() {
   const std::lock_guard lock(mutex_);
   opened_.clear();
-  kept_.clear();
   awaited_.clear();
-  keepAnswer = [](const std::string&) { return true; };
   onWaitForEnd = [](const std::string&) {};
   answer = [](const std::string&) { return true; };
 }
@@ -125,7 +110,6 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   SystemCalls system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path) { return workspace.open(path); };
-  system.keepOpen = [this](const std::string& path) { return workspace.keepOpen(path); };
   system.waitForEnd = [this](Text, const std::string& path, std::chrono::milliseconds time) {
     return workspace.waitForEnd(path, time);
   };

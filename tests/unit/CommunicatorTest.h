@@ -34,11 +34,6 @@ class RecordingWorkspace {
   std::function<bool(const std::string& path)> answer = [](const std::string&) { return true; };
   [[nodiscard]] std::vector<std::string> opened() const;
 
-  // Does the same for an application that is running.
-  bool keepOpen(const std::string& path);
-  std::function<bool(const std::string& path)> keepAnswer = [](const std::string&) { return true; };
-  [[nodiscard]] std::vector<std::string> kept() const;
-
   // Records the wait for an application's end, and returns at once.
   bool waitForEnd(const std::string& path, std::chrono::milliseconds time);
   std::function<void(const std::string& path)> onWaitForEnd = [](const std::string&) {};
@@ -49,7 +44,6 @@ class RecordingWorkspace {
  private:
   mutable std::mutex mutex_;
   std::vector<std::string> opened_;
-  std::vector<std::string> kept_;
   std::vector<std::pair<std::string, std::chrono::milliseconds>> awaited_;
 };
 

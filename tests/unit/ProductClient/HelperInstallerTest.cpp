@@ -333,24 +333,15 @@ TEST_F(Deployment, LaunchOpensThePathThenSendsTheStartRequest) {
   });
 }
 
-TEST_F(Deployment, LaunchOfARunningHelperOpensNothingAndSendsTheStartRequest) {
-  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
-    const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
-    EXPECT_TRUE(communicator().launchHelepr());
-    EXPECT_TRUE(workspace.opened().empty());
-    EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
-  });
-}
-
 TEST_F(Deployment, LaunchOfARunningHelperWaitsInCaseItIsStartingOrEnding) {
   withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     const RunningApplication helper(installed(host), {{"CFBundleIdentifier", runningIdentifier()}});
-    workspace.keepAnswer = [&](const std::string&) {
+    workspace.answer = [&](const std::string&) {
       EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 0U);
       return false;  // such as for a bundle whose files are gone
     };
     EXPECT_TRUE(communicator().launchHelepr());
-    EXPECT_EQ(workspace.kept(), std::vector<std::string>{installed(host).string()});
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>{installed(host).string()});
     EXPECT_EQ(transport.countOf("start:prodeuctVersion:"), 1U);
   });
 }
@@ -359,7 +350,7 @@ TEST_F(Deployment, LaunchOfAHelperThatEndsAndCannotBeOpenedAgainReturnsFalse) {
   withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
     auto helper = std::make_unique<RunningApplication>(
         installed(host), Dictionary{{"CFBundleIdentifier", runningIdentifier()}});
-    workspace.keepAnswer = [&](const std::string&) {
+    workspace.answer = [&](const std::string&) {
       helper.reset();
       return false;
     };

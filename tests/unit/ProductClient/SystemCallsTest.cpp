@@ -31,7 +31,6 @@ TEST(SystemCallsTest, IsRunningKnowsTheApplicationsOfThisMachine) {
 TEST(SystemCallsTest, OpenFailsWithoutABundle) {
   const TemporaryDirectory directory;
   EXPECT_FALSE(SystemCalls().open(directory.path() / "Helper.app"));
-  EXPECT_FALSE(SystemCalls().keepOpen(directory.path() / "Helper.app"));
 }
 
 TEST(SystemCallsTest, LockIsOneBetweenAll) {

@@ -1,0 +1,49 @@
+#include "Platform/Events/DBus/NameOwner.h"
+
+namespace qbdkr {
+
+NameOwner::NameOwner(const std::string& name) {
+  sd_bus* opened = nullptr;
+  if (sd_bus_open_user(&opened) < 0) return;
+  bus_.reset(opened);
+  if (sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged,
+                             nullptr, this) < 0 ||
+      sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
+                               "NameHasOwner", onAnswer, this, "s", name.c_str()) < 0) {
+    bus_.reset();
+  }
+  read();  // sends what it can: the bus works on that from now on
+}
+
+bool NameOwner::readOne() {
+  const int result = bus_ ? sd_bus_process(bus_.get(), nullptr) : 0;
+  if (result >= 0) return result > 0;
+  bus_.reset();
+  if (isThere_) isThere_ = false;
+  return false;
+}
+
+pollfd NameOwner::event() const {
+  if (!bus_) return {-1, 0, 0};
+  return {sd_bus_get_fd(bus_.get()), static_cast<short>(sd_bus_get_events(bus_.get())), 0};
+}
+
+int NameOwner::onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+  const char* name = nullptr;
+  const char* before = nullptr;
+  const char* after = nullptr;
+  if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
+    static_cast<NameOwner*>(self)->isThere_ = *after != '\0';
+  }
+  return 0;
+}
+
+int NameOwner::onAnswer(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
+  int present = 0;
+  auto& owner = *static_cast<NameOwner*>(self);
+  // An error of the bus is no owner.
+  owner.isThere_ = sd_bus_message_read(message, "b", &present) > 0 && present != 0;
+  return 0;
+}
+
+}  // namespace qbdkr
