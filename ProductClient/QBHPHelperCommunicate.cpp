@@ -90,7 +90,7 @@ struct QBHPHelperCommunicate::Parts {
   }
 
   void check() {
-    const OSErr status = communicator.restartHelperInThread();
+    const OSErr status = isLost.exchange(false) ? recover() : communicator.restartHelperInThread();
     if (communicator.isHelperSeverNotOpen(status)) return;
     tellSupervisor(status == noErr);
     if (supervisor != nullptr) endReplaced();
@@ -106,14 +106,21 @@ struct QBHPHelperCommunicate::Parts {
     }
   }
 
+  // The bus has told that it is not there: does not ask first.
+  OSErr recover() const {
+    if (!communicator.getDefaultHelperServerOpen()) return serverNotOpen;
+    return communicator.launchHelepr() ? noErr : launchFailed;
+  }
+
   // The next helper agent has had no start request, even if another host starts it. An upgrade at
-  // the start-up launches it by itself, and makes up for this check afterwards.
-  void checkAfterLoss() {
+  // the start-up launches it by itself, and makes up for this afterwards with a check.
+  void requestRecovery() {
     if (isStartingUp) {
       isLostAtStartUp = true;
       return;
     }
     isHelperAlive = false;
+    isLost = true;
     checks.request();
   }
 
@@ -149,9 +156,10 @@ struct QBHPHelperCommunicate::Parts {
     auto watch = watchPeer(host.helperIdentifier().value_or(""));
     if (!watch) return false;
     auto made = std::make_unique<Supervisor>(
-        std::move(watch), Supervisor::Actions{[this] { checkAfterLoss(); },
-                                              [this] { exit.endByForce(WhichProcesses::all); },
-                                              [this] { return communicator.launchPausedUntil(); }});
+        std::move(watch),
+        Supervisor::Actions{[this] { requestRecovery(); }, [this] { checks.request(); },
+                            [this] { exit.endByForce(WhichProcesses::all); },
+                            [this] { return communicator.launchPausedUntil(); }});
     if (!startThread([made = made.get()] { made->run(); })) return false;
     ownSupervisor = std::move(made);
     exit.allowForce();
@@ -190,6 +198,7 @@ struct QBHPHelperCommunicate::Parts {
   std::atomic<bool> isHelperAlive{false};
   std::atomic<bool> isStartingUp{false};
   std::atomic<bool> isLostAtStartUp{false};
+  std::atomic<bool> isLost{false};  // the next check starts it without asking
   // A request that outlives the communicator stores its answer there.
   const std::shared_ptr<ClientIdentifier> clientID = std::make_shared<ClientIdentifier>();
 

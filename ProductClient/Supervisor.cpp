@@ -59,6 +59,9 @@ void Supervisor::turn() {
     case PeerWatch::News::woken:
       takeMessages();
       break;
+    case PeerWatch::News::resumed:
+      resumed();
+      break;
     case PeerWatch::News::none:
       break;
   }
@@ -98,6 +101,12 @@ void Supervisor::vanished() {
   checkAt_ = std::max(now, damping_.pauseEnd());
 }
 
+// The time of the suspension counts for nothing. A pause goes on.
+void Supervisor::resumed() {
+  startPings();
+  if (!checkAt_) actions_.check();
+}
+
 void Supervisor::takeMessages() {
   bool hasFailed = false;
   bool hasSucceeded = false;
@@ -126,7 +135,7 @@ void Supervisor::takeMessages() {
 void Supervisor::checkIfDue() {
   if (!checkAt_ || Clock::now() < *checkAt_) return;
   checkAt_.reset();
-  actions_.check();
+  actions_.recover();
 }
 
 void Supervisor::pingIfDue() {

@@ -14,16 +14,17 @@
 
 namespace qbdkr {
 
-// Watches the helper agent on a thread of its own: has it checked at once when it is lost, or when
-// the pause is over before which it may not be started again, and ended if it does not answer
-// pings.
+// Watches the helper agent on a thread of its own: has it started at once when it is lost, or when
+// the pause is over before which it may not be started again; checked when the machine was
+// suspended; and ended if it does not answer pings.
 class Supervisor {
  public:
   using Clock = PeerWatch::Clock;
 
   struct Actions {
-    std::function<void()> check;  // requests a check, which starts a lost helper agent
-    std::function<void()> end;    // ends one that does not answer, and returns after its end
+    std::function<void()> recover;  // requests the start of a lost helper agent
+    std::function<void()> check;    // requests a check
+    std::function<void()> end;      // ends one that does not answer, and returns after its end
     // Returns the time before which it may not be started.
     std::function<std::optional<Clock::time_point>()> pausedUntil;
   };
@@ -41,7 +42,8 @@ class Supervisor {
 
   // Tell that a check, or the start-up, has ended: it could not start the helper agent, or found it
   // or started it. A check may find one that is gone already, because the bus tells each connection
-  // of the process by itself; it is repeated until the helper agent has appeared. Any thread.
+  // of the process by itself; the start is repeated until the helper agent has appeared. Any
+  // thread.
   void failed();
   void succeeded();
 
@@ -49,6 +51,7 @@ class Supervisor {
   [[nodiscard]] Clock::time_point nextDeadline() const;
   void appeared();
   void vanished();
+  void resumed();
   void takeMessages();
   void startPings();
   void checkIfDue();

@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Base/ResumeTimerLinux.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/NameOwner.h"
 #include "Platform/Events/NativePeerWatch.h"
@@ -33,6 +34,7 @@ class NameWatch final : public PeerWatch {
         return *wasPresent_ ? News::appeared : News::vanished;
       }
       if (takeWakeUp()) return News::woken;
+      if (resumeTimer_.hasResumed()) return News::resumed;
       if (Clock::now() >= deadline) return News::none;
       pollUntil(deadline);
     }
@@ -93,7 +95,8 @@ class NameWatch final : public PeerWatch {
   }
 
   void pollUntil(Clock::time_point deadline) {
-    std::array<pollfd, 2> events{{{wake_.get(), POLLIN, 0}, {-1, 0, 0}}};
+    std::array<pollfd, 3> events{
+        {{wake_.get(), POLLIN, 0}, {-1, 0, 0}, {resumeTimer_.descriptor(), POLLIN, 0}}};
     if (bus() != nullptr) {
       events[1] = owner_->event();
     } else {
@@ -115,6 +118,7 @@ class NameWatch final : public PeerWatch {
 
   const std::string name_;
   const Descriptor wake_;
+  ResumeTimer resumeTimer_;
   std::optional<NameOwner> owner_;
   BusSlot pong_;
   std::optional<bool> wasPresent_;  // as the caller knows it

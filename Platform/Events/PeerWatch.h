@@ -14,8 +14,8 @@ class QBDKR_EXPORT PeerWatch {
  public:
   using Clock = std::chrono::steady_clock;
   // The outcome of a wait: the deadline passed, events can reach the application (again), they
-  // cannot any more, or wake() was called.
-  enum class News { none, appeared, vanished, woken };
+  // cannot any more, wake() was called, or the machine goes on after it was suspended.
+  enum class News { none, appeared, vanished, woken, resumed };
 
   // Watches the application of a bundle identifier. Null if it cannot be watched: the identifier is
   // invalid, or the process is out of descriptors.

@@ -44,8 +44,8 @@ class Supervising : public testing::Test {
     auto made = std::make_unique<ScriptedWatch>();
     watch = made.get();
     supervisor = std::make_unique<Supervisor>(
-        std::move(made), Supervisor::Actions{[this] { ++checks; }, [this] { ++ends; },
-                                             [this] { return pausedUntil; }});
+        std::move(made), Supervisor::Actions{[this] { ++starts; }, [this] { ++checks; },
+                                             [this] { ++ends; }, [this] { return pausedUntil; }});
   }
   void hear(News news) {
     watch->news.push_back(news);
@@ -55,6 +55,7 @@ class Supervising : public testing::Test {
   ScriptedWatch* watch = nullptr;
   std::unique_ptr<Supervisor> supervisor;
   std::optional<Clock::time_point> pausedUntil;
+  int starts = 0;
   int checks = 0;
   int ends = 0;
 };
@@ -64,37 +65,37 @@ TEST_F(Supervising, WaitsWithoutALimitWhileAllIsWell) {
   supervisor->turn();
   EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
   EXPECT_EQ(watch->pings, 0);
-  EXPECT_EQ(checks, 0);
+  EXPECT_EQ(starts, 0);
 }
 
-TEST_F(Supervising, LossIsCheckedAtOnce) {
+TEST_F(Supervising, LostHelperIsStartedAtOnce) {
   hear(News::appeared);
   hear(News::vanished);
-  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(starts, 1);
 }
 
-TEST_F(Supervising, FifthLossWithinTenSecondsIsCheckedAfterASecond) {
+TEST_F(Supervising, FifthLossWithinTenSecondsIsMadeGoodAfterASecond) {
   for (int i = 0; i < 5; ++i) {
     hear(News::appeared);
     hear(News::vanished);
   }
-  EXPECT_EQ(checks, 4);
+  EXPECT_EQ(starts, 4);
   supervisor->turn();
   EXPECT_GT(watch->lastDeadline, Clock::now() + milliseconds(500));
   EXPECT_LE(watch->lastDeadline, Clock::now() + seconds(1));
 }
 
-TEST_F(Supervising, HelperThatIsNotThereAtFirstIsCheckedAndHasNotFailed) {
+TEST_F(Supervising, HelperThatIsNotThereAtFirstIsStartedAndHasNotFailed) {
   hear(News::vanished);
-  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(starts, 1);
   for (int i = 0; i < 4; ++i) {
     hear(News::appeared);
     hear(News::vanished);
   }
-  EXPECT_EQ(checks, 5);
+  EXPECT_EQ(starts, 5);
 }
 
-TEST_F(Supervising, ReturnDuringAPauseNeedsNoCheck) {
+TEST_F(Supervising, ReturnDuringAPauseNeedsNoStart) {
   for (int i = 0; i < 5; ++i) {
     hear(News::appeared);
     hear(News::vanished);
@@ -108,7 +109,7 @@ TEST_F(Supervising, FailedStartIsRepeatedWhenThePauseIsOver) {
   pausedUntil = Clock::now() + seconds(32);
   supervisor->failed();
   supervisor->turn();
-  EXPECT_EQ(checks, 0);
+  EXPECT_EQ(starts, 0);
   supervisor->turn();
   EXPECT_EQ(watch->lastDeadline, *pausedUntil);
 }
@@ -118,31 +119,61 @@ TEST_F(Supervising, FailedStartWithoutAPauseIsRepeatedAtOnceFourTimes) {
     supervisor->failed();
     supervisor->turn();
   }
-  EXPECT_EQ(checks, 4);
+  EXPECT_EQ(starts, 4);
 }
 
 TEST_F(Supervising, FailureWhileTheHelperIsThereIsNone) {
   hear(News::appeared);
   supervisor->failed();
   supervisor->turn();
-  EXPECT_EQ(checks, 0);
+  EXPECT_EQ(starts, 0);
 }
 
 TEST_F(Supervising, SuccessOfACheckIsDoubtedUntilTheHelperAppears) {
   hear(News::appeared);
   hear(News::vanished);
-  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(starts, 1);
   supervisor->succeeded();
   const auto deadline = Clock::now() + seconds(20);
-  while (checks == 1 && Clock::now() < deadline) supervisor->turn();
-  EXPECT_EQ(checks, 2);
+  while (starts == 1 && Clock::now() < deadline) supervisor->turn();
+  EXPECT_EQ(starts, 2);
   supervisor->succeeded();
   hear(News::appeared);  // before the next one is due
   supervisor->turn();
   supervisor->succeeded();
   supervisor->turn();
   EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
-  EXPECT_EQ(checks, 2);
+  EXPECT_EQ(starts, 2);
+}
+
+TEST_F(Supervising, ResumeIsCheckedOnceAndIsNoLoss) {
+  hear(News::appeared);
+  hear(News::resumed);
+  supervisor->turn();
+  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(starts, 0);
+  EXPECT_EQ(watch->lastDeadline, Clock::time_point::max());
+}
+
+TEST_F(Supervising, ResumeDuringAPauseStartsNothingEarlier) {
+  for (int i = 0; i < 5; ++i) {
+    hear(News::appeared);
+    hear(News::vanished);
+  }
+  hear(News::resumed);
+  EXPECT_EQ(checks, 0);
+  EXPECT_EQ(starts, 4);
+}
+
+TEST_F(Supervising, PingFromBeforeASuspensionIsAskedAgain) {
+  watch->answers = false;
+  supervisor->set({milliseconds(60'000)});
+  supervisor->turn();
+  hear(News::appeared);
+  EXPECT_EQ(watch->pings, 1);
+  hear(News::resumed);
+  EXPECT_EQ(watch->pings, 2);
+  EXPECT_EQ(ends, 0);
 }
 
 TEST_F(Supervising, PingsAHelperThatIsThere) {
@@ -176,7 +207,7 @@ TEST_F(Supervising, HelperThatDoesNotAnswerIsEndedOnce) {
   while (ends == 0 && Clock::now() < deadline) supervisor->turn();
   EXPECT_EQ(ends, 1);
   hear(News::vanished);
-  EXPECT_EQ(checks, 1);
+  EXPECT_EQ(starts, 1);
 }
 
 TEST_F(Supervising, HelperThatAnswersIsPingedAgain) {
