@@ -1,9 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ClientComm/QBHPProcessList.h>
@@ -32,6 +35,8 @@ struct SystemCalls {
           [](Text identifier, const std::string& path, std::chrono::milliseconds patience) {
             return waitForApplicationsEnd(identifier.value_or(""), path, patience);
           };
+  std::function<std::optional<pid_t>(const std::string& bundleIdentifier)> reachedProcess =
+      qbdkr::reachedProcess;
   std::function<std::unique_ptr<PeerWatch>(const std::string& bundleIdentifier)> watchPeer =
       PeerWatch::make;
   std::function<FileLock(const std::string& path, std::chrono::milliseconds patience)> lock =

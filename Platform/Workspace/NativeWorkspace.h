@@ -1,7 +1,10 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <optional>
+#include <string>
 
 #include <ClientComm/Bundle.h>
 
@@ -33,5 +36,8 @@ struct Opening {
 // system cannot tell.
 [[nodiscard]] Presence awaitPresence(const Bundle& bundle, const Descriptor& end,
                                      std::chrono::steady_clock::time_point deadline);
+
+// The system's part of reachedProcess().
+[[nodiscard]] std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier);
 
 }  // namespace qbdkr

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,16 @@ constexpr std::chrono::seconds checkInPatience(10);
 int millisecondsUntil(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   return left > 0 ? static_cast<int>(left) : 0;
+}
+
+// Waits until the bus has something to process, or the descriptor can be read.
+void pollFor(sd_bus* bus, const Descriptor& end, Clock::time_point deadline) {
+  std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
+  if (bus != nullptr) {
+    events[1].fd = sd_bus_get_fd(bus);
+    events[1].events = static_cast<short>(sd_bus_get_events(bus));
+  }
+  ::poll(events.data(), events.size(), millisecondsUntil(deadline));
 }
 
 // Watches for the owner of one name, on a connection of its own. Asks without waiting: a bus that
@@ -49,7 +60,7 @@ class CheckIn {
     while (!done_ && !isAnswered_ && bus_ && Clock::now() < deadline) {
       const int result = sd_bus_process(bus_.get(), nullptr);
       if (result < 0) return false;
-      if (result == 0) pollFor(Descriptor(), deadline);
+      if (result == 0) pollFor(bus_.get(), Descriptor(), deadline);
     }
     return done_;
   }
@@ -62,21 +73,12 @@ class CheckIn {
       if (result != 0) continue;
       if (end.isReadable()) return Presence::ended;
       if (Clock::now() >= deadline) return Presence::running;
-      pollFor(end, deadline);
+      pollFor(bus_.get(), end, deadline);
     }
     return Presence::reachable;
   }
 
  private:
-  void pollFor(const Descriptor& end, Clock::time_point deadline) {
-    std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, {-1, POLLIN, 0}}};
-    if (bus_) {
-      events[1].fd = sd_bus_get_fd(bus_.get());
-      events[1].events = static_cast<short>(sd_bus_get_events(bus_.get()));
-    }
-    ::poll(events.data(), events.size(), millisecondsUntil(deadline));
-  }
-
   static int onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*) {
     const char* name = nullptr;
     const char* before = nullptr;
@@ -99,6 +101,19 @@ class CheckIn {
   bool done_ = false;        // the name has an owner
   bool isAnswered_ = false;  // the bus has said whether it had one
 };
+
+struct ProcessAnswer {
+  bool hasCome = false;
+  std::optional<pid_t> process;
+};
+
+int onProcess(sd_bus_message* message, void* answered, sd_bus_error*) {
+  auto& answer = *static_cast<ProcessAnswer*>(answered);
+  answer.hasCome = true;
+  std::uint32_t process = 0;
+  if (sd_bus_message_read(message, "u", &process) > 0) answer.process = static_cast<pid_t>(process);
+  return 0;
+}
 
 std::optional<std::string> busNameOf(const Bundle& bundle) {
   const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
@@ -131,6 +146,27 @@ Presence awaitPresence(const Bundle& bundle, const Descriptor& end, Clock::time_
   if (!name) return Presence::reachable;
   CheckIn checkIn(*name);
   return checkIn.isPossible() ? checkIn.wait(end, deadline) : Presence::reachable;
+}
+
+// Asks without waiting, as CheckIn does: a connection to a bus that is stuck is never made.
+std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier) {
+  const auto deadline = Clock::now() + busPatience;
+  const auto name = busNameOfIdentifier(bundleIdentifier);
+  sd_bus* opened = nullptr;
+  if (!name || sd_bus_open_user(&opened) < 0) return std::nullopt;
+  ProcessAnswer answer;  // outlives the call
+  const UniqueBus bus(opened);
+  if (sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
+                               "GetConnectionUnixProcessID", onProcess, &answer, "s",
+                               name->c_str()) < 0) {
+    return std::nullopt;
+  }
+  while (!answer.hasCome && Clock::now() < deadline) {
+    const int result = sd_bus_process(opened, nullptr);
+    if (result < 0) return std::nullopt;
+    if (result == 0) pollFor(opened, Descriptor(), deadline);
+  }
+  return answer.process;
 }
 
 }  // namespace qbdkr

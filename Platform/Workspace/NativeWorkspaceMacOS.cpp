@@ -1,5 +1,6 @@
 #include <CoreServices/CoreServices.h>
 
+#include "Platform/Processes/RunningApplications.h"
 #include "Platform/Text/CoreFoundationTextMacOS.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 
@@ -27,6 +28,12 @@ bool isReachable(const Bundle& /*bundle*/, std::chrono::steady_clock::time_point
 Presence awaitPresence(const Bundle& /*bundle*/, const Descriptor& /*end*/,
                        std::chrono::steady_clock::time_point /*deadline*/) {
   return Presence::reachable;
+}
+
+std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier) {
+  const auto processes = processesOfApplication(bundleIdentifier, "");
+  if (!processes || processes->empty()) return std::nullopt;
+  return processes->front();
 }
 
 }  // namespace qbdkr

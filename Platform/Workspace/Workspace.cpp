@@ -87,4 +87,8 @@ std::optional<Clock::time_point> openingPausedUntil(const std::string& bundlePat
   return history().pausedUntil(bundlePath, Clock::now());
 }
 
+std::optional<pid_t> reachedProcess(const std::string& bundleIdentifier) {
+  return processOfPeer(bundleIdentifier);
+}
+
 }  // namespace qbdkr

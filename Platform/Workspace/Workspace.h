@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <optional>
 #include <string>
@@ -28,5 +30,10 @@ namespace qbdkr {
 // long, up to 60 s. Absent if the application may be started. Does not wait. Any thread.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::chrono::steady_clock::time_point> openingPausedUntil(
     const std::string& bundlePath);
+
+// Returns the process that events to an application reach, whatever its executable is. Absent if
+// they reach no process, or if the system does not tell. Blocks for the bus, 5 s at most. Any
+// thread.
+[[nodiscard]] QBDKR_EXPORT std::optional<pid_t> reachedProcess(const std::string& bundleIdentifier);
 
 }  // namespace qbdkr
