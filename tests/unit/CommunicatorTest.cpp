@@ -132,6 +132,7 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   system.lock = [this](const std::string& path, std::chrono::milliseconds time) {
     return locks.acquire(path, time);
   };
+  system.reachedProcess = [this](const std::string&) { return reachedProcess(); };
   system.now = [this] { return now(); };
   communicator_ =
       std::make_unique<TestCommunicator>(HostConfiguration(*bundle_), *settings_, system);
