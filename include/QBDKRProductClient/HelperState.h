@@ -40,9 +40,9 @@ struct HelperRunning {
   bool operator==(const HelperRunning&) const = default;
 };
 
-// It does not run: a check could not reach it, or it could not be started. Under supervision also
-// told as soon as it leaves the bus. Is not told after HelperLaunching until the launch has failed,
-// nor for an exit that an upgrade of this host asked for.
+// It cannot be reached any more: a check got -600, or a launch has failed. Under supervision also
+// told as soon as it leaves the bus, or the bus ends. Is not told during a launch, nor for an exit
+// that an upgrade by this host asked for.
 struct HelperLost {
   bool operator==(const HelperLost&) const = default;
 };
@@ -57,7 +57,7 @@ struct HelperPaused {
 };
 
 // This host has exchanged the installed copy for a newer one. The older helper agent has ended, or
-// is about to, which is not told as a loss; the next launch starts the newer one. Under supervision
+// was asked to, which is not told as a loss; the next launch starts the newer one. Under supervision
 // also told when a check ends one whose files another host has replaced.
 struct HelperReplaced {
   bool operator==(const HelperReplaced&) const = default;
