@@ -57,8 +57,8 @@ struct HelperPaused {
 };
 
 // This host has exchanged the installed copy for a newer one. The older helper agent has ended, or
-// was asked to, which is not told as a loss; the next launch starts the newer one. Under supervision
-// also told when a check ends one whose files another host has replaced.
+// was asked to, which is not told as a loss; the next launch starts the newer one. Under
+// supervision also told when a check ends one whose files another host has replaced.
 struct HelperReplaced {
   bool operator==(const HelperReplaced&) const = default;
 };
