@@ -30,11 +30,12 @@ void HelperExit::end() {
   system_.waitForEnd(view(identifier), installed, exitPatience);
 }
 
-bool HelperExit::endByForce(WhichProcesses which) {
+bool HelperExit::endByForce(WhichProcesses which, const std::function<void()>& onFound) {
   const auto installed = configuration_.installedHelper();
   if (!installed) return false;
   const auto processes = HeldProcess::ofApplication(*installed, which);
   if (processes.empty()) return false;
+  onFound();
   ask_();
   if (HeldProcess::waitForEnd(processes, exitPatienceBeforeForce)) return true;
   HeldProcess::signal(processes, SIGTERM);

@@ -24,8 +24,9 @@ class HelperExit {
   void end();
 
   // Does the same with force, for the processes of this user whose executables lie in the installed
-  // copy. False if none of them runs.
-  bool endByForce(WhichProcesses which);
+  // copy, and calls a function first. False, and calls nothing, if none of them runs.
+  bool endByForce(
+      WhichProcesses which, const std::function<void()>& onFound = [] {});
 
  private:
   HostConfiguration configuration_;

@@ -1,6 +1,7 @@
 #include "ProductClient/HelperInstaller.h"
 
 #include <chrono>
+#include <optional>
 #include <utility>
 
 #include <ClientComm/Bundle.h>
@@ -10,6 +11,7 @@
 #include "Platform/Files/FileError.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
+#include "ProductClient/InstallationProgress.h"
 
 namespace qbdkr {
 namespace {
@@ -28,9 +30,10 @@ std::string describeBelow(const std::string& item, const FileError& error) {
 }  // namespace
 
 HelperInstaller::HelperInstaller(HostConfiguration configuration, SystemCalls system,
-                                 std::function<void()> endRunning)
+                                 HelperStates& states, std::function<void()> endRunning)
     : configuration_(std::move(configuration)),
       system_(std::move(system)),
+      states_(states),
       endRunning_(std::move(endRunning)) {}
 
 void HelperInstaller::install() {
@@ -50,7 +53,11 @@ void HelperInstaller::install() {
 }
 
 void HelperInstaller::copy(const std::string& resource, const std::string& installed) {
-  if (const auto error = copyItem(resource, installed)) return logFailedCopy(*error);
+  InstallationProgress progress(states_, resource);
+  if (const auto error = copyItem(resource, installed, progress.counter())) {
+    return logFailedCopy(*error);
+  }
+  progress.complete();
   loggedFailure_ = 0;
 }
 
@@ -62,9 +69,14 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
     return log("helper in conetent's version is lower");
   }
   ItemReplacement replacement;
+  std::optional<InstallationProgress> progress;
   auto failure = removalObstacleOf(installed);
   if (!failure) {
-    if (const auto error = replacement.prepare(resource, installed)) return logFailedCopy(*error);
+    progress.emplace(states_, resource);
+    if (const auto error = replacement.prepare(resource, installed, progress->counter())) {
+      return logFailedCopy(*error);
+    }
+    progress->complete();
   }
   // Keeps other hosts from opening the older one once more.
   const auto lock = system_.lock(installed, openingPatience);
@@ -72,6 +84,7 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
   endRunning_();
   if (!failure) failure = replacement.exchange();
   if (failure) return log("remove %@ error %@", {installed, describeBelow(installed, *failure)});
+  states_.tell(HelperReplaced());
   loggedFailure_ = 0;
   log("helper version = %@", {view(version)});
 }
@@ -85,8 +98,11 @@ bool HelperInstaller::repair() {
   if (lock.isTaken()) return false;
   const std::size_t version = std::hash<std::string>{}(versionOfBundle(*resource).value_or(""));
   if (repairedBy_.exchange(version) == version) return false;
+  if (removalObstacleOf(*installed)) return false;
   ItemReplacement replacement;
-  if (removalObstacleOf(*installed) || replacement.prepare(*resource, *installed)) return false;
+  InstallationProgress progress(states_, *resource);
+  if (replacement.prepare(*resource, *installed, progress.counter())) return false;
+  progress.complete();
   const auto openingLock = system_.lock(*installed, openingPatience);
   return !openingLock.isTaken() && !replacement.exchange();
 }

@@ -8,6 +8,7 @@
 #include <ClientComm/TextValue.h>
 
 #include "ClientComm/HostConfiguration.h"
+#include "ProductClient/HelperStates.h"
 #include "ProductClient/SystemCalls.h"
 
 namespace qbdkr {
@@ -18,9 +19,9 @@ struct FileError;
 // Any thread.
 class HelperInstaller {
  public:
-  // Calls endRunning before it replaces an older helper agent, or finds that it cannot: that asks
-  // one that runs to exit, and waits for its end.
-  HelperInstaller(HostConfiguration configuration, SystemCalls system,
+  // Tells its progress, and HelperReplaced. Calls endRunning before it replaces an older helper
+  // agent, or finds that it cannot: that asks one that runs to exit, and waits for its end.
+  HelperInstaller(HostConfiguration configuration, SystemCalls system, HelperStates& states,
                   std::function<void()> endRunning);
 
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
@@ -37,6 +38,7 @@ class HelperInstaller {
 
   HostConfiguration configuration_;
   SystemCalls system_;
+  HelperStates& states_;
   std::function<void()> endRunning_;
   // The hash of the failure that was logged last; 0 after a success. Each launch repeats a lasting
   // failure, which is logged once.

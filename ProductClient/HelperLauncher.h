@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <string>
 
 #include "ClientComm/HostConfiguration.h"
 #include "ProductClient/SystemCalls.h"
@@ -10,10 +11,14 @@ namespace qbdkr {
 // Makes sure that the installed helper agent runs. Any thread.
 class HelperLauncher {
  public:
-  // Calls install if nothing is installed, and repair if the installed copy cannot be opened; that
-  // returns true if another attempt may succeed.
-  HelperLauncher(HostConfiguration configuration, SystemCalls system, std::function<void()> install,
-                 std::function<bool()> repair);
+  struct Actions {
+    std::function<void()> install;   // called if nothing is installed
+    std::function<void()> announce;  // called right before a process is started
+    // Called if the installed copy cannot be opened; true if another attempt may succeed.
+    std::function<bool()> repair;
+  };
+
+  HelperLauncher(HostConfiguration configuration, SystemCalls system, Actions actions);
 
   // Opens the helper agent unless it runs. False if its name or directory is missing, or it cannot
   // be opened. Blocks as QBHPHelperCommunicate::launchHelepr() does until startHelper().
@@ -22,8 +27,7 @@ class HelperLauncher {
  private:
   HostConfiguration configuration_;
   SystemCalls system_;
-  std::function<void()> install_;
-  std::function<bool()> repair_;
+  Actions actions_;
 };
 
 }  // namespace qbdkr

@@ -25,9 +25,11 @@
 #include "ProductClient/HelperExit.h"
 #include "ProductClient/HelperInstaller.h"
 #include "ProductClient/HelperLauncher.h"
+#include "ProductClient/HelperStates.h"
 #include "ProductClient/LivenessChecks.h"
 #include "ProductClient/ProductRequests.h"
 #include "ProductClient/StartRecords.h"
+#include "ProductClient/StateReports.h"
 #include "ProductClient/SuiteAnswer.h"
 #include "ProductClient/Supervisor.h"
 #include "ProductClient/SystemCalls.h"
@@ -75,11 +77,14 @@ struct QBHPHelperCommunicate::Parts {
         records(host, settings, system.now),
         requests(records),
         switches(host.host()),
+        reports(host, system, *states,
+                {[this] { return !communicator.getDefaultHelperServerOpen(); },
+                 [this] { return communicator.launchPausedUntil(); }}),
         exit(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
-        installer(host, system, [this] { exit.end(); }),
-        launcher(
-            host, system, [this] { installer.install(); },
-            [this] { return supervisor != nullptr && installer.repair(); }),
+        installer(host, system, *states, [this] { exit.end(); }),
+        launcher(host, system,
+                 {[this] { installer.install(); }, [this] { reports.launching(); },
+                  [this] { return supervisor != nullptr && installer.repair(); }}),
         checks([this] { check(); }, system.startThread),
         autoStart([this] { start(); }),
         watchPeer(system.watchPeer) {}
@@ -127,11 +132,16 @@ struct QBHPHelperCommunicate::Parts {
   void startUp() {
     isStartingUp = true;
     dropExceptions([this] {
-      communicator.extractHelper();
+      installer.install();
       tellSupervisor(communicator.launchHelepr());
     });
-    isStartingUp = false;
+    endStartUp();
     if (isLostAtStartUp.exchange(false)) checks.request();
+  }
+
+  void endStartUp() {
+    isStartingUp = false;
+    reports.endStartUp();
   }
 
   // Ends one that was replaced; its loss starts the next. Looks for one at most every 10 s: checks
@@ -141,7 +151,7 @@ struct QBHPHelperCommunicate::Parts {
     const auto now = std::chrono::steady_clock::now();
     auto last = lookedForReplaced.load();
     if (now - last < interval || !lookedForReplaced.compare_exchange_strong(last, now)) return;
-    exit.endByForce(WhichProcesses::replaced);
+    exit.endByForce(WhichProcesses::replaced, [this] { states->tell(HelperReplaced()); });
   }
 
   bool supervise(const Supervision& supervision) {
@@ -159,7 +169,9 @@ struct QBHPHelperCommunicate::Parts {
         std::move(watch),
         Supervisor::Actions{[this] { requestRecovery(); }, [this] { checks.request(); },
                             [this] { exit.endByForce(WhichProcesses::all); },
-                            [this] { return communicator.launchPausedUntil(); }});
+                            [this] { return communicator.launchPausedUntil(); },
+                            [this] { reports.found(); }, [this] { states->tellLoss(); },
+                            [this](auto until) { states->tell(HelperPaused{until}); }});
     if (!startThread([made = made.get()] { made->run(); })) return false;
     ownSupervisor = std::move(made);
     exit.allowForce();
@@ -188,6 +200,8 @@ struct QBHPHelperCommunicate::Parts {
   StartRecords records;
   ProductRequests requests;
   const BundleSwitches switches;
+  const std::shared_ptr<HelperStates> states = std::make_shared<HelperStates>();
+  StateReports reports;
   HelperExit exit;
   HelperInstaller installer;
   HelperLauncher launcher;
@@ -225,7 +239,7 @@ QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefault
   synthesizeUserDefault();
   parts_->isStartingUp = true;
   if (parts_->host.supervisesHelper()) supervise(Supervision());
-  if (!parts_->startThread([this] { processHelper(); })) parts_->isStartingUp = false;
+  if (!parts_->startThread([this] { processHelper(); })) parts_->endStartUp();
 }
 
 QBHPHelperCommunicate::~QBHPHelperCommunicate() = default;
@@ -235,6 +249,10 @@ AutoStart& QBHPHelperCommunicate::autoStart() { return parts_->autoStart; }
 // --- Life cycle
 
 void QBHPHelperCommunicate::processHelper() { parts_->startUp(); }
+
+void QBHPHelperCommunicate::setHelperStateHandler(HelperStateHandler handler) {
+  parts_->reports.setHandler(std::move(handler));
+}
 
 bool QBHPHelperCommunicate::supervise(const Supervision& supervision) {
   return parts_->supervise(supervision);
@@ -246,7 +264,10 @@ OSErr QBHPHelperCommunicate::autoRestartHelper() {
 }
 
 OSErr QBHPHelperCommunicate::restartHelperInThread() {
-  if (!getDefaultHelperServerOpen()) return serverNotOpen;
+  if (!getDefaultHelperServerOpen()) {
+    parts_->states->tell(HelperClosed());
+    return serverNotOpen;
+  }
   if (isAliveHelper() == noErr) return noErr;
   return launchHelepr() ? noErr : launchFailed;
 }
@@ -281,7 +302,9 @@ OSErr QBHPHelperCommunicate::stopHelper() {
 }
 
 OSErr QBHPHelperCommunicate::isAliveHelper() {
+  const auto before = parts_->states->moment();
   const OSErr status = parts_->requests.post(&QBHPHelperControl::isAlive);
+  parts_->reports.answered(status, before);
   const bool started = parts_->isHelperAlive;
   log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
   if (status == noErr && !started) startHelper();
@@ -312,11 +335,21 @@ void QBHPHelperCommunicate::didCheckServerOpen(bool open, const Error* /*error*/
 
 // --- Deployment and launch
 
-void QBHPHelperCommunicate::extractHelper() { parts_->installer.install(); }
+void QBHPHelperCommunicate::extractHelper() {
+  parts_->installer.install();
+  parts_->reports.installed();
+}
 
 bool QBHPHelperCommunicate::launchHelepr() {
-  if (!parts_->launcher.launch()) return false;
+  const bool isLaunched = parts_->launcher.launch();
+  parts_->reports.endStartUp();
+  if (!isLaunched) {
+    parts_->reports.launchFailed();
+    return false;
+  }
+  parts_->reports.launched();
   parts_->isServerOpen = getDefaultHelperServerOpen();
+  if (!parts_->isServerOpen) parts_->states->tell(HelperClosed());
   startHelper();
   return true;
 }

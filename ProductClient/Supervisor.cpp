@@ -81,6 +81,7 @@ void Supervisor::appeared() {
   checkAt_.reset();
   repetition_ = {};
   startPings();
+  actions_.found();
 }
 
 void Supervisor::startPings() {
@@ -97,8 +98,14 @@ void Supervisor::vanished() {
   if (isPresent_.exchange(false)) {
     if (now - appearedAt_ >= shortestLife) damping_.clear();
     damping_.fail(now);
+    actions_.lost();
   }
-  checkAt_ = std::max(now, damping_.pauseEnd());
+  checkAt(now, damping_.pauseEnd());
+}
+
+void Supervisor::checkAt(Clock::time_point now, Clock::time_point due) {
+  checkAt_ = std::max(now, due);
+  if (due > now) actions_.paused(due);
 }
 
 // The time of the suspension counts for nothing. A pause goes on.
@@ -129,7 +136,7 @@ void Supervisor::takeMessages() {
   }
   if (!hasFailed) return;
   damping_.fail(now);
-  checkAt_ = std::max({now, damping_.pauseEnd(), actions_.pausedUntil().value_or(now)});
+  checkAt(now, std::max(damping_.pauseEnd(), actions_.pausedUntil().value_or(now)));
 }
 
 void Supervisor::checkIfDue() {

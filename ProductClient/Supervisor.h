@@ -27,6 +27,11 @@ class Supervisor {
     std::function<void()> end;      // ends one that does not answer, and returns after its end
     // Returns the time before which it may not be started.
     std::function<std::optional<Clock::time_point>()> pausedUntil;
+
+    // Tell what becomes of it: it can be reached; it was lost; the next check comes at that time.
+    std::function<void()> found = [] {};
+    std::function<void()> lost = [] {};
+    std::function<void(Clock::time_point)> paused = [](Clock::time_point) {};
   };
 
   Supervisor(std::unique_ptr<PeerWatch> watch, Actions actions);
@@ -53,6 +58,7 @@ class Supervisor {
   void vanished();
   void resumed();
   void takeMessages();
+  void checkAt(Clock::time_point now, Clock::time_point due);
   void startPings();
   void checkIfDue();
   void pingIfDue();

@@ -1,9 +1,12 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <ctime>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
 
 #include <ClientComm/QBHPProcessList.h>
@@ -24,13 +27,16 @@ struct SystemCalls {
     return QBHPProcessList::share().applicationIsRunning(identifier, path);
   };
   // Leaves an application alone that runs.
-  std::function<bool(const std::string& path)> open = openFile;
+  std::function<bool(const std::string& path, const std::function<void()>& onStart)> open =
+      openFile;
   std::function<bool(Text bundleIdentifier, const std::string& path,
                      std::chrono::milliseconds patience)>
       waitForEnd =
           [](Text identifier, const std::string& path, std::chrono::milliseconds patience) {
             return waitForApplicationsEnd(identifier.value_or(""), path, patience);
           };
+  std::function<std::optional<pid_t>(const std::string& bundleIdentifier)> reachedProcess =
+      qbdkr::reachedProcess;
   std::function<std::unique_ptr<PeerWatch>(const std::string& bundleIdentifier)> watchPeer =
       PeerWatch::make;
   std::function<FileLock(const std::string& path, std::chrono::milliseconds patience)> lock =

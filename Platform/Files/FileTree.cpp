@@ -112,7 +112,7 @@ bool isBelow(const fs::path& path, const fs::path& directory) {
 
 // Makes a durable copy beside its target, in a new staging.
 std::optional<FileError> copyBeside(const std::string& from, const std::string& to,
-                                    std::optional<Staging>& staging) {
+                                    const CopyProgress& progress, std::optional<Staging>& staging) {
   std::error_code error;
   const fs::path source = fs::canonical(from, error);
   if (error) return fileError(from, error.value());
@@ -122,7 +122,7 @@ std::optional<FileError> copyBeside(const std::string& from, const std::string& 
   // Opened before the first write: otherwise a failure to store one goes unnoticed.
   const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return lastFileError(to);
-  if (auto failure = copyTree(source, staging->item())) return failure;
+  if (auto failure = copyTree(source, staging->item(), progress)) return failure;
   if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
   return std::nullopt;
 }
@@ -174,19 +174,43 @@ std::string pathBeforeRemoval(std::string_view path) {
       .append(rest);
 }
 
-std::optional<FileError> copyItem(const std::string& from, const std::string& to) {
+std::optional<FileError> copyItem(const std::string& from, const std::string& to,
+                                  const CopyProgress& progress) {
   struct stat status {};
   if (::lstat(to.c_str(), &status) == 0) return fileError(to, EEXIST);
   std::optional<Staging> staging;
-  if (auto failure = copyBeside(from, to, staging)) return failure;
+  if (auto failure = copyBeside(from, to, progress, staging)) return failure;
   return place(*staging, to);
+}
+
+std::uint64_t sizeOfItem(const std::string& path) {
+  std::error_code error;
+  std::uint64_t size = 0;
+  const auto add = [&](const fs::directory_entry& entry) {
+    if (!entry.is_symlink(error) && entry.is_regular_file(error)) {
+      const auto bytes = entry.file_size(error);
+      if (!error) size += bytes;
+    }
+  };
+  const fs::directory_entry item(fs::canonical(path, error), error);
+  if (error) return 0;
+  if (!item.is_directory(error)) add(item);
+  constexpr auto options = fs::directory_options::skip_permission_denied;
+  for (auto entry = fs::recursive_directory_iterator(item.path(), options, error);
+       !error && entry != fs::recursive_directory_iterator(); entry.increment(error)) {
+    add(*entry);
+    error.clear();
+  }
+  return size;
 }
 
 class ItemReplacement::Copy {
  public:
   explicit Copy(std::string to) : to_(std::move(to)) {}
 
-  std::optional<FileError> make(const std::string& from) { return copyBeside(from, to_, staging_); }
+  std::optional<FileError> make(const std::string& from, const CopyProgress& progress) {
+    return copyBeside(from, to_, progress, staging_);
+  }
 
   std::optional<FileError> exchange() {
     struct stat status {};
@@ -211,9 +235,10 @@ class ItemReplacement::Copy {
 ItemReplacement::ItemReplacement() = default;
 ItemReplacement::~ItemReplacement() = default;
 
-std::optional<FileError> ItemReplacement::prepare(const std::string& from, const std::string& to) {
+std::optional<FileError> ItemReplacement::prepare(const std::string& from, const std::string& to,
+                                                  const CopyProgress& progress) {
   copy_ = std::make_unique<Copy>(to);
-  return copy_->make(from);
+  return copy_->make(from, progress);
 }
 
 std::optional<FileError> ItemReplacement::exchange() { return copy_->exchange(); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -7,6 +8,7 @@
 
 #include <ClientComm/Export.h>
 
+#include "Platform/Files/CopyProgress.h"
 #include "Platform/Files/FileError.h"
 
 namespace qbdkr {
@@ -40,7 +42,12 @@ namespace qbdkr {
 // or lies in the tree (EINVAL), more than 256 levels (ENAMETOOLONG), and on Linux a file that
 // changes during the copy (EBUSY).
 [[nodiscard]] QBDKR_EXPORT std::optional<FileError> copyItem(const std::string& from,
-                                                             const std::string& to);
+                                                             const std::string& to,
+                                                             const CopyProgress& progress = {});
+
+// Returns the number of bytes that copyItem() tells its progress in all: the sizes of the files of
+// a tree, or of one file. Leaves out what cannot be read.
+[[nodiscard]] QBDKR_EXPORT std::uint64_t sizeOfItem(const std::string& path);
 
 // A copy that takes the place of an older item, in two steps: the first takes long and may fail,
 // and the older item stays in use until the second. The destructor removes the copy, or the older
@@ -53,7 +60,8 @@ class QBDKR_EXPORT ItemReplacement {
   ~ItemReplacement();
 
   // Makes the copy beside the path of the older item, as copyItem() does; absent on success.
-  [[nodiscard]] std::optional<FileError> prepare(const std::string& from, const std::string& to);
+  [[nodiscard]] std::optional<FileError> prepare(const std::string& from, const std::string& to,
+                                                 const CopyProgress& progress = {});
 
   // Exchanges both at once; absent on success. Takes a file system that can: elsewhere the older
   // item is removed first, and a failure or a crash in between leaves none.

@@ -5,6 +5,8 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Files/CopyProgress.h"
+
 namespace qbdkr {
 
 // The bits of st_mode beside the type.
@@ -22,7 +24,8 @@ inline constexpr mode_t modeBits = 07777;
 
 // Copies a regular file, with all that the system's own copies keep, to a path that does not exist.
 // If this or a call below returns false, errno says why.
-[[nodiscard]] bool copyRegularFile(const std::string& from, const std::string& to);
+[[nodiscard]] bool copyRegularFile(const std::string& from, const std::string& to,
+                                   const CopyProgress& progress);
 
 // Copies a symbolic link as a link, to a path that does not exist.
 [[nodiscard]] bool copyLink(const std::string& from, const std::string& to);

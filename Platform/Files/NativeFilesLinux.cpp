@@ -9,6 +9,7 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <cstdint>
 #include <filesystem>
 #include <string_view>
 #include <system_error>
@@ -21,6 +22,8 @@ namespace qbdkr {
 namespace {
 
 constexpr mode_t ownersFile = S_IRUSR | S_IWUSR;
+// Copied by one call of the kernel, so that a large file shows its progress.
+constexpr off_t chunk = off_t{16} << 20;  // bytes
 
 bool failWith(int error) {
   errno = error;
@@ -48,7 +51,11 @@ bool writeAt(int file, const char* bytes, std::size_t size, off_t at) {
   return true;
 }
 
-bool copyThroughMemory(int from, int to, off_t at, off_t end) {
+void tell(const CopyProgress& progress, off_t bytes) {
+  if (progress && bytes > 0) progress(static_cast<std::uint64_t>(bytes));
+}
+
+bool copyThroughMemory(int from, int to, off_t at, off_t end, const CopyProgress& progress) {
   std::array<char, 65536> buffer{};
   while (at < end) {
     const auto wanted = std::min(end - at, static_cast<off_t>(buffer.size()));
@@ -58,34 +65,38 @@ bool copyThroughMemory(int from, int to, off_t at, off_t end) {
     if (size == 0) return failWith(EBUSY);  // cut during the copy
     if (!writeAt(to, buffer.data(), static_cast<std::size_t>(size), at)) return false;
     at += size;
+    tell(progress, size);
   }
   return true;
 }
 
-bool copyRange(int from, int to, off_t begin, off_t end) {
+bool copyRange(int from, int to, off_t begin, off_t end, const CopyProgress& progress) {
   off_t read = begin;
   off_t written = begin;
   while (read < end) {
-    const auto size = static_cast<std::size_t>(end - read);
+    const auto size = static_cast<std::size_t>(std::min(end - read, chunk));
     const auto copied = ::copy_file_range(from, &read, to, &written, size, 0);
     if (copied < 0 && errno == EINTR) continue;
     // Not supported between all file systems. Any other failure occurs again below.
-    if (copied <= 0) return copyThroughMemory(from, to, read, end);
+    if (copied <= 0) return copyThroughMemory(from, to, read, end, progress);
+    tell(progress, copied);
   }
   return true;
 }
 
 // Copies only the data: a hole stays a hole.
-bool copyContents(int from, int to, off_t size) {
+bool copyContents(int from, int to, off_t size, const CopyProgress& progress) {
   off_t at = 0;
   while (at < size) {
     const off_t data = ::lseek(from, at, SEEK_DATA);
     if (data < 0 && errno == ENXIO) break;  // a hole up to the end
     if (data < 0) return false;
     const off_t end = std::min(::lseek(from, data, SEEK_HOLE), size);
-    if (end < 0 || !copyRange(from, to, data, end)) return false;
+    tell(progress, data - at);
+    if (end < 0 || !copyRange(from, to, data, end, progress)) return false;
     at = end;
   }
+  tell(progress, size - at);
   return ::ftruncate(to, size) == 0;
 }
 
@@ -154,7 +165,7 @@ std::optional<bool> exchangeItems(const std::string& one, const std::string& oth
   return renameAs(RENAME_EXCHANGE, one, other);
 }
 
-bool copyRegularFile(const std::string& from, const std::string& to) {
+bool copyRegularFile(const std::string& from, const std::string& to, const CopyProgress& progress) {
   const Descriptor source(::open(from.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   struct stat status {};
   if (!source || ::fstat(source.get(), &status) != 0) return false;
@@ -162,7 +173,7 @@ bool copyRegularFile(const std::string& from, const std::string& to) {
   const Descriptor copy(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownersFile));
   // The umask may have removed rights that setting attributes needs.
   if (!copy || ::fchmod(copy.get(), ownersFile) != 0) return false;
-  return copyContents(source.get(), copy.get(), status.st_size) &&
+  return copyContents(source.get(), copy.get(), status.st_size, progress) &&
          copyAttributes(source.get(), copy.get()) && setMode(copy.get(), status) &&
          setModificationTime(copy.get(), status) && checkUnchanged(source.get(), status);
 }

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
 #include <filesystem>
 #include <system_error>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Base/DropExceptions.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Files/NativeFiles.h"
 
@@ -21,6 +23,49 @@ bool failedWith(const std::error_code& error) {
   if (error) errno = error.value();
   return static_cast<bool>(error);
 }
+
+// Tells the progress of one copy by the system.
+class ToldProgress {
+ public:
+  explicit ToldProgress(const CopyProgress& progress)
+      : progress_(progress), state_(::copyfile_state_alloc()) {
+    if (state_ == nullptr) return;
+    ::copyfile_state_set(state_, COPYFILE_STATE_STATUS_CB,
+                         reinterpret_cast<const void*>(&onStatus));
+    ::copyfile_state_set(state_, COPYFILE_STATE_STATUS_CTX, this);
+  }
+  ToldProgress(const ToldProgress&) = delete;
+  ToldProgress& operator=(const ToldProgress&) = delete;
+  ~ToldProgress() {
+    const int before = errno;
+    ::copyfile_state_free(state_);
+    errno = before;
+  }
+
+  [[nodiscard]] copyfile_state_t state() const { return state_; }
+
+  // Tells how many bytes of the file were copied.
+  void tell(off_t copied) {
+    if (copied <= told_) return;
+    progress_(static_cast<std::uint64_t>(copied - told_));
+    told_ = copied;
+  }
+
+ private:
+  static int onStatus(int what, int stage, copyfile_state_t state, const char* /*from*/,
+                      const char* /*to*/, void* self) {
+    off_t copied = 0;
+    if (what == COPYFILE_COPY_DATA && stage == COPYFILE_PROGRESS &&
+        ::copyfile_state_get(state, COPYFILE_STATE_COPIED, &copied) == 0) {
+      dropExceptions([&] { static_cast<ToldProgress*>(self)->tell(copied); });
+    }
+    return COPYFILE_CONTINUE;
+  }
+
+  const CopyProgress& progress_;
+  const copyfile_state_t state_;
+  off_t told_ = 0;
+};
 
 std::optional<bool> renameAs(unsigned way, const std::string& from, const std::string& to) {
   if (renamex_np(from.c_str(), to.c_str(), way) == 0) return true;
@@ -40,9 +85,15 @@ std::optional<bool> exchangeItems(const std::string& one, const std::string& oth
 
 // Keeps extended attributes, access lists and times, as every copy of the system does: they may
 // hold parts of a signature, and hold the mark of quarantine.
-bool copyRegularFile(const std::string& from, const std::string& to) {
-  return ::copyfile(from.c_str(), to.c_str(), nullptr,
-                    COPYFILE_ALL | COPYFILE_EXCL | COPYFILE_NOFOLLOW_SRC) == 0;
+bool copyRegularFile(const std::string& from, const std::string& to, const CopyProgress& progress) {
+  constexpr copyfile_flags_t flags = COPYFILE_ALL | COPYFILE_EXCL | COPYFILE_NOFOLLOW_SRC;
+  if (!progress) return ::copyfile(from.c_str(), to.c_str(), nullptr, flags) == 0;
+  ToldProgress told(progress);
+  if (::copyfile(from.c_str(), to.c_str(), told.state(), flags) != 0) return false;
+  // A copy without data of its own, as a clone, does not report any.
+  struct stat status {};
+  if (::lstat(to.c_str(), &status) == 0) told.tell(status.st_size);
+  return true;
 }
 
 bool copyDirectoryAttributes(const std::string& from, const std::string& to) {

@@ -3,6 +3,7 @@
 #include <filesystem>
 #include <optional>
 
+#include "Platform/Files/CopyProgress.h"
 #include "Platform/Files/FileError.h"
 
 namespace qbdkr {
@@ -12,6 +13,7 @@ namespace qbdkr {
 // for their owner: otherwise a copy of a read-only tree could neither be filled nor be replaced.
 // Nothing is durable yet. A failure leaves a part of the copy; its error names the original.
 [[nodiscard]] std::optional<FileError> copyTree(const std::filesystem::path& from,
-                                                const std::filesystem::path& to);
+                                                const std::filesystem::path& to,
+                                                const CopyProgress& progress);
 
 }  // namespace qbdkr

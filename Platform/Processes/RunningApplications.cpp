@@ -85,6 +85,12 @@ std::vector<HeldProcess> HeldProcess::ofApplication(const std::string& bundlePat
   return processes;
 }
 
+std::optional<HeldProcess> HeldProcess::of(pid_t processID) {
+  Descriptor end = endOfProcess(processID);
+  if (!end) return std::nullopt;
+  return HeldProcess(processID, std::move(end));
+}
+
 void HeldProcess::signal(const std::vector<HeldProcess>& processes, int signal) {
   for (const HeldProcess& process : processes) {
     static_cast<void>(signalProcess(process.processID_, process.end_, signal));

@@ -42,6 +42,13 @@ class HeldProcess {
   [[nodiscard]] QBDKR_EXPORT static std::vector<HeldProcess> ofApplication(
       const std::string& bundlePath, WhichProcesses which);
 
+  // Returns a process that runs, whatever its program; absent if it does not, or the process is out
+  // of descriptors.
+  [[nodiscard]] QBDKR_EXPORT static std::optional<HeldProcess> of(pid_t processID);
+
+  [[nodiscard]] pid_t processID() const { return processID_; }
+  [[nodiscard]] bool hasEnded() const { return end_.isReadable(); }
+
   // Sends a signal to each that runs.
   QBDKR_EXPORT static void signal(const std::vector<HeldProcess>& processes, int signal);
 

@@ -1,8 +1,11 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
 #include <memory>
 #include <optional>
+#include <string>
 
 #include <ClientComm/Bundle.h>
 
@@ -46,5 +49,8 @@ struct Opening {
 // bundle, if the file system has locks.
 [[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle,
                                                      Reachability& reachability);
+
+// The system's part of reachedProcess().
+[[nodiscard]] std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier);
 
 }  // namespace qbdkr

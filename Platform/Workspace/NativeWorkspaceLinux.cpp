@@ -2,6 +2,7 @@
 
 #include <array>
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,6 +25,19 @@ constexpr std::chrono::seconds checkInPatience(10);
 int millisecondsUntil(Clock::time_point deadline) {
   const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now()).count();
   return left > 0 ? static_cast<int>(left) : 0;
+}
+
+struct ProcessAnswer {
+  bool hasCome = false;
+  std::optional<pid_t> process;
+};
+
+int onProcess(sd_bus_message* message, void* answered, sd_bus_error* /*error*/) {
+  auto& answer = *static_cast<ProcessAnswer*>(answered);
+  answer.hasCome = true;
+  std::uint32_t process = 0;
+  if (sd_bus_message_read(message, "u", &process) > 0) answer.process = static_cast<pid_t>(process);
+  return 0;
 }
 
 std::optional<std::string> busNameOf(const Bundle& bundle) {
@@ -86,6 +100,27 @@ std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reach
   // The name may be that of another process.
   if (opening.end.isReadable()) opening.presence = Presence::ended;
   return opening;
+}
+
+// Asks without waiting: a connection to a bus that is stuck is never made.
+std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier) {
+  const auto deadline = Clock::now() + busPatience;
+  const auto name = busNameOfIdentifier(bundleIdentifier);
+  if (!name) return std::nullopt;
+  ProcessAnswer answer;  // outlives the connection
+  NameOwner owner(*name);
+  if (owner.bus() == nullptr ||
+      sd_bus_call_method_async(owner.bus(), nullptr, bus::service, bus::objectPath,
+                               bus::interfaceName, "GetConnectionUnixProcessID", onProcess, &answer,
+                               "s", name->c_str()) < 0) {
+    return std::nullopt;
+  }
+  while (!answer.hasCome && owner.bus() != nullptr && Clock::now() < deadline) {
+    pollfd event = owner.event();
+    ::poll(&event, 1, millisecondsUntil(deadline));
+    owner.read();
+  }
+  return answer.process;
 }
 
 }  // namespace qbdkr

@@ -2,6 +2,7 @@
 
 #include <memory>
 
+#include "Platform/Processes/RunningApplications.h"
 #include "Platform/Text/CoreFoundationTextMacOS.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 
@@ -36,6 +37,12 @@ std::optional<Opening> openApplication(const Bundle& bundle, Reachability& /*rea
 
 std::unique_ptr<Reachability> Reachability::of(const Bundle& /*bundle*/) {
   return std::make_unique<AnyApplication>();
+}
+
+std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier) {
+  const auto processes = processesOfApplication(bundleIdentifier, "");
+  if (!processes || processes->empty()) return std::nullopt;
+  return processes->front();
 }
 
 }  // namespace qbdkr

@@ -57,8 +57,9 @@ std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) 
   }
 }
 
-bool start(const Bundle& bundle, Reachability& reachability) {
+bool start(const Bundle& bundle, Reachability& reachability, const std::function<void()>& onStart) {
   if (history().pausedUntil(bundle.bundlePath(), Clock::now())) return false;
+  if (onStart) onStart();
   auto opening = openApplication(bundle, reachability);
   if (!opening) return false;
   const bool isOpen = opening->presence != Presence::ended;
@@ -69,24 +70,29 @@ bool start(const Bundle& bundle, Reachability& reachability) {
 // Opens it in one process at a time: the next process finds the application running. A process that
 // keeps the lock all the time may be about to start it, so starting another one would be wrong; a
 // later call tries again. On a file system without locks it starts in any case.
-bool openAlone(const std::string& bundlePath) {
+bool openAlone(const std::string& bundlePath, const std::function<void()>& onStart) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   if (!bundle) return false;
   const auto reachability = Reachability::of(*bundle);
   const auto running = isRunning(*bundle, *reachability);
-  return running.value_or(false) || (running && !lock.isTaken() && start(*bundle, *reachability));
+  return running.value_or(false) ||
+         (running && !lock.isTaken() && start(*bundle, *reachability, onStart));
 }
 
 }  // namespace
 
-bool openFile(const std::string& bundlePath) {
+bool openFile(const std::string& bundlePath, const std::function<void()>& onStart) {
   return openings().join(bundlePath, Clock::now() + turnPatience,
-                         [&] { return openAlone(bundlePath); });
+                         [&] { return openAlone(bundlePath, onStart); });
 }
 
 std::optional<Clock::time_point> openingPausedUntil(const std::string& bundlePath) {
   return history().pausedUntil(bundlePath, Clock::now());
+}
+
+std::optional<pid_t> reachedProcess(const std::string& bundleIdentifier) {
+  return processOfPeer(bundleIdentifier);
 }
 
 }  // namespace qbdkr

@@ -1,6 +1,9 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <chrono>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -20,13 +23,20 @@ namespace qbdkr {
 // another process opens or replaces it. If another thread of this process is at the same bundle,
 // waits for that thread, 30 s at most, and takes its outcome. False if it is not running and cannot
 // be executed, ends before it can be reached, cannot be looked for among the processes, is locked
-// by another process all that time, or is held back because it keeps ending. Any thread.
-[[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath);
+// by another process all that time, or is held back because it keeps ending. Calls onStart, if that
+// is not empty, right before it starts a process. Any thread.
+[[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath,
+                                         const std::function<void()>& onStart = {});
 
 // Returns the time before which openFile() does not start an application, because it ended before
 // it could be reached, five times within 10 s. The first pause takes 1 s, each further one twice as
 // long, up to 60 s. Absent if the application may be started. Does not wait. Any thread.
 [[nodiscard]] QBDKR_EXPORT std::optional<std::chrono::steady_clock::time_point> openingPausedUntil(
     const std::string& bundlePath);
+
+// Returns the process that events to an application reach, whatever its executable is. Absent if
+// they reach no process, or if the system does not tell. Blocks for the bus, 5 s at most. Any
+// thread.
+[[nodiscard]] QBDKR_EXPORT std::optional<pid_t> reachedProcess(const std::string& bundleIdentifier);
 
 }  // namespace qbdkr

@@ -9,6 +9,7 @@
 #include <sstream>
 #include <string>
 #include <thread>
+#include <variant>
 #include <vector>
 
 #include <ClientComm/Bundle.h>
@@ -59,6 +60,20 @@ class Reports : public qbdkr::QBHPWillHelperExitDelegate,
 
  private:
   const acme::Transcript& transcript_;
+};
+
+// Puts the state of the helper agent into words; a copy is over too soon here to be shown.
+struct StateText {
+  std::string operator()(const qbdkr::HelperInstalling&) const { return ""; }
+  std::string operator()(const qbdkr::HelperLaunching&) const { return "launching"; }
+  std::string operator()(const qbdkr::HelperRunning& state) const {
+    return "running version " + state.version.value_or("none") + ", process " +
+           std::to_string(state.processID);
+  }
+  std::string operator()(const qbdkr::HelperLost&) const { return "lost"; }
+  std::string operator()(const qbdkr::HelperPaused&) const { return "not started for a while"; }
+  std::string operator()(const qbdkr::HelperReplaced&) const { return "replaced"; }
+  std::string operator()(const qbdkr::HelperClosed&) const { return "switched off"; }
 };
 
 std::vector<std::string> wordsOf(const std::string& line) {
@@ -125,6 +140,10 @@ int main(int argc, char** argv) {
   QBHPHelper::share();
   qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&reports);
   QBHPHelperCommunicate::share().setProductUpgradeDelegate(&reports);
+  QBHPHelperCommunicate::share().setHelperStateHandler([](const qbdkr::HelperState& state) {
+    const std::string text = std::visit(StateText(), state);
+    if (!text.empty()) transcript.write("the helper agent is " + text);
+  });
   const std::thread reader([] {
     for (std::string command; std::getline(std::cin, command);) run(command, transcript);
   });

@@ -14,6 +14,7 @@
 #include <ClientComm/Request.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
+#include <QBDKRProductClient/HelperState.h>
 #include <QBDKRProductClient/Supervision.h>
 
 namespace qbdkr {
@@ -74,6 +75,15 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // switched off is left alone. False if it cannot be supervised: the host names no helper agent,
   // or the system lacks descriptors or threads. Any thread.
   bool supervise(const Supervision& supervision);
+
+  // Tells a handler the states of the helper agent; an empty one turns that off, as at first. It is
+  // called on the main run loop, in the order of the states: first with the latest one, or as soon
+  // as that is found out, then with each that differs from the one before. Of the states that wait
+  // for a busy main run loop, the latest 16 are kept. The handler may call anything, set another
+  // one, or run the loop. It is not called any more after a call on the main thread; during one on
+  // another thread it may be running. Set it right after the first share() to be told of a first
+  // installation. Any thread.
+  void setHelperStateHandler(HelperStateHandler handler);
 
   // Returns false only if the helper agent's user defaults have a true "QBHPServerClosed"
   // (settings).

@@ -63,7 +63,7 @@ check_output()
 # The code in the README and on the page for helper agents makes up a complete project.
 run(python3 ${README_PROJECT} ${ROOT} ${WORK}/readme)
 run(${COMPILER} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I${prefix}/include
-    ${WORK}/readme/limits.cpp)
+    ${WORK}/readme/limits.cpp ${WORK}/readme/states.cpp)
 run(${CMAKE_COMMAND} -S ${WORK}/readme -B ${WORK}/readme/build -G Ninja
     -DCMAKE_PREFIX_PATH=${prefix} -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${WORK}/readme/build)

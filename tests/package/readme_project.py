@@ -22,6 +22,7 @@ for name, text in {
     "host.cpp": block("README.md", "cpp", "#include <chrono>"),
     "helper.cpp": block("docs/helper-agents.md", "cpp", "#include <array>"),
     "limits.cpp": block("docs/reference.md", "cpp", "#include <chrono>"),
+    "states.cpp": block("docs/reference.md", "cpp", "#include <iostream>"),
     "Host.plist": host_plist,
     "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
         ">PhotoTool<", ">AcmeHelper<"),

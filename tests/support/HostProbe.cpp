@@ -26,6 +26,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <variant>
 #include <vector>
 
 #include <ClientComm/Bundle.h>
@@ -180,6 +181,30 @@ Reports& reports() {
 }
 
 QBHPHelperCommunicate& communicator() { return QBHPHelperCommunicate::share(); }
+
+// The text of a state. A pause is given by the milliseconds that are left of it.
+struct StateText {
+  std::string operator()(const qbdkr::HelperInstalling& state) const {
+    return "installing " + std::to_string(state.bytesDone) + " of " +
+           std::to_string(state.bytesTotal);
+  }
+  std::string operator()(const qbdkr::HelperLaunching&) const { return "launching"; }
+  std::string operator()(const qbdkr::HelperRunning& state) const {
+    return "running " + encoded(state.version) + ' ' + std::to_string(state.processID);
+  }
+  std::string operator()(const qbdkr::HelperLost&) const { return "lost"; }
+  std::string operator()(const qbdkr::HelperPaused& state) const {
+    const auto left = state.until - std::chrono::steady_clock::now();
+    return "paused " + std::to_string(std::chrono::ceil<std::chrono::milliseconds>(left).count());
+  }
+  std::string operator()(const qbdkr::HelperReplaced&) const { return "replaced"; }
+  std::string operator()(const qbdkr::HelperClosed&) const { return "closed"; }
+};
+
+void report(const qbdkr::HelperState& state) {
+  print("! state " + std::visit(StateText(), state) +
+        (gettid() == getpid() ? "" : " other-thread"));
+}
 
 template <class Body>
 auto onMainThread(Body body) {
@@ -453,6 +478,19 @@ const std::map<std::string, Command>& commands() {
        [](const Words& words) {
          return yesOrNo(
              communicator().supervise({std::chrono::milliseconds(std::stoi(words.at(0)))}));
+       }},
+      {"states",
+       [](const Words&) {
+         communicator().setHelperStateHandler(report);
+         return "done";
+       }},
+      {"states-off",
+       [](const Words&) {
+         onMainThread([] {
+           communicator().setHelperStateHandler(nullptr);
+           return true;
+         });
+         return "done";
        }},
       {"is-paused",
        [](const Words&) { return yesOrNo(communicator().launchPausedUntil().has_value()); }},

@@ -109,13 +109,17 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   processer.setObjectforKeyToMapTable(QBHPHelperControl::share(), QBHPHelperControl::kClassName);
   SystemCalls system;
   system.startThread = threads.starter();
-  system.open = [this](const std::string& path) { return workspace.open(path); };
+  system.open = [this](const std::string& path, const std::function<void()>& onStart) {
+    onStart();
+    return workspace.open(path);
+  };
   system.waitForEnd = [this](Text, const std::string& path, std::chrono::milliseconds time) {
     return workspace.waitForEnd(path, time);
   };
   system.lock = [this](const std::string& path, std::chrono::milliseconds time) {
     return locks.acquire(path, time);
   };
+  system.reachedProcess = [this](const std::string&) { return reachedProcess(); };
   system.now = [this] { return now(); };
   communicator_ =
       std::make_unique<TestCommunicator>(HostConfiguration(*bundle_), *settings_, system);

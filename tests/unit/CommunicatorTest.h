@@ -1,6 +1,7 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <sys/types.h>
 
 #include <atomic>
 #include <chrono>
@@ -8,6 +9,7 @@
 #include <map>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -95,6 +97,8 @@ class CommunicatorTest : public testing::Test {
   RecordingWorkspace workspace;
   WatchedLocks locks;
   RecordingRunLoop runLoop;
+  // Replaces the question which process requests reach.
+  std::function<std::optional<pid_t>()> reachedProcess = [] { return std::nullopt; };
   // Replaces the clock.
   std::function<std::time_t()> now = SystemCalls().now;
 

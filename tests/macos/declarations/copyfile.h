@@ -13,6 +13,12 @@
 #define COPYFILE_ALL (COPYFILE_ACL | COPYFILE_STAT | COPYFILE_XATTR | COPYFILE_DATA)
 #define COPYFILE_EXCL (1 << 17)
 #define COPYFILE_NOFOLLOW_SRC (1 << 18)
+#define COPYFILE_STATE_STATUS_CB 6
+#define COPYFILE_STATE_STATUS_CTX 7
+#define COPYFILE_STATE_COPIED 8
+#define COPYFILE_COPY_DATA 4
+#define COPYFILE_PROGRESS 4
+#define COPYFILE_CONTINUE 0
 
 #ifdef __cplusplus
 extern "C" {
@@ -21,6 +27,10 @@ extern "C" {
 typedef struct _copyfile_state* copyfile_state_t;
 typedef uint32_t copyfile_flags_t;
 int copyfile(const char* from, const char* to, copyfile_state_t state, copyfile_flags_t flags);
+copyfile_state_t copyfile_state_alloc(void);
+int copyfile_state_free(copyfile_state_t state);
+int copyfile_state_get(copyfile_state_t state, uint32_t flag, void* result);
+int copyfile_state_set(copyfile_state_t state, uint32_t flag, const void* value);
 #ifdef __cplusplus
 }
 #endif

@@ -173,6 +173,56 @@ TEST_F(FileTree, CopyTakesASingleFile) {
   EXPECT_EQ(modeOf(to), 0444U);
 }
 
+TEST_F(FileTree, CopyTellsItsProgressUpToTheSizeOfTheTree) {
+  makeTree();
+  fs::create_symlink("Contents/Info.plist", from + "/link");
+  writeFile(root / "from/large", std::string(std::size_t{40} << 20U, 'x'));
+  writeFile(root / "from/hole", "begin");
+  fs::resize_file(from + "/hole", std::uintmax_t{1} << 30U);
+  const auto size = sizeOfItem(from);
+  EXPECT_EQ(size, (40U << 20U) + (1U << 30U) + 8U);
+  std::uint64_t told = 0;
+  std::size_t calls = 0;
+  EXPECT_EQ(said(copyItem(from, to,
+                          [&](std::uint64_t bytes) {
+                            told += bytes;
+                            ++calls;
+                          })),
+            "");
+  EXPECT_EQ(told, size);
+  EXPECT_GE(calls, 2U + 3U + 2U);  // two small files, steps in the large one, data and hole
+  EXPECT_EQ(sizeOfItem(to), size);
+}
+
+TEST_F(FileTree, CopyFromAnotherFileSystemTellsItsProgressToo) {
+  if (!mayMount()) GTEST_SKIP() << "not the right to mount";
+  const std::string contents(std::size_t{1} << 20U, 'x');
+  fs::create_directory(from);
+  EXPECT_TRUE(withOwnMounts([&] {
+    if (mount("none", from.c_str(), "tmpfs", 0, nullptr) != 0) return false;
+    writeFile(fs::path(from) / "file", contents);
+    std::uint64_t told = 0;
+    const auto error = copyItem(from, to, [&](std::uint64_t bytes) { told += bytes; });
+    return !error && told == contents.size();
+  }));
+  EXPECT_EQ(readFile(to + "/file"), contents);
+}
+
+TEST_F(FileTree, ReplacementTellsItsProgress) {
+  makeTree();
+  writeFile(to, "old");
+  std::uint64_t told = 0;
+  ItemReplacement replacement;
+  EXPECT_EQ(said(replacement.prepare(from, to, [&](std::uint64_t bytes) { told += bytes; })), "");
+  EXPECT_EQ(told, sizeOfItem(from));
+}
+
+TEST_F(FileTree, SizeOfAFileAndOfNothing) {
+  writeFile(from, "file");
+  EXPECT_EQ(sizeOfItem(from), 4U);
+  EXPECT_EQ(sizeOfItem(root / "nothing"), 0U);
+}
+
 TEST_F(FileTree, CopyTakesLinksAsLinks) {
   makeTree();
   writeFile(root / "outside", "outside");

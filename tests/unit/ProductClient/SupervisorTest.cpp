@@ -1,10 +1,13 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <memory>
 #include <optional>
+#include <string>
 #include <utility>
+#include <vector>
 
 #include "ProductClient/Supervisor.h"
 
@@ -44,8 +47,14 @@ class Supervising : public testing::Test {
     auto made = std::make_unique<ScriptedWatch>();
     watch = made.get();
     supervisor = std::make_unique<Supervisor>(
-        std::move(made), Supervisor::Actions{[this] { ++starts; }, [this] { ++checks; },
-                                             [this] { ++ends; }, [this] { return pausedUntil; }});
+        std::move(made),
+        Supervisor::Actions{[this] { ++starts; }, [this] { ++checks; }, [this] { ++ends; },
+                            [this] { return pausedUntil; }, [this] { told.push_back("found"); },
+                            [this] { told.push_back("lost"); },
+                            [this](auto until) {
+                              told.push_back("paused");
+                              toldPause = until;
+                            }});
   }
   void hear(News news) {
     watch->news.push_back(news);
@@ -58,6 +67,8 @@ class Supervising : public testing::Test {
   int starts = 0;
   int checks = 0;
   int ends = 0;
+  std::vector<std::string> told;
+  Clock::time_point toldPause;
 };
 
 TEST_F(Supervising, WaitsWithoutALimitWhileAllIsWell) {
@@ -174,6 +185,36 @@ TEST_F(Supervising, PingFromBeforeASuspensionIsAskedAgain) {
   hear(News::resumed);
   EXPECT_EQ(watch->pings, 2);
   EXPECT_EQ(ends, 0);
+}
+
+TEST_F(Supervising, TellsEachLossAndReturn) {
+  hear(News::vanished);
+  EXPECT_EQ(told, std::vector<std::string>()) << "not there at first";
+  hear(News::appeared);
+  hear(News::vanished);
+  EXPECT_EQ(told, (std::vector<std::string>{"found", "lost"}));
+}
+
+TEST_F(Supervising, TellsThePauseAfterTheFifthLoss) {
+  for (int i = 0; i < 5; ++i) {
+    hear(News::appeared);
+    hear(News::vanished);
+  }
+  EXPECT_EQ(std::ranges::count(told, "paused"), 1);
+  EXPECT_EQ(told.back(), "paused");
+  supervisor->turn();
+  EXPECT_EQ(toldPause, watch->lastDeadline);
+}
+
+TEST_F(Supervising, TellsThePauseAfterAFailedStart) {
+  supervisor->failed();
+  supervisor->turn();
+  EXPECT_EQ(told, std::vector<std::string>()) << "repeated at once";
+  pausedUntil = Clock::now() + seconds(32);
+  supervisor->failed();
+  supervisor->turn();
+  EXPECT_EQ(told, std::vector<std::string>{"paused"});
+  EXPECT_EQ(toldPause, pausedUntil);
 }
 
 TEST_F(Supervising, PingsAHelperThatIsThere) {
