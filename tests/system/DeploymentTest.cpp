@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -156,6 +157,26 @@ TEST(Deployment, HelperThatIgnoresTheExitRequestIsReplacedAfterFiveSeconds) {
   EXPECT_EQ(host->call("version " + scene.installedHelper().string()), "1.1");
   EXPECT_EQ(host->call("launch"), "yes");
   EXPECT_EQ(scene.transcript().count(" started version"), 1U) << "a second helper process";
+}
+
+TEST(Deployment, CopyThatCannotBeMadeLeavesTheOldHelperInstalledRunningAndAnswering) {
+  Scene scene;
+  const auto oldHost = scene.startAndShare(scene.makeHost("OldHost", "1.0"));
+  const pid_t helper = scene.helperProcess();
+  const auto before = treeDigest(scene.installedHelper());
+  const auto bundle = scene.makeHost("NewHost", "1.1");
+  const auto pipe = helperOf(bundle) / "Contents/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const auto host = scene.startAndShare(bundle);
+  host->process().waitForLog("copy " + pipe.string() + " error Operation not supported");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), before);
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+  for (auto* each : {oldHost.get(), host.get()}) {
+    EXPECT_EQ(each->call("ask " + scene.helperID() + " Probe echo: there"), "0 there");
+  }
+  EXPECT_EQ(scene.helperProcess(), helper);
+  EXPECT_EQ(scene.transcript().count("exitHelper:productVersion:"), 0U);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
 TEST(Deployment, CheckOfAnotherHostDuringTheHandOverDoesNotOpenTheOldOneAgain) {
