@@ -114,10 +114,12 @@ class Reader {
     const std::string& to = words.at(3);
     const auto call = calls_.find(to + ' ' + words.at(1));
     if (call == calls_.end() && (from == busService || to == busService)) return;
-    std::string line = "    " + words.front() + (from == busService ? " of the bus " : " ");
+    std::string line = "    " + words.front() + (from == busService ? " of the bus" : "");
     const bool isError = words.front() == "error";
-    if (isError) line += words.at(4) + ' ';
-    line += form(std::span(words).subspan(isError ? 5 : 4)) + '\n';
+    if (isError) line += ' ' + words.at(4);
+    // The bus says its errors in its own words.
+    if (from != busService) line += ' ' + form(std::span(words).subspan(isError ? 5 : 4));
+    line += '\n';
     if (call == calls_.end()) {
       streams_[titleOf(from) + " -> " + receiverOf(to) + ", without a question"].push_back(line);
       return;

@@ -23,7 +23,7 @@ class Sample {
   };
 
   explicit Sample(Scene& scene) : Sample(scene, Versions()) {}
-  // Replaces an earlier copy, as the user does who upgrades the application.
+  // Replaces an earlier copy, as an upgrade of the application does.
   Sample(Scene& scene, const Versions& versions);
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }

@@ -128,14 +128,33 @@ std::string indented(std::string text) {
 // Counts what a test has waited for, to wait for the next one.
 using Counts = std::map<std::string, std::size_t>;
 
-struct Golden : testing::Test {
-  Golden() {
-    ::umask(022);  // the processes inherit that of a usual user
-    makeSampleFit();
+// Sets the mask of a usual user, which the processes inherit.
+class UsualMask {
+ public:
+  UsualMask() : before_(::umask(022)) {}
+  UsualMask(const UsualMask&) = delete;
+  UsualMask& operator=(const UsualMask&) = delete;
+  ~UsualMask() { ::umask(before_); }
+
+ private:
+  mode_t before_;
+};
+
+// Gives a tree the modes that it has if it was built under that mask.
+void setUsualModes(const fs::path& root) {
+  for (const auto& entry : fs::recursive_directory_iterator(root)) {
+    if (entry.is_symlink()) continue;
+    const bool isOpen = entry.is_directory() || (modeOf(entry.path()) & S_IXUSR) != 0;
+    fs::permissions(entry.path(), fs::perms(isOpen ? 0755 : 0644));
   }
+}
+
+struct Golden : testing::Test {
+  Golden() { makeSampleFit(); }
 
   // Turns supervision off, and removes the switches, which a first start adds.
   void makeSampleFit() const {
+    setUsualModes(sample.path());
     const auto file = sample.path() / "Contents/Info.plist";
     std::string text = readFile(file);
     for (const auto& [from, to] : std::vector<std::pair<std::string, std::string>>{
@@ -297,6 +316,7 @@ struct Golden : testing::Test {
   const std::string collect = "collectData:version:collectionType:target:keyID:value:";
   const std::string upload = ":versionID:email:filePath:title:description:";
 
+  const UsualMask mask;  // before the first file is made
   Scene scene;
   Sample sample{scene};
   Normal normal{scene};
