@@ -230,6 +230,29 @@ TEST(Deployment, HelperWithAnotherIdentifierThanIsAskedForIsOpenedOnce) {
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
+// Its process is that of the system's shell, and it has no name on the bus.
+TEST(Deployment, ScriptWithoutAnIdentifierIsOpenedOnce) {
+  Scene scene;
+  auto helper = scene.makeHelper("1.0", scene.installDirectory());
+  helper.setKeys({{"CFBundleIdentifier", ""}});
+  fs::remove(helper.executable());
+  writeFile(helper.executable(),
+            "#!/bin/sh\n"
+            "echo \"$$ started version script\" >>\"$QBDKR_PROBE_TRANSCRIPT\"\n"
+            "while [ -e \"$QBDKR_PROBE_TRANSCRIPT\" ]; do sleep 0.1; done\n");
+  fs::permissions(helper.executable(), fs::perms::owner_all);
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  scene.transcript().waitFor({" started version"});
+  const pid_t script = std::stoi(scene.transcript().lines().front());
+  const ProcessEnd end(script);
+  ::kill(script, SIGKILL);
+  ASSERT_TRUE(end.comesWithin(patience));
+  EXPECT_EQ(host->call("launch"), "yes") << "after its end";
+  scene.transcript().waitForCount(" started version", 2);
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
+}
+
 TEST(Deployment, OldHelperThatStaysUnderAnotherProgramNameIsStillTheOnlyOne) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "stubborn";
