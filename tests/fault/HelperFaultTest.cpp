@@ -88,6 +88,25 @@ TEST(HelperFault, HelperThatEndsBeforeItCheckedInWasNotLaunched) {
   EXPECT_EQ(scene.transcript().count(" call "), 0U);
 }
 
+TEST(HelperFault, HelperThatEndsFiveTimesIsNotLaunchedForAWhileAndTheHostCanAskWhy) {
+  Scene scene;
+  scene.environment()["QBDKR_PROBE_MODE"] = "exit-for-now";
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  host->call("share");
+  const auto begin = Clock::now();
+  while (host->call("is-paused") == "no") {
+    EXPECT_EQ(host->call("launch", soon), "no");
+    ASSERT_LT(Clock::now() - begin, patience);
+  }
+  EXPECT_EQ(scene.transcript().count(" started version"), 5U);
+  writeFile(scene.transcript().path().string() + ".settled", "");
+  EXPECT_EQ(host->call("launch", soon), "no");
+  EXPECT_EQ(scene.transcript().count(" started version"), 5U);
+  while (host->call("is-paused") == "yes") ASSERT_LT(Clock::now() - begin, patience);
+  EXPECT_EQ(host->call("launch"), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 6U);
+}
+
 TEST(HelperFault, MissingExecutableIsNotLaunched) {
   Scene scene;
   const auto bundle = scene.makeHost("Host", "1.0");

@@ -6,11 +6,13 @@
 
 #include <chrono>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/ProbeText.h"
+#include "support/ResourceUse.h"
 #include "support/Sanitizers.h"
 #include "support/Scene.h"
 
@@ -221,6 +223,48 @@ TEST(LimitedRequest, CancellingWhileAnswersComeEndsEachOnceAndLeavesNoMemory) {
     EXPECT_LE(growth, 4000) << outcome;
   }
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: after")), "0 after");
+}
+
+// The completions of the host so far, and the bytes on its heap.
+std::pair<unsigned long, long> resourcesOf(HostProcess& host) {
+  const auto words = wordsOf(host.call("resources"));
+  return {std::stoul(words.at(0)), std::stol(words.at(1))};
+}
+
+// The helper agent is stopped in each round, so that no request is answered before it ends, and
+// answers all of them afterwards, in vain.
+TEST(LimitedRequest, HundredThousandThatEndInManyWaysLeaveNothing) {
+  constexpr unsigned perRound = 2000;
+  constexpr unsigned rounds = hasThreadSanitizer ? 10 : 50;
+  constexpr unsigned warmRounds = 5;
+  Asking scene;
+  const ResourceUse use(scene.host->processID());
+  const pid_t helper = scene.helperProcess();
+  long warmMemory = 0;
+  std::size_t warmDescriptors = 0;
+  for (unsigned round = 1; round <= rounds; ++round) {
+    ::kill(helper, SIGSTOP);
+    ASSERT_EQ(scene.host->call("end-mixed " + std::to_string(perRound) + scene.event("echo: x"),
+                               longPatience),
+              "wrong=0 twice=0 -1712=500 -128=1500");
+    ::kill(helper, SIGCONT);
+    scene.fence(*scene.host);
+    if (round != warmRounds) continue;
+    warmMemory = resourcesOf(*scene.host).second;
+    warmDescriptors = use.descriptors();
+  }
+  const auto [completions, memory] = resourcesOf(*scene.host);
+  EXPECT_EQ(completions, rounds * perRound);
+  constexpr long mostGrowth = 8 * rounds * perRound;  // less than any allocation for each request
+  EXPECT_LT(memory - warmMemory, mostGrowth);
+  EXPECT_LE(use.descriptors(), warmDescriptors);
+  use.expectModest();
+  // The threads of the last commands may take a moment to end.
+  const auto deadline = std::chrono::steady_clock::now() + patience;
+  while (use.threads() > static_cast<std::size_t>(mostThreads)) {
+    ASSERT_LT(std::chrono::steady_clock::now(), deadline) << use.threads() << " threads";
+  }
+  scene.host->quit();  // a leak sanitizer makes it fail
 }
 
 TEST(LimitedRequest, ForkedChildHasNoneOfTheParentsRequests) {

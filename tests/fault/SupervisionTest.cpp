@@ -263,6 +263,18 @@ TEST_P(DamagedCopy, IsKeptWithoutIt) {
   host->call("extract");
   EXPECT_EQ(host->call("launch"), "no");
   EXPECT_EQ(treeDigest(helper.path()), before);
+  host->process().waitForLog("helper in conetent's version is lower");
+}
+
+TEST_P(DamagedCopy, IsReplacedByANewerVersionWithoutIt) {
+  const auto bundle = scene.makeHost("Host", "1.1");
+  const auto helper = scene.makeHelper("1.0", scene.installDirectory());
+  GetParam().harm(helper.path());
+  const auto host = scene.startAndShare(bundle);
+  EXPECT_EQ(treeDigest(scene.installedHelper()),
+            treeDigest(bundle.resources() / "ProbeHelper.app"));
+  EXPECT_EQ(host->process().logLinesWith("helper version = 1.1"), 1U);
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
 }
 
 INSTANTIATE_TEST_SUITE_P(All, DamagedCopy, testing::ValuesIn(damages),

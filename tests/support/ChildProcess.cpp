@@ -219,6 +219,10 @@ std::string ChildProcess::firstLine(std::chrono::milliseconds time) {
   return waitForOutput([](const std::string&) { return true; }, 0, time);
 }
 
+std::string ChildProcess::waitForLog(const LineTest& accepts, std::chrono::milliseconds time) {
+  return waitFor(error_, accepts, 0, time, "waiting for a line of the log");
+}
+
 std::string ChildProcess::waitForLog(const std::string& part, std::chrono::milliseconds time) {
   return waitFor(
       error_, [&](const std::string& line) { return line.find(part) != std::string::npos; }, 0,

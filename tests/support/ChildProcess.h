@@ -53,6 +53,7 @@ class ChildProcess {
                             std::chrono::milliseconds time = patience);
   // Waits for the first line of standard output and returns it.
   std::string firstLine(std::chrono::milliseconds time = patience);
+  std::string waitForLog(const LineTest& accepts, std::chrono::milliseconds time = patience);
   std::string waitForLog(const std::string& part, std::chrono::milliseconds time = patience);
 
   // Waits for EOF of standard output, or of standard error, and returns all lines.

@@ -48,7 +48,10 @@ std::size_t HostProcess::reportsWith(const std::string& part) const {
 
 void HostProcess::quit() {
   begin("quit");
-  if (process_.wait() != 0) throw std::runtime_error("the host did not end well");
+  if (process_.wait() == 0) return;
+  std::string text = "the host did not end well\n";
+  for (const std::string& line : process_.logToItsEnd()) text += line + '\n';
+  throw std::runtime_error(text);
 }
 
 }  // namespace qbdkr::test

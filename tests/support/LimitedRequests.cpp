@@ -16,6 +16,7 @@
 #include <memory>
 #include <mutex>
 #include <stdexcept>
+#include <stop_token>
 #include <thread>
 
 #include <ClientComm/AwaitRequest.h>
@@ -23,6 +24,7 @@
 #include <ClientComm/Request.h>
 #include <ClientComm/RunLoop.h>
 
+#include "support/LiveMemory.h"
 #include "support/ProbeText.h"
 
 namespace qbdkr::test {
@@ -231,6 +233,106 @@ std::string cancelMany(const Words& words) {
   return outcomes.told() + " growth=" + std::to_string(ofStatus("VmRSS:") - warm);
 }
 
+// Counts the completions of end-mixed since the process started: one that comes too often, or too
+// late, makes the count wrong.
+std::atomic<std::size_t> mixedCompletions{0};
+
+// The outcomes of one round of end-mixed.
+class MixedOutcomes {
+ public:
+  explicit MixedOutcomes(std::size_t count) : outcomes_(count) {}
+
+  // Returns the completion of a request, which must have this status.
+  static Completion<String> completion(const std::shared_ptr<MixedOutcomes>& self,
+                                       std::size_t number, OSErr status) {
+    return [self, status, count = self->outcomes_.completion(number)](Answer<String> answer) {
+      ++mixedCompletions;
+      if (answer.status != status || answer.value) ++self->wrong_;
+      count(std::move(answer));
+    };
+  }
+
+  void countWait(const Answer<String>& answer, OSErr status) {
+    if (answer.status != status || answer.value) ++wrong_;
+  }
+
+  std::string told(std::size_t count) {
+    outcomes_.waitFor(count);
+    return "wrong=" + std::to_string(wrong_) + ' ' + outcomes_.told();
+  }
+
+ private:
+  Outcomes outcomes_;
+  std::atomic<std::size_t> wrong_{0};
+};
+
+// Ends requests in many ways, with one Request for each, which is dropped at once.
+std::string endMixed(const Words& words) {
+  const auto count = std::stoul(words.at(0));
+  const Event event(words, 1);
+  const auto outcomes = std::make_shared<MixedOutcomes>(count);
+  const Cancellation together;
+  std::stop_source source;
+  std::vector<std::stop_source> sources;
+  const Executor atOnce = [](auto task) { task(); };
+  const auto never = RequestLimits::Clock::time_point::max();
+  const auto late = RequestLimits::Clock::now() + std::chrono::minutes(10);
+  for (std::size_t i = 0; i < count; ++i) {
+    const auto start = [&](const RequestLimits& limits, OSErr status) {
+      event.request().start(limits, MixedOutcomes::completion(outcomes, i, status),
+                            i % 3 == 0 ? atOnce : Executor());
+    };
+    switch (i % 8) {
+      case 0:
+        start({never, together}, userCanceledErr);
+        break;
+      case 1:
+        start({late, source.get_token()}, userCanceledErr);
+        break;
+      case 2: {
+        const Cancellation own;
+        start({never, own}, userCanceledErr);
+        own.cancel();
+        break;
+      }
+      case 3:
+        sources.emplace_back();
+        start({never, sources.back().get_token()}, userCanceledErr);
+        break;
+      case 4:
+        start(RequestLimits::within(std::chrono::milliseconds(i % 20)), errAETimeout);
+        break;
+      case 5: {
+        const Cancellation before;
+        before.cancel();
+        start({late, before}, userCanceledErr);
+        break;
+      }
+      case 6:
+        start({RequestLimits::Clock::now(), together}, errAETimeout);
+        break;
+      default:
+        start({late, together}, userCanceledErr);
+    }
+  }
+  constexpr int waitingThreads = 4;
+  std::vector<std::thread> threads;
+  for (int i = 0; i < waitingThreads; ++i) {
+    threads.emplace_back([&, i] {
+      RequestLimits limits{late, source.get_token()};
+      if (i == 0) limits = RequestLimits::within(std::chrono::milliseconds(5));
+      outcomes->countWait(event.request().wait(limits), i == 0 ? errAETimeout : userCanceledErr);
+    });
+  }
+  threads.emplace_back([&sources] {
+    for (auto& each : sources) each.request_stop();
+  });
+  together.cancel();
+  source.request_stop();
+  for (auto& thread : threads) thread.join();
+  return outcomes->told(count);
+}
+
 // The child's part of fork-with-pending.
 std::string childsWords(const RequestLimits& parents, Outcomes& outcomes, const Event& event) {
   const auto before = outcomes.count();
@@ -291,6 +393,10 @@ Detached awaitTwice(Request<String> request, std::string time, std::promise<std:
   result.set_value(told(first) + where + told(second));
 }
 
+std::string resources() {
+  return std::to_string(mixedCompletions) + ' ' + std::to_string(liveMemory());
+}
+
 std::string await(const Words& words) {
   std::promise<std::string> result;
   auto come = result.get_future();
@@ -320,6 +426,8 @@ const std::map<std::string, std::function<std::string(const Words&)>>& limitedCo
       {"start-many", startMany},
       {"start-in-turn", startInTurn},
       {"cancel-many", cancelMany},
+      {"end-mixed", endMixed},
+      {"resources", [](const Words&) { return resources(); }},
       {"fork-with-pending", forkWithPending},
       {"await", await},
   };

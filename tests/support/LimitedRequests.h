@@ -21,9 +21,14 @@ namespace qbdkr::test {
 //                                 the outcomes, the time that it took to end all, in microseconds,
 //                                 and the threads of the process while all waited
 //   start-in-turn COUNT EVENT     posts, starts and waits in turn, with a growing number as
-//   argument cancel-many COUNT EVENT       does so in rounds, each cancelled while the answers
-//   come; returns
-//                                 the outcomes, and the growth of memory in kilobytes
+//                                 argument
+//   cancel-many COUNT EVENT       starts requests in rounds, each cancelled while the answers come;
+//                                 returns the outcomes, and the growth of memory in kilobytes
+//   end-mixed COUNT EVENT         starts that many, and a few that wait, which end by a handle, a
+//                                 stop token, a deadline, or before they are sent; returns how many
+//                                 ended with another status than they must, and the outcomes
+//   resources                     returns how many completions of end-mixed were called since the
+//                                 process started, and the bytes on the heap
 //   fork-with-pending COUNT EVENT  forks while that many wait; returns the child's words, then the
 //                                 outcomes in the parent
 //   await TIME EVENT              makes the request in a coroutine, twice

@@ -62,6 +62,10 @@ std::size_t ResourceUse::peakMegabytes() const { return statusField(process_, "V
 
 std::size_t ResourceUse::megabytes() const { return statusField(process_, "VmRSS") / 1024; }
 
+std::size_t ResourceUse::threads() const { return statusField(process_, "Threads"); }
+
+std::size_t ResourceUse::descriptors() const { return descriptorsOf(process_); }
+
 void ResourceUse::expectModest() const {
   constexpr std::size_t modestMemory = 24;
   constexpr std::size_t modestThreads = 16;

@@ -21,6 +21,8 @@ class ResourceUse {
 
   [[nodiscard]] std::size_t peakMegabytes() const;  // resident, since the process started
   [[nodiscard]] std::size_t megabytes() const;      // resident now
+  [[nodiscard]] std::size_t threads() const;        // now
+  [[nodiscard]] std::size_t descriptors() const;    // now
   [[nodiscard]] std::size_t mostThreads() const { return mostThreads_; }
   [[nodiscard]] std::size_t mostDescriptors() const { return mostDescriptors_; }
 

@@ -17,14 +17,17 @@ void replace(const fs::path& file, const std::string& from, const std::string& t
 
 }  // namespace
 
-Sample::Sample(Scene& scene)
+Sample::Sample(Scene& scene, const Versions& versions)
     : scene_(scene), path_(scene.directory() / "Applications/PhotoTool.app") {
+  fs::remove_all(path_);
   fs::create_directories(path_.parent_path());
   fs::copy(sampleHost(), path_, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   const auto information = path_ / "Contents/Info.plist";
   replaceIdentifiers(information);
-  replace(information, ">1.0<", '>' + std::string(hostVersion) + '<');
-  replaceIdentifiers(path_ / "Contents/Resources/AcmeHelper.app/Contents/Info.plist");
+  replace(information, ">1.0<", '>' + versions.host + '<');
+  const auto helperInformation = path_ / "Contents/Resources/AcmeHelper.app/Contents/Info.plist";
+  replaceIdentifiers(helperInformation);
+  replace(helperInformation, ">1.0<", '>' + versions.helper + '<');
 }
 
 fs::path Sample::database() const {

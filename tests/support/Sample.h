@@ -15,8 +15,16 @@ namespace qbdkr::test {
 class Sample {
  public:
   static constexpr const char* hostVersion = "7.1";
+  static constexpr const char* helperVersion = "1.0";
 
-  explicit Sample(Scene& scene);
+  struct Versions {
+    std::string host = hostVersion;
+    std::string helper = helperVersion;
+  };
+
+  explicit Sample(Scene& scene) : Sample(scene, Versions()) {}
+  // Replaces an earlier copy, as an upgrade of the application does.
+  Sample(Scene& scene, const Versions& versions);
 
   [[nodiscard]] const std::filesystem::path& path() const { return path_; }
 

@@ -22,6 +22,15 @@
  *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
+ *   monitor all                           prints "ready", then a line for each message on the bus:
+ *                                           call SERIAL FROM TO PATH INTERFACE MEMBER FLAGS FORM
+ *                                           return SERIAL FROM TO FORM
+ *                                           error SERIAL FROM TO NAME FORM
+ *                                           signal FROM TO PATH INTERFACE MEMBER FORM
+ *                                         FORM is the signature and the arguments, the serial of
+ *                                         an answer is that of its call, an absent word is "~".
+ *                                         Texts are the words of ProbeText.h. Before the first
+ *                                         message of a connection: process NAME NUMBER
  *   answer NAME SIZE                      claims the name, prints "ready", and answers calls with
  *                                         so long a text until it is killed; to any other method it
  *                                         says that it does not know it
@@ -407,6 +416,120 @@ static int answer(DBusConnection* connection, const char* name, const char* text
   return 0;
 }
 
+static void print_word(const char* text) {
+  const char* c;
+  int plain = text != NULL && *text != '\0' && strchr("%~*+#", *text) == NULL;
+  if (text == NULL) {
+    printf(" ~");
+    return;
+  }
+  for (c = text; *c != '\0'; ++c) plain = plain && *c > ' ' && *c < '\x7f';
+  printf(plain ? " %s" : " %%", text);
+  for (c = text; !plain && *c != '\0'; ++c) printf("%02x", (unsigned)(unsigned char)*c);
+}
+
+static void print_arguments(DBusMessageIter* all) {
+  int type;
+  for (; (type = dbus_message_iter_get_arg_type(all)) != DBUS_TYPE_INVALID;
+       dbus_message_iter_next(all)) {
+    if (type == DBUS_TYPE_STRING) {
+      const char* text = NULL;
+      dbus_message_iter_get_basic(all, &text);
+      print_word(text);
+    } else if (type == DBUS_TYPE_ARRAY) {
+      DBusMessageIter list;
+      dbus_message_iter_recurse(all, &list);
+      printf(" [");
+      print_arguments(&list);
+      printf(" ]");
+    } else {
+      printf(" ?");
+    }
+  }
+}
+
+static void print_message(DBusMessage* message) {
+  DBusMessageIter all;
+  switch (dbus_message_get_type(message)) {
+    case DBUS_MESSAGE_TYPE_METHOD_CALL:
+      printf("call %u", dbus_message_get_serial(message));
+      break;
+    case DBUS_MESSAGE_TYPE_METHOD_RETURN:
+      printf("return %u", dbus_message_get_reply_serial(message));
+      break;
+    case DBUS_MESSAGE_TYPE_ERROR:
+      printf("error %u", dbus_message_get_reply_serial(message));
+      break;
+    default:
+      printf("signal");
+  }
+  print_word(dbus_message_get_sender(message));
+  print_word(dbus_message_get_destination(message));
+  if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_ERROR) {
+    print_word(dbus_message_get_error_name(message));
+  } else if (dbus_message_get_type(message) != DBUS_MESSAGE_TYPE_METHOD_RETURN) {
+    print_word(dbus_message_get_path(message));
+    print_word(dbus_message_get_interface(message));
+    print_word(dbus_message_get_member(message));
+  }
+  if (dbus_message_get_type(message) == DBUS_MESSAGE_TYPE_METHOD_CALL) {
+    printf(" %s,%s", dbus_message_get_no_reply(message) ? "no-reply" : "reply",
+           dbus_message_get_auto_start(message) ? "auto-start" : "no-auto-start");
+  }
+  print_word(dbus_message_get_signature(message));
+  if (dbus_message_iter_init(message, &all)) print_arguments(&all);
+  printf("\n");
+}
+
+/* Prints the process of a connection once. One that has ended has the process 0. */
+static void print_process(DBusConnection* connection, const char* name) {
+  static int last = 0; /* the bus numbers the connections in their order */
+  DBusError error = DBUS_ERROR_INIT;
+  DBusMessage* question;
+  DBusMessage* answer;
+  dbus_uint32_t process = 0;
+  if (name == NULL || strncmp(name, ":1.", 3) != 0 || atoi(name + 3) <= last) return;
+  last = atoi(name + 3);
+  question = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS,
+                                          "GetConnectionUnixProcessID");
+  if (question == NULL) stop("no memory");
+  dbus_message_append_args(question, DBUS_TYPE_STRING, &name, DBUS_TYPE_INVALID);
+  answer = dbus_connection_send_with_reply_and_block(connection, question, patience, &error);
+  if (answer != NULL) {
+    dbus_message_get_args(answer, &error, DBUS_TYPE_UINT32, &process, DBUS_TYPE_INVALID);
+    dbus_message_unref(answer);
+  }
+  dbus_error_free(&error);
+  dbus_message_unref(question);
+  printf("process %s %u\n", name, process);
+}
+
+static int monitor(DBusConnection* connection) {
+  DBusConnection* asking = connect_to_bus();
+  DBusError error = DBUS_ERROR_INIT;
+  const char** rules = NULL;
+  dbus_uint32_t flags = 0;
+  DBusMessage* message = dbus_message_new_method_call(
+      DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, "org.freedesktop.DBus.Monitoring", "BecomeMonitor");
+  if (message == NULL) stop("no memory");
+  dbus_message_append_args(message, DBUS_TYPE_ARRAY, DBUS_TYPE_STRING, &rules, 0, DBUS_TYPE_UINT32,
+                           &flags, DBUS_TYPE_INVALID);
+  dbus_connection_set_route_peer_messages(connection, TRUE);
+  if (dbus_connection_send_with_reply_and_block(connection, message, patience, &error) == NULL) {
+    stop(error.message);
+  }
+  say("ready");
+  while (dbus_connection_read_write(connection, -1)) {
+    while ((message = dbus_connection_pop_message(connection)) != NULL) {
+      print_process(asking, dbus_message_get_sender(message));
+      print_message(message);
+      dbus_message_unref(message);
+    }
+    fflush(stdout);
+  }
+  return 0;
+}
+
 int main(int argc, char** argv) {
   DBusConnection* connection;
   if (argc == 2 && strcmp(argv[1], "stay") == 0) return stay("staying");
@@ -415,6 +538,7 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "introspect") == 0) return introspect(connection, argv[2]);
   if (strcmp(argv[1], "await") == 0) return await_owner(connection, argv[2]);
   if (strcmp(argv[1], "queue") == 0) return print_queue(connection, argv[2]);
+  if (strcmp(argv[1], "monitor") == 0) return monitor(connection);
   if (strcmp(argv[1], "serve") == 0 && (argc == 4 || argc == 5)) {
     return serve(connection, argv[2], atoi(argv[3]), argc == 5 ? argv[4] : "text");
   }

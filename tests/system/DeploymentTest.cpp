@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <chrono>
@@ -158,6 +159,26 @@ TEST(Deployment, HelperThatIgnoresTheExitRequestIsReplacedAfterFiveSeconds) {
   EXPECT_EQ(scene.transcript().count(" started version"), 1U) << "a second helper process";
 }
 
+TEST(Deployment, CopyThatCannotBeMadeLeavesTheOldHelperInstalledRunningAndAnswering) {
+  Scene scene;
+  const auto oldHost = scene.startAndShare(scene.makeHost("OldHost", "1.0"));
+  const pid_t helper = scene.helperProcess();
+  const auto before = treeDigest(scene.installedHelper());
+  const auto bundle = scene.makeHost("NewHost", "1.1");
+  const auto pipe = helperOf(bundle) / "Contents/pipe";
+  ASSERT_EQ(mkfifo(pipe.c_str(), 0600), 0);
+  const auto host = scene.startAndShare(bundle);
+  host->process().waitForLog("copy " + pipe.string() + " error Operation not supported");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), before);
+  EXPECT_EQ(scene.stagingLeftovers(), std::vector<std::string>());
+  for (auto* each : {oldHost.get(), host.get()}) {
+    EXPECT_EQ(each->call("ask " + scene.helperID() + " Probe echo: there"), "0 there");
+  }
+  EXPECT_EQ(scene.helperProcess(), helper);
+  EXPECT_EQ(scene.transcript().count("exitHelper:productVersion:"), 0U);
+  EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
 TEST(Deployment, CheckOfAnotherHostDuringTheHandOverDoesNotOpenTheOldOneAgain) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "slow-exit";
@@ -207,6 +228,29 @@ TEST(Deployment, HelperWithAnotherIdentifierThanIsAskedForIsOpenedOnce) {
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
+}
+
+// Its process is that of the system's shell, and it has no name on the bus.
+TEST(Deployment, ScriptWithoutAnIdentifierIsOpenedOnce) {
+  Scene scene;
+  auto helper = scene.makeHelper("1.0", scene.installDirectory());
+  helper.setKeys({{"CFBundleIdentifier", ""}});
+  fs::remove(helper.executable());
+  writeFile(helper.executable(),
+            "#!/bin/sh\n"
+            "echo \"$$ started version script\" >>\"$QBDKR_PROBE_TRANSCRIPT\"\n"
+            "while [ -e \"$QBDKR_PROBE_TRANSCRIPT\" ]; do sleep 0.1; done\n");
+  fs::permissions(helper.executable(), fs::perms::owner_all);
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  scene.transcript().waitFor({" started version"});
+  const pid_t script = std::stoi(scene.transcript().lines().front());
+  const ProcessEnd end(script);
+  ::kill(script, SIGKILL);
+  ASSERT_TRUE(end.comesWithin(patience));
+  EXPECT_EQ(host->call("launch"), "yes") << "after its end";
+  scene.transcript().waitForCount(" started version", 2);
+  EXPECT_EQ(scene.transcript().count(" started version"), 2U);
 }
 
 TEST(Deployment, OldHelperThatStaysUnderAnotherProgramNameIsStillTheOnlyOne) {

@@ -607,6 +607,30 @@ TEST_F(Deployment, FailedRemovalIsLoggedAndNothingIsCopied) {
   });
 }
 
+// The older one is still in place when the newer one cannot take its place: it is as if it could
+// not be removed.
+TEST_F(Deployment, FailedExchangeIsLoggedAsARemovalAndLeavesTheOldHelperInstalled) {
+  withUsedHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    const RunningApplication helper(
+        installed(host), {{"CFBundleIdentifier", runningIdentifier()}, {"CFBundleVersion", "1.0"}});
+    writeHelper(resource(host), "1.1");
+    workspace.onWaitForEnd = [&](const std::string& path) {
+      for (const auto& entry : fs::directory_iterator(fs::path(path).parent_path())) {
+        fs::remove_all(entry.path() / "item");  // the copy, which was made already
+      }
+    };
+    communicator();
+    CapturedLog log;
+    communicator().extractHelper();
+    EXPECT_EQ(log.lines(),
+              Lines{"remove " + installed(host).string() + " error No such file or directory"});
+    EXPECT_EQ(workspace.awaited().size(), 1U);
+    EXPECT_EQ(versionOf(installed(host)), "1.0");
+    const fs::directory_iterator entries(installed(host).parent_path());
+    EXPECT_EQ(std::distance(begin(entries), end(entries)), 1);
+  });
+}
+
 TEST_F(Deployment, LockThatAnotherKeepsForTheWholePatienceEndsItWithALine) {
   withHost(informationWithHelper(), [this](const Host& host) {
     const fs::path directory = installed(host).parent_path();
