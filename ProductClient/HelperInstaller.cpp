@@ -83,7 +83,10 @@ bool HelperInstaller::repair() {
   if (!directory || !installed || !resource || !fileExists(*installed)) return false;
   const auto lock = system_.lock(*directory, deploymentPatience);
   if (lock.isTaken()) return false;
-  const std::size_t version = std::hash<std::string>{}(versionOfBundle(*resource).value_or(""));
+  const auto resourceVersion = versionOfBundle(*resource);
+  const auto installedVersion = versionOfBundle(*installed);
+  if (compareVersion(view(resourceVersion), view(installedVersion)) == -1) return false;
+  const std::size_t version = std::hash<std::string>{}(resourceVersion.value_or(""));
   if (repairedBy_.exchange(version) == version) return false;
   ItemReplacement replacement;
   if (removalObstacleOf(*installed) || replacement.prepare(*resource, *installed)) return false;

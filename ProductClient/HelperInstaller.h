@@ -26,8 +26,8 @@ class HelperInstaller {
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
   void install();
 
-  // Replaces the installed copy, which could not be opened, by the one among the resources. Once
-  // for each version of that; false if it does nothing. Blocks likewise.
+  // Replaces the installed copy, which could not be opened, by the one among the resources, unless
+  // that is older. Once for each version of that; false if it does nothing. Blocks likewise.
   bool repair();
 
  private:
