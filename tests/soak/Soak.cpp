@@ -28,7 +28,6 @@ using std::chrono::milliseconds;
 using std::chrono::seconds;
 
 constexpr std::size_t hostCount = 4;
-constexpr milliseconds longestGap(3000);
 constexpr seconds upgradePatience(30);
 
 // Comes again and again.
@@ -171,7 +170,7 @@ class Soak {
 
   void noteGap() {
     gaps_.push_back(ledger_.takeLongestGap().count());
-    if (gaps_.back() <= longestGap.count()) return;
+    if (milliseconds(gaps_.back()) <= longestGap) return;
     failures_.push_back("none answered for " + std::to_string(gaps_.back()) + " ms in minute " +
                         std::to_string(gaps_.size()));
   }

@@ -18,6 +18,7 @@
 
 #include "support/Ledger.h"
 #include "support/LongRun.h"
+#include "support/Patience.h"
 #include "support/ProbeText.h"
 #include "support/Scene.h"
 
@@ -113,7 +114,9 @@ class Upgrades {
     }
     awaitSettled(version, killed);
     auto& gaps = plan_.host || plan_.helper ? gapsWithKills_ : gaps_;
-    gaps.push_back(ledger_.takeLongestGap().count());
+    const auto gap = ledger_.takeLongestGap();
+    gaps.push_back(gap.count());
+    if (gap > longestGap) fail("none answered for " + std::to_string(gap.count()) + " ms");
     if (treeDigest(scene_.installedHelper()) != treeDigest(helperOf(bundle))) {
       fail("the installed copy is not that of the host");
     }
