@@ -91,7 +91,13 @@ bool HelperInstaller::repair() {
   ItemReplacement replacement;
   if (removalObstacleOf(*installed) || replacement.prepare(*resource, *installed)) return false;
   const auto openingLock = system_.lock(*installed, openingPatience);
-  return !openingLock.isTaken() && !replacement.exchange();
+  if (openingLock.isTaken()) return false;
+  const auto identifier = configuration_.helperIdentifier();
+  if (system_.isRunning(view(identifier), *installed)) {
+    repairedBy_ = 0;  // another host has opened it meanwhile
+    return true;
+  }
+  return !replacement.exchange();
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {

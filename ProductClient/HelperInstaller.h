@@ -27,7 +27,8 @@ class HelperInstaller {
   void install();
 
   // Replaces the installed copy, which could not be opened, by the one among the resources, unless
-  // that is older. Once for each version of that; false if it does nothing. Blocks likewise.
+  // that is older, or the helper agent runs by now. Once for each version of that. Returns whether
+  // it can be opened again. Blocks likewise.
   bool repair();
 
  private:
