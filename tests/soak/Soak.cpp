@@ -53,9 +53,11 @@ struct Resource {
   std::size_t ResourceFigures::*figure;
   long allowedGrowth;
 };
+// A host remembers the information of up to 256 bundles whose processes it has met, those of the
+// upgrades and of other programs: that much memory may be added after the first quarter.
 constexpr Resource resources[] = {
     {"share of memory, kB", &ResourceFigures::share, 1024},
-    {"anonymous memory, kB", &ResourceFigures::anonymous, 256},
+    {"anonymous memory, kB", &ResourceFigures::anonymous, 512},
     {"threads", &ResourceFigures::threads, 0},
     {"descriptors", &ResourceFigures::descriptors, 0},
 };
@@ -175,12 +177,19 @@ class Soak {
                         std::to_string(gaps_.size()));
   }
 
+  [[nodiscard]] std::size_t anonymousMemory() const {
+    std::size_t sum = 0;
+    for (const Samples& samples : samples_) sum += samples.back().anonymous;
+    return sum;
+  }
+
   void report() {
     noteGap();
     const auto& counts = ledger_.counts();
     say("minute " + std::to_string(gaps_.size()) + ": served " + std::to_string(counts.served) +
         ", kills " + std::to_string(kills_) + ", upgrades " + std::to_string(upgrades_) +
-        ", longest gap " + std::to_string(gaps_.back()) + " ms, faults " +
+        ", longest gap " + std::to_string(gaps_.back()) + " ms, memory of the hosts " +
+        std::to_string(anonymousMemory()) + " kB, faults " +
         std::to_string(ledger_.faults().size()));
   }
 
