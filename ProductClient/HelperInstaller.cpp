@@ -96,7 +96,10 @@ bool HelperInstaller::repair() {
   if (!directory || !installed || !resource || !fileExists(*installed)) return false;
   const auto lock = system_.lock(*directory, deploymentPatience);
   if (lock.isTaken()) return false;
-  const std::size_t version = std::hash<std::string>{}(versionOfBundle(*resource).value_or(""));
+  const auto resourceVersion = versionOfBundle(*resource);
+  const auto installedVersion = versionOfBundle(*installed);
+  if (compareVersion(view(resourceVersion), view(installedVersion)) == -1) return false;
+  const std::size_t version = std::hash<std::string>{}(resourceVersion.value_or(""));
   if (repairedBy_.exchange(version) == version) return false;
   if (removalObstacleOf(*installed)) return false;
   ItemReplacement replacement;
@@ -104,7 +107,13 @@ bool HelperInstaller::repair() {
   if (replacement.prepare(*resource, *installed, progress.counter())) return false;
   progress.complete();
   const auto openingLock = system_.lock(*installed, openingPatience);
-  return !openingLock.isTaken() && !replacement.exchange();
+  if (openingLock.isTaken()) return false;
+  const auto identifier = configuration_.helperIdentifier();
+  if (system_.isRunning(view(identifier), *installed)) {
+    repairedBy_ = 0;  // another host has opened it meanwhile
+    return true;
+  }
+  return !replacement.exchange();
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {

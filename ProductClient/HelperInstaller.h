@@ -27,8 +27,9 @@ class HelperInstaller {
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
   void install();
 
-  // Replaces the installed copy, which could not be opened, by the one among the resources. Once
-  // for each version of that; false if it does nothing. Blocks likewise.
+  // Replaces the installed copy, which could not be opened, by the one among the resources, unless
+  // that is older, or the helper agent runs by now. Once for each version of that. Returns whether
+  // it can be opened again. Blocks likewise.
   bool repair();
 
  private:

@@ -291,5 +291,15 @@ TEST_F(Supervision, CopyIsReplacedOncePerVersion) {
   EXPECT_TRUE(fs::exists(scene.installedHelper() / "mark"));
 }
 
+// It may be whole: a helper agent that is killed while it starts cannot be opened either.
+TEST_F(Supervision, NewerCopyThanThatOfTheHostIsKept) {
+  scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
+  scene.makeHelper("1.1", scene.installDirectory());
+  const auto before = treeDigest(scene.installedHelper());
+  const auto host = scene.start(scene.makeHost("Host", "1.0", supervised));
+  EXPECT_EQ(host->call("launch"), "no");
+  EXPECT_EQ(treeDigest(scene.installedHelper()), before);
+}
+
 }  // namespace
 }  // namespace qbdkr::test

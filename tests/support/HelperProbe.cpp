@@ -30,6 +30,7 @@
 #include <ClientComm/RunLoop.h>
 
 #include "Platform/Events/RPCTransport.h"
+#include "support/AppendedLine.h"
 #include "support/ProbeText.h"
 
 namespace {
@@ -42,12 +43,14 @@ std::string environment(const char* name) {
 }
 
 void record(const std::string& text) {
-  const std::string path = environment("QBDKR_PROBE_TRANSCRIPT");
-  const int file = ::open(path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-  if (file < 0) return;
-  const std::string line = std::to_string(getpid()) + ' ' + text + '\n';
-  [[maybe_unused]] const auto written = ::write(file, line.data(), line.size());
-  ::close(file);
+  qbdkr::test::appendLine(environment("QBDKR_PROBE_TRANSCRIPT"),
+                          std::to_string(getpid()) + ' ' + text);
+}
+
+const std::string& version() {
+  static const auto& text = *new std::string(
+      qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("none"));
+  return text;
 }
 
 bool isSettled() {
@@ -66,6 +69,7 @@ std::string answer(const std::string& method, const std::vector<std::string>& ar
   if (method == "echo:" && !arguments.empty()) return arguments.front();
   if (method == "summary") return qbdkr::test::summary(arguments);
   if (method == "isNotFirstStart") return "not-the-first";
+  if (method == "who:") return std::to_string(getpid()) + ' ' + version();
   if (method == "clientIDFormHelper") return "client-" + std::to_string(getpid());
   return "";
 }
@@ -128,8 +132,7 @@ int main() {
   action.sa_handler = release;
   sigaction(SIGUSR1, &action, nullptr);
   endWithOwner();
-  record("started version " +
-         qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("none"));
+  record("started version " + version());
   if (mode == "exit-at-once") return 0;
   if (mode == "exit-for-now" && !isSettled()) return 0;
   if (mode == "never-check-in") waitForRelease();

@@ -46,6 +46,7 @@
 #include "support/LimitedRequests.h"
 #include "support/Patience.h"
 #include "support/ProbeText.h"
+#include "support/SteadyLoad.h"
 #include "support/Storm.h"
 
 namespace {
@@ -577,6 +578,12 @@ const std::map<std::string, Command>& commands() {
       {"request-in-little-memory", requestInLittleMemory},
       {"storm", qbdkr::test::storm},
       {"count", qbdkr::test::count},
+      {"load", qbdkr::test::load},
+      {"end-load",
+       [](const Words&) {
+         qbdkr::test::endLoad();
+         return "done";
+       }},
       {"collect-status",
        [](const Words&) { return yesOrNo(communicator().productCollectStatus()); }},
       {"fork-send", forkAndPost},

@@ -12,4 +12,8 @@ inline constexpr std::chrono::seconds longPatience(180);
 // the bus library.
 inline constexpr std::chrono::seconds soon(20);
 
+// The time without an answer of any helper agent after which a host would seem to hang, on a busy
+// machine too.
+inline constexpr std::chrono::seconds longestGap(3);
+
 }  // namespace qbdkr::test

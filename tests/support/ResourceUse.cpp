@@ -15,12 +15,16 @@
 namespace qbdkr::test {
 namespace {
 
-std::size_t statusField(pid_t process, const std::string& name) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/status");
+std::size_t fieldOf(const std::string& path, const std::string& name) {
+  std::ifstream file(path);
   for (std::string line; std::getline(file, line);) {
     if (line.starts_with(name + ':')) return std::stoul(line.substr(name.size() + 1));
   }
   return 0;  // the process has ended
+}
+
+std::size_t statusField(pid_t process, const std::string& name) {
+  return fieldOf("/proc/" + std::to_string(process) + "/status", name);
 }
 
 std::size_t descriptorsOf(pid_t process) {
@@ -39,6 +43,11 @@ void raise(std::atomic<std::size_t>& peak, std::size_t value) {
 }
 
 }  // namespace
+
+ResourceFigures resourceFigures(pid_t process) {
+  return {fieldOf("/proc/" + std::to_string(process) + "/smaps_rollup", "Pss"),
+          statusField(process, "RssAnon"), statusField(process, "Threads"), descriptorsOf(process)};
+}
 
 ResourceUse::ResourceUse(pid_t process)
     : process_(process), stop_(eventfd(0, EFD_CLOEXEC)), sampler_([this] { sample(); }) {}

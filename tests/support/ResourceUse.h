@@ -10,6 +10,16 @@
 
 namespace qbdkr::test {
 
+// The resources of a process at one moment; 0 if it has ended. Memory is in kilobytes: its share of
+// all pages, and the pages of its own that no file has.
+struct ResourceFigures {
+  std::size_t share = 0;
+  std::size_t anonymous = 0;
+  std::size_t threads = 0;
+  std::size_t descriptors = 0;
+};
+ResourceFigures resourceFigures(pid_t process);
+
 // Watches the resources of a process from construction on. The kernel tells the memory peak.
 // Threads and descriptors are counted every few milliseconds.
 class ResourceUse {

@@ -17,6 +17,7 @@
 #include "CommunicatorTest.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
+#include "ProductClient/HelperInstaller.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"
@@ -675,6 +676,23 @@ TEST_F(Deployment, LinkToAHelperAmongTheResourcesIsInstalledAsTheHelper) {
     communicator().extractHelper();
     EXPECT_FALSE(fs::is_symlink(installed(host)));
     EXPECT_EQ(versionOf(installed(host)), "1.0");
+  });
+}
+
+TEST_F(Deployment, RepairLeavesACopyAloneFromWhichAnotherHostHasOpenedTheHelperMeanwhile) {
+  withHost(informationWithOwnHelperIdentifier(), [this](const Host& host) {
+    writeHelper(resource(host), "1.0", "the host's");
+    writeHelper(installed(host), "1.0", "installed");
+    bool isRunning = true;
+    SystemCalls system;
+    system.isRunning = [&](Text, Text) { return isRunning; };
+    HelperInstaller installer(HostConfiguration(hostBundle()), system, [] {});
+    EXPECT_TRUE(installer.repair());
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "installed");
+    isRunning = false;
+    EXPECT_TRUE(installer.repair());
+    EXPECT_EQ(readFile(installed(host) / "Contents/content"), "the host's");
+    EXPECT_FALSE(installer.repair());
   });
 }
 
