@@ -18,6 +18,7 @@
 #include "Platform/Files/FileLock.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "ProductClient/HelperInstaller.h"
+#include "ProductClient/HelperStates.h"
 #include "support/CapturedLog.h"
 #include "support/Environment.h"
 #include "support/RecordingTransport.h"
@@ -686,7 +687,8 @@ TEST_F(Deployment, RepairLeavesACopyAloneFromWhichAnotherHostHasOpenedTheHelperM
     bool isRunning = true;
     SystemCalls system;
     system.isRunning = [&](Text, Text) { return isRunning; };
-    HelperInstaller installer(HostConfiguration(hostBundle()), system, [] {});
+    const auto states = std::make_shared<HelperStates>();
+    HelperInstaller installer(HostConfiguration(hostBundle()), system, *states, [] {});
     EXPECT_TRUE(installer.repair());
     EXPECT_EQ(readFile(installed(host) / "Contents/content"), "installed");
     isRunning = false;
