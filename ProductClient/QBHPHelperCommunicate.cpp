@@ -101,6 +101,16 @@ struct QBHPHelperCommunicate::Parts {
     if (supervisor != nullptr) endReplaced();
   }
 
+  // Does the work of isAliveHelper(), as a part of a check that began at that moment.
+  OSErr checkAlive(HelperStates::Moment begin) {
+    const OSErr status = requests.post(&QBHPHelperControl::isAlive);
+    reports.answered(status, begin);
+    const bool started = isHelperAlive;
+    log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
+    if (status == noErr && !started) communicator.startHelper();
+    return status;
+  }
+
   void tellSupervisor(bool isThere) const {
     Supervisor* const present = supervisor;
     if (present == nullptr) return;
@@ -264,11 +274,12 @@ OSErr QBHPHelperCommunicate::autoRestartHelper() {
 }
 
 OSErr QBHPHelperCommunicate::restartHelperInThread() {
+  const auto begin = parts_->states->moment();
   if (!getDefaultHelperServerOpen()) {
     parts_->states->tell(HelperClosed());
     return serverNotOpen;
   }
-  if (isAliveHelper() == noErr) return noErr;
+  if (parts_->checkAlive(begin) == noErr) return noErr;
   return launchHelepr() ? noErr : launchFailed;
 }
 
@@ -302,13 +313,7 @@ OSErr QBHPHelperCommunicate::stopHelper() {
 }
 
 OSErr QBHPHelperCommunicate::isAliveHelper() {
-  const auto before = parts_->states->moment();
-  const OSErr status = parts_->requests.post(&QBHPHelperControl::isAlive);
-  parts_->reports.answered(status, before);
-  const bool started = parts_->isHelperAlive;
-  log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
-  if (status == noErr && !started) startHelper();
-  return status;
+  return parts_->checkAlive(parts_->states->moment());
 }
 
 String QBHPHelperCommunicate::clientID() const { return parts_->clientID->get(); }

@@ -39,7 +39,7 @@ void StateReports::launching() noexcept {
 }
 
 void StateReports::answered(OSErr status, HelperStates::Moment before) noexcept {
-  if (status == noErr) return found();
+  if (status == noErr) return find(before, [](HelperStates::Moment) {});
   if (status == procNotFound) states_.tellLossUnlessOutdated(before);
 }
 
@@ -53,29 +53,30 @@ void StateReports::installed() noexcept {
 }
 
 void StateReports::found() noexcept {
-  find([](HelperStates::Moment) {});
+  find(states_.moment(), [](HelperStates::Moment) {});
 }
 
 void StateReports::launched() noexcept {
-  find(
-      [this](HelperStates::Moment since) { states_.tellUnlessOutdated(since, HelperLaunching()); });
+  find(states_.moment(), [this](HelperStates::Moment since) {
+    states_.tellUnlessOutdated(since, HelperLaunching());
+  });
 }
 
 void StateReports::findOut() noexcept {
-  find([this](HelperStates::Moment since) {
+  find(states_.moment(), [this](HelperStates::Moment since) {
     const auto pauseEnd = sources_.pausedUntil();
     states_.tellUnlessOutdated(
         since, pauseEnd ? HelperState(HelperPaused{*pauseEnd}) : HelperState(HelperLost()));
   });
 }
 
-// Tells the process, or calls a function if it is not reached.
+// Tells the process, or calls a function if none is reached. Tells nothing if another state was
+// told since that moment.
 template <class Otherwise>
-void StateReports::find(const Otherwise& otherwise) noexcept {
+void StateReports::find(HelperStates::Moment since, const Otherwise& otherwise) noexcept {
   if (!states_.areWanted()) return states_.forget();
   dropExceptions([&] {
     if (isTold()) return;
-    const auto since = states_.moment();
     if (const auto running = process()) return states_.tellUnlessOutdated(since, *running);
     otherwise(since);
   });

@@ -43,7 +43,7 @@ class StateReports {
 
   // The helper agent is about to be opened.
   void launching() noexcept;
-  // A request was posted, with this status, after that moment. Blocks likewise if that is news.
+  // A check ended with this status, and began after that moment. Blocks likewise if that is news.
   void answered(OSErr status, HelperStates::Moment before) noexcept;
   // A launch has failed. Blocks for the bus and files.
   void launchFailed() noexcept;
@@ -60,7 +60,7 @@ class StateReports {
   [[nodiscard]] std::optional<HelperRunning> process();
   void findOut() noexcept;
   template <class Otherwise>
-  void find(const Otherwise& otherwise) noexcept;
+  void find(HelperStates::Moment since, const Otherwise& otherwise) noexcept;
 
   const HostConfiguration configuration_;
   const std::function<bool(std::function<void()>)> startThread_;

@@ -173,13 +173,11 @@ TEST_F(HelperStateTest, CrashLoopPauses) {
   const int left = std::stoi(paused.substr(paused.find(' ')));
   EXPECT_GT(left, 0);
   EXPECT_LE(left, 60'000);
-  Lines all = states(*host);
+  const Lines all = states(*host);
   EXPECT_EQ(std::ranges::count(all, "running"), 0);
   EXPECT_GE(std::ranges::count(all, "launching"), 2);
   writeFile(scene.transcript().path().string() + ".settled", "");
   awaitRunning(*host);
-  all = states(*host);
-  EXPECT_EQ(all.at(all.size() - 2), "launching");
 }
 
 TEST_F(HelperStateTest, KillsOneAfterTheOtherPause) {

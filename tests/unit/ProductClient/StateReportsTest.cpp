@@ -190,6 +190,20 @@ TEST_F(StateReportsTest, CheckOfAClosedServerTellsThat) {
   });
 }
 
+TEST_F(StateReportsTest, CheckThatBeganEarlierDoesNotReopenAClosedServer) {
+  withHost(informationWithHelper(), [&](const Host& host) {
+    writeHelper(installed(host), "1.0");
+    startUp();
+    transport.answer("isAlive:prodeuctVersion:", [&](const RecordingTransport::Sent&) {
+      host.writeDefaults(helperIdentifier, Dictionary{{"QBHPServerClosed", true}});
+      EXPECT_EQ(communicator().restartHelperInThread(), QBHPHelperCommunicate::serverNotOpen);
+      return RPCTransport::Answer{};
+    });
+    EXPECT_EQ(communicator().restartHelperInThread(), noErr);
+    EXPECT_EQ(deliver(), States{HelperClosed()});
+  });
+}
+
 TEST_F(StateReportsTest, InstallationWithoutALaunchEndsInTheStateThatIsFoundOut) {
   withHost(informationWithHelper(), [&](const Host& host) {
     startUp();
