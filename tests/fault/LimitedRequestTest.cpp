@@ -197,11 +197,13 @@ TEST(LimitedRequest, TenThousandThatWaitTakeOneThreadAndEndOnceEach) {
   EXPECT_LE(std::stol(outcome.substr(outcome.rfind('=') + 1)), mostThreads) << outcome;
 }
 
-// The second host sends for the first time: it does not know the owner of the target's name.
+// The second host sends for the first time, and has to ask the bus which process the target is: the
+// post that follows the first request must wait for that.
 TEST(LimitedRequest, RequestsAndPostsOfAThreadAreSentInTheOrderOfTheirCalls) {
   Asking scene;
   constexpr unsigned count = 1000;
-  const auto bundle = scene.makeHostWithoutHelper("Other");
+  const auto bundle =
+      scene.makeHostWithoutHelper("Other", {{"Helper must be installed copy", "1"}});
   for (int round = 0; round < 10; ++round) {
     const auto other = scene.start(bundle);
     EXPECT_EQ(other->call("start-in-turn 10" + scene.event("first:")), "twice=0 0=10");
