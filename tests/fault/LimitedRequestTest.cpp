@@ -197,9 +197,24 @@ TEST(LimitedRequest, TenThousandThatWaitTakeOneThreadAndEndOnceEach) {
   EXPECT_LE(std::stol(outcome.substr(outcome.rfind('=') + 1)), mostThreads) << outcome;
 }
 
+// The second host sends for the first time, and has to ask the bus which process the target is: the
+// post that follows the first request must wait for that.
 TEST(LimitedRequest, RequestsAndPostsOfAThreadAreSentInTheOrderOfTheirCalls) {
   Asking scene;
   constexpr unsigned count = 1000;
+  const auto bundle =
+      scene.makeHostWithoutHelper("Other", {{"Helper must be installed copy", "1"}});
+  for (int round = 0; round < 10; ++round) {
+    const auto other = scene.start(bundle);
+    EXPECT_EQ(other->call("start-in-turn 10" + scene.event("first:")), "twice=0 0=10");
+    other->quit();
+  }
+  unsigned first = 0;
+  scene.transcript().waitForCount("Probe first:", 100);
+  for (const auto& line : scene.transcript().lines()) {
+    if (line.find("Probe first:") == std::string::npos) continue;
+    ASSERT_EQ(wordsOf(line).back(), std::to_string(first++ % 10)) << line;
+  }
   EXPECT_EQ(scene.host->call("start-in-turn " + std::to_string(count) + scene.event("note:"),
                              longPatience),
             "twice=0 0=" + std::to_string(count));
@@ -255,7 +270,7 @@ TEST(LimitedRequest, HundredThousandThatEndInManyWaysLeaveNothing) {
   }
   const auto [completions, memory] = resourcesOf(*scene.host);
   EXPECT_EQ(completions, rounds * perRound);
-  constexpr long mostGrowth = 8 * rounds * perRound;  // less than any allocation for each request
+  constexpr long mostGrowth = 8L * rounds * perRound;  // less than any allocation for each request
   EXPECT_LT(memory - warmMemory, mostGrowth);
   EXPECT_LE(use.descriptors(), warmDescriptors);
   use.expectModest();

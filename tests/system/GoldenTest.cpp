@@ -287,7 +287,7 @@ struct Golden : testing::Test {
   }
 
   void upgradeTheHost() {
-    Sample(scene, {.host = "7.2", .helper = "1.1"});
+    const Sample upgraded(scene, {.host = "7.2", .helper = "1.1"});
     makeSampleFit();
     startHost();
     monitor.waitForLoss(scene.helperID(), ++helpers);
@@ -374,17 +374,15 @@ std::string Golden::describeFiles(const std::string& when) const {
       text += modeText(path) + ' ' + path.string();
       const auto inHelper = path.lexically_relative(sample.installedHelper());
       const auto extension = path.extension();
-      if (!fs::is_regular_file(fs::symlink_status(path))) {
-        text += '\n';
-      } else if (*inHelper.begin() != "..") {
+      const bool isFile = fs::is_regular_file(fs::symlink_status(path));
+      if (isFile && *inHelper.begin() != "..") {
         const bool isCopy = readFile(path) == readFile(resource / inHelper) &&
                             modeOf(path) == modeOf(resource / inHelper);
-        text += isCopy ? ", equal to the host's\n" : ", not the host's\n";
-      } else if (extension == ".plist" || extension == ".strings") {
-        text += '\n' + indented(normal.contents(readFile(path)));
-      } else {
-        text += '\n';
+        text += isCopy ? ", equal to the host's" : ", not the host's";
       }
+      text += '\n';
+      if (isFile && *inHelper.begin() == ".." && (extension == ".plist" || extension == ".strings"))
+        text += indented(normal.contents(readFile(path)));
     }
   }
   return normal(text) + '\n';
