@@ -249,16 +249,25 @@ std::string asked(const Words& words) {
   return std::to_string(status) + ' ' + encoded(result);
 }
 
-// TARGET CLASS METHOD: waits until the target leaves the bus and comes back, and asks it at once.
-std::string nextAnswer(const Words& words) {
+std::unique_ptr<qbdkr::PeerWatch>& returnWatch() {
+  static auto& watch = *new std::unique_ptr<qbdkr::PeerWatch>();
+  return watch;
+}
+
+// TARGET: watches a target that is on the bus, for the next command.
+std::string watchForReturn(const Words& words) {
   using qbdkr::PeerWatch;
-  const Message message(words);
+  returnWatch() = PeerWatch::make(words.at(0));
+  const auto news = returnWatch()->wait(PeerWatch::Clock::now() + qbdkr::test::patience);
+  return news == PeerWatch::News::appeared ? "watched" : "missing";
+}
+
+// TARGET CLASS METHOD: waits until that target has left the bus and is back, and asks it at once.
+std::string askedAtReturn(const Words& words) {
+  using qbdkr::PeerWatch;
   const auto deadline = PeerWatch::Clock::now() + qbdkr::test::patience;
-  const auto watch = PeerWatch::make(message.texts.at(0));
-  auto news = watch->wait(deadline);
-  std::cout << "! watching\n" << std::flush;
-  while (news == PeerWatch::News::appeared) news = watch->wait(deadline);
-  while (news == PeerWatch::News::vanished) news = watch->wait(deadline);
+  auto news = PeerWatch::News::vanished;
+  while (news == PeerWatch::News::vanished) news = returnWatch()->wait(deadline);
   return asked(words);
 }
 
@@ -550,7 +559,8 @@ const std::map<std::string, Command>& commands() {
       {"obstacle",
        [](const Words&) { return qbdkr::RPCTransport::shared().knownObstacle().value_or("none"); }},
       {"burst", burst},
-      {"next-answer", nextAnswer},
+      {"watch-for-return", watchForReturn},
+      {"ask-at-return", askedAtReturn},
       {"flush", flushed},
       {"send-flush-exit",
        [](const Words& words) -> std::string {
