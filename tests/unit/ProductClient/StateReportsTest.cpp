@@ -3,6 +3,7 @@
 
 #include <filesystem>
 #include <optional>
+#include <string>
 #include <utility>
 #include <vector>
 
@@ -176,6 +177,21 @@ TEST_F(StateReportsTest, LaunchedHelperThatCannotBeReachedIsLaunching) {
     reached.reset();
     record();
     threads.runAll();
+    EXPECT_EQ(deliver(), States{HelperLaunching()});
+  });
+}
+
+TEST_F(StateReportsTest, HelperThatRunsAndCannotBeReachedIsLaunching) {
+  const std::string identifier = "com.Example.Helper.P" + std::to_string(getpid());
+  Dictionary info = informationWithHelper();
+  info.set("Helper Bundle indentifiter", identifier);  // no other test's
+  withHost(info, [&](const Host& host) {
+    const RunningApplication helper(installed(host),
+                                    Dictionary{{"CFBundleIdentifier", identifier}});
+    reached.reset();
+    record();
+    threads.runAll();
+    EXPECT_EQ(workspace.opened(), std::vector<std::string>());
     EXPECT_EQ(deliver(), States{HelperLaunching()});
   });
 }
