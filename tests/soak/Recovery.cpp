@@ -85,9 +85,10 @@ class Recovery {
   void measure(Microseconds& times) {
     const pid_t helper = scene_.helperProcess();
     asker_->call("watch-for-return " + scene_.helperID());
+    const auto asking = asker_->begin("ask-at-return " + scene_.helperID() + clientIdentifier);
     const auto begin = Clock::now();
     ::kill(helper, SIGKILL);
-    const auto next = asker_->call("ask-at-return " + scene_.helperID() + clientIdentifier);
+    const auto next = asker_->finish(asking);
     const auto time = Clock::now() - begin;
     if (!next.starts_with("0 ")) throw std::runtime_error("no answer after the return: " + next);
     times.push_back(std::chrono::ceil<std::chrono::microseconds>(time).count());

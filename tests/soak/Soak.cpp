@@ -54,9 +54,10 @@ struct Resource {
   long allowedGrowth;
 };
 // A host remembers the information of up to 256 bundles whose processes it has met, those of the
-// upgrades and of other programs: that much memory may be added after the first quarter.
+// upgrades and of other programs: that much memory may be added after the first quarter. Its share
+// of common pages grows when other programs end.
 constexpr Resource resources[] = {
-    {"share of memory, kB", &ResourceFigures::share, 1024},
+    {"share of memory, kB", &ResourceFigures::share, 2048},
     {"anonymous memory, kB", &ResourceFigures::anonymous, 512},
     {"threads", &ResourceFigures::threads, 0},
     {"descriptors", &ResourceFigures::descriptors, 0},

@@ -36,10 +36,14 @@ constexpr long longestHandOver = 150;
 // The upgrade of a host is about over within this time, in milliseconds, on a quiet machine.
 constexpr int killRange = 60;
 
-// The moments of a round at which processes are killed, counted from the host's start-up on.
+// The moments of a round at which processes are killed, counted from the host's start-up on; of the
+// new helper agent, from its start on.
 struct Plan {
   std::optional<milliseconds> host;
   std::optional<milliseconds> helper;
+  std::optional<milliseconds> newHelper;
+
+  [[nodiscard]] bool kills() const { return host || helper || newHelper; }
 };
 
 class Upgrades {
@@ -126,7 +130,7 @@ class Upgrades {
       newHost_ = start(bundle);
     }
     awaitSettled(version, killed);
-    auto& gaps = plan_.host || plan_.helper ? gapsWithKills_ : gaps_;
+    auto& gaps = plan_.kills() ? gapsWithKills_ : gaps_;
     const auto gap = ledger_.takeLongestGap();
     gaps.push_back(gap.count());
     if (gap > longestGap) fail("none answered for " + std::to_string(gap.count()) + " ms");
@@ -141,8 +145,9 @@ class Upgrades {
 
   Plan makePlan() {
     const auto moment = [this] { return milliseconds(drawn(killRange)); };
+    constexpr int startRange = 10;
     Plan plan;
-    switch (drawn(6)) {
+    switch (drawn(8)) {
       case 0:
         plan.host = moment();
         break;
@@ -152,6 +157,9 @@ class Upgrades {
       case 2:
         plan.host = moment();
         plan.helper = moment();
+        break;
+      case 3:
+        plan.newHelper = milliseconds(drawn(startRange));
         break;
       default:
         break;
@@ -168,20 +176,36 @@ class Upgrades {
     const auto await = [begin](milliseconds moment) {
       rest(std::chrono::ceil<milliseconds>(begin + moment - Clock::now()));
     };
-    const auto killHelper = [&] {
-      await(*plan_.helper);
-      for (const pid_t process : Scene::processesIn(scene_.installDirectory())) {
-        ::kill(process, SIGKILL);
-      }
-    };
     const bool helperIsFirst = plan_.helper && (!plan_.host || *plan_.helper <= *plan_.host);
-    if (helperIsFirst) killHelper();
+    if (plan_.newHelper) {
+      awaitTrue([this, old = ledger_.latest().process] {
+        const auto processes = helperProcesses();
+        return !processes.empty() && processes.back() != old;
+      });
+      rest(*plan_.newHelper);
+      killHelper();
+    }
+    if (helperIsFirst) {
+      await(*plan_.helper);
+      killHelper();
+    }
     if (plan_.host) {
       await(*plan_.host);
       newHost_->process().kill();
     }
-    if (plan_.helper && !helperIsFirst) killHelper();
+    if (plan_.helper && !helperIsFirst) {
+      await(*plan_.helper);
+      killHelper();
+    }
     return Clock::now();
+  }
+
+  void killHelper() const {
+    for (const pid_t process : helperProcesses()) ::kill(process, SIGKILL);
+  }
+
+  [[nodiscard]] std::vector<pid_t> helperProcesses() const {
+    return Scene::processesIn(scene_.installDirectory());
   }
 
   // Notes which copy a killed host has left. It may have left unfinished work beside it, too.
@@ -215,8 +239,7 @@ class Upgrades {
     const bool isWanted =
         version.empty() || (latest.version == version && scene_.stagingLeftovers().empty());
     return latest.time > since && isWanted && latest.version == installedVersion() &&
-           Scene::processesIn(scene_.installDirectory()) == std::vector{latest.process} &&
-           isInstalled(latest.process);
+           helperProcesses() == std::vector{latest.process} && isInstalled(latest.process);
   }
 
   template <class Condition>
@@ -246,7 +269,7 @@ class Upgrades {
     std::string text = "round " + std::to_string(round_) + ": " + what + "; installed " +
                        installedVersion() + ", answered by " + ledger_.latest().version +
                        ", processes";
-    for (const pid_t process : Scene::processesIn(scene_.installDirectory())) {
+    for (const pid_t process : helperProcesses()) {
       text += ' ' + std::to_string(process) + (isInstalled(process) ? "" : " (replaced)");
     }
     for (const auto& name : scene_.stagingLeftovers()) text += ", " + name;
