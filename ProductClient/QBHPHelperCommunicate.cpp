@@ -83,7 +83,7 @@ struct QBHPHelperCommunicate::Parts {
         exit(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
         installer(host, system, *states, [this] { exit.end(); }),
         launcher(host, system,
-                 {[this] { installer.install(); }, [this] { reports.launching(); },
+                 {[this] { installer.install(); }, [this] { states->tell(HelperLaunching()); },
                   [this] { return supervisor != nullptr && installer.repair(); }}),
         checks([this] { check(); }, system.startThread),
         autoStart([this] { start(); }),
@@ -95,7 +95,7 @@ struct QBHPHelperCommunicate::Parts {
   }
 
   void check() {
-    const OSErr status = isLost.exchange(false) ? recover() : communicator.restartHelperInThread();
+    const OSErr status = restart(isLost.exchange(false));
     if (communicator.isHelperSeverNotOpen(status)) return;
     tellSupervisor(status == noErr);
     if (supervisor != nullptr) endReplaced();
@@ -121,9 +121,15 @@ struct QBHPHelperCommunicate::Parts {
     }
   }
 
-  // The bus has told that it is not there: does not ask first.
-  OSErr recover() const {
-    if (!communicator.getDefaultHelperServerOpen()) return serverNotOpen;
+  // Does the work of restartHelperInThread(). Does not ask a helper agent first that is known to be
+  // lost.
+  OSErr restart(bool isKnownToBeLost) {
+    const auto begin = states->moment();
+    if (!communicator.getDefaultHelperServerOpen()) {
+      states->tell(HelperClosed());
+      return serverNotOpen;
+    }
+    if (!isKnownToBeLost && checkAlive(begin) == noErr) return noErr;
     return communicator.launchHelepr() ? noErr : launchFailed;
   }
 
@@ -273,15 +279,7 @@ OSErr QBHPHelperCommunicate::autoRestartHelper() {
   return noErr;
 }
 
-OSErr QBHPHelperCommunicate::restartHelperInThread() {
-  const auto begin = parts_->states->moment();
-  if (!getDefaultHelperServerOpen()) {
-    parts_->states->tell(HelperClosed());
-    return serverNotOpen;
-  }
-  if (parts_->checkAlive(begin) == noErr) return noErr;
-  return launchHelepr() ? noErr : launchFailed;
-}
+OSErr QBHPHelperCommunicate::restartHelperInThread() { return parts_->restart(false); }
 
 bool QBHPHelperCommunicate::getDefaultHelperServerOpen() {
   const auto identifier = parts_->host.helperIdentifier();

@@ -27,17 +27,6 @@ void StateReports::setHandler(HelperStateHandler handler) {
   });
 }
 
-void StateReports::launching() noexcept {
-  dropExceptions([this] {
-    const auto pauseEnd = states_.areWanted() ? sources_.pausedUntil() : std::nullopt;
-    if (pauseEnd) {
-      states_.tell(HelperPaused{*pauseEnd});
-    } else {
-      states_.tell(HelperLaunching());
-    }
-  });
-}
-
 void StateReports::answered(OSErr status, HelperStates::Moment before) noexcept {
   if (status == noErr) return find(before, [](HelperStates::Moment) {});
   if (status == procNotFound) states_.tellLossUnlessOutdated(before);

@@ -41,8 +41,6 @@ class StateReports {
   // from now on an unknown state is found out.
   void endStartUp() { isStartingUp_ = false; }
 
-  // The helper agent is about to be opened.
-  void launching() noexcept;
   // A check ended with this status, and began after that moment. Blocks likewise if that is news.
   void answered(OSErr status, HelperStates::Moment before) noexcept;
   // A launch has failed. Blocks for the bus and files.

@@ -1,13 +1,16 @@
 #pragma once
 
+// Comes first: clang's modules cannot import it after headers of GCC's C++ library.
+// clang-format off
+#include <ClientComm/TextValue.h>
+// clang-format on
+
 #include <sys/types.h>
 
 #include <chrono>
 #include <cstdint>
 #include <functional>
 #include <variant>
-
-#include <ClientComm/TextValue.h>
 
 namespace qbdkr {
 

@@ -58,6 +58,7 @@ void RecordingWorkspace::clear() {
   awaited_.clear();
   onWaitForEnd = [](const std::string&) {};
   answer = [](const std::string&) { return true; };
+  startsProcesses = true;
 }
 
 FileLock WatchedLocks::acquire(const std::string& path, std::chrono::milliseconds time) {
@@ -110,7 +111,7 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   SystemCalls system;
   system.startThread = threads.starter();
   system.open = [this](const std::string& path, const std::function<void()>& onStart) {
-    onStart();
+    if (workspace.startsProcesses) onStart();
     return workspace.open(path);
   };
   system.waitForEnd = [this](Text, const std::string& path, std::chrono::milliseconds time) {

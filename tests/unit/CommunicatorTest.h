@@ -35,6 +35,8 @@ class RecordingWorkspace {
   // Called instead of opening an application.
   std::function<bool(const std::string& path)> answer = [](const std::string&) { return true; };
   [[nodiscard]] std::vector<std::string> opened() const;
+  // False if the applications run already.
+  bool startsProcesses = true;
 
   // Records the wait for an application's end, and returns at once.
   bool waitForEnd(const std::string& path, std::chrono::milliseconds time);
