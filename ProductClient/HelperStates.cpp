@@ -1,5 +1,6 @@
 #include "ProductClient/HelperStates.h"
 
+#include <exception>
 #include <mutex>
 #include <utility>
 
@@ -106,8 +107,8 @@ bool HelperStates::mayBeLost() const { return !latest_ || is<HelperRunning>(late
 void HelperStates::add(const HelperState& state) {
   const bool isProgress = std::holds_alternative<HelperInstalling>(state);
   if (isInstalling_ && !isProgress && !std::holds_alternative<HelperReplaced>(state)) return;
-  ++moment_;
   if (latest_ == state) return;
+  ++moment_;
   latest_ = state;
   if (!handler_) return;
   if (isProgress && !waiting_.empty() &&
@@ -130,10 +131,9 @@ void HelperStates::wakeMainLoop() {
     RunLoop::main().perform([states = weak_from_this()] {
       if (const auto present = states.lock()) present->deliver();
     });
-  } catch (...) {
+  } catch (const std::exception&) {  // of memory or descriptors: the next task makes up for it
     const std::lock_guard lock(mutex_);
     --wakeUps_;
-    throw;
   }
 }
 
@@ -148,6 +148,7 @@ void HelperStates::deliver() {
     state = std::move(waiting_.front());
     waiting_.pop_front();
   }
+  wakeMainLoop();  // in case that failed before
   (*handler)(*state);
 }
 

@@ -11,7 +11,7 @@
 namespace qbdkr {
 
 // Tells the progress of one installation, from the construction to the destruction, on one thread.
-// Every call but the constructor may walk through the resource, once, for its size.
+// Every call but the constructor may walk through the resource for its size, until that is known.
 class InstallationProgress {
  public:
   using Clock = std::chrono::steady_clock;

@@ -138,7 +138,8 @@ struct QBHPHelperCommunicate::Parts {
   void requestRecovery() {
     if (isStartingUp) {
       isLostAtStartUp = true;
-      return;
+      // The start-up may have ended in between, without seeing that.
+      if (isStartingUp || !isLostAtStartUp.exchange(false)) return;
     }
     isHelperAlive = false;
     isLost = true;
@@ -167,7 +168,9 @@ struct QBHPHelperCommunicate::Parts {
     const auto now = std::chrono::steady_clock::now();
     auto last = lookedForReplaced.load();
     if (now - last < interval || !lookedForReplaced.compare_exchange_strong(last, now)) return;
-    exit.endByForce(WhichProcesses::replaced, [this] { states->tell(HelperReplaced()); });
+    const auto tell = [this] { states->tell(HelperReplaced()); };
+    // Another one may be reached already.
+    if (exit.endByForce(WhichProcesses::replaced, tell)) reports.found();
   }
 
   bool supervise(const Supervision& supervision) {
@@ -350,10 +353,10 @@ bool QBHPHelperCommunicate::launchHelepr() {
     parts_->reports.launchFailed();
     return false;
   }
-  parts_->reports.launched();
   parts_->isServerOpen = getDefaultHelperServerOpen();
-  if (!parts_->isServerOpen) parts_->states->tell(HelperClosed());
   startHelper();
+  parts_->reports.launched();
+  if (!parts_->isServerOpen) parts_->states->tell(HelperClosed());
   return true;
 }
 

@@ -80,8 +80,8 @@ void Supervisor::appeared() {
   appearedAt_ = Clock::now();
   checkAt_.reset();
   repetition_ = {};
+  actions_.found();  // may take long, and must not count as the time of a ping
   startPings();
-  actions_.found();
 }
 
 void Supervisor::startPings() {

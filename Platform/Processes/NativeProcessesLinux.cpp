@@ -84,8 +84,10 @@ std::optional<std::vector<pid_t>> allProcesses() {
   const Directory table(opendir("/proc"));
   if (!table) return std::nullopt;
   std::vector<pid_t> processes;
-  errno = 0;
-  while (const dirent* entry = readdir(table.get())) {
+  for (;;) {
+    errno = 0;
+    const dirent* const entry = readdir(table.get());
+    if (entry == nullptr) break;
     if (const auto id = processID(entry->d_name)) processes.push_back(*id);
   }
   if (errno != 0) return std::nullopt;

@@ -48,8 +48,8 @@ std::optional<std::string> busNameOf(const Bundle& bundle) {
 // Events reach an application through its name on the bus.
 class NamedApplication final : public Reachability {
  public:
-  explicit NamedApplication(const std::optional<std::string>& name) {
-    if (name) owner_.emplace(*name);
+  explicit NamedApplication(std::optional<std::string> name) : name_(std::move(name)) {
+    if (name_) owner_.emplace(*name_);
   }
 
   [[nodiscard]] bool isKnown() const override { return owner_ && owner_->bus() != nullptr; }
@@ -57,13 +57,14 @@ class NamedApplication final : public Reachability {
   [[nodiscard]] bool isThere(Clock::time_point deadline) override {
     if (!owner_) return false;
     owner_->read();
-    while (isKnown() && !owner_->isThere() && Clock::now() < deadline) waitFor({}, deadline);
+    while (isKnown() && !owner_->isAnswered() && Clock::now() < deadline) waitFor({}, deadline);
     return isThere();
   }
 
   // Without a bus only the end of the process can be seen.
   [[nodiscard]] Presence await(const Descriptor& end, Clock::time_point deadline) override {
-    if (!owner_) return Presence::running;
+    if (!name_) return Presence::running;
+    if (!isKnown()) owner_.emplace(*name_);  // the bus may be another one by now
     owner_->read();
     while (!isThere() && !end.isReadable()) {
       if (Clock::now() >= deadline) return Presence::running;
@@ -81,6 +82,7 @@ class NamedApplication final : public Reachability {
     owner_->read();
   }
 
+  const std::optional<std::string> name_;
   std::optional<NameOwner> owner_;
 };
 

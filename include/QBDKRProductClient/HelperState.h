@@ -35,7 +35,8 @@ struct HelperLaunching {
 };
 
 // It can be reached. Told after a launch or a check that found it; under supervision also as soon
-// as it can be reached, whichever host started it. A check that finds another process tells again.
+// as it can be reached, whichever host started it. A check that finds another process tells again
+// if the one before has ended.
 struct HelperRunning {
   String version;       // CFBundleVersion of the installed copy; absent if that has none
   pid_t processID = 0;  // that of the process that requests reach
@@ -51,8 +52,9 @@ struct HelperLost {
 };
 
 // It is not started again before this time, because it keeps ending or cannot be started:
-// launchPausedUntil(). Under supervision also told for one that keeps being lost; a later time may
-// follow. A check after this time starts it: at once under supervision, else within 60 s.
+// launchPausedUntil(). A check after this time starts it: at once under supervision, else within
+// 60 s. Under supervision also told for one that keeps being lost: supervision waits until then,
+// and only a check or a request that comes earlier starts it before. A later time may follow.
 struct HelperPaused {
   std::chrono::steady_clock::time_point until;
 

@@ -67,12 +67,13 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // a later call changes how closely. One thread is made for it. The key "Helper is supervised" in
   // the host's Info.plist does it from the start.
   //
-  // A helper agent that is lost is checked, and so started again, at once; one that is lost five
-  // times within 10 s after 1 s, then after 2 s, up to 60 s. One that runs from replaced files, or
-  // does not answer pings, is asked to exit, and gets SIGTERM after 2 s and SIGKILL after 1.5 s
-  // more; so does one that is replaced by an upgrade. An installed copy that cannot be opened is
-  // replaced by the one among the resources, once per version, and opened again. A server that is
-  // switched off is left alone. False if it cannot be supervised: the host names no helper agent,
+  // A helper agent that is lost is started again at once; one that is lost five times within 10 s
+  // after 1 s, then after 2 s, up to 60 s. One that runs from replaced files, or does not answer
+  // pings, is asked to exit, and gets SIGTERM after 2 s and SIGKILL after 1.5 s more; so does one
+  // that is replaced by an upgrade. An installed copy that cannot be opened is replaced by the one
+  // among the resources unless that is older, once per version, and opened again. On Linux one
+  // check runs when the machine goes on after it was suspended. A server that is switched off is
+  // left alone. False if it cannot be supervised: the host names no helper agent,
   // or the system lacks descriptors or threads. Any thread.
   bool supervise(const Supervision& supervision);
 
@@ -82,7 +83,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // for a busy main run loop, the latest 16 are kept. The handler may call anything, set another
   // one, or run the loop. It is not called any more after a call on the main thread; during one on
   // another thread it may be running. Set it right after the first share() to be told of a first
-  // installation. Any thread.
+  // installation. With a handler, checks, launches and installations also block for the bus, 5 s at
+  // most, to find out the process. Any thread.
   void setHelperStateHandler(HelperStateHandler handler);
 
   // Returns false only if the helper agent's user defaults have a true "QBHPServerClosed"

@@ -61,7 +61,7 @@ TEST(RequestStorm, WhileTheHelperAgentStartsSlowlyCostsLittleAndIsFollowedByAChe
   use.expectModest();
 }
 
-// Five starts, then one each after 1, 2, 4 … s.
+// Five starts, then one each after 1, 2, 4 … s, of which the test sees a few.
 TEST(RequestStorm, WhileTheHelperAgentCrashesStartsItLessAndLessOftenButNeverGivesUp) {
   Scene scene;
   scene.environment()["QBDKR_PROBE_MODE"] = "exit-for-now";
@@ -69,15 +69,15 @@ TEST(RequestStorm, WhileTheHelperAgentCrashesStartsItLessAndLessOftenButNeverGiv
   const ResourceUse use(host->processID());
   host->call("share");
   const auto begin = std::chrono::steady_clock::now();
-  constexpr std::chrono::seconds duration(8);
-  while (std::chrono::steady_clock::now() < begin + duration) {
+  std::size_t crashes = 0;
+  while (crashes < 7 || host->call("is-paused") != "yes") {
+    ASSERT_LT(std::chrono::steady_clock::now(), begin + enough);
     const auto storm = host->begin("guarded 200");
     // A lock that passes on to the next thread during the count is counted twice.
     EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 2U);
+    crashes = scene.transcript().count(" started version");
   }
-  const std::size_t crashes = scene.transcript().count(" started version");
-  EXPECT_EQ(host->call("is-paused"), "yes");
-  EXPECT_GE(crashes, 6U);
+  EXPECT_GE(std::chrono::steady_clock::now() - begin, std::chrono::seconds(3));
   EXPECT_LE(crashes, 9U);
   // A check after the pause launches it successfully.
   writeFile(scene.transcript().path().string() + ".settled", "");

@@ -41,8 +41,9 @@ int NameOwner::onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*
 int NameOwner::onAnswer(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
   int present = 0;
   auto& owner = *static_cast<NameOwner*>(self);
-  // An error of the bus is no owner.
-  owner.isThere_ = sd_bus_message_read(message, "b", &present) > 0 && present != 0;
+  owner.isAnswered_ = true;
+  // An error, as at the end of the connection, says nothing.
+  if (sd_bus_message_read(message, "b", &present) > 0) owner.isThere_ = present != 0;
   return 0;
 }
 

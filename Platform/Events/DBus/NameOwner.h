@@ -20,9 +20,11 @@ class NameOwner {
 
   // Returns the connection; null if there was none, or it has ended.
   [[nodiscard]] sd_bus* bus() const { return bus_.get(); }
-  // Tells whether the name has an owner; absent until the bus has answered. False after the end of
-  // the connection.
+  // Tells whether the name has an owner; absent until the bus has said so. False after the end of
+  // a connection that was asked with success.
   [[nodiscard]] std::optional<bool> isThere() const { return isThere_; }
+  // Tells whether the bus has answered, be it with an error.
+  [[nodiscard]] bool isAnswered() const { return isAnswered_; }
 
   // Reads one message of the bus; false if none has come.
   bool readOne();
@@ -40,6 +42,7 @@ class NameOwner {
 
   UniqueBus bus_;
   std::optional<bool> isThere_;
+  bool isAnswered_ = false;
 };
 
 }  // namespace qbdkr

@@ -197,6 +197,15 @@ TEST_F(HelperStatesTest, OutdatedStateIsNotTold) {
   EXPECT_EQ(deliver(), States{running(9)});
 }
 
+TEST_F(HelperStatesTest, StateThatIsToldTwiceOutdatesNothing) {
+  record();
+  states->tell(HelperLaunching());
+  const auto before = states->moment();
+  states->tell(HelperLaunching());
+  states->tellUnlessOutdated(before, running(7));
+  EXPECT_EQ(deliver(), (States{HelperLaunching(), running(7)}));
+}
+
 // The loss comes between the look at the process and its report, though it is not told itself.
 TEST_F(HelperStatesTest, LossDuringALaunchMakesTheProcessOutdated) {
   record();

@@ -47,14 +47,17 @@ class Supervising : public testing::Test {
     auto made = std::make_unique<ScriptedWatch>();
     watch = made.get();
     supervisor = std::make_unique<Supervisor>(
-        std::move(made),
-        Supervisor::Actions{[this] { ++starts; }, [this] { ++checks; }, [this] { ++ends; },
-                            [this] { return pausedUntil; }, [this] { told.push_back("found"); },
-                            [this] { told.push_back("lost"); },
-                            [this](auto until) {
-                              told.push_back("paused");
-                              toldPause = until;
-                            }});
+        std::move(made), Supervisor::Actions{[this] { ++starts; }, [this] { ++checks; },
+                                             [this] { ++ends; }, [this] { return pausedUntil; },
+                                             [this] {
+                                               pingsWhenFound = watch->pings;
+                                               told.push_back("found");
+                                             },
+                                             [this] { told.push_back("lost"); },
+                                             [this](auto until) {
+                                               told.push_back("paused");
+                                               toldPause = until;
+                                             }});
   }
   void hear(News news) {
     watch->news.push_back(news);
@@ -67,6 +70,7 @@ class Supervising : public testing::Test {
   int starts = 0;
   int checks = 0;
   int ends = 0;
+  int pingsWhenFound = -1;
   std::vector<std::string> told;
   Clock::time_point toldPause;
 };
@@ -223,6 +227,13 @@ TEST_F(Supervising, PingsAHelperThatIsThere) {
   EXPECT_EQ(watch->pings, 0);
   hear(News::appeared);
   EXPECT_GE(watch->pings, 1);
+}
+
+TEST_F(Supervising, PingsAfterItHasToldThatTheHelperIsThere) {
+  supervisor->set({milliseconds(1)});
+  supervisor->turn();
+  hear(News::appeared);
+  EXPECT_EQ(pingsWhenFound, 0);
 }
 
 TEST_F(Supervising, PingsFromTheCallOnIfTheHelperIsThereAlready) {
