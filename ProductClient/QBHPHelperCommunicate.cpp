@@ -353,10 +353,10 @@ bool QBHPHelperCommunicate::launchHelepr() {
     parts_->reports.launchFailed();
     return false;
   }
-  parts_->isServerOpen = getDefaultHelperServerOpen();
-  startHelper();
   parts_->reports.launched();
+  parts_->isServerOpen = getDefaultHelperServerOpen();
   if (!parts_->isServerOpen) parts_->states->tell(HelperClosed());
+  startHelper();
   return true;
 }
 
