@@ -110,7 +110,7 @@ bool HelperInstaller::repair() {
   if (openingLock.isTaken()) return false;
   const auto identifier = configuration_.helperIdentifier();
   if (system_.isRunning(view(identifier), *installed)) {
-    repairedBy_ = 0;  // another host has opened it meanwhile
+    repairedBy_ = 0;  // another host has opened it
     return true;
   }
   return !replacement.exchange();

@@ -27,9 +27,9 @@ class HelperInstaller {
   // Does the work of QBHPHelperCommunicate::extractHelper(), and blocks as that says.
   void install();
 
-  // Replaces the installed copy, which could not be opened, by the one among the resources, unless
-  // that is older, or the helper agent runs by now. Once for each version of that. Returns whether
-  // it can be opened again. Blocks likewise.
+  // Replaces the installed copy, which could not be opened, by the one among the resources, once
+  // for each version of that. Keeps a newer copy, and one from which another host has opened the
+  // helper agent. True if another attempt to open it may succeed. Blocks likewise.
   bool repair();
 
  private:

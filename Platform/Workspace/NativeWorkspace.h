@@ -27,7 +27,7 @@ class Reachability {
   // Begins to watch, without waiting for an answer of the system.
   [[nodiscard]] static std::unique_ptr<Reachability> of(const Bundle& bundle);
 
-  // Tells whether the system knows anything of it: false without an identifier.
+  // Tells whether the system can tell: on Linux not without an identifier or a bus, on macOS never.
   [[nodiscard]] virtual bool isKnown() const = 0;
 
   // Tells whether events reach it now. False if the system does not tell by the deadline.

@@ -64,7 +64,7 @@ class NamedApplication final : public Reachability {
   // Without a bus only the end of the process can be seen.
   [[nodiscard]] Presence await(const Descriptor& end, Clock::time_point deadline) override {
     if (!name_) return Presence::running;
-    if (!isKnown()) owner_.emplace(*name_);  // the bus may be another one by now
+    if (!isKnown()) owner_.emplace(*name_);  // connects again: the bus may be back
     owner_->read();
     while (!isThere() && !end.isReadable()) {
       if (Clock::now() >= deadline) return Presence::running;
