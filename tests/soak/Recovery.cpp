@@ -16,6 +16,7 @@
 #include <vector>
 
 #include "support/LongRun.h"
+#include "support/Patience.h"
 #include "support/ProcessEnd.h"
 #include "support/Scene.h"
 
@@ -77,7 +78,9 @@ class Recovery {
     loop_.emplace((scene_.installedHelper() / "Contents/Linux/HelperProbe").string(),
                   scene_.options().environment);
     scene_.transcript().waitForCount(" started version", 2);
+    const auto deadline = Clock::now() + patience;
     while (!answer().starts_with("0 ")) {
+      if (Clock::now() > deadline) throw std::runtime_error("the bare loop gives no answer");
     }
   }
 
