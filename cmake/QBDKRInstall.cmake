@@ -20,6 +20,7 @@ install(FILES
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfig.cmake
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfigVersion.cmake
     cmake/QBDKRBundle.cmake
+    cmake/QBDKRPropertyList.cmake
   DESTINATION ${package_dir})
 
 if(APPLE)

@@ -40,9 +40,18 @@ run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PAT
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 # The bundles run without the installation. The helper agent also runs from inside the host.
 set(bundles ${WORK}/build/bundles)
-file(RENAME ${prefix} ${WORK}/moved)
 set(isolated ${CMAKE_COMMAND} -E env HOME=${WORK}/home --unset=XDG_CONFIG_HOME
     --unset=DBUS_SESSION_BUS_ADDRESS)
+file(RENAME ${prefix} ${WORK}/moved)
+# The tool runs from an installation that was moved, by a link.
+if(EXISTS ${WORK}/moved/libexec/qbhp.app)
+  run(${isolated} ${WORK}/moved/bin/qbhp versions 1.0b3 1.0 --is older)
+  foreach(file IN ITEMS man/man1/qbhp.1 bash-completion/completions/qbhp)
+    if(NOT EXISTS ${WORK}/moved/share/${file})
+      message(FATAL_ERROR "${file} is not installed")
+    endif()
+  endforeach()
+endif()
 run(${isolated} ${bundles}/Host.app/Contents/Linux/Host)
 check_output()
 run(${isolated} ${bundles}/Host.app/Contents/Resources/Agent.app/Contents/Linux/Agent)
