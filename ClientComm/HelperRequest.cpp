@@ -1,9 +1,10 @@
 #include "ClientComm/HelperRequest.h"
 
+#include <cstddef>
 #include <string_view>
 #include <vector>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPAppleEventSender.h>
 
 #include "ClientComm/OutOfMemory.h"
@@ -24,9 +25,10 @@ std::vector<std::string_view> texts(std::initializer_list<Text> arguments) {
 void logRequest(std::string_view format, Selector method, std::initializer_list<Text> arguments) {
   // If memory runs out here the request is still made; it then fails by itself.
   dropExceptions([&] {
-    std::vector<Text> filled{method.text()};
-    filled.insert(filled.end(), arguments);
-    log(format, filled);
+    constexpr std::size_t product = 2;  // its identifier and version come first
+    std::vector<LogArgument> filled{publicArgument(method.text())};
+    for (const Text& argument : arguments) filled.emplace_back(argument, filled.size() > product);
+    log({LogLevel::notice, LogCategory::request, format, filled});
   });
 }
 

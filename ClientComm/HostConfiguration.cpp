@@ -5,6 +5,7 @@
 
 #include "ClientComm/InfoKeys.h"
 #include "Platform/Files/Files.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -53,6 +54,23 @@ bool HostConfiguration::requiresInstalledHelper() const {
 }
 
 bool HostConfiguration::supervisesHelper() const { return flag(infokey::helperIsSupervised); }
+
+void HostConfiguration::recordKeys() const {
+  for (const std::string_view key :
+       {kCFBundleIdentifierKey, kCFBundleVersionKey, infokey::productID,
+        infokey::helperBundleIdentifier, infokey::heleprAppName, infokey::helperAppName,
+        infokey::helperLoactionPath, infokey::helperLocationPath,
+        infokey::helperMustBeInstalledCopy, infokey::helperIsSupervised}) {
+    if (const auto value = host_.infoString(key)) record(StepKind::keyRead, key, *value);
+  }
+  const auto recordMissing = [](bool isThere, std::string_view key) {
+    if (!isThere) record(StepKind::keyMissing, key);
+  };
+  recordMissing(host_.infoString(kCFBundleIdentifierKey).has_value(), kCFBundleIdentifierKey);
+  recordMissing(helperIdentifier().has_value(), infokey::helperBundleIdentifier);
+  recordMissing(helperName().has_value(), infokey::heleprAppName);
+  recordMissing(installDirectory().has_value(), infokey::helperLoactionPath);
+}
 
 bool HostConfiguration::flag(std::string_view key) const {
   const PropertyList* value = host_.objectForInfoDictionaryKey(key);

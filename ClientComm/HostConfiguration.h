@@ -20,6 +20,8 @@ class QBDKR_EXPORT HostConfiguration {
   [[nodiscard]] String productVersion() const;
 
   [[nodiscard]] String helperIdentifier() const;
+  // Returns the name of the helper agent's bundle, without ".app".
+  [[nodiscard]] String helperName() const;
   // Returns the path of the helper agent's bundle among the host's resources; absent if it is
   // missing. Blocks for the file system.
   [[nodiscard]] String helperResource() const;
@@ -33,8 +35,10 @@ class QBDKR_EXPORT HostConfiguration {
   // Tells whether the helper agent is supervised from the start.
   [[nodiscard]] bool supervisesHelper() const;
 
+  // Adds to the record how each key was read, with its spelling.
+  void recordKeys() const;
+
  private:
-  [[nodiscard]] String helperName() const;
   [[nodiscard]] bool flag(std::string_view key) const;
 
   Bundle host_;

@@ -4,7 +4,9 @@
 #include <ClientComm/Exceptions.h>
 #include <ClientComm/QBHPAppEventBase.h>
 
+#include "ClientComm/RequestRecord.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -46,7 +48,10 @@ String QBHPAppEventBase::performSelector(std::string_view selector, std::span<co
   const auto table = methods();
   const auto found =
       std::ranges::find(table, selector, [](const Method& entry) { return entry.selector.text(); });
-  if (found == table.end()) return std::nullopt;
+  if (found == table.end()) {
+    record(StepKind::methodUnknown, MethodText(className(), selector).text());
+    return std::nullopt;
+  }
   if (objects.size() > found->arity) {
     throw InvalidArgumentException("more arguments than the method takes");
   }

@@ -2,12 +2,14 @@
 
 #include <ClientComm/ClassRegistry.h>
 #include <ClientComm/Exceptions.h>
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPAppleEventProcesser.h>
 
+#include "ClientComm/RequestRecord.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -83,7 +85,8 @@ String QBHPAppleEventProcesser::reflection(Text className, Text method,
                                            std::span<const Text> parameter, Text bundleID) {
   QBHPAppEventBase* object = className ? objectForClass(*className) : nullptr;
   if (object == nullptr) {
-    log("classname is a class but it not find");
+    log(LogLevel::error, LogCategory::report, "classname is a class but it not find", {});
+    record(StepKind::classUnknown, className.value_or(""), bundleID.value_or(""));
     return std::nullopt;
   }
   try {
@@ -91,6 +94,8 @@ String QBHPAppleEventProcesser::reflection(Text className, Text method,
     object->setBundleID(bundleID);
     return method ? object->performSelector(*method, parameter) : std::nullopt;
   } catch (...) {  // the sender gets no result
+    record(bundleID ? StepKind::methodFailed : StepKind::senderRefused,
+           MethodText(*className, method.value_or("")).text(), bundleID.value_or(""));
     return std::nullopt;
   }
 }

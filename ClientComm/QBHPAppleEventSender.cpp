@@ -8,6 +8,8 @@
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
 #include "ClientComm/RequestContent.h"
+#include "ClientComm/RequestRecord.h"
+#include "ClientComm/WaitingRequests.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
 #include "Platform/Events/RPCTransport.h"
@@ -57,20 +59,25 @@ AppleEvent QBHPAppleEventSender::createEvnet(Text bundleID, Text className, Text
 
 OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
                                       Arguments args) {
-  return paramErrWithoutMemory([&] {
+  const OSErr status = paramErrWithoutMemory([&] {
     return RPCTransport::shared().post(target(bundleID), rpcEvent(className, selectName, args));
   });
+  recordPost(status, bundleID, className, selectName);
+  return status;
 }
 
 OSErr QBHPAppleEventSender::sendEvnet(Text bundleID, Text className, Text selectName,
                                       Arguments args, String& result) {
   result.reset();
-  return paramErrWithoutMemory([&] {
+  const WaitingRequest waiting(bundleID, className, selectName);
+  const OSErr status = paramErrWithoutMemory([&] {
     auto answer =
         RPCTransport::shared().ask(target(bundleID), rpcEvent(className, selectName, args));
     result = answeredText(std::move(answer.result));
     return answer.status;
   });
+  recordAnswer(status, result.has_value(), bundleID, className, selectName);
+  return status;
 }
 
 OSErr QBHPAppleEventSender::sendEvnet(Text className, Text selectName, Arguments args) {

@@ -2,12 +2,13 @@
 #include <optional>
 
 #include <ClientComm/Bundle.h>
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPAppleEventProcesser.h>
 #include <ClientComm/QBHPHelperControl.h>
 
 #include "ClientComm/HelperRequest.h"
 #include "ClientComm/InfoKeys.h"
+#include "ClientComm/RequestRecord.h"
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Base/NeverDestroyed.h"
 
@@ -42,7 +43,7 @@ QBHPHelperControlCallBackDelegate* QBHPHelperControl::helperCtrlDelegate() const
 }
 
 OSErr QBHPHelperControl::start(Text productID, Text prodeuctVersion) {
-  log("QBDKRProductClient''QBHPHelperControl");
+  log(LogCategory::request, "QBDKRProductClient''QBHPHelperControl");
   return postRequest(*this, kStart, {productID, prodeuctVersion}, logFormat);
 }
 
@@ -67,18 +68,27 @@ OSErr QBHPHelperControl::exitHelper(Text productID, Text productVersion) {
 }
 
 OSErr QBHPHelperControl::helperExitNotify(Text text) {
-  log("%@ %@", {kHelperExitNotify.text(), text});
-  if (auto* delegate = dynamic_cast<QBHPWillHelperExitDelegate*>(helperCtrlDelegate())) {
-    delegate->willHelperExit();
+  log(LogCategory::report, "%@ %@",
+      {publicArgument(kHelperExitNotify.text()), privateArgument(text)});
+  auto* delegate = dynamic_cast<QBHPWillHelperExitDelegate*>(helperCtrlDelegate());
+  if (delegate == nullptr) {
+    recordNotTaken(*this, kHelperExitNotify);
+    return noErr;
   }
+  delegate->willHelperExit();
   return noErr;
 }
 
 OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text errorCode,
                                                  Text errorMessage) {
-  log("%@ %@ %@ %@ %@", {kCheckServerOpenCallBack.text(), text, open, errorCode, errorMessage});
+  log(LogCategory::report, "%@ %@ %@ %@ %@",
+      {publicArgument(kCheckServerOpenCallBack.text()), privateArgument(text),
+       privateArgument(open), privateArgument(errorCode), privateArgument(errorMessage)});
   auto* delegate = dynamic_cast<QBHPDidCheckServerOpenDelegate*>(helperCtrlDelegate());
-  if (delegate == nullptr) return noErr;
+  if (delegate == nullptr) {
+    recordNotTaken(*this, kCheckServerOpenCallBack);
+    return noErr;
+  }
   const auto error = QBHPHelperError::reported(errorCode, errorMessage);
   delegate->didCheckServerOpen(boolValue(open.value_or(std::string_view())),
                                error ? &*error : nullptr);

@@ -1,10 +1,11 @@
 #include <array>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPAppleEventProcesser.h>
 #include <ClientComm/QBHPUpgradeByHelper.h>
 
 #include "ClientComm/HelperRequest.h"
+#include "ClientComm/RequestRecord.h"
 #include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
@@ -47,15 +48,20 @@ OSErr QBHPUpgradeByHelper::productUpgrade(Text productID, Text versionID) {
 
 OSErr QBHPUpgradeByHelper::productUpgradeCallBack(Text first, Text second, Text errorCode,
                                                   Text errorMessage) {
-  logRequest("%@ %@ %@ %@ %@", kProductUpgradeCallBack, {first, second, errorCode, errorMessage});
+  log(LogCategory::report, "%@ %@ %@ %@ %@",
+      {publicArgument(kProductUpgradeCallBack.text()), privateArgument(first),
+       privateArgument(second), privateArgument(errorCode), privateArgument(errorMessage)});
   if (!isUpgradeQueryResopned_) {
-    log("last query not responsed yet!");
+    log(LogCategory::report, "last query not responsed yet!");
     // The earlier question stays open: the host may be answering it on another thread right now.
     return answer("", "", "ignore");
   }
   auto* delegate = dynamic_cast<QBHPProductWillUpgradeDelegate*>(productUpgradeDelegate());
   // Without such a delegate no answer will come, so the question does not count as open.
-  if (delegate == nullptr) return noErr;
+  if (delegate == nullptr) {
+    recordNotTaken(*this, kProductUpgradeCallBack);
+    return noErr;
+  }
   const auto error = QBHPHelperError::reported(errorCode, errorMessage);
   isUpgradeQueryResopned_ = false;
   delegate->productWillUpgrade(error ? &*error : nullptr);

@@ -1,6 +1,6 @@
 #include <string>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPUploadByHelper.h>
 
 #include "ClientComm/HelperRequest.h"
@@ -69,7 +69,7 @@ String QBHPUploadByHelper::productCollectStatus(Text productID, Text version) {
 
 String QBHPUploadByHelper::regSuiteInfo(Text productID, Text version) {
   auto reply = askRequest(*this, kRegSuiteInfo, {productID, version});
-  log("replay = %@", {view(reply)});
+  log(LogCategory::request, "replay = %@", {privateArgument(view(reply))});
   return reply;
 }
 

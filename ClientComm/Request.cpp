@@ -6,24 +6,33 @@
 
 #include "ClientComm/OutOfMemory.h"
 #include "ClientComm/RequestContent.h"
+#include "ClientComm/RequestRecord.h"
+#include "ClientComm/WaitingRequests.h"
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr {
 namespace {
 
-Answer<String> textOf(RPCTransport::Answer answer) {
-  return {answer.status, answeredText(std::move(answer.result))};
+// Reads an answer, and records one that failed or says nothing.
+Answer<String> textOf(RPCTransport::Answer answer, const RequestContent& request) {
+  auto text = answeredText(std::move(answer.result));
+  recordAnswer(answer.status, text.has_value(), request.target.bundleID,
+               view(request.event.className), view(request.event.methodName));
+  return {answer.status, std::move(text)};
 }
 
 // One completion, and the place where it is to be called.
 class Delivery {
  public:
-  Delivery(Completion<String> completion, Executor executor)
-      : completion_(std::move(completion)), executor_(std::move(executor)) {}
+  Delivery(std::shared_ptr<const RequestContent> request, Completion<String> completion,
+           Executor executor)
+      : request_(std::move(request)),
+        completion_(std::move(completion)),
+        executor_(std::move(executor)) {}
 
   static void deliver(const std::shared_ptr<Delivery>& self, RPCTransport::Answer answer) {
-    self->answer_ = textOf(std::move(answer));
+    self->answer_ = textOf(std::move(answer), *self->request_);
     self->executor_([self] {
       // Destroys here, where its owner expects that, all that the completion holds.
       const auto completion = std::move(self->completion_);
@@ -32,6 +41,7 @@ class Delivery {
   }
 
  private:
+  const std::shared_ptr<const RequestContent> request_;
   Completion<String> completion_;
   const Executor executor_;
   Answer<String> answer_;
@@ -46,17 +56,20 @@ Executor onMainRunLoop() {
 Answer<String> TextRequest::wait(const RequestLimits& limits) const {
   return withoutMemory(Answer<String>{paramErr, {}}, [&] {
     auto& transport = RPCTransport::shared();
+    const WaitingRequest waiting(view(content_->target.bundleID), view(content_->event.className),
+                                 view(content_->event.methodName));
     const bool isLimited =
         limits.cancellation || limits.deadline != RequestLimits::Clock::time_point::max();
     return textOf(isLimited ? transport.askWithin(limits, content_->target, content_->event)
-                            : transport.ask(content_->target, content_->event));
+                            : transport.ask(content_->target, content_->event),
+                  *content_);
   });
 }
 
 void TextRequest::start(const RequestLimits& limits, Completion<String> completion,
                         const Executor& executor) const {
-  const auto delivery =
-      std::make_shared<Delivery>(std::move(completion), executor ? executor : onMainRunLoop());
+  const auto delivery = std::make_shared<Delivery>(content_, std::move(completion),
+                                                   executor ? executor : onMainRunLoop());
   const auto deliver = [delivery](RPCTransport::Answer answer) {
     Delivery::deliver(delivery, std::move(answer));
   };

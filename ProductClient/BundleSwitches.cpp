@@ -4,7 +4,7 @@
 #include <utility>
 #include <vector>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 
 #include "ClientComm/SwitchFile.h"
 #include "Platform/Files/Files.h"
@@ -39,7 +39,7 @@ String BundleSwitches::stringsFile(Text bundlePath) const {
   const std::string resources = appendPathComponent(path, "Contents/Resources");
   const auto bundle = fileExists(resources) ? Bundle::withPath(path) : std::nullopt;
   const String localizations = bundle ? String(listed(bundle->localizations())) : std::nullopt;
-  log("%@", {view(localizations)});
+  log(LogCategory::settings, "%@", {publicArgument(view(localizations))});
   const auto languages = host_.preferredLocalizations();
   if (!bundle || languages.empty()) return std::nullopt;
   const std::string folder = appendPathComponent(resources, languages.front() + ".lproj");

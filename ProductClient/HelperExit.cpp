@@ -5,6 +5,8 @@
 #include <chrono>
 #include <utility>
 
+#include "Platform/Record/Record.h"
+
 namespace qbdkr {
 namespace {
 
@@ -35,6 +37,9 @@ bool HelperExit::endByForce(WhichProcesses which, const std::function<void()>& o
   if (!installed) return false;
   const auto processes = HeldProcess::ofApplication(*installed, which);
   if (processes.empty()) return false;
+  record(StepKind::helperEnded, *installed,
+         which == WhichProcesses::replaced ? "its files were replaced"
+                                           : "it does not answer, or gives way to an upgrade");
   onFound();
   ask_();
   if (HeldProcess::waitForEnd(processes, exitPatienceBeforeForce)) return true;

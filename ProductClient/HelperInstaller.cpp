@@ -5,12 +5,13 @@
 #include <utility>
 
 #include <ClientComm/Bundle.h>
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPVersion.h>
 
 #include "Platform/Files/FileError.h"
 #include "Platform/Files/FileTree.h"
 #include "Platform/Files/Files.h"
+#include "Platform/Record/Record.h"
 #include "ProductClient/InstallationProgress.h"
 
 namespace qbdkr {
@@ -27,6 +28,14 @@ std::string describeBelow(const std::string& item, const FileError& error) {
   return error.path == item ? error.message : error.message + ": " + error.path;
 }
 
+std::string versionText(const String& version) {
+  return version ? '"' + *version + '"' : "no version";
+}
+
+void recordFailure(const FileError& error) {
+  record(StepKind::deploymentFailed, error.number, error.path, error.message);
+}
+
 }  // namespace
 
 HelperInstaller::HelperInstaller(HostConfiguration configuration, SystemCalls system,
@@ -40,6 +49,7 @@ void HelperInstaller::install() {
   const auto directory = configuration_.installDirectory();
   if (directory && !fileExists(*directory)) createDirectory(*directory);
   const auto resource = configuration_.helperResource();
+  if (!resource) recordMissingResource();
   if (!resource || !directory) return;
   const auto lock = system_.lock(*directory, deploymentPatience);
   if (lock.isTaken()) {
@@ -59,6 +69,7 @@ void HelperInstaller::copy(const std::string& resource, const std::string& insta
   }
   progress.complete();
   loggedFailure_ = 0;
+  record(StepKind::helperInstalled, installed, versionText(versionOfBundle(installed)));
 }
 
 // Copies first, while the older one is in use: a copy that cannot be made costs nothing.
@@ -66,7 +77,10 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
   const auto version = versionOfBundle(resource);
   const auto installedVersion = versionOfBundle(installed);
   if (compareVersion(view(version), view(installedVersion)) != 1) {
-    return log("helper in conetent's version is lower");
+    record(StepKind::helperKept, installed,
+           versionText(installedVersion) + " is installed, " + versionText(version) +
+               " is among the resources");
+    return log(LogCategory::deployment, "helper in conetent's version is lower");
   }
   ItemReplacement replacement;
   std::optional<InstallationProgress> progress;
@@ -83,10 +97,12 @@ void HelperInstaller::replaceIfOlder(const std::string& resource, const std::str
   if (lock.isTaken()) return logFailedCopy({installed, "another process has kept its lock"});
   endRunning_();
   if (!failure) failure = replacement.exchange();
-  if (failure) return log("remove %@ error %@", {installed, describeBelow(installed, *failure)});
+  if (failure) return logFailedRemoval(installed, *failure);
   states_.tell(HelperReplaced());
   loggedFailure_ = 0;
-  log("helper version = %@", {view(version)});
+  record(StepKind::helperUpgraded, installed,
+         versionText(installedVersion) + " by " + versionText(version));
+  log(LogCategory::deployment, "helper version = %@", {publicArgument(view(version))});
 }
 
 bool HelperInstaller::repair() {
@@ -113,13 +129,30 @@ bool HelperInstaller::repair() {
     repairedBy_ = 0;  // another host has opened it
     return true;
   }
-  return !replacement.exchange();
+  if (const auto failure = replacement.exchange()) {
+    recordFailure(*failure);
+    return false;
+  }
+  record(StepKind::helperRepaired, *installed, versionText(resourceVersion));
+  return true;
+}
+
+void HelperInstaller::recordMissingResource() const {
+  record(StepKind::helperResourceMissing, configuration_.helperName().value_or("") + ".app");
 }
 
 void HelperInstaller::logFailedCopy(const FileError& error) {
+  recordFailure(error);
   const std::size_t failure = std::hash<std::string>{}(error.path + '\n' + error.message);
   if (loggedFailure_.exchange(failure) == failure) return;
-  log("copy %@ error %@", {error.path, error.message});
+  log(LogLevel::error, LogCategory::deployment, "copy %@ error %@",
+      {privateArgument(error.path), publicArgument(error.message)});
+}
+
+void HelperInstaller::logFailedRemoval(const std::string& installed, const FileError& error) {
+  recordFailure(error);
+  log(LogLevel::error, LogCategory::deployment, "remove %@ error %@",
+      {privateArgument(installed), privateArgument(describeBelow(installed, error))});
 }
 
 String versionOfBundle(const std::string& path) {

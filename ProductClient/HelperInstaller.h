@@ -35,7 +35,9 @@ class HelperInstaller {
  private:
   void copy(const std::string& resource, const std::string& installed);
   void replaceIfOlder(const std::string& resource, const std::string& installed);
+  void recordMissingResource() const;
   void logFailedCopy(const FileError& error);
+  static void logFailedRemoval(const std::string& installed, const FileError& error);
 
   HostConfiguration configuration_;
   SystemCalls system_;

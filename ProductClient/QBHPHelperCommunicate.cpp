@@ -7,7 +7,7 @@
 
 #include <ClientComm/ClassRegistry.h>
 #include <ClientComm/Exceptions.h>
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPCustomerServiceByHelepr.h>
 #include <ClientComm/QBHPGetDataByHelper.h>
 #include <ClientComm/UserDefaults.h>
@@ -15,19 +15,25 @@
 
 #include "ClientComm/HostConfiguration.h"
 #include "ClientComm/OutOfMemory.h"
+#include "ClientComm/WaitingRequests.h"
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Files/Files.h"
+#include "Platform/Record/Record.h"
 #include "ProductClient/AutoStart.h"
 #include "ProductClient/BundleSwitches.h"
+#include "ProductClient/CauseFinder.h"
 #include "ProductClient/ClientIdentifier.h"
 #include "ProductClient/HelperExit.h"
 #include "ProductClient/HelperInstaller.h"
 #include "ProductClient/HelperLauncher.h"
 #include "ProductClient/HelperStates.h"
+#include "ProductClient/HostExamination.h"
 #include "ProductClient/LivenessChecks.h"
+#include "ProductClient/MainLoopProbe.h"
 #include "ProductClient/ProductRequests.h"
+#include "ProductClient/RunningHelpers.h"
 #include "ProductClient/StartRecords.h"
 #include "ProductClient/StateReports.h"
 #include "ProductClient/SuiteAnswer.h"
@@ -87,6 +93,7 @@ struct QBHPHelperCommunicate::Parts {
                   [this] { return supervisor != nullptr && installer.repair(); }}),
         checks([this] { check(); }, system.startThread),
         autoStart([this] { start(); }),
+        reachedProcess(system.reachedProcess),
         watchPeer(system.watchPeer) {}
 
   void start() {
@@ -106,7 +113,8 @@ struct QBHPHelperCommunicate::Parts {
     const OSErr status = requests.post(&QBHPHelperControl::isAlive);
     reports.answered(status, begin);
     const bool started = isHelperAlive;
-    log("result %d isHelperAlive %d", {std::to_string(status), started ? "1" : "0"});
+    log(LogCategory::liveness, "result %d isHelperAlive %d",
+        {publicArgument(std::to_string(status)), publicArgument(started ? "1" : "0")});
     if (status == noErr && !started) communicator.startHelper();
     return status;
   }
@@ -189,13 +197,37 @@ struct QBHPHelperCommunicate::Parts {
         Supervisor::Actions{[this] { requestRecovery(); }, [this] { checks.request(); },
                             [this] { exit.endByForce(WhichProcesses::all); },
                             [this] { return communicator.launchPausedUntil(); },
-                            [this] { reports.found(); }, [this] { states->tellLoss(); },
+                            [this] { found(); }, [this] { lost(); },
                             [this](auto until) { states->tell(HelperPaused{until}); }});
     if (!startThread([made = made.get()] { made->run(); })) return false;
     ownSupervisor = std::move(made);
     exit.allowForce();
     supervisor = ownSupervisor.get();
     return true;
+  }
+
+  Diagnosis diagnose() {
+    constexpr std::chrono::milliseconds turnOfMainLoop(250);
+    Diagnosis diagnosis;
+    diagnosis.findings = examineHost(host.host().bundlePath());
+    diagnosis.helpers = runningHelpers(host, reachedProcess);
+    for (const auto& request : WaitingRequest::all()) {
+      diagnosis.waiting.push_back({request.method + " to \"" + request.bundleID + '"', request.time,
+                                   request.isOnMainThread});
+    }
+    diagnosis.steps = recordedSteps();
+    diagnosis.cause = findCause(diagnosis, mainLoop.state(turnOfMainLoop));
+    return diagnosis;
+  }
+
+  // Supervision sees these two.
+  void found() {
+    record(StepKind::helperReached, host.helperIdentifier().value_or(""));
+    reports.found();
+  }
+  void lost() const {
+    record(StepKind::helperLost, host.helperIdentifier().value_or(""));
+    states->tellLoss();
   }
 
   template <class Method, class... Arguments>
@@ -208,7 +240,7 @@ struct QBHPHelperCommunicate::Parts {
   QBHPSuiteInfo askForSuite(Method method) const {
     return withoutMemory(QBHPSuiteInfo::initWithDate(std::nullopt, 0, 0), [&] {
       const auto answer = requests.ask(method);
-      log("regSuiteStr = %@", {view(answer)});
+      log(LogCategory::request, "regSuiteStr = %@", {privateArgument(view(answer))});
       return suiteInfoFrom(view(answer));
     });
   }
@@ -235,6 +267,9 @@ struct QBHPHelperCommunicate::Parts {
   // A request that outlives the communicator stores its answer there.
   const std::shared_ptr<ClientIdentifier> clientID = std::make_shared<ClientIdentifier>();
 
+  MainLoopProbe mainLoop;
+  const std::function<std::optional<pid_t>(const std::string&)> reachedProcess;
+
   mutable ForkSafeMutex mutex;  // guards the making of the supervisor
   const std::function<std::unique_ptr<PeerWatch>(const std::string&)> watchPeer;
   std::unique_ptr<Supervisor> ownSupervisor;
@@ -254,6 +289,7 @@ QBHPHelperCommunicate::QBHPHelperCommunicate()
 QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings,
                                              const SystemCalls& system)
     : parts_(std::make_unique<Parts>(*this, std::move(host), settings, system)) {
+  parts_->host.recordKeys();
   QBHPHelperControl::share().setHelperCtrlDelegate(this);
   synthesizeUserDefault();
   parts_->isStartingUp = true;
@@ -360,6 +396,8 @@ bool QBHPHelperCommunicate::launchHelepr() {
   return true;
 }
 
+Diagnosis QBHPHelperCommunicate::diagnose() const { return parts_->diagnose(); }
+
 std::optional<std::chrono::steady_clock::time_point> QBHPHelperCommunicate::launchPausedUntil()
     const {
   const auto installed = parts_->host.installedHelper();
@@ -392,7 +430,8 @@ void QBHPHelperCommunicate::setCollectDataPID(Text productID) {
 void QBHPHelperCommunicate::initDataCollectionPath(Text base) {
   const auto folder = missingDataFolder(base);
   if (!folder) return;
-  log("%@ DataCollectPath = %@", {kInitDataCollectionPath.text(), *folder});
+  log(LogCategory::settings, "%@ DataCollectPath = %@",
+      {publicArgument(kInitDataCollectionPath.text()), privateArgument(*folder)});
   // Records the path before it makes the folder: once the folder exists, no later call records it.
   parts_->records.recordDataFolder(*folder);
   createDirectory(*folder);
@@ -496,7 +535,7 @@ OSErr QBHPHelperCommunicate::commIncreaseDataCollect(Text target, Text key) {
 
 bool QBHPHelperCommunicate::productCollectStatus() {
   const auto reply = parts_->requests.ask(&QBHPUploadByHelper::productCollectStatus);
-  log("---- result: %@", {view(reply)});
+  log(LogCategory::request, "---- result: %@", {privateArgument(view(reply))});
   return reply == "1";
 }
 

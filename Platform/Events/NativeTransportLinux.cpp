@@ -7,13 +7,14 @@
 #include <string>
 #include <utility>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/BusReceiver.h"
 #include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCTransport.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -83,7 +84,10 @@ class BusTransport final : public RPCTransport {
 
   void logObstacleOnce() {
     if (!sender().foreignProcess() || isObstacleLogged_.exchange(true)) return;
-    if (const auto obstacle = knownObstacle()) log(*obstacle);
+    const auto obstacle = knownObstacle();
+    if (!obstacle) return;
+    record(StepKind::busObstacle, *obstacle);
+    log(LogLevel::error, LogCategory::bus, "%@", {privateArgument(*obstacle)});
   }
 
   BusSender& sender() {

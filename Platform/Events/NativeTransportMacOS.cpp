@@ -11,7 +11,7 @@
 #include <string>
 #include <utility>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 
 #include "Platform/Base/DetachedThread.h"
 #include "Platform/Base/DropExceptions.h"
@@ -202,7 +202,8 @@ class AppleEventTransport final : public RPCTransport {
   void setHandler(Handler handler) override {
     receiver_.handler.set(std::move(handler));
     if (AEInstallEventHandler(kCoreEventClass, kAECall, entryPoint(), &receiver_, 0) != ::noErr) {
-      log("the system does not let this application handle Apple events");
+      log(LogLevel::error, LogCategory::bus,
+          "the system does not let this application handle Apple events", {});
     }
   }
 
@@ -229,7 +230,8 @@ class AppleEventTransport final : public RPCTransport {
     if (!isSendable(event) || target.bundleID.find('\0') != std::string::npos) return paramErr;
     // The system chooses the process that an identifier stands for.
     if (target.directory && !isPlaceLogged_.exchange(true)) {
-      log("on this system the helper agent need not be the installed copy");
+      log(LogLevel::error, LogCategory::bus,
+          "on this system the helper agent need not be the installed copy", {});
     }
     return makeEvent(appleEventOf(target, event), message);
   }

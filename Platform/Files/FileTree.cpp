@@ -35,12 +35,17 @@ std::string stagingPrefix(const fs::path& target) {
   return '.' + target.filename().string() + std::string(stagingSuffix);
 }
 
+std::vector<std::string> stagingsOf(const fs::path& target) {
+  const std::string prefix = stagingPrefix(target);
+  auto names =
+      contentsOfDirectory(target.parent_path().string()).value_or(std::vector<std::string>{});
+  std::erase_if(names, [&](const std::string& name) { return !name.starts_with(prefix); });
+  return names;
+}
+
 void clearAbandonedStaging(const fs::path& target) {
   const std::string directory = target.parent_path();
-  const std::string prefix = stagingPrefix(target);
-  for (const std::string& name :
-       contentsOfDirectory(directory).value_or(std::vector<std::string>{})) {
-    if (!name.starts_with(prefix)) continue;
+  for (const std::string& name : stagingsOf(target)) {
     const std::string path = appendPathComponent(directory, name);
     openToOwner(AT_FDCWD, path, 0);  // a strict umask would keep it from being locked
     const auto lock = FileLock::acquire(path, std::chrono::milliseconds(0));
@@ -244,5 +249,7 @@ std::optional<FileError> ItemReplacement::prepare(const std::string& from, const
 std::optional<FileError> ItemReplacement::exchange() { return copy_->exchange(); }
 
 void clearInterrupted(const std::string& path) { clearAbandonedStaging(path); }
+
+std::vector<std::string> unfinishedWorkOn(const std::string& path) { return stagingsOf(path); }
 
 }  // namespace qbdkr

@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include <ClientComm/Export.h>
 
@@ -75,5 +76,8 @@ class QBDKR_EXPORT ItemReplacement {
 // Removes anything that an interrupted removal or copy of this path left beside it. Leaves work in
 // progress alone.
 QBDKR_EXPORT void clearInterrupted(const std::string& path);
+
+// Returns the names of such leftovers, and of work in progress, in the directory of the path.
+[[nodiscard]] QBDKR_EXPORT std::vector<std::string> unfinishedWorkOn(const std::string& path);
 
 }  // namespace qbdkr

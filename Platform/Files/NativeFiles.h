@@ -6,6 +6,7 @@
 #include <string>
 
 #include "Platform/Files/CopyProgress.h"
+#include "Platform/Files/FileSystem.h"
 
 namespace qbdkr {
 
@@ -53,5 +54,8 @@ inline constexpr mode_t modeBits = 07777;
 // file system cannot: only the write shows whether it has the space.
 enum class Room { setAside, missing, unknown };
 [[nodiscard]] Room setRoomAside(int file, off_t size);
+
+// Does the work of fileSystemOf().
+[[nodiscard]] std::optional<FileSystem> nativeFileSystemOf(const std::string& path);
 
 }  // namespace qbdkr

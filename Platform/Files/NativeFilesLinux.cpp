@@ -1,6 +1,9 @@
 #include <fcntl.h>
+#include <linux/magic.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <sys/vfs.h>
 #include <sys/xattr.h>
 #include <time.h>
 #include <unistd.h>
@@ -155,6 +158,35 @@ bool checkUnchanged(int file, const struct stat& before) {
   return same || failWith(EBUSY);
 }
 
+struct FileSystemType {
+  unsigned long magic = 0;
+  const char* name = "";
+  bool holdsFiles = true;
+};
+
+// Only those that a directory of a user may lie on, and those that a mistake leads to.
+constexpr std::array<FileSystemType, 19> fileSystemTypes{{
+    {EXT4_SUPER_MAGIC, "ext4"},
+    {0x58465342, "xfs"},
+    {BTRFS_SUPER_MAGIC, "btrfs"},
+    {F2FS_SUPER_MAGIC, "f2fs"},
+    {0x2FC12FC1, "zfs"},
+    {OVERLAYFS_SUPER_MAGIC, "overlay"},
+    {TMPFS_MAGIC, "tmpfs"},
+    {RAMFS_MAGIC, "ramfs"},
+    {NFS_SUPER_MAGIC, "nfs"},
+    {CIFS_SUPER_MAGIC, "cifs"},
+    {SMB2_SUPER_MAGIC, "smb2"},
+    {FUSE_SUPER_MAGIC, "fuse"},
+    {ECRYPTFS_SUPER_MAGIC, "ecryptfs"},
+    {MSDOS_SUPER_MAGIC, "vfat"},
+    {EXFAT_SUPER_MAGIC, "exfat"},
+    {PROC_SUPER_MAGIC, "proc", false},
+    {SYSFS_MAGIC, "sysfs", false},
+    {CGROUP2_SUPER_MAGIC, "cgroup2", false},
+    {SQUASHFS_MAGIC, "squashfs"},
+}};
+
 }  // namespace
 
 std::optional<bool> renameExclusively(const std::string& from, const std::string& to) {
@@ -219,6 +251,26 @@ Room setRoomAside(int file, off_t size) {
   } while (result != 0 && errno == EINTR);
   if (result == 0) return Room::setAside;
   return errno == EOPNOTSUPP || errno == ENOSYS ? Room::unknown : Room::missing;
+}
+
+std::optional<FileSystem> nativeFileSystemOf(const std::string& path) {
+  struct statfs kind {};
+  struct statvfs status {};
+  if (::statfs(path.c_str(), &kind) != 0 || ::statvfs(path.c_str(), &status) != 0) {
+    return std::nullopt;
+  }
+  FileSystem fileSystem;
+  const auto magic = static_cast<unsigned long>(kind.f_type) & 0xFFFFFFFFUL;
+  const auto* const type =
+      std::ranges::find(fileSystemTypes, magic, [](const auto& known) { return known.magic; });
+  if (type != fileSystemTypes.end()) {
+    fileSystem.type = type->name;
+    fileSystem.holdsFiles = type->holdsFiles;
+  }
+  fileSystem.isWritable = (status.f_flag & ST_RDONLY) == 0;
+  fileSystem.runsPrograms = (status.f_flag & ST_NOEXEC) == 0;
+  fileSystem.freeSize = static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
+  return fileSystem;
 }
 
 }  // namespace qbdkr

@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <stdio.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -157,6 +158,16 @@ Room setRoomAside(int file, off_t size) {
   } while (result != 0 && errno == EINTR);
   if (result == 0) return Room::setAside;
   return errno == ENOTSUP || errno == EINVAL ? Room::unknown : Room::missing;
+}
+
+// POSIX tells neither the type nor the right to execute.
+std::optional<FileSystem> nativeFileSystemOf(const std::string& path) {
+  struct statvfs status {};
+  if (::statvfs(path.c_str(), &status) != 0) return std::nullopt;
+  FileSystem fileSystem;
+  fileSystem.isWritable = (status.f_flag & ST_RDONLY) == 0;
+  fileSystem.freeSize = static_cast<std::uint64_t>(status.f_bavail) * status.f_frsize;
+  return fileSystem;
 }
 
 }  // namespace qbdkr

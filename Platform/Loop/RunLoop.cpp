@@ -13,6 +13,7 @@
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Loop/MainThread.h"
 #include "Platform/Loop/NativeLoop.h"
 
 namespace qbdkr {
@@ -182,5 +183,7 @@ RunLoop& RunLoop::current() {
 }
 
 NativeLoop& mainNativeLoop() { return mainLoop().native(); }
+
+bool isOnMainThread() { return isMainThread(); }
 
 }  // namespace qbdkr

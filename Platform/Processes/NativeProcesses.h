@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -44,9 +46,21 @@ struct ProcessApplication {
 // bundle.
 [[nodiscard]] std::optional<ProcessApplication> applicationOfProcess(pid_t processID);
 
+// Returns the bytes of memory in which a process resides. Absent if it has ended, or if the system
+// does not tell.
+[[nodiscard]] std::optional<std::uint64_t> residentBytesOf(pid_t processID);
+
 // Returns a descriptor that becomes readable when a process ends. Empty with errno on failure:
 // ESRCH if it has ended.
 [[nodiscard]] Descriptor endOfProcess(pid_t processID);
+
+// Returns the time at which a process was started. Absent if it has ended, or the system does not
+// tell: macOS is not asked.
+[[nodiscard]] std::optional<std::chrono::system_clock::time_point> startOfProcess(pid_t processID);
+
+// Says how the process ended whose end this is: "exit status 1", "signal 11". Empty if the system
+// does not tell: macOS never does, and Linux from version 6.15 on.
+[[nodiscard]] std::string endingOf(const Descriptor& end);
 
 // Sends a signal to a process whose end is watched. Does not hit a later process of the same ID.
 [[nodiscard]] bool signalProcess(pid_t processID, const Descriptor& end, int signal);

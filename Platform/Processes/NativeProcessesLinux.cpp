@@ -1,15 +1,21 @@
 #include <dirent.h>
 #include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <chrono>
 #include <climits>
+#include <cstdint>
 #include <cstring>
+#include <ctime>
 #include <memory>
 #include <optional>
 #include <string>
@@ -31,6 +37,29 @@ using Directory = std::unique_ptr<DIR, CloseDirectory>;
 
 // Processes may start before the caller comes back with a buffer.
 constexpr std::size_t headroom = 16;
+
+// The kernel's information about a process that a descriptor refers to. The C library does not
+// declare it yet.
+struct ProcessInformation {
+  static constexpr std::uint64_t exitStatus = 8;  // of the mask
+
+  std::uint64_t mask = exitStatus;  // asks for a part; tells which are there
+  std::uint64_t group = 0;
+  std::array<std::uint32_t, 11> identities{};
+  std::int32_t status = 0;
+};
+constexpr unsigned long getProcessInformation = _IOWR(0xFF, 11, ProcessInformation);
+static_assert(sizeof(ProcessInformation) == 64);
+
+// Returns the exit status of a process in the form of wait(). Absent with EAGAIN if nothing has
+// taken it yet, or with another errno.
+std::optional<int> exitStatusOf(const Descriptor& end) {
+  ProcessInformation information;
+  if (::ioctl(end.get(), getProcessInformation, &information) != 0) return std::nullopt;
+  if ((information.mask & ProcessInformation::exitStatus) != 0) return information.status;
+  errno = EAGAIN;
+  return std::nullopt;
+}
 
 std::optional<pid_t> processID(std::string_view name) {
   pid_t number = 0;
@@ -116,6 +145,22 @@ std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
   return ProcessApplication{bundle->path, bundle->info};
 }
 
+std::optional<std::uint64_t> residentBytesOf(pid_t processID) {
+  const std::string path = "/proc/" + std::to_string(processID) + "/statm";
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 256> buffer{};
+  const auto size = file ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
+  if (size <= 0) return std::nullopt;
+  // The second number counts the resident pages.
+  const std::string_view text(buffer.data(), static_cast<std::size_t>(size));
+  const auto blank = text.find(' ');
+  if (blank == std::string_view::npos) return std::nullopt;
+  std::uint64_t pages = 0;
+  const auto [end, error] = std::from_chars(&text[blank] + 1, text.data() + text.size(), pages);
+  if (error != std::errc()) return std::nullopt;
+  return pages * static_cast<std::uint64_t>(::sysconf(_SC_PAGESIZE));
+}
+
 bool signalProcess(pid_t /*processID*/, const Descriptor& end, int signal) {
   return syscall(SYS_pidfd_send_signal, end.get(), signal, nullptr, 0) == 0;
 }
@@ -131,6 +176,50 @@ bool runsReplacedFile(pid_t processID) {
 
 Descriptor endOfProcess(pid_t processID) {
   return Descriptor(static_cast<int>(syscall(SYS_pidfd_open, processID, 0)));
+}
+
+// The 22nd field of the line is the time of the start, in ticks since the system's. The second one
+// is the program's name in parentheses, which may contain any character.
+std::optional<std::chrono::system_clock::time_point> startOfProcess(pid_t processID) {
+  constexpr std::size_t longestLine = 4096;
+  const Descriptor file(
+      ::open(("/proc/" + std::to_string(processID) + "/stat").c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, longestLine> buffer{};
+  const ssize_t size = file ? ::read(file.get(), buffer.data(), buffer.size()) : -1;
+  if (size <= 0) return std::nullopt;
+  std::string_view line(buffer.data(), static_cast<std::size_t>(size));
+  line.remove_prefix(std::min(line.rfind(')'), line.size()));
+  constexpr int blanksBefore = 20;
+  for (int i = 0; i < blanksBefore; ++i) {
+    const auto blank = line.find(' ');
+    if (blank == std::string_view::npos) return std::nullopt;
+    line.remove_prefix(blank + 1);
+  }
+  long long ticks = 0;
+  if (std::from_chars(line.data(), line.data() + line.size(), ticks).ec != std::errc()) {
+    return std::nullopt;
+  }
+  timespec sinceBoot{};
+  clock_gettime(CLOCK_BOOTTIME, &sinceBoot);
+  const long long ticksPerSecond = std::max(sysconf(_SC_CLK_TCK), 1L);
+  const auto age = std::chrono::seconds(sinceBoot.tv_sec) +
+                   std::chrono::nanoseconds(sinceBoot.tv_nsec) -
+                   std::chrono::nanoseconds(ticks * (1'000'000'000 / ticksPerSecond));
+  return std::chrono::system_clock::now() -
+         std::chrono::duration_cast<std::chrono::system_clock::duration>(age);
+}
+
+std::string endingOf(const Descriptor& end) {
+  auto status = exitStatusOf(end);
+  if (!status && errno == EAGAIN) {
+    // The system keeps the status from the moment at which the parent of the process has taken it.
+    constexpr int patience = 100;  // milliseconds
+    pollfd taken{end.get(), 0, 0};
+    if (::poll(&taken, 1, patience) > 0) status = exitStatusOf(end);
+  }
+  if (!status) return "";
+  if (WIFSIGNALED(*status)) return "signal " + std::to_string(WTERMSIG(*status));
+  return "exit status " + std::to_string(WEXITSTATUS(*status));
 }
 
 }  // namespace qbdkr

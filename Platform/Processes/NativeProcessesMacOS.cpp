@@ -108,6 +108,8 @@ std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
   return ProcessApplication{std::move(path), std::move(info)};
 }
 
+std::optional<std::uint64_t> residentBytesOf(pid_t /*processID*/) { return std::nullopt; }
+
 bool signalProcess(pid_t processID, const Descriptor& /*end*/, int signal) {
   return ::kill(processID, signal) == 0;
 }
@@ -121,5 +123,11 @@ Descriptor endOfProcess(pid_t processID) {
   if (!queue || ::kevent(queue.get(), &exit, 1, nullptr, 0, nullptr) != 0) return Descriptor();
   return queue;
 }
+
+std::optional<std::chrono::system_clock::time_point> startOfProcess(pid_t /*processID*/) {
+  return std::nullopt;
+}
+
+std::string endingOf(const Descriptor& /*end*/) { return ""; }
 
 }  // namespace qbdkr

@@ -68,6 +68,20 @@ std::optional<std::vector<pid_t>> processesOfApplication(std::string_view bundle
   return processes;
 }
 
+std::optional<std::vector<RunningApplication>> runningApplications() {
+  const auto table = fetchProcessTable();
+  if (!table.records) return std::nullopt;
+  std::vector<RunningApplication> running;
+  for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
+    auto application = applicationOfProcess(process.processID);
+    if (!application) continue;
+    running.push_back({process.processID, process.effectiveUser, std::move(application->bundlePath),
+                       std::move(application->info), residentBytesOf(process.processID),
+                       startOfProcess(process.processID)});
+  }
+  return running;
+}
+
 std::vector<HeldProcess> HeldProcess::ofApplication(const std::string& bundlePath,
                                                     WhichProcesses which) {
   const std::string place = canonicalPath(bundlePath);

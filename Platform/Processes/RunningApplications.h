@@ -3,6 +3,7 @@
 #include <sys/types.h>
 
 #include <chrono>
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -29,8 +30,24 @@ namespace qbdkr {
 // Returns the processes that run an application of that bundle identifier, or that of the bundle at
 // a path, which may have no identifier. Absent if the process table cannot be read. Blocks
 // likewise.
-[[nodiscard]] std::optional<std::vector<pid_t>> processesOfApplication(
+[[nodiscard]] QBDKR_EXPORT std::optional<std::vector<pid_t>> processesOfApplication(
     std::string_view bundleIdentifier, const std::string& bundlePath);
+
+// A process that runs an application.
+struct RunningApplication {
+  pid_t processID;
+  uid_t effectiveUser;
+  std::string bundlePath;
+  std::shared_ptr<const PropertyList::Dictionary> info;  // never null
+  // Absent if the system does not tell.
+  std::optional<std::uint64_t> residentBytes;
+  std::optional<std::chrono::system_clock::time_point> since;
+};
+
+// Returns the processes that run an application, in the order of the process table. Absent if that
+// cannot be read. Of other users' processes only a privileged user learns the application. Blocks
+// likewise.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::vector<RunningApplication>> runningApplications();
 
 // Which processes of an application: all of them, or those whose executable was replaced.
 enum class WhichProcesses { all, replaced };

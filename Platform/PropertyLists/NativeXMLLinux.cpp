@@ -169,6 +169,16 @@ class XMLReader {
     return std::move(result_);
   }
 
+  // Returns the fault at which read() stopped.
+  [[nodiscard]] std::string fault() const {
+    if (!parser_) return "";
+    const auto error = XML_GetErrorCode(parser_.get());
+    if (error == XML_ERROR_NONE && !failed_) return "";
+    const XML_LChar* const text = failed_ ? nullptr : XML_ErrorString(error);
+    return "line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())) + ": " +
+           (text == nullptr ? "not allowed there in a property list" : text);
+  }
+
  private:
   struct Container {
     Element element = Element::array;
@@ -426,6 +436,12 @@ class XMLWriter {
 
 std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds) {
   return XMLReader(bounds).read(utf8);
+}
+
+std::string faultOfXML(std::string_view utf8, const Bounds& bounds) {
+  XMLReader reader(bounds);
+  static_cast<void>(reader.read(utf8));
+  return reader.fault();
 }
 
 std::optional<std::string> writeXML(const PropertyList& list) { return XMLWriter().write(list); }

@@ -40,6 +40,8 @@ std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds)
   return propertyListFrom(list.get(), bounds);
 }
 
+std::string faultOfXML(std::string_view /*utf8*/, const Bounds& /*bounds*/) { return ""; }
+
 std::optional<std::string> writeXML(const PropertyList& list) {
   const CFRef<CFPropertyListRef> value = propertyListFor(list);
   if (!value) return std::nullopt;

@@ -11,6 +11,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <variant>
 
@@ -123,6 +124,31 @@ std::optional<PropertyList> parse(std::string_view bytes, const Bounds& bounds) 
   return isValidUTF8(bytes) ? readXMLOrText(bytes, bounds) : std::nullopt;
 }
 
+// Returns the text of a list that is not binary, as UTF-8.
+std::optional<std::string> textOf(std::string_view bytes) {
+  if (const auto order = takeByteOrder(bytes)) return textFromUTF16(bytes, *order);
+  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
+  return isValidUTF8(bytes) ? std::optional(std::string(bytes)) : std::nullopt;
+}
+
+std::string faultOfUnreadFile(const std::string& path) {
+  struct stat status = {};
+  if (::stat(path.c_str(), &status) != 0) return std::generic_category().message(errno);
+  if (!S_ISREG(status.st_mode)) return "it is not a regular file";
+  if (status.st_size > static_cast<off_t>(maximumBytes)) return "it is larger than 16 MiB";
+  if (::access(path.c_str(), R_OK) != 0) return std::generic_category().message(errno);
+  return "it cannot be read";
+}
+
+std::string faultOfUnparsedBytes(std::string_view bytes) {
+  if (bytes.starts_with("bplist")) return "it is a damaged binary property list";
+  const auto text = textOf(bytes);
+  if (!text) return "it is neither UTF-8 nor UTF-16";
+  if (!looksLikeXML(*text)) return "it is neither XML nor another form of a property list";
+  const std::string fault = faultOfXML(*text, Bounds());
+  return fault.empty() ? "its XML is refused" : fault;
+}
+
 }  // namespace
 
 namespace propertylist {
@@ -155,6 +181,16 @@ std::optional<PropertyList> parsePropertyList(std::string_view bytes) {
 std::optional<PropertyList::Dictionary> readDictionaryFile(const std::string& path) {
   const FileContents contents = contentsOfFile(path, maximumBytes);
   return contents.bytes ? parseDictionary(*contents.bytes, Bounds()) : std::nullopt;
+}
+
+std::optional<std::string> faultOfDictionaryFile(const std::string& path) {
+  const FileContents contents = contentsOfFile(path, maximumBytes);
+  if (!contents.bytes) return faultOfUnreadFile(path);
+  if (contents.bytes->empty()) return "it is empty";
+  const auto list = parsePropertyList(*contents.bytes);
+  if (!list) return faultOfUnparsedBytes(*contents.bytes);
+  if (list->dictionary() == nullptr) return "its outermost value is not a dictionary";
+  return std::nullopt;
 }
 
 }  // namespace qbdkr

@@ -25,6 +25,11 @@ namespace qbdkr {
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> readDictionaryFile(
     const std::string& path);
 
+// Returns why readDictionaryFile() reads no dictionary from a file, for a message, as "line 7:
+// mismatched tag"; absent if it reads one. Blocks for the file. Any thread.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::string> faultOfDictionaryFile(
+    const std::string& path);
+
 // The steps of readDictionaryFile(), for readers with bounds or a cache of their own.
 namespace propertylist {
 

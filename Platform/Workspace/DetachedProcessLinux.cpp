@@ -21,6 +21,7 @@
 #include <systemd/sd-journal.h>
 
 #include "Platform/Base/BlockedSignals.h"
+#include "Platform/Record/Record.h"
 
 // The functions below that bear this mark run in a new process on the memory of this one. Checks
 // that a compiler adds would record there what is not true of this process.
@@ -51,13 +52,14 @@ struct Start {
   char* const* environment = nullptr;
   int input = -1;
   int output = -1;
+  int error = -1;
   Stack parentsStack{};
   Stack applicationsStack{};
 
   // Left by the new processes.
   pid_t processID = -1;
-  int ended = -1;  // becomes readable when the application ends
-  int error = 0;   // an errno value if it is not executed
+  int ended = -1;   // becomes readable when the application ends
+  int failure = 0;  // an errno value if it is not executed
 };
 
 IN_NEW_PROCESS void resetSignals() {
@@ -85,13 +87,13 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
   syscall(SYS_setsid);
   syscall(SYS_dup3, start.input, STDIN_FILENO, 0);
   syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
-  syscall(SYS_dup3, start.output, STDERR_FILENO, 0);
+  syscall(SYS_dup3, start.error, STDERR_FILENO, 0);
   markInheritedDescriptorsCloseOnExec();
   if (syscall(SYS_chdir, "/") == 0) {
     resetSignals();
     syscall(SYS_execve, start.executable, arguments.data(), start.environment);
   }
-  start.error = errno;
+  start.failure = errno;
   return 127;
 }
 
@@ -102,7 +104,7 @@ IN_NEW_PROCESS int becomeParent(void* argument) {
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
   start.processID = cloneUnobserved(becomeApplication, start.applicationsStack.top(), flags,
                                     argument, &start.ended);
-  if (start.processID < 0) start.error = errno;
+  if (start.processID < 0) start.failure = errno;
   return 0;
 }
 
@@ -112,11 +114,14 @@ bool run(Start& start) {
   const auto blocked = BlockedSignals::all();
   constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_FILES;
   const pid_t parent = cloneUnobserved(becomeParent, start.parentsStack.top(), flags, &start);
-  if (parent < 0) return false;
+  if (parent < 0) {
+    start.failure = errno;
+    return false;
+  }
   constexpr int withoutSignal = static_cast<int>(__WCLONE);
   while (waitpid(parent, nullptr, withoutSignal) < 0 && errno == EINTR) {
   }
-  return start.error == 0;
+  return start.failure == 0;
 }
 
 // Finds the variables by which the service manager speaks to this process alone.
@@ -156,30 +161,55 @@ Descriptor aboveStandardOnes(Descriptor descriptor) {
   return Descriptor(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-Descriptor outputForApplication(const std::string& executable) {
+// The descriptors of an application's standard streams.
+struct Streams {
+  Descriptor input;
+  Descriptor output;
+  Descriptor error;
+
+  [[nodiscard]] bool areOpen() const { return input && output && error; }
+};
+
+Descriptor noFile(int access) { return Descriptor(::open("/dev/null", access | O_CLOEXEC)); }
+
+// Both outputs go to the journal. If that is missing they are dropped, but for the standard error
+// of an application whose host is being debugged.
+Streams streamsFor(const std::string& executable) {
   const std::string name(std::string_view(executable).substr(executable.rfind('/') + 1));
   constexpr int notice = 5;
-  Descriptor journal(sd_journal_stream_fd(name.c_str(), notice, 0));
-  if (journal) return journal;
-  return Descriptor(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  Streams streams{noFile(O_RDONLY), Descriptor(sd_journal_stream_fd(name.c_str(), notice, 0)),
+                  Descriptor()};
+  const bool isJournal(streams.output);
+  if (!isJournal) streams.output = noFile(O_RDWR);
+  const int shown = isDebugging() && !isJournal ? STDERR_FILENO : streams.output.get();
+  streams.error = Descriptor(fcntl(shown, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  if (!streams.error) {  // this process has no standard error
+    streams.error = Descriptor(fcntl(streams.output.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+  }
+  streams.input = aboveStandardOnes(std::move(streams.input));
+  streams.output = aboveStandardOnes(std::move(streams.output));
+  return streams;
 }
 
 }  // namespace
 
 std::optional<DetachedProcess> startDetached(const std::string& executable) {
-  const auto input = aboveStandardOnes(Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)));
-  const auto output = aboveStandardOnes(outputForApplication(executable));
-  if (!input || !output) return std::nullopt;
-  auto variables = environmentFor(output);
+  const auto streams = streamsFor(executable);
+  if (!streams.areOpen()) return std::nullopt;
+  auto variables = environmentFor(streams.output);
   const auto environment = pointersTo(variables);
   const auto start = std::make_unique<Start>();
   start->executable = executable.c_str();
   start->environment = environment.data();
-  start->input = input.get();
-  start->output = output.get();
+  start->input = streams.input.get();
+  start->output = streams.output.get();
+  start->error = streams.error.get();
   const bool isExecuted = run(*start);
   DetachedProcess process{start->processID, Descriptor(start->ended)};
-  if (!isExecuted || !process.ended) return std::nullopt;
+  if (!isExecuted || !process.ended) {
+    errno = start->failure;
+    return std::nullopt;
+  }
   return process;
 }
 

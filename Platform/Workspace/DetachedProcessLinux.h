@@ -17,7 +17,8 @@ struct DetachedProcess {
 };
 
 // Starts an executable without arguments, with the root as its working directory, and its output in
-// the journal if that is available. Waits until it is executed. Absent if it cannot be executed.
+// the journal if that is available. Waits until it is executed. Absent with errno if it cannot be
+// executed.
 std::optional<DetachedProcess> startDetached(const std::string& executable);
 
 }  // namespace qbdkr

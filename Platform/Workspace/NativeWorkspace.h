@@ -45,8 +45,8 @@ struct Opening {
 };
 
 // The system's part of openFile(): starts an application that is not running, and waits until it
-// can be reached, 10 s at most. Absent if it cannot be executed. The caller holds the lock of its
-// bundle, if the file system has locks.
+// can be reached, 10 s at most. Absent if it cannot be executed; errno says why. The caller holds
+// the lock of its bundle, if the file system has locks.
 [[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle,
                                                      Reachability& reachability);
 

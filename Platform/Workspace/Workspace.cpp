@@ -2,6 +2,7 @@
 
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <optional>
 #include <utility>
 
@@ -11,6 +12,7 @@
 #include "Platform/Files/FileLock.h"
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Processes/RunningApplications.h"
+#include "Platform/Record/Record.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 #include "Platform/Workspace/OpeningHistory.h"
 #include "Platform/Workspace/Openings.h"
@@ -46,21 +48,54 @@ std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) 
   const auto deadline = Clock::now() + presencePatience;
   for (;;) {
     const auto processes = processesOfApplication(identifier, bundle.bundlePath());
-    if (!processes) return std::nullopt;
+    if (!processes) {
+      record(StepKind::processesUnknown, bundle.bundlePath());
+      return std::nullopt;
+    }
     if (processes->empty()) {
       return history().isRunning(bundle.bundlePath()) || reachability.isThere(deadline);
     }
-    const auto end = endOfProcess(processes->front());
+    const pid_t process = processes->front();
+    const auto end = endOfProcess(process);
     if (!end && errno == ESRCH) continue;
-    if (!end || !reachability.isKnown()) return true;
-    if (reachability.await(end, deadline) != Presence::ended) return true;
+    if (end && reachability.isKnown() && reachability.await(end, deadline) == Presence::ended) {
+      continue;
+    }
+    record(StepKind::helperFoundRunning, process, bundle.bundlePath());
+    return true;
+  }
+}
+
+std::int64_t millisecondsBetween(Clock::time_point begin, Clock::time_point end) {
+  return std::chrono::round<std::chrono::milliseconds>(end - begin).count();
+}
+
+// Records how a start ended; errno says why there is no opening.
+void recordStart(const Bundle& bundle, const std::optional<Opening>& opening,
+                 std::int64_t duration) {
+  const int error = errno;
+  const auto executable = bundle.executablePath();
+  if (!executable) return record(StepKind::programMissing, bundle.bundlePath());
+  if (!opening) return record(StepKind::programRefused, error, *executable);
+  switch (opening->presence) {
+    case Presence::reachable:
+      return record(StepKind::helperCheckedIn, duration, *executable);
+    case Presence::running:
+      return record(StepKind::helperNotCheckedIn, duration, *executable);
+    case Presence::ended:
+      return record(StepKind::helperEndedAtStart, duration, *executable, endingOf(opening->end));
   }
 }
 
 bool start(const Bundle& bundle, Reachability& reachability, const std::function<void()>& onStart) {
-  if (history().pausedUntil(bundle.bundlePath(), Clock::now())) return false;
+  const auto begin = Clock::now();
+  if (const auto pauseEnd = history().pausedUntil(bundle.bundlePath(), begin)) {
+    record(StepKind::launchHeldBack, millisecondsBetween(begin, *pauseEnd), bundle.bundlePath());
+    return false;
+  }
   if (onStart) onStart();
   auto opening = openApplication(bundle, reachability);
+  recordStart(bundle, opening, millisecondsBetween(begin, Clock::now()));
   if (!opening) return false;
   const bool isOpen = opening->presence != Presence::ended;
   history().add(bundle.bundlePath(), std::move(*opening), Clock::now());
@@ -73,11 +108,18 @@ bool start(const Bundle& bundle, Reachability& reachability, const std::function
 bool openAlone(const std::string& bundlePath, const std::function<void()>& onStart) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
-  if (!bundle) return false;
+  if (!bundle) {
+    record(StepKind::programMissing, bundlePath);
+    return false;
+  }
   const auto reachability = Reachability::of(*bundle);
   const auto running = isRunning(*bundle, *reachability);
-  return running.value_or(false) ||
-         (running && !lock.isTaken() && start(*bundle, *reachability, onStart));
+  if (!running || *running) return running.has_value();
+  if (lock.isTaken()) {
+    record(StepKind::launchLocked, bundlePath);
+    return false;
+  }
+  return start(*bundle, *reachability, onStart);
 }
 
 }  // namespace

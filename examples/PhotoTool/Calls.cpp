@@ -31,6 +31,7 @@ std::string told(OSErr status) { return "status " + std::to_string(status); }
 std::string told(bool flag) { return flag ? "yes" : "no"; }
 std::string told(const String& text) { return acme::shown(qbdkr::view(text)); }
 std::string told(const qbdkr::QBHPSuiteInfo& info) { return info.description(); }
+std::string told(const qbdkr::Diagnosis& diagnosis) { return diagnosis.text(); }
 std::string told(const qbdkr::QBHPProductUpgradeCallBackDelegate* delegate) {
   return delegate == nullptr ? "none" : "a delegate";
 }
@@ -154,6 +155,7 @@ constexpr std::array table{
     call<&Communicator::searchPlistFilePath>("searchPlistFilePath", "BUNDLE"),
     call<&Communicator::getVersionByBundlePath>("getVersionByBundlePath", "BUNDLE"),
     call<&Communicator::appPath>("appPath", "DIRECTORY"),
+    call<&Communicator::diagnose>("diagnose"),
     // Further calls of the framework.
     call<&Control::exitHelper>("exitHelper", "PID VERSION"),
     call<&Control::saveEnableADToPlistFile>("saveEnableADToPlistFile"),

@@ -14,6 +14,7 @@
 #include <ClientComm/Request.h>
 #include <ClientComm/Status.h>
 #include <ClientComm/TextValue.h>
+#include <QBDKRProductClient/Diagnosis.h>
 #include <QBDKRProductClient/HelperState.h>
 #include <QBDKRProductClient/Supervision.h>
 
@@ -86,6 +87,13 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // installation. With a handler, checks, launches and installations also block for the bus, 5 s at
   // most, to find out the process. Any thread.
   void setHelperStateHandler(HelperStateHandler handler);
+
+  // Finds out why this host has no helper agent, or what failed last: examines its bundle, the
+  // installed copy, the processes and the bus, and reads the record. Starts nothing but the
+  // system's loader, as a child process that lists libraries, and writes nothing. Blocks for all of
+  // that, a second or two at most: do not call it where a user waits. On the main thread it cannot
+  // tell whether the main run loop runs. Any thread. Throws only std::bad_alloc.
+  [[nodiscard]] Diagnosis diagnose() const;
 
   // Returns false only if the helper agent's user defaults have a true "QBHPServerClosed"
   // (settings).

@@ -502,6 +502,23 @@ const std::map<std::string, Command>& commands() {
          });
          return "done";
        }},
+      {"diagnose",
+       [](const Words&) {
+         const auto cause = communicator().diagnose().cause;
+         return cause ? cause->subject + ": " + cause->text : "none";
+       }},
+      {"helper-agents",
+       [](const Words&) {
+         std::string all;
+         for (const auto& helper : communicator().diagnose().helpers) {
+           const auto age = std::chrono::system_clock::now() -
+                            helper.since.value_or(std::chrono::system_clock::time_point());
+           all += std::to_string(helper.processID) + ' ' + encoded(helper.version) + ' ' +
+                  helper.bundlePath + (helper.isReached ? " reached" : " not reached") +
+                  (age < std::chrono::minutes(1) ? " new;" : " old;");
+         }
+         return all;
+       }},
       {"is-paused",
        [](const Words&) { return yesOrNo(communicator().launchPausedUntil().has_value()); }},
       {"launch", [](const Words&) { return yesOrNo(communicator().launchHelepr()); }},

@@ -3,7 +3,7 @@
 #include <exception>
 #include <utility>
 
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/RunLoop.h>
 
 #include "Platform/Base/DetachedThread.h"
@@ -28,7 +28,8 @@ bool StartedRequests::startWorker() {
   if (!hasWorker_) return false;
   static const AEEventHandlerUPP entry = NewAEEventHandlerUPP(onReply);
   if (AEInstallEventHandler(kCoreEventClass, kAEAnswer, entry, this, 0) != ::noErr) {
-    log("the system does not let this application handle replies to Apple events");
+    log(LogLevel::error, LogCategory::bus,
+        "the system does not let this application handle replies to Apple events", {});
   }
   return true;
 }

@@ -7,7 +7,7 @@
 #include <utility>
 
 #include <ClientComm/Bundle.h>
-#include <ClientComm/Log.h>
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/RunLoop.h>
 
 #include "Platform/Base/DropExceptions.h"
@@ -222,7 +222,10 @@ int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error
   if (error == nullptr) {
     static_cast<BusReceiver*>(self)->retryDelay_ = std::chrono::microseconds(0);
   } else if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
-    dropExceptions([] { log("the bus does not let this application have its name"); });
+    dropExceptions([] {
+      log(LogLevel::error, LogCategory::bus, "the bus does not let this application have its name",
+          {});
+    });
   }
   return 0;
 }

@@ -260,6 +260,24 @@ TEST_F(Application, IsFoundByItsPathOrItsIdentifier) {
   EXPECT_EQ(processesOfApplication("", "/no/such.app")->size(), 0U);
 }
 
+TEST_F(Application, IsListedWithItsBundleItsUserAndItsMemory) {
+  const pid_t processID = process->processID();
+  const auto running = runningApplications();
+  ASSERT_TRUE(running.has_value());
+  const auto found = std::ranges::find(*running, processID, &RunningApplication::processID);
+  ASSERT_NE(found, running->end());
+  EXPECT_EQ(found->bundlePath, path.string());
+  EXPECT_EQ(found->effectiveUser, geteuid());
+  EXPECT_EQ(found->info->text("CFBundleIdentifier"), "com.Acme.Sample");
+  EXPECT_GT(found->residentBytes.value_or(0), std::uint64_t{100} << 10U);
+  EXPECT_LT(found->residentBytes.value_or(0), std::uint64_t{1} << 40U);
+  process->finish();
+  const auto later = runningApplications();
+  ASSERT_TRUE(later.has_value());
+  EXPECT_EQ(std::ranges::find(*later, processID, &RunningApplication::processID), later->end());
+  EXPECT_FALSE(residentBytesOf(processID).has_value());
+}
+
 TEST_F(Application, EndIsAwaited) {
   EXPECT_FALSE(waitForApplicationsEnd("", path, std::chrono::milliseconds(0)));
   test::WatchedThread waiting(

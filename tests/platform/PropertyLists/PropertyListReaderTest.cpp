@@ -130,5 +130,29 @@ TEST(ContentsOfFile, AreNotConclusiveForAFileThatIsNotThere) {
   EXPECT_FALSE(contents.isConclusive);
 }
 
+TEST(FaultOfADictionaryFile, NamesTheLine) {
+  const test::TemporaryDirectory directory;
+  const std::string path = directory.path() / "file";
+  const auto fault = [&path](const std::string& contents) {
+    test::writeFile(path, contents);
+    return faultOfDictionaryFile(path);
+  };
+  EXPECT_EQ(fault("<plist><dict/></plist>"), std::nullopt);
+  EXPECT_EQ(fault("<?xml version=\"1.0\"?>\n<plist>\n<dict></plist>"), "line 3: mismatched tag");
+  EXPECT_EQ(fault("<plist>\n<dict>\n<key>a</key><int>1</int></dict></plist>"),
+            "line 3: not allowed there in a property list");
+  EXPECT_EQ(fault("<plist><array/></plist>"), "its outermost value is not a dictionary");
+  EXPECT_EQ(fault(""), "it is empty");
+  EXPECT_EQ(fault("bplist00"), "it is a damaged binary property list");
+  EXPECT_EQ(fault("\xFF"), "it is neither UTF-8 nor UTF-16");
+  EXPECT_EQ(fault("{ a = "), "it is neither XML nor another form of a property list");
+}
+
+TEST(FaultOfADictionaryFile, NamesTheReasonForWhichItIsNotRead) {
+  const test::TemporaryDirectory directory;
+  EXPECT_EQ(faultOfDictionaryFile(directory.path()), "it is not a regular file");
+  EXPECT_EQ(faultOfDictionaryFile(directory.path() / "none"), "No such file or directory");
+}
+
 }  // namespace
 }  // namespace qbdkr

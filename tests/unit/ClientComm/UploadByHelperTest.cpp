@@ -4,6 +4,7 @@
 #include <string>
 #include <vector>
 
+#include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPSuiteInfo.h>
 #include <ClientComm/QBHPUploadByHelper.h>
 
@@ -129,6 +130,16 @@ TEST_F(UploadByHelper, EmptyArgumentsStayEmptyInTheLogAsWell) {
   EXPECT_EQ(log.lines(),
             Texts{"uploadLog:versionID:email:filePath:title:description:  V   (null)  "});
   EXPECT_EQ(transport.sentEvents().at(0).arguments, (Texts{"", "V", "", "", "", ""}));
+}
+
+TEST_F(UploadByHelper, OnlyMethodAndProductArePublicInTheLog) {
+  std::string line;
+  setLogHandler([&](const LogLine& given) { line = given.redactedText(); });
+  service.uploadLog("1001", "3.1", "ann@example.com", "/home/ann/log", "title", "text");
+  setLogHandler(nullptr);
+  EXPECT_EQ(line,
+            "uploadLog:versionID:email:filePath:title:description: 1001 3.1 <private> <private> "
+            "<private> <private> ");
 }
 
 TEST_F(UploadByHelper, ArgumentsAreNeitherJoinedNorEscaped) {

@@ -481,14 +481,16 @@ TEST_F(Requests, AskingCallsSendWhatTheOldOnesSendAndReadTheAnswerAlike) {
   withUsedHost(hostInformation(), [this](const Host&) {
     transport.answerWith({noErr, "1"});
     const auto limits = RequestLimits::within(aMinute);
-    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, true}));
-    EXPECT_EQ(facade().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, true}));
-    EXPECT_EQ(facade().askNetErrorPagePath().wait(limits), (Answer<String>{noErr, "1"}));
+    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits),
+              (qbdkr::Answer<bool>{noErr, true}));
+    EXPECT_EQ(facade().askProductCollectStatus().wait(limits), (qbdkr::Answer<bool>{noErr, true}));
+    EXPECT_EQ(facade().askNetErrorPagePath().wait(limits), (qbdkr::Answer<String>{noErr, "1"}));
     transport.answerWith({noErr, someReply});
     EXPECT_EQ(facade().askRegSuiteInfo().wait(limits).value.description(),
               "url = U width = 300 height = 200");
     EXPECT_EQ(facade().askUnRegSuiteInfo().wait(limits).value.height(), 200);
-    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits), (Answer<bool>{noErr, false}));
+    EXPECT_EQ(communicator().askProductCollectStatus().wait(limits),
+              (qbdkr::Answer<bool>{noErr, false}));
     transport.reset();
     communicator().productCollectStatus();
     communicator().netErrorPagePath();

@@ -1,0 +1,209 @@
+#include "ProductClient/HostExamination.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <optional>
+#include <string_view>
+#include <system_error>
+#include <utility>
+
+#include <ClientComm/Bundle.h>
+
+#include "ClientComm/HostConfiguration.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Files/TreeSurvey.h"
+#include "Platform/PropertyLists/PropertyListReader.h"
+#include "Platform/Workspace/Program.h"
+#include "ProductClient/Findings.h"
+#include "ProductClient/HelperExamination.h"
+#include "ProductClient/InstallationExamination.h"
+#include "ProductClient/KeyExamination.h"
+#include "ProductClient/PresenceExamination.h"
+
+namespace qbdkr {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::string absolutePath(const std::string& path) {
+  std::error_code error;
+  std::string absolute = fs::absolute(path, error).lexically_normal();
+  if (error) return path;
+  while (absolute.size() > 1 && absolute.ends_with('/')) absolute.pop_back();
+  return absolute;
+}
+
+// Returns the bundle around a path, as around the executable in it.
+std::optional<std::string> bundleAround(std::string path) {
+  for (auto slash = path.rfind('/'); slash != std::string::npos && slash > 0;
+       slash = path.rfind('/')) {
+    path.resize(slash);
+    if (fileExists(appendPathComponent(path, "Contents/Info.plist"))) return path;
+  }
+  return std::nullopt;
+}
+
+class HostExaminer {
+ public:
+  explicit HostExaminer(std::string path) : path_(std::move(path)) {}
+
+  std::vector<Finding> examine() {
+    const auto host = openHost();
+    if (!host) return findings_.take();
+    const HostConfiguration configuration(*host);
+    examineKeys(configuration, file_, findings_);
+    examineHostExecutable(*host);
+    const auto resource = examineResource(configuration);
+    examineInstallation(configuration, resource, findings_);
+    examinePresence(configuration, findings_);
+    return findings_.take();
+  }
+
+ private:
+  std::optional<Bundle> openHost() {
+    const std::string file = appendPathComponent(path_, "Contents/Info.plist");
+    auto host = Bundle::withPath(path_);
+    if (!host || !fileExists(file)) {
+      tellNoBundle(file);
+      return std::nullopt;
+    }
+    if (const auto fault = faultOfDictionaryFile(file)) {
+      findings_.error(
+          "host-information",
+          shown(file) + " is not a property list with a dictionary: " + shown(*fault) + '.',
+          "Correct that file.");
+      return std::nullopt;
+    }
+    file_ = readDictionaryFile(file).value_or(PropertyList::Dictionary());
+    findings_.ok("host-bundle", shown(path_) + " is a bundle.");
+    findings_.ok("host-information", "Its Info.plist is well formed.");
+    return host;
+  }
+
+  void tellNoBundle(const std::string& file) {
+    const auto around = bundleAround(path_);
+    std::string text;
+    if (!fileExists(path_)) {
+      text = shown(path_) + " does not exist.";
+    } else {
+      text = shown(path_) + " is not a bundle: " + shown(file) + " does not exist.";
+    }
+    findings_.error("host-bundle", text,
+                    around ? "Examine the bundle around it, " + shown(*around) + '.'
+                           : "Run the host from NAME.app/Contents, with an Info.plist there.");
+  }
+
+  // Without CFBundleExecutable a host works if it is started by the path of its program.
+  void examineHostExecutable(const Bundle& host) {
+    HelperCopy copy{path_, "host"};
+    if (!host.executablePath()) copy.severity = Finding::Severity::warning;
+    examineExecutable(host, copy, findings_);
+  }
+
+  // Returns the helper agent among the resources if it can be installed and started.
+  String examineResource(const HostConfiguration& configuration) {
+    const auto name = configuration.helperName();
+    if (!name || name->empty() ||
+        name->find_first_of(std::string_view("/\0", 2)) != std::string::npos) {
+      return std::nullopt;
+    }
+    const auto resource = configuration.helperResource();
+    if (!resource) {
+      tellMissingResource(configuration, *name);
+      return std::nullopt;
+    }
+    // A copy that is kept works without the resource. One that is replaced stays in use if the
+    // resource cannot be copied.
+    const NextStart next = nextStartWith(resource, configuration.installedHelper());
+    HelperCopy copy{*resource, "helper"};
+    copy.host = path_;
+    if (next == NextStart::keepsSame || next == NextStart::keepsNewer) {
+      copy.severity = Finding::Severity::warning;
+    }
+    const bool isUsable = examineHelperCopy(copy, usableIdentifier(configuration), findings_);
+    examineIdentityOfScript(configuration, *resource);
+    const bool isNeeded = next == NextStart::installs || next == NextStart::unknown;
+    return examineContents(*resource, isNeeded) && isUsable ? resource : std::nullopt;
+  }
+
+  // The process of a script is its interpreter, whose file lies elsewhere.
+  void examineIdentityOfScript(const HostConfiguration& configuration,
+                               const std::string& resource) {
+    if (!configuration.requiresInstalledHelper()) return;
+    const auto helper = Bundle::withPath(resource);
+    const auto program = helper ? helper->executablePath() : std::nullopt;
+    const auto report = program ? reportOnProgram(*program) : ProgramReport();
+    if (report.interpreter.empty() || report.fault != ProgramFault::none) return;
+    findings_.error("helper-executable",
+                    shown(*program) + " is a script for " + shown(report.interpreter) +
+                        ", and \"Helper must be installed copy\" is set: requests return -1743, as"
+                        " the process of a script is its interpreter.",
+                    "Remove the key \"Helper must be installed copy\", or install a program.");
+  }
+
+  static String usableIdentifier(const HostConfiguration& configuration) {
+    auto identifier = configuration.helperIdentifier();
+    if (identifier && identifier->empty()) identifier.reset();
+    return identifier;
+  }
+
+  // A host may rely on a helper agent that another one has installed.
+  void tellMissingResource(const HostConfiguration& configuration, const std::string& name) {
+    const std::string folder = appendPathComponent(path_, "Contents/Resources");
+    const std::string wanted = appendPathComponent(folder, name) + ".app";
+    auto names = contentsOfDirectory(folder).value_or(std::vector<std::string>());
+    std::erase_if(names, [](const std::string& entry) { return pathExtension(entry) != "app"; });
+    std::ranges::sort(names);
+    const std::string present =
+        names.empty() ? "no bundle is there"
+                      : listOf(names) + (names.size() == 1 ? " is" : " are") + " there";
+    const std::string text =
+        "The helper agent " + shown(wanted) + " does not exist; " + present + '.';
+    std::string remedy = "Put the helper agent's bundle there, or correct \"Helepr App name\".";
+    if (name.ends_with(".app")) remedy = "Leave out \".app\" in the name.";
+    const auto installed = configuration.installedHelper();
+    if (installed && installed->starts_with('/') && fileExists(*installed)) {
+      findings_.warning("helper-bundle", text + " An installed copy is used.", remedy);
+    } else {
+      findings_.error("helper-bundle", text, remedy);
+    }
+  }
+
+  bool examineContents(const std::string& resource, bool isNeeded) {
+    constexpr std::string_view subject = "helper-contents";
+    const auto survey = surveyOfTree(resource);
+    if (survey.obstacle) {
+      findings_.add(
+          {isNeeded ? Finding::Severity::error : Finding::Severity::warning, std::string(subject),
+           shown(survey.obstacle->path) + " cannot be installed: " + survey.obstacle->message + '.',
+           "Remove it from the helper agent's bundle, or make it readable."});
+      return false;
+    }
+    if (!survey.isComplete) {
+      findings_.note(subject, "The helper agent has more than " + std::to_string(survey.entries) +
+                                  " files, and not all were examined.");
+      return true;
+    }
+    findings_.ok(subject, "Its " + std::to_string(survey.entries) + " files can be copied.");
+    return true;
+  }
+
+  const std::string path_;
+  PropertyList::Dictionary file_;
+  Findings findings_;
+};
+
+}  // namespace
+
+std::vector<Finding> examineHost(const std::string& bundlePath) {
+  if (bundlePath.empty() || bundlePath.find('\0') != std::string::npos) {
+    Findings findings;
+    findings.error("host-bundle",
+                   "The path " + inQuotes(bundlePath) + " cannot be that of a bundle.",
+                   "Give the path of the host's bundle.");
+    return findings.take();
+  }
+  return HostExaminer(absolutePath(bundlePath)).examine();
+}
+
+}  // namespace qbdkr

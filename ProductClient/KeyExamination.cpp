@@ -1,0 +1,218 @@
+#include "ProductClient/KeyExamination.h"
+
+#include <algorithm>
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <variant>
+
+#include "ClientComm/InfoKeys.h"
+#include "Platform/Events/PeerLookup.h"
+#include "Platform/Files/Files.h"
+#include "Platform/Text/Text.h"
+#include "ProductClient/SimilarKeys.h"
+
+namespace qbdkr {
+namespace {
+
+using Dictionary = PropertyList::Dictionary;
+
+std::string typeOf(const PropertyList& value) {
+  constexpr std::array<std::string_view, std::variant_size_v<PropertyList::Value>> names{
+      "a text", "a flag", "an integer", "a real number",
+      "a date", "data",   "an array",   "a dictionary"};
+  return std::string(names.at(value.value().index()));
+}
+
+class KeyExaminer {
+ public:
+  KeyExaminer(const HostConfiguration& configuration, const Dictionary& file, Findings& findings)
+      : configuration_(configuration),
+        host_(configuration.host()),
+        file_(file),
+        findings_(findings) {}
+
+  void examine() {
+    examineHostIdentifier();
+    examineProductID();
+    examineHelperIdentifier();
+    examineHelperName();
+    examineInstallPath();
+    for (const auto key : {infokey::helperMustBeInstalledCopy, infokey::helperIsSupervised,
+                           infokey::tipsEnable, infokey::enableAD}) {
+      examineFlag(key);
+    }
+  }
+
+ private:
+  [[nodiscard]] const PropertyList* find(std::string_view key) const {
+    return host_.objectForInfoDictionaryKey(key);
+  }
+
+  static std::string_view otherSpellingOf(std::string_view key) {
+    if (key == infokey::heleprAppName) return infokey::helperAppName;
+    return key == infokey::helperLoactionPath ? infokey::helperLocationPath : key;
+  }
+
+  // Says why a key has no text that could be used.
+  [[nodiscard]] std::pair<std::string, std::string> explainMissing(std::string_view key) const {
+    const std::string named = inQuotes(key);
+    if (const PropertyList* value = find(key)) {
+      if (value->text()) return {named + " is empty.", "Give the key " + named + " a value."};
+      return {named + " is " + typeOf(*value) + ", which does not count as a text.",
+              "Make the value of " + named + " a <string>."};
+    }
+    auto meant = keyMeantAs(key, file_);
+    if (!meant) meant = keyMeantAs(otherSpellingOf(key), file_);
+    if (meant) {
+      return {"The key " + named + " is missing; there is a key " + inQuotes(*meant) +
+                  ", which is not read.",
+              "Rename the key " + inQuotes(*meant) + " to " + named + ", letter for letter."};
+    }
+    return {"The key " + named + " is missing from Info.plist.",
+            "Add the key " + named + " to the host's Info.plist."};
+  }
+
+  void examineHostIdentifier() {
+    constexpr std::string_view subject = "host-identifier";
+    const auto identifier = host_.infoString(kCFBundleIdentifierKey);
+    if (!identifier || identifier->empty()) {
+      auto [text, remedy] = explainMissing(kCFBundleIdentifierKey);
+      return findings_.error(subject, std::move(text), std::move(remedy));
+    }
+    if (!isReachableIdentifier(*identifier)) {
+      return findings_.error(
+          subject,
+          "The host's " + std::string(kCFBundleIdentifierKey) + ' ' + inQuotes(*identifier) +
+              " cannot be a name on the bus, so the host is not known there.",
+          "Give the host an identifier of two elements or more, as \"com.Acme.PhotoTool\".");
+    }
+    findings_.ok(subject, "The host is " + shown(*identifier) + '.');
+  }
+
+  void examineProductID() {
+    constexpr std::string_view subject = "product-id";
+    const auto product = configuration_.productID();
+    if (!product || product->empty()) {
+      auto [text, remedy] = explainMissing(infokey::productID);
+      return findings_.warning(subject, std::move(text), std::move(remedy));
+    }
+    const PropertyList* value = find(infokey::productID);
+    if (value == nullptr || value->string() != nullptr) {
+      return findings_.ok(subject, "The product identifier is " + inQuotes(*product) + '.');
+    }
+    findings_.note(subject, "\"PID\" is " + typeOf(*value) + "; requests carry its digits, " +
+                                inQuotes(*product) + '.');
+  }
+
+  void examineHelperIdentifier() {
+    constexpr std::string_view subject = "helper-identifier";
+    const auto identifier = configuration_.helperIdentifier();
+    if (!identifier || identifier->empty()) {
+      auto [text, remedy] = explainMissing(infokey::helperBundleIdentifier);
+      return findings_.error(subject, std::move(text), std::move(remedy));
+    }
+    if (!isReachableIdentifier(*identifier)) {
+      return findings_.error(
+          subject,
+          inQuotes(infokey::helperBundleIdentifier) + " is " + inQuotes(*identifier) +
+              ", which cannot be a name on the bus: requests return -50.",
+          "Give the helper agent an identifier of two elements or more, as \"com.Acme.Helper\","
+          " in both files.");
+    }
+    findings_.ok(subject, "The helper agent is " + shown(*identifier) + '.');
+  }
+
+  // Names the winner if both spellings are there and differ.
+  void compareSpellings(std::string_view subject, std::string_view first, std::string_view second,
+                        const String& winner) {
+    const auto one = host_.infoString(first);
+    const auto other = host_.infoString(second);
+    if (!one || !other || *one == *other || !winner) return;
+    const bool isFirst = *one == *winner;
+    findings_.warning(subject,
+                      "Both " + inQuotes(first) + " and " + inQuotes(second) + " are there; " +
+                          inQuotes(isFirst ? first : second) + " counts, with " +
+                          inQuotes(*winner) + '.',
+                      "Remove the key " + inQuotes(isFirst ? second : first) + '.');
+  }
+
+  void examineHelperName() {
+    constexpr std::string_view subject = "helper-name";
+    const bool isFirst = find(infokey::heleprAppName) != nullptr &&
+                         host_.infoString(infokey::heleprAppName).has_value();
+    const auto key = isFirst || find(infokey::helperAppName) == nullptr ? infokey::heleprAppName
+                                                                        : infokey::helperAppName;
+    const auto name = host_.infoString(key);
+    if (!name || name->empty()) {
+      auto [text, remedy] = explainMissing(key);
+      return findings_.error(subject, std::move(text), std::move(remedy));
+    }
+    if (name->find('/') != std::string::npos || name->find('\0') != std::string::npos) {
+      return findings_.error(
+          subject,
+          inQuotes(key) + " is " + inQuotes(*name) + ", which is not the name of one file.",
+          "Give only the name of the bundle, without a path.");
+    }
+    compareSpellings(subject, infokey::heleprAppName, infokey::helperAppName, name);
+    findings_.ok(subject, "The helper agent's bundle is " + shown(*name) + ".app.");
+  }
+
+  void examineInstallPath() {
+    constexpr std::string_view subject = "install-path";
+    const auto directory = configuration_.installDirectory();
+    if (!directory) {
+      const bool isSecond = find(infokey::helperLoactionPath) == nullptr &&
+                            find(infokey::helperLocationPath) != nullptr;
+      auto [text, remedy] =
+          explainMissing(isSecond ? infokey::helperLocationPath : infokey::helperLoactionPath);
+      return findings_.error(subject, std::move(text), std::move(remedy));
+    }
+    const auto first = host_.infoString(infokey::helperLoactionPath).value_or("");
+    compareSpellings(subject, infokey::helperLoactionPath, infokey::helperLocationPath,
+                     first.empty() ? host_.infoString(infokey::helperLocationPath) : first);
+    findings_.ok(subject, "It is installed into " + shown(*directory) + '.');
+  }
+
+  void examineFlag(std::string_view key) {
+    constexpr std::string_view subject = "flag";
+    const PropertyList* value = find(key);
+    if (value == nullptr) {
+      const auto meant = keyMeantAs(key, file_);
+      if (!meant) return;
+      return findings_.warning(
+          subject,
+          "The key " + inQuotes(*meant) + " is not read; " + inQuotes(key) + " is missing.",
+          "Rename the key " + inQuotes(*meant) + " to " + inQuotes(key) + ", letter for letter.");
+    }
+    const auto text = value->text();
+    if (text && isFlagText(*text)) return;
+    findings_.warning(subject,
+                      inQuotes(key) + " is " + (text ? inQuotes(*text) : typeOf(*value)) +
+                          ", which counts as " + (boolValue(*value) ? "true." : "false."),
+                      "Make the value of " + inQuotes(key) + " <true/> or <false/>.");
+  }
+
+  // True for a text that everyone reads as the same flag as boolValue().
+  static bool isFlagText(const std::string& text) {
+    constexpr std::array<std::string_view, 8> flags{"1", "0",  "true", "false",
+                                                    "t", "no", "yes",  "y"};
+    return std::ranges::find(flags, lowercase(text)) != flags.end();
+  }
+
+  const HostConfiguration& configuration_;
+  const Bundle& host_;
+  const Dictionary& file_;
+  Findings& findings_;
+};
+
+}  // namespace
+
+void examineKeys(const HostConfiguration& configuration, const Dictionary& file,
+                 Findings& findings) {
+  KeyExaminer(configuration, file, findings).examine();
+}
+
+}  // namespace qbdkr
