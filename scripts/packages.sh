@@ -4,7 +4,8 @@
 build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
 sample_packages="libsqlite3-dev libssl-dev"
 demo_packages="$build_packages $sample_packages dbus-daemon dbus-bin"
-test_packages="$demo_packages libgtest-dev libdbus-1-dev python3 python3-gi procps git"
+tool_packages="libcli11-dev nlohmann-json3-dev"
+test_packages="$demo_packages $tool_packages libgtest-dev libdbus-1-dev python3 python3-gi make procps git"
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 

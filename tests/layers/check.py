@@ -5,7 +5,7 @@ import re
 import sys
 
 root = pathlib.Path(sys.argv[1])
-layers = ["ProductClient", "ClientComm", "Platform"]
+layers = ["tools", "ProductClient", "ClientComm", "Platform"]
 door = {"ClientComm": "ClientComm", "QBDKRProductClient": "ProductClient"}  # folder of include/: layer
 of_one_system = re.compile(r"(Linux|MacOS)$")
 problems = []
@@ -71,7 +71,7 @@ for path in files:
     if same != path:
         problems.append(f"{path} bears the name of {same}")
 for path in files:
-    if path.suffix != ".cpp":
+    if path.suffix != ".cpp" or path.parts[0] == "tools":  # a command of a tool is one file
         continue
     header = names.get(path.stem + ".h") or names.get(of_one_system.sub("", path.stem) + ".h")
     if header is None or place(header) != place(path) or \

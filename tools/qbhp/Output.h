@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstddef>
+#include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace qbdkr::tool {
+
+// Keeps keys in the order in which they were added.
+using JSON = nlohmann::ordered_json;
+
+enum class Style { plain, heading, good, bad };
+
+// Returns text from outside for one line of a terminal or of a message: control characters, marks
+// of direction and bytes that are not UTF-8 become escapes such as \n and \x1b.
+[[nodiscard]] std::string escaped(std::string_view text);
+
+// Collects the standard output of a command, which is written when the command ends.
+class Output {
+ public:
+  Output();
+
+  [[nodiscard]] bool isTerminal() const { return isTerminal_; }
+  // Returns the width of the terminal; 80 if the output goes elsewhere.
+  [[nodiscard]] std::size_t columns() const;
+
+  // Adds one line. Text from outside must be escaped: see shown().
+  void line(std::string_view text) { text_.append(text) += '\n'; }
+  // Adds text from outside as it is; on a terminal all but its line ends and tabs is escaped. A
+  // line end is added if it has none.
+  void outside(std::string_view text);
+  // Adds a value as JSON.
+  void json(const JSON& value);
+
+  // Returns text from outside as it is; on a terminal it is escaped.
+  [[nodiscard]] std::string shown(std::string_view text) const;
+  // Returns text in a colour or in bold type, if the terminal shows them and the user wants them.
+  [[nodiscard]] std::string styled(Style style, std::string_view text) const;
+
+  // Writes all to standard output; absent on success, else the system's message. A reader that has
+  // closed its end is no failure.
+  [[nodiscard]] std::optional<std::string> write();
+
+ private:
+  bool isTerminal_;
+  bool hasColours_;
+  std::string text_;
+};
+
+}  // namespace qbdkr::tool

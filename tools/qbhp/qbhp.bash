@@ -1,0 +1,53 @@
+# Completion of qbhp for bash: commands, options, and values of options.
+
+_qbhp() {
+  local word=${COMP_WORDS[COMP_CWORD]} previous="" command="" options="" group i
+  [ "$COMP_CWORD" -gt 0 ] && previous=${COMP_WORDS[COMP_CWORD - 1]}
+  COMPREPLY=()
+
+  # The words that name the command come first.
+  for ((i = 1; i < COMP_CWORD; i++)); do
+    case "$command:${COMP_WORDS[i]}" in
+      :-*) ;;
+      :plist | :strings | :defaults) command=${COMP_WORDS[i]} ;;
+      :* | plist:* | strings:* | defaults:*) command="${command:+$command }${COMP_WORDS[i]}"; break ;;
+    esac
+  done
+
+  case "$previous" in
+    --type) mapfile -t COMPREPLY < <(compgen -W "string flag integer real date data" -- "$word"); return ;;
+    --to) mapfile -t COMPREPLY < <(compgen -W "xml text" -- "$word"); return ;;
+    --is) mapfile -t COMPREPLY < <(compgen -W "older same newer" -- "$word"); return ;;
+    --as) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+    -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
+    --timeout) return ;;
+  esac
+
+  case "$command" in
+    "") options="--help --version" group="doctor ps send ask plist strings defaults versions" ;;
+    plist | strings) options="--help" group="read write convert" ;;
+    defaults) options="--help" group="read write" ;;
+    doctor) options="--help --json" ;;
+    ps) options="--help --wide --json" ;;
+    send | ask) options="--help --timeout --as --json" ;;
+    versions) options="--help --is --json" ;;
+    "plist write") options="--help --type --drop-comments" ;;
+    "strings write") options="--help --drop-comments" ;;
+    "defaults write") options="--help --type" ;;
+    *" read") options="--help --json" ;;
+    *" convert") options="--help --to --output" ;;
+  esac
+  case "$word" in
+    -*) mapfile -t COMPREPLY < <(compgen -W "$options" -- "$word"); return ;;
+  esac
+  if [ -n "$group" ]; then
+    mapfile -t COMPREPLY < <(compgen -W "$group" -- "$word")
+    return
+  fi
+  case "$command" in
+    plist* | strings*) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
+    doctor) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
+  esac
+}
+
+complete -o filenames -F _qbhp qbhp
