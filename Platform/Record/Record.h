@@ -18,6 +18,6 @@ inline void record(StepKind kind, std::string_view subject, std::string_view det
 }
 
 // Tells whether QBDKR_DEBUG=1 is set in the environment, as it was at the first call.
-[[nodiscard]] bool isDebugging();
+[[nodiscard]] QBDKR_EXPORT bool isDebugging();
 
 }  // namespace qbdkr
