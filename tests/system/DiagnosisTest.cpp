@@ -97,6 +97,7 @@ TEST_F(HostDiagnosis, RequestThatWaitsForAStoppedHelperAgentIsNamed) {
   EXPECT_TRUE(cause.starts_with("waiting-request: QBHPGetDataByHelper clientIDFormHelper to \"" +
                                 scene.helperID() + "\" has waited for its answer for 1 s"))
       << cause;
+  EXPECT_EQ(host->call("diagnose"), "none");  // it was answered
 }
 
 TEST_F(HostDiagnosis, RequestBeforeTheLaunchIsNamed) {
