@@ -21,15 +21,6 @@ using Dictionary = PropertyList::Dictionary;
 // calls it must not wait longer than 0.2 s for others.
 constexpr std::chrono::milliseconds lockPatience(100);
 
-std::string utf16WithMark(std::string_view text) {
-  std::string bytes("\xFF\xFE", 2);
-  for (const char16_t unit : utf16FromUTF8(text)) {
-    bytes += static_cast<char>(unit & 0xFFU);
-    bytes += static_cast<char>(unit >> 8U);
-  }
-  return bytes;
-}
-
 PropertyList valueFor(SwitchForm form, bool value) {
   if (form == SwitchForm::propertyList) return value;
   return value ? "1" : "0";

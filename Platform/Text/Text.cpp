@@ -120,6 +120,15 @@ std::u16string utf16FromUTF8(std::string_view text) {
   return converted;
 }
 
+std::string utf16WithMark(std::string_view text) {
+  std::string bytes("\xFF\xFE", 2);
+  for (const char16_t unit : utf16FromUTF8(text)) {
+    bytes += static_cast<char>(unit & 0xFFU);
+    bytes += static_cast<char>(unit >> 8U);
+  }
+  return bytes;
+}
+
 std::string utf8FromUTF16(std::u16string_view text) {
   std::string converted;
   converted.reserve(text.size());

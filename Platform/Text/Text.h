@@ -21,6 +21,10 @@ namespace qbdkr {
 // Converts UTF-8 to UTF-16. Each byte that is not UTF-8 becomes U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::u16string utf16FromUTF8(std::string_view text);
 
+// Converts UTF-8 to the bytes of UTF-16, little-endian with a byte-order mark, as in a strings
+// file.
+[[nodiscard]] QBDKR_EXPORT std::string utf16WithMark(std::string_view text);
+
 // Converts UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::string utf8FromUTF16(std::u16string_view text);
 

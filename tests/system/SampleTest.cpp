@@ -63,7 +63,7 @@ TEST(Sample, HelperThatIsToldToEndReportsItAndIsFollowedByTheNextOne) {
   ::kill(helper, SIGTERM);
   ASSERT_TRUE(end.comesWithin(patience));
   host->waitForOutput(holding("delegate told that the helper will exit"));
-  // The host supervises it: nobody has to ask for the next one.
+  // The host supervises it, and starts the next one by itself.
   scene.transcript().waitForCount("helper 1.0: started, process", 2);
 }
 

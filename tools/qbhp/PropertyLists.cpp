@@ -101,15 +101,6 @@ std::string textOf(std::string_view bytes) {
   return utf8FromUTF16(units);
 }
 
-std::string utf16WithMark(std::string_view text) {
-  std::string bytes("\xFF\xFE", 2);
-  for (const char16_t unit : utf16FromUTF8(text)) {
-    bytes += static_cast<char>(unit & 0xFFU);
-    bytes += static_cast<char>(unit >> 8U);
-  }
-  return bytes;
-}
-
 std::string_view withoutBlanks(std::string_view text) {
   const auto start = text.find_first_not_of(" \t\r\n");
   return start == std::string_view::npos ? "" : text.substr(start);
