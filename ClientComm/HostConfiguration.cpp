@@ -1,6 +1,5 @@
 #include "ClientComm/HostConfiguration.h"
 
-#include <string>
 #include <utility>
 
 #include "ClientComm/InfoKeys.h"

@@ -1,5 +1,5 @@
 #include <array>
-#include <optional>
+#include <atomic>
 
 #include <ClientComm/Bundle.h>
 #include <ClientComm/LogHandler.h>
@@ -17,9 +17,15 @@ namespace {
 
 constexpr std::string_view logFormat = "%@ %@ %@ ";
 
+// The object whose delegate was set last. A delegate that is destroyed takes itself off there.
+constinit std::atomic<QBHPHelperControl*> controlWithDelegate{nullptr};
+
 }  // namespace
 
-QBHPHelperControlCallBackDelegate::~QBHPHelperControlCallBackDelegate() = default;
+QBHPHelperControlCallBackDelegate::~QBHPHelperControlCallBackDelegate() {
+  QBHPHelperControl* const control = controlWithDelegate;
+  if (control != nullptr) control->forget(*this);
+}
 
 QBHPHelperControl& QBHPHelperControl::share() {
   static NeverDestroyed control([] { return QBHPHelperControl(); });
@@ -31,10 +37,20 @@ QBHPHelperControl::QBHPHelperControl() {
 }
 
 QBHPHelperControl::~QBHPHelperControl() {
+  QBHPHelperControl* self = this;
+  controlWithDelegate.compare_exchange_strong(self, nullptr);
   QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
 }
 
+void QBHPHelperControl::forget(const QBHPHelperControlCallBackDelegate& delegate) noexcept {
+  QBHPHelperControlCallBackDelegate* set = delegate_;
+  if (set == &delegate && delegate_.compare_exchange_strong(set, nullptr)) {
+    recordDelegateDestroyed(*this);
+  }
+}
+
 void QBHPHelperControl::setHelperCtrlDelegate(QBHPHelperControlCallBackDelegate* delegate) {
+  controlWithDelegate = this;
   delegate_ = delegate;
 }
 

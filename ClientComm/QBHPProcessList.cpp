@@ -36,13 +36,14 @@ QBHPProcessList& QBHPProcessList::share() {
   return *list;
 }
 
-QBHPProcessList::QBHPProcessList() : QBHPProcessList([] { return fetchProcessTable(); }) {}
+QBHPProcessList::QBHPProcessList() : QBHPProcessList([] {}) {}
 
-QBHPProcessList::QBHPProcessList(std::function<FetchedProcessTable()> table)
-    : table_(std::move(table)) {}
+QBHPProcessList::QBHPProcessList(std::function<void()> onProcessesRead)
+    : onProcessesRead_(std::move(onProcessesRead)) {}
 
 std::vector<QBHPProcessList::Entry> QBHPProcessList::getBSDProcessList() {
-  const auto table = table_();
+  const auto table = fetchProcessTable();
+  onProcessesRead_();
   std::vector<Entry> entries;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     const auto info = infoForPID(process.processID);
@@ -59,7 +60,10 @@ std::shared_ptr<const PropertyList::Dictionary> QBHPProcessList::infoForPID(int 
 }
 
 bool QBHPProcessList::applicationIsRunning(Text bundleIdentifier, Text bundlePath) {
-  return bundleIdentifier && bundlePath && isApplicationRunning(*bundleIdentifier, table_());
+  if (!bundleIdentifier || !bundlePath) return false;
+  const auto processes = fetchProcessIDs();
+  onProcessesRead_();
+  return processes && isApplicationRunning(*bundleIdentifier, *processes);
 }
 
 }  // namespace qbdkr

@@ -1,4 +1,5 @@
 #include <array>
+#include <atomic>
 
 #include <ClientComm/LogHandler.h>
 #include <ClientComm/QBHPAppleEventProcesser.h>
@@ -9,8 +10,17 @@
 #include "Platform/Base/NeverDestroyed.h"
 
 namespace qbdkr {
+namespace {
 
-QBHPProductUpgradeCallBackDelegate::~QBHPProductUpgradeCallBackDelegate() = default;
+// The object whose delegate was set last. A delegate that is destroyed takes itself off there.
+constinit std::atomic<QBHPUpgradeByHelper*> serviceWithDelegate{nullptr};
+
+}  // namespace
+
+QBHPProductUpgradeCallBackDelegate::~QBHPProductUpgradeCallBackDelegate() {
+  QBHPUpgradeByHelper* const service = serviceWithDelegate;
+  if (service != nullptr) service->forget(*this);
+}
 
 QBHPUpgradeByHelper& QBHPUpgradeByHelper::share() {
   static NeverDestroyed service([] { return QBHPUpgradeByHelper(); });
@@ -22,10 +32,20 @@ QBHPUpgradeByHelper::QBHPUpgradeByHelper() {
 }
 
 QBHPUpgradeByHelper::~QBHPUpgradeByHelper() {
+  QBHPUpgradeByHelper* self = this;
+  serviceWithDelegate.compare_exchange_strong(self, nullptr);
   QBHPAppleEventProcesser::share().removeObjectforKeyToMapTable(kClassName);
 }
 
+void QBHPUpgradeByHelper::forget(const QBHPProductUpgradeCallBackDelegate& delegate) noexcept {
+  QBHPProductUpgradeCallBackDelegate* set = delegate_;
+  if (set == &delegate && delegate_.compare_exchange_strong(set, nullptr)) {
+    recordDelegateDestroyed(*this);
+  }
+}
+
 void QBHPUpgradeByHelper::setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate) {
+  serviceWithDelegate = this;
   delegate_ = delegate;
 }
 

@@ -30,6 +30,10 @@ void recordAnswer(OSErr status, bool hasResult, Text bundleID, Text className,
          bundleID.value_or(""), method.text());
 }
 
+void recordDelegateDestroyed(const QBHPAppEventBase& service) noexcept {
+  record(StepKind::delegateDestroyed, service.className());
+}
+
 void recordNotTaken(const QBHPAppEventBase& service, Selector method) noexcept {
   record(StepKind::reportNotTaken, MethodText(service.className(), method.text()).text());
 }

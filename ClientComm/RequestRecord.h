@@ -32,6 +32,9 @@ void recordPost(OSErr status, Text bundleID, Text className, Text methodName) no
 void recordAnswer(OSErr status, bool hasResult, Text bundleID, Text className,
                   Text methodName) noexcept;
 
+// Records that a delegate was destroyed before it was removed.
+void recordDelegateDestroyed(const QBHPAppEventBase& service) noexcept;
+
 // Records a report for which the host has no delegate.
 void recordNotTaken(const QBHPAppEventBase& service, Selector method) noexcept;
 

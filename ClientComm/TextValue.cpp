@@ -13,12 +13,6 @@ std::string_view withoutBlanks(std::string_view text) {
   return start == std::string_view::npos ? std::string_view() : text.substr(start);
 }
 
-bool takeSign(std::string_view& text) {
-  const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+')) text.remove_prefix(1);
-  return negative;
-}
-
 // Returns the value of the digits of any script at the beginning of a text, 2^31 at most.
 std::int64_t magnitude(std::string_view text) {
   constexpr std::int64_t limit = std::int64_t{1} << 31U;

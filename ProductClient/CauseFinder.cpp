@@ -69,15 +69,18 @@ std::optional<Cause> causeOfDeployment(const Steps& steps) {
 
 std::optional<Cause> causeOfLaunch(const Steps& steps) {
   using enum StepKind;
-  const auto* last =
-      lastOf(steps, {helperFoundRunning, helperCheckedIn, programRefused, programMissing,
-                     helperNotCheckedIn, helperEndedAtStart, launchLocked, processesUnknown});
+  const auto* last = lastOf(steps, {helperFoundRunning, helperCheckedIn, programRefused,
+                                    programMissing, helperNotCheckedIn, helperEndedAtStart,
+                                    libraryMissing, launchLocked, processesUnknown});
   if (last == nullptr) return std::nullopt;
   switch (last->kind) {
     case helperEndedAtStart:
       return Cause{"launch", sentence(*last),
                    "Start it by hand and read what it says, or start the host with QBDKR_DEBUG=1, "
                    "which passes that on."};
+    case libraryMissing:
+      return Cause{"launch", sentence(*last),
+                   "Install the library, or put it where the helper agent looks for its own."};
     case helperNotCheckedIn:
       return Cause{"check-in", sentence(*last),
                    "Have it create QBHPAppleEventProcesser, or claim its bundle identifier on the "
@@ -118,6 +121,8 @@ const char* remedyFor(const RecordedStep& step) {
              "answers an unknown request likewise.";
     case StepKind::requestFailed:
       break;
+    case StepKind::delegateDestroyed:
+      return "Keep the delegate as long as reports come, or set another one.";
     case StepKind::reportNotTaken:
       return "Set the delegate that takes the report.";
     case StepKind::senderRefused:
@@ -144,6 +149,8 @@ const char* subjectFor(StepKind kind) {
       return "empty-answer";
     case StepKind::requestFailed:
       return "request";
+    case StepKind::delegateDestroyed:
+      return "delegate";
     default:
       return "report";
   }
@@ -159,8 +166,12 @@ bool isCheck(const RecordedStep& step) {
 std::optional<Cause> causeOfTraffic(Steps steps) {
   using enum StepKind;
   std::erase_if(steps, isCheck);
-  const auto* last = lastOf(steps, {requestFailed, emptyAnswer, senderRefused, classUnknown,
-                                    methodUnknown, methodFailed, reportNotTaken});
+  const auto* last =
+      lastOf(steps, {requestFailed, emptyAnswer, senderRefused, classUnknown, methodUnknown,
+                     methodFailed, reportNotTaken, delegateDestroyed});
+  if (last != nullptr && last->kind == reportNotTaken) {
+    if (const auto* end = lastOf(steps, {delegateDestroyed})) last = end;
+  }
   if (last == nullptr) return causeOfDeployment(steps);
   return Cause{subjectFor(last->kind), sentence(*last), remedyFor(*last)};
 }

@@ -1,24 +1,12 @@
-#include <array>
-#include <ctime>
 #include <string>
 #include <string_view>
 
 #include <QBDKRProductClient/Diagnosis.h>
 
+#include "Platform/Record/Record.h"
+
 namespace qbdkr {
 namespace {
-
-using Time = std::chrono::system_clock::time_point;
-
-// UTC: a diagnosis is read elsewhere than where it was made.
-std::string timeText(Time time) {
-  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
-  std::tm parts{};
-  gmtime_r(&seconds, &parts);
-  std::array<char, 32> text{};
-  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%SZ", &parts);
-  return text.data();
-}
 
 std::string_view severityText(Finding::Severity severity) {
   switch (severity) {

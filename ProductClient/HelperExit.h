@@ -2,7 +2,6 @@
 
 #include <atomic>
 #include <functional>
-#include <string>
 
 #include "ClientComm/HostConfiguration.h"
 #include "Platform/Processes/RunningApplications.h"

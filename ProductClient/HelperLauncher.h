@@ -1,7 +1,6 @@
 #pragma once
 
 #include <functional>
-#include <string>
 
 #include "ClientComm/HostConfiguration.h"
 #include "ProductClient/SystemCalls.h"

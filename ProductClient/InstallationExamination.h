@@ -1,7 +1,5 @@
 #pragma once
 
-#include <string>
-
 #include "ClientComm/HostConfiguration.h"
 #include "ProductClient/Findings.h"
 

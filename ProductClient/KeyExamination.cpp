@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <array>
-#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -10,7 +9,6 @@
 
 #include "ClientComm/InfoKeys.h"
 #include "Platform/Events/PeerLookup.h"
-#include "Platform/Files/Files.h"
 #include "Platform/Text/Text.h"
 #include "ProductClient/SimilarKeys.h"
 
@@ -75,13 +73,16 @@ class KeyExaminer {
             "Add the key " + named + " to the host's Info.plist."};
   }
 
+  void reportMissing(Finding::Severity severity, std::string_view subject, std::string_view key) {
+    auto [text, remedy] = explainMissing(key);
+    findings_.add({severity, std::string(subject), std::move(text), std::move(remedy)});
+  }
+
   void examineHostIdentifier() {
     constexpr std::string_view subject = "host-identifier";
     const auto identifier = host_.infoString(kCFBundleIdentifierKey);
-    if (!identifier || identifier->empty()) {
-      auto [text, remedy] = explainMissing(kCFBundleIdentifierKey);
-      return findings_.error(subject, std::move(text), std::move(remedy));
-    }
+    if (!identifier || identifier->empty())
+      return reportMissing(Finding::Severity::error, subject, kCFBundleIdentifierKey);
     if (!isReachableIdentifier(*identifier)) {
       return findings_.error(
           subject,
@@ -95,10 +96,8 @@ class KeyExaminer {
   void examineProductID() {
     constexpr std::string_view subject = "product-id";
     const auto product = configuration_.productID();
-    if (!product || product->empty()) {
-      auto [text, remedy] = explainMissing(infokey::productID);
-      return findings_.warning(subject, std::move(text), std::move(remedy));
-    }
+    if (!product || product->empty())
+      return reportMissing(Finding::Severity::warning, subject, infokey::productID);
     const PropertyList* value = find(infokey::productID);
     if (value == nullptr || value->string() != nullptr) {
       return findings_.ok(subject, "The product identifier is " + inQuotes(*product) + '.');
@@ -110,10 +109,8 @@ class KeyExaminer {
   void examineHelperIdentifier() {
     constexpr std::string_view subject = "helper-identifier";
     const auto identifier = configuration_.helperIdentifier();
-    if (!identifier || identifier->empty()) {
-      auto [text, remedy] = explainMissing(infokey::helperBundleIdentifier);
-      return findings_.error(subject, std::move(text), std::move(remedy));
-    }
+    if (!identifier || identifier->empty())
+      return reportMissing(Finding::Severity::error, subject, infokey::helperBundleIdentifier);
     if (!isReachableIdentifier(*identifier)) {
       return findings_.error(
           subject,
@@ -146,10 +143,7 @@ class KeyExaminer {
     const auto key = isFirst || find(infokey::helperAppName) == nullptr ? infokey::heleprAppName
                                                                         : infokey::helperAppName;
     const auto name = host_.infoString(key);
-    if (!name || name->empty()) {
-      auto [text, remedy] = explainMissing(key);
-      return findings_.error(subject, std::move(text), std::move(remedy));
-    }
+    if (!name || name->empty()) return reportMissing(Finding::Severity::error, subject, key);
     if (name->find('/') != std::string::npos || name->find('\0') != std::string::npos) {
       return findings_.error(
           subject,

@@ -13,7 +13,6 @@
 #include <ClientComm/UserDefaults.h>
 
 #include "Platform/Events/PeerLookup.h"
-#include "Platform/Files/Files.h"
 #include "Platform/Processes/RunningApplications.h"
 #include "Platform/Workspace/Program.h"
 

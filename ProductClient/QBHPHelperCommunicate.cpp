@@ -19,6 +19,7 @@
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Events/RPCTransport.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Record/Record.h"
 #include "ProductClient/AutoStart.h"
@@ -284,7 +285,10 @@ QBHPHelperCommunicate& QBHPHelperCommunicate::share() {
 
 // Braces evaluate in order.
 QBHPHelperCommunicate::QBHPHelperCommunicate()
-    : QBHPHelperCommunicate{thisHost(), UserDefaults::standard(), SystemCalls()} {}
+    : QBHPHelperCommunicate{thisHost(), UserDefaults::standard(), SystemCalls()} {
+  dropExceptions(
+      [this] { RPCTransport::shared().setDiagnoser([this] { return diagnose().text(); }); });
+}
 
 QBHPHelperCommunicate::QBHPHelperCommunicate(HostConfiguration host, UserDefaults& settings,
                                              const SystemCalls& system)

@@ -1,7 +1,6 @@
 // The peer of the benchmarks: a helper agent that returns the texts it gets.
 
 #include <array>
-#include <iostream>
 
 #include <ClientComm/QBHPAppleEventProcesser.h>
 #include <ClientComm/RunLoop.h>

@@ -72,7 +72,7 @@ std::shared_ptr<const Dictionary> ownInformation(const std::string& path) {
 // Returns the bundle of the nearest directory above an executable that has an information file.
 template <class Information>
 std::optional<EnclosingBundle> enclosingBundle(std::string_view executable,
-                                               Information information) {
+                                               const Information& information) {
   // A path may have two thousand directories, and is resolved anew for each.
   constexpr int furthest = 64;
   const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
@@ -96,6 +96,18 @@ std::string directoryOf(const std::string& file) {
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
   return enclosingBundle(executable, foreignInformation);
+}
+
+std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable,
+                                                  MissingInformation& missing) {
+  constexpr std::size_t mostPaths = 512;
+  constexpr std::size_t longestPath = 256;
+  return enclosingBundle(executable, [&](const std::string& path) {
+    if (missing.contains(path)) return std::shared_ptr<const Dictionary>();
+    auto info = foreignInformation(path);
+    if (!info && missing.size() < mostPaths && path.size() <= longestPath) missing.insert(path);
+    return info;
+  });
 }
 
 std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable) {

@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 
@@ -16,6 +17,10 @@ inline constexpr std::string_view programFolder = "Contents/Linux";
 // Returns the directory of a file: "" for a file in the root, "/" for a path without a slash.
 [[nodiscard]] std::string directoryOf(const std::string& file);
 
+// The paths at which earlier executables had no information file. Paths are other processes'
+// choice: only so many short ones are kept.
+using MissingInformation = std::set<std::string>;
+
 // The bundle that an executable belongs to: its path, and its information dictionary without
 // localization. Absent for an executable outside any bundle. An executable whose file was replaced
 // since it started still belongs to its bundle.
@@ -24,6 +29,8 @@ struct EnclosingBundle {
   std::shared_ptr<const PropertyList::Dictionary> info;
 };
 [[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable);
+[[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable,
+                                                                MissingInformation& missing);
 
 // Does the same within the bounds for a host's own files, and without a cache.
 [[nodiscard]] std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable);

@@ -1,5 +1,4 @@
 #include <sys/event.h>
-#include <sys/types.h>
 #include <time.h>
 
 #include <algorithm>

@@ -1,9 +1,6 @@
-#include <pthread.h>
-
 #include <atomic>
 #include <chrono>
 #include <functional>
-#include <memory>
 #include <string>
 #include <utility>
 
@@ -23,20 +20,20 @@ class BusTransport final : public RPCTransport {
  public:
   OSErr post(const RPCTarget& target, const RPCEvent& event) override {
     if (const OSErr refused = refusal(target, event); refused != noErr) return refused;
-    const OSErr status = sender().post(target, event);
+    const OSErr status = BusSender::shared().post(target, event);
     logObstacleOnce();
     return status;
   }
 
   Answer ask(const RPCTarget& target, const RPCEvent& event) override {
     if (const OSErr refused = refusal(target, event); refused != noErr) return {refused, {}};
-    auto answer = sender().ask(target, event);
+    auto answer = BusSender::shared().ask(target, event);
     logObstacleOnce();
     return answer;
   }
 
   OSErr flush(std::chrono::steady_clock::time_point deadline) override {
-    return sender().flush(deadline);
+    return BusSender::shared().flush(deadline);
   }
 
   bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
@@ -46,12 +43,12 @@ class BusTransport final : public RPCTransport {
       logObstacleOnce();
       completion(std::move(answer));
     };
-    return sender().start(target, std::move(event), limits, std::move(logAndComplete), refused);
+    return BusSender::shared().start(target, std::move(event), limits, std::move(logAndComplete),
+                                     refused);
   }
 
   [[nodiscard]] std::optional<std::string> knownObstacle() const override {
-    const BusSender* sender = sender_.load();
-    const auto process = sender == nullptr ? std::nullopt : sender->foreignProcess();
+    const auto process = BusSender::shared().foreignProcess();
     if (!process) return std::nullopt;
     return "the bus knows this process as " + std::to_string(*process) +
            ": behind a proxy, events may not arrive";
@@ -71,9 +68,9 @@ class BusTransport final : public RPCTransport {
     BusReceiver::shared().whenHandled(std::move(done));
   }
 
-  // Called in a forked child: the connection, its lock and the threads that wait on it belong to
-  // the parent. The child gets its own on first use.
-  void forgetParentsSender() { sender_.store(nullptr); }
+  void setDiagnoser(const std::function<std::string()>& diagnoser) override {
+    BusReceiver::shared().setDiagnoser(diagnoser);
+  }
 
  private:
   static OSErr refusal(const RPCTarget& target, const RPCEvent& event) {
@@ -83,32 +80,20 @@ class BusTransport final : public RPCTransport {
   }
 
   void logObstacleOnce() {
-    if (!sender().foreignProcess() || isObstacleLogged_.exchange(true)) return;
+    if (!BusSender::shared().foreignProcess() || isObstacleLogged_.exchange(true)) return;
     const auto obstacle = knownObstacle();
     if (!obstacle) return;
     record(StepKind::busObstacle, *obstacle);
     log(LogLevel::error, LogCategory::bus, "%@", {privateArgument(*obstacle)});
   }
 
-  BusSender& sender() {
-    BusSender* current = sender_.load();
-    if (current != nullptr) return *current;
-    auto made = std::make_unique<BusSender>();
-    if (sender_.compare_exchange_strong(current, made.get())) return *made.release();
-    return *current;
-  }
-
   std::atomic<bool> isObstacleLogged_{false};
-  std::atomic<BusSender*> sender_{nullptr};  // never destroyed: threads send until the process ends
 };
 
 }  // namespace
 
 RPCTransport& nativeTransport() {
   static NeverDestroyed transport([] { return BusTransport(); });
-  static const int watched =
-      pthread_atfork(nullptr, nullptr, [] { transport->forgetParentsSender(); });
-  static_cast<void>(watched);
   return *transport;
 }
 

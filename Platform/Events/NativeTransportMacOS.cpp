@@ -25,6 +25,7 @@
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCHandler.h"
 #include "Platform/Events/RPCTransport.h"
+#include "Platform/Processes/ProcessTable.h"
 #include "Platform/Processes/RunningApplications.h"
 
 namespace qbdkr {
@@ -51,10 +52,10 @@ class Presence {
 
   std::optional<Clock::time_point> idleSince() {
     if (!isWatched_ || isCrowded_) return std::nullopt;
-    const FetchedProcessTable table = fetchProcessTable();
-    const bool isHostThere = table.error != 0 || std::ranges::any_of(senders_, [&](const auto& id) {
-                               return isApplicationRunning(id, table);
-                             });
+    const auto processes = fetchProcessIDs();
+    const bool isHostThere = !processes || std::ranges::any_of(senders_, [&](const auto& id) {
+      return isApplicationRunning(id, *processes);
+    });
     if (!isHostThere) return last_;
     last_ = Clock::now();
     return std::nullopt;

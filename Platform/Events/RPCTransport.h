@@ -106,6 +106,11 @@ class QBDKR_EXPORT RPCTransport {
   // time of the call was handled. Main run loop only; does not wait.
   virtual void whenHandled(std::function<void()> done);
 
+  // Sets the function that makes the diagnosis of this process for another one of the user. It is
+  // called on a thread of its own, once at a time, and may block. A transport that cannot be asked
+  // does not keep it. Any thread.
+  virtual void setDiagnoser(const std::function<std::string()>& /*diagnoser*/) {}
+
   // Returns the transport in use. Any thread.
   static RPCTransport& shared();
 

@@ -10,10 +10,8 @@
 #include <array>
 #include <cerrno>
 #include <cstdlib>
-#include <cstring>
 #include <filesystem>
 #include <memory>
-#include <system_error>
 #include <utility>
 
 #include "Platform/Base/Descriptor.h"

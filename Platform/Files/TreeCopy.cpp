@@ -1,7 +1,6 @@
 #include "Platform/Files/TreeCopy.h"
 
 #include <sys/stat.h>
-#include <unistd.h>
 
 #include <cerrno>
 #include <cstddef>

@@ -1,7 +1,5 @@
-#include <array>
 #include <atomic>
 #include <cstddef>
-#include <cstdio>
 #include <memory>
 #include <mutex>
 #include <utility>
@@ -14,27 +12,12 @@
 #include "Platform/Base/ForkSafeMutex.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Log/NativeLog.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {
 
 constexpr std::size_t longestLine = 16'384;
-
-std::string escaped(std::string_view text) {
-  std::string line;
-  line.reserve(text.size());
-  for (const char character : text) {
-    const auto byte = static_cast<unsigned char>(character);
-    if (byte >= 0x20 && byte != 0x7F) {
-      line += character;
-    } else {
-      std::array<char, 8> code{};
-      std::snprintf(code.data(), code.size(), "\\%03o", byte);
-      line += code.data();
-    }
-  }
-  return line;
-}
 
 // Stops once the line is too long: an argument may have any size.
 std::string filled(const LogLine& line, bool isRedacted) {
@@ -54,8 +37,7 @@ std::string filled(const LogLine& line, bool isRedacted) {
       format.remove_prefix(1);
     }
   }
-  const bool isCut = text.size() > longestLine;
-  return escaped(std::string_view(text).substr(0, longestLine)) + (isCut ? "..." : "");
+  return escaped(text, {}, longestLine);
 }
 
 // The handler of this process.

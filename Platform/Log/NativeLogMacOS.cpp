@@ -9,8 +9,6 @@ extern "C" void NSLog(CFStringRef format, ...);
 namespace qbdkr {
 
 void writeLogLine(const std::string& line) {
-  // Converts invalid bytes to U+FFFD: a line that was cut, or never was UTF-8, is still worth its
-  // other characters.
   const auto text = stringFromUnits(utf16FromUTF8(line));
   if (text) NSLog(CFSTR("%@"), text.get());
 }

@@ -7,6 +7,7 @@
 #include <cstdint>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -24,8 +25,7 @@ namespace qbdkr {
 // if the table has grown beyond the buffer.
 [[nodiscard]] QBDKR_EXPORT int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
 
-// Returns the IDs of all processes, for much less than the table costs. Absent if the system does
-// not tell.
+// The system's part of fetchProcessIDs().
 [[nodiscard]] std::optional<std::vector<pid_t>> allProcesses();
 
 // Stores the serial number of a process. Returns procNotFound if the id is not positive. On Linux
@@ -42,9 +42,17 @@ struct ProcessApplication {
   std::shared_ptr<const PropertyList::Dictionary> info;  // never null
 };
 
-// Returns the application that a process runs; absent if it runs none, or another program of its
-// bundle.
-[[nodiscard]] std::optional<ProcessApplication> applicationOfProcess(pid_t processID);
+// Finds the applications of processes, one after another. Many processes share a directory: looks
+// once for information that is not there.
+class ApplicationFinder {
+ public:
+  // Returns the application that a process runs; absent if it runs none, or another program of its
+  // bundle.
+  [[nodiscard]] std::optional<ProcessApplication> of(pid_t processID);
+
+ private:
+  std::set<std::string> missingInformation_;
+};
 
 // Returns the bytes of memory in which a process resides. Absent if it has ended, or if the system
 // does not tell.

@@ -138,9 +138,10 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
   return bundle ? bundle->info : nullptr;
 }
 
-std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
+std::optional<ProcessApplication> ApplicationFinder::of(pid_t processID) {
   const auto executable = executableOfProcess(processID);
-  const auto bundle = executable ? bundleOfExecutable(*executable) : std::nullopt;
+  const auto bundle =
+      executable ? bundleOfExecutable(*executable, missingInformation_) : std::nullopt;
   if (!bundle || !isApplication(*bundle, *executable)) return std::nullopt;
   return ProcessApplication{bundle->path, bundle->info};
 }

@@ -99,7 +99,7 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
 }
 
 // The Process Manager knows applications alone, and says where their bundles lie.
-std::optional<ProcessApplication> applicationOfProcess(pid_t processID) {
+std::optional<ProcessApplication> ApplicationFinder::of(pid_t processID) {
   ProcessSerialNumber number{};
   if (getProcessForPID(processID, &number) != noErr) return std::nullopt;
   auto info = copyProcessInformation(number);

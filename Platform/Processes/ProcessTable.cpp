@@ -6,4 +6,6 @@ namespace qbdkr {
 
 FetchedProcessTable fetchProcessTable() { return fetchProcessTable(queryProcessTable); }
 
+std::optional<std::vector<pid_t>> fetchProcessIDs() { return allProcesses(); }
+
 }  // namespace qbdkr

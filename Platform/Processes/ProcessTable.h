@@ -7,7 +7,9 @@
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
+#include <optional>
 #include <utility>
+#include <vector>
 
 #include <ClientComm/ProcessRecord.h>
 
@@ -32,6 +34,10 @@ struct FetchedProcessTable {
 // Copies the kernel's process table. Asks for its size, then for the table, and repeats both if the
 // table grew in between, as often as that takes. Any thread.
 [[nodiscard]] FetchedProcessTable fetchProcessTable();
+
+// Returns the IDs of all processes, for much less than the table costs. Absent if the system does
+// not tell. Any thread.
+[[nodiscard]] std::optional<std::vector<pid_t>> fetchProcessIDs();
 
 // Does the same with any query: a test can simulate a growing table.
 template <class Query>

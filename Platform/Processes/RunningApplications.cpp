@@ -46,10 +46,10 @@ std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t proce
   return copyProcessInformation(number);
 }
 
-bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProcessTable& table) {
-  const std::span processes(table.records.get(), table.count);
-  return std::ranges::any_of(processes, [&](const ProcessRecord& process) {
-    const auto application = applicationOfProcess(process.processID);
+bool isApplicationRunning(std::string_view bundleIdentifier, const std::vector<pid_t>& processes) {
+  ApplicationFinder finder;
+  return std::ranges::any_of(processes, [&](pid_t process) {
+    const auto application = finder.of(process);
     return application && hasIdentifier(*application, bundleIdentifier);
   });
 }
@@ -57,10 +57,11 @@ bool isApplicationRunning(std::string_view bundleIdentifier, const FetchedProces
 std::optional<std::vector<pid_t>> processesOfApplication(std::string_view bundleIdentifier,
                                                          const std::string& bundlePath) {
   const std::string place = canonicalPath(bundlePath);
-  auto processes = allProcesses();
+  auto processes = fetchProcessIDs();
   if (!processes) return std::nullopt;
+  ApplicationFinder finder;
   std::erase_if(*processes, [&](pid_t process) {
-    const auto application = applicationOfProcess(process);
+    const auto application = finder.of(process);
     if (!application) return true;
     const bool isIt = hasIdentifier(*application, bundleIdentifier) && !bundleIdentifier.empty();
     return !isIt && application->bundlePath != place;
@@ -71,9 +72,10 @@ std::optional<std::vector<pid_t>> processesOfApplication(std::string_view bundle
 std::optional<std::vector<RunningApplication>> runningApplications() {
   const auto table = fetchProcessTable();
   if (!table.records) return std::nullopt;
+  ApplicationFinder finder;
   std::vector<RunningApplication> running;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
-    auto application = applicationOfProcess(process.processID);
+    auto application = finder.of(process.processID);
     if (!application) continue;
     running.push_back({process.processID, process.effectiveUser, std::move(application->bundlePath),
                        std::move(application->info), residentBytesOf(process.processID),
@@ -86,12 +88,13 @@ std::vector<HeldProcess> HeldProcess::ofApplication(const std::string& bundlePat
                                                     WhichProcesses which) {
   const std::string place = canonicalPath(bundlePath);
   const auto table = fetchProcessTable();
+  ApplicationFinder finder;
   std::vector<HeldProcess> processes;
   for (const ProcessRecord& process : std::span(table.records.get(), table.count)) {
     if (process.effectiveUser != geteuid()) continue;
     // Holds it first: what is found out below is then about this very process.
     Descriptor end = endOfProcess(process.processID);
-    const auto application = end ? applicationOfProcess(process.processID) : std::nullopt;
+    const auto application = end ? finder.of(process.processID) : std::nullopt;
     if (!application || application->bundlePath != place) continue;
     if (which == WhichProcesses::replaced && !runsReplacedFile(process.processID)) continue;
     processes.push_back(HeldProcess(process.processID, std::move(end)));

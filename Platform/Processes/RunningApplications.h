@@ -15,17 +15,16 @@
 #include <ClientComm/PropertyList.h>
 
 #include "Platform/Base/Descriptor.h"
-#include "Platform/Processes/ProcessTable.h"
 
 namespace qbdkr {
 
 // Returns the information dictionary of the application that a process runs; null if it runs none.
 [[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> informationOfProcess(pid_t processID);
 
-// Returns whether any process of the table runs an application of that bundle identifier. Blocks
-// for the information property lists of the applications.
+// Returns whether any of these processes runs an application of that bundle identifier. Blocks for
+// the information property lists of the applications.
 [[nodiscard]] bool isApplicationRunning(std::string_view bundleIdentifier,
-                                        const FetchedProcessTable& table);
+                                        const std::vector<pid_t>& processes);
 
 // Returns the processes that run an application of that bundle identifier, or that of the bundle at
 // a path, which may have no identifier. Absent if the process table cannot be read. Blocks

@@ -7,12 +7,11 @@
 #include <system_error>
 
 #include "Platform/PropertyLists/NativeReal.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr::propertylist {
 
 namespace {
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 bool equalsIgnoringCase(std::string_view text, std::string_view lowercaseText) {
   return std::ranges::equal(text, lowercaseText, [](char a, char b) {
@@ -42,8 +41,7 @@ std::optional<double> realFromDigits(std::string_view text) {
 }  // namespace
 
 std::optional<double> realFromText(std::string_view text) {
-  const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+')) text.remove_prefix(1);
+  const bool negative = takeSign(text);
   std::optional<double> value = realFromWord(text);
   if (!value) value = realFromDigits(text);
   if (value && negative) *value = -*value;

@@ -57,9 +57,6 @@ std::string_view trimmed(std::string_view text) {
   return text;
 }
 
-constexpr std::string_view base64Digits =
-    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-
 constexpr auto base64Values = [] {
   std::array<std::int8_t, 256> values{};
   values.fill(-1);
@@ -90,22 +87,6 @@ std::optional<std::string> bytesFromBase64(std::string_view text) {
   }
   if ((digits + padding) % 4 != 0 || padding > 2) return std::nullopt;
   return bytes;
-}
-
-std::string base64FromBytes(std::string_view bytes) {
-  std::string text;
-  text.reserve((bytes.size() + 2) / 3 * 4);
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::size_t count = std::min<std::size_t>(bytes.size() - i, 3);
-    std::uint32_t bits = 0;
-    for (std::size_t k = 0; k < 3; ++k) {
-      bits = bits << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0U);
-    }
-    for (std::size_t k = 0; k < 4; ++k) {
-      text += k > count ? '=' : base64Digits[bits >> (18 - 6 * k) & 0x3F];
-    }
-  }
-  return text;
 }
 
 template <class Scalar>

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstddef>
@@ -24,6 +23,7 @@
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "Platform/PropertyLists/XMLBounds.h"
 #include "Platform/Text/Text.h"
+#include "Platform/Text/UTF16.h"
 
 namespace qbdkr {
 
@@ -48,9 +48,9 @@ std::u16string unitsFromBytes(std::string_view bytes, ByteOrder order) {
 bool hasOnlyWholePairs(std::u16string_view units) {
   bool isLowExpected = false;
   for (const char16_t unit : units) {
-    const bool isLow = unit >= 0xDC00 && unit < 0xE000;
+    const bool isLow = isLowSurrogate(unit);
     if (isLow != isLowExpected) return false;
-    isLowExpected = unit >= 0xD800 && unit < 0xDC00;
+    isLowExpected = isHighSurrogate(unit);
   }
   return !isLowExpected;
 }
@@ -124,13 +124,6 @@ std::optional<PropertyList> parse(std::string_view bytes, const Bounds& bounds) 
   return isValidUTF8(bytes) ? readXMLOrText(bytes, bounds) : std::nullopt;
 }
 
-// Returns the text of a list that is not binary, as UTF-8.
-std::optional<std::string> textOf(std::string_view bytes) {
-  if (const auto order = takeByteOrder(bytes)) return textFromUTF16(bytes, *order);
-  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
-  return isValidUTF8(bytes) ? std::optional(std::string(bytes)) : std::nullopt;
-}
-
 std::string faultOfUnreadFile(const std::string& path) {
   struct stat status = {};
   if (::stat(path.c_str(), &status) != 0) return std::generic_category().message(errno);
@@ -161,6 +154,12 @@ FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
   if (::fstat(file.get(), &status) != 0) return {std::nullopt, false};
   if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(maximum)) return {};
   return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), maximum);
+}
+
+std::optional<std::string> textOf(std::string_view bytes) {
+  if (const auto order = takeByteOrder(bytes)) return textFromUTF16(bytes, *order);
+  if (bytes.starts_with("\xEF\xBB\xBF"sv)) bytes.remove_prefix(3);
+  return isValidUTF8(bytes) ? std::optional(std::string(bytes)) : std::nullopt;
 }
 
 std::optional<PropertyList::Dictionary> parseDictionary(std::string_view bytes,

@@ -45,6 +45,10 @@ struct FileContents {
 [[nodiscard]] QBDKR_EXPORT FileContents contentsOfFile(const std::string& path,
                                                        std::size_t maximum);
 
+// Returns the text of a property list that is not binary, as UTF-8 without a mark. Absent if the
+// bytes are neither UTF-8 nor UTF-16.
+[[nodiscard]] QBDKR_EXPORT std::optional<std::string> textOf(std::string_view bytes);
+
 // Parses the dictionary that a file holds in any form. Absent if the bytes are empty, or hold no
 // dictionary within the bounds.
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Dictionary> parseDictionary(

@@ -7,21 +7,13 @@
 #include <system_error>
 
 #include "Platform/PropertyLists/NativeReal.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr::propertylist {
 
 namespace {
 
 constexpr std::uint64_t largestNegativeMagnitude = std::uint64_t{1} << 63;
-
-// Takes a sign off the front; true if it was a minus.
-bool takeSign(std::string_view& text) {
-  const bool negative = text.starts_with('-');
-  if (negative || text.starts_with('+')) text.remove_prefix(1);
-  return negative;
-}
-
-bool isDigit(char c) { return c >= '0' && c <= '9'; }
 
 std::chrono::sys_seconds referencePoint() {
   using namespace std::chrono;
@@ -141,6 +133,22 @@ std::optional<std::string> textFromDate(PropertyList::Date date) {
   text += ':';
   appendDigits(text, static_cast<int>(time.seconds().count()), 2);
   text += 'Z';
+  return text;
+}
+
+std::string base64FromBytes(std::string_view bytes) {
+  std::string text;
+  text.reserve((bytes.size() + 2) / 3 * 4);
+  for (std::size_t i = 0; i < bytes.size(); i += 3) {
+    const std::size_t count = std::min<std::size_t>(bytes.size() - i, 3);
+    std::uint32_t bits = 0;
+    for (std::size_t k = 0; k < 3; ++k) {
+      bits = bits << 8 | (k < count ? static_cast<unsigned char>(bytes[i + k]) : 0U);
+    }
+    for (std::size_t k = 0; k < 4; ++k) {
+      text += k > count ? '=' : base64Digits[bits >> (18 - 6 * k) & 0x3F];
+    }
+  }
   return text;
 }
 

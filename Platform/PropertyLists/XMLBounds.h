@@ -4,11 +4,13 @@
 #include <optional>
 #include <string_view>
 
+#include <ClientComm/Export.h>
+
 namespace qbdkr::propertylist {
 
 // Tells whether a text can only be XML: the data of an old-style list begins with an angle bracket
 // too, but not in this way.
-[[nodiscard]] bool looksLikeXML(std::string_view text);
+[[nodiscard]] QBDKR_EXPORT bool looksLikeXML(std::string_view text);
 
 // Tells whether an XML text has at most this many elements and levels, and no declarations of its
 // own. Runs before any reader gets the text, as not every reader has bounds. A text that is not XML

@@ -7,9 +7,6 @@
 #include <cstring>
 #include <mutex>
 #include <span>
-#include <string>
-
-#include <ClientComm/LogHandler.h>
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/ForkSafeMutex.h"
@@ -39,12 +36,6 @@ std::size_t copyText(std::string_view text, std::span<char> place) {
   return place.size();
 }
 
-// Bytes that are not UTF-8 become U+FFFD, control characters are escaped.
-std::string shownText(std::string_view text) {
-  const std::string valid = utf8FromUTF16(utf16FromUTF8(text));
-  return LogLine{LogLevel::notice, LogCategory::application, valid, {}}.text();
-}
-
 // A step in the form that takes no allocation.
 class Entry {
  public:
@@ -70,7 +61,7 @@ class Entry {
   void repeat(const Entry& earlier) { count_ = earlier.count_ + 1; }
 
   [[nodiscard]] RecordedStep step() const {
-    return {kind_, time_, count_, number_, shownText(subject()), shownText(detail())};
+    return {kind_, time_, count_, number_, escaped(subject()), escaped(detail())};
   }
 
  private:

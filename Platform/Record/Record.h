@@ -1,6 +1,8 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
+#include <string>
 #include <string_view>
 
 #include <ClientComm/Export.h>
@@ -16,6 +18,9 @@ QBDKR_EXPORT void record(StepKind kind, std::int64_t number, std::string_view su
 inline void record(StepKind kind, std::string_view subject, std::string_view detail = {}) noexcept {
   record(kind, 0, subject, detail);
 }
+
+// Returns a time in UTC, as a record is read elsewhere than where it was made.
+[[nodiscard]] QBDKR_EXPORT std::string timeText(std::chrono::system_clock::time_point time);
 
 // Tells whether QBDKR_DEBUG=1 is set in the environment, as it was at the first call.
 [[nodiscard]] QBDKR_EXPORT bool isDebugging();

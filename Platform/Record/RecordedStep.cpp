@@ -1,8 +1,12 @@
+#include <array>
+#include <ctime>
 #include <string>
 #include <system_error>
 
 #include <ClientComm/RecordedStep.h>
-#include <ClientComm/Status.h>
+
+#include "Platform/Base/StatusMeaning.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -16,27 +20,6 @@ std::string afterStart(std::int64_t milliseconds) {
 std::string inParentheses(const std::string& text) { return text.empty() ? "" : " (" + text + ')'; }
 
 std::string from(const std::string& sender) { return sender.empty() ? "" : " from " + sender; }
-
-const char* meaningOf(std::int64_t status) {
-  switch (status) {
-    case paramErr:
-      return "the text or the identifier is invalid";
-    case userCanceledErr:
-      return "cancelled";
-    case procNotFound:
-      return "not running";
-    case connectionInvalid:
-      return "no bus, or it went away";
-    case errAEEventNotHandled:
-      return "it refused or failed";
-    case errAETimeout:
-      return "no answer in time";
-    case errAEEventNotPermitted:
-      return "not permitted";
-    default:
-      return "failed";
-  }
-}
 
 std::string sentence(const RecordedStep& step) {
   const std::string& subject = step.subject;
@@ -75,6 +58,8 @@ std::string sentence(const RecordedStep& step) {
     case StepKind::helperEndedAtStart:
       return subject + " ended " + afterStart(step.number) + ", before it could be reached" +
              inParentheses(detail);
+    case StepKind::libraryMissing:
+      return subject + " needs " + detail + ", which the loader does not find";
     case StepKind::launchHeldBack:
       return subject + " is not started for " + number + " ms: it ended too often";
     case StepKind::launchLocked:
@@ -89,7 +74,7 @@ std::string sentence(const RecordedStep& step) {
       return "ended " + subject + ": " + detail;
     case StepKind::requestFailed:
       return detail + " to " + quoted(subject) + " returned " + number + " (" +
-             meaningOf(step.number) + ')';
+             meaningOf(static_cast<OSErr>(step.number)) + ')';
     case StepKind::emptyAnswer:
       return detail + " to " + quoted(subject) + " was answered with nothing";
     case StepKind::busObstacle:
@@ -102,6 +87,8 @@ std::string sentence(const RecordedStep& step) {
       return subject + from(detail) + " is unknown";
     case StepKind::methodFailed:
       return subject + from(detail) + " failed";
+    case StepKind::delegateDestroyed:
+      return "the delegate of " + subject + " was destroyed, and takes no reports any more";
     case StepKind::reportNotTaken:
       return subject + " came, and the host has no delegate for it";
   }
@@ -109,6 +96,15 @@ std::string sentence(const RecordedStep& step) {
 }
 
 }  // namespace
+
+std::string timeText(std::chrono::system_clock::time_point time) {
+  const std::time_t seconds = std::chrono::system_clock::to_time_t(time);
+  std::tm parts{};
+  gmtime_r(&seconds, &parts);
+  std::array<char, 32> text{};
+  std::strftime(text.data(), text.size(), "%Y-%m-%d %H:%M:%SZ", &parts);
+  return text.data();
+}
 
 std::string RecordedStep::text() const {
   const std::string times = count > 1 ? " (" + std::to_string(count) + " times)" : "";

@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 
 #include "Platform/Text/NativeUnicode.h"
 #include "Platform/Text/UTF16.h"
@@ -85,6 +86,26 @@ std::size_t validPrefix(std::string_view text) {
   return length;
 }
 
+// A terminal acts on a control character, and shows what follows a mark of direction in another
+// order. XML cannot have a noncharacter.
+bool isControl(char32_t character) {
+  return character < 0x20 || (character >= 0x7F && character < 0xA0) || character == 0x061C ||
+         (character >= 0x200E && character <= 0x200F) ||
+         (character >= 0x2028 && character <= 0x202E) ||
+         (character >= 0x2066 && character <= 0x2069) || character == 0xFFFE || character == 0xFFFF;
+}
+
+// Returns the escape of a character, or of a byte that is not UTF-8.
+std::string escapeOf(char32_t value, bool isCharacter) {
+  if (value == '\n') return "\\n";
+  if (value == '\r') return "\\r";
+  if (value == '\t') return "\\t";
+  std::array<char, 8> code{};
+  std::snprintf(code.data(), code.size(), isCharacter && value >= 0x80 ? "\\u%04x" : "\\x%02x",
+                static_cast<unsigned>(value));
+  return code.data();
+}
+
 int sign(int comparison) { return comparison < 0 ? -1 : (comparison > 0 ? 1 : 0); }
 
 // No character below the first accented letter has a decomposition.
@@ -137,6 +158,26 @@ std::string utf8FromUTF16(std::u16string_view text) {
     appendUTF8(converted, isSurrogate(character) ? replacementCharacter : character);
   }
   return converted;
+}
+
+std::string escaped(std::string_view text, std::string_view kept, std::size_t most) {
+  std::string result;
+  result.reserve(std::min(text.size(), most));
+  std::size_t at = 0;
+  while (at < text.size() && at < most) {
+    const Decoded front = decodeFront(text.substr(at));
+    const std::string_view bytes = text.substr(at, std::max<std::size_t>(front.length, 1));
+    const bool isCharacter = front.length > 0;
+    if (isCharacter &&
+        (!isControl(front.character) || kept.find(bytes) != std::string_view::npos)) {
+      result += bytes;
+    } else {
+      result += escapeOf(isCharacter ? front.character : static_cast<unsigned char>(bytes.front()),
+                         isCharacter);
+    }
+    at += bytes.size();
+  }
+  return at < text.size() ? result + "..." : result;
 }
 
 std::optional<int> decimalDigitValue(char16_t unit) {

@@ -28,6 +28,23 @@ namespace qbdkr {
 // Converts UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
 [[nodiscard]] QBDKR_EXPORT std::string utf8FromUTF16(std::u16string_view text);
 
+// Returns a text from outside so that it stays in one line and a terminal shows it as it is:
+// control characters, marks of direction and bytes that are not UTF-8 become escapes such as \n,
+// \x1b and \u202e. The characters in `kept` stay. A text of more than `most` bytes is cut, and ends
+// in "...".
+[[nodiscard]] QBDKR_EXPORT std::string escaped(std::string_view text, std::string_view kept = {},
+                                               std::size_t most = std::string_view::npos);
+
+// Tells whether a byte is a digit of ASCII.
+[[nodiscard]] constexpr bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
+
+// Takes a sign off the front of a number; true if it is a minus.
+constexpr bool takeSign(std::string_view& text) {
+  const bool isNegative = text.starts_with('-');
+  if (isNegative || text.starts_with('+')) text.remove_prefix(1);
+  return isNegative;
+}
+
 // Returns the value, 0 to 9, of a decimal digit of any script; absent for every other UTF-16 unit,
 // halves of surrogate pairs included.
 [[nodiscard]] QBDKR_EXPORT std::optional<int> decimalDigitValue(char16_t unit);

@@ -20,6 +20,7 @@
 #define SD_JOURNAL_SUPPRESS_LOCATION
 #include <systemd/sd-journal.h>
 
+#include "Platform/Base/ArgumentPointers.h"
 #include "Platform/Base/BlockedSignals.h"
 #include "Platform/Record/Record.h"
 
@@ -41,20 +42,20 @@ namespace {
 // They make system calls and nothing else, since any other thread of this process may hold any
 // lock. The C library's own functions for these calls are not used either: they, or a checking
 // tool in their place, may keep records in that memory.
-struct Start {
+struct Start {  // NOLINT(cppcoreguidelines-pro-type-member-init): the stacks stay as they are
   static constexpr std::size_t stackSize = 32768;  // bytes
   struct alignas(16) Stack {
-    std::array<std::byte, stackSize> bytes{};
+    std::array<std::byte, stackSize> bytes;  // not filled: that would touch each page
     void* top() { return &bytes + 1; }
   };
 
-  const char* executable = nullptr;
+  char* const* arguments = nullptr;  // the first is the path of the executable
   char* const* environment = nullptr;
   int input = -1;
   int output = -1;
   int error = -1;
-  Stack parentsStack{};
-  Stack applicationsStack{};
+  Stack parentsStack;
+  Stack applicationsStack;
 
   // Left by the new processes.
   pid_t processID = -1;
@@ -83,7 +84,6 @@ IN_NEW_PROCESS void markInheritedDescriptorsCloseOnExec() {
 
 IN_NEW_PROCESS int becomeApplication(void* argument) {
   auto& start = *static_cast<Start*>(argument);
-  const std::array<const char*, 2> arguments{start.executable, nullptr};
   syscall(SYS_setsid);
   syscall(SYS_dup3, start.input, STDIN_FILENO, 0);
   syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
@@ -91,7 +91,7 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
   markInheritedDescriptorsCloseOnExec();
   if (syscall(SYS_chdir, "/") == 0) {
     resetSignals();
-    syscall(SYS_execve, start.executable, arguments.data(), start.environment);
+    syscall(SYS_execve, start.arguments[0], start.arguments, start.environment);
   }
   start.failure = errno;
   return 127;
@@ -147,38 +147,21 @@ std::vector<std::string> environmentFor(const Descriptor& output) {
   return variables;
 }
 
-std::vector<char*> pointersTo(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 // Moves a descriptor out of the way of the three standard ones, which a host may have closed.
 Descriptor aboveStandardOnes(Descriptor descriptor) {
   if (descriptor.get() > STDERR_FILENO) return descriptor;
   return Descriptor(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 
-// The descriptors of an application's standard streams.
-struct Streams {
-  Descriptor input;
-  Descriptor output;
-  Descriptor error;
-
-  [[nodiscard]] bool areOpen() const { return input && output && error; }
-};
-
 Descriptor noFile(int access) { return Descriptor(::open("/dev/null", access | O_CLOEXEC)); }
 
 // Both outputs go to the journal. If that is missing they are dropped, but for the standard error
 // of an application whose host is being debugged.
-Streams streamsFor(const std::string& executable) {
+StandardStreams streamsFor(const std::string& executable) {
   const std::string name(std::string_view(executable).substr(executable.rfind('/') + 1));
   constexpr int notice = 5;
-  Streams streams{noFile(O_RDONLY), Descriptor(sd_journal_stream_fd(name.c_str(), notice, 0)),
-                  Descriptor()};
+  StandardStreams streams{noFile(O_RDONLY),
+                          Descriptor(sd_journal_stream_fd(name.c_str(), notice, 0)), Descriptor()};
   const bool isJournal(streams.output);
   if (!isJournal) streams.output = noFile(O_RDWR);
   const int shown = isDebugging() && !isJournal ? STDERR_FILENO : streams.output.get();
@@ -186,21 +169,23 @@ Streams streamsFor(const std::string& executable) {
   if (!streams.error) {  // this process has no standard error
     streams.error = Descriptor(fcntl(streams.output.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
   }
-  streams.input = aboveStandardOnes(std::move(streams.input));
-  streams.output = aboveStandardOnes(std::move(streams.output));
   return streams;
 }
 
 }  // namespace
 
-std::optional<DetachedProcess> startDetached(const std::string& executable) {
-  const auto streams = streamsFor(executable);
+std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
+                                             std::vector<std::string> environment,
+                                             StandardStreams streams) {
+  for (Descriptor* stream : {&streams.input, &streams.output, &streams.error}) {
+    *stream = aboveStandardOnes(std::move(*stream));
+  }
   if (!streams.areOpen()) return std::nullopt;
-  auto variables = environmentFor(streams.output);
-  const auto environment = pointersTo(variables);
-  const auto start = std::make_unique<Start>();
-  start->executable = executable.c_str();
-  start->environment = environment.data();
+  const auto arguments = pointersTo(command);
+  const auto variables = pointersTo(environment);
+  const std::unique_ptr<Start> start(new Start);  // leaves the stacks as they are
+  start->arguments = arguments.data();
+  start->environment = variables.data();
   start->input = streams.input.get();
   start->output = streams.output.get();
   start->error = streams.error.get();
@@ -211,6 +196,12 @@ std::optional<DetachedProcess> startDetached(const std::string& executable) {
     return std::nullopt;
   }
   return process;
+}
+
+std::optional<DetachedProcess> startDetached(const std::string& executable) {
+  auto streams = streamsFor(executable);
+  auto environment = environmentFor(streams.output);
+  return startDetached({executable}, std::move(environment), std::move(streams));
 }
 
 }  // namespace qbdkr

@@ -4,6 +4,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 #include "Platform/Base/Descriptor.h"
 
@@ -16,9 +17,23 @@ struct DetachedProcess {
   Descriptor ended;
 };
 
-// Starts an executable without arguments, with the root as its working directory, and its output in
-// the journal if that is available. Waits until it is executed. Absent with errno if it cannot be
-// executed.
+// The descriptors of a process's standard streams.
+struct StandardStreams {
+  Descriptor input;
+  Descriptor output;
+  Descriptor error;
+
+  [[nodiscard]] bool areOpen() const { return input && output && error; }
+};
+
+// Starts a command, whose first word is the path of an executable, with the root as its working
+// directory. Waits until it is executed. Absent with errno if it cannot be executed.
+std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
+                                             std::vector<std::string> environment,
+                                             StandardStreams streams);
+
+// Starts an executable without arguments in the environment of this process, with its output in the
+// journal if that is available.
 std::optional<DetachedProcess> startDetached(const std::string& executable);
 
 }  // namespace qbdkr

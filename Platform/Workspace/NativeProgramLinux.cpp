@@ -3,8 +3,7 @@
 #include <link.h>
 #include <poll.h>
 #include <signal.h>
-#include <spawn.h>
-#include <sys/wait.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -14,10 +13,12 @@
 #include <cstdlib>
 #include <cstring>
 #include <optional>
+#include <utility>
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Bundles/EnclosingBundleLinux.h"
 #include "Platform/Files/Files.h"
+#include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/LoaderOutputLinux.h"
 #include "Platform/Workspace/NativeProgram.h"
 
@@ -172,14 +173,6 @@ class LoadedProgram {
   std::vector<Segment> segments_;
 };
 
-std::vector<char*> pointersOf(std::vector<std::string>& texts) {
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
-  return pointers;
-}
-
 // Whether a loader lists the libraries of a program in place of executing it.
 enum class Tracing { off, on };
 
@@ -190,26 +183,17 @@ std::optional<std::string> outputOfCommand(std::vector<std::string> command, Tra
   std::array<int, 2> ends{};
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
   const Descriptor output(ends[0]);
-  Descriptor input(ends[1]);
-  posix_spawn_file_actions_t actions{};
-  if (::posix_spawn_file_actions_init(&actions) != 0) return std::nullopt;
-  ::posix_spawn_file_actions_addopen(&actions, STDIN_FILENO, "/dev/null", O_RDONLY, 0);
-  ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDOUT_FILENO);
-  ::posix_spawn_file_actions_adddup2(&actions, input.get(), STDERR_FILENO);
+  StandardStreams streams{Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)),
+                          Descriptor(ends[1]), Descriptor(::fcntl(ends[1], F_DUPFD_CLOEXEC, 0))};
   // The other variables of a loader can make it execute more.
-  std::vector<std::string> variables;
+  std::vector<std::string> environment;
   if (const char* path = std::getenv("LD_LIBRARY_PATH")) {
-    variables.push_back("LD_LIBRARY_PATH=" + std::string(path));
+    environment.push_back("LD_LIBRARY_PATH=" + std::string(path));
   }
-  if (tracing == Tracing::on) variables.emplace_back("LD_TRACE_LOADED_OBJECTS=1");
-  const auto environment = pointersOf(variables);
-  const auto arguments = pointersOf(command);
-  pid_t process = -1;
-  const int error = ::posix_spawn(&process, arguments[0], &actions, nullptr, arguments.data(),
-                                  environment.data());
-  ::posix_spawn_file_actions_destroy(&actions);
-  if (error != 0) return std::nullopt;
-  input = Descriptor();
+  if (tracing == Tracing::on) environment.emplace_back("LD_TRACE_LOADED_OBJECTS=1");
+  const auto process =
+      startDetached(std::move(command), std::move(environment), std::move(streams));
+  if (!process) return std::nullopt;
   constexpr std::size_t mostOutput = std::size_t{256} << 10;
   std::string text;
   bool isWhole = false;
@@ -226,9 +210,7 @@ std::optional<std::string> outputOfCommand(std::vector<std::string> command, Tra
     isWhole = size == 0;
     text.append(buffer.data(), static_cast<std::size_t>(size));
   }
-  if (!isWhole) ::kill(process, SIGKILL);
-  while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
-  }
+  if (!isWhole) ::syscall(SYS_pidfd_send_signal, process->ended.get(), SIGKILL, nullptr, 0);
   return isWhole ? std::optional(std::move(text)) : std::nullopt;
 }
 

@@ -24,14 +24,14 @@ class Reachability {
 
   virtual ~Reachability() = default;
 
-  // Begins to watch, without waiting for an answer of the system.
+  // Begins to ask the system, without waiting for its answer.
   [[nodiscard]] static std::unique_ptr<Reachability> of(const Bundle& bundle);
 
   // Tells whether the system can tell: on Linux not without an identifier or a bus, on macOS never.
-  [[nodiscard]] virtual bool isKnown() const = 0;
+  [[nodiscard]] virtual bool isKnown() = 0;
 
-  // Tells whether events reach it now. False if the system does not tell by the deadline.
-  [[nodiscard]] virtual bool isThere(Clock::time_point deadline) = 0;
+  // Tells whether events reach it now. False if the system does not tell.
+  [[nodiscard]] virtual bool isThere() = 0;
 
   // Waits until it can be reached, its process has ended, or the deadline passes. Does not wait for
   // an application without an identifier, which no event reaches.

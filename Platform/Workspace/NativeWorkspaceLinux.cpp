@@ -11,6 +11,7 @@
 #include <ClientComm/Bundle.h>
 
 #include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/DBus/NameOwner.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/NativeWorkspace.h"
@@ -40,25 +41,22 @@ int onProcess(sd_bus_message* message, void* answered, sd_bus_error* /*error*/) 
   return 0;
 }
 
-std::optional<std::string> busNameOf(const Bundle& bundle) {
-  const auto identifier = bundle.infoString(kCFBundleIdentifierKey);
-  return identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
-}
-
 // Events reach an application through its name on the bus.
 class NamedApplication final : public Reachability {
  public:
-  explicit NamedApplication(std::optional<std::string> name) : name_(std::move(name)) {
-    if (name_) owner_.emplace(*name_);
+  explicit NamedApplication(const std::string& identifier)
+      : identifier_(identifier), name_(busNameOfIdentifier(identifier)) {
+    if (name_) question_.emplace(identifier_);
   }
 
-  [[nodiscard]] bool isKnown() const override { return owner_ && owner_->bus() != nullptr; }
+  [[nodiscard]] bool isKnown() override {
+    if (name_ && !owner_) owner_.emplace(*name_);
+    return owner_ && owner_->bus() != nullptr;
+  }
 
-  [[nodiscard]] bool isThere(Clock::time_point deadline) override {
-    if (!owner_) return false;
-    owner_->read();
-    while (isKnown() && !owner_->isAnswered() && Clock::now() < deadline) waitFor({}, deadline);
-    return isThere();
+  // Asks again before it says yes: the process may have ended since the first question.
+  [[nodiscard]] bool isThere() override {
+    return question_ && question_->isAffirmed() && BusSender::Question(identifier_).isAffirmed();
   }
 
   // Without a bus only the end of the process can be seen.
@@ -66,15 +64,15 @@ class NamedApplication final : public Reachability {
     if (!name_) return Presence::running;
     if (!isKnown()) owner_.emplace(*name_);  // connects again: the bus may be back
     owner_->read();
-    while (!isThere() && !end.isReadable()) {
+    while (!hasOwner() && !end.isReadable()) {
       if (Clock::now() >= deadline) return Presence::running;
       waitFor(end, deadline);
     }
-    return isThere() ? Presence::reachable : Presence::ended;
+    return hasOwner() ? Presence::reachable : Presence::ended;
   }
 
  private:
-  [[nodiscard]] bool isThere() const { return owner_->isThere().value_or(false); }
+  [[nodiscard]] bool hasOwner() const { return owner_->isThere().value_or(false); }
 
   void waitFor(const Descriptor& end, Clock::time_point deadline) {
     std::array<pollfd, 2> events{{{end.get(), POLLIN, 0}, owner_->event()}};
@@ -82,14 +80,16 @@ class NamedApplication final : public Reachability {
     owner_->read();
   }
 
+  const std::string identifier_;
   const std::optional<std::string> name_;
-  std::optional<NameOwner> owner_;
+  std::optional<BusSender::Question> question_;
+  std::optional<NameOwner> owner_;  // made when it is awaited
 };
 
 }  // namespace
 
 std::unique_ptr<Reachability> Reachability::of(const Bundle& bundle) {
-  return std::make_unique<NamedApplication>(busNameOf(bundle));
+  return std::make_unique<NamedApplication>(bundle.infoString(kCFBundleIdentifierKey).value_or(""));
 }
 
 std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability) {

@@ -13,8 +13,8 @@ namespace {
 // starting.
 class AnyApplication final : public Reachability {
  public:
-  [[nodiscard]] bool isKnown() const override { return false; }
-  [[nodiscard]] bool isThere(Clock::time_point /*deadline*/) override { return false; }
+  [[nodiscard]] bool isKnown() override { return false; }
+  [[nodiscard]] bool isThere() override { return false; }
   [[nodiscard]] Presence await(const Descriptor& /*end*/, Clock::time_point /*deadline*/) override {
     return Presence::running;
   }

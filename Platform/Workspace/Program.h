@@ -44,8 +44,8 @@ struct LibraryReport {
 };
 
 // Asks the system's own loader for the libraries of a program in the environment of this process,
-// and waits this long at most. The loader runs as a child process for that, and executes nothing of
-// the program or of its libraries. Any thread.
+// and waits this long at most. The loader runs as a detached process for that, and executes nothing
+// of the program or of its libraries. Any thread.
 [[nodiscard]] QBDKR_EXPORT LibraryReport librariesOfProgram(const std::string& path,
                                                             std::chrono::milliseconds patience);
 

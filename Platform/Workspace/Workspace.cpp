@@ -16,6 +16,7 @@
 #include "Platform/Workspace/NativeWorkspace.h"
 #include "Platform/Workspace/OpeningHistory.h"
 #include "Platform/Workspace/Openings.h"
+#include "Platform/Workspace/Program.h"
 
 namespace qbdkr {
 namespace {
@@ -28,6 +29,7 @@ constexpr std::chrono::seconds lockPatience(15);
 constexpr std::chrono::seconds turnPatience(30);
 // A helper agent that was asked to exit has this long, as in an upgrade.
 constexpr std::chrono::seconds presencePatience(5);
+constexpr std::chrono::seconds loaderPatience(1);
 
 Openings& openings() {
   static NeverDestroyed instance([] { return Openings(); });
@@ -53,7 +55,7 @@ std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) 
       return std::nullopt;
     }
     if (processes->empty()) {
-      return history().isRunning(bundle.bundlePath()) || reachability.isThere(deadline);
+      return history().isRunning(bundle.bundlePath()) || reachability.isThere();
     }
     const pid_t process = processes->front();
     const auto end = endOfProcess(process);
@@ -63,6 +65,14 @@ std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) 
     }
     record(StepKind::helperFoundRunning, process, bundle.bundlePath());
     return true;
+  }
+}
+
+// Asks the loader again for what it told an application that ended at its start: the application's
+// standard error is its own, and nothing reads it.
+void recordMissingLibraries(const std::string& executable) {
+  for (const auto& library : librariesOfProgram(executable, loaderPatience).missing) {
+    record(StepKind::libraryMissing, executable, library);
   }
 }
 
@@ -83,7 +93,8 @@ void recordStart(const Bundle& bundle, const std::optional<Opening>& opening,
     case Presence::running:
       return record(StepKind::helperNotCheckedIn, duration, *executable);
     case Presence::ended:
-      return record(StepKind::helperEndedAtStart, duration, *executable, endingOf(opening->end));
+      record(StepKind::helperEndedAtStart, duration, *executable, endingOf(opening->end));
+      return recordMissingLibraries(*executable);
   }
 }
 

@@ -11,8 +11,8 @@
 namespace qbdkr {
 
 // Writes one line to the system log. Any thread. On Linux it goes to the journal if standard error
-// is connected to the journal, else to standard error. Control characters are escaped: a text from
-// outside stays within its line. A line longer than 16 KiB is cut there and ends in "...". If
+// is connected to the journal, else to standard error. Control characters, marks of direction and
+// bytes that are not UTF-8 are escaped. A line longer than 16 KiB is cut there, ending in "...". If
 // standard error is not read, the call blocks for 0.2 s and drops the line; later lines are dropped
 // at once until there is room again. Throws nothing: if out of memory it drops the line.
 QBDKR_EXPORT void log(std::string_view line);

@@ -16,7 +16,8 @@ namespace qbdkr {
 // Receives the helper agent's reports, on the main thread, under the dispatcher's lock. A delegate
 // implements the interfaces below for the reports it wants. Remove and destroy a delegate on the
 // main thread, or while no report can come. It may do so itself in a call, and it may run the main
-// run loop there, as for a modal dialog: further reports then call it inside that call.
+// run loop there, as for a modal dialog: further reports then call it inside that call. One that is
+// destroyed while it is set takes itself off, which the record tells.
 class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
  public:
   virtual ~QBHPHelperControlCallBackDelegate();
@@ -54,10 +55,9 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   QBHPHelperControl();
   ~QBHPHelperControl() override;
 
-  // Sets and returns the delegate, which is not owned; null removes it, and must before the
-  // delegate is destroyed. Any thread. The communicator makes itself the delegate when it is made:
-  // set another one after that, and let it pass the reports on to the communicator, which otherwise
-  // does not act on them.
+  // Sets and returns the delegate, which is not owned; null removes it. Any thread. The
+  // communicator makes itself the delegate when it is made: set another one after that, and let it
+  // pass the reports on to the communicator, which otherwise does not act on them.
   void setHelperCtrlDelegate(QBHPHelperControlCallBackDelegate* delegate);
   [[nodiscard]] QBHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
 
@@ -105,6 +105,10 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   [[nodiscard]] std::span<const Method> methods() const override;
 
  private:
+  friend class QBHPHelperControlCallBackDelegate;
+  // Takes a delegate that is destroyed off, and records it.
+  void forget(const QBHPHelperControlCallBackDelegate& delegate) noexcept;
+
   std::atomic<QBHPHelperControlCallBackDelegate*> delegate_{nullptr};
 };
 

@@ -14,8 +14,6 @@
 
 namespace qbdkr {
 
-struct FetchedProcessTable;
-
 // Fetches the kernel's table of all processes. The caller releases the records with free(). Null
 // and a count of 0 if the table cannot be read. Neither address may be null: an assertion would end
 // the process. Any thread; blocks for the system.
@@ -46,11 +44,11 @@ class QBDKR_EXPORT QBHPProcessList {
   [[nodiscard]] bool applicationIsRunning(Text bundleIdentifier, Text bundlePath);
 
  protected:
-  // Reads another table of processes, in a test.
-  explicit QBHPProcessList(std::function<FetchedProcessTable()> table);
+  // Calls a function between the processes and their applications, in a test.
+  explicit QBHPProcessList(std::function<void()> onProcessesRead);
 
  private:
-  std::function<FetchedProcessTable()> table_;
+  std::function<void()> onProcessesRead_;
 };
 
 }  // namespace qbdkr

@@ -16,7 +16,8 @@ namespace qbdkr {
 // The base of a delegate that is asked whether the product is ready to be upgraded. To answer, a
 // delegate implements the interface below. Remove and destroy it on the main thread, or while no
 // report can come. It may do so itself in a call, and it may run the main run loop there, as for a
-// modal dialog; a further question then gets the answer "ignore".
+// modal dialog; a further question then gets the answer "ignore". One that is destroyed while it is
+// set takes itself off, which the record tells.
 class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
  public:
   virtual ~QBHPProductUpgradeCallBackDelegate();
@@ -47,8 +48,7 @@ class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
   QBHPUpgradeByHelper();
   ~QBHPUpgradeByHelper() override;
 
-  // Sets and returns the delegate, which is not owned; null removes it, and must before the
-  // delegate is destroyed. Any thread.
+  // Sets and returns the delegate, which is not owned; null removes it. Any thread.
   void setProductUpgradeDelegate(QBHPProductUpgradeCallBackDelegate* delegate);
   [[nodiscard]] QBHPProductUpgradeCallBackDelegate* productUpgradeDelegate() const;
 
@@ -79,6 +79,10 @@ class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
   [[nodiscard]] std::span<const Method> methods() const override;
 
  private:
+  friend class QBHPProductUpgradeCallBackDelegate;
+  // Takes a delegate that is destroyed off, and records it.
+  void forget(const QBHPProductUpgradeCallBackDelegate& delegate) noexcept;
+
   OSErr answer(Text productID, Text versionID, Text ready);
 
   std::atomic<bool> isUpgradeQueryResopned_{true};

@@ -30,6 +30,7 @@ enum class StepKind : std::uint8_t {
   helperCheckedIn,     // number: milliseconds since the start; subject: path of the executable
   helperNotCheckedIn,  // number: milliseconds since the start; subject: path of the executable
   helperEndedAtStart,  // number: milliseconds since the start; subject: executable; detail: how
+  libraryMissing,      // subject: path of the executable; detail: the library that it lacks
   launchHeldBack,      // number: milliseconds; subject: path
   launchLocked,        // subject: path of the bundle that another process opens
   processesUnknown,    // subject: path; the process table cannot be read
@@ -42,11 +43,12 @@ enum class StepKind : std::uint8_t {
   emptyAnswer,    // subject: identifier; detail: class and method
   busObstacle,    // subject: one line that says why posts may be lost
   // Reports and requests that came in.
-  senderRefused,   // subject: class and method; its sender is not an application in a bundle
-  classUnknown,    // subject: class; detail: sender
-  methodUnknown,   // subject: class and method; detail: sender
-  methodFailed,    // subject: class and method; detail: sender; it threw
-  reportNotTaken,  // subject: class and method; the host has no delegate for it
+  senderRefused,      // subject: class and method; its sender is not an application in a bundle
+  classUnknown,       // subject: class; detail: sender
+  methodUnknown,      // subject: class and method; detail: sender
+  methodFailed,       // subject: class and method; detail: sender; it threw
+  delegateDestroyed,  // subject: class that the delegate was set for
+  reportNotTaken,     // subject: class and method; the host has no delegate for it
 };
 
 // A step in the record of this process.

@@ -90,9 +90,9 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
 
   // Finds out why this host has no helper agent, or what failed last: examines its bundle, the
   // installed copy, the processes and the bus, and reads the record. Starts nothing but the
-  // system's loader, as a child process that lists libraries, and writes nothing. Blocks for all of
-  // that, a second or two at most: do not call it where a user waits. On the main thread it cannot
-  // tell whether the main run loop runs. Any thread. Throws only std::bad_alloc.
+  // system's loader, as a detached process that lists libraries, and writes nothing. Blocks for all
+  // of that, a second or two at most: do not call it where a user waits. On the main thread it
+  // cannot tell whether the main run loop runs. Any thread. Throws only std::bad_alloc.
   [[nodiscard]] Diagnosis diagnose() const;
 
   // Returns false only if the helper agent's user defaults have a true "QBHPServerClosed"

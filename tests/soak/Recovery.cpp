@@ -15,6 +15,7 @@
 #include <string>
 #include <vector>
 
+#include "Platform/Base/ArgumentPointers.h"
 #include "support/LongRun.h"
 #include "support/Patience.h"
 #include "support/ProcessEnd.h"
@@ -39,9 +40,7 @@ class BareLoop {
     prctl(PR_SET_PDEATHSIG, SIGKILL);
     std::vector<std::string> texts;
     for (const auto& [name, value] : environment) texts.push_back(name + '=' + value);
-    std::vector<char*> variables;
-    for (std::string& text : texts) variables.push_back(text.data());
-    variables.push_back(nullptr);
+    const auto variables = pointersTo(texts);
     std::string path = program;
     std::array<char*, 2> arguments{path.data(), nullptr};
     for (;;) {

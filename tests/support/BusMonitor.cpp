@@ -173,6 +173,10 @@ void BusMonitor::waitForCalls(const std::string& method, std::size_t count) {
   waitForLines("call ", ' ' + method + " [", count);
 }
 
+void BusMonitor::waitForMember(const std::string& member, std::size_t count) {
+  waitForLines("call ", ' ' + member + ' ', count);
+}
+
 void BusMonitor::waitForOwner(const std::string& name, std::size_t count) {
   waitForLines("signal ", "NameOwnerChanged sss " + name + " % :", count);
 }

@@ -18,9 +18,10 @@ class BusMonitor {
  public:
   explicit BusMonitor(const Peer& peer);
 
-  // Wait until the monitor has seen that many calls of an RPC method, or that many times that a
-  // name got an owner or lost it.
+  // Wait until the monitor has seen that many calls of an RPC method, or of "INTERFACE MEMBER", or
+  // that many times that a name got an owner or lost it.
   void waitForCalls(const std::string& method, std::size_t count);
+  void waitForMember(const std::string& member, std::size_t count);
   void waitForOwner(const std::string& name, std::size_t count = 1);
   void waitForLoss(const std::string& name, std::size_t count = 1);
 

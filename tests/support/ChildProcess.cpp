@@ -18,6 +18,7 @@
 #include <system_error>
 #include <utility>
 
+#include "Platform/Base/ArgumentPointers.h"
 #include "support/ProcessEnd.h"
 
 namespace qbdkr::test {
@@ -33,13 +34,6 @@ std::pair<Descriptor, Descriptor> makePipe() {
   std::array<int, 2> ends{};
   if (pipe2(ends.data(), O_CLOEXEC) != 0) fail("pipe");
   return {Descriptor(ends[0]), Descriptor(ends[1])};
-}
-
-std::vector<char*> pointers(std::vector<std::string>& texts) {
-  std::vector<char*> result;
-  for (std::string& text : texts) result.push_back(text.data());
-  result.push_back(nullptr);
-  return result;
 }
 
 struct Plan {
@@ -93,8 +87,8 @@ ChildProcess::ChildProcess(const std::vector<std::string>& command, const SpawnO
   auto texts = command;
   std::vector<std::string> settings;
   for (const auto& [key, value] : options.environment) settings.push_back(key + '=' + value);
-  const auto arguments = pointers(texts);
-  const auto environment = pointers(settings);
+  const auto arguments = pointersTo(texts);
+  const auto environment = pointersTo(settings);
   auto [inputRead, inputWrite] = makePipe();
   auto [outputRead, outputWrite] = makePipe();
   auto [errorRead, errorWrite] = makePipe();

@@ -3,6 +3,7 @@
 //   exit-at-once    ends before it can be reached
 //   exit-for-now    does so until a file TRANSCRIPT.settled exists
 //   never-check-in  runs, but does not come to the bus before SIGUSR1
+//   no-loop         comes to the bus, and does not run its main run loop
 //   stubborn        does not end when it is asked to
 //   stubborn-to-the-end  ignores SIGTERM as well
 //   slow-exit       leaves the bus when it is asked to end, and ends at SIGUSR1
@@ -21,6 +22,7 @@
 #include <chrono>
 #include <cstdlib>
 #include <optional>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -81,6 +83,7 @@ std::optional<std::string> handle(const qbdkr::RPCEvent& event,
   record("call " + event.className.value_or("") + ' ' + method + " from " +
          sender.value_or("nobody") + qbdkr::test::shown(event.arguments));
   if (method == "wait" || (mode == "mute" && method == "clientIDFormHelper")) waitForRelease();
+  if (method == "fail") throw std::runtime_error("failed as it was asked to");
   if (method == "exitHelper:productVersion:" && !mode.starts_with("stubborn"))
     qbdkr::RunLoop::main().stop();
   return answer(method, event.arguments);
@@ -140,6 +143,7 @@ int main() {
 
   endByItself();
   qbdkr::RPCTransport::shared().setHandler(handle);
+  if (mode == "no-loop") waitForRelease();
   qbdkr::RunLoop::main().run();
   if (mode == "slow-exit") {
     qbdkr::RPCTransport::shared().removeHandler();

@@ -596,6 +596,16 @@ const std::map<std::string, Command>& commands() {
          dialog().close();
          return "done";
        }},
+      {"lose-delegate",
+       [](const Words&) {
+         return onMainThread([] {
+           struct ShortLived : qbdkr::QBHPWillHelperExitDelegate {
+             void willHelperExit() override {}
+           } delegate;
+           qbdkr::QBHPHelperControl::share().setHelperCtrlDelegate(&delegate);
+           return std::string("lost");
+         });
+       }},
       {"block-main", blockMain},
       {"release-main",
        [](const Words&) {

@@ -19,7 +19,8 @@
  *   report-and-become NAME PROGRAM ...    posts a report, prints "posted", and runs the other
  *                                         program at the next line of its input
  *   stay                                  prints "staying" and stays until its input ends
- *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does
+ *   raw NAME PATH MEMBER [ARG]...         calls with the texts alone; prints as call does. The
+ *                                         member may follow an interface and a full stop
  *   await NAME                            ends when the name has an owner
  *   queue NAME                            prints the processes in the queue for the name, in order
  *   monitor all                           prints "ready", then a line for each message on the bus:
@@ -104,8 +105,13 @@ static int introspect(DBusConnection* connection, const char* name) {
 }
 
 static int raw(DBusConnection* connection, char** words, int count) {
-  DBusMessage* message = dbus_message_new_method_call(words[0], words[1], interface_name, words[2]);
+  char* dot = strrchr(words[2], '.');
+  const char* member = dot == NULL ? words[2] : dot + 1;
+  DBusMessage* message;
   int i;
+  if (dot != NULL) *dot = '\0';
+  message = dbus_message_new_method_call(words[0], words[1],
+                                         dot == NULL ? interface_name : words[2], member);
   if (message == NULL) stop("no message");
   for (i = 3; i < count; ++i) {
     dbus_message_append_args(message, DBUS_TYPE_STRING, &words[i], DBUS_TYPE_INVALID);

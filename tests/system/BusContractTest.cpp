@@ -40,6 +40,8 @@ TEST(BusContract, ObjectDescribesItself) {
         << xml;
     EXPECT_NE(xml.find("<interface name=\"QBHP.Delivery1\">"), std::string::npos) << xml;
     EXPECT_NE(xml.find("<method name=\"Flush\">"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<interface name=\"QBHP.Diagnosis1\">"), std::string::npos) << xml;
+    EXPECT_NE(xml.find("<method name=\"Text\">"), std::string::npos) << xml;
   }
 }
 

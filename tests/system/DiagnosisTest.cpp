@@ -53,6 +53,21 @@ TEST_F(HostDiagnosis, HelperAgentThatEndsAtOnceIsNamedWithItsProgram) {
   EXPECT_EQ(host->call("helper-agents"), "");
 }
 
+TEST_F(HostDiagnosis, LibraryThatTheLoaderDidNotFindIsRecorded) {
+  scene.environment()["QBDKR_DEBUG"] = "1";
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto program =
+      bundle.resources() / "ProbeHelper.app/Contents/Linux" / helperProbe().filename();
+  std::filesystem::remove(program);
+  linkOrCopy(hostProbe(), program);
+  const auto host = scene.start(bundle);
+  host->call("share");
+  EXPECT_EQ(host->call("launch"), "no");
+  host->process().waitForLog("QBDKR_DEBUG: " + installedProgram() + " needs " +
+                             hostLibraries()[0].filename().string() +
+                             ", which the loader does not find");
+}
+
 TEST_F(HostDiagnosis, HelperAgentThatIsHeldBackIsNamedByWhyItEnded) {
   const auto host = scene.start(hostWithScript("exit 3"));
   host->call("share");
@@ -106,7 +121,7 @@ TEST_F(HostDiagnosis, RequestBeforeTheLaunchIsNamed) {
   host->call("share");
   EXPECT_EQ(host->call("launch"), "yes");
   EXPECT_EQ(host->call("diagnose"), "request: QBHPUploadByHelper early to \"" + scene.helperID() +
-                                        "\" returned -600 (not running).");
+                                        "\" returned -600 (the target is not running).");
 }
 
 TEST_F(HostDiagnosis, RequestThatIsAnsweredWithNothingIsNamed) {

@@ -268,7 +268,7 @@ const std::vector<Mistake> mistakes{
      say({"\"/opt/nowhere/python9\""})},
     {"ScriptWithLineEndsOfAnotherSystem",
      [](Stage& stage) { stage.replaceProgram("#!/bin/sh\r\nexit\r\n"); }, "helper-executable",
-     say({"\"/bin/sh\\x0d\""})},
+     say({"\"/bin/sh\\r\""})},
     {"ScriptWhoseInterpreterIsNotFound",
      [](Stage& stage) { stage.replaceProgram("#!/usr/bin/env python99\n"); }, "helper-executable",
      say({"\"python99\"", "PATH"})},

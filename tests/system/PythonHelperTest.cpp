@@ -3,45 +3,20 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
-#include <filesystem>
-#include <fstream>
-#include <sstream>
-#include <stdexcept>
 #include <string>
 
 #include "support/Peer.h"
 #include "support/ProcessEnd.h"
+#include "support/PythonHelper.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
 namespace {
 
-namespace fs = std::filesystem;
-
-// Returns the first block of the page in a language that begins with a text.
-std::string blockOfPage(const std::string& language, const std::string& beginsWith) {
-  const std::string page = readFile(QBDKR_HELPER_AGENTS_PAGE);
-  const std::string fence = "```" + language + "\n" + beginsWith;
-  const auto start = page.find(fence);
-  if (start == std::string::npos) throw std::runtime_error("no " + language + " on the page");
-  const auto text = start + language.size() + 4;
-  return page.substr(text, page.find("```", text) - text);
-}
-
 // Makes a host with the helper agent among its resources.
 TestBundle makeHost(Scene& scene) {
   TestBundle host = scene.makeHostWithoutHelper("Host", {{"Helepr App name", "PyHelper"}});
-  const TestBundle helper(host.resources(), "PyHelper",
-                          {{"CFBundleIdentifier", scene.helperID()},
-                           {"CFBundleVersion", "1.0"},
-                           {"CFBundleExecutable", "PyHelper"}});
-  const fs::path programs = helper.path() / "Contents/Linux";
-  fs::create_directories(programs);
-  fs::create_directories(helper.resources());
-  writeFile(programs / "PyHelper", blockOfPage("sh", "#!/bin/sh\n"));
-  fs::permissions(programs / "PyHelper", fs::perms(0755));
-  fs::copy_file("/usr/bin/python3", programs / "python3");
-  writeFile(helper.resources() / "helper.py", blockOfPage("python", "import"));
+  makePythonHelper(host.resources(), scene.helperID());
   return host;
 }
 

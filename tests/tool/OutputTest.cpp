@@ -15,9 +15,21 @@ namespace {
 class ToolOutput : public testing::Test, protected ToolAtHome {
  protected:
   static const std::vector<std::string>& commands() {
-    static const auto& all = *new std::vector<std::string>{
-        "ask", "defaults read", "defaults write",  "plist convert", "plist read",    "plist write",
-        "ps",  "send",          "strings convert", "strings read",  "strings write", "versions"};
+    static const auto& all = *new std::vector<std::string>{"ask",
+                                                           "check-helper",
+                                                           "defaults read",
+                                                           "defaults write",
+                                                           "doctor",
+                                                           "plist convert",
+                                                           "plist read",
+                                                           "plist write",
+                                                           "ps",
+                                                           "send",
+                                                           "strings convert",
+                                                           "strings read",
+                                                           "strings write",
+                                                           "versions",
+                                                           "watch"};
     return all;
   }
   // Returns the long options that the help of a command names.
@@ -99,16 +111,16 @@ TEST_F(ToolOutput, ArgumentsArriveByteForByte) {
 }
 
 TEST_F(ToolOutput, TextFromOutsideIsEscapedOnATerminalAlone) {
-  writeFile(path("a.strings"), "\"K\" = \"a\\U001B[31m\\U009b\\U202Eb\\nc\";\n");
+  writeFile(path("a.strings"), "\"K\" = \"a\\U001B[31m\\U009b\\U202Eb\\U061C\\UFFFF\\nc\";\n");
   const std::string command = "strings read " + path("a.strings") + " K";
   EXPECT_EQ(tool.runShell("qbhp " + command).output,
             "a\x1b[31m\xc2\x9b\xe2\x80\xae"
-            "b\nc\n");
-  EXPECT_EQ(tool.runOnTerminal(command).output, "a\\x1b[31m\\u009b\\u202eb\nc\n");
+            "b\xd8\x9c\xef\xbf\xbf\nc\n");
+  EXPECT_EQ(tool.runOnTerminal(command).output, "a\\x1b[31m\\u009b\\u202eb\\u061c\\uffff\nc\n");
   const auto json = tool.runOnTerminal(command + " --json").output;
-  EXPECT_EQ(json, "\"a\\u001b[31m\\u009b\\u202eb\\nc\"\n");
+  EXPECT_EQ(json, "\"a\\u001b[31m\\u009b\\u202eb\\u061c\\uffff\\nc\"\n");
   const auto whole = tool.runShell("qbhp strings read " + path("a.strings"));
-  EXPECT_EQ(whole.output, "K: \"a\\x1b[31m\\u009b\\u202eb\\nc\"\n");
+  EXPECT_EQ(whole.output, "K: \"a\\x1b[31m\\u009b\\u202eb\\u061c\\uffff\\nc\"\n");
   const auto error = tool.run({"plist", "read", path("\x1b[2J")});
   EXPECT_EQ(error.errors.find('\x1b'), std::string::npos) << error.errors;
 }

@@ -3,14 +3,9 @@
 #include <signal.h>
 #include <spawn.h>
 #include <sys/wait.h>
-#include <unistd.h>
 
-#include <array>
-#include <cerrno>
-#include <cstdlib>
 #include <filesystem>
 #include <fstream>
-#include <optional>
 #include <string_view>
 #include <system_error>
 #include <utility>
@@ -19,8 +14,11 @@
 #include <ClientComm/PropertyList.h>
 
 #include "ClientComm/InfoKeys.h"
+#include "Platform/Base/ArgumentPointers.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
+#include "tools/qbhp/HeldSignals.h"
+#include "tools/qbhp/PrivateDirectory.h"
 
 extern char** environ;  // NOLINT(readability-redundant-declaration): not on every system
 
@@ -31,57 +29,6 @@ namespace fs = std::filesystem;
 using Dictionary = PropertyList::Dictionary;
 
 constexpr std::string_view informationPath = "Contents/Info.plist";
-
-// Holds back the signals that end the tool, until its destruction: the bundle is removed first.
-class HeldSignals {
- public:
-  HeldSignals() {
-    // Macros on some systems, which must not be qualified.
-    sigemptyset(&held_);
-    for (const int number : {SIGINT, SIGTERM, SIGHUP, SIGCHLD}) sigaddset(&held_, number);
-    ::sigprocmask(SIG_BLOCK, &held_, &before_);
-    ::signal(SIGCHLD, [](int) {});  // one that is ignored need not come
-  }
-  HeldSignals(const HeldSignals&) = delete;
-  HeldSignals& operator=(const HeldSignals&) = delete;
-  ~HeldSignals() { ::sigprocmask(SIG_SETMASK, &before_, nullptr); }
-
-  [[nodiscard]] const sigset_t& before() const { return before_; }
-  [[nodiscard]] int next() const {
-    int number = 0;
-    while (::sigwait(&held_, &number) != 0) {
-    }
-    return number;
-  }
-
- private:
-  sigset_t held_{};
-  sigset_t before_{};
-};
-
-// Owns a directory that only this user may enter.
-class PrivateDirectory {
- public:
-  PrivateDirectory() {
-    std::error_code error;
-    const fs::path place = fs::temp_directory_path(error);
-    path_ = (error ? fs::path("/tmp") : place) / "qbhp-XXXXXX";
-    if (::mkdtemp(path_.data()) == nullptr) {
-      throw Failure("cannot make " + path_ + ": " + std::generic_category().message(errno));
-    }
-  }
-  PrivateDirectory(const PrivateDirectory&) = delete;
-  PrivateDirectory& operator=(const PrivateDirectory&) = delete;
-  ~PrivateDirectory() {
-    std::error_code ignored;
-    fs::remove_all(path_, ignored);
-  }
-
-  [[nodiscard]] const std::string& path() const { return path_; }
-
- private:
-  std::string path_;
-};
 
 // Returns the keys of a host by which it sends: its identity, and its helper agent's.
 Dictionary identityOf(const std::string& hostBundle) {
@@ -105,21 +52,11 @@ Dictionary identityOf(const std::string& hostBundle) {
 
 // Makes the bundle in a directory, and returns its executable.
 fs::path makeBundle(const fs::path& directory, Dictionary identity) {
-  const Bundle& own = Bundle::main();
-  const auto program = own.executablePath();
-  if (!program) throw Failure("this program does not run from its bundle");
   const fs::path bundle = directory / "Acting.app";
-  fs::path place = bundle / fs::path(*program).lexically_relative(own.bundlePath());
+  fs::path place = placeOwnProgram(bundle);
   identity.set(kCFBundleExecutableKey, PropertyList(place.filename().string()));
   const auto information = xmlPropertyList(PropertyList(std::move(identity)));
   if (!information) throw Failure("cannot write the host's identity");
-  fs::create_directories(place.parent_path());
-  std::error_code isElsewhere;
-  fs::create_hard_link(*program, place, isElsewhere);
-  if (isElsewhere) fs::copy_file(*program, place);
-  // The libraries are looked for beside the executable, whichever way leads there.
-  fs::create_symlink(fs::path(own.bundlePath()) / "Contents/Frameworks",
-                     bundle / "Contents/Frameworks");
   std::ofstream file(bundle / informationPath, std::ios::binary);
   if (!(file << *information).flush()) throw Failure("cannot write to " + directory.string());
   return place;
@@ -129,10 +66,7 @@ pid_t start(const fs::path& program, const std::vector<std::string>& arguments,
             const sigset_t& signals) {
   std::vector<std::string> texts{"qbhp"};
   texts.insert(texts.end(), arguments.begin(), arguments.end());
-  std::vector<char*> pointers;
-  pointers.reserve(texts.size() + 1);
-  for (std::string& text : texts) pointers.push_back(text.data());
-  pointers.push_back(nullptr);
+  const auto pointers = pointersTo(texts);
   posix_spawnattr_t attributes{};
   ::posix_spawnattr_init(&attributes);
   ::posix_spawnattr_setflags(&attributes, POSIX_SPAWN_SETSIGMASK);
@@ -179,6 +113,21 @@ End runIn(const std::string& hostBundle, const std::vector<std::string>& argumen
 }
 
 }  // namespace
+
+fs::path placeOwnProgram(const fs::path& directory) {
+  const Bundle& own = Bundle::main();
+  const auto program = own.executablePath();
+  if (!program) throw Failure("this program does not run from its bundle");
+  fs::path place = directory / fs::path(*program).lexically_relative(own.bundlePath());
+  fs::create_directories(place.parent_path());
+  std::error_code isElsewhere;
+  fs::create_hard_link(*program, place, isElsewhere);
+  if (isElsewhere) fs::copy_file(*program, place);
+  // The libraries are looked for beside the executable, whichever way leads there.
+  fs::create_symlink(fs::path(own.bundlePath()) / "Contents/Frameworks",
+                     directory / "Contents/Frameworks");
+  return place;
+}
 
 Exit actAs(const std::string& hostBundle, const std::vector<std::string>& arguments) {
   const End end = runIn(hostBundle, arguments);

@@ -72,11 +72,13 @@ inline constexpr const char* exitCodes =
 void complain(const std::string& name, std::string_view sentence);
 
 // Add the commands, each in a file of its own.
+void addCheckHelper(Commands& commands);
 void addDefaults(Commands& commands);
 void addDoctor(Commands& commands);
 void addEvents(Commands& commands);
 void addProcesses(Commands& commands);
 void addPropertyLists(Commands& commands);
 void addVersions(Commands& commands);
+void addWatch(Commands& commands);
 
 }  // namespace qbdkr::tool

@@ -1,12 +1,21 @@
 // qbhp doctor: finds out why a host has no helper agent.
 
+#include <sys/types.h>
+
 #include <algorithm>
+#include <charconv>
+#include <chrono>
 #include <cstddef>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <system_error>
 #include <vector>
 
+#include <ClientComm/QBHPProcessList.h>
+
+#include "ClientComm/InfoKeys.h"
+#include "Platform/Events/LiveDiagnosis.h"
 #include "ProductClient/HostExamination.h"
 #include "tools/qbhp/Command.h"
 
@@ -34,30 +43,10 @@ Word wordOf(Severity severity) {
   return {"error", Style::bad};
 }
 
-// Adds a text with a word before its first line, and breaks it at its blanks. A word that is longer
-// than a line, such as a path, stays whole, so that it can be copied.
 void addWrapped(Output& output, std::string_view before, Style style, std::string_view text) {
   constexpr std::size_t indent = 9;
-  std::string line = output.styled(style, before);
-  line.append(indent - std::min(before.size(), indent), ' ');
-  std::size_t width = indent;
-  while (!text.empty()) {
-    const auto end = std::min(text.find(' '), text.size());
-    const std::string_view word = text.substr(0, end);
-    if (width > indent && width + 1 + word.size() > output.columns()) {
-      output.line(line);
-      line.assign(indent, ' ');
-      width = indent;
-    }
-    if (width > indent) {
-      line += ' ';
-      ++width;
-    }
-    line += word;
-    width += word.size();
-    text.remove_prefix(std::min(end + 1, text.size()));
-  }
-  output.line(line);
+  const std::string padding(indent - std::min(before.size(), indent), ' ');
+  output.wrapped(output.styled(style, before) + padding, indent, text);
 }
 
 void addRemedy(Output& output, const Finding& finding) {
@@ -107,16 +96,60 @@ Exit examine(const Commands& commands, const std::string& host, Output& output) 
   return cause == nullptr ? Exit::yes : Exit::no;
 }
 
+// Says which process a host waits for, if that does not answer either; empty otherwise.
+std::string waitedForBy(const LiveDiagnosis& host) {
+  const auto info = QBHPProcessList::share().infoForPID(host.process.value_or(0));
+  const auto identifier = info ? info->text(infokey::helperBundleIdentifier) : std::nullopt;
+  if (!identifier) return "";
+  const auto helper = diagnosisOfApplication(*identifier, std::chrono::seconds(1));
+  if (!helper.isStuck) return "";
+  return ". Its helper agent, process " + std::to_string(helper.process.value_or(0)) +
+         ", does not answer either: the host may wait for it on the main thread";
+}
+
+// Asks a process that runs, by its ID or its identifier.
+Exit examineLive(const Commands& commands, const std::string& target, Output& output) {
+  constexpr std::chrono::seconds patience(5);
+  pid_t process = 0;
+  const char* const end = target.data() + target.size();
+  const auto [rest, error] = std::from_chars(target.data(), end, process);
+  const bool isProcess = error == std::errc() && rest == end;
+  const auto diagnosis =
+      isProcess ? diagnosisOfProcess(process, patience) : diagnosisOfApplication(target, patience);
+  if (diagnosis.isStuck) throw Failure(diagnosis.obstacle + waitedForBy(diagnosis));
+  if (!diagnosis.text) throw Failure(diagnosis.obstacle);
+  if (commands.wantsJSON()) {
+    output.json({{"process", diagnosis.process.value_or(0)}, {"text", *diagnosis.text}});
+  } else {
+    output.outside(*diagnosis.text);
+  }
+  return Exit::yes;
+}
+
+struct DoctorArguments {
+  std::string host;
+  std::string live;
+};
+
+Exit run(const Commands& commands, const DoctorArguments& arguments, Output& output) {
+  if (arguments.host.empty() == arguments.live.empty()) {
+    throw UsageFailure("either HOST or --live is required (see --help)");
+  }
+  if (!arguments.live.empty()) return examineLive(commands, arguments.live, output);
+  return examine(commands, arguments.host, output);
+}
+
 }  // namespace
 
 void addDoctor(Commands& commands) {
-  const auto host = std::make_shared<std::string>();
-  CLI::App& command =
-      commands.add("doctor", "Find out why a host has no helper agent",
-                   [&commands, host](Output& output) { return examine(commands, *host, output); });
-  command.add_option("HOST", *host, "The bundle of the host, as PhotoTool.app")
-      ->required()
+  const auto arguments = std::make_shared<DoctorArguments>();
+  CLI::App& command = commands.add(
+      "doctor", "Find out why a host has no helper agent",
+      [&commands, arguments](Output& output) { return run(commands, *arguments, output); });
+  command.add_option("HOST", arguments->host, "The bundle of the host, as PhotoTool.app")
       ->type_name("");
+  command.add_option("--live", arguments->live, "Ask this process for its diagnosis instead")
+      ->type_name("PID|IDENTIFIER");
   commands.offerJSON(command);
 }
 

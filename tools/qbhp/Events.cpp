@@ -4,12 +4,11 @@
 #include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <vector>
 
 #include <ClientComm/QBHPAppleEventSender.h>
-#include <ClientComm/Status.h>
 
+#include "Platform/Base/StatusMeaning.h"
 #include "tools/qbhp/Acting.h"
 #include "tools/qbhp/Command.h"
 
@@ -26,29 +25,6 @@ struct EventArguments {
 };
 
 using Clock = std::chrono::steady_clock;
-
-const char* meaningOf(OSErr status) {
-  switch (status) {
-    case procNotFound:
-      return "the target is not running";
-    case connectionInvalid:
-      return "no bus, or the target went away";
-    case errAEEventNotHandled:
-      return "the target takes no RPC events, or answered with an error or too much";
-    case errAEEventNotPermitted:
-      return "the bus or the user refuses, or the target is not the installed copy";
-    case errAETimeout:
-      return "not answered in time";
-    case paramErr:
-      return "a text is not valid UTF-8, the identifier is invalid, or the event is too large";
-    case userCanceledErr:
-      return "cancelled";
-    case noErr:
-      return "success";
-    default:
-      return "unknown";
-  }
-}
 
 std::string sentenceOf(OSErr status) {
   return "status " + std::to_string(status) + ": " + meaningOf(status);

@@ -4,9 +4,7 @@
 #include <unistd.h>
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
-#include <cstdint>
 #include <cstdlib>
 #include <system_error>
 
@@ -22,74 +20,13 @@ bool wantsColours() {
          std::string_view(terminal) != "dumb";
 }
 
-// A character of a text, and the bytes that it takes; one byte without a character if the text is
-// not UTF-8 there.
-struct Character {
-  std::optional<char32_t> code;
-  std::size_t size = 1;
-};
-
-Character firstCharacter(std::string_view text) {
-  const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-  const unsigned char lead = byte(0);
-  if (lead < 0x80) return {lead, 1};
-  const std::size_t size = lead >= 0xF0 ? 4 : (lead >= 0xE0 ? 3 : 2);
-  if (lead < 0xC2 || lead > 0xF4 || size > text.size()) return {std::nullopt, 1};
-  char32_t code = lead & (0xFFU >> (size + 1));
-  for (std::size_t i = 1; i < size; ++i) {
-    if ((byte(i) & 0xC0U) != 0x80) return {std::nullopt, 1};
-    code = code << 6U | (byte(i) & 0x3FU);
-  }
-  constexpr std::array<char32_t, 5> smallest{0, 0, 0x80, 0x800, 0x10000};
-  const bool isSurrogate = code >= 0xD800 && code < 0xE000;
-  if (code < smallest[size] || code > 0x10FFFF || isSurrogate) return {std::nullopt, 1};
-  return {code, size};
-}
-
-// Tells whether a terminal would act on a character, or show what follows it in another order.
-bool isControl(char32_t code) {
-  return code < 0x20 || (code >= 0x7F && code < 0xA0) || (code >= 0x200E && code <= 0x200F) ||
-         (code >= 0x2028 && code <= 0x202E) || (code >= 0x2066 && code <= 0x2069);
-}
-
-std::string inHexadecimal(std::uint32_t number, std::size_t digits) {
-  std::string text(digits, '0');
-  for (std::size_t i = digits; i-- > 0; number >>= 4U) text[i] = "0123456789abcdef"[number & 0xFU];
-  return text;
-}
-
-std::string escapeOf(char32_t code) {
-  switch (code) {
-    case '\n':
-      return "\\n";
-    case '\r':
-      return "\\r";
-    case '\t':
-      return "\\t";
-    default:
-      return code < 0x80 ? "\\x" + inHexadecimal(code, 2) : "\\u" + inHexadecimal(code, 4);
-  }
-}
-
-std::string escapedBut(std::string_view kept, std::string_view text) {
-  std::string result;
-  while (!text.empty()) {
-    const auto [code, size] = firstCharacter(text);
-    if (!code) {
-      result += "\\x" + inHexadecimal(static_cast<unsigned char>(text.front()), 2);
-    } else if (isControl(*code) && kept.find(text.front()) == std::string_view::npos) {
-      result += escapeOf(*code);
-    } else {
-      result += text.substr(0, size);
-    }
-    text.remove_prefix(size);
-  }
-  return result;
-}
-
 }  // namespace
 
-std::string escaped(std::string_view text) { return escapedBut("", text); }
+std::string_view beginningOf(std::string_view text, std::size_t size) {
+  if (text.size() <= size) return text;
+  while (size > 0 && (static_cast<unsigned char>(text[size]) & 0xC0U) == 0x80) --size;
+  return text.substr(0, size);
+}
 
 Output::Output()
     : isTerminal_(::isatty(STDOUT_FILENO) == 1), hasColours_(isTerminal_ && wantsColours()) {}
@@ -102,14 +39,40 @@ std::size_t Output::columns() const {
   return size.ws_col;
 }
 
+void Output::wrapped(const std::string& beginning, std::size_t width, std::string_view text) {
+  std::string current = beginning;
+  std::size_t filled = width;
+  while (!text.empty()) {
+    const auto end = std::min(text.find(' '), text.size());
+    const std::string_view word = text.substr(0, end);
+    if (filled > width && filled + 1 + word.size() > columns()) {
+      line(current);
+      current.assign(width, ' ');
+      filled = width;
+    }
+    if (filled > width) {
+      current += ' ';
+      ++filled;
+    }
+    current += word;
+    filled += word.size();
+    text.remove_prefix(std::min(end + 1, text.size()));
+  }
+  line(current);
+}
+
 void Output::outside(std::string_view text) {
-  text_ += isTerminal_ ? escapedBut("\n\t", text) : std::string(text);
+  text_ += isTerminal_ ? escaped(text, "\n\t") : std::string(text);
   if (!text.ends_with('\n')) text_ += '\n';
 }
 
 void Output::json(const JSON& value) {
   constexpr int indent = 2;
   line(value.dump(indent, ' ', isTerminal_, JSON::error_handler_t::replace));
+}
+
+void Output::jsonLine(const JSON& value) {
+  line(value.dump(-1, ' ', isTerminal_, JSON::error_handler_t::replace));
 }
 
 std::string Output::shown(std::string_view text) const {

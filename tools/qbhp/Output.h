@@ -6,6 +6,8 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Text/Text.h"
+
 namespace qbdkr::tool {
 
 // Keeps keys in the order in which they were added.
@@ -13,26 +15,29 @@ using JSON = nlohmann::ordered_json;
 
 enum class Style { plain, heading, good, bad };
 
-// Returns text from outside for one line of a terminal or of a message: control characters, marks
-// of direction and bytes that are not UTF-8 become escapes such as \n and \x1b.
-[[nodiscard]] std::string escaped(std::string_view text);
+// Returns the beginning of a text that has at most that many bytes, and ends with a character.
+[[nodiscard]] std::string_view beginningOf(std::string_view text, std::size_t size);
 
 // Collects the standard output of a command, which is written when the command ends.
 class Output {
  public:
   Output();
 
-  [[nodiscard]] bool isTerminal() const { return isTerminal_; }
   // Returns the width of the terminal; 80 if the output goes elsewhere.
   [[nodiscard]] std::size_t columns() const;
 
   // Adds one line. Text from outside must be escaped: see shown().
   void line(std::string_view text) { text_.append(text) += '\n'; }
+  // Adds a text after a beginning of that width, and breaks it at its blanks. A word that is longer
+  // than a line, such as a path, stays whole, so that it can be copied.
+  void wrapped(const std::string& beginning, std::size_t width, std::string_view text);
   // Adds text from outside as it is; on a terminal all but its line ends and tabs is escaped. A
   // line end is added if it has none.
   void outside(std::string_view text);
   // Adds a value as JSON.
   void json(const JSON& value);
+  // Does the same in one line.
+  void jsonLine(const JSON& value);
 
   // Returns text from outside as it is; on a terminal it is escaped.
   [[nodiscard]] std::string shown(std::string_view text) const;

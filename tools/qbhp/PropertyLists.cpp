@@ -19,6 +19,7 @@
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
+#include "Platform/PropertyLists/XMLBounds.h"
 #include "Platform/Text/Text.h"
 #include "tools/qbhp/Command.h"
 #include "tools/qbhp/Values.h"
@@ -86,26 +87,6 @@ bool beginsWithMark(std::string_view bytes) {
   return bytes.starts_with("\xFF\xFE") || bytes.starts_with("\xFE\xFF");
 }
 
-std::string textOf(std::string_view bytes) {
-  const bool isBigEndian = bytes.starts_with("\xFE\xFF");
-  if (!isBigEndian && !bytes.starts_with("\xFF\xFE")) {
-    if (bytes.starts_with("\xEF\xBB\xBF")) bytes.remove_prefix(3);
-    return std::string(bytes);
-  }
-  std::u16string units;
-  for (std::size_t i = 2; i + 1 < bytes.size(); i += 2) {
-    const auto low = static_cast<unsigned char>(bytes[isBigEndian ? i + 1 : i]);
-    const auto high = static_cast<unsigned char>(bytes[isBigEndian ? i : i + 1]);
-    units += static_cast<char16_t>(high << 8U | low);
-  }
-  return utf8FromUTF16(units);
-}
-
-std::string_view withoutBlanks(std::string_view text) {
-  const auto start = text.find_first_not_of(" \t\r\n");
-  return start == std::string_view::npos ? "" : text.substr(start);
-}
-
 Form formOf(const std::string& bytes, const std::string& path) {
   if (bytes.starts_with("bplist")) {
     throw Failure(path + " has the binary form, which is not written; convert it first");
@@ -113,10 +94,7 @@ Form formOf(const std::string& bytes, const std::string& path) {
   if (bytes.find('\0') != std::string::npos && !beginsWithMark(bytes)) {
     throw Failure(path + " is UTF-16 without a mark at its beginning, which is not written");
   }
-  const std::string text = textOf(bytes);
-  if (withoutBlanks(text).starts_with('<')) {
-    return Form::xml;  // or data in the text form, which have no keys to write
-  }
+  if (propertylist::looksLikeXML(*propertylist::textOf(bytes))) return Form::xml;
   return beginsWithMark(bytes) ? Form::textInUTF16 : Form::text;
 }
 
@@ -216,7 +194,7 @@ Exit writeList(const ListArguments& arguments, Kind kind) {
     throw Failure(arguments.file + " has no keys: it is no dictionary");
   }
   const Form form = formOf(bytes, arguments.file);
-  if (!arguments.dropsComments && hasComments(form, textOf(bytes))) {
+  if (!arguments.dropsComments && hasComments(form, *propertylist::textOf(bytes))) {
     throw Failure(arguments.file + " has comments, which would be lost; see --drop-comments");
   }
   auto dictionary = std::get<Dictionary>(std::move(list).value());

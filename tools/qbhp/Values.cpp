@@ -1,18 +1,15 @@
 #include "tools/qbhp/Values.h"
 
-#include <algorithm>
-#include <array>
 #include <charconv>
-#include <chrono>
 #include <cmath>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <optional>
 #include <system_error>
 #include <utility>
 #include <variant>
 
+#include "Platform/PropertyLists/PropertyListScalars.h"
 #include "Platform/Text/Text.h"
 
 namespace qbdkr::tool {
@@ -20,48 +17,12 @@ namespace {
 
 using Integer = PropertyList::Integer;
 
-std::string integerText(Integer integer) {
-  return (integer.negative ? "-" : "") + std::to_string(integer.magnitude);
+std::string numberText(const PropertyList& number) {
+  return number.text().value_or("out of range");
 }
-
-std::string realText(double real) { return PropertyList(real).text().value_or("out of range"); }
-
-constexpr std::chrono::sys_days referenceDay =
-    std::chrono::year(2001) / std::chrono::January / std::chrono::day(1);
 
 std::string dateText(PropertyList::Date date) {
-  using namespace std::chrono;
-  constexpr double furthest = 4e11;  // more than ten thousand years
-  if (!(std::abs(date.seconds) < furthest)) return "out of range";
-  const sys_seconds time =
-      sys_seconds(referenceDay) + seconds(static_cast<std::int64_t>(std::floor(date.seconds)));
-  const auto day = floor<days>(time);
-  const year_month_day calendar(day);
-  const hh_mm_ss clock(time - day);
-  std::array<char, 64> text{};
-  const int size = std::snprintf(
-      text.data(), text.size(), "%04d-%02u-%02uT%02d:%02d:%02dZ", static_cast<int>(calendar.year()),
-      static_cast<unsigned>(calendar.month()), static_cast<unsigned>(calendar.day()),
-      static_cast<int>(clock.hours().count()), static_cast<int>(clock.minutes().count()),
-      static_cast<int>(clock.seconds().count()));
-  return {text.data(), static_cast<std::size_t>(size)};
-}
-
-std::string base64(std::string_view bytes) {
-  constexpr std::string_view alphabet =
-      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
-  std::string text;
-  for (std::size_t i = 0; i < bytes.size(); i += 3) {
-    const std::string_view group = bytes.substr(i, 3);
-    std::uint32_t bits = 0;
-    for (std::size_t j = 0; j < 3; ++j) {
-      bits = bits << 8U | (j < group.size() ? static_cast<unsigned char>(group[j]) : 0U);
-    }
-    for (std::size_t j = 0; j < 4; ++j) {
-      text += j <= group.size() ? alphabet[bits >> (18 - 6 * j) & 0x3FU] : '=';
-    }
-  }
-  return text;
+  return propertylist::textFromDate(date).value_or("out of range");
 }
 
 std::string hexadecimal(std::string_view bytes) {
@@ -95,8 +56,8 @@ std::string scalarText(const PropertyList& value) {
   return std::visit(
       Cases{[](const std::string& text) { return inQuotes(text); },
             [](bool flag) { return std::string(flag ? "true" : "false"); },
-            [](Integer integer) { return integerText(integer); },
-            [](double real) { return realText(real); },
+            [](Integer integer) { return numberText(PropertyList(integer)); },
+            [](double real) { return numberText(PropertyList(real)); },
             [](PropertyList::Date date) { return dateText(date); },
             [](const PropertyList::Data& data) { return '<' + hexadecimal(data.bytes) + '>'; },
             [](const PropertyList::Array&) { return std::string("[]"); },
@@ -161,22 +122,9 @@ std::optional<PropertyList> flagFrom(std::string_view text) {
   return std::nullopt;
 }
 
-// Reads "2026-01-31T12:00:00Z".
-std::optional<PropertyList> dateFrom(const std::string& text) {
-  using namespace std::chrono;
-  constexpr std::string_view form = "dddd-dd-ddTdd:dd:ddZ";
-  const auto fits = [](char character, char wanted) {
-    return wanted == 'd' ? character >= '0' && character <= '9' : character == wanted;
-  };
-  if (!std::ranges::equal(text, form, fits)) return std::nullopt;
-  const auto at = [&text](std::size_t place, std::size_t digits) {
-    return numberFrom<unsigned>(std::string_view(text).substr(place, digits)).value_or(0);
-  };
-  const year_month_day calendar(year(static_cast<int>(at(0, 4))), month(at(5, 2)), day(at(8, 2)));
-  if (!calendar.ok() || at(11, 2) > 23 || at(14, 2) > 59 || at(17, 2) > 59) return std::nullopt;
-  const auto time = seconds(sys_days(calendar) - referenceDay) + hours(at(11, 2)) +
-                    minutes(at(14, 2)) + seconds(at(17, 2));
-  return PropertyList(PropertyList::Date{static_cast<double>(time.count())});
+std::optional<PropertyList> dateFrom(std::string_view text) {
+  const auto date = propertylist::dateFromText(text);
+  return date ? std::optional(PropertyList(*date)) : std::nullopt;
 }
 
 std::optional<PropertyList> dataFrom(std::string_view text) {
@@ -214,7 +162,9 @@ JSON jsonOf(const PropertyList& value) {
             },
             [](double real) { return std::isfinite(real) ? JSON(real) : JSON(nullptr); },
             [](PropertyList::Date date) { return JSON(dateText(date)); },
-            [](const PropertyList::Data& data) { return JSON(base64(data.bytes)); },
+            [](const PropertyList::Data& data) {
+              return JSON(propertylist::base64FromBytes(data.bytes));
+            },
             [](const PropertyList::Array& array) {
               JSON list = JSON::array();
               for (const auto& entry : array) list.push_back(jsonOf(entry));

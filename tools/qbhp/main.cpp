@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <exception>
 #include <iostream>
-#include <new>
 #include <string>
 #include <vector>
 
@@ -70,8 +69,10 @@ int main(int argc, char** argv) {
     tool.footer(qbdkr::tool::exitCodes);
     qbdkr::tool::Commands commands(tool);
     qbdkr::tool::addDoctor(commands);
+    qbdkr::tool::addCheckHelper(commands);
     qbdkr::tool::addProcesses(commands);
     qbdkr::tool::addEvents(commands);
+    qbdkr::tool::addWatch(commands);
     qbdkr::tool::addPropertyLists(commands);
     qbdkr::tool::addDefaults(commands);
     qbdkr::tool::addVersions(commands);

@@ -20,16 +20,22 @@ _qbhp() {
     --is) mapfile -t COMPREPLY < <(compgen -W "older same newer" -- "$word"); return ;;
     --as) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
     -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
-    --timeout) return ;;
+    --timeout | --class | --method | --count | --for) return ;;
+    --junit) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
+    --only)
+      mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" check-helper --list 2>/dev/null | sed -n 's/^\([a-z-]*\)  .*/\1/p')" -- "$word")
+      return ;;
   esac
 
   case "$command" in
-    "") options="--help --version" group="doctor ps send ask plist strings defaults versions" ;;
+    "") options="--help --version" group="doctor ps check-helper send ask watch plist strings defaults versions" ;;
     plist | strings) options="--help" group="read write convert" ;;
     defaults) options="--help" group="read write" ;;
-    doctor) options="--help --json" ;;
+    doctor) options="--help --live --json" ;;
+    check-helper) options="--help --only --list --timeout --tap --junit --json" ;;
     ps) options="--help --wide --json" ;;
     send | ask) options="--help --timeout --as --json" ;;
+    watch) options="--help --class --method --count --for --wide --redact --json" ;;
     versions) options="--help --is --json" ;;
     "plist write") options="--help --type --drop-comments" ;;
     "strings write") options="--help --drop-comments" ;;
@@ -46,7 +52,7 @@ _qbhp() {
   fi
   case "$command" in
     plist* | strings*) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
-    doctor) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
+    doctor | check-helper) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
   esac
 }
 

@@ -1,12 +1,12 @@
 #include "Platform/Events/DBus/BusName.h"
 
+#include "Platform/Text/Text.h"
+
 namespace qbdkr {
 namespace {
 
 constexpr std::size_t longestName = 255;
 constexpr std::string_view hexDigits = "0123456789abcdef";
-
-bool isDigit(char byte) { return byte >= '0' && byte <= '9'; }
 
 bool isAllowed(char byte) {
   return isDigit(byte) || (byte >= 'a' && byte <= 'z') || (byte >= 'A' && byte <= 'Z') ||

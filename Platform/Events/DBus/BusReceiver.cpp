@@ -3,7 +3,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <array>
 #include <utility>
 
 #include <ClientComm/Bundle.h>
@@ -143,6 +142,7 @@ bool BusReceiver::attach() {
     return false;
   }
   delivery_.reset(delivery);
+  if (!diagnosis_.attach(bus)) return false;
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
   const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
   const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
@@ -164,6 +164,7 @@ void BusReceiver::disconnect() {
   isPaused_ = false;
   inquiry_.close();
   allRead_.reset();
+  diagnosis_.detach();
   delivery_.reset();
   object_.reset();
   if (bus_) {
@@ -287,16 +288,16 @@ BusReceiver::Sender* BusReceiver::meet(const char* name) {
         settle(peer, std::move(bundleID));
       });
   if (!sender.question) return nullptr;
-  sender.watch = watch(name);
+  sender.watch = watch(bus::ownerMatch(name), onSenderGone);
   return &senders_.emplace(name, std::move(sender)).first->second;
 }
 
-// Watches for the end of a name. The signal comes after the last event of the owner.
-BusSlot BusReceiver::watch(const char* name) {
+// Watches names on the connection that receives: the news of an owner's end comes after the last
+// event of the owner.
+BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onChange) {
   sd_bus_slot* slot = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(name).c_str(), onSenderGone, ignore,
-                         this);
+  sd_bus_add_match_async(bus_.get(), &slot, rule.c_str(), onChange, ignore, this);
   return BusSlot(slot);
 }
 
@@ -380,20 +381,14 @@ void BusReceiver::forgetSenders() {
 
 // Watches the ends of all names before those of the forgotten senders are not watched any more.
 void BusReceiver::watchForgotten() {
-  if (!onLost_ || forgottenWatch_) return;
-  sd_bus_slot* slot = nullptr;
-  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch().c_str(), onForgottenGone, ignore,
-                         this);
-  forgottenWatch_.reset(slot);
+  if (onLost_ && !forgottenWatch_) forgottenWatch_ = watch(bus::ownerMatch(), onForgottenGone);
 }
 
 int BusReceiver::onForgottenGone(sd_bus_message* message, void* self, sd_bus_error*) {
   auto& receiver = *static_cast<BusReceiver*>(self);
   const char* name = nullptr;
-  const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", &name, &before, &after) <= 0 || *after != '\0') return 0;
+  if (sd_bus_message_read(message, "sss", &name, nullptr, &after) <= 0 || *after != '\0') return 0;
   const auto found = receiver.forgotten_.find(std::string_view(name));
   if (found == receiver.forgotten_.end()) return 0;
   receiver.forgotten_.erase(found);

@@ -12,6 +12,7 @@
 #include <string>
 #include <string_view>
 
+#include "Platform/Events/DBus/DiagnosisService.h"
 #include "Platform/Events/DBus/MemoryRelief.h"
 #include "Platform/Events/DBus/PeerInquiry.h"
 #include "Platform/Events/DBus/SdBus.h"
@@ -54,6 +55,11 @@ class BusReceiver {
 
   // Tells that the bus can be reached (again). Any thread.
   void busAppeared();
+
+  // See RPCTransport. Any thread.
+  void setDiagnoser(const std::function<std::string()>& diagnoser) {
+    diagnosis_.setDiagnoser(diagnoser);
+  }
 
   // See RPCTransport.
   void watchStanding(const std::function<void()>& onLost);
@@ -100,7 +106,7 @@ class BusReceiver {
   void receiveQuestion(sd_bus_message* message);
   void take(Received&& received);
   Sender* meet(const char* name);
-  BusSlot watch(const char* name);
+  BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
   void park(const char* name, Sender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
   void handleParked(std::string_view name);
@@ -121,6 +127,7 @@ class BusReceiver {
   static const sd_bus_vtable deliveryMethods[];
 
   RPCHandler handler_;
+  DiagnosisService diagnosis_;
 
   // Main thread only.
   UniqueBus bus_;

@@ -1,6 +1,7 @@
 #include "Platform/Events/DBus/BusSender.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 
 #include <algorithm>
@@ -18,7 +19,6 @@
 #include "Platform/Events/DBus/BusAnswer.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
-#include "Platform/Processes/ExecutablePlaceLinux.h"
 
 namespace qbdkr {
 namespace {
@@ -394,6 +394,23 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
 
 BusSender::BusSender() : requests_([this] { stir(); }) {}
 
+namespace {
+
+std::atomic<BusSender*> senderOfProcess{nullptr};
+
+}  // namespace
+
+BusSender& BusSender::shared() {
+  // In a forked child the connection, its lock and the threads that wait on it are the parent's.
+  static const int watched = pthread_atfork(nullptr, nullptr, [] { senderOfProcess = nullptr; });
+  static_cast<void>(watched);
+  BusSender* current = senderOfProcess.load();
+  if (current != nullptr) return *current;
+  std::unique_ptr<BusSender> made(new BusSender);
+  if (senderOfProcess.compare_exchange_strong(current, made.get())) return *made.release();
+  return *current;
+}
+
 bool BusSender::start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
                       RPCTransport::Completion completion, OSErr refusal) {
   if (!startWorker()) return false;
@@ -563,20 +580,47 @@ OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
                            std::shared_ptr<Owner>& owner) {
   if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
   if (owner->present) return noErr;
-  const Bus bus = bus_;
-  OwnerQuery query{owner};
+  OwnerQuery query{owner, {}, {}, false};
+  const OSErr status = send(query);
+  return status == noErr ? await(lock, query) : status;
+}
+
+OSErr BusSender::send(OwnerQuery& query) {
+  query.bus = bus_;
   sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+  if (sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
                                "NameHasOwner", onOwnerAnswer, &query, "s",
-                               owner->name.c_str()) < 0) {
+                               query.owner->name.c_str()) < 0) {
     disconnect();
     return connectionInvalid;
   }
-  const BusSlot owned(slot);
-  const bool answered = runUntil(lock, Clock::now() + busPatience, [&] { return query.done; });
-  if (!answered && bus_ == bus) disconnect();
-  if (bus_ != bus) return connectionInvalid;
-  return owner->present ? noErr : procNotFound;
+  query.slot.reset(slot);
+  return noErr;
+}
+
+OSErr BusSender::await(Lock& lock, const OwnerQuery& query) {
+  const auto deadline = Clock::now() + busPatience;
+  const bool isSame = bus_ == query.bus;
+  const bool answered = isSame && runUntil(lock, deadline, [&] { return query.done; });
+  if (!answered && bus_ == query.bus) disconnect();
+  if (bus_ != query.bus) return connectionInvalid;
+  return query.owner->present ? noErr : procNotFound;
+}
+
+BusSender::Question::Question(const std::string& bundleID) {
+  Lock lock(sender_.mutex_);
+  if (!sender_.connect(lock)) return;
+  if (sender_.watchOwner(bundleID, query_.owner) == noErr) sender_.send(query_);
+}
+
+BusSender::Question::~Question() {
+  const Lock lock(sender_.mutex_);
+  query_.slot.reset();
+}
+
+bool BusSender::Question::isAffirmed() {
+  Lock lock(sender_.mutex_);
+  return query_.slot && sender_.await(lock, query_) == noErr;
 }
 
 // Stores the address of the owner, if its executable lies in the directory. A message to that
@@ -587,41 +631,18 @@ OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
     address = owner->approved->address;
     return noErr;
   }
-  const std::uint64_t changes = owner->changes;
-  BusMessage answer;
-  const char* found = nullptr;
-  OSErr status = askBus(lock, "GetNameOwner", owner->name, answer);
-  if (status != noErr) return status;
-  if (sd_bus_message_read(answer.get(), "s", &found) <= 0) return procNotFound;
-  address = found;
-  std::uint32_t process = 0;
-  status = askBus(lock, "GetConnectionUnixProcessID", address, answer);
-  if (status != noErr) return status;
-  if (sd_bus_message_read(answer.get(), "u", &process) <= 0 ||
-      !runsFrom(static_cast<pid_t>(process), directory)) {
-    return errAEEventNotPermitted;
-  }
-  if (owner->changes == changes) owner->approved = Approved{directory, address};
-  return noErr;
-}
-
-// Asks the bus itself about a name.
-OSErr BusSender::askBus(Lock& lock, const char* method, const std::string& name,
-                        BusMessage& answer) {
   const Bus bus = bus_;
-  Pending pending;
-  sd_bus_slot* slot = nullptr;
-  const int sent =
-      sd_bus_call_method_async(bus.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
-                               method, onReply, &pending, "s", name.c_str());
-  if (sent < 0) return failedToSend(sent);
-  const BusSlot owned(slot);
-  const bool answered = runUntil(lock, Clock::now() + busPatience, [&] { return pending.done; });
-  if (!answered && bus_ == bus) disconnect();
+  const std::uint64_t changes = owner->changes;
+  OwnerInquiry inquiry(bus, owner->name, directory);
+  runUntil(lock, inquiry.deadline(), [&] { return inquiry.outcome().has_value(); });
+  const OSErr outcome = inquiry.outcome().value_or(connectionInvalid);
+  if (outcome == connectionInvalid && bus_ == bus) disconnect();
   if (bus_ != bus) return connectionInvalid;
-  answer = std::move(pending.reply);
-  const sd_bus_error* error = sd_bus_message_get_error(answer.get());
-  return error == nullptr ? OSErr{noErr} : statusOfError(error);
+  address = inquiry.address();
+  if (outcome == noErr && owner->changes == changes) {
+    owner->approved = Approved{directory, address};
+  }
+  return outcome;
 }
 
 // Finds the record of an owner, or makes one and watches the name from now on.
@@ -704,10 +725,8 @@ int BusSender::onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error*
 }
 
 int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error*) {
-  const char* name = nullptr;
-  const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
+  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
     auto& changed = *static_cast<Owner*>(owner);
     changed.present = *after != '\0';
     changed.approved.reset();

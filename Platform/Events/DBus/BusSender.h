@@ -33,7 +33,11 @@ namespace qbdkr {
 // child an object of the parent is not used any more.
 class BusSender {
  public:
-  BusSender();
+  class Question;
+
+  // Returns that of this process, which is never destroyed: threads send until the process ends. A
+  // forked child gets its own.
+  static BusSender& shared();
 
   // Starts a request, as RPCTransport::start() does; one that is refused ends with that status.
   bool start(const RPCTarget& target, RPCEvent event, const RequestLimits& limits,
@@ -92,10 +96,15 @@ class BusSender {
     BusSlot slot;
     std::size_t size = 0;  // of the reply's text
   };
+  // A question for the owner of a name, in progress. Lives and ends under the lock.
   struct OwnerQuery {
     std::shared_ptr<Owner> owner;
+    Bus bus;  // outlives the slot
+    BusSlot slot;
     bool done = false;
   };
+
+  BusSender();
 
   RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
   bool connect(Lock& lock);
@@ -117,9 +126,10 @@ class BusSender {
   void drain();
   void wakeOthers();
   OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
+  OSErr send(OwnerQuery& query);
+  OSErr await(Lock& lock, const OwnerQuery& query);
   OSErr approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner, const std::string& directory,
                      std::string& address);
-  OSErr askBus(Lock& lock, const char* method, const std::string& name, BusMessage& answer);
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
@@ -168,6 +178,23 @@ class BusSender {
   Descriptor stir_;             // is readable if the thread has something to do
   bool isStirred_ = false;      // it was read since
   bool isWorkerAside_ = false;  // the thread waits while another one reads
+};
+
+// Asks the bus whether events reach an application. The bus answers while the caller does its other
+// work. Waits for the bus if the process is not connected to it yet, 5 s at most.
+class BusSender::Question {
+ public:
+  explicit Question(const std::string& bundleID);
+  Question(const Question&) = delete;
+  Question& operator=(const Question&) = delete;
+  ~Question();
+
+  // Waits for the answer, 5 s at most. False if the bus does not tell.
+  [[nodiscard]] bool isAffirmed();
+
+ private:
+  BusSender& sender_ = shared();
+  OwnerQuery query_;
 };
 
 }  // namespace qbdkr

@@ -29,10 +29,8 @@ pollfd NameOwner::event() const {
 }
 
 int NameOwner::onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
-  const char* name = nullptr;
-  const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", &name, &before, &after) > 0) {
+  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
     static_cast<NameOwner*>(self)->isThere_ = *after != '\0';
   }
   return 0;
@@ -40,10 +38,10 @@ int NameOwner::onOwnerChanged(sd_bus_message* message, void* self, sd_bus_error*
 
 int NameOwner::onAnswer(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
   int present = 0;
-  auto& owner = *static_cast<NameOwner*>(self);
-  owner.isAnswered_ = true;
   // An error, as at the end of the connection, says nothing.
-  if (sd_bus_message_read(message, "b", &present) > 0) owner.isThere_ = present != 0;
+  if (sd_bus_message_read(message, "b", &present) > 0) {
+    static_cast<NameOwner*>(self)->isThere_ = present != 0;
+  }
   return 0;
 }
 

@@ -23,8 +23,6 @@ class NameOwner {
   // Tells whether the name has an owner; absent until the bus has said so. False after the end of
   // a connection that was asked with success.
   [[nodiscard]] std::optional<bool> isThere() const { return isThere_; }
-  // Tells whether the bus has answered, be it with an error.
-  [[nodiscard]] bool isAnswered() const { return isAnswered_; }
 
   // Reads one message of the bus; false if none has come.
   bool readOne();
@@ -42,7 +40,6 @@ class NameOwner {
 
   UniqueBus bus_;
   std::optional<bool> isThere_;
-  bool isAnswered_ = false;
 };
 
 }  // namespace qbdkr

@@ -13,12 +13,10 @@ struct SdBusDeleter {
   void operator()(sd_bus* bus) const { sd_bus_close_unref(bus); }
   void operator()(sd_bus_message* message) const { sd_bus_message_unref(message); }
   void operator()(sd_bus_slot* slot) const { sd_bus_slot_unref(slot); }
-  void operator()(sd_bus_creds* credentials) const { sd_bus_creds_unref(credentials); }
 };
 
 using BusMessage = std::unique_ptr<sd_bus_message, SdBusDeleter>;
 using BusSlot = std::unique_ptr<sd_bus_slot, SdBusDeleter>;
-using BusCredentials = std::unique_ptr<sd_bus_creds, SdBusDeleter>;
 using UniqueBus = std::unique_ptr<sd_bus, SdBusDeleter>;
 
 // The time that the bus itself gets for its part.
@@ -40,6 +38,9 @@ inline constexpr const char* resultSignature = "s";
 // Beside it, on the same object: answers when the caller's earlier events were taken.
 inline constexpr const char* deliveryInterface = "QBHP.Delivery1";
 inline constexpr const char* flushMember = "Flush";
+// On the same object: answers with the diagnosis of the process.
+inline constexpr const char* diagnosisInterface = "QBHP.Diagnosis1";
+inline constexpr const char* textMember = "Text";
 
 }  // namespace rpc
 

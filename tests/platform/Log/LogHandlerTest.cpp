@@ -71,7 +71,7 @@ TEST_F(LogHandlerTest, TextIsEscapedAndCutAsInTheSystemLog) {
   log("a\nb");
   log(std::string(20'000, 'x'));
   ASSERT_EQ(lines.size(), 2U);
-  EXPECT_EQ(lines[0], R"(a\012b)");
+  EXPECT_EQ(lines[0], R"(a\nb)");
   EXPECT_EQ(lines[1], std::string(16'384, 'x') + "...");
 }
 

@@ -55,7 +55,7 @@ TEST(Log, KeepsTrailingBlanksAndEmptyLines) {
 TEST(Log, ControlCharactersAreEscaped) {
   CapturedLog captured;
   log("a\nb\tc\rd\033[1me\0f\177g"sv);
-  EXPECT_EQ(captured.lines(), Lines{R"(a\012b\011c\015d\033[1me\000f\177g)"});
+  EXPECT_EQ(captured.lines(), Lines{R"(a\nb\tc\rd\x1b[1me\x00f\x7fg)"});
 }
 
 TEST(Log, TextOfEveryScriptIsKept) {

@@ -192,7 +192,7 @@ class ProgramOfABundle : public testing::Test {
     putOwnExecutable(program);
     TaskProcess process({"wait"}, program);
     EXPECT_EQ(process.firstLine(), "waiting");
-    const auto application = applicationOfProcess(process.processID());
+    const auto application = ApplicationFinder().of(process.processID());
     return application ? application->bundlePath : "";
   }
   void name(const std::string& executable) {

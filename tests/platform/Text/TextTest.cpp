@@ -75,6 +75,31 @@ TEST(UTF8FromUTF16, ReplacesHalvesOfPairs) {
   EXPECT_EQ(utf8FromUTF16(high + high + low), "\uFFFD\U0001F600");
 }
 
+TEST(Escaped, HasNoCommandsForATerminal) {
+  EXPECT_EQ(escaped("a \u00E4\u20AC\U0001F600\u00A0\u2026"),
+            "a \u00E4\u20AC\U0001F600\u00A0\u2026");
+  EXPECT_EQ(escaped("\x1b[2J\n\r\t\0\x7f"sv), R"(\x1b[2J\n\r\t\x00\x7f)");
+  EXPECT_EQ(escaped("\xC2\x9B\u200F\u202E\u2066"), R"(\u009b\u200f\u202e\u2066)");
+}
+
+TEST(Escaped, IsUTF8) {
+  EXPECT_EQ(escaped("\xFF|\xC3"), R"(\xff|\xc3)");
+  EXPECT_EQ(escaped("\xE2\x82|\xF0\x9F"), R"(\xe2\x82|\xf0\x9f)");
+  for (int byte = 0; byte < 256; ++byte) {
+    EXPECT_TRUE(isValidUTF8(escaped(std::string(3, static_cast<char>(byte)))));
+  }
+}
+
+TEST(Escaped, KeepsTheCharactersThatItIsGiven) {
+  EXPECT_EQ(escaped("a\n\tb\r", "\n\t"), "a\n\tb\\r");
+}
+
+TEST(Escaped, IsCutAfterAWholeCharacter) {
+  EXPECT_EQ(escaped("abc", {}, 3), "abc");
+  EXPECT_EQ(escaped("abcd", {}, 3), "abc...");
+  EXPECT_EQ(escaped("ab\u20ACd", {}, 3), "ab\u20AC...");
+}
+
 TEST(DecimalDigitValue, KnowsTheDigitsOfEveryScript) {
   for (const char16_t zero :
        {u'0', u'\u0660', u'\u06F0', u'\u07C0', u'\u0966', u'\u0E50', u'\u0F20', u'\u17E0',

@@ -8,6 +8,7 @@
 #include <ClientComm/Exceptions.h>
 #include <ClientComm/QBHPHelperControl.h>
 #include <ClientComm/QBHPHelperError.h>
+#include <ClientComm/RecordedStep.h>
 
 #include "Host.h"
 #include "support/CapturedLog.h"
@@ -189,6 +190,40 @@ TEST_F(HelperControl, DelegateMayTakeItselfOffAndBeDestroyedInItsCall) {
     EXPECT_EQ(control.helperExitNotify("x"), noErr) << "no delegate is called";
     EXPECT_EQ(ends, round);
   }
+}
+
+TEST_F(HelperControl, DelegateThatIsDestroyedWhileItIsSetTakesItselfOffAndIsRecorded) {
+  Told other;
+  {
+    WantsBoth delegate(other);
+    const WantsBoth spare(other);
+    control.setHelperCtrlDelegate(static_cast<WantsExit*>(&delegate));
+  }
+  EXPECT_EQ(control.helperCtrlDelegate(), nullptr);
+  EXPECT_EQ(recordedSteps().back().kind, StepKind::delegateDestroyed);
+  EXPECT_EQ(recordedSteps().back().subject, "QBHPHelperControl");
+  EXPECT_EQ(control.helperExitNotify("x"), noErr);
+  EXPECT_EQ(other.exits, 0);
+}
+
+TEST_F(HelperControl, DelegateThatIsDestroyedLeavesAnotherOneInItsPlace) {
+  Told other;
+  {
+    WantsBoth replaced(other);
+    control.setHelperCtrlDelegate(static_cast<WantsExit*>(&replaced));
+    control.setHelperCtrlDelegate(&both);
+  }
+  EXPECT_EQ(control.helperExitNotify("x"), noErr);
+  EXPECT_EQ(told.exits, 1);
+}
+
+TEST_F(HelperControl, DelegateMayOutliveTheControlThatItWasSetFor) {
+  Told other;
+  WantsBoth delegate(other);
+  inHost(hostInformation(), [&](const Host&) {
+    QBHPHelperControl second;
+    second.setHelperCtrlDelegate(static_cast<WantsExit*>(&delegate));
+  });
 }
 
 TEST_F(HelperControl, DelegateIsKeptAsItWasSet) {

@@ -161,26 +161,21 @@ TEST(ProcessList, ARunningApplicationIsFoundByItsExactIdentifier) {
   EXPECT_FALSE(list.applicationIsRunning("", "/any/path"));
 }
 
-// Over the real table, with a call after each copy of it.
+// Calls a function whenever the processes were read.
 class WatchedProcessList : public QBHPProcessList {
  public:
-  explicit WatchedProcessList(std::function<void()> onCopy)
-      : QBHPProcessList([onCopy] {
-          auto table = fetchProcessTable();
-          onCopy();
-          return table;
-        }) {}
+  explicit WatchedProcessList(std::function<void()> onRead) : QBHPProcessList(std::move(onRead)) {}
 };
 
 TEST(ProcessList, AnAbsentArgumentIsNotRunningWithoutALookAtTheProcesses) {
-  unsigned copies = 0;
-  WatchedProcessList list([&] { ++copies; });
+  unsigned readings = 0;
+  WatchedProcessList list([&] { ++readings; });
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, "/any/path"));
   EXPECT_FALSE(list.applicationIsRunning(ownIdentifier, std::nullopt));
   EXPECT_FALSE(list.applicationIsRunning(std::nullopt, std::nullopt));
-  EXPECT_EQ(copies, 0U);
+  EXPECT_EQ(readings, 0U);
   EXPECT_TRUE(list.applicationIsRunning(ownIdentifier, ""));
-  EXPECT_EQ(copies, 1U);
+  EXPECT_EQ(readings, 1U);
 }
 
 TEST(ProcessList, AnotherApplicationIsFoundWhileItRuns) {

@@ -79,6 +79,7 @@ TEST(CauseFinder, LastLaunchCounts) {
   using enum StepKind;
   EXPECT_EQ(subjectOf(absent({step(helperCheckedIn), step(helperEndedAtStart)})), "launch");
   EXPECT_EQ(subjectOf(absent({step(helperEndedAtStart), step(launchHeldBack)})), "launch");
+  EXPECT_EQ(subjectOf(absent({step(helperEndedAtStart), step(libraryMissing)})), "launch");
   EXPECT_EQ(subjectOf(absent({step(helperEndedAtStart), step(helperNotCheckedIn)})), "check-in");
   EXPECT_EQ(subjectOf(absent({step(programMissing)})), "launch");
   EXPECT_EQ(subjectOf(absent({step(launchLocked)})), "launch");
@@ -123,12 +124,20 @@ TEST(CauseFinder, LastTroubleWithARequestOrReportIsNamed) {
   EXPECT_EQ(after(step(senderRefused)).subject, "report");
   EXPECT_EQ(after(step(reportNotTaken)).subject, "report");
   EXPECT_EQ(after(step(classUnknown)).subject, "report");
+  EXPECT_EQ(after(step(delegateDestroyed)).subject, "delegate");
   const auto early = after(step(requestFailed, -600, "com.Acme.Helper", "Data page"));
   EXPECT_EQ(early.subject, "request");
-  EXPECT_EQ(early.text, R"(Data page to "com.Acme.Helper" returned -600 (not running).)");
+  EXPECT_EQ(early.text,
+            R"(Data page to "com.Acme.Helper" returned -600 (the target is not running).)");
   EXPECT_NE(early.remedy.find("launchHelepr()"), std::string::npos);
   EXPECT_NE(after(step(requestFailed, -50)).remedy.find("UTF-8"), std::string::npos);
   EXPECT_NE(after(step(requestFailed, -1743)).remedy.find("policy"), std::string::npos);
+}
+
+TEST(CauseFinder, DelegateThatWasDestroyedIsWhyAReportIsNotTaken) {
+  auto diagnosis = healthy();
+  diagnosis.steps = {step(StepKind::delegateDestroyed), step(StepKind::reportNotTaken)};
+  EXPECT_EQ(subjectOf(diagnosis), "delegate");
 }
 
 TEST(CauseFinder, CheckThatFoundNoHelperAgentIsNoTrouble) {

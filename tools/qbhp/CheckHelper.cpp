@@ -1,0 +1,266 @@
+// qbhp check-helper: launches a helper agent on a private bus, and holds it against the contract.
+
+#include <algorithm>
+#include <chrono>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "tools/qbhp/Command.h"
+#include "tools/qbhp/HelperChecks.h"
+#include "tools/qbhp/HelperTrial.h"
+
+namespace qbdkr::tool {
+namespace {
+
+using Result = Verdict::Result;
+
+struct CheckArguments {
+  std::string helper;
+  std::vector<std::string> only;
+  double seconds = 10;
+  std::string junit;
+  bool wantsList = false;
+  bool wantsTAP = false;
+};
+
+struct Outcome {
+  const HelperCheck* check;
+  Verdict verdict;
+  double seconds;
+};
+
+const char* wordOf(Result result) {
+  switch (result) {
+    case Result::ok:
+      return "ok";
+    case Result::skipped:
+      return "skipped";
+    case Result::failed:
+      break;
+  }
+  return "failed";
+}
+
+Style styleOf(Result result) {
+  if (result == Result::ok) return Style::good;
+  return result == Result::failed ? Style::bad : Style::plain;
+}
+
+std::size_t countOf(const std::vector<Outcome>& outcomes, Result result) {
+  return static_cast<std::size_t>(std::ranges::count(
+      outcomes, result, [](const Outcome& outcome) { return outcome.verdict.result; }));
+}
+
+std::vector<const HelperCheck*> chosenBy(const std::vector<std::string>& names) {
+  for (const std::string& name : names) {
+    if (std::ranges::find(helperChecks(), std::string_view(name), &HelperCheck::name) ==
+        helperChecks().end()) {
+      throw UsageFailure("no check has the name \"" + name + "\" (see --list)");
+    }
+  }
+  std::vector<const HelperCheck*> chosen;
+  for (const HelperCheck& check : helperChecks()) {
+    if (names.empty() || std::ranges::find(names, check.name) != names.end()) {
+      chosen.push_back(&check);
+    }
+  }
+  return chosen;
+}
+
+constexpr std::size_t nameWidth = 22;
+constexpr std::size_t resultWidth = 9;
+
+std::string padded(std::string text, std::size_t width) {
+  text.resize(std::max(width, text.size()), ' ');
+  return text;
+}
+
+void addTable(Output& output, const std::vector<Outcome>& outcomes) {
+  output.line(output.styled(Style::heading,
+                            padded("CHECK", nameWidth) + padded("RESULT", resultWidth) + "SEEN"));
+  for (const auto& [check, verdict, seconds] : outcomes) {
+    const std::string result = wordOf(verdict.result);
+    output.wrapped(padded(check->name, nameWidth) + output.styled(styleOf(verdict.result), result) +
+                       std::string(resultWidth - result.size(), ' '),
+                   nameWidth + resultWidth, escaped(verdict.seen));
+  }
+  output.line("");
+  output.line(std::to_string(countOf(outcomes, Result::ok)) + " ok, " +
+              std::to_string(countOf(outcomes, Result::failed)) + " failed, " +
+              std::to_string(countOf(outcomes, Result::skipped)) + " skipped");
+}
+
+void addJSON(Output& output, const std::string& helper, const std::vector<Outcome>& outcomes) {
+  JSON list = JSON::array();
+  for (const auto& [check, verdict, seconds] : outcomes) {
+    list.push_back({{"name", check->name},
+                    {"title", check->title},
+                    {"result", wordOf(verdict.result)},
+                    {"seen", verdict.seen},
+                    {"seconds", seconds}});
+  }
+  output.json({{"helper", helper},
+               {"ok", countOf(outcomes, Result::ok)},
+               {"failed", countOf(outcomes, Result::failed)},
+               {"skipped", countOf(outcomes, Result::skipped)},
+               {"checks", list}});
+}
+
+// "#" begins a directive in TAP.
+std::string forTAP(std::string_view text) {
+  std::string result;
+  for (const char character : escaped(text)) {
+    if (character == '#' || character == '\\') result += '\\';
+    result += character;
+  }
+  return result;
+}
+
+void addTAP(Output& output, const std::vector<Outcome>& outcomes) {
+  output.line("TAP version 13");
+  output.line("1.." + std::to_string(outcomes.size()));
+  int number = 0;
+  for (const auto& [check, verdict, seconds] : outcomes) {
+    std::string line = verdict.result == Result::failed ? "not ok " : "ok ";
+    line += std::to_string(++number) + " - " + check->name + ": " + forTAP(check->title);
+    if (verdict.result == Result::skipped) line += " # SKIP " + forTAP(verdict.seen);
+    output.line(line);
+    if (verdict.result != Result::failed) continue;
+    output.line("  ---");
+    output.line("  message: " + JSON(escaped(verdict.seen)).dump());  // JSON is YAML
+    output.line("  ...");
+  }
+}
+
+std::string forXML(std::string_view text) {
+  std::string result;
+  for (const char character : escaped(text)) {
+    switch (character) {
+      case '&':
+        result += "&amp;";
+        break;
+      case '<':
+        result += "&lt;";
+        break;
+      case '"':
+        result += "&quot;";
+        break;
+      default:
+        result += character;
+    }
+  }
+  return result;
+}
+
+void writeJUnit(const std::string& path, const std::string& helper,
+                const std::vector<Outcome>& outcomes) {
+  std::ofstream file(path);
+  file << std::fixed << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\""
+       << forXML(helper) << R"(" tests=")" << outcomes.size() << R"(" failures=")"
+       << countOf(outcomes, Result::failed) << R"(" errors="0" skipped=")"
+       << countOf(outcomes, Result::skipped) << "\">\n";
+  for (const auto& [check, verdict, seconds] : outcomes) {
+    file << R"(  <testcase classname="check-helper" name=")" << check->name << R"(" time=")"
+         << seconds << '"';
+    if (verdict.result == Result::ok) {
+      file << "/>\n";
+    } else {
+      const char* element = verdict.result == Result::failed ? "failure" : "skipped";
+      file << "><" << element << " message=\"" << forXML(verdict.seen) << "\"/></testcase>\n";
+    }
+  }
+  if (!(file << "</testsuite>\n").flush()) throw Failure("cannot write " + path);
+}
+
+std::vector<Outcome> outcomesOf(const CheckArguments& arguments, const std::string& directory) {
+  using Clock = std::chrono::steady_clock;
+  const auto longest = std::chrono::ceil<std::chrono::milliseconds>(
+      std::chrono::duration<double>(arguments.seconds));
+  const auto trial = HelperTrial::make(directory, arguments.helper, longest);
+  CheckScene scene{*trial, arguments.helper};
+  std::vector<Outcome> outcomes;
+  bool isHopeless = false;  // no need to wait for its name with each check
+  for (const HelperCheck* check : chosenBy(arguments.only)) {
+    const auto begin = Clock::now();
+    Verdict verdict =
+        isHopeless ? Verdict{Result::skipped, "it cannot be launched"} : runCheck(*check, scene);
+    const std::string_view name = check->name;
+    isHopeless = isHopeless ||
+                 (name == "name" && verdict.result == Result::failed && !scene.trial.isRunning());
+    outcomes.push_back(
+        {check, std::move(verdict), std::chrono::duration<double>(Clock::now() - begin).count()});
+  }
+  return outcomes;
+}
+
+Exit check(const Commands& commands, const CheckArguments& arguments,
+           const std::string& directory) {
+  const auto outcomes = outcomesOf(arguments, directory);
+  Output output;
+  if (commands.wantsJSON()) {
+    addJSON(output, arguments.helper, outcomes);
+  } else if (arguments.wantsTAP) {
+    addTAP(output, outcomes);
+  } else {
+    addTable(output, outcomes);
+  }
+  if (const auto failure = output.write()) throw Failure("cannot write the output: " + *failure);
+  if (!arguments.junit.empty()) writeJUnit(arguments.junit, arguments.helper, outcomes);
+  // A check that was chosen and could not be made is no success.
+  const bool isChecked = countOf(outcomes, Result::ok) > 0 || !arguments.only.empty();
+  return countOf(outcomes, Result::failed) == 0 && isChecked ? Exit::yes : Exit::no;
+}
+
+void addList(const Commands& commands, Output& output) {
+  JSON list = JSON::array();
+  for (const HelperCheck& check : helperChecks()) {
+    list.push_back({{"name", check.name}, {"title", check.title}});
+    if (!commands.wantsJSON()) {
+      output.wrapped(padded(check.name, nameWidth), nameWidth, check.title);
+    }
+  }
+  if (commands.wantsJSON()) output.json(list);
+}
+
+Exit run(const Commands& commands, const CheckArguments& arguments, Output& output) {
+  if (arguments.wantsList) {
+    addList(commands, output);
+    return Exit::yes;
+  }
+  if (arguments.helper.empty()) throw UsageFailure("HELPER.app is required (see --help)");
+  if (arguments.wantsTAP && commands.wantsJSON()) {
+    throw UsageFailure("--json and --tap exclude each other (see --help)");
+  }
+  static_cast<void>(chosenBy(arguments.only));
+  return runGuarded([&commands, &arguments](const std::string& directory) {
+    return check(commands, arguments, directory);
+  });
+}
+
+}  // namespace
+
+void addCheckHelper(Commands& commands) {
+  const auto arguments = std::make_shared<CheckArguments>();
+  CLI::App& command = commands.add(
+      "check-helper", "Hold a helper agent against the contract, on a private bus",
+      [&commands, arguments](Output& output) { return run(commands, *arguments, output); });
+  command.add_option("HELPER", arguments->helper, "The bundle of the helper agent, as Helper.app")
+      ->type_name("");
+  command.add_option("--only", arguments->only, "Make this check alone; may be repeated")
+      ->type_name("NAME")
+      ->allow_extra_args(false);
+  command.add_flag("--list", arguments->wantsList, "Print the checks");
+  command
+      .add_option("--timeout", arguments->seconds, "Wait so long at most, each time (default 10)")
+      ->check(CLI::Range(0.01, 1e6).description(""))
+      ->type_name("SECONDS");
+  command.add_flag("--tap", arguments->wantsTAP, "Print the Test Anything Protocol");
+  command.add_option("--junit", arguments->junit, "Write the results to a file of JUnit's form")
+      ->type_name("FILE");
+  commands.offerJSON(command);
+}
+
+}  // namespace qbdkr::tool
