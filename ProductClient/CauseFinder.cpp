@@ -38,13 +38,23 @@ std::optional<Cause> causeOfExamination(const Diagnosis& diagnosis) {
   return Cause{error->subject, error->text, error->remedy};
 }
 
+// Prefers a request on the main thread, since that holds up the whole host.
+const Diagnosis::Waiting* longWaitOf(const Diagnosis& diagnosis) {
+  const Diagnosis::Waiting* found = nullptr;
+  for (const auto& request : diagnosis.waiting) {
+    if (request.time < longWait) continue;
+    if (found == nullptr || (request.isOnMainThread && !found->isOnMainThread)) found = &request;
+  }
+  return found;
+}
+
 std::optional<Cause> causeOfWaiting(const Diagnosis& diagnosis) {
-  if (diagnosis.waiting.empty() || diagnosis.waiting.front().time < longWait) return std::nullopt;
-  const auto& request = diagnosis.waiting.front();
-  const auto seconds = std::chrono::floor<std::chrono::seconds>(request.time).count();
+  const auto* request = longWaitOf(diagnosis);
+  if (request == nullptr) return std::nullopt;
+  const auto seconds = std::chrono::floor<std::chrono::seconds>(request->time).count();
   return Cause{"waiting-request",
-               request.text + " has waited for its answer for " + std::to_string(seconds) + " s" +
-                   (request.isOnMainThread ? ", on the main thread." : "."),
+               request->text + " has waited for its answer for " + std::to_string(seconds) + " s" +
+                   (request->isOnMainThread ? ", on the main thread." : "."),
                "See why the helper agent does not answer, and make the request with a deadline or "
                "with a completion."};
 }

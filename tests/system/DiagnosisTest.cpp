@@ -110,7 +110,7 @@ TEST_F(HostDiagnosis, RequestThatWaitsForAStoppedHelperAgentIsNamed) {
   ::kill(helper, SIGCONT);
   host->finish(query);
   EXPECT_TRUE(cause.starts_with("waiting-request: QBHPGetDataByHelper clientIDFormHelper to \"" +
-                                scene.helperID() + "\" has waited for its answer for 1 s"))
+                                scene.helperID() + "\" has waited for its answer for "))
       << cause;
   EXPECT_EQ(host->call("diagnose"), "none");  // it was answered
 }

@@ -250,7 +250,7 @@ const std::vector<Mistake> mistakes{
      },
      diagnosed,
      [](const Product& product) {
-       return Words{"Photos echo:", product.helperID, "waited for its answer for 1 s",
+       return Words{"Photos echo:", product.helperID, "has waited for its answer",
                     "on the main thread"};
      }},
     {"DelegateIsDestroyedEarly",

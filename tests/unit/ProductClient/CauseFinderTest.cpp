@@ -70,6 +70,15 @@ TEST(CauseFinder, LongWaitIsNamedWithItsThread) {
   EXPECT_EQ(subjectOf(diagnosis), "none");
 }
 
+TEST(CauseFinder, LongWaitOnTheMainThreadIsNamedBeforeALongerOne) {
+  auto diagnosis = healthy();
+  diagnosis.waiting = {{"OLDEST", 3000ms, false}, {"MAIN", 1000ms, true}};
+  const auto textOf = [&] { return findCause(diagnosis, MainLoop::runs)->text; };
+  EXPECT_EQ(textOf(), "MAIN has waited for its answer for 1 s, on the main thread.");
+  diagnosis.waiting.back().time = 999ms;
+  EXPECT_EQ(textOf(), "OLDEST has waited for its answer for 3 s.");
+}
+
 TEST(CauseFinder, MainLoopThatStandsStillIsTheCauseIfTheHelperAgentIsReached) {
   EXPECT_EQ(subjectOf(healthy(), MainLoop::standsStill), "main-loop");
   EXPECT_EQ(subjectOf(absent({step(StepKind::programRefused)}), MainLoop::standsStill), "launch");
