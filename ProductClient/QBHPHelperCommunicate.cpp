@@ -1,7 +1,9 @@
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -86,7 +88,7 @@ struct QBHPHelperCommunicate::Parts {
         switches(host.host()),
         reports(host, system, *states,
                 {[this] { return !communicator.getDefaultHelperServerOpen(); },
-                 [this] { return communicator.launchPausedUntil(); }}),
+                 [this] { return pausedUntil(); }}),
         exit(host, system, [this] { requests.post(&QBHPHelperControl::exitHelper); }),
         installer(host, system, *states, [this] { exit.end(); }),
         launcher(host, system,
@@ -128,6 +130,13 @@ struct QBHPHelperCommunicate::Parts {
     } else {
       present->failed();
     }
+  }
+
+  // Returns the time before which nothing starts the helper agent by itself.
+  [[nodiscard]] std::optional<Supervisor::Clock::time_point> pausedUntil() const {
+    const Supervisor* const present = supervisor;
+    return std::max(present == nullptr ? std::nullopt : present->pausedUntil(),
+                    communicator.launchPausedUntil());
   }
 
   // Does the work of restartHelperInThread(). Does not ask a helper agent first that is known to be

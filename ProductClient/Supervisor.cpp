@@ -79,6 +79,7 @@ void Supervisor::appeared() {
   isPresent_ = true;
   appearedAt_ = Clock::now();
   checkAt_.reset();
+  pauseEnd_ = Clock::time_point::min();
   repetition_ = {};
   actions_.found();  // may take long, and must not count as the time of a ping
   startPings();
@@ -105,7 +106,15 @@ void Supervisor::vanished() {
 
 void Supervisor::checkAt(Clock::time_point now, Clock::time_point due) {
   checkAt_ = std::max(now, due);
-  if (due > now) actions_.paused(due);
+  if (due <= now) return;
+  pauseEnd_ = due;
+  actions_.paused(due);
+}
+
+std::optional<Supervisor::Clock::time_point> Supervisor::pausedUntil() const {
+  const auto end = pauseEnd_.load();
+  if (end <= Clock::now()) return std::nullopt;
+  return end;
 }
 
 // The time of the suspension counts for nothing. A pause goes on.

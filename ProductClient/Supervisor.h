@@ -52,6 +52,9 @@ class Supervisor {
   void failed();
   void succeeded();
 
+  // Returns the time of the next check if it was put off, and has not come. Any thread.
+  [[nodiscard]] std::optional<Clock::time_point> pausedUntil() const;
+
  private:
   [[nodiscard]] Clock::time_point nextDeadline() const;
   void appeared();
@@ -75,6 +78,7 @@ class Supervisor {
   std::optional<Clock::time_point> pingedAt_;
 
   std::atomic<bool> isPresent_{false};
+  std::atomic<Clock::time_point> pauseEnd_{Clock::time_point::min()};
 
   ForkSafeMutex mutex_;  // guards the messages of other threads
   bool hasFailed_ = false;

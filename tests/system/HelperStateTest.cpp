@@ -63,7 +63,11 @@ class HelperStateTest : public testing::Test {
   }
 
   std::string running(const std::string& version) {
-    return "running " + version + ' ' + std::to_string(scene.helperProcess());
+    std::string text = "running " + version;
+    for (const pid_t process : Scene::processesIn(scene.installDirectory())) {
+      text += ' ' + std::to_string(process);
+    }
+    return text;
   }
 
   // Waits for the helper agent's process to be told, and returns that state.
@@ -190,7 +194,12 @@ TEST_F(HelperStateTest, KillsOneAfterTheOtherPause) {
   awaitState(*host, "paused ");
   awaitState(*host, "running");
   const Lines all = states(*host);
-  EXPECT_EQ(all.at(all.size() - 4), "lost");
+  // One that was killed at its start may be repaired and launched meanwhile.
+  const auto lostInAPause =
+      std::ranges::adjacent_find(all, [](const std::string& state, const std::string& next) {
+        return state.starts_with("paused ") && next == "lost";
+      });
+  EXPECT_EQ(lostInAPause, all.end()) << testing::PrintToString(all);
 }
 
 class UpgradeState : public HelperStateTest, public testing::WithParamInterface<InfoKeys> {};

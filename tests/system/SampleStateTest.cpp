@@ -216,6 +216,8 @@ TEST_F(SampleState, HelperThatIsToldToExitKeepsWhatHasArrived) {
   const ProcessEnd end(helper);
   ::kill(helper, SIGSTOP);
   EXPECT_EQ(hosts[0]->call("count h0 0 1000"), "posted 1000 failed 0");
+  // The bus has taken what was posted when it answers the host's next message.
+  EXPECT_EQ(hosts[0]->call("ask com.example.nobody Probe echo: x"), "-600 ~");
   ::kill(helper, SIGTERM);
   ::kill(helper, SIGCONT);
   ASSERT_TRUE(end.comesWithin(patience));

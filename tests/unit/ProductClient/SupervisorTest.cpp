@@ -206,8 +206,11 @@ TEST_F(Supervising, TellsThePauseAfterTheFifthLoss) {
   }
   EXPECT_EQ(std::ranges::count(told, "paused"), 1);
   EXPECT_EQ(told.back(), "paused");
+  EXPECT_EQ(supervisor->pausedUntil(), toldPause);
   supervisor->turn();
   EXPECT_EQ(toldPause, watch->lastDeadline);
+  hear(News::appeared);
+  EXPECT_EQ(supervisor->pausedUntil(), std::nullopt) << "another host started it";
 }
 
 TEST_F(Supervising, TellsThePauseAfterAFailedStart) {
