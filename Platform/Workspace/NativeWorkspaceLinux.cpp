@@ -1,6 +1,7 @@
 #include <poll.h>
 
 #include <array>
+#include <cerrno>
 #include <chrono>
 #include <cstdint>
 #include <memory>
@@ -13,6 +14,7 @@
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/DBus/NameOwner.h"
+#include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 
@@ -54,9 +56,15 @@ class NamedApplication final : public Reachability {
     return owner_ && owner_->bus() != nullptr;
   }
 
-  // Asks again before it says yes: the process may have ended since the first question.
+  // The bus may not have seen yet that the process has ended. Process IDs of another namespace do
+  // not tell; then asks again.
   [[nodiscard]] bool isThere() override {
-    return question_ && question_->isAffirmed() && BusSender::Question(identifier_).isAffirmed();
+    if (!question_ || !question_->isAffirmed()) return false;
+    const bool isForeign = BusSender::shared().foreignProcess().has_value();
+    const auto process = isForeign ? std::nullopt : processOfPeer(identifier_);
+    if (!process) return BusSender::Question(identifier_).isAffirmed();
+    const Descriptor end = endOfProcess(*process);
+    return end ? !end.isReadable() : errno != ESRCH;
   }
 
   // Without a bus only the end of the process can be seen.

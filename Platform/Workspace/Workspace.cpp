@@ -60,9 +60,9 @@ std::optional<bool> isRunning(const Bundle& bundle, Reachability& reachability) 
     const pid_t process = processes->front();
     const auto end = endOfProcess(process);
     if (!end && errno == ESRCH) continue;
-    if (end && reachability.isKnown() && reachability.await(end, deadline) == Presence::ended) {
-      continue;
-    }
+    if (end && reachability.isKnown()) static_cast<void>(reachability.await(end, deadline));
+    // The bus may have named another process, or one whose end it has not seen yet.
+    if (end && end.isReadable()) continue;
     record(StepKind::helperFoundRunning, process, bundle.bundlePath());
     return true;
   }

@@ -58,6 +58,26 @@ TEST(OpeningFault, WithoutTheLockAnApplicationThatRunsByThenIsOpen) {
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 
+TEST(OpeningFault, AnApplicationWhoseEndTheBusHasNotSeenIsStarted) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const auto gone = Peer::outsideBundles(scene).begin({"leave", scene.helperID()});
+  EXPECT_EQ(gone->firstLine(), "left");
+  EXPECT_EQ(host->call(open(scene)), "yes");
+  scene.transcript().waitFor({" started version"});
+}
+
+TEST(OpeningFault, AnApplicationThatIsReachedIsNotStartedThoughItsProcessIsAnother) {
+  Scene scene;
+  scene.makeHelper("1.0", scene.installDirectory());
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  const auto standIn = Peer::outsideBundles(scene).begin({"hold", scene.helperID()});
+  EXPECT_EQ(standIn->firstLine(), "ready");
+  EXPECT_EQ(host->call(open(scene)), "yes");
+  EXPECT_EQ(scene.transcript().count(" started version"), 0U);
+}
+
 TEST(OpeningFault, WhereThereCanBeNoLockTheApplicationIsOpened) {
   Scene scene;
   scene.makeHelper("1.0", scene.installDirectory());

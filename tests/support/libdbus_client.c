@@ -39,10 +39,15 @@
  *   destinations NAME                     the same, with the name to which each call was sent
  *   hold NAME                             claims the name, prints "ready", and a line for each call
  *                                         of any method: auto-start or no-auto-start, the
- * interface, the member; answers none serve NAME COUNT [ANSWER]             claims the name, prints
- * "ready", then one line for each of that many calls: the flags, signature, path, interface,
- * member, class, method, number of arguments. Answers with "served" or, as ANSWER says, with an
- * error, a number, nothing, two texts, or a noncharacter
+ *                                         interface, the member; answers none
+ *   leave NAME                            claims the name, ends, and leaves the connection to a
+ *                                         child, which prints "left" and stays until its input
+ *                                         ends
+ *   serve NAME COUNT [ANSWER]             claims the name, prints "ready", then one line for each
+ *                                         of that many calls: the flags, signature, path,
+ *                                         interface, member, class, method, number of arguments.
+ *                                         Answers with "served" or, as ANSWER says, with an error,
+ *                                         a number, nothing, two texts, or a noncharacter
  */
 #include <dbus/dbus.h>
 #include <stdio.h>
@@ -381,6 +386,27 @@ static int hold(DBusConnection* connection, const char* name) {
   return 0;
 }
 
+/* The bus goes on to name the parent, whose connection is still open, as the owner. */
+static int leave(DBusConnection* connection, const char* name) {
+  DBusError error = DBUS_ERROR_INIT;
+  int alive[2];
+  char byte;
+  if (dbus_bus_request_name(connection, name, 0, &error) < 0) stop(error.message);
+  if (pipe(alive) != 0) stop("no pipe");
+  switch (fork()) {
+    case -1:
+      stop("no child");
+      break;
+    case 0:
+      close(alive[1]);
+      if (read(alive[0], &byte, 1) != 0) stop("the parent wrote");
+      return stay("left");
+    default:
+      break;
+  }
+  _exit(0);
+}
+
 static char* text_of_size(size_t size) {
   char* text = malloc(size + 1);
   if (text == NULL) stop("no memory");
@@ -548,6 +574,7 @@ int main(int argc, char** argv) {
   if (strcmp(argv[1], "serve") == 0 && (argc == 4 || argc == 5)) {
     return serve(connection, argv[2], atoi(argv[3]), argc == 5 ? argv[4] : "text");
   }
+  if (strcmp(argv[1], "leave") == 0) return leave(connection, argv[2]);
   if (strcmp(argv[1], "hold") == 0) return hold(connection, argv[2]);
   if (strcmp(argv[1], "answer") == 0 && argc == 4) {
     return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 0);
