@@ -4,7 +4,8 @@ target_compile_options(QBDKRWarnings INTERFACE -Wall -Wextra -Wpedantic -Wconver
 if(QBDKR_WARNINGS_AS_ERRORS)
   target_compile_options(QBDKRWarnings INTERFACE -Werror)
 endif()
-if(CMAKE_UNITY_BUILD)  # joined sources see the anonymous namespaces of one another
-  target_compile_options(QBDKRWarnings INTERFACE
-    -Wno-shadow $<$<COMPILE_LANG_AND_ID:CXX,GNU>:-Wno-subobject-linkage>)
-endif()
+# Joined sources see the anonymous namespaces of one another.
+set(joined $<BOOL:$<TARGET_PROPERTY:UNITY_BUILD>>)
+target_compile_options(QBDKRWarnings INTERFACE
+  $<${joined}:-Wno-shadow> $<$<AND:${joined},$<COMPILE_LANG_AND_ID:CXX,GNU>>:-Wno-subobject-linkage>)
+unset(joined)
