@@ -41,8 +41,9 @@ class NativeLoop {
   // Makes one of the next turns call onWake. Any thread, and from a signal handler.
   virtual void wake() = 0;
 
-  // Returns a descriptor that is readable if a turn would do something.
-  [[nodiscard]] virtual int descriptor() const = 0;
+  // Returns a descriptor that is readable if a turn would do something. Any thread: on the main
+  // thread it also lets events come to a loop that has taken no turn yet.
+  [[nodiscard]] virtual int descriptor() = 0;
 
   // Does one thing that is due. If nothing is due, waits for it or returns nothingDue. onWake and
   // the ticks may take turns themselves, and may wait on the descriptor.

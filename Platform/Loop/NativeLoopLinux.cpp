@@ -89,7 +89,7 @@ class EventLoop final : public NativeLoop {
     [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
   }
 
-  [[nodiscard]] int descriptor() const override { return sd_event_get_fd(event_.get()); }
+  [[nodiscard]] int descriptor() override { return sd_event_get_fd(event_.get()); }
 
   Turn turn(bool waits) override {
     int ready = state() == SD_EVENT_PENDING ? 1 : 0;

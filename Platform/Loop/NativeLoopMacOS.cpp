@@ -10,6 +10,7 @@
 #include <stdexcept>
 #include <utility>
 
+#include "Platform/Base/AutoreleasePoolMacOS.h"
 #include "Platform/Base/CoreFoundationRefMacOS.h"
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Loop/EventPortMacOS.h"
@@ -37,10 +38,12 @@ struct WakePipe {
     return made;
   }
 
-  void drain() const {
+  // Tells whether it held a byte.
+  [[nodiscard]] bool drain() const {
     std::array<char, 64> bytes{};
-    while (::read(in.get(), bytes.data(), bytes.size()) > 0) {
-    }
+    bool held = false;
+    while (::read(in.get(), bytes.data(), bytes.size()) > 0) held = true;
+    return held;
   }
 };
 
@@ -145,29 +148,27 @@ class SystemLoop final : public NativeLoop {
     [[maybe_unused]] const auto written = ::write(pipe_.out.get(), "", 1);
   }
 
-  [[nodiscard]] int descriptor() const override { return queue_.get(); }
+  // Opens the event port: a host that only polls the descriptor would hear of no event before its
+  // first turn.
+  [[nodiscard]] int descriptor() override {
+    if (isMainThread()) listen();
+    return queue_.get();
+  }
 
+  // Drains the pipe itself: the system watches it on another thread, whose news may come after the
+  // pass that looks for them. Then passes once more, so that tasks that keep coming leave their
+  // turns to timers and events.
   Turn turn(bool waits) override {
+    const AutoreleasePool pool;
     listen();
     watchNextTimer();  // a callback of this turn may wait on the descriptor
-    constexpr CFTimeInterval aYear = 365.0 * 24 * 60 * 60;
-    constexpr Boolean untilOneSource = 1;
-    switch (CFRunLoopRunInMode(kCFRunLoopDefaultMode, waits ? aYear : 0, untilOneSource)) {
-      case kCFRunLoopRunFinished:
-        return Turn::failed;
-      case kCFRunLoopRunHandledSource:
-        return Turn::done;
-      default:
-        return Turn::nothingDue;
-    }
+    const bool isWoken = pipe_.drain();
+    if (isWoken) onWake_();
+    const Turn passed = pass(waits && !isWoken);
+    return isWoken && passed == Turn::nothingDue ? Turn::done : passed;
   }
 
-  // Drains the pipe here: the system's own watch of it may come later.
-  void beginTurns() override {
-    queue_.takeDue();
-    pipe_.drain();
-    onWake_();
-  }
+  void beginTurns() override { queue_.takeDue(); }
 
   void endTurns() override { watchNextTimer(); }
 
@@ -194,7 +195,21 @@ class SystemLoop final : public NativeLoop {
     return true;
   }
 
-  // Listens from the first turn on: events may arrive here only if this is the loop that runs.
+  Turn pass(bool waits) {
+    constexpr CFTimeInterval aYear = 365.0 * 24 * 60 * 60;
+    constexpr Boolean untilOneSource = 1;
+    switch (CFRunLoopRunInMode(kCFRunLoopDefaultMode, waits ? aYear : 0, untilOneSource)) {
+      case kCFRunLoopRunFinished:
+        return Turn::failed;
+      case kCFRunLoopRunHandledSource:
+        return Turn::done;
+      default:
+        return Turn::nothingDue;
+    }
+  }
+
+  // Listens from the first turn on, or from the first look at the descriptor: events may arrive
+  // here only if this is the loop that runs.
   void listen() {
     if (!isMain_ || listening_) return;
     const mach_port_t port = listenForEvents();
@@ -208,7 +223,7 @@ class SystemLoop final : public NativeLoop {
 
   static void onReadable(CFFileDescriptorRef file, CFOptionFlags, void* self) {
     auto& loop = *static_cast<SystemLoop*>(self);
-    loop.pipe_.drain();
+    [[maybe_unused]] const bool held = loop.pipe_.drain();  // a turn may have emptied it
     CFFileDescriptorEnableCallBacks(file, kCFFileDescriptorReadCallBack);  // one call each time
     loop.onWake_();
   }

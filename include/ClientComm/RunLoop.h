@@ -47,7 +47,9 @@ class QBDKR_EXPORT RunLoop {
   // and from a signal handler, which must not be the first to use the loop. Does not wait.
   virtual void stop() = 0;
 
-  // Returns a descriptor that is readable if dispatch() has something to do. Owned by the loop.
+  // Returns a descriptor that is readable if dispatch() has something to do. Owned by the loop. Any
+  // thread; a host that only polls it asks for that of the main loop on the main thread, which lets
+  // RPC events come on macOS.
   [[nodiscard]] virtual int descriptor() const = 0;
   // Does what is due, without blocking. If much is due it does a part of it, and the descriptor
   // stays readable. Loop's thread only; may be called from inside a task, a timer or a delegate.
