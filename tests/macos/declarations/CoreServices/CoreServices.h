@@ -153,7 +153,11 @@ OSStatus AEProcessMessage(mach_msg_header_t* header);
 // Launch Services
 // https://developer.apple.com/documentation/coreservices/lslaunchflags
 typedef OptionBits LSLaunchFlags;
-enum : OptionBits { kLSLaunchDontAddToRecents = 0x00000100, kLSLaunchDontSwitch = 0x00000200 };
+enum : OptionBits {
+  kLSLaunchDontAddToRecents = 0x00000100,
+  kLSLaunchDontSwitch = 0x00000200,
+  kLSLaunchAsync = 0x00010000
+};
 // https://developer.apple.com/documentation/coreservices/lslaunchurlspec
 #pragma pack(push, 2)
 struct LSLaunchURLSpec {
