@@ -19,12 +19,14 @@
 #include "Platform/Events/AppleEvents/AnswerMacOS.h"
 #include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
 #include "Platform/Events/AppleEvents/RPCAppleEvent.h"
+#include "Platform/Events/AppleEvents/ReplyPortMacOS.h"
 #include "Platform/Events/AppleEvents/StartedRequestsMacOS.h"
 #include "Platform/Events/AwaitedAnswer.h"
 #include "Platform/Events/CancellationState.h"
 #include "Platform/Events/NativeTransport.h"
 #include "Platform/Events/RPCHandler.h"
 #include "Platform/Events/RPCTransport.h"
+#include "Platform/Loop/MainThread.h"
 #include "Platform/Processes/ProcessTable.h"
 #include "Platform/Processes/RunningApplications.h"
 
@@ -242,8 +244,24 @@ class AppleEventTransport final : public RPCTransport {
     EventDescriptor message;
     const OSErr made = makeMessage(target, event, message);
     if (made != noErr) return made;
+    if (options.mode == kAEWaitReply && !isOnMainThread()) return exchange(message, options, reply);
+    return deliver(message, options, reply);
+  }
+
+  static OSErr deliver(EventDescriptor& message, const AppleEventSendOptions& options,
+                       EventDescriptor& reply) {
     return static_cast<OSErr>(
         AESendMessage(message.get(), reply.receive(), options.mode, options.timeout));
+  }
+
+  // Waits for the reply beside the main thread.
+  static OSErr exchange(EventDescriptor& message, const AppleEventSendOptions& options,
+                        EventDescriptor& reply) {
+    ReplyPort& port = ReplyPort::ofThisThread();
+    if (const OSErr named = port.nameIn(*message.receive()); named != noErr) return named;
+    const OSErr status = deliver(message, options, reply);
+    if (status == errAETimeout) port.giveUp();
+    return status;
   }
 
   static AEEventHandlerUPP entryPoint() {

@@ -16,6 +16,6 @@ inline constexpr OSErr connectionInvalid = -609;      // no bus, or the peer wen
 inline constexpr OSErr errAEEventNotHandled = -1708;  // the target refused or failed
 inline constexpr OSErr errAETimeout = -1712;  // a deadline or a time-out of the bus has passed
 inline constexpr OSErr errAEEventNotPermitted = -1743;  // the bus, the user or a check refuses
-inline constexpr OSErr errAEEventFailed = -10000;       // a handler failed; -1708 on the bus
+inline constexpr OSErr errAEEventFailed = -10000;       // a handler failed; -1708 for its sender
 
 }  // namespace qbdkr

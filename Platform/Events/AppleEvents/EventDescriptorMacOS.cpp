@@ -1,5 +1,6 @@
 #include "Platform/Events/AppleEvents/EventDescriptorMacOS.h"
 
+#include <algorithm>
 #include <cstdint>
 #include <cstring>
 #include <string>
@@ -8,7 +9,6 @@
 #include <vector>
 
 #include "Platform/Events/AppleEvents/SerialNumber.h"
-#include "Platform/Events/RPCEvent.h"
 #include "Platform/Text/Text.h"
 
 namespace qbdkr {
@@ -59,9 +59,9 @@ OSErr makeList(const AppleEventDescriptor& from, EventDescriptor& made) {
   return status;
 }
 
-std::optional<std::string> bytesOf(const AEDesc& desc) {
+std::optional<std::string> bytesOf(const AEDesc& desc, std::size_t most = mostEventContent) {
   const Size size = AEGetDescDataSize(&desc);
-  if (size < 0 || static_cast<std::size_t>(size) > mostEventContent) return std::nullopt;
+  if (size < 0 || static_cast<std::size_t>(size) > most) return std::nullopt;
   std::string bytes(static_cast<std::size_t>(size), '\0');
   if (size > 0 && AEGetDescData(&desc, bytes.data(), size) != noErr) return std::nullopt;
   return bytes;
@@ -71,6 +71,28 @@ std::string inBigEndian(const std::string& serialNumber) {
   ::ProcessSerialNumber number{};
   std::memcpy(&number, serialNumber.data(), sizeof number);
   return bytesOfSerialNumber({number.highLongOfPSN, number.lowLongOfPSN});
+}
+
+std::optional<std::string> sendableText(std::optional<std::string> text) {
+  return text && isSendable(*text) ? std::move(text) : std::nullopt;
+}
+
+constexpr char16_t swapped(char16_t unit) {
+  const unsigned int wide = unit;
+  return static_cast<char16_t>(wide << 8U | wide >> 8U);
+}
+
+// Reads UTF-16 by its mark, without one in the processor's byte order. No conversion of the system
+// is asked for that: what becomes of marks and of an empty text is nowhere promised.
+std::optional<std::string> textFromUnits(const AEDesc& desc) {
+  const auto bytes = bytesOf(desc, mostTextBytes);
+  if (!bytes || bytes->size() % sizeof(char16_t) != 0) return std::nullopt;
+  constexpr char16_t mark = 0xFEFF;
+  std::u16string units(bytes->size() / sizeof(char16_t), u'\0');
+  std::memcpy(units.data(), bytes->data(), bytes->size());
+  if (units.starts_with(swapped(mark))) std::ranges::transform(units, units.begin(), swapped);
+  const std::u16string_view text = units;
+  return sendableText(utf8FromUTF16(text.substr(text.starts_with(mark) ? 1 : 0)));
 }
 
 // Gets one item of a list, as it is.
@@ -126,16 +148,14 @@ std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc) {
   return AppleEventDescriptor::withBytes(desc.descriptorType, std::move(*bytes));
 }
 
-// Lets the system convert the text to UTF-8: it knows the byte order and the mark of the units.
-// Refuses lists, as a list of one text would become that text.
 std::optional<std::string> textFrom(const AEDesc& desc) {
+  if (desc.descriptorType == typeUnicodeText) return textFromUnits(desc);
+  if (desc.descriptorType == typeUTF8Text) return sendableText(bytesOf(desc));
+  // A list of one text would become that text.
+  if (desc.descriptorType == typeNull || desc.descriptorType == typeAEList) return std::nullopt;
   EventDescriptor coerced;
-  if (desc.descriptorType == typeNull || desc.descriptorType == typeAEList ||
-      AECoerceDesc(&desc, typeUTF8Text, coerced.receive()) != noErr) {
-    return std::nullopt;
-  }
-  auto utf8 = bytesOf(*coerced.get());
-  return utf8 && isSendable(*utf8) ? std::move(utf8) : std::nullopt;
+  if (AECoerceDesc(&desc, typeUnicodeText, coerced.receive()) != noErr) return std::nullopt;
+  return textFromUnits(*coerced.get());
 }
 
 std::optional<AppleEventDescriptor> rpcObjectFrom(const AEDesc& desc) {

@@ -9,6 +9,8 @@
 #include <ClientComm/AppleEvent.h>
 #include <ClientComm/Status.h>
 
+#include "Platform/Events/RPCEvent.h"
+
 namespace qbdkr {
 
 // Owns a descriptor of the Apple Event Manager; the null descriptor until one is stored.
@@ -35,8 +37,12 @@ class EventDescriptor {
 // if they cannot be read, or exceed the bounds of an event.
 [[nodiscard]] std::optional<AppleEventDescriptor> plainDescriptor(const AEDesc& desc);
 
-// Returns the text of a descriptor from outside, of any type but a list that the system can convert
-// to text. Absent if the text could not be sent on.
+// The bytes of the longest text in UTF-16: those of the longest UTF-8, if it is ASCII.
+inline constexpr std::size_t mostTextBytes = 2 * mostEventContent;
+
+// Returns the text of a descriptor from outside: UTF-16 and UTF-8 as they are, and every other type
+// but a list if the system can convert it to UTF-16. Absent if the text could not be sent on, or
+// has more bytes than above.
 [[nodiscard]] std::optional<std::string> textFrom(const AEDesc& desc);
 
 // Reads the direct object of an RPC event: two names and a list of texts, as far as present. Null

@@ -6,6 +6,7 @@
 #include <ClientComm/LogHandler.h>
 #include <ClientComm/RunLoop.h>
 
+#include "Platform/Base/AutoreleasePoolMacOS.h"
 #include "Platform/Base/DetachedThread.h"
 #include "Platform/Events/AppleEvents/AnswerMacOS.h"
 
@@ -48,6 +49,7 @@ void StartedRequests::work() {
     worker_ = std::this_thread::get_id();
   }
   for (;;) {
+    const AutoreleasePool pool;
     requests_.expire(PendingRequests::Clock::now());
     if (const auto finished = requests_.takeFinished(); !finished.empty()) {
       complete(finished);
@@ -133,7 +135,7 @@ OSErr StartedRequests::take(const AEDesc& reply) {
     request = std::move(found->second);
     waiting_.erase(found);
   }
-  request->finish(readQueuedAnswer(reply));
+  request->finish(readAnswer(reply));
   return noErr;
 }
 

@@ -51,18 +51,21 @@ enum : DescType {
   typeSInt16 = 0x73686F72,               // shor
   typeSInt32 = 0x6C6F6E67,               // long
   typeProcessSerialNumber = 0x70736E20,  // psn
+  typeMachPort = 0x706F7274,             // port
   typeKernelProcessID = 0x6B706964,      // kpid
   typeApplicationBundleID = 0x62756E64,  // bund
   kCoreEventClass = 0x61657674           // aevt
 };
 // "Keyword Parameter Constants", "Keyword Attribute Constants":
 // https://developer.apple.com/documentation/coreservices/keydirectobject, .../keyerrornumber,
-// .../keyaddressattr, .../keyreturnidattr
+// .../keyaddressattr, .../keyreturnidattr,
+// .../apple_events/1571648-keyreplyportattr
 enum : AEKeyword {
   keyDirectObject = 0x2D2D2D2D,  // ----
   keyErrorNumber = 0x6572726E,   // errn
   keyAddressAttr = 0x61646472,   // addr
-  keyReturnIDAttr = 0x72746964   // rtid
+  keyReturnIDAttr = 0x72746964,  // rtid
+  keyReplyPortAttr = 0x72657070  // repp
 };
 // "Event ID Constants": https://developer.apple.com/documentation/coreservices/kaeanswer
 enum : AEEventID {
@@ -121,6 +124,9 @@ OSErr AECreateAppleEvent(AEEventClass theAEEventClass, AEEventID theAEEventID,
                          AETransactionID transactionID, AppleEvent* result);
 // https://developer.apple.com/documentation/coreservices/1447576-aeputparamdesc
 OSErr AEPutParamDesc(AppleEvent* theAppleEvent, AEKeyword theAEKeyword, const AEDesc* theAEDesc);
+// https://developer.apple.com/documentation/coreservices/1445940-aeputattributeptr
+OSErr AEPutAttributePtr(AppleEvent* theAppleEvent, AEKeyword theAEKeyword, DescType typeCode,
+                        const void* dataPtr, Size dataSize);
 // https://developer.apple.com/documentation/coreservices/1449233-aegetparamdesc
 OSErr AEGetParamDesc(const AppleEvent* theAppleEvent, AEKeyword theAEKeyword, DescType desiredType,
                      AEDesc* result);
