@@ -18,6 +18,9 @@
 # caller adds with add_custom_command(TARGET ... POST_BUILD) afterwards finds the complete bundle, also after each change.
 # A change of a file's mode alone is not noticed.
 #
+# On a Mac the bundle is signed ad hoc, the libraries inside first. A signature of your own, made by such a command with
+# "codesign --force", replaces that one; a command that changes the bundle must sign it again.
+#
 # A mistake in the arguments, or in the keys of Info.plist, ends the configuration with its cause. UNCHECKED leaves out
 # the checks of Info.plist, for a bundle that breaks their rules on purpose.
 cmake_policy(VERSION 3.25)
@@ -55,11 +58,14 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
 
   set(inputs ${info})
   set(copies)
+  set(signatures)
   foreach(library IN LISTS BUNDLE_LIBRARIES)
     list(APPEND inputs $<TARGET_FILE:${library}>)
     add_dependencies(${BUNDLE_TARGET} ${library})  # a framework's folder in a command does not add one
     if(APPLE)  # copied by the system's own tool: a framework is full of links
       list(APPEND copies COMMAND cp -RP $<TARGET_BUNDLE_DIR:${library}> ${contents}/Frameworks/)
+      list(APPEND signatures COMMAND codesign --force --sign -
+           ${contents}/Frameworks/$<TARGET_BUNDLE_DIR_NAME:${library}>)
     else()
       list(APPEND copies COMMAND ${CMAKE_COMMAND} -E copy
            $<TARGET_SONAME_FILE:${library}> ${contents}/Frameworks/)
@@ -94,6 +100,9 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
     list(APPEND copies COMMAND cp -RP ${helper} ${contents}/Resources/${name})
   endif()
   qbdkr_check_resource_names(${names})
+  if(APPLE)  # last, as it seals what is inside; the helper agent comes with the signature of its own build
+    list(APPEND signatures COMMAND codesign --force --sign - ${bundle})
+  endif()
 
   set_property(TARGET ${BUNDLE_TARGET} APPEND PROPERTY LINK_DEPENDS ${inputs})
   add_custom_command(TARGET ${BUNDLE_TARGET} POST_BUILD
@@ -101,6 +110,7 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
     COMMAND ${CMAKE_COMMAND} -E make_directory ${contents}/Resources ${contents}/Frameworks
     COMMAND ${CMAKE_COMMAND} -E copy ${info} ${contents}/Info.plist
     ${copies}
+    ${signatures}
     VERBATIM COMMAND_EXPAND_LISTS)
 endfunction()
 

@@ -15,6 +15,7 @@
 #include <ClientComm/QBHPAppleEventSender.h>
 #include <ClientComm/RunLoop.h>
 
+#include "AppKit.h"
 #include "CustomerService.h"
 #include "Database.h"
 #include "GetData.h"
@@ -77,7 +78,8 @@ int main() {
       qbdkr::Bundle::main().infoString(qbdkr::kCFBundleVersionKey).value_or("without version");
   const acme::Transcript transcript("helper " + version);
   umask(S_IRWXG | S_IRWXO);  // its files are for the user alone
-  qbdkr::RunLoop::main();    // before the handlers, which use it
+  acme::joinAppKit();
+  qbdkr::RunLoop::main();  // before the handlers, which use it
   std::signal(SIGTERM, stop);
   std::signal(SIGINT, stop);
   try {

@@ -34,6 +34,12 @@ require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_ARCHITECTURES:STRING=arm64;x86_64
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_DEPLOYMENT_TARGET:STRING=12.0")
 require_text(${build} "LINK_LIBRARIES = -framework ApplicationServices")
 require_text(${build} "Contents/MacOS/PhotoTool")
+# The bundles are signed, what is inside first. The helper agent is an application of AppKit.
+set(sample ${WORK}/examples/1.0/PhotoTool.app)
+set(sign "codesign --force --sign -")
+require_text(${build} "${sign} ${sample}/Contents/Frameworks/ClientComm.framework && ${sign} ${sample}/Contents/Frameworks/QBDKRProductClient.framework && ${sign} ${sample}")
+require_text(${build} "${sign} ${WORK}/examples/1.0/AcmeHelper.app")
+require_text(${build} "AcmeHelper/AppKitMacOS.mm")
 
 # The framework contains every public header, and the module map names it.
 function(require_headers library folder least)

@@ -1,0 +1,7 @@
+#include "AppKit.h"
+
+namespace acme {
+
+void joinAppKit() {}
+
+}  // namespace acme
