@@ -2,6 +2,7 @@
 #include <fcntl.h>
 #include <pthread.h>
 #include <sys/event.h>
+#include <time.h>
 #include <unistd.h>
 
 #include <algorithm>

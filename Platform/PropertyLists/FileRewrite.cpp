@@ -12,6 +12,7 @@
 #include <chrono>
 #include <cstddef>
 #include <optional>
+#include <system_error>
 #include <utility>
 
 #include <ClientComm/PropertyList.h>

@@ -4,6 +4,7 @@
 
 #include <cstdio>
 #include <filesystem>
+#include <system_error>
 
 #include <ClientComm/Log.h>
 

@@ -1,6 +1,8 @@
 // A host application: it carries a helper agent among its resources, and has it installed, started
 // and kept alive. Calls on standard input stand in for a user's clicks.
 
+#include <unistd.h>
+
 #include <chrono>
 #include <csignal>
 #include <cstdlib>
