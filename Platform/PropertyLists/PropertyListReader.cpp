@@ -18,10 +18,10 @@
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/PropertyLists/BinaryPropertyList.h"
-#include "Platform/PropertyLists/NativeXML.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
 #include "Platform/PropertyLists/XMLBounds.h"
+#include "Platform/PropertyLists/XMLPropertyList.h"
 #include "Platform/Text/Text.h"
 #include "Platform/Text/UTF16.h"
 

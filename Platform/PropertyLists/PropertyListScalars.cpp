@@ -4,6 +4,7 @@
 #include <charconv>
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <system_error>
 
 #include "Platform/PropertyLists/NativeReal.h"
@@ -30,6 +31,28 @@ int digitsAt(std::string_view text, std::size_t place, std::size_t count) {
 bool matchesPattern(std::string_view text, std::string_view pattern) {
   return std::ranges::equal(text, pattern,
                             [](char c, char p) { return p == '0' ? isDigit(c) : c == p; });
+}
+
+bool equalsIgnoringCase(std::string_view text, std::string_view lowercaseText) {
+  return std::ranges::equal(text, lowercaseText, [](char a, char b) {
+    return (a >= 'A' && a <= 'Z' ? static_cast<char>(a - 'A' + 'a') : a) == b;
+  });
+}
+
+// Reads a word for a number that digits cannot express.
+std::optional<double> realFromWord(std::string_view word) {
+  if (equalsIgnoringCase(word, "nan")) return std::numeric_limits<double>::quiet_NaN();
+  if (equalsIgnoringCase(word, "inf") || equalsIgnoringCase(word, "infinity")) {
+    return std::numeric_limits<double>::infinity();
+  }
+  return std::nullopt;
+}
+
+// The systems' conversions know words, signs and notations of their own; none of them gets there.
+std::optional<double> realFromDigits(std::string_view text) {
+  if (text.empty() || !(isDigit(text.front()) || text.front() == '.')) return std::nullopt;
+  if (text.find_first_not_of("0123456789.eE+-") != std::string_view::npos) return std::nullopt;
+  return realFromDecimal(std::string(text));
 }
 
 int exponentFrom(std::string_view text) {
@@ -73,6 +96,14 @@ std::optional<PropertyList::Integer> integerFromText(std::string_view text) {
   if (negative && integer.magnitude > largestNegativeMagnitude) return std::nullopt;
   integer.negative = negative && integer.magnitude != 0;
   return integer;
+}
+
+std::optional<double> realFromText(std::string_view text) {
+  const bool negative = takeSign(text);
+  std::optional<double> value = realFromWord(text);
+  if (!value) value = realFromDigits(text);
+  if (value && negative) *value = -*value;
+  return value;
 }
 
 std::optional<PropertyList::Date> dateFromText(std::string_view text) {

@@ -12,6 +12,7 @@ namespace qbdkr::propertylist {
 // Convert scalars to text and back. The locale is ignored: a file means the same everywhere. Absent
 // if the text is not exactly one such scalar.
 [[nodiscard]] std::optional<PropertyList::Integer> integerFromText(std::string_view text);
+[[nodiscard]] std::optional<double> realFromText(std::string_view text);
 [[nodiscard]] QBDKR_EXPORT std::optional<PropertyList::Date> dateFromText(std::string_view text);
 
 // Absent if no property list can hold the magnitude.

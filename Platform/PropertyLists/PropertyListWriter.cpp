@@ -7,9 +7,9 @@
 
 #include <ClientComm/PropertyList.h>
 
-#include "Platform/PropertyLists/NativeXML.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListScalars.h"
+#include "Platform/PropertyLists/XMLPropertyList.h"
 #include "Platform/Text/Text.h"
 
 namespace qbdkr {

@@ -13,8 +13,8 @@ namespace qbdkr::propertylist {
 [[nodiscard]] QBDKR_EXPORT bool looksLikeXML(std::string_view text);
 
 // Tells whether an XML text has at most this many elements and levels, and no declarations of its
-// own. Runs before any reader gets the text, as not every reader has bounds. A text that is not XML
-// may pass; the reader refuses it.
+// own. Runs before the reader gets the text: what expat keeps of a tag has no bound of ours. A
+// text that is not XML may pass; the reader refuses it.
 [[nodiscard]] bool isBoundedXML(std::string_view text, std::size_t elements, std::size_t levels);
 
 // Returns the text after its XML declaration, which may name another encoding than the text has by

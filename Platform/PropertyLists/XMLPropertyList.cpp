@@ -1,3 +1,5 @@
+#include "Platform/PropertyLists/XMLPropertyList.h"
+
 #include <expat.h>
 
 #include <algorithm>
@@ -15,8 +17,6 @@
 
 #include <ClientComm/PropertyList.h>
 
-#include "Platform/PropertyLists/NativeRealLinux.h"
-#include "Platform/PropertyLists/NativeXML.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListScalars.h"
 

@@ -230,6 +230,25 @@ TEST(XMLPropertyList, RefusesWrongElements) {
   EXPECT_TRUE(isRefused("<?xml version=\"1.0\"?><html/>"));
 }
 
+// Other readers make a private object of such a dictionary.
+TEST(XMLPropertyList, IdentifiersOfArchivesAreDictionaries) {
+  const auto list = xmlValue(
+      "<array><true/><dict><key>CF$UID</key><integer>1</integer></dict><string>x</string></array>");
+  EXPECT_EQ(list, PropertyList(Array{true, Dictionary{{"CF$UID", 1}}, "x"}));
+  ASSERT_TRUE(list);
+  EXPECT_EQ(throughXML(*list), list);
+}
+
+// What is read can be written again.
+TEST(XMLPropertyList, RefusesReferencesToControlCharacters) {
+  EXPECT_EQ(xmlValue("<string>&#9;&#10;&#13;&#x7F;</string>"), PropertyList("\t\n\r\x7F"));
+  EXPECT_EQ(throughXML("\t\n\r\x7F"), PropertyList("\t\n\r\x7F"));
+  for (const std::string_view reference : {"&#0;", "&#x1;", "&#8;", "&#x1F;", "&#xFFFE;"}) {
+    EXPECT_TRUE(isXMLRefused("<string>" + std::string(reference) + "</string>")) << reference;
+    EXPECT_TRUE(isXMLRefused("<dict><key>" + std::string(reference) + "</key><true/></dict>"));
+  }
+}
+
 TEST(XMLPropertyList, RefusesTextOutsideElements) {
   EXPECT_TRUE(isXMLRefused("text<true/>"));
   EXPECT_TRUE(isXMLRefused("<true/>text"));

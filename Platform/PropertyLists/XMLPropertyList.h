@@ -14,8 +14,8 @@ namespace qbdkr::propertylist {
 // isBoundedXML(). Absent if it is not a property list or exceeds a bound.
 [[nodiscard]] std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds);
 
-// Returns the first fault of valid UTF-8 that readXML() does not read, as "line 7: mismatched tag";
-// "" if the system does not tell. An XML declaration may precede the text.
+// Returns the first fault of valid UTF-8 that readXML() does not read, as "line 7: mismatched tag".
+// An XML declaration may precede the text.
 [[nodiscard]] std::string faultOfXML(std::string_view utf8, const Bounds& bounds);
 
 // Returns the XML form of a value that was found fit for it; absent if it gets too long.
