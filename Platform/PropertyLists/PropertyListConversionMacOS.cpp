@@ -57,6 +57,12 @@ CFRef<CFPropertyListRef> numberByDigits(std::string_view digits) {
       kCFAllocatorDefault, data.get(), kCFPropertyListImmutable, nullptr, nullptr));
 }
 
+// CFNumberGetValue() also succeeds for a number beyond 64 signed bits, and gives its low bits.
+bool isExactly(CFNumberRef number, std::int64_t integer) {
+  const CFRef<CFNumberRef> same(CFNumberCreate(kCFAllocatorDefault, kCFNumberSInt64Type, &integer));
+  return same && CFNumberCompare(number, same.get(), nullptr) == kCFCompareEqualTo;
+}
+
 std::optional<PropertyList> numberFrom(CFNumberRef number) {
   if (CFNumberIsFloatType(number) != 0) {
     double real = 0;
@@ -64,7 +70,9 @@ std::optional<PropertyList> numberFrom(CFNumberRef number) {
     return PropertyList(real);
   }
   std::int64_t integer = 0;
-  if (CFNumberGetValue(number, kCFNumberSInt64Type, &integer) != 0) return PropertyList(integer);
+  if (CFNumberGetValue(number, kCFNumberSInt64Type, &integer) != 0 && isExactly(number, integer)) {
+    return PropertyList(integer);
+  }
   const auto large = integerByDigits(number);
   return large ? std::optional<PropertyList>(*large) : std::nullopt;
 }

@@ -9,10 +9,11 @@
 
 namespace qbdkr {
 
-// Convert the system's property list to ours. Its dictionaries have no order: their keys come
-// sorted. Entries that no property list can hold (a URL, say, in a bundle's information) are left
-// out of dictionaries. Absent if the list itself is invalid, or exceeds the bounds on levels or
-// values.
+// Convert the system's property list to ours, for the settings and for a bundle's information: the
+// files themselves are read by parsePropertyList(). Its dictionaries have no order: their keys come
+// sorted. Entries that no property list can hold (a URL, say) are left out of dictionaries, an
+// array with such an element as a whole, so nothing that was read here may be written back. Absent
+// if the list itself is invalid, or exceeds the bounds on levels or values.
 [[nodiscard]] std::optional<PropertyList> propertyListFrom(CFPropertyListRef list,
                                                            const propertylist::Bounds& bounds = {});
 [[nodiscard]] std::optional<PropertyList::Dictionary> dictionaryFrom(CFDictionaryRef dictionary);

@@ -12,7 +12,8 @@ namespace qbdkr {
 [[nodiscard]] bool isDecimalDigit(char16_t unit);
 
 // Returns the canonical decomposition (form D): canonically equivalent texts decompose to the same
-// one.
+// one. A system may order a run of more than 32 marks in parts, so that the time for any text is
+// bounded by its length.
 [[nodiscard]] std::u16string canonicalDecomposition(std::u16string_view text);
 
 // Returns valid UTF-8 in lower case, by rules common to every language.

@@ -18,6 +18,7 @@ static_assert(sizeof(UniChar) == 2 && sizeof(Boolean) == 1 && sizeof(CFAbsoluteT
 static_assert(sizeof(OSErr) == 2 && sizeof(OSStatus) == 4 && sizeof(Size) == 8);
 static_assert(sizeof(OptionBits) == 4 && sizeof(mach_port_t) == 4 && sizeof(off_t) == 8);
 static_assert(sizeof(CFRunLoopRunResult) == 4 && sizeof(CFPropertyListFormat) == 8);
+static_assert(sizeof(UTF32Char) == 4 && sizeof(CFComparisonResult) == 8);
 static_assert(sizeof(CFNumberType) == 8 && sizeof(CFStringNormalizationForm) == 8);
 
 // "objc2-core-services" 0.3.2: repr(C, packed(2))

@@ -33,7 +33,7 @@ endforeach()
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_ARCHITECTURES:STRING=arm64;x86_64")
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_DEPLOYMENT_TARGET:STRING=12.0")
 require_text(${build} "LINK_LIBRARIES = -framework ApplicationServices")
-require_text(${build} "-framework Foundation  -lexpat")
+require_text(${build} " -lexpat")
 require_text(${build} "Contents/MacOS/PhotoTool")
 # The bundles are signed, what is inside first. The helper agent is an application of AppKit.
 set(sample ${WORK}/examples/1.0/PhotoTool.app)

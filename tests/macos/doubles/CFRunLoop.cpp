@@ -23,7 +23,7 @@ CFStringRef mode(std::size_t number) { return reinterpret_cast<CFStringRef>(numb
 const CFRunLoopMode kCFRunLoopDefaultMode = mode(1);
 const CFRunLoopMode kCFRunLoopCommonModes = mode(2);
 
-struct __CFRunLoopSource : doubles::Object {
+struct __CFRunLoopSource : doubles::CFObject {
   int watched = -1;
   std::function<bool()> isWatched;
   std::function<void()> perform;
@@ -31,26 +31,26 @@ struct __CFRunLoopSource : doubles::Object {
   bool isReported = false;
 };
 
-struct __CFRunLoopTimer : doubles::Object {
+struct __CFRunLoopTimer : doubles::CFObject {
   CFAbsoluteTime next = 0;
   CFTimeInterval interval = 0;
   std::function<void()> fire;
   bool isValid = true;
 };
 
-struct __CFFileDescriptor : doubles::Object {
+struct __CFFileDescriptor : doubles::CFObject {
   int descriptor = -1;
   CFFileDescriptorCallBack callBack = nullptr;
   void* info = nullptr;
   bool isEnabled = false;
 };
 
-struct __CFMachPort : doubles::Object {
+struct __CFMachPort : doubles::CFObject {
   mach_port_t port = MACH_PORT_NULL;
   CFMachPortCallBack callBack = nullptr;
 };
 
-struct __CFRunLoop : doubles::Object {
+struct __CFRunLoop : doubles::CFObject {
   CFRunLoopRunResult run(CFTimeInterval seconds) {
     fireTimers();
     if (performReported()) return kCFRunLoopRunHandledSource;

@@ -5,7 +5,7 @@
 
 namespace {
 
-struct URL : doubles::Object {};
+struct URL : doubles::CFObject {};
 
 }  // namespace
 
@@ -22,5 +22,5 @@ doubles::LaunchServices& doubles::LaunchServices::shared() {
 
 // Any object will do for a URL.
 qbdkr::CFRef<CFURLRef> qbdkr::directoryURL(std::string_view) {
-  return CFRef<CFURLRef>(reinterpret_cast<CFURLRef>(static_cast<doubles::Object*>(new URL)));
+  return CFRef<CFURLRef>(reinterpret_cast<CFURLRef>(static_cast<doubles::CFObject*>(new URL)));
 }

@@ -239,7 +239,7 @@ TEST(XMLPropertyList, IdentifiersOfArchivesAreDictionaries) {
   EXPECT_EQ(throughXML(*list), list);
 }
 
-// What is read can be written again.
+// XML has no form in which they could be written again.
 TEST(XMLPropertyList, RefusesReferencesToControlCharacters) {
   EXPECT_EQ(xmlValue("<string>&#9;&#10;&#13;&#x7F;</string>"), PropertyList("\t\n\r\x7F"));
   EXPECT_EQ(throughXML("\t\n\r\x7F"), PropertyList("\t\n\r\x7F"));

@@ -20,6 +20,7 @@ typedef int16_t SInt16;
 typedef uint32_t UInt32;
 typedef int32_t SInt32;
 typedef UInt16 UniChar;
+typedef UInt32 UTF32Char;
 typedef SInt16 OSErr;
 typedef SInt32 OSStatus;
 typedef UInt32 FourCharCode;
@@ -120,11 +121,16 @@ void CFStringNormalize(CFMutableStringRef theString, CFStringNormalizationForm t
 
 // CFCharacterSet
 // https://developer.apple.com/documentation/corefoundation/cfcharactersetpredefinedset
-enum CFCharacterSetPredefinedSet : CFIndex { kCFCharacterSetDecimalDigit = 4 };
+enum CFCharacterSetPredefinedSet : CFIndex {
+  kCFCharacterSetDecimalDigit = 4,
+  kCFCharacterSetNonBase = 8
+};
 // https://developer.apple.com/documentation/corefoundation/cfcharactersetgetpredefined(_:)
 CFCharacterSetRef CFCharacterSetGetPredefined(CFCharacterSetPredefinedSet theSetIdentifier);
 // https://developer.apple.com/documentation/corefoundation/cfcharactersetischaractermember(_:_:)
 Boolean CFCharacterSetIsCharacterMember(CFCharacterSetRef theSet, UniChar theChar);
+// https://developer.apple.com/documentation/corefoundation/cfcharactersetislongcharactermember(_:_:)
+Boolean CFCharacterSetIsLongCharacterMember(CFCharacterSetRef theSet, UTF32Char theChar);
 
 // CFArray, CFMutableArray
 // https://developer.apple.com/documentation/corefoundation/cfarraycallbacks
@@ -213,6 +219,10 @@ CFNumberRef CFNumberCreate(CFAllocatorRef allocator, CFNumberType theType, const
 Boolean CFNumberGetValue(CFNumberRef number, CFNumberType theType, void* valuePtr);
 // https://developer.apple.com/documentation/corefoundation/cfnumberisfloattype(_:)
 Boolean CFNumberIsFloatType(CFNumberRef number);
+// https://developer.apple.com/documentation/corefoundation/cfcomparisonresult
+enum CFComparisonResult : CFIndex { kCFCompareEqualTo = 0 };
+// https://developer.apple.com/documentation/corefoundation/cfnumbercompare(_:_:_:)
+CFComparisonResult CFNumberCompare(CFNumberRef number, CFNumberRef otherNumber, void* context);
 
 // CFDate, "Time Utilities"
 // https://developer.apple.com/documentation/corefoundation/cftimeinterval
