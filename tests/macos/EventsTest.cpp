@@ -23,8 +23,8 @@ namespace qbdkr {
 namespace {
 
 using Answer = RPCTransport::Answer;
+using doubles::AEDescriptor;
 using doubles::AppleEventManager;
-using doubles::Descriptor;
 
 const RPCTarget target{"com.example.helper", std::nullopt};
 const RPCEvent event{"Class", "ask:", {"argument"}};
@@ -48,8 +48,8 @@ bool dispatchUntil(Condition condition) {
 }
 
 // Makes every wait end with this direct object in its reply.
-void answerWith(const Descriptor& object) {
-  manager().answer = [object](Descriptor& reply) {
+void answerWith(const AEDescriptor& object) {
+  manager().answer = [object](AEDescriptor& reply) {
     reply.parameters[::keyDirectObject] = object;
     return ::noErr;
   };
@@ -57,16 +57,16 @@ void answerWith(const Descriptor& object) {
 
 // Makes every wait end with this error of the target's handler.
 void failWith(std::int32_t error) {
-  manager().answer = [error](Descriptor& reply) {
-    reply.parameters[keyErrorNumber] = Descriptor::number(error);
+  manager().answer = [error](AEDescriptor& reply) {
+    reply.parameters[keyErrorNumber] = AEDescriptor::number(error);
     return ::noErr;
   };
 }
 
 std::string bytesOf(std::initializer_list<int> bytes) { return {bytes.begin(), bytes.end()}; }
 
-Descriptor utf16(std::initializer_list<int> bytes) {
-  return Descriptor::of(::typeUnicodeText, bytesOf(bytes));
+AEDescriptor utf16(std::initializer_list<int> bytes) {
+  return AEDescriptor::of(::typeUnicodeText, bytesOf(bytes));
 }
 
 TEST(MacOSReplyPortsTest, WaitBesideTheMainThreadNamesAPortOfItsOwn) {
@@ -84,7 +84,7 @@ TEST(MacOSReplyPortsTest, WaitWithADeadlineBesideTheMainThreadNamesAPortToo) {
 
 TEST(MacOSReplyPortsTest, ThreadsThatWaitAtTheSameTimeHaveDifferentPorts) {
   bool isOuter = true;
-  manager().answer = [&](Descriptor&) {
+  manager().answer = [&](AEDescriptor&) {
     if (std::exchange(isOuter, false)) onNewThread([] { ask(); });
     return ::noErr;
   };
@@ -109,7 +109,7 @@ TEST(MacOSReplyPortsTest, ThreadKeepsItsPortAndHandsItOnWhenItEnds) {
 
 TEST(MacOSReplyPortsTest, PortOfAWaitThatTimedOutIsReleasedAndNotUsedAgain) {
   onNewThread([] {
-    manager().answer = [](Descriptor&) { return OSStatus{errAETimeout}; };
+    manager().answer = [](AEDescriptor&) { return OSStatus{errAETimeout}; };
     EXPECT_EQ(ask().status, errAETimeout);
     manager().answer = nullptr;
     ask();
@@ -150,8 +150,8 @@ TEST(MacOSAnswersTest, WaitEndsWithTheErrorInTheReply) {
 }
 
 TEST(MacOSAnswersTest, ErrorOf16BitsIsReadAsWell) {
-  manager().answer = [](Descriptor& reply) {
-    reply.parameters[keyErrorNumber] = Descriptor::of(typeSInt16, bytesOf({0x54, 0xF9}));
+  manager().answer = [](AEDescriptor& reply) {
+    reply.parameters[keyErrorNumber] = AEDescriptor::of(typeSInt16, bytesOf({0x54, 0xF9}));
     return ::noErr;
   };
   EXPECT_EQ(ask().status, errAEEventNotHandled);
@@ -163,23 +163,23 @@ TEST(MacOSAnswersTest, ErrorBeyond16BitsIsNoSuccess) {
 }
 
 TEST(MacOSAnswersTest, ReplyWithTheErrorZeroIsASuccess) {
-  manager().answer = [](Descriptor& reply) {
-    reply.parameters[keyErrorNumber] = Descriptor::number(0);
-    reply.parameters[::keyDirectObject] = Descriptor::text(u"result");
+  manager().answer = [](AEDescriptor& reply) {
+    reply.parameters[keyErrorNumber] = AEDescriptor::number(0);
+    reply.parameters[::keyDirectObject] = AEDescriptor::text(u"result");
     return ::noErr;
   };
   EXPECT_EQ(ask(), (Answer{noErr, "result"}));
 }
 
 // Returns the reply of this process, whose handler throws.
-Descriptor replyOfAHandlerThatThrows() {
+AEDescriptor replyOfAHandlerThatThrows() {
   nativeTransport().setHandler(
       [](const RPCEvent&, const std::optional<std::string>&) -> std::optional<std::string> {
         throw std::runtime_error("fails");
       });
-  auto call = Descriptor::event(kAECall);
+  auto call = AEDescriptor::event(kAECall);
   call.parameters[::keyDirectObject] =
-      Descriptor::list({Descriptor::text(u"Class"), Descriptor::text(u"ask:")});
+      AEDescriptor::list({AEDescriptor::text(u"Class"), AEDescriptor::text(u"ask:")});
   AppleEventManager::deliver(call);
   EXPECT_TRUE(dispatchUntil([] { return !manager().replies().empty(); }));
   return manager().replies().at(0);
@@ -187,7 +187,7 @@ Descriptor replyOfAHandlerThatThrows() {
 
 TEST(MacOSAnswersTest, HandlerThatThrowsIsAnEventNotHandledForAWait) {
   const auto thrown = replyOfAHandlerThatThrows();
-  manager().answer = [&](Descriptor& reply) {
+  manager().answer = [&](AEDescriptor& reply) {
     reply = thrown;
     return ::noErr;
   };
@@ -213,7 +213,7 @@ TEST(MacOSTextsTest, UTF16IsReadByItsMarkAndWithoutOneInTheOrderOfTheProcessor) 
   EXPECT_EQ(ask().result, "\u00E4b");
   answerWith(utf16({0xFE, 0xFF, 0x00, 0xE4, 0x00, 'b'}));
   EXPECT_EQ(ask().result, "\u00E4b");
-  answerWith(Descriptor::text(u"\u00E4b"));
+  answerWith(AEDescriptor::text(u"\u00E4b"));
   EXPECT_EQ(ask().result, "\u00E4b");
 }
 
@@ -230,35 +230,35 @@ TEST(MacOSTextsTest, HalfAUnitIsNoText) {
 }
 
 TEST(MacOSTextsTest, UTF8IsTakenAsItIs) {
-  answerWith(Descriptor::of(typeUTF8Text, "\u00E4b"));
+  answerWith(AEDescriptor::of(typeUTF8Text, "\u00E4b"));
   EXPECT_EQ(ask().result, "\u00E4b");
-  answerWith(Descriptor::of(typeUTF8Text, bytesOf({0xFF})));
+  answerWith(AEDescriptor::of(typeUTF8Text, bytesOf({0xFF})));
   EXPECT_EQ(ask().result, std::nullopt);
 }
 
 TEST(MacOSTextsTest, NeitherFormIsConvertedByTheSystem) {
   answerWith(utf16({0xFE, 0xFF, 0x00, 'a'}));
   ask();
-  answerWith(Descriptor::of(typeUTF8Text, "a"));
+  answerWith(AEDescriptor::of(typeUTF8Text, "a"));
   ask();
   EXPECT_EQ(manager().coercions(), std::vector<DescType>());
 }
 
 TEST(MacOSTextsTest, OtherTypesAreConvertedToUTF16) {
-  answerWith(Descriptor::of(0x54455854, "plain"));  // TEXT
+  answerWith(AEDescriptor::of(0x54455854, "plain"));  // TEXT
   EXPECT_EQ(ask().result, "plain");
   EXPECT_EQ(manager().coercions(), std::vector<DescType>{::typeUnicodeText});
 }
 
 TEST(MacOSTextsTest, TextOfMoreThan64MiBInUTF16AndFewerInUTF8IsAResult) {
   constexpr std::size_t length = std::size_t{33} << 20U;
-  answerWith(Descriptor::text(std::u16string(length, u'a')));
+  answerWith(AEDescriptor::text(std::u16string(length, u'a')));
   EXPECT_EQ(ask().result.value_or("").size(), length);
 }
 
 TEST(MacOSTextsTest, TextOfMoreThan64MiBInUTF8IsAnEventNotHandled) {
   constexpr std::size_t length = std::size_t{33} << 20U;
-  answerWith(Descriptor::text(std::u16string(length, u'\u00E4')));
+  answerWith(AEDescriptor::text(std::u16string(length, u'\u00E4')));
   EXPECT_EQ(ask(), (Answer{errAEEventNotHandled, std::nullopt}));
 }
 
@@ -268,15 +268,15 @@ TEST(MacOSTextsTest, TextsOfAnEventFromOutsideAreReadInTheSameWay) {
     received = given;
     return std::optional<std::string>("result");
   });
-  auto call = Descriptor::event(kAECall);
+  auto call = AEDescriptor::event(kAECall);
   call.parameters[::keyDirectObject] =
-      Descriptor::list({utf16({0xFE, 0xFF, 0x00, 'C'}), Descriptor::of(typeUTF8Text, "ask:"),
-                        Descriptor::list({utf16({}), Descriptor::text(u"\u00E4")})});
+      AEDescriptor::list({utf16({0xFE, 0xFF, 0x00, 'C'}), AEDescriptor::of(typeUTF8Text, "ask:"),
+                          AEDescriptor::list({utf16({}), AEDescriptor::text(u"\u00E4")})});
   AppleEventManager::deliver(call);
   ASSERT_TRUE(dispatchUntil([] { return !manager().replies().empty(); }));
   EXPECT_EQ(received, (RPCEvent{"C", "ask:", {"", "\u00E4"}}));
   EXPECT_EQ(manager().replies()[0].parameters.at(::keyDirectObject).bytes,
-            Descriptor::text(u"result").bytes);
+            AEDescriptor::text(u"result").bytes);
 }
 
 }  // namespace

@@ -9,10 +9,10 @@
 #include "macos/doubles/AutoreleasePools.h"
 #include "macos/doubles/Mach.h"
 
-using doubles::Descriptor;
+using doubles::AEDescriptor;
 
 struct mach_msg_header {
-  Descriptor event;
+  AEDescriptor event;
 };
 
 namespace {
@@ -30,7 +30,7 @@ struct Handler {
 
 std::mutex mutex;
 std::vector<doubles::Sent> sentEvents;
-std::vector<Descriptor> repliesOfHandlers;
+std::vector<AEDescriptor> repliesOfHandlers;
 std::vector<DescType> askedCoercions;
 std::map<std::string, Handler> handlers;  // by class and ID
 AEReturnID lastReturnID = 100;
@@ -40,37 +40,37 @@ std::string bytesOf(T value) {
   return {reinterpret_cast<const char*>(&value), sizeof value};
 }
 
-Descriptor& in(const AEDesc* desc) { return *reinterpret_cast<Descriptor*>(desc->dataHandle); }
+AEDescriptor& in(const AEDesc* desc) { return *reinterpret_cast<AEDescriptor*>(desc->dataHandle); }
 
-OSErr store(Descriptor descriptor, AEDesc* desc) {
+OSErr store(AEDescriptor descriptor, AEDesc* desc) {
   desc->descriptorType = descriptor.type;
-  desc->dataHandle = reinterpret_cast<AEDataStorage>(new Descriptor(std::move(descriptor)));
+  desc->dataHandle = reinterpret_cast<AEDataStorage>(new AEDescriptor(std::move(descriptor)));
   return noErr;
 }
 
-std::string keyOf(const Descriptor& event) {
+std::string keyOf(const AEDescriptor& event) {
   return event.attributes.at(eventClass).bytes + event.attributes.at(eventID).bytes;
 }
 
 // Converts plain ASCII to UTF-16, and integers among one another.
-std::optional<Descriptor> coerced(const Descriptor& from, DescType type) {
+std::optional<AEDescriptor> coerced(const AEDescriptor& from, DescType type) {
   if (type == typeWildCard || type == from.type) return from;
   {
     const std::lock_guard lock(mutex);
     askedCoercions.push_back(type);
   }
   if (from.type == plainText && type == typeUnicodeText) {
-    return Descriptor::text({from.bytes.begin(), from.bytes.end()});
+    return AEDescriptor::text({from.bytes.begin(), from.bytes.end()});
   }
   if (from.type == typeSInt16 && type == typeSInt32) {
     std::int16_t number = 0;
     std::memcpy(&number, from.bytes.data(), sizeof number);
-    return Descriptor::number(number);
+    return AEDescriptor::number(number);
   }
   return std::nullopt;
 }
 
-OSErr give(const std::map<AEKeyword, Descriptor>& from, AEKeyword keyword, DescType type,
+OSErr give(const std::map<AEKeyword, AEDescriptor>& from, AEKeyword keyword, DescType type,
            AEDesc* result) {
   const auto found = from.find(keyword);
   if (found == from.end()) return notFound;
@@ -82,23 +82,23 @@ OSErr give(const std::map<AEKeyword, Descriptor>& from, AEKeyword keyword, DescT
 
 namespace doubles {
 
-Descriptor Descriptor::of(DescType type, std::string bytes) {
+AEDescriptor AEDescriptor::of(DescType type, std::string bytes) {
   return {type, std::move(bytes), {}, {}, {}};
 }
 
-Descriptor Descriptor::text(const std::u16string& units) {
+AEDescriptor AEDescriptor::text(const std::u16string& units) {
   return of(typeUnicodeText,
             {reinterpret_cast<const char*>(units.data()), units.size() * sizeof(char16_t)});
 }
 
-Descriptor Descriptor::number(std::int32_t number) { return of(typeSInt32, bytesOf(number)); }
+AEDescriptor AEDescriptor::number(std::int32_t number) { return of(typeSInt32, bytesOf(number)); }
 
-Descriptor Descriptor::list(std::vector<Descriptor> items) {
+AEDescriptor AEDescriptor::list(std::vector<AEDescriptor> items) {
   return {typeAEList, {}, std::move(items), {}, {}};
 }
 
-Descriptor Descriptor::event(AEEventID identifier) {
-  Descriptor event{appleEvent, {}, {}, {}, {}};
+AEDescriptor AEDescriptor::event(AEEventID identifier) {
+  AEDescriptor event{appleEvent, {}, {}, {}, {}};
   event.attributes[eventClass] = of(typeSInt32, bytesOf(AEEventClass{kCoreEventClass}));
   event.attributes[eventID] = of(typeSInt32, bytesOf(identifier));
   return event;
@@ -122,11 +122,11 @@ std::vector<Sent> AppleEventManager::sent() const {
   return sentEvents;
 }
 
-void AppleEventManager::deliver(const Descriptor& event) {
+void AppleEventManager::deliver(const AEDescriptor& event) {
   sendMessage(registeredPort, new mach_msg_header{event});
 }
 
-std::vector<Descriptor> AppleEventManager::replies() const {
+std::vector<AEDescriptor> AppleEventManager::replies() const {
   const std::lock_guard lock(mutex);
   return repliesOfHandlers;
 }
@@ -141,14 +141,14 @@ std::vector<DescType> AppleEventManager::coercions() const {
 void AEInitializeDesc(AEDesc* desc) { *desc = {typeNull, nullptr}; }
 
 OSErr AEDisposeDesc(AEDesc* desc) {
-  delete reinterpret_cast<Descriptor*>(desc->dataHandle);
+  delete reinterpret_cast<AEDescriptor*>(desc->dataHandle);
   AEInitializeDesc(desc);
   return noErr;
 }
 
 OSErr AECreateDesc(DescType type, const void* data, Size size, AEDesc* result) {
   const auto* bytes = static_cast<const char*>(data);
-  return store(Descriptor::of(type, {bytes, bytes + size}), result);
+  return store(AEDescriptor::of(type, {bytes, bytes + size}), result);
 }
 
 OSErr AECoerceDesc(const AEDesc* desc, DescType type, AEDesc* result) {
@@ -165,7 +165,7 @@ OSErr AEGetDescData(const AEDesc* desc, void* data, Size most) {
 }
 
 OSErr AECreateList(const void*, Size, Boolean, AEDescList* result) {
-  return store(Descriptor::list({}), result);
+  return store(AEDescriptor::list({}), result);
 }
 
 OSErr AECountItems(const AEDescList* list, long* count) {
@@ -188,10 +188,10 @@ OSErr AEGetNthDesc(const AEDescList* list, long index, DescType type, AEKeyword*
 
 OSErr AECreateAppleEvent(AEEventClass, AEEventID identifier, const AEAddressDesc* target,
                          AEReturnID, AETransactionID, AppleEvent* result) {
-  auto event = Descriptor::event(identifier);
+  auto event = AEDescriptor::event(identifier);
   event.attributes[keyAddressAttr] = in(target);
   const std::lock_guard lock(mutex);
-  event.attributes[keyReturnIDAttr] = Descriptor::of(typeSInt16, bytesOf(++lastReturnID));
+  event.attributes[keyReturnIDAttr] = AEDescriptor::of(typeSInt16, bytesOf(++lastReturnID));
   return store(std::move(event), result);
 }
 
@@ -203,7 +203,7 @@ OSErr AEPutParamDesc(AppleEvent* event, AEKeyword keyword, const AEDesc* desc) {
 OSErr AEPutAttributePtr(AppleEvent* event, AEKeyword keyword, DescType type, const void* data,
                         Size size) {
   const auto* bytes = static_cast<const char*>(data);
-  in(event).attributes[keyword] = Descriptor::of(type, {bytes, bytes + size});
+  in(event).attributes[keyword] = AEDescriptor::of(type, {bytes, bytes + size});
   return noErr;
 }
 
@@ -221,13 +221,13 @@ AEEventHandlerUPP NewAEEventHandlerUPP(AEEventHandlerProcPtr routine) { return r
 OSErr AEInstallEventHandler(AEEventClass, AEEventID identifier, AEEventHandlerUPP handler,
                             SRefCon word, Boolean) {
   const std::lock_guard lock(mutex);
-  handlers[keyOf(Descriptor::event(identifier))] = {handler, word};
+  handlers[keyOf(AEDescriptor::event(identifier))] = {handler, word};
   return noErr;
 }
 
 OSErr AERemoveEventHandler(AEEventClass, AEEventID identifier, AEEventHandlerUPP, Boolean) {
   const std::lock_guard lock(mutex);
-  handlers.erase(keyOf(Descriptor::event(identifier)));
+  handlers.erase(keyOf(AEDescriptor::event(identifier)));
   return noErr;
 }
 
@@ -237,7 +237,7 @@ OSStatus AESendMessage(const AppleEvent* event, AppleEvent* reply, AESendMode mo
     sentEvents.push_back({in(event), mode, timeout, doubles::openPools()});
   }
   if (mode != kAEWaitReply) return noErr;
-  Descriptor answer = Descriptor::event(kAEAnswer);
+  AEDescriptor answer = AEDescriptor::event(kAEAnswer);
   auto& manager = doubles::AppleEventManager::shared();
   const OSStatus status = manager.answer ? manager.answer(answer) : noErr;
   if (status == noErr) store(std::move(answer), reply);
@@ -251,7 +251,7 @@ OSStatus AEProcessMessage(mach_msg_header_t* header) {
   AEDesc event{};
   AEDesc reply{};
   store(std::move(header->event), &event);
-  store(Descriptor::event(kAEAnswer), &reply);
+  store(AEDescriptor::event(kAEAnswer), &reply);
   delete header;
   Handler handler{};
   {
@@ -259,7 +259,7 @@ OSStatus AEProcessMessage(mach_msg_header_t* header) {
     handler = handlers.at(keyOf(in(&event)));
   }
   const OSErr status = handler.call(&event, &reply, handler.word);
-  if (status != noErr) in(&reply).parameters[keyErrorNumber] = Descriptor::number(status);
+  if (status != noErr) in(&reply).parameters[keyErrorNumber] = AEDescriptor::number(status);
   {
     const std::lock_guard lock(mutex);
     repliesOfHandlers.push_back(in(&reply));

@@ -16,23 +16,23 @@ inline constexpr mach_port_t registeredPort = 77;
 inline constexpr OSErr coercionFails = -1700;
 
 // The contents of a descriptor of the system.
-struct Descriptor {
+struct AEDescriptor {
   DescType type = typeNull;
   std::string bytes;
-  std::vector<Descriptor> items;
-  std::map<AEKeyword, Descriptor> parameters;
-  std::map<AEKeyword, Descriptor> attributes;
+  std::vector<AEDescriptor> items;
+  std::map<AEKeyword, AEDescriptor> parameters;
+  std::map<AEKeyword, AEDescriptor> attributes;
 
-  static Descriptor of(DescType type, std::string bytes);
+  static AEDescriptor of(DescType type, std::string bytes);
   // UTF-16 in the processor's byte order, without a mark.
-  static Descriptor text(const std::u16string& units);
-  static Descriptor number(std::int32_t number);
-  static Descriptor list(std::vector<Descriptor> items);
-  static Descriptor event(AEEventID identifier);
+  static AEDescriptor text(const std::u16string& units);
+  static AEDescriptor number(std::int32_t number);
+  static AEDescriptor list(std::vector<AEDescriptor> items);
+  static AEDescriptor event(AEEventID identifier);
 };
 
 struct Sent {
-  Descriptor event;
+  AEDescriptor event;
   AESendMode mode;
   long timeout;
   int pools;  // autorelease pools that the sender's thread had
@@ -46,15 +46,15 @@ class AppleEventManager {
   static AppleEventManager& shared();
 
   // Answers what is sent and waited for. Called on the sender's thread.
-  std::function<OSStatus(Descriptor& reply)> answer;
+  std::function<OSStatus(AEDescriptor& reply)> answer;
 
   // Any thread.
   [[nodiscard]] std::vector<Sent> sent() const;
   [[nodiscard]] Sent lastSent() const { return sent().back(); }
   // Lays an event at the port of this process.
-  static void deliver(const Descriptor& event);
+  static void deliver(const AEDescriptor& event);
   // Returns the replies of the handlers of this process.
-  [[nodiscard]] std::vector<Descriptor> replies() const;
+  [[nodiscard]] std::vector<AEDescriptor> replies() const;
   // Returns the types that something was to be converted to.
   [[nodiscard]] std::vector<DescType> coercions() const;
 };
