@@ -28,6 +28,7 @@ struct Registry {
       {std::string(QBHPUpgradeByHelper::kClassName), make<QBHPUpgradeByHelper>},
       {std::string(QBHPUploadByHelper::kClassName), make<QBHPUploadByHelper>},
   };
+  ClassFinder finder = nullptr;
 };
 
 Registry& registry() {
@@ -42,14 +43,22 @@ void registerClass(std::string_view className, ClassMaker maker) {
   registry().makers.insert_or_assign(std::string(className), maker);
 }
 
+void setClassFinder(ClassFinder finder) {
+  const std::lock_guard lock(registry().mutex);
+  registry().finder = finder;
+}
+
 std::unique_ptr<QBHPAppEventBase> makeObject(std::string_view className) {
   ClassMaker maker = nullptr;
+  ClassFinder finder = nullptr;
   {
     const std::lock_guard lock(registry().mutex);
     const auto entry = registry().makers.find(className);
     if (entry != registry().makers.end()) maker = entry->second;
+    finder = registry().finder;
   }
-  return maker == nullptr ? nullptr : maker();
+  if (maker != nullptr) return maker();
+  return finder == nullptr ? nullptr : finder(className);
 }
 
 }  // namespace qbdkr

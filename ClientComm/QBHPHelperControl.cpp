@@ -27,6 +27,8 @@ QBHPHelperControlCallBackDelegate::~QBHPHelperControlCallBackDelegate() {
   if (control != nullptr) control->forget(*this);
 }
 
+bool QBHPHelperControlCallBackDelegate::respondsTo(Selector /*report*/) const { return true; }
+
 QBHPHelperControl& QBHPHelperControl::share() {
   static NeverDestroyed control([] { return QBHPHelperControl(); });
   return *control;
@@ -87,7 +89,7 @@ OSErr QBHPHelperControl::helperExitNotify(Text text) {
   log(LogCategory::report, "%@ %@",
       {publicArgument(kHelperExitNotify.text()), privateArgument(text)});
   auto* delegate = dynamic_cast<QBHPWillHelperExitDelegate*>(helperCtrlDelegate());
-  if (delegate == nullptr) {
+  if (delegate == nullptr || !delegate->respondsTo(delegate->kWillHelperExit)) {
     recordNotTaken(*this, kHelperExitNotify);
     return noErr;
   }
@@ -101,7 +103,7 @@ OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text erro
       {publicArgument(kCheckServerOpenCallBack.text()), privateArgument(text),
        privateArgument(open), privateArgument(errorCode), privateArgument(errorMessage)});
   auto* delegate = dynamic_cast<QBHPDidCheckServerOpenDelegate*>(helperCtrlDelegate());
-  if (delegate == nullptr) {
+  if (delegate == nullptr || !delegate->respondsTo(delegate->kDidCheckServerOpen)) {
     recordNotTaken(*this, kCheckServerOpenCallBack);
     return noErr;
   }

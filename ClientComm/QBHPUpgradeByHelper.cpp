@@ -22,6 +22,8 @@ QBHPProductUpgradeCallBackDelegate::~QBHPProductUpgradeCallBackDelegate() {
   if (service != nullptr) service->forget(*this);
 }
 
+bool QBHPProductUpgradeCallBackDelegate::respondsTo(Selector /*report*/) const { return true; }
+
 QBHPUpgradeByHelper& QBHPUpgradeByHelper::share() {
   static NeverDestroyed service([] { return QBHPUpgradeByHelper(); });
   return *service;
@@ -78,7 +80,7 @@ OSErr QBHPUpgradeByHelper::productUpgradeCallBack(Text first, Text second, Text 
   }
   auto* delegate = dynamic_cast<QBHPProductWillUpgradeDelegate*>(productUpgradeDelegate());
   // Without such a delegate no answer will come, so the question does not count as open.
-  if (delegate == nullptr) {
+  if (delegate == nullptr || !delegate->respondsTo(delegate->kProductWillUpgrade)) {
     recordNotTaken(*this, kProductUpgradeCallBack);
     return noErr;
   }

@@ -25,7 +25,8 @@ class QBDKR_EXPORT Cancellation {
   // Makes a handle that is cancelled when a stop is requested of the token. Compiled into the
   // caller: the libraries themselves do not need <stop_token>.
   Cancellation(const std::stop_token& token) : Cancellation() {
-    auto stop = [own = *this] { own.cancel(); };
+    const Cancellation own = *this;
+    auto stop = [own] { own.cancel(); };
     link_ = std::make_shared<std::stop_callback<decltype(stop)>>(token, std::move(stop));
   }
 #endif

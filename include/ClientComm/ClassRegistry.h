@@ -23,8 +23,16 @@ void registerClass() {
                 []() -> std::unique_ptr<QBHPAppEventBase> { return std::make_unique<Service>(); });
 }
 
-// Makes an object of a registered class; null if the class is unknown. Any thread; throws and
-// blocks as the class's constructor does.
+// Makes an object of a class by its name; null if the name is unknown.
+using ClassFinder = std::unique_ptr<QBHPAppEventBase> (*)(std::string_view className);
+
+// Sets the function that is asked for the classes that are not registered, as those of another
+// language; null, as at first, for none. The names come from other processes: it must make objects
+// of service classes alone. Any thread; does not wait for a call of the earlier one.
+QBDKR_EXPORT void setClassFinder(ClassFinder finder);
+
+// Makes an object of a registered class, else of a class that the finder knows; null if the class
+// is unknown. Any thread; throws and blocks as the class's constructor does.
 [[nodiscard]] QBDKR_EXPORT std::unique_ptr<QBHPAppEventBase> makeObject(std::string_view className);
 
 }  // namespace qbdkr

@@ -21,12 +21,18 @@ namespace qbdkr {
 class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
  public:
   virtual ~QBHPHelperControlCallBackDelegate();
+
+  // Tells whether it takes a report that it has the interface for; true by default. One that stands
+  // for an object of another language asks that object. Called right before each report.
+  [[nodiscard]] virtual bool respondsTo(Selector report) const;
 };
 
 class QBDKR_EXPORT QBHPWillHelperExitDelegate : public virtual QBHPHelperControlCallBackDelegate {
  public:
   // Called when the helper agent announces its exit.
   virtual void willHelperExit() = 0;
+  static constexpr auto kWillHelperExit =
+      selector<&QBHPWillHelperExitDelegate::willHelperExit>("willHelperExit");
 };
 
 class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
@@ -35,6 +41,8 @@ class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
   // Called when the helper agent reports whether its server side is open. The error is null if the
   // report has no error code, and lives as long as the call.
   virtual void didCheckServerOpen(bool open, const Error* error) = 0;
+  static constexpr auto kDidCheckServerOpen =
+      selector<&QBHPDidCheckServerOpenDelegate::didCheckServerOpen>("didCheckServerOpen::");
 };
 
 // Tells the helper agent to start, stop, show, hide or exit, asks whether it is alive, and passes

@@ -21,6 +21,9 @@ namespace qbdkr {
 class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
  public:
   virtual ~QBHPProductUpgradeCallBackDelegate();
+
+  // Tells whether it takes the question, as QBHPHelperControlCallBackDelegate::respondsTo() does.
+  [[nodiscard]] virtual bool respondsTo(Selector report) const;
 };
 
 class QBDKR_EXPORT QBHPProductWillUpgradeDelegate
@@ -30,6 +33,8 @@ class QBDKR_EXPORT QBHPProductWillUpgradeDelegate
   // error is null if the question has no error code, and lives as long as the call. Runs on the
   // main thread, under the dispatcher's lock.
   virtual void productWillUpgrade(const Error* error) = 0;
+  static constexpr auto kProductWillUpgrade =
+      selector<&QBHPProductWillUpgradeDelegate::productWillUpgrade>("productWillUpgrade:");
 };
 
 // Exchanges messages about an upgrade of the product. The helper agent asks whether it is ready. A

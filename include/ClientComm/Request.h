@@ -65,24 +65,30 @@ class Request {
   // nothing, std::bad_alloc, or std::runtime_error as RunLoop::main() does.
   void start(const RequestLimits& limits, Completion<Value> completion,
              const Executor& executor = nullptr) const {
-    text_.start(
-        limits,
-        [read = read_, completion = std::move(completion)](Answer<String> answer) {
-          completion(read(std::move(answer)));
-        },
-        executor);
+    text_.start(limits, ReadCompletion{read_, std::move(completion)}, executor);
   }
 
   // Returns the same request for another value, which is read from the answer to this one. The
   // reader may run on any thread, and must not throw.
   template <class Other>
   [[nodiscard]] Request<Other> readBy(std::function<Answer<Other>(Answer<Value>)> reader) const {
-    return {text_, [first = read_, then = std::move(reader)](Answer<String> answer) {
-              return then(first(std::move(answer)));
-            }};
+    return {text_, ReadTwice<Other>{read_, std::move(reader)}};
   }
 
  private:
+  // Functions of their own: GCC's Objective-C++ cannot read a lambda that captures by moving.
+  struct ReadCompletion {
+    void operator()(Answer<String> answer) const { completion(read(std::move(answer))); }
+    Read read;
+    Completion<Value> completion;
+  };
+  template <class Other>
+  struct ReadTwice {
+    Answer<Other> operator()(Answer<String> answer) const { return then(first(std::move(answer))); }
+    Read first;
+    std::function<Answer<Other>(Answer<Value>)> then;
+  };
+
   TextRequest text_;
   Read read_;
 };

@@ -66,5 +66,21 @@ TEST(ClassRegistry, ALaterRegistrationReplacesAnEarlierOne) {
   EXPECT_NE(dynamic_cast<Second*>(makeObject(First::kClassName).get()), nullptr);
 }
 
+std::unique_ptr<QBHPAppEventBase> findForeign(std::string_view className) {
+  return className == "ForeignService" ? std::make_unique<Second>() : nullptr;
+}
+
+TEST(ClassRegistry, TheFinderIsAskedForTheClassesThatAreNotRegistered) {
+  setClassFinder(findForeign);
+  EXPECT_NE(dynamic_cast<Second*>(makeObject("ForeignService").get()), nullptr);
+  EXPECT_EQ(makeObject("NoSuchClass"), nullptr);
+  setClassFinder([](std::string_view) -> std::unique_ptr<QBHPAppEventBase> {
+    return std::make_unique<Second>();
+  });
+  expectKnown<QBHPHelperControl>("QBHPHelperControl");
+  setClassFinder(nullptr);
+  EXPECT_EQ(makeObject("ForeignService"), nullptr);
+}
+
 }  // namespace
 }  // namespace qbdkr

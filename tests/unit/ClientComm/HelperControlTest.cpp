@@ -357,6 +357,40 @@ TEST_F(HelperControl, ADelegateIsToldOnlyWhatItImplements) {
   EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "5", "M"), noErr);
 }
 
+// Has both interfaces, and leaves out what it is told to.
+class TakesSome : public WantsBoth {
+ public:
+  using WantsBoth::WantsBoth;
+  [[nodiscard]] bool respondsTo(Selector report) const override { return report.text() == taken; }
+  std::string taken;
+};
+
+TEST_F(HelperControl, ADelegateIsAskedBeforeEachReportWhetherItTakesIt) {
+  Told some;
+  TakesSome delegate(some);
+  control.setHelperCtrlDelegate(static_cast<WantsExit*>(&delegate));
+  const auto report = [this] {
+    EXPECT_EQ(control.helperExitNotify("x"), noErr);
+    EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "0", ""), noErr);
+  };
+  report();
+  EXPECT_EQ(some.exits, 0);
+  EXPECT_TRUE(some.checks.empty());
+  EXPECT_EQ(recordedSteps().back().kind, StepKind::reportNotTaken);
+  // No error object is made: the absent message would throw.
+  EXPECT_EQ(control.checkServerOpenCallBack("x", "1", "5", std::nullopt), noErr);
+
+  delegate.taken = "willHelperExit";
+  report();
+  EXPECT_EQ(some.exits, 1);
+  EXPECT_TRUE(some.checks.empty());
+
+  delegate.taken = "didCheckServerOpen::";
+  report();
+  EXPECT_EQ(some.exits, 1);
+  EXPECT_EQ(some.checks.size(), 1U);
+}
+
 TEST_F(HelperControl, BothReportsReplyWithoutAResult) {
   EXPECT_EQ(deliver("helperExitNotify:", {"x"}), std::nullopt);
   EXPECT_EQ(deliver("checkServerOpenCallBack::::", {"x", "1", "7", "M"}), std::nullopt);

@@ -44,6 +44,14 @@ class WantsQuestions : public QBHPProductWillUpgradeDelegate {
 
 class WantsNothing : public QBHPProductUpgradeCallBackDelegate {};
 
+// Has the interface, and leaves the question out.
+class DeclinesQuestions : public WantsQuestions {
+ public:
+  [[nodiscard]] bool respondsTo(Selector report) const override {
+    return report.text() != "productWillUpgrade:";
+  }
+};
+
 // Takes itself off in its own call, and is destroyed there.
 class EndsItself : public QBHPProductWillUpgradeDelegate {
  public:
@@ -164,9 +172,11 @@ TEST_F(UpgradeByHelper, AnsweredAndAskedTellsTheDelegateAndWaits) {
 
 TEST_F(UpgradeByHelper, AnsweredAndAskedWithoutAUsableDelegateStaysAnswered) {
   WantsNothing silent;
+  DeclinesQuestions declining;
   for (QBHPProductUpgradeCallBackDelegate* unusable :
        {static_cast<QBHPProductUpgradeCallBackDelegate*>(nullptr),
-        static_cast<QBHPProductUpgradeCallBackDelegate*>(&silent)}) {
+        static_cast<QBHPProductUpgradeCallBackDelegate*>(&silent),
+        static_cast<QBHPProductUpgradeCallBackDelegate*>(&declining)}) {
     service.setProductUpgradeDelegate(unusable);
     CapturedLog log;
     for (int i = 0; i < 3; ++i) EXPECT_EQ(ask(), noErr);
@@ -175,6 +185,7 @@ TEST_F(UpgradeByHelper, AnsweredAndAskedWithoutAUsableDelegateStaysAnswered) {
     EXPECT_EQ(log.lines(), Texts(3, "productUpgradeCallBack:::: a b 0 "));
   }
   EXPECT_TRUE(delegate.told.empty());
+  EXPECT_TRUE(declining.told.empty());
   // A delegate that is set later is asked.
   service.setProductUpgradeDelegate(&delegate);
   ask();
