@@ -1,0 +1,23 @@
+#import <QBDKRProductClientObjC/QBHPConfig.h>
+
+#include <ClientComm/QBHPConfig.h>
+
+#import "ObjectiveC/Conversion.h"
+
+using namespace qbdkr::objc;
+
+@implementation QBHPConfig
+
++ (NSString*)brandName {
+  return raising([] { return stringOf(qbdkr::QBHPConfig::brandName()); });
+}
+
++ (NSString*)helperName {
+  return raising([] { return stringOf(qbdkr::QBHPConfig::helperName()); });
+}
+
++ (NSString*)helperPID {
+  return stringOf(qbdkr::QBHPConfig::helperPID());
+}
+
+@end

@@ -1,0 +1,23 @@
+#pragma once
+
+#import <Foundation/Foundation.h>
+#include <stdint.h>
+
+// What older compilers cannot read: whether an object may be nil, and of which objects a container
+// consists.
+#if __has_feature(nullability)
+#define QBHP_NULLABLE _Nullable
+#define QBHP_NONNULL _Nonnull
+#else
+#define QBHP_NULLABLE
+#define QBHP_NONNULL
+#endif
+#if __has_feature(objc_generics)
+#define QBHP_OF(...) <__VA_ARGS__>
+#else
+#define QBHP_OF(...)
+#endif
+
+// Where clang-format is off, a blank keeps the name of an argument out of the selector.
+
+#define QBHP_EXPORT __attribute__((visibility("default")))
