@@ -1,0 +1,21 @@
+#pragma once
+
+#include <memory>
+#include <string>
+
+#include "support/HostProcess.h"
+#include "support/Scene.h"
+#include "support/TestBundle.h"
+
+namespace qbdkr::test {
+
+// Sets up a test with a host or a helper agent in Objective-C.
+class ObjectiveCScene : public Scene {
+ public:
+  // Makes a host in Objective-C, with the usual helper agent, in C++, in its resources.
+  TestBundle makeHostInObjectiveC();
+  // Puts the helper agent in Objective-C into the resources of a host in C++.
+  TestBundle makeHostOfHelperInObjectiveC();
+};
+
+}  // namespace qbdkr::test
