@@ -2,13 +2,23 @@
 # them. On macOS the libraries are frameworks.
 include(CMakePackageConfigHelpers)
 
-install(TARGETS ClientComm QBDKRProductClient
+set(libraries ClientComm QBDKRProductClient)
+if(TARGET QBDKRProductClientObjC)
+  list(APPEND libraries QBDKRProductClientObjC)
+endif()
+install(TARGETS ${libraries}
   EXPORT QBDKRProductClientTargets
   LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
   FRAMEWORK DESTINATION Library/Frameworks)
 
 # A framework carries its own headers. A host that does not use frameworks needs one folder with both.
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} FILES_MATCHING PATTERN "*.h")
+# The headers of the Objective-C face stay beside them on a Mac as well, with a module map of their own.
+set(without_objective_c PATTERN QBDKRProductClientObjC EXCLUDE)
+if(QBDKR_HAS_OBJECTIVE_C)
+  set(without_objective_c)
+endif()
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
+  FILES_MATCHING PATTERN "*.h" PATTERN "module.modulemap" ${without_objective_c})
 
 set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QBDKRProductClient)
 install(EXPORT QBDKRProductClientTargets NAMESPACE QBDKRProductClient:: DESTINATION ${package_dir})

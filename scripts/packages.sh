@@ -5,7 +5,8 @@ build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev 
 sample_packages="libsqlite3-dev libssl-dev"
 demo_packages="$build_packages $sample_packages dbus-daemon dbus-bin"
 tool_packages="libcli11-dev nlohmann-json3-dev"
-test_packages="$demo_packages $tool_packages libgtest-dev libdbus-1-dev python3 python3-gi make procps git"
+objc_packages="gobjc++ libgnustep-base-dev"
+test_packages="$demo_packages $tool_packages $objc_packages libgtest-dev libdbus-1-dev python3 python3-gi make procps git"
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 

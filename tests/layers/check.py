@@ -5,8 +5,8 @@ import re
 import sys
 
 root = pathlib.Path(sys.argv[1])
-layers = ["tools", "ProductClient", "ClientComm", "Platform"]
-door = {"ClientComm": "ClientComm", "QBDKRProductClient": "ProductClient"}  # folder of include/: layer
+layers = ["tools", "ObjectiveC", "ProductClient", "ClientComm", "Platform"]
+door = {"ClientComm": "ClientComm", "QBDKRProductClient": "ProductClient", "QBDKRProductClientObjC": "ObjectiveC"}  # folder of include/: layer
 of_one_system = re.compile(r"(Linux|MacOS)$")
 problems = []
 
@@ -19,7 +19,7 @@ for row in re.findall(r"^\| `(\w+)/` \|(.*)\|$", (root / "Platform/README.md").r
         home[f"include/ClientComm/{header}"] = ("Platform", row[0])
 
 files = sorted(path.relative_to(root) for layer in [*layers, "include"]
-               for path in (root / layer).rglob("*") if path.suffix in (".h", ".cpp"))
+               for path in (root / layer).rglob("*") if path.suffix in (".h", ".cpp", ".mm"))
 
 
 def place(path):
@@ -30,7 +30,7 @@ def place(path):
 
 
 def included(path):
-    for mark, found in re.findall(r'^#include (["<])([^">]+)[">]', (root / path).read_text(), re.MULTILINE):
+    for mark, found in re.findall(r'^#(?:include|import) (["<])([^">]+)[">]', (root / path).read_text(), re.MULTILINE):
         if mark == '"':
             yield pathlib.PurePosixPath(found)
         elif found.split("/")[0] in door or found.split("/")[0] in layers:
@@ -65,8 +65,14 @@ for path in files:
             if is_of(system, other) and not is_of(system, path):
                 problems.append(f"{path} includes {other}, which only {system} has")
 
+# The face in Objective-C bears the names of what it is the face of, and is judged by itself.
 names = {}
 for path in files:
+    if place(path)[0] == "ObjectiveC":
+        if path.suffix == ".mm" and not any((root / folder / path.name).with_suffix(".h").exists()
+                                            for folder in ("ObjectiveC", "include/QBDKRProductClientObjC")):
+            problems.append(f"{path} has no header of its name")
+        continue
     same = names.setdefault((path.name), path)
     if same != path:
         problems.append(f"{path} bears the name of {same}")

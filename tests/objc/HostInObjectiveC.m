@@ -6,6 +6,7 @@
 //   delegate CLASS                 makes an object of that class the delegate for all reports
 //   leaks COUNT                    returns the objects that so many calls leave behind
 
+#import <Foundation/NSDebug.h>
 #import <QBDKRProductClientObjC/QBDKRProductClientObjC.h>
 #include <objc/runtime.h>
 #include <stdio.h>

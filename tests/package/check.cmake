@@ -18,13 +18,23 @@ endfunction()
 file(REMOVE_RECURSE ${WORK})
 set(prefix ${WORK}/prefix)
 run(${CMAKE_COMMAND} --install ${BUILD} --prefix ${prefix})
-# The installed headers are those of include/, and each one compiles alone.
+# The installed headers are those of include/, and each one compiles alone. Those in Objective-C are
+# there if that face is.
 file(GLOB_RECURSE headers RELATIVE ${ROOT}/include ${ROOT}/include/*.h)
+if(NOT OBJECTIVE_C)
+  list(FILTER headers EXCLUDE REGEX "^QBDKRProductClientObjC/")
+endif()
 file(GLOB_RECURSE installed RELATIVE ${prefix}/include ${prefix}/include/*.h)
 if(NOT headers OR NOT headers STREQUAL installed)
   message(FATAL_ERROR "installed are: ${installed}")
 endif()
+if(OBJECTIVE_C AND NOT EXISTS ${prefix}/include/QBDKRProductClientObjC/module.modulemap)
+  message(FATAL_ERROR "the module map of the Objective-C face is not installed")
+endif()
 foreach(header IN LISTS installed)
+  if(header MATCHES "^QBDKRProductClientObjC/")
+    continue()  # the consumer in Objective-C includes them all
+  endif()
   file(WRITE ${WORK}/header.cpp "#include <${header}>\n")
   run(${COMPILER} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I${prefix}/include
       ${WORK}/header.cpp)
@@ -36,7 +46,7 @@ if(SANITIZERS)
 endif()
 
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}")
+    -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}" -DOBJECTIVE_C=${OBJECTIVE_C})
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 # The bundles run without the installation. The helper agent also runs from inside the host.
 set(bundles ${WORK}/build/bundles)
@@ -55,6 +65,10 @@ endif()
 run(${isolated} ${bundles}/Host.app/Contents/Linux/Host)
 check_output()
 run(${isolated} ${bundles}/Host.app/Contents/Resources/Agent.app/Contents/Linux/Agent)
+if(OBJECTIVE_C)
+  run(${isolated} ${bundles}/Objects.app/Contents/Linux/Objects)
+  check_output()
+endif()
 file(RENAME ${WORK}/moved ${prefix})
 
 file(GLOB_RECURSE description ${prefix}/*/QBDKRProductClient.pc)
