@@ -3,8 +3,8 @@
 #import <Foundation/Foundation.h>
 #include <stdint.h>
 
-// What older compilers cannot read: whether an object may be nil, and of which objects a container
-// consists.
+// Marks that older compilers cannot read: whether an object may be nil, and the objects of a
+// container.
 #if __has_feature(nullability)
 #define QBHP_NULLABLE _Nullable
 #define QBHP_NONNULL _Nonnull

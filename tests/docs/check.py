@@ -48,7 +48,8 @@ def methods_of_headers():
     for header in (root / "include/ClientComm").glob("*.h"):
         text = header.read_text()
         names = re.findall(r'kClassName = "(\w+)"', text)
-        for method in re.findall(r'selector<[^>]*>\(\s*"([^"]+)"\)', text):
+        # The methods of a delegate do not travel.
+        for method in re.findall(r'selector<(?!&\w+Delegate::)[^>]*>\(\s*"([^"]+)"\)', text):
             yield names[0], method
 
 

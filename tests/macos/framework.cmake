@@ -9,7 +9,7 @@ endfunction()
 
 file(REMOVE_RECURSE ${WORK})
 execute_process(
-  COMMAND ${CMAKE_COMMAND} -Wno-dev -G Ninja -S ${SOURCE} -B ${WORK} -DBUILD_TESTING=OFF
+  COMMAND ${CMAKE_COMMAND} -Wno-dev -G Ninja -S ${SOURCE} -B ${WORK} -DBUILD_TESTING=OFF -DQBDKR_OBJECTIVE_C=${OBJECTIVE_C}
     -DSQLite3_INCLUDE_DIR=/usr/include -DSQLite3_LIBRARY=/usr/lib/libsqlite3.tbd
     -DCMAKE_TOOLCHAIN_FILE=${CMAKE_CURRENT_LIST_DIR}/Darwin.cmake -DCMAKE_CXX_COMPILER=${COMPILER}
   OUTPUT_VARIABLE output ERROR_VARIABLE output RESULT_VARIABLE result)
@@ -29,6 +29,12 @@ foreach(library IN ITEMS ClientComm QBDKRProductClient)
   require_text(${information} "<string>FMWK</string>")
   require_text(${information} "<string>12.0</string>")
 endforeach()
+# The Objective-C face is a part of the framework, under ARC.
+if(OBJECTIVE_C)
+  require_text(${build} "build ObjectiveC/CMakeFiles/ObjectiveCObjects.dir/Conversion.mm.o:")
+  require_text(${build} "-fobjc-arc")
+  require_text(${build} "LINK_LIBRARIES = lib/ClientComm.framework/Versions/A/ClientComm  -framework Foundation")
+endif()
 # These two become options of the compiler, which not every compiler has.
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_ARCHITECTURES:STRING=arm64;x86_64")
 require_text(${WORK}/CMakeCache.txt "CMAKE_OSX_DEPLOYMENT_TARGET:STRING=12.0")

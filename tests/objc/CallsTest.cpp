@@ -1,12 +1,13 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "objc/ObjectiveCScene.h"
+#include "support/Environment.h"
 #include "support/ProbeText.h"
 
 namespace qbdkr::test {
@@ -235,7 +236,7 @@ class ObjectiveCCalls : public testing::Test {
  protected:
   ObjectiveCCalls() {
     scene.recordEarlierStarts();
-    host = scene.start(scene.makeHostInObjectiveC());
+    host = scene.start(bundle);
   }
 
   std::string call(const Row& row) {
@@ -244,6 +245,7 @@ class ObjectiveCCalls : public testing::Test {
   }
 
   ObjectiveCScene scene;
+  TestBundle bundle = scene.makeHostInObjectiveC();
   std::unique_ptr<HostProcess> host;
 };
 
@@ -292,6 +294,44 @@ TEST_F(ObjectiveCCalls, AbsentAndEmptyTextsDiffer) {
   EXPECT_EQ(host->call("call QBHPHelperError errorWithCode:: 1 ~"),
             "raised NSInvalidArgumentException");
   EXPECT_EQ(host->call("call QBHPHelperCommunicate typeOfCharacter: %"), "raised NSRangeException");
+}
+
+// The value of a switch in the host's property list, and in its strings file in UTF-16.
+std::string inPropertyList(const TestBundle& bundle, const std::string& key) {
+  const std::string text = readFile(bundle.infoFile());
+  const auto place = text.find("<key>" + key + "</key>");
+  if (place == std::string::npos) return "missing";
+  return text.substr(text.find('<', text.find("</key>", place) + 1), 6) == "<true/" ? "1" : "0";
+}
+
+std::string inStringsFile(const std::filesystem::path& strings, const std::string& key) {
+  std::string text = readFile(strings);
+  std::erase(text, '\0');
+  const auto place = text.find('"' + key + "\" = \"");
+  return place == std::string::npos ? "missing" : text.substr(place + key.size() + 6, 1);
+}
+
+TEST_F(ObjectiveCCalls, SwitchesReachTheirFiles) {
+  const auto strings = bundle.resources() / "en.lproj/InfoPlist.strings";
+  writeFile(strings, R"("TipsEnable" = "x"; "EnableAD" = "x";)");
+  const auto values = [&] {
+    return inPropertyList(bundle, "EnableAD") + inPropertyList(bundle, "TipsEnable") +
+           inStringsFile(strings, "EnableAD") + inStringsFile(strings, "TipsEnable");
+  };
+  const auto set = [&](const std::string& method, const std::string& value) {
+    host->call("call QBHPHelperCommunicate " + method + ' ' + value);
+    return values();
+  };
+  set("setEnableAD:", "0");
+  EXPECT_EQ(set("setTipsEnable:", "0"), "0000");
+  EXPECT_EQ(set("saveEnableADToPlistFile:", "1"), "1000");
+  EXPECT_EQ(set("saveTipsEnableToPlistFile:", "1"), "1100");
+  EXPECT_EQ(set("saveEnableADToStringsFile:", "1"), "1110");
+  EXPECT_EQ(set("saveTipsEnableTostringsFile:", "1"), "1111");
+  EXPECT_EQ(set("setEnableAD:", "0"), "0101");
+  EXPECT_EQ(set("setTipsEnable:", "0"), "0000");
+  host->call("call QBHPHelper setTipsEnable: 1");
+  EXPECT_EQ(values(), "0101");
 }
 
 TEST_F(ObjectiveCCalls, ManyLeaveNoObjectsBehind) {

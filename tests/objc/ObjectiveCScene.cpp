@@ -16,12 +16,15 @@ std::vector<std::filesystem::path> libraries() {
 
 }  // namespace
 
+ObjectiveCScene::ObjectiveCScene() { environment()["ASAN_OPTIONS"] += ":detect_leaks=0"; }
+
 TestBundle ObjectiveCScene::makeHostInObjectiveC() {
   TestBundle host(directory() / "Applications", "Objects",
                   {{"CFBundleIdentifier", hostID()},
                    {"CFBundleName", "Objects"},
                    {"CFBundleVersion", "3.1"},
                    {"PID", "1001"},
+                   {"CFBundleDevelopmentRegion", "en"},
                    {"EnableAD", "1"},
                    {"Helper Bundle indentifiter", helperID()},
                    {"Helepr App name", "ProbeHelper"},

@@ -46,7 +46,8 @@ if(SANITIZERS)
 endif()
 
 run(${CMAKE_COMMAND} -S ${CONSUMER} -B ${WORK}/build -G Ninja -DCMAKE_PREFIX_PATH=${prefix}
-    -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}" -DOBJECTIVE_C=${OBJECTIVE_C})
+    -DCMAKE_CXX_COMPILER=${COMPILER} "-DCMAKE_CXX_FLAGS=${flags}" -DOBJECTIVE_C=${OBJECTIVE_C}
+    -DCMAKE_OBJC_COMPILER=${OBJC_COMPILER})
 run(${CMAKE_COMMAND} --build ${WORK}/build)
 # The bundles run without the installation. The helper agent also runs from inside the host.
 set(bundles ${WORK}/build/bundles)
