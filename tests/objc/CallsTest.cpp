@@ -313,7 +313,7 @@ std::string inStringsFile(const std::filesystem::path& strings, const std::strin
 
 TEST_F(ObjectiveCCalls, SwitchesReachTheirFiles) {
   const auto strings = bundle.resources() / "en.lproj/InfoPlist.strings";
-  writeFile(strings, R"("TipsEnable" = "x"; "EnableAD" = "x";)");
+  writeFile(strings, R"("TipsEnable" = "yes"; "EnableAD" = "yes";)");
   const auto values = [&] {
     return inPropertyList(bundle, "EnableAD") + inPropertyList(bundle, "TipsEnable") +
            inStringsFile(strings, "EnableAD") + inStringsFile(strings, "TipsEnable");
