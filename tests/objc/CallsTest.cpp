@@ -311,7 +311,11 @@ std::string inStringsFile(const std::filesystem::path& strings, const std::strin
   return place == std::string::npos ? "missing" : text.substr(place + key.size() + 6, 1);
 }
 
-TEST_F(ObjectiveCCalls, SwitchesReachTheirFiles) {
+TEST(ObjectiveCSwitches, ReachTheirFiles) {
+  ObjectiveCScene scene;
+  TestBundle bundle = scene.makeHostInObjectiveC();
+  bundle.setKeys({{"Helepr App name", ""}});  // no helper agent: its start sets switches as well
+  const auto host = scene.start(bundle);
   const auto strings = bundle.resources() / "en.lproj/InfoPlist.strings";
   writeFile(strings, R"("TipsEnable" = "yes"; "EnableAD" = "yes";)");
   const auto values = [&] {
