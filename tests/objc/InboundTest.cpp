@@ -4,6 +4,7 @@
 #include <string>
 
 #include "objc/ObjectiveCScene.h"
+#include "support/Peer.h"
 
 namespace qbdkr::test {
 namespace {
@@ -11,6 +12,8 @@ namespace {
 // A host in Objective-C sends itself events over the bus, which come in on its main thread.
 class HostInObjectiveC : public testing::Test {
  protected:
+  HostInObjectiveC() { Peer::outsideBundles(scene).awaitOwner(scene.hostID()); }
+
   std::string ask(const std::string& className, const std::string& method,
                   const std::string& arguments = "~") {
     return host->call("call QBHPAppleEventSender sendEvnet:className:selectName:args:result: " +
