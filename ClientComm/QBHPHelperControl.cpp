@@ -89,7 +89,7 @@ OSErr QBHPHelperControl::helperExitNotify(Text text) {
   log(LogCategory::report, "%@ %@",
       {publicArgument(kHelperExitNotify.text()), privateArgument(text)});
   auto* delegate = dynamic_cast<QBHPWillHelperExitDelegate*>(helperCtrlDelegate());
-  if (delegate == nullptr || !delegate->respondsTo(delegate->kWillHelperExit)) {
+  if (delegate == nullptr || !delegate->respondsTo(QBHPWillHelperExitDelegate::kWillHelperExit)) {
     recordNotTaken(*this, kHelperExitNotify);
     return noErr;
   }
@@ -103,7 +103,8 @@ OSErr QBHPHelperControl::checkServerOpenCallBack(Text text, Text open, Text erro
       {publicArgument(kCheckServerOpenCallBack.text()), privateArgument(text),
        privateArgument(open), privateArgument(errorCode), privateArgument(errorMessage)});
   auto* delegate = dynamic_cast<QBHPDidCheckServerOpenDelegate*>(helperCtrlDelegate());
-  if (delegate == nullptr || !delegate->respondsTo(delegate->kDidCheckServerOpen)) {
+  if (delegate == nullptr ||
+      !delegate->respondsTo(QBHPDidCheckServerOpenDelegate::kDidCheckServerOpen)) {
     recordNotTaken(*this, kCheckServerOpenCallBack);
     return noErr;
   }

@@ -80,7 +80,8 @@ OSErr QBHPUpgradeByHelper::productUpgradeCallBack(Text first, Text second, Text 
   }
   auto* delegate = dynamic_cast<QBHPProductWillUpgradeDelegate*>(productUpgradeDelegate());
   // Without such a delegate no answer will come, so the question does not count as open.
-  if (delegate == nullptr || !delegate->respondsTo(delegate->kProductWillUpgrade)) {
+  if (delegate == nullptr ||
+      !delegate->respondsTo(QBHPProductWillUpgradeDelegate::kProductWillUpgrade)) {
     recordNotTaken(*this, kProductUpgradeCallBack);
     return noErr;
   }
