@@ -27,6 +27,8 @@ Services& registered() {
 
 }  // namespace
 
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPAppleEventProcesser
 
 + (instancetype)share {
@@ -39,13 +41,8 @@ Services& registered() {
   return [super init];
 }
 
-- (void)regist {
-  qbdkr::QBHPAppleEventProcesser::share().regist();
-}
-
-- (void)unRegist {
-  qbdkr::QBHPAppleEventProcesser::share().unRegist();
-}
+- (void)regist { qbdkr::QBHPAppleEventProcesser::share().regist(); }
+- (void)unRegist { qbdkr::QBHPAppleEventProcesser::share().unRegist(); }
 
 - (void)setObjectforKeyToMapTable:(QBHPAppEventBase*)object forKey:(NSString*)key {
   const std::string name = TextOf(key).orEmpty();
@@ -64,3 +61,4 @@ Services& registered() {
 }
 
 @end
+// clang-format on

@@ -9,12 +9,10 @@
 
 using namespace qbdkr::objc;
 
-namespace {
+using Shared = qbdkr::QBHPAppleEventSender;
 
-qbdkr::QBHPAppleEventSender& sender() { return qbdkr::QBHPAppleEventSender::share(); }
-
-}  // namespace
-
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPAppleEventSender
 
 + (instancetype)share {
@@ -22,36 +20,30 @@ qbdkr::QBHPAppleEventSender& sender() { return qbdkr::QBHPAppleEventSender::shar
   return shared;
 }
 
-- (int16_t)sendEvnet:(NSString*)bundleID
-           className:(NSString*)className
-          selectName:(NSString*)selectName
-                args:(NSArray*)args {
-  return sender().sendEvnet(TextOf(bundleID), TextOf(className), TextOf(selectName), TextsOf(args));
+- (int16_t)sendEvnet:(NSString*)bundleID className:(NSString*)className
+    selectName:(NSString*)selectName args:(NSArray*)args {
+  return Shared::share().sendEvnet(TextOf(bundleID), TextOf(className), TextOf(selectName),
+                                   TextsOf(args));
 }
 
 - (int16_t)sendEvnet:(NSString*)className selectName:(NSString*)selectName args:(NSArray*)args {
-  return sender().sendEvnet(TextOf(className), TextOf(selectName), TextsOf(args));
+  return Shared::share().sendEvnet(TextOf(className), TextOf(selectName), TextsOf(args));
 }
 
-- (int16_t)sendEvnet:(NSString*)bundleID
-           className:(NSString*)className
-          selectName:(NSString*)selectName
-                args:(NSArray*)args
-              result:(NSString**)result {
+- (int16_t)sendEvnet:(NSString*)bundleID className:(NSString*)className
+    selectName:(NSString*)selectName args:(NSArray*)args result:(NSString**)result {
   qbdkr::String text;
-  const auto status = sender().sendEvnet(TextOf(bundleID), TextOf(className), TextOf(selectName),
-                                         TextsOf(args), text);
+  const auto status = Shared::share().sendEvnet(TextOf(bundleID), TextOf(className),
+                                                TextOf(selectName), TextsOf(args), text);
   *result = stringOf(text);
   return status;
 }
 
-- (int16_t)sendEvnet:(NSString*)className
-          selectName:(NSString*)selectName
-                args:(NSArray*)args
-              result:(NSString**)result {
+- (int16_t)sendEvnet:(NSString*)className selectName:(NSString*)selectName args:(NSArray*)args
+    result:(NSString**)result {
   qbdkr::String text;
   const auto status =
-      sender().sendEvnet(TextOf(className), TextOf(selectName), TextsOf(args), text);
+      Shared::share().sendEvnet(TextOf(className), TextOf(selectName), TextsOf(args), text);
   *result = stringOf(text);
   return status;
 }
@@ -59,8 +51,9 @@ qbdkr::QBHPAppleEventSender& sender() { return qbdkr::QBHPAppleEventSender::shar
 - (int16_t)flush:(NSTimeInterval)seconds {
   constexpr NSTimeInterval day = 86400;
   const std::chrono::duration<NSTimeInterval> time(std::min(day, std::max(0.0, seconds)));
-  return sender().flush(std::chrono::steady_clock::now() +
-                        std::chrono::ceil<std::chrono::milliseconds>(time));
+  return Shared::share().flush(std::chrono::steady_clock::now() +
+                               std::chrono::ceil<std::chrono::milliseconds>(time));
 }
 
 @end
+// clang-format on

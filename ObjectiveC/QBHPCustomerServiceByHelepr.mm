@@ -6,14 +6,10 @@
 
 using namespace qbdkr::objc;
 
-namespace {
+using Shared = qbdkr::QBHPCustomerServiceByHelepr;
 
-qbdkr::QBHPCustomerServiceByHelepr& service() {
-  return qbdkr::QBHPCustomerServiceByHelepr::share();
-}
-
-}  // namespace
-
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPCustomerServiceByHelepr
 
 + (instancetype)share {
@@ -21,16 +17,15 @@ qbdkr::QBHPCustomerServiceByHelepr& service() {
   return shared;
 }
 
-- (int16_t)customerService:(NSString*)productID
-                 versionID:(NSString*)versionID
-                     email:(NSString*)email
-                attachment:(NSString*)attachment {
-  return service().customerService(TextOf(productID), TextOf(versionID), TextOf(email),
-                                   TextOf(attachment));
+- (int16_t)customerService:(NSString*)productID versionID:(NSString*)versionID
+    email:(NSString*)email attachment:(NSString*)attachment {
+  return Shared::share().customerService(TextOf(productID), TextOf(versionID), TextOf(email),
+                                         TextOf(attachment));
 }
 
 - (int16_t)checkForHeleprMessage:(NSString*)productID versionID:(NSString*)versionID {
-  return service().checkForHeleprMessage(TextOf(productID), TextOf(versionID));
+  return Shared::share().checkForHeleprMessage(TextOf(productID), TextOf(versionID));
 }
 
 @end
+// clang-format on

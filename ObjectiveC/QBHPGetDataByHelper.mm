@@ -6,12 +6,10 @@
 
 using namespace qbdkr::objc;
 
-namespace {
+using Shared = qbdkr::QBHPGetDataByHelper;
 
-qbdkr::QBHPGetDataByHelper& service() { return qbdkr::QBHPGetDataByHelper::share(); }
-
-}  // namespace
-
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPGetDataByHelper
 
 + (instancetype)share {
@@ -19,12 +17,8 @@ qbdkr::QBHPGetDataByHelper& service() { return qbdkr::QBHPGetDataByHelper::share
   return shared;
 }
 
-- (NSString*)clientIDFormHelper {
-  return stringOf(service().clientIDFormHelper());
-}
-
-- (NSString*)isNotFirstStart {
-  return stringOf(service().isNotFirstStart());
-}
+- (NSString*)clientIDFormHelper { return stringOf(Shared::share().clientIDFormHelper()); }
+- (NSString*)isNotFirstStart { return stringOf(Shared::share().isNotFirstStart()); }
 
 @end
+// clang-format on

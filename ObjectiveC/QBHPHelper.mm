@@ -19,6 +19,8 @@ qbdkr::QBHPHelper& facade(void* own) {
 - (instancetype)initShared;
 @end
 
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPHelper
 
 + (instancetype)share {
@@ -27,9 +29,7 @@ qbdkr::QBHPHelper& facade(void* own) {
   return shared;
 }
 
-- (instancetype)initShared {
-  return [super init];
-}
+- (instancetype)initShared { return [super init]; }
 
 - (instancetype)init {
   if ((self = [super init]) != nil) _own = raising([] { return new qbdkr::QBHPHelper; });
@@ -41,9 +41,7 @@ qbdkr::QBHPHelper& facade(void* own) {
   DEALLOC
 }
 
-- (void)autoautoStartIntervaTimerMethod:(id)timer {
-  (void)timer;
-}
+- (void)autoautoStartIntervaTimerMethod:(id)timer { (void)timer; }
 
 - (QBHPSuiteInfo*)unRegSuiteInfo {
   void* const own = _own;
@@ -55,21 +53,10 @@ qbdkr::QBHPHelper& facade(void* own) {
   return raising([own] { return suiteInfoOf(facade(own).regSuiteInfo()); });
 }
 
-- (void)startHelper {
-  facade(_own).startHelper();
-}
-
-- (void)stopHelper {
-  facade(_own).stopHelper();
-}
-
-- (void)directUploadData {
-  facade(_own).directUploadData();
-}
-
-- (void)setProductCollectStatus:(BOOL)status {
-  facade(_own).setProductCollectStatus(status);
-}
+- (void)startHelper { facade(_own).startHelper(); }
+- (void)stopHelper { facade(_own).stopHelper(); }
+- (void)directUploadData { facade(_own).directUploadData(); }
+- (void)setProductCollectStatus:(BOOL)status { facade(_own).setProductCollectStatus(status); }
 
 - (void)customStringDataCollect:(NSString*)target value:(NSString*)value {
   facade(_own).customStringDataCollect(TextOf(target), TextOf(value));
@@ -83,28 +70,20 @@ qbdkr::QBHPHelper& facade(void* own) {
   facade(_own).commIncreaseDataCollect(TextOf(target), TextOf(key));
 }
 
-- (int16_t)uploadProductFile:(NSString*)email
-                    filePath:(NSString*)filePath
-                       title:(NSString*)title
-                 description:(NSString*)description {
+- (int16_t)uploadProductFile:(NSString*)email filePath:(NSString*)filePath title:(NSString*)title
+    description:(NSString*)description {
   return facade(_own).uploadProductFile(TextOf(email), TextOf(filePath), TextOf(title),
                                         TextOf(description));
 }
 
-- (BOOL)productCollectStatus {
-  return facade(_own).productCollectStatus();
-}
-
-- (NSString*)netErrorPagePath {
-  return stringOf(facade(_own).netErrorPagePath());
-}
+- (BOOL)productCollectStatus { return facade(_own).productCollectStatus(); }
+- (NSString*)netErrorPagePath { return stringOf(facade(_own).netErrorPagePath()); }
 
 - (void)setDataCollectPID:(NSString*)productID {
   facade(_own).setDataCollectPID(TextOf(productID));
 }
 
-- (void)setTipsEnable:(BOOL)enable {
-  facade(_own).setTipsEnable(enable);
-}
+- (void)setTipsEnable:(BOOL)enable { facade(_own).setTipsEnable(enable); }
 
 @end
+// clang-format on

@@ -13,6 +13,8 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
 
 }  // namespace
 
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPHelperCommunicate
 
 + (instancetype)share {
@@ -25,64 +27,25 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return [super init];
 }
 
-- (void)processHelper {
-  communicator().processHelper();
-}
+- (void)processHelper { communicator().processHelper(); }
+- (int16_t)autoRestartHelper { return communicator().autoRestartHelper(); }
+- (int16_t)restartHelperInThread { return communicator().restartHelperInThread(); }
+- (BOOL)getDefaultHelperServerOpen { return communicator().getDefaultHelperServerOpen(); }
+- (BOOL)isHelperSeverNotOpen:(int16_t)status { return communicator().isHelperSeverNotOpen(status); }
+- (int16_t)startHelper { return communicator().startHelper(); }
+- (int16_t)stopHelper { return communicator().stopHelper(); }
+- (int16_t)isAliveHelper { return communicator().isAliveHelper(); }
+- (NSString*)clientID { return stringOf(communicator().clientID()); }
+- (NSString*)clientIDFormHelper { return stringOf(communicator().clientIDFormHelper()); }
+- (void)willHelperExit { communicator().willHelperExit(); }
 
-- (int16_t)autoRestartHelper {
-  return communicator().autoRestartHelper();
-}
-
-- (int16_t)restartHelperInThread {
-  return communicator().restartHelperInThread();
-}
-
-- (BOOL)getDefaultHelperServerOpen {
-  return communicator().getDefaultHelperServerOpen();
-}
-
-- (BOOL)isHelperSeverNotOpen:(int16_t)status {
-  return communicator().isHelperSeverNotOpen(status);
-}
-
-- (int16_t)startHelper {
-  return communicator().startHelper();
-}
-
-- (int16_t)stopHelper {
-  return communicator().stopHelper();
-}
-
-- (int16_t)isAliveHelper {
-  return communicator().isAliveHelper();
-}
-
-- (NSString*)clientID {
-  return stringOf(communicator().clientID());
-}
-
-- (NSString*)clientIDFormHelper {
-  return stringOf(communicator().clientIDFormHelper());
-}
-
-- (void)willHelperExit {
-  communicator().willHelperExit();
-}
-
-// clang-format off
 - (void)didCheckServerOpen:(BOOL)open :(NSError*)error {
-  // clang-format on
   (void)error;  // of which the communicator takes no notice
   communicator().didCheckServerOpen(open, nullptr);
 }
 
-- (void)extractHelper {
-  communicator().extractHelper();
-}
-
-- (BOOL)launchHelepr {
-  return communicator().launchHelepr();
-}
+- (void)extractHelper { communicator().extractHelper(); }
+- (BOOL)launchHelepr { return communicator().launchHelepr(); }
 
 - (NSString*)getVersionByBundlePath:(NSString*)bundlePath {
   return stringOf(communicator().getVersionByBundlePath(TextOf(bundlePath)));
@@ -107,17 +70,9 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return qbdkr::compareVersion(TextOf(version), TextOf(toVersion));
 }
 
-- (void)synthesizeUserDefault {
-  communicator().synthesizeUserDefault();
-}
-
-- (NSString*)firstStartPID {
-  return stringOf(communicator().firstStartPID());
-}
-
-- (NSString*)collectDataPID {
-  return stringOf(communicator().collectDataPID());
-}
+- (void)synthesizeUserDefault { communicator().synthesizeUserDefault(); }
+- (NSString*)firstStartPID { return stringOf(communicator().firstStartPID()); }
+- (NSString*)collectDataPID { return stringOf(communicator().collectDataPID()); }
 
 - (void)setCollectDataPID:(NSString*)productID {
   communicator().setCollectDataPID(TextOf(productID));
@@ -135,53 +90,22 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return stringOf(communicator().searchPlistFilePath(TextOf(bundlePath)));
 }
 
-- (void)saveEnableADToStringsFile:(BOOL)enable {
-  communicator().saveEnableADToStringsFile(enable);
-}
+- (void)saveEnableADToStringsFile:(BOOL)enable { communicator().saveEnableADToStringsFile(enable); }
 
 - (void)saveTipsEnableTostringsFile:(BOOL)enable {
   communicator().saveTipsEnableTostringsFile(enable);
 }
 
-- (void)saveEnableADToPlistFile:(BOOL)enable {
-  communicator().saveEnableADToPlistFile(enable);
-}
-
-- (void)saveTipsEnableToPlistFile:(BOOL)enable {
-  communicator().saveTipsEnableToPlistFile(enable);
-}
-
-- (void)saveEnableAD {
-  communicator().saveEnableAD();
-}
-
-- (void)saveTipsEnable {
-  communicator().saveTipsEnable();
-}
-
-- (void)setEnableAD:(BOOL)enable {
-  communicator().setEnableAD(enable);
-}
-
-- (void)setTipsEnable:(BOOL)enable {
-  communicator().setTipsEnable(enable);
-}
-
-- (int16_t)showHelper {
-  return communicator().showHelper();
-}
-
-- (int16_t)hideHelper {
-  return communicator().hideHelper();
-}
-
-- (int16_t)productReadyToUpgrade:(BOOL)ready {
-  return communicator().productReadyToUpgrade(ready);
-}
-
-- (int16_t)productUpgrade {
-  return communicator().productUpgrade();
-}
+- (void)saveEnableADToPlistFile:(BOOL)enable { communicator().saveEnableADToPlistFile(enable); }
+- (void)saveTipsEnableToPlistFile:(BOOL)enable { communicator().saveTipsEnableToPlistFile(enable); }
+- (void)saveEnableAD { communicator().saveEnableAD(); }
+- (void)saveTipsEnable { communicator().saveTipsEnable(); }
+- (void)setEnableAD:(BOOL)enable { communicator().setEnableAD(enable); }
+- (void)setTipsEnable:(BOOL)enable { communicator().setTipsEnable(enable); }
+- (int16_t)showHelper { return communicator().showHelper(); }
+- (int16_t)hideHelper { return communicator().hideHelper(); }
+- (int16_t)productReadyToUpgrade:(BOOL)ready { return communicator().productReadyToUpgrade(ready); }
+- (int16_t)productUpgrade { return communicator().productUpgrade(); }
 
 - (void)setProductUpgradeDelegate:(id<QBHPProductUpgradeCallBackDelegate>)delegate {
   [[QBHPUpgradeByHelper share] setProductUpgradeDelegate:delegate];
@@ -191,33 +115,25 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return [(id)[QBHPUpgradeByHelper share] getProductUpgradeDelegate];
 }
 
-- (int16_t)uploadProductFile:(NSString*)email
-                    filePath:(NSString*)filePath
-                       title:(NSString*)title
-                 description:(NSString*)description {
+- (int16_t)uploadProductFile:(NSString*)email filePath:(NSString*)filePath title:(NSString*)title
+    description:(NSString*)description {
   return communicator().uploadProductFile(TextOf(email), TextOf(filePath), TextOf(title),
                                           TextOf(description));
 }
 
-- (int16_t)uploadUserFile:(NSString*)email
-                 filePath:(NSString*)filePath
-                    title:(NSString*)title
-              description:(NSString*)description {
+- (int16_t)uploadUserFile:(NSString*)email filePath:(NSString*)filePath title:(NSString*)title
+    description:(NSString*)description {
   return communicator().uploadUserFile(TextOf(email), TextOf(filePath), TextOf(title),
                                        TextOf(description));
 }
 
-- (int16_t)uploadLogByEmail:(NSString*)email
-                   filePath:(NSString*)filePath
-                      title:(NSString*)title
-                description:(NSString*)description {
+- (int16_t)uploadLogByEmail:(NSString*)email filePath:(NSString*)filePath title:(NSString*)title
+    description:(NSString*)description {
   return communicator().uploadLogByEmail(TextOf(email), TextOf(filePath), TextOf(title),
                                          TextOf(description));
 }
 
-- (int16_t)directUploadData {
-  return communicator().directUploadData();
-}
+- (int16_t)directUploadData { return communicator().directUploadData(); }
 
 - (int16_t)customStringDataCollect:(NSString*)target value:(NSString*)value {
   return communicator().customStringDataCollect(TextOf(target), TextOf(value));
@@ -231,17 +147,13 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return communicator().commIncreaseDataCollect(TextOf(target), TextOf(key));
 }
 
-- (BOOL)productCollectStatus {
-  return communicator().productCollectStatus();
-}
+- (BOOL)productCollectStatus { return communicator().productCollectStatus(); }
 
 - (int16_t)setProductCollectStatus:(BOOL)status {
   return communicator().setProductCollectStatus(status);
 }
 
-- (NSString*)netErrorPagePath {
-  return stringOf(communicator().netErrorPagePath());
-}
+- (NSString*)netErrorPagePath { return stringOf(communicator().netErrorPagePath()); }
 
 - (QBHPSuiteInfo*)unRegSuiteInfo {
   return raising([] { return suiteInfoOf(communicator().unRegSuiteInfo()); });
@@ -251,12 +163,11 @@ qbdkr::QBHPHelperCommunicate& communicator() { return qbdkr::QBHPHelperCommunica
   return raising([] { return suiteInfoOf(communicator().regSuiteInfo()); });
 }
 
-- (int16_t)checkForHeleprMessage {
-  return communicator().checkForHeleprMessage();
-}
+- (int16_t)checkForHeleprMessage { return communicator().checkForHeleprMessage(); }
 
 - (int16_t)customerserviceByEmail:(NSString*)email attachment:(NSString*)attachment {
   return communicator().customerserviceByEmail(TextOf(email), TextOf(attachment));
 }
 
 @end
+// clang-format on

@@ -34,6 +34,8 @@ ControlDelegate& theDelegate() {
 
 }  // namespace
 
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPHelperControl
 
 + (instancetype)share {
@@ -82,18 +84,11 @@ ControlDelegate& theDelegate() {
   return service().exitHelper(TextOf(productID), TextOf(productVersion));
 }
 
-- (int16_t)helperExitNotify:(NSString*)text {
-  return service().helperExitNotify(TextOf(text));
-}
+- (int16_t)helperExitNotify:(NSString*)text { return service().helperExitNotify(TextOf(text)); }
+- (BOOL)saveEnableADToPlistFile { return service().saveEnableADToPlistFile(); }
 
-- (BOOL)saveEnableADToPlistFile {
-  return service().saveEnableADToPlistFile();
-}
-
-// clang-format off
 - (int16_t)checkServerOpenCallBack:(NSString*)text :(NSString*)open
                                   :(NSString*)errorCode :(NSString*)errorMessage {
-  // clang-format on
   return raising([&] {
     return service().checkServerOpenCallBack(TextOf(text), TextOf(open), TextOf(errorCode),
                                              TextOf(errorMessage));
@@ -101,3 +96,4 @@ ControlDelegate& theDelegate() {
 }
 
 @end
+// clang-format on

@@ -6,11 +6,7 @@
 
 using namespace qbdkr::objc;
 
-namespace {
-
-qbdkr::QBHPProcessList& processes() { return qbdkr::QBHPProcessList::share(); }
-
-}  // namespace
+using Shared = qbdkr::QBHPProcessList;
 
 @implementation QBHPProcessList
 
@@ -21,18 +17,18 @@ qbdkr::QBHPProcessList& processes() { return qbdkr::QBHPProcessList::share(); }
 
 - (NSArray*)getBSDProcessList {
   NSMutableArray* const list = [NSMutableArray array];
-  for (const auto& process : processes().getBSDProcessList())
+  for (const auto& process : Shared::share().getBSDProcessList())
     [list addObject:dictionaryOf(process)];
   return list;
 }
 
 - (NSDictionary*)infoForPID:(int32_t)pid {
-  const auto information = processes().infoForPID(pid);
+  const auto information = Shared::share().infoForPID(pid);
   return information == nullptr ? nil : dictionaryOf(*information);
 }
 
 - (BOOL)applicationIsRunning:(NSString*)bundleIdentifier bundlePath:(NSString*)bundlePath {
-  return processes().applicationIsRunning(TextOf(bundleIdentifier), TextOf(bundlePath));
+  return Shared::share().applicationIsRunning(TextOf(bundleIdentifier), TextOf(bundlePath));
 }
 
 @end

@@ -26,6 +26,8 @@ UpgradeDelegate& theDelegate() {
 
 }  // namespace
 
+// One line for each call that fits into one.
+// clang-format off
 @implementation QBHPUpgradeByHelper
 
 + (instancetype)share {
@@ -47,13 +49,10 @@ UpgradeDelegate& theDelegate() {
   return service().productUpgradeDelegate() == &theDelegate() ? theDelegate().get() : nil;
 }
 
-- (BOOL)isUpgradeQueryResopned {
-  return service().isUpgradeQueryResopned();
-}
+- (BOOL)isUpgradeQueryResopned { return service().isUpgradeQueryResopned(); }
 
-- (int16_t)productReadyToUpgrade:(NSString*)productID
-                       versionID:(NSString*)versionID
-                           ready:(NSString*)ready {
+- (int16_t)productReadyToUpgrade:(NSString*)productID versionID:(NSString*)versionID
+    ready:(NSString*)ready {
   return service().productReadyToUpgrade(TextOf(productID), TextOf(versionID), TextOf(ready));
 }
 
@@ -61,10 +60,8 @@ UpgradeDelegate& theDelegate() {
   return service().productUpgrade(TextOf(productID), TextOf(versionID));
 }
 
-// clang-format off
 - (int16_t)productUpgradeCallBack:(NSString*)first :(NSString*)second
                                  :(NSString*)errorCode :(NSString*)errorMessage {
-  // clang-format on
   return raising([&] {
     return service().productUpgradeCallBack(TextOf(first), TextOf(second), TextOf(errorCode),
                                             TextOf(errorMessage));
@@ -72,3 +69,4 @@ UpgradeDelegate& theDelegate() {
 }
 
 @end
+// clang-format on
