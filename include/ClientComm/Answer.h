@@ -10,8 +10,8 @@ namespace qbdkr {
 // answered. The value is the empty one unless the status is 0.
 template <class Value>
 struct Answer {
-  OSErr status = noErr;
-  Value value{};
+  OSErr status = noErr;  // how the request ended
+  Value value{};         // what was answered
 
   bool operator==(const Answer&) const = default;
 };

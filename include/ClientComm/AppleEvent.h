@@ -15,12 +15,14 @@ namespace qbdkr {
 // A four-character code: the ASCII of its big-endian value.
 using FourCharCode = std::uint32_t;
 
+// Returns the code of four characters.
 consteval FourCharCode fourCharCode(const char (&text)[5]) {
   FourCharCode code = 0;
   for (int i = 0; i < 4; ++i) code = code << 8U | static_cast<unsigned char>(text[i]);
   return code;
 }
 
+// The types of descriptors: nothing, a text, a list, and the ways to address an application.
 inline constexpr FourCharCode typeNull = fourCharCode("null");
 inline constexpr FourCharCode typeUnicodeText = fourCharCode("utxt");
 inline constexpr FourCharCode typeAEList = fourCharCode("list");
@@ -28,14 +30,17 @@ inline constexpr FourCharCode typeApplicationBundleID = fourCharCode("bund");
 inline constexpr FourCharCode typeKernelProcessID = fourCharCode("kpid");
 inline constexpr FourCharCode typeProcessSerialNumber = fourCharCode("psn ");
 
+// The class, ID and keywords of an RPC event.
 inline constexpr FourCharCode kCoreEventClass = fourCharCode("aevt");
 inline constexpr FourCharCode kAECall = fourCharCode("call");
 inline constexpr FourCharCode keyDirectObject = fourCharCode("----");
 inline constexpr FourCharCode keyAddressAttr = fourCharCode("addr");
 
+// The identifiers of a new event.
 inline constexpr std::int16_t kAutoGenerateReturnID = -1;
 inline constexpr std::int32_t kAnyTransactionID = 0;
 
+// Whether a send waits for the reply, and how long.
 inline constexpr std::int32_t kAENoReply = 1;
 inline constexpr std::int32_t kAEWaitReply = 3;
 inline constexpr long kAEDefaultTimeout = -1;  // the platform's own limit
@@ -49,6 +54,7 @@ class QBDKR_EXPORT AppleEventDescriptor {
   // Makes the null descriptor.
   AppleEventDescriptor() = default;
 
+  // Make a descriptor of bytes, of a text, and of a list.
   static AppleEventDescriptor withBytes(FourCharCode type, std::string bytes) {
     return {type, std::move(bytes)};
   }
@@ -57,6 +63,7 @@ class QBDKR_EXPORT AppleEventDescriptor {
   }
   static AppleEventDescriptor list(std::vector<AppleEventDescriptor> items = {});
 
+  // Return the type, and the bytes: empty for a list.
   [[nodiscard]] FourCharCode descriptorType() const { return type_; }
   [[nodiscard]] const std::string& data() const { return bytes_; }
 
@@ -95,9 +102,11 @@ class QBDKR_EXPORT AppleEvent {
  public:
   // Makes an empty reply.
   AppleEvent() = default;
+  // Makes an event to a target.
   AppleEvent(FourCharCode eventClass, FourCharCode eventID, AppleEventDescriptor&& target,
              std::int16_t returnID, std::int32_t transactionID);
 
+  // Return what the event was made with; typeNull and no target for a reply.
   [[nodiscard]] FourCharCode eventClass() const { return eventClass_; }
   [[nodiscard]] FourCharCode eventID() const { return eventID_; }
   [[nodiscard]] const AppleEventDescriptor& target() const { return target_; }

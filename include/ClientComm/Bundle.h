@@ -11,6 +11,7 @@
 
 namespace qbdkr {
 
+// Keys of an information dictionary that the framework reads.
 inline constexpr std::string_view kCFBundleIdentifierKey = "CFBundleIdentifier";
 inline constexpr std::string_view kCFBundleNameKey = "CFBundleName";
 inline constexpr std::string_view kCFBundleVersionKey = "CFBundleVersion";

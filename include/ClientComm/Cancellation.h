@@ -36,6 +36,7 @@ class QBDKR_EXPORT Cancellation {
   // before their completions are called. Has no effect on a request that has ended.
   void cancel() const noexcept;
 
+  // Tells whether cancel() was called on a handle of these requests.
   [[nodiscard]] bool isCancelled() const noexcept;
 
  private:

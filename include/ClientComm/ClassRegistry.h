@@ -17,6 +17,7 @@ using ClassMaker = std::unique_ptr<QBHPAppEventBase> (*)();
 // name. Any thread; does not wait.
 QBDKR_EXPORT void registerClass(std::string_view className, ClassMaker maker);
 
+// Registers a class under its own name, kClassName. Its objects are made without arguments.
 template <class Service>
 void registerClass() {
   registerClass(Service::kClassName,

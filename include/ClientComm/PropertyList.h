@@ -20,11 +20,12 @@ class QBDKR_EXPORT PropertyList {
  public:
   // A point in time, in seconds since 2001-01-01T00:00:00Z.
   struct Date {
-    double seconds = 0;
+    double seconds = 0;  // before it: negative
     bool operator==(const Date&) const = default;
   };
+  // Bytes that are no text.
   struct Data {
-    std::string bytes;
+    std::string bytes;  // of any content
     bool operator==(const Data&) const = default;
   };
   // An integer in the range of property lists: -2^63 to 2^64-1.
@@ -43,6 +44,7 @@ class QBDKR_EXPORT PropertyList {
   // Keys and values in the order in which they were read or added.
   class QBDKR_EXPORT Dictionary {
    public:
+    // A key and its value.
     using Entry = std::pair<std::string, PropertyList>;
     Dictionary();
     Dictionary(std::initializer_list<Entry> entries);
@@ -63,6 +65,7 @@ class QBDKR_EXPORT PropertyList {
     // Reads the value of a key as PropertyList::text() does. Absent if the key is missing, too.
     [[nodiscard]] std::optional<std::string> text(std::string_view key) const;
 
+    // Return the number of entries, and walk through them in their order.
     [[nodiscard]] std::size_t size() const;
     [[nodiscard]] bool empty() const { return size() == 0; }
     [[nodiscard]] const Entry* begin() const;
@@ -73,9 +76,11 @@ class QBDKR_EXPORT PropertyList {
     std::vector<Entry> entries_;
   };
 
+  // One value of each type.
   using Value = std::variant<std::string, bool, Integer, double, Date, Data, Array, Dictionary>;
 
   PropertyList() = default;  // the empty string
+  // Make a value of a type.
   PropertyList(std::string text) : value_(std::move(text)) {}
   PropertyList(std::string_view text) : value_(std::string(text)) {}
   PropertyList(const char* text) : value_(std::string(text)) {}
@@ -89,6 +94,7 @@ class QBDKR_EXPORT PropertyList {
   PropertyList(Array array) : value_(std::move(array)) {}
   PropertyList(Dictionary dictionary) : value_(std::move(dictionary)) {}
 
+  // Return the value, to look at or to take away.
   [[nodiscard]] const Value& value() const& { return value_; }
   [[nodiscard]] Value&& value() && { return std::move(value_); }
 

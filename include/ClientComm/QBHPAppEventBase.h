@@ -19,8 +19,9 @@ class QBHPAppEventBase;
 
 // Describes one method that can be called by name.
 struct Method {
-  Selector selector;
-  std::size_t arity = 0;
+  Selector selector;      // its full name
+  std::size_t arity = 0;  // how many texts it takes
+  // Calls it on an object of its class.
   String (*invoke)(QBHPAppEventBase& object, std::span<const Text> arguments) = nullptr;
 };
 

@@ -15,8 +15,10 @@ namespace qbdkr {
 // Any thread.
 class QBDKR_EXPORT QBHPCustomerServiceByHelepr : public QBHPAppEventBase {
  public:
+  // The class name in RPC events.
   static constexpr std::string_view kClassName = "QBHPCustomerServiceByHelepr";
 
+  // Returns the service of this process, made on first use, never destroyed. Any thread.
   static QBHPCustomerServiceByHelepr& share();
 
   // Opens a request. The attachment is the path of a file, passed on unchecked.

@@ -18,8 +18,10 @@ namespace qbdkr {
 // deadline and be cancelled, and need not block. It throws std::bad_alloc. Any thread.
 class QBDKR_EXPORT QBHPGetDataByHelper : public QBHPAppEventBase {
  public:
+  // The class name in RPC events.
   static constexpr std::string_view kClassName = "QBHPGetDataByHelper";
 
+  // Returns the service of this process, made on first use, never destroyed. Any thread.
   static QBHPGetDataByHelper& share();
 
   // Returns the client identifier of this installation; absent if the answer is empty or missing.

@@ -27,6 +27,7 @@ class QBDKR_EXPORT QBHPHelperControlCallBackDelegate {
   [[nodiscard]] virtual bool respondsTo(Selector report) const;
 };
 
+// Hears of the end of the helper agent.
 class QBDKR_EXPORT QBHPWillHelperExitDelegate : public virtual QBHPHelperControlCallBackDelegate {
  public:
   // Called when the helper agent announces its exit.
@@ -35,6 +36,7 @@ class QBDKR_EXPORT QBHPWillHelperExitDelegate : public virtual QBHPHelperControl
       selector<&QBHPWillHelperExitDelegate::willHelperExit>("willHelperExit");
 };
 
+// Hears of the state of the helper agent's server.
 class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
     : public virtual QBHPHelperControlCallBackDelegate {
  public:
@@ -52,6 +54,7 @@ class QBDKR_EXPORT QBHPDidCheckServerOpenDelegate
 // status of QBHPAppleEventSender. Any thread.
 class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
  public:
+  // The class name in RPC events.
   static constexpr std::string_view kClassName = "QBHPHelperControl";
 
   // Returns the control of this process, made on first use, never destroyed. The first use installs
@@ -69,15 +72,19 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   void setHelperCtrlDelegate(QBHPHelperControlCallBackDelegate* delegate);
   [[nodiscard]] QBHPHelperControlCallBackDelegate* helperCtrlDelegate() const;
 
+  // Tells the helper agent that this product has started.
   OSErr start(Text productID, Text prodeuctVersion);
   static constexpr auto kStart = selector<&QBHPHelperControl::start>("start:prodeuctVersion:");
 
+  // Tells it that this product ends.
   OSErr stop(Text productID, Text prodeuctVersion);
   static constexpr auto kStop = selector<&QBHPHelperControl::stop>("stop:prodeuctVersion:");
 
+  // Asks it to show what it shows to the user.
   OSErr show(Text productID, Text prodeuctVersion);
   static constexpr auto kShow = selector<&QBHPHelperControl::show>("show:prodeuctVersion:");
 
+  // Asks it to hide that.
   OSErr hide(Text productID, Text prodeuctVersion);
   static constexpr auto kHide = selector<&QBHPHelperControl::hide>("hide:prodeuctVersion:");
 
@@ -86,6 +93,7 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   static constexpr auto kIsAlive =
       selector<&QBHPHelperControl::isAlive>("isAlive:prodeuctVersion:");
 
+  // Asks it to end.
   OSErr exitHelper(Text productID, Text productVersion);
   static constexpr auto kExitHelper =
       selector<&QBHPHelperControl::exitHelper>("exitHelper:productVersion:");
@@ -96,7 +104,6 @@ class QBDKR_EXPORT QBHPHelperControl : public QBHPAppEventBase {
   OSErr helperExitNotify(Text text);
   static constexpr auto kHelperExitNotify =
       selector<&QBHPHelperControl::helperExitNotify>("helperExitNotify:");
-
   OSErr checkServerOpenCallBack(Text text, Text open, Text errorCode, Text errorMessage);
   static constexpr auto kCheckServerOpenCallBack =
       selector<&QBHPHelperControl::checkServerOpenCallBack>("checkServerOpenCallBack::::");

@@ -12,11 +12,12 @@ namespace qbdkr {
 
 // Holds an error that the helper agent reported.
 struct Error {
-  std::string domain;
-  std::int32_t code = 0;
-  std::map<std::string, std::string> userInfo;
+  std::string domain;                           // HelperCommunicateErrorDomain
+  std::int32_t code = 0;                        // of the helper agent, not 0 in a report
+  std::map<std::string, std::string> userInfo;  // HelperCommunicateErrorDescription: the message
 };
 
+// The domain of such errors, and the key of their message.
 inline constexpr const char* HelperCommunicateErrorDomain = "HelperCommunicateErrorDomain";
 inline constexpr const char* HelperCommunicateErrorDescription =
     "HelperCommunicateErrorDescription";

@@ -24,10 +24,13 @@ QBDKR_EXPORT void GetBSDProcessList(ProcessRecord** procList, std::size_t* procC
 // system's files.
 class QBDKR_EXPORT QBHPProcessList {
  public:
+  // The keys and texts of one process.
   using Entry = std::map<std::string, std::string>;
 
+  // Returns the list of this process, made on first use, never destroyed.
   static QBHPProcessList& share();
 
+  // Makes a further one, which is the same.
   QBHPProcessList();
 
   // Returns one entry per process, in kernel order: "pname" is the name of its application or else

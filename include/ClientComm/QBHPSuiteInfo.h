@@ -16,6 +16,7 @@ class QBDKR_EXPORT QBHPSuiteInfo {
   [[nodiscard]] static QBHPSuiteInfo initWithDate(Text date, std::int32_t width,
                                                   std::int32_t height);
 
+  // Return what the value was made of.
   [[nodiscard]] const String& URL() const { return url_; }
   [[nodiscard]] std::int32_t width() const { return width_; }
   [[nodiscard]] std::int32_t height() const { return height_; }

@@ -26,6 +26,7 @@ class QBDKR_EXPORT QBHPProductUpgradeCallBackDelegate {
   [[nodiscard]] virtual bool respondsTo(Selector report) const;
 };
 
+// Is asked whether the product is ready to be upgraded.
 class QBDKR_EXPORT QBHPProductWillUpgradeDelegate
     : public virtual QBHPProductUpgradeCallBackDelegate {
  public:
@@ -43,6 +44,7 @@ class QBDKR_EXPORT QBHPProductWillUpgradeDelegate
 // Requests post and return at once, with a status of QBHPAppleEventSender. Any thread.
 class QBDKR_EXPORT QBHPUpgradeByHelper : public QBHPAppEventBase {
  public:
+  // The class name in RPC events.
   static constexpr std::string_view kClassName = "QBHPUpgradeByHelper";
 
   // Returns the service of this process, as QBHPHelperControl::share() does.

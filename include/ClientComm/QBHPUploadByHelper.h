@@ -30,8 +30,10 @@ enum class CollectionType : std::int32_t {
 // deadline and be cancelled, and need not block. Any thread; throw std::bad_alloc.
 class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
  public:
+  // The class name in RPC events.
   static constexpr std::string_view kClassName = "QBHPUploadByHelper";
 
+  // Returns the service of this process, made on first use, never destroyed. Any thread.
   static QBHPUploadByHelper& share();
 
   // Upload a log, a file of the user, a file of the product. The path is passed on unchanged.
@@ -39,12 +41,10 @@ class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
                   Text description);
   static constexpr auto kUploadLog = selector<&QBHPUploadByHelper::uploadLog>(
       "uploadLog:versionID:email:filePath:title:description:");
-
   OSErr uploadUserFile(Text productID, Text versionID, Text email, Text filePath, Text title,
                        Text description);
   static constexpr auto kUploadUserFile = selector<&QBHPUploadByHelper::uploadUserFile>(
       "uploadUserFile:versionID:email:filePath:title:description:");
-
   OSErr uploadProductFile(Text productID, Text versionID, Text email, Text filePath, Text title,
                           Text description);
   static constexpr auto kUploadProductFile = selector<&QBHPUploadByHelper::uploadProductFile>(
@@ -74,7 +74,6 @@ class QBDKR_EXPORT QBHPUploadByHelper : public QBHPAppEventBase {
   static constexpr auto kRegSuiteInfo =
       selector<&QBHPUploadByHelper::regSuiteInfo>("regSuiteInfo:version:");
   [[nodiscard]] Request<String> askRegSuiteInfo(Text productID, Text version) const;
-
   String unRegSuiteInfo(Text productID, Text version);
   static constexpr auto kUnRegSuiteInfo =
       selector<&QBHPUploadByHelper::unRegSuiteInfo>("unRegSuiteInfo:version:");

@@ -13,6 +13,7 @@ namespace qbdkr {
 // with a dot or a number is newer than one that ends there; one that continues with letters is a
 // pre-release, and older. Each UTF-16 unit counts as one character. Any thread; does not block.
 
+// The classes of characters, of which a run is made.
 enum class CharacterType { digit = 0, other = 1, dot = 2 };
 
 // Returns the class of a string's first character; a dot counts as one only if it is alone. Throws

@@ -53,10 +53,10 @@ enum class StepKind : std::uint8_t {
 
 // A step in the record of this process.
 struct RecordedStep {
-  StepKind kind{};
+  StepKind kind{};                             // of the step
   std::chrono::system_clock::time_point time;  // of the last one, if it was repeated
   std::uint32_t count = 1;                     // how often it came in a row
-  std::int64_t number = 0;
+  std::int64_t number = 0;                     // as the kind says
   // Valid UTF-8 in one line each. Long ones are cut in the middle.
   std::string subject;
   std::string detail;

@@ -43,6 +43,7 @@ class QBDKR_EXPORT TextRequest {
 template <class Value>
 class Request {
  public:
+  // Reads the value from the text that is answered.
   using Read = std::function<Answer<Value>(Answer<String>)>;
 
   // Makes a request whose value is read from the text that is answered, as readBy() does.

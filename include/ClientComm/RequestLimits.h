@@ -11,6 +11,7 @@ namespace qbdkr {
 // Limits a request that has an answer. Without limits it ends when the helper agent answers or goes
 // away, or the bus does.
 struct RequestLimits {
+  // The clock of deadlines, which does not stand still or jump.
   using Clock = std::chrono::steady_clock;
 
   // The time at which the request ends with errAETimeout. One that has passed already sends

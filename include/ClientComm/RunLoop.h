@@ -28,6 +28,7 @@ class QBDKR_EXPORT RunLoopTimer {
 // descriptors.
 class QBDKR_EXPORT RunLoop {
  public:
+  // A function that runs on the loop's thread; one of a timer gets that.
   using Task = std::function<void()>;
   using TimerTask = std::function<void(const RunLoopTimer&)>;
 

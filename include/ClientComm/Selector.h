@@ -41,6 +41,7 @@ class Selector {
     return Selector(text);
   }
 
+  // Returns the name.
   [[nodiscard]] constexpr std::string_view text() const { return text_; }
 
  private:
@@ -48,6 +49,7 @@ class Selector {
   std::string_view text_;
 };
 
+// Makes the selector of a member function from its full name: see Selector::of().
 template <auto Member>
 consteval Selector selector(std::string_view text) {
   return Selector::of<Member>(text);

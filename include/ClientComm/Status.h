@@ -8,6 +8,7 @@ namespace qbdkr {
 // Event Manager, on every platform. QBHPAppleEventSender.h says when a send returns each.
 using OSErr = std::int16_t;
 
+// The statuses that a request can have.
 inline constexpr OSErr noErr = 0;
 inline constexpr OSErr paramErr = -50;                // the event or its target is invalid
 inline constexpr OSErr userCanceledErr = -128;        // the caller cancelled the request

@@ -10,10 +10,10 @@ struct Finding {
   // an effect that is likely not meant. A note tells a state, as that nothing runs.
   enum class Severity { ok, note, warning, error };
 
-  Severity severity = Severity::ok;
-  std::string subject;  // a stable name for programs, as "helper-identity"
-  std::string text;     // one sentence, with the key, path or process
-  std::string remedy;   // one sentence; empty if none is needed
+  Severity severity = Severity::ok;  // of this result
+  std::string subject;               // a stable name for programs, as "helper-identity"
+  std::string text;                  // one sentence, with the key, path or process
+  std::string remedy;                // one sentence; empty if none is needed
 };
 
 }  // namespace qbdkr

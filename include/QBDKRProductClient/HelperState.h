@@ -23,8 +23,8 @@ namespace qbdkr {
 // copy that is complete is still flushed to the disk. A copy that fails is followed by the next
 // state that is found.
 struct HelperInstalling {
-  std::uint64_t bytesDone = 0;
-  std::uint64_t bytesTotal = 0;
+  std::uint64_t bytesDone = 0;   // copied so far
+  std::uint64_t bytesTotal = 0;  // to copy; 0: unknown
 
   bool operator==(const HelperInstalling&) const = default;
 };
@@ -56,7 +56,7 @@ struct HelperLost {
 // 60 s. Under supervision also told for one that keeps being lost: supervision waits until then,
 // and only a check or a request that comes earlier starts it before. A later time may follow.
 struct HelperPaused {
-  std::chrono::steady_clock::time_point until;
+  std::chrono::steady_clock::time_point until;  // the end of the pause
 
   bool operator==(const HelperPaused&) const = default;
 };
@@ -74,6 +74,7 @@ struct HelperClosed {
   bool operator==(const HelperClosed&) const = default;
 };
 
+// One of the states.
 using HelperState = std::variant<HelperInstalling, HelperLaunching, HelperRunning, HelperLost,
                                  HelperPaused, HelperReplaced, HelperClosed>;
 

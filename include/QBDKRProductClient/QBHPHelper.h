@@ -39,8 +39,8 @@ class QBDKR_EXPORT QBHPHelper {
   // process that ends next calls QBHPAppleEventSender::flush() first, or the request may be lost.
   void stopHelper();
 
-  // The members below forward to the communicator, which documents them. Those without a result
-  // drop the status.
+  // --- Calls of the communicator, which documents them ------------------------------------------
+  // Those without a result drop the status.
 
   // Post their request and return. The first one and the three collectors read the settings, as
   // QBHPHelperCommunicate::collectDataPID() does.
@@ -71,6 +71,8 @@ class QBDKR_EXPORT QBHPHelper {
   // free. An absent or empty identifier is ignored.
   void setDataCollectPID(Text productID);
   void setTipsEnable(bool enable);
+
+  // --- The timer --------------------------------------------------------------------------------
 
   // Does what a tick of the given timer does: startHelper() if it is the timer in use, else
   // nothing.

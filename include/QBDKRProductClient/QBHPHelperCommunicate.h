@@ -35,6 +35,7 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
                                            public QBHPWillHelperExitDelegate,
                                            public QBHPDidCheckServerOpenDelegate {
  public:
+  // The class name, as for a service class.
   static constexpr std::string_view kClassName = "QBHPHelperCommunicate";
 
   // The status of a liveness check if the helper agent's server is switched off.

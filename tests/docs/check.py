@@ -1,14 +1,18 @@
-"""Compares the pages with the tree: check.py links|contract ROOT.
+"""Compares the pages with the tree: check.py links|contract|calls|reference ROOT.
 
 links     every link between pages leads to a file, and to a heading in it
 contract  docs/rpc-events.md and the headers of ClientComm name the same methods of the same classes,
           and the page gives each as many arguments as its name has colons; it has the names that
           stand on the bus
+calls     docs/calls.md names the calls of the two classes of a host, each in the right column
+reference Doxygen finds each public symbol documented
 """
 
 import pathlib
 import re
+import subprocess
 import sys
+import tempfile
 
 mode, root = sys.argv[1], pathlib.Path(sys.argv[2])
 
@@ -86,6 +90,37 @@ def contract():
         yield f"only {len(names)} names of the bus were found"
 
 
-wrong = list({"links": links, "contract": contract}[mode]())
+def calls_of_header(name):
+    text = (root / f"include/QBDKRProductClient/{name}.h").read_text()
+    public = text.split(" public:")[1].split(" protected:")[0]
+    public = re.sub(r"//.*|static constexpr[^;]*;|operator\b.*", "", public)
+    return set(re.findall(r"[ &*](\w+)\([^;]*\)", public)) - {name, "className"}
+
+
+def calls():
+    page = prose(root / "docs/calls.md")
+    columns = {"QBHPHelper": set(), "QBHPHelperCommunicate": set()}
+    for names, *marks in re.findall(r"^\|[^|]*\|([^|]*)\| *(F?) *\| *(C?) *\|", page, re.MULTILINE):
+        for name, mark in zip(columns, marks):
+            if mark:
+                columns[name] |= set(re.findall(r"(\w+)\(\)", names))
+    columns["QBHPHelperCommunicate"] |= {"share", "getProductUpgradeDelegate"}  # in the text
+    for name, named in columns.items():
+        for call in sorted(named ^ calls_of_header(name)):
+            yield f"{name}::{call}() stands {'on the page' if call in named else 'in the header'} alone"
+
+
+def reference():
+    settings = (root / "docs/api/Doxyfile").read_text()
+    with tempfile.TemporaryDirectory() as output:
+        run = subprocess.run(["doxygen", "-"], cwd=root, text=True, capture_output=True, check=True,
+                             input=f"{settings}\nOUTPUT_DIRECTORY = {output}\n")
+        pages = list(pathlib.Path(output, "html").glob("*.html"))
+    yield from run.stderr.splitlines()
+    if len(pages) < 100:
+        yield f"only {len(pages)} pages were made"
+
+
+wrong = list({"links": links, "contract": contract, "calls": calls, "reference": reference}[mode]())
 print("\n".join(wrong))
 sys.exit(bool(wrong))
