@@ -1,8 +1,8 @@
 """Prints a header with its comments as Doxygen reads them.
 
 A comment stands for the declarations that follow it, up to an empty line or the next comment. A
-heading "--- Title ---" begins a group, and the comment below it tells what its members share. What
-Doxygen would take for commands and tags is text. A comparison that has no comment compares contents.
+heading "--- Title ---" begins a group, and the comment below it is that of the group. Commands and
+tags of Doxygen are plain text here. A comparison that has no comment compares contents.
 Deleted functions are left out.
 """
 

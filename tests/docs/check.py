@@ -29,7 +29,7 @@ def anchors(page):
 
 def links():
     pages = [root / "README.md", root / "CONTRIBUTING.md", root / "CHANGELOG.md",
-             root / "Platform/README.md", *(root / "docs").glob("*.md")]
+             root / "SECURITY.md", root / "Platform/README.md", *(root / "docs").glob("*.md")]
     count = 0
     for page in pages:
         text = prose(page)
