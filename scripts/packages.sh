@@ -1,5 +1,5 @@
-# Debian and Ubuntu packages that the scripts need, and the functions that install them. Sourced,
-# not run.
+# Debian and Ubuntu packages that the scripts need, and the functions that install them. Sourced by
+# common.sh.
 
 build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
 sample_packages="libsqlite3-dev libssl-dev"
@@ -56,19 +56,5 @@ need_packages() {
     rm -f "$log"
     exit 1
   }
-  rm -f "$log"
-}
-
-# build PRESET [TARGET...]: configures and builds quietly; shows the output on failure.
-build() {
-  local preset=$1 log
-  shift
-  [ $# -gt 0 ] || set -- all
-  log=$(mktemp)
-  if ! { cmake --preset "$preset" && cmake --build "build/$preset" --target "$@"; } >"$log" 2>&1; then
-    cat "$log" >&2
-    rm -f "$log"
-    exit 1
-  fi
   rm -f "$log"
 }
