@@ -85,7 +85,7 @@ run(${isolated} ${WORK}/host)
 check_output()
 
 # The code in the README and on the page for helper agents makes up a complete project.
-run(python3 ${README_PROJECT} ${ROOT} ${WORK}/readme)
+run(python3 -B ${README_PROJECT} make ${ROOT} ${WORK}/readme)
 run(${COMPILER} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I${prefix}/include
     ${WORK}/readme/limits.cpp ${WORK}/readme/states.cpp)
 run(${CMAKE_COMMAND} -S ${WORK}/readme -B ${WORK}/readme/build -G Ninja
@@ -95,3 +95,5 @@ set(helper ${WORK}/readme/build/bundles/PhotoTool.app/Contents/Resources/AcmeHel
 if(NOT EXISTS ${helper}/Linux/AcmeHelper OR NOT EXISTS ${helper}/Frameworks)
   message(FATAL_ERROR "the README's host carries no helper agent")
 endif()
+# Its host prints what its helper agent answers.
+run(python3 -B ${README_PROJECT} run ${WORK}/readme)

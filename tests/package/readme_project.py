@@ -1,13 +1,14 @@
-"""Makes a project of the code that the pages show: readme_project.py ROOT DIRECTORY"""
+"""Makes a project of the code that the pages show, and runs it when it is built:
+readme_project.py make ROOT DIRECTORY | run DIRECTORY"""
 
 import pathlib
 import re
 import sys
 
-root, directory = map(pathlib.Path, sys.argv[1:3])
+import first_run
 
 
-def block(page, language, begins_with):
+def block(root, page, language, begins_with):
     found = re.search(f"```{language}\n({re.escape(begins_with)}.*?)```",
                       (root / page).read_text(), re.DOTALL)
     if found is None:
@@ -15,16 +16,29 @@ def block(page, language, begins_with):
     return found[1]
 
 
-host_plist = block("README.md", "xml", "<?xml")
-directory.mkdir(parents=True, exist_ok=True)
-for name, text in {
-    "CMakeLists.txt": block("README.md", "cmake", "cmake_minimum_required"),
-    "host.cpp": block("README.md", "cpp", "#include <chrono>"),
-    "helper.cpp": block("docs/helper-agents.md", "cpp", "#include <array>"),
-    "limits.cpp": block("docs/reference.md", "cpp", "#include <chrono>"),
-    "states.cpp": block("docs/reference.md", "cpp", "#include <iostream>"),
-    "Host.plist": host_plist,
-    "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
-        ">PhotoTool<", ">AcmeHelper<"),
-}.items():
-    (directory / name).write_text(text)
+def make(root, directory):
+    host_plist = block(root, "README.md", "xml", "<?xml")
+    directory.mkdir(parents=True, exist_ok=True)
+    for name, text in {
+        "CMakeLists.txt": block(root, "README.md", "cmake", "cmake_minimum_required"),
+        "host.cpp": block(root, "README.md", "cpp", "#include <chrono>"),
+        "helper.cpp": block(root, "docs/helper-agents.md", "cpp", "#include <array>"),
+        "limits.cpp": block(root, "docs/reference.md", "cpp", "#include <chrono>"),
+        "states.cpp": block(root, "docs/reference.md", "cpp", "#include <iostream>"),
+        "Host.plist": host_plist,
+        "Helper.plist": host_plist.replace("com.Acme.PhotoTool", "com.Acme.Helper").replace(
+            ">PhotoTool<", ">AcmeHelper<"),
+        "NetworkError.html": "<p>No network</p>\n",
+    }.items():
+        (directory / name).write_text(text)
+
+
+def run(directory):
+    home = directory.resolve() / "home"
+    lines, code = first_run.first_run(directory / "build/bundles/PhotoTool.app", home, 1)
+    page = home / ".local/share/Acme/AcmeHelper.app/Contents/Resources/NetworkError.html"
+    if lines != [str(page)] or code != 0:
+        sys.exit(f"the README's host ends with {code}, and prints {lines} instead of {page}")
+
+
+{"make": make, "run": run}[sys.argv[1]](*map(pathlib.Path, sys.argv[2:]))
