@@ -17,9 +17,9 @@
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
 #include "support/OrdinaryUser.h"
+#include "support/PageHelpers.h"
 #include "support/Patience.h"
 #include "support/Programs.h"
-#include "support/PythonHelper.h"
 #include "support/Scene.h"
 #include "tool/ToolRun.h"
 #include "tools/qbhp/HeldSignals.h"
@@ -84,8 +84,8 @@ struct Change {
 };
 
 const std::vector<Change> changes{
-    {{{"own_name = identifier_of(os.readlink(\"/proc/self/exe\"))",
-       "own_name = \"com.Acme.PyHelper\""},
+    {{{"own_identifier = identifier_of(os.readlink(\"/proc/self/exe\"))",
+       "own_identifier = \"com.Acme.PyHelper\""},
       {"\"$here/python3\"", "/usr/bin/python3"}},
      {"identity", "start", "exit-report", "sigterm-report"},
      true},
@@ -98,6 +98,10 @@ const std::vector<Change> changes{
      {"flush"}},
     {{{"            print(f\"{method_name}: {error}\", file=sys.stderr)\n",
        "            os._exit(3)\n"}},
+     {"more-arguments", "many-arguments"}},
+    {{{"            arguments += [", "            [] + ["},
+      {"            print(f\"{method_name}: {error}\", file=sys.stderr)\n",
+       "            os._exit(3)\n"}},
      {"more-arguments", "fewer-arguments", "many-arguments"}},
     {{{"            if host is not None and request is not None:\n",
        "            if request is None and \"o\" + \"Such\" in class_name + method_name:\n"
@@ -106,7 +110,7 @@ const std::vector<Change> changes{
      {"unknown-class", "unknown-method"}},
     {{{"if host is not None and request", "if request"}}, {"stranger"}},
     {{{"        for interface in Gio.DBusNodeInfo",
-       "        Gio.bus_own_name_on_connection(self.bus, name, 0, None, None)\n"
+       "        Gio.bus_own_name_on_connection(self.bus, self.identifier, 0, None, None)\n"
        "        self.bus.call_sync(\"org.freedesktop.DBus\", \"/\", \"org.freedesktop.DBus\",\n"
        "                           \"GetId\", None, None, 0, -1)\n"
        "        time.sleep(0.5)\n"
@@ -175,6 +179,12 @@ TEST_F(ToolCheckHelper, CatchesEachFaultByItsCheck) {
 
 TEST_F(ToolCheckHelper, AcceptsTheHelperAgentInPython) {
   const auto result = check(makePythonHelper(directory.path(), "com.Acme.PyHelper").path());
+  EXPECT_EQ(result.code, 0) << result.output << result.errors;
+  EXPECT_EQ(result.json()["skipped"], 1) << result.output;  // the page, which is not there
+}
+
+TEST_F(ToolCheckHelper, AcceptsTheHelperAgentInC) {
+  const auto result = check(makeCHelper(directory.path(), "com.Acme.CHelper").path());
   EXPECT_EQ(result.code, 0) << result.output << result.errors;
 }
 

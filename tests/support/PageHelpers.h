@@ -8,9 +8,14 @@
 
 namespace qbdkr::test {
 
-// Makes DIRECTORY/PyHelper.app: the helper agent in Python from docs/helper-agents.md, with an
-// interpreter of its own. CHANGED may alter its two texts, the script and the program.
+// Make the helper agents from docs/helper-agents.md, in DIRECTORY.
+
+// Makes PyHelper.app, with an interpreter of its own. CHANGED may alter its two texts, the script
+// and the program.
 TestBundle makePythonHelper(const std::filesystem::path& directory, const std::string& identifier,
                             const std::function<void(std::string& text)>& changed = {});
+
+// Makes CHelper.app.
+TestBundle makeCHelper(const std::filesystem::path& directory, const std::string& identifier);
 
 }  // namespace qbdkr::test

@@ -1,4 +1,4 @@
-#include "support/PythonHelper.h"
+#include "support/PageHelpers.h"
 
 #include <stdexcept>
 
@@ -40,6 +40,15 @@ TestBundle makePythonHelper(const fs::path& directory, const std::string& identi
   fs::copy_file("/usr/bin/python3", programs / "python3");
   writeFile(helper.resources() / "helper.py", script);
   return helper;
+}
+
+TestBundle makeCHelper(const fs::path& directory, const std::string& identifier) {
+  return {directory,
+          "CHelper",
+          {{"CFBundleIdentifier", identifier},
+           {"CFBundleVersion", "1.0"},
+           {"CFBundleExecutable", "CHelper"}},
+          QBDKR_C_HELPER};
 }
 
 }  // namespace qbdkr::test
