@@ -1,10 +1,11 @@
-"""Compares the pages with the tree: check.py links|contract|calls|reference ROOT.
+"""Compares the pages with the tree: check.py links|contract|calls|python|reference ROOT.
 
 links     every link between pages leads to a file, and to a heading in it
 contract  docs/rpc-events.md and the headers of ClientComm name the same methods of the same classes,
           and the page gives each as many arguments as its name has colons; it has the names that
           stand on the bus
 calls     docs/calls.md names the calls of the two classes of a host, each in the right column
+python    docs/helper-agents.md and the template of a product have the same helper agent in Python
 reference Doxygen finds each public symbol documented
 """
 
@@ -121,6 +122,15 @@ def reference():
         yield f"only {len(pages)} pages were made"
 
 
-wrong = list({"links": links, "contract": contract, "calls": calls, "reference": reference}[mode]())
+def python():
+    page = (root / "docs/helper-agents.md").read_text()
+    for language, name in (("python", "helper.py"), ("sh", "program.sh")):
+        shown = re.search(f"```{language}\n(.*?)```", page, re.DOTALL)[1]
+        if shown != (root / "tools/qbhp/template/python/helper" / name).read_text():
+            yield f"docs/helper-agents.md shows another {name} than the template has"
+
+
+wrong = list({"links": links, "contract": contract, "calls": calls, "python": python,
+              "reference": reference}[mode]())
 print("\n".join(wrong))
 sys.exit(bool(wrong))

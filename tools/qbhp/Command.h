@@ -76,6 +76,7 @@ void addCheckHelper(Commands& commands);
 void addDefaults(Commands& commands);
 void addDoctor(Commands& commands);
 void addEvents(Commands& commands);
+void addNewProduct(Commands& commands);
 void addProcesses(Commands& commands);
 void addPropertyLists(Commands& commands);
 void addVersions(Commands& commands);

@@ -76,6 +76,7 @@ int main(int argc, char** argv) {
     qbdkr::tool::addPropertyLists(commands);
     qbdkr::tool::addDefaults(commands);
     qbdkr::tool::addVersions(commands);
+    qbdkr::tool::addNewProduct(commands);
     return run(tool, commands, {argv + std::min(argc, 1), argv + argc});
   } catch (const std::exception& error) {
     std::cerr << "qbhp: " << error.what() << '\n';

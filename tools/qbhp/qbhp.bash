@@ -18,9 +18,9 @@ _qbhp() {
     --type) mapfile -t COMPREPLY < <(compgen -W "string flag integer real date data" -- "$word"); return ;;
     --to) mapfile -t COMPREPLY < <(compgen -W "xml text" -- "$word"); return ;;
     --is) mapfile -t COMPREPLY < <(compgen -W "older same newer" -- "$word"); return ;;
-    --as) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
+    --as | --directory) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
     -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
-    --timeout | --class | --method | --count | --for) return ;;
+    --identifier | --timeout | --class | --method | --count | --for) return ;;
     --junit) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     --only)
       mapfile -t COMPREPLY < <(compgen -W "$("${COMP_WORDS[0]}" check-helper --list 2>/dev/null | sed -n 's/^\([a-z-]*\)  .*/\1/p')" -- "$word")
@@ -28,7 +28,7 @@ _qbhp() {
   esac
 
   case "$command" in
-    "") options="--help --version" group="doctor ps check-helper send ask watch plist strings defaults versions" ;;
+    "") options="--help --version" group="doctor ps check-helper send ask watch plist strings defaults versions new-product" ;;
     plist | strings) options="--help" group="read write convert" ;;
     defaults) options="--help" group="read write" ;;
     doctor) options="--help --live --json" ;;
@@ -37,6 +37,7 @@ _qbhp() {
     send | ask) options="--help --timeout --as --json" ;;
     watch) options="--help --class --method --count --for --wide --redact --json" ;;
     versions) options="--help --is --json" ;;
+    new-product) options="--help --identifier --directory --python" ;;
     "plist write") options="--help --type --drop-comments" ;;
     "strings write") options="--help --drop-comments" ;;
     "defaults write") options="--help --type" ;;
