@@ -17,6 +17,7 @@ void stop(int /*signal*/) { qbdkr::RunLoop::main().stop(); }
 // Asks the helper agent, and waits for its answers.
 void greet() {
   auto& helper = qbdkr::QBHPHelperCommunicate::share();
+  helper.extractHelper();  // first, or an older one might be asked that is just being replaced
   if (!helper.launchHelepr()) {
     std::cout << "The helper agent is not there.\n" << helper.diagnose().text() << std::endl;
     return;
