@@ -2,8 +2,12 @@
 # carry in their own Frameworks folder; elsewhere it is a versioned shared library. The public headers
 # of TARGET are those of include/TARGET, included as <TARGET/NAME.h> on both systems.
 #
-#   qbdkr_shared_library(TARGET)
+#   qbdkr_shared_library(TARGET [EXPORTED <version script of what it exports>])
 function(qbdkr_shared_library target)
+  cmake_parse_arguments(PARSE_ARGV 1 LIBRARY "" "EXPORTED" "")
+  if(NOT LIBRARY_EXPORTED)
+    set(LIBRARY_EXPORTED ${PROJECT_SOURCE_DIR}/cmake/Exported.map)
+  endif()
   set_target_properties(${target} PROPERTIES
     VERSION ${PROJECT_VERSION}
     SOVERSION ${PROJECT_VERSION_MAJOR}.${PROJECT_VERSION_MINOR}  # before 1.0 each minor version breaks
@@ -27,6 +31,8 @@ function(qbdkr_shared_library target)
   if(CMAKE_SYSTEM_NAME STREQUAL "Linux")
     # Threads of the framework outlast a dlclose().
     target_link_options(${target} PRIVATE -Wl,-z,nodelete)
+    target_link_options(${target} PRIVATE -Wl,--version-script=${LIBRARY_EXPORTED})
+    set_property(TARGET ${target} APPEND PROPERTY LINK_DEPENDS ${LIBRARY_EXPORTED})
   endif()
 endfunction()
 
