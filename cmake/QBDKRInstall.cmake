@@ -1,27 +1,32 @@
 # Installs the two libraries, their public headers, and the files by which CMake and pkg-config find
-# them. On macOS the libraries are frameworks.
+# them. On macOS the libraries are frameworks. A component is the contents of one package, see
+# QBDKRPackages.cmake; all of them together are installed by default.
 include(CMakePackageConfigHelpers)
+set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QBDKRProductClient)
 
-set(libraries ClientComm QBDKRProductClient)
+# qbdkr_install_libraries(EXPORT COMPONENT DEVELOPMENT_COMPONENT TARGETS...)
+function(qbdkr_install_libraries export component development)
+  install(TARGETS ${ARGN}
+    EXPORT ${export}
+    LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR} COMPONENT ${component} NAMELINK_COMPONENT ${development}
+    FRAMEWORK DESTINATION Library/Frameworks COMPONENT ${component})
+  install(EXPORT ${export} NAMESPACE QBDKRProductClient:: DESTINATION ${package_dir} COMPONENT ${development})
+endfunction()
+
+qbdkr_install_libraries(QBDKRProductClientTargets libraries development ClientComm QBDKRProductClient)
 if(TARGET QBDKRProductClientObjC)
-  list(APPEND libraries QBDKRProductClientObjC)
+  qbdkr_install_libraries(QBDKRProductClientObjCTargets objc objcdevelopment QBDKRProductClientObjC)
 endif()
-install(TARGETS ${libraries}
-  EXPORT QBDKRProductClientTargets
-  LIBRARY DESTINATION ${CMAKE_INSTALL_LIBDIR}
-  FRAMEWORK DESTINATION Library/Frameworks)
 
 # A framework carries its own headers. A host that does not use frameworks needs one folder with both.
 # The headers of the Objective-C face stay beside them on a Mac as well, with a module map of their own.
-set(without_objective_c PATTERN QBDKRProductClientObjC EXCLUDE)
+install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT development
+  FILES_MATCHING PATTERN "*.h" PATTERN QBDKRProductClientObjC EXCLUDE)
 if(QBDKR_HAS_OBJECTIVE_C)
-  set(without_objective_c)
+  install(DIRECTORY include/QBDKRProductClientObjC DESTINATION ${CMAKE_INSTALL_INCLUDEDIR} COMPONENT objcdevelopment
+    FILES_MATCHING PATTERN "*.h" PATTERN "module.modulemap")
 endif()
-install(DIRECTORY include/ DESTINATION ${CMAKE_INSTALL_INCLUDEDIR}
-  FILES_MATCHING PATTERN "*.h" PATTERN "module.modulemap" ${without_objective_c})
 
-set(package_dir ${CMAKE_INSTALL_LIBDIR}/cmake/QBDKRProductClient)
-install(EXPORT QBDKRProductClientTargets NAMESPACE QBDKRProductClient:: DESTINATION ${package_dir})
 configure_package_config_file(cmake/QBDKRProductClientConfig.cmake.in
   ${PROJECT_BINARY_DIR}/QBDKRProductClientConfig.cmake INSTALL_DESTINATION ${package_dir})
 write_basic_package_version_file(${PROJECT_BINARY_DIR}/QBDKRProductClientConfigVersion.cmake
@@ -31,7 +36,7 @@ install(FILES
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfigVersion.cmake
     cmake/QBDKRBundle.cmake
     cmake/QBDKRPropertyList.cmake
-  DESTINATION ${package_dir})
+  DESTINATION ${package_dir} COMPONENT development)
 
 if(APPLE)
   return()  # frameworks are not linked by name and path
@@ -41,5 +46,5 @@ file(RELATIVE_PATH prefix_from_pkgconfig
   ${CMAKE_INSTALL_FULL_LIBDIR}/pkgconfig ${CMAKE_INSTALL_PREFIX})
 foreach(library IN ITEMS ClientComm QBDKRProductClient)
   configure_file(cmake/${library}.pc.in ${PROJECT_BINARY_DIR}/${library}.pc @ONLY)
-  install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
+  install(FILES ${PROJECT_BINARY_DIR}/${library}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig COMPONENT development)
 endforeach()

@@ -84,6 +84,20 @@ run(${COMPILER} ${CONSUMER}/host.cpp -o ${WORK}/host ${flags} ${options} -Wl,-rp
 run(${isolated} ${WORK}/host)
 check_output()
 
+# A program that links statically needs the libraries behind ours.
+foreach(package IN ITEMS ClientComm QBDKRProductClient)
+  run(pkg-config --static --libs ${package})
+  foreach(library IN ITEMS systemd expat utf8proc)
+    if(NOT output MATCHES "-l${library}( |\n|$)")
+      message(FATAL_ERROR "pkg-config --static --libs ${package} lacks ${library}: ${output}")
+    endif()
+  endforeach()
+  run(pkg-config --libs ${package})
+  if(output MATCHES "systemd")
+    message(FATAL_ERROR "pkg-config --libs ${package} links what only the libraries need: ${output}")
+  endif()
+endforeach()
+
 # The code in the README and on the page for helper agents makes up a complete project.
 run(python3 -B ${README_PROJECT} make ${ROOT} ${WORK}/readme)
 run(${COMPILER} -std=c++20 -fsyntax-only -Wall -Wextra -Wpedantic -Werror -I${prefix}/include
