@@ -7,6 +7,7 @@
 #     LIBRARIES  <targets of the shared libraries that go along>...
 #     [RESOURCES <files or folders that go among the resources>...]
 #     [HELPER    <target of another bundle that goes among the resources>]
+#     [SELF_CONTAINED]
 #     [UNCHECKED])
 #
 # makes NAME.app from an executable target, with the shared libraries it needs inside: the bundle can
@@ -21,6 +22,9 @@
 # On a Mac the bundle is signed ad hoc, the libraries inside first. A signature of your own, made by such a command with
 # "codesign --force", replaces that one; a command that changes the bundle must sign it again.
 #
+# SELF_CONTAINED adds the libraries of the machine that the program and its libraries load, but for those of every
+# desktop. A bundle with HELPER asks the same of the helper agent. On a Mac there are none to add.
+#
 # A mistake in the arguments, or in the keys of Info.plist, ends the configuration with its cause. UNCHECKED leaves out
 # the checks of Info.plist, for a bundle that breaks their rules on purpose.
 cmake_policy(VERSION 3.25)
@@ -29,7 +33,7 @@ include(${CMAKE_CURRENT_LIST_DIR}/QBDKRPropertyList.cmake)
 # The parameter has a prefix, as the template sees it too.
 function(qbdkr_add_bundle BUNDLE_TARGET)
   cmake_parse_arguments(PARSE_ARGV 1 BUNDLE
-    "UNCHECKED" "NAME;DIRECTORY;INFO;HELPER" "LIBRARIES;RESOURCES")
+    "SELF_CONTAINED;UNCHECKED" "NAME;DIRECTORY;INFO;HELPER" "LIBRARIES;RESOURCES")
   qbdkr_check_bundle_arguments()
   cmake_path(ABSOLUTE_PATH BUNDLE_DIRECTORY BASE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} NORMALIZE)
   string(REGEX REPLACE "/$" "" BUNDLE_DIRECTORY "${BUNDLE_DIRECTORY}")
@@ -54,7 +58,8 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
     OUTPUT_NAME ${BUNDLE_NAME}
     BUILD_WITH_INSTALL_RPATH ON
     INSTALL_RPATH "$ORIGIN/../Frameworks"
-    QBDKR_BUNDLE_PATH ${bundle})
+    QBDKR_BUNDLE_PATH ${bundle}
+    QBDKR_BUNDLE_SELF_CONTAINED ${BUNDLE_SELF_CONTAINED})
 
   set(inputs ${info})
   set(copies)
@@ -71,6 +76,12 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
            $<TARGET_SONAME_FILE:${library}> ${contents}/Frameworks/)
     endif()
   endforeach()
+
+  if(BUNDLE_SELF_CONTAINED AND NOT APPLE)
+    qbdkr_contain_libraries(${contents}/Frameworks list_of_libraries copy_of_libraries)
+    list(APPEND inputs ${list_of_libraries})
+    list(APPEND copies ${copy_of_libraries})
+  endif()
 
   set(names)
   foreach(resource IN LISTS BUNDLE_RESOURCES)
@@ -122,7 +133,7 @@ function(qbdkr_refuse_bundle cause)
 endfunction()
 
 function(qbdkr_check_bundle_arguments)
-  set(keywords NAME DIRECTORY INFO LIBRARIES RESOURCES HELPER UNCHECKED)
+  set(keywords NAME DIRECTORY INFO LIBRARIES RESOURCES HELPER SELF_CONTAINED UNCHECKED)
   if(NOT TARGET ${BUNDLE_TARGET})
     qbdkr_refuse_bundle("TARGET is no target: call add_executable(${BUNDLE_TARGET} ...) before")
   endif()
@@ -178,12 +189,40 @@ function(qbdkr_check_bundle_arguments)
     if(NOT bundle)
       qbdkr_refuse_bundle("HELPER names ${BUNDLE_HELPER}, which is no bundle yet: call qbdkr_add_bundle(${BUNDLE_HELPER} ...) before")
     endif()
+    get_target_property(contained ${BUNDLE_HELPER} QBDKR_BUNDLE_SELF_CONTAINED)
+    if(BUNDLE_SELF_CONTAINED AND NOT contained)
+      qbdkr_refuse_bundle("HELPER names ${BUNDLE_HELPER}, which is not SELF_CONTAINED: write that into its call as well")
+    endif()
   endif()
+endfunction()
+
+# Returns a file that changes with the libraries of the machine that LIBRARIES load, and the command that copies these and
+# those of the program into the folder. The program gets a DT_RPATH in place of the DT_RUNPATH of today's linkers: this
+# one counts for what its libraries load, and what those load, and before LD_LIBRARY_PATH.
+function(qbdkr_contain_libraries folder out_list out_copy)
+  set(script ${CMAKE_CURRENT_FUNCTION_LIST_DIR}/QBDKRRuntimeLibraries.cmake)
+  set(list ${CMAKE_CURRENT_BINARY_DIR}/${BUNDLE_TARGET}.libraries)
+  set(files)
+  set(copies)
+  foreach(library IN LISTS BUNDLE_LIBRARIES)
+    list(APPEND files $<TARGET_SONAME_FILE:${library}>)
+    list(APPEND copies ${folder}/$<TARGET_SONAME_FILE_NAME:${library}>)
+  endforeach()
+  list(JOIN files "|" joined_files)
+  list(JOIN copies "|" joined_copies)
+  add_custom_command(OUTPUT ${list} DEPENDS ${files} ${script} DEPFILE ${list}.d
+    COMMAND ${CMAKE_COMMAND} -DLIBRARIES=${joined_files} -DLIST=${list} -P ${script}
+    COMMENT "Finding the libraries of the machine for ${BUNDLE_NAME}.app" VERBATIM)
+  target_sources(${BUNDLE_TARGET} PRIVATE ${list})
+  target_link_options(${BUNDLE_TARGET} PRIVATE LINKER:--disable-new-dtags)
+  set(${out_list} ${list} PARENT_SCOPE)
+  set(${out_copy} COMMAND ${CMAKE_COMMAND} -DLIBRARIES=${joined_copies} -DPROGRAM=$<TARGET_FILE:${BUNDLE_TARGET}>
+      -DFOLDER=${folder} -P ${script} PARENT_SCOPE)
 endfunction()
 
 # A misspelled keyword passes for a value of the list before it.
 function(qbdkr_hint_keyword word out)
-  qbdkr_nearest_word("${word}" keyword NAME DIRECTORY INFO LIBRARIES RESOURCES HELPER UNCHECKED)
+  qbdkr_nearest_word("${word}" keyword NAME DIRECTORY INFO LIBRARIES RESOURCES HELPER SELF_CONTAINED UNCHECKED)
   if(keyword)
     set(keyword ", or did you mean the argument ${keyword}?")
   endif()

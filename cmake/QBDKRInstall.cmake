@@ -36,6 +36,7 @@ install(FILES
     ${PROJECT_BINARY_DIR}/QBDKRProductClientConfigVersion.cmake
     cmake/QBDKRBundle.cmake
     cmake/QBDKRPropertyList.cmake
+    cmake/QBDKRRuntimeLibraries.cmake
   DESTINATION ${package_dir} COMPONENT development)
 
 if(APPLE)

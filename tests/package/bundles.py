@@ -76,7 +76,7 @@ ARGUMENT_MISTAKES = [
     (HELPER.replace("INFO", "Info"), "(Helper): the argument Info is unknown: did you mean INFO?"),
     (HELPER.replace("LIBRARIES", "LIBRARY"), "(Helper): the argument LIBRARY is unknown: did you mean LIBRARIES?"),
     (HELPER.replace("NAME", "quite something NAME"), "(Helper): the argument quite is unknown: the arguments are NAME, "
-     "DIRECTORY, INFO, LIBRARIES, RESOURCES, HELPER, UNCHECKED"),
+     "DIRECTORY, INFO, LIBRARIES, RESOURCES, HELPER, SELF_CONTAINED, UNCHECKED"),
     (HELPER + HOST.replace("HELPER Helper", "HELPR Helper"), "(Host): LIBRARIES names HELPR, which is no target: name "
      "the target of a shared library, or did you mean the argument HELPER?"),
     (HELPER + HOST.replace("HELPER", "RESOURCES Host.plist HELPR"), "(Host): RESOURCES names HELPR, which does not "
@@ -115,6 +115,10 @@ ARGUMENT_MISTAKES = [
     (HOST.replace("Helper)", "Hepler)"), "(Host): HELPER names Hepler, which is no target: call "
      "add_executable(Hepler ...) and qbdkr_add_bundle(Hepler ...) before"),
     (HOST + HELPER, "(Host): HELPER names Helper, which is no bundle yet: call qbdkr_add_bundle(Helper ...) before"),
+    (HELPER + HOST.replace("HELPER", "SELF_CONTAINED HELPER"), "(Host): HELPER names Helper, which is not "
+     "SELF_CONTAINED: write that into its call as well"),
+    (HELPER.replace("LIBRARIES", "SELFCONTAINED LIBRARIES"),
+     "(Helper): the argument SELFCONTAINED is unknown: did you mean SELF_CONTAINED?"),
     (HOST.replace("Helper)", "Host)"),
      "(Host): HELPER names Host, which is no bundle yet: call qbdkr_add_bundle(Host ...) before"),
 ]
@@ -279,6 +283,7 @@ class Mistakes:
             for first, second in ((one, other), (other, one)):
                 self.accepted(host=plist().replace(">com.Acme.Helper<", f">{first}<"),
                               helper=HELPER_PLIST.replace(">com.Acme.Helper<", f">{second}<"))
+        self.accepted((HELPER + HOST).replace("INFO", "SELF_CONTAINED INFO"))
         unchecked = HELPER.replace("LIBRARIES", "UNCHECKED LIBRARIES")
         self.accepted(unchecked + HOST, helper=plist(CFBundleIdentifier=None))
         self.accepted(unchecked + HOST.replace("HELPER", "UNCHECKED HELPER"),
@@ -288,7 +293,10 @@ class Mistakes:
 PROJECT = """cmake_minimum_required(VERSION 3.25)
 project(Follows C)
 include(%(module)s)
+add_library(Outer SHARED IMPORTED)
+set_target_properties(Outer PROPERTIES IMPORTED_LOCATION ${CMAKE_CURRENT_SOURCE_DIR}/machine/libOuter.so)
 add_library(Core SHARED core.c)
+target_link_libraries(Core PRIVATE Outer)
 add_library(Plugin SHARED plugin.c)  # which the executables do not link
 add_executable(Helper helper.c)
 target_link_libraries(Helper PRIVATE Core)
@@ -298,9 +306,9 @@ add_custom_command(OUTPUT made.txt DEPENDS made.in
   COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_CURRENT_SOURCE_DIR}/made.in made.txt)
 set(version %(version)s)
 qbdkr_add_bundle(Helper NAME AcmeHelper DIRECTORY bundles INFO Helper.plist
-  LIBRARIES Core RESOURCES helper.txt "helper files")
+  SELF_CONTAINED LIBRARIES Core RESOURCES helper.txt "helper files")
 qbdkr_add_bundle(Host NAME PhotoTool DIRECTORY bundles INFO Host.plist
-  LIBRARIES Core Plugin RESOURCES %(resources)s HELPER Helper)
+  SELF_CONTAINED LIBRARIES Core Plugin RESOURCES %(resources)s HELPER Helper)
 add_custom_command(TARGET Host POST_BUILD
   COMMAND ${CMAKE_COMMAND} -E copy ${CMAKE_CURRENT_SOURCE_DIR}/host.c
     $<TARGET_PROPERTY:Host,QBDKR_BUNDLE_PATH>/Contents/Resources/own.txt)
@@ -326,6 +334,14 @@ def stamps(folder):
     return {path: (path.lstat().st_ino, path.lstat().st_mtime_ns) for path in folder.rglob("*")}
 
 
+def symbols(library):
+    return subprocess.run(["nm", "-D", "--defined-only", library], check=True, stdout=subprocess.PIPE).stdout
+
+
+def dynamic(file):
+    return subprocess.run(["readelf", "-d", file], check=True, stdout=subprocess.PIPE, text=True).stdout
+
+
 class Follows:
     def __init__(self, generator):
         self.generator = generator
@@ -334,7 +350,9 @@ class Follows:
         self.bundles = self.build_folder / "bundles"
         self.resources = ['"a file.txt"', "folder/", "${CMAKE_CURRENT_BINARY_DIR}/made.txt"]
         self.version = "1.0"
-        self.source("core", "const char* core(void) { return \"core %s\"; }")
+        self.source("core", "int outer(void);\nconst char* core(void) { return outer() ? \"core %s\" : 0; }")
+        self.machine("Inner", "int inner(void) { return 1; }")
+        self.machine("Outer", "int inner(void);\nint outer(void) { return inner(); }", "Inner")
         self.source("plugin", "const char* plugin(void) { return \"plugin %s\"; }")
         for name in ("helper", "host"):
             self.source(name, "#include <stdio.h>\nconst char* core(void);\n"
@@ -351,6 +369,16 @@ class Follows:
 
     def source(self, name, text, token="0"):
         write(self.root / f"{name}.c", text % token + "\n")
+
+    def machine(self, name, text, other=None):
+        """A library that no target makes, as a package of the machine brings it: with a time long past."""
+        folder = self.root / "machine"
+        write(folder / f"{name}.c", text)
+        link = [f"-L{folder}", f"-l{other}", f"-Wl,-rpath,{folder}"] if other else []
+        subprocess.run(["cc", "-shared", "-fPIC", "-o", folder / f"lib{name}.new", folder / f"{name}.c",
+                        f"-Wl,-soname,lib{name}.so", *link], check=True)
+        os.utime(folder / f"lib{name}.new", (1e9, 1e9))
+        (folder / f"lib{name}.new").rename(folder / f"lib{name}.so")
 
     def lists(self):
         write(self.root / "CMakeLists.txt", PROJECT % {
@@ -379,9 +407,8 @@ class Follows:
         self.compare(step, host / "Resources", expected)
         self.compare(step, helper / "Resources", {
             "helper.txt": self.root / "helper.txt", "helper files": self.root / "helper files"})
-        self.compare(step, host / "Frameworks", {
-            name: self.build_folder / name for name in ("libCore.so", "libPlugin.so")})
-        self.compare(step, helper / "Frameworks", {"libCore.so": self.build_folder / "libCore.so"})
+        for contents, libraries in ((host, ("Core", "Plugin")), (helper, ("Core",))):
+            self.compare_libraries(step, contents, [f"lib{name}.so" for name in libraries])
         for contents, name, information in ((host, "PhotoTool", "Host"), (helper, "AcmeHelper", "Helper")):
             text = (self.root / f"{information}.plist").read_text().replace("@version@", self.version)
             if (contents / "Info.plist").read_text() != text:
@@ -395,6 +422,24 @@ class Follows:
             fail(f"{step}: a second build makes a bundle anew:\n{output}")
         if self.generator == "Ninja" and "ninja: no work to do." not in output:
             fail(f"{step}: a second build does something:\n{output}")
+
+    def compare_libraries(self, step, contents, libraries):
+        """Those of the machine differ from their copies in the run path."""
+        frameworks = contents / "Frameworks"
+        copied = {"libInner.so", "libOuter.so"}
+        if {path.name for path in frameworks.iterdir()} != {*libraries, *copied}:
+            fail(f"{step}: {frameworks} has {os.listdir(frameworks)}")
+        for name in libraries:
+            if (frameworks / name).read_bytes() != (self.build_folder / name).read_bytes():
+                fail(f"{step}: {frameworks / name} is an old one")
+        for name in copied:
+            if symbols(frameworks / name) != symbols(self.root / "machine" / name):
+                fail(f"{step}: {frameworks / name} is an old one")
+            if "PATH" in dynamic(frameworks / name):
+                fail(f"{step}: {frameworks / name} has a run path")
+        program = next((contents / "Linux").iterdir())
+        if "(RPATH)" not in dynamic(program) or "RUNPATH" in dynamic(program):
+            fail(f"{step}: the run path of {program} is not for its libraries:\n{dynamic(program)}")
 
     @staticmethod
     def compare(step, folder, expected):
@@ -446,6 +491,8 @@ class Follows:
         yield False, "a change of a link", self.retarget_link
         yield False, "a removed file", (self.root / "folder/one.txt").unlink
         yield True, "a removed folder", lambda: shutil.rmtree(self.root / "folder/deep")
+        yield True, "an older library of the machine", lambda: self.machine(
+            "Inner", "int inner(void) { return 2; }\nint of_another_version;")
         yield False, "a removed file of the helper agent", (self.root / "helper files/three.txt").unlink
         yield True, "other resources", lambda: self.lists_with(resources=["folder", "other.txt"])
 
@@ -459,10 +506,18 @@ class Follows:
             if always or self.generator == "Ninja":
                 change()
                 self.check(step, "--target", "Host")
+        library = self.root / "machine/libInner.so"
+        os.truncate(library, 65 << 20)
+        self.refused("a library beyond all bounds", "more than 67108864 bytes: libInner.so libOuter.so")
+        library.unlink()
+        self.refused("a library that is gone", "SELF_CONTAINED: this machine does not have libInner.so")
         (self.root / "other.txt").unlink()
+        self.refused("a resource that is gone", "RESOURCES names other.txt, which does not exist")
+
+    def refused(self, step, cause):
         code, output = cmake("--build", self.build_folder)
-        if code == 0 or "RESOURCES names other.txt, which does not exist" not in output:
-            fail(f"a resource that is gone:\n{output}")
+        if code == 0 or cause not in output:
+            fail(f"{step}:\n{output}")
 
 
 shutil.rmtree(WORK, ignore_errors=True)

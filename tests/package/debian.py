@@ -135,7 +135,7 @@ def check_metadata(packages):
 def run_readme_project(library_folder):
     """Builds it against the root, and runs its host, which installs and launches its helper agent."""
     project = WORK / "readme"
-    run(sys.executable, "-B", pathlib.Path(__file__).with_name("readme_project.py"), SOURCES, project)
+    run(sys.executable, "-B", pathlib.Path(__file__).with_name("readme_project.py"), "make", SOURCES, project)
     run(CMAKE, "-S", project, "-B", project / "build", "-G", "Ninja", f"-DCMAKE_PREFIX_PATH={ROOT}/usr",
         f"-DCMAKE_CXX_COMPILER={COMPILER}")
     if f"QBDKRProductClient_DIR:PATH={ROOT}/usr/{library_folder}/cmake" not in \

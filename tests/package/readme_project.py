@@ -1,5 +1,8 @@
 """Makes a project of the code that the pages show, and runs it when it is built:
-readme_project.py make ROOT DIRECTORY | run DIRECTORY"""
+readme_project.py make ROOT DIRECTORY [SELF_CONTAINED] | run DIRECTORY
+
+With the last word its bundles contain the libraries of the machine.
+"""
 
 import pathlib
 import re
@@ -16,11 +19,16 @@ def block(root, page, language, begins_with):
     return found[1]
 
 
-def make(root, directory):
+def make(root, directory, self_contained=None):
+    project = block(root, "README.md", "cmake", "cmake_minimum_required")
+    if self_contained:
+        project = project.replace(" LIBRARIES QBDKR", f" {self_contained} LIBRARIES QBDKR")
+        if project.count("SELF_CONTAINED") != 2:
+            sys.exit("the README's project does not make two bundles")
     host_plist = block(root, "README.md", "xml", "<?xml")
     directory.mkdir(parents=True, exist_ok=True)
     for name, text in {
-        "CMakeLists.txt": block(root, "README.md", "cmake", "cmake_minimum_required"),
+        "CMakeLists.txt": project,
         "host.cpp": block(root, "README.md", "cpp", "#include <chrono>"),
         "helper.cpp": block(root, "docs/helper-agents.md", "cpp", "#include <array>"),
         "limits.cpp": block(root, "docs/reference.md", "cpp", "#include <chrono>"),
