@@ -6,8 +6,9 @@ sample_packages="libsqlite3-dev libssl-dev"
 demo_packages="$build_packages $sample_packages dbus-daemon dbus-bin"
 tool_packages="libcli11-dev nlohmann-json3-dev"
 objc_packages="gobjc++ libgnustep-base-dev"
-test_packages="$demo_packages $tool_packages $objc_packages libgtest-dev libdbus-1-dev doxygen
-  python3 python3-gi make procps git dpkg-dev file"
+loop_packages="libglib2.0-dev qt6-base-dev"
+test_packages="$demo_packages $tool_packages $objc_packages $loop_packages libgtest-dev libdbus-1-dev
+  doxygen python3 python3-gi make procps git dpkg-dev file"
 reference_packages="doxygen python3"
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"

@@ -12,7 +12,8 @@ namespace qbdkr {
 // earlier are not remembered.
 //
 // Each action is called once, on the main run loop; without one, RunLoop::main().stop() is called,
-// so that main() returns. Call the function again to watch on. A later call replaces an earlier
+// so that main() returns. A process with another main loop, as of GLib or Qt, gives an action that
+// ends that one. Call the function again to watch on. A later call replaces an earlier
 // one, and a time of 0 or less switches the watch off. An exception of an action is dropped. Any
 // thread; they do not wait. They throw as RunLoop::main() does, and if memory runs out.
 

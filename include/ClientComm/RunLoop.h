@@ -44,8 +44,9 @@ class QBDKR_EXPORT RunLoop {
   // task, a timer or a delegate may run the loop again, for a modal dialog: events, timers and
   // tasks go on inside, and the loop sleeps while nothing is due.
   virtual void run() = 0;
-  // Ends run(), now or when it is next entered. Of nested ones it ends the innermost. Any thread,
-  // and from a signal handler, which must not be the first to use the loop. Does not wait.
+  // Ends run(), now or when it is next entered. Of nested ones it ends the innermost. A loop that
+  // calls dispatch() is not ended; end that one itself. Any thread, and from a signal handler,
+  // which must not be the first to use the loop. Does not wait.
   virtual void stop() = 0;
 
   // Returns a descriptor that is readable if dispatch() has something to do. Owned by the loop. Any

@@ -1,7 +1,7 @@
 // A host application for tests. Each line on standard input is a tag, a command and its words; each
 // command runs on a thread of its own and gives one line: the tag and the result. Reports to the
 // delegate are lines that begin with "!". The main thread runs the main run loop, or, if
-// QBDKR_PROBE_LOOP is "embedded", a loop of its own that watches the main run loop's descriptor.
+// QBDKR_PROBE_LOOP is "embedded", the loop of HostLoop.h.
 
 #include <poll.h>
 #include <signal.h>
@@ -43,6 +43,7 @@
 #include "Platform/Events/PeerWatch.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Workspace/Workspace.h"
+#include "support/HostLoop.h"
 #include "support/LimitedRequests.h"
 #include "support/Patience.h"
 #include "support/ProbeText.h"
@@ -70,14 +71,21 @@ void print(std::string line) {
   [[maybe_unused]] const auto written = ::write(STDOUT_FILENO, line.data(), line.size());
 }
 
-// Runs the main run loop as a host with a loop of its own does, until the condition holds.
-void runEmbedded(const std::function<bool()>& holds) {
-  RunLoop& loop = RunLoop::main();
-  pollfd readable{loop.descriptor(), POLLIN, 0};
-  while (!holds()) {
-    ::poll(&readable, 1, -1);
-    loop.dispatch();
-  }
+// Returns the loop of this host's own. Main thread only.
+qbdkr::test::HostLoop& hostLoop() {
+  static auto& loop = *qbdkr::test::HostLoop::make().release();
+  return loop;
+}
+
+bool runsHostLoop() {
+  const char* loop = std::getenv("QBDKR_PROBE_LOOP");
+  return loop != nullptr && std::string_view(loop) == "embedded";
+}
+
+// Ends the loop that main() runs. Any thread.
+void endMainLoop() {
+  if (!runsHostLoop()) return RunLoop::main().stop();
+  RunLoop::main().perform([] { hostLoop().stop(); });
 }
 
 // Opens a modal dialog, as it were: runs the loop inside a delegate call, for a second at least.
@@ -100,16 +108,14 @@ class Dialog {
     const auto start = std::chrono::steady_clock::now();
     const std::clock_t cpuTime = std::clock();
     int ticks = 0;
-    bool isDone = false;
     print("! dialog opened");
     const auto timer = RunLoop::main().scheduleTimer(interval, [&](const qbdkr::RunLoopTimer&) {
       ++ticks;
-      if (!isClosed_ || std::chrono::steady_clock::now() - start < second) return;
-      isDone = true;
-      if (!isEmbedded_) RunLoop::main().stop();
+      if (std::chrono::steady_clock::now() - start < second || !isClosed_.exchange(false)) return;
+      isEmbedded_ ? hostLoop().stop() : RunLoop::main().stop();
     });
     if (isEmbedded_) {
-      runEmbedded([&] { return isDone; });
+      hostLoop().run();
     } else {
       RunLoop::main().run();
     }
@@ -269,6 +275,37 @@ std::string askedAtReturn(const Words& words) {
   auto news = PeerWatch::News::vanished;
   while (news == PeerWatch::News::vanished) news = returnWatch()->wait(deadline);
   return asked(words);
+}
+
+// Asks on the main thread and does not wait there. Returns the answer, and where it came.
+std::string askedFromMain(const Words& words) {
+  const auto outcome = std::make_shared<std::promise<std::string>>();
+  auto come = outcome->get_future();
+  const Message message(words);
+  const auto request = QBHPAppleEventSender::share().askEvnet(message.target(), message.texts[1],
+                                                              message.texts[2], message.arguments);
+  RunLoop::main().perform([outcome, request] {
+    request.start({}, [outcome](const qbdkr::Answer<String>& answer) {
+      outcome->set_value(std::to_string(answer.status) + ' ' + encoded(answer.value) +
+                         (gettid() == getpid() ? " main-thread" : " other-thread"));
+    });
+  });
+  return come.get();
+}
+
+// COUNT: waits for that many ticks of a timer on the main run loop.
+std::string awaitTicks(const Words& words) {
+  static constexpr std::chrono::milliseconds interval(5);
+  const auto last = std::make_shared<std::promise<std::string>>();
+  const auto left = std::make_shared<unsigned long>(std::stoul(words.at(0)));
+  const auto timer = onMainThread([last, left] {
+    return RunLoop::main().scheduleTimer(interval, [last, left](const qbdkr::RunLoopTimer&) {
+      if (--*left == 0) last->set_value("ticked");
+    });
+  });
+  const std::string result = last->get_future().get();
+  timer->invalidate();
+  return result;
 }
 
 qbdkr::OSErr flushFor(std::chrono::milliseconds time) {
@@ -573,6 +610,20 @@ const std::map<std::string, Command>& commands() {
            return result;
          });
        }},
+      {"ask-from-main", askedFromMain},
+      {"ticks", awaitTicks},
+      {"stop-run-loop",
+       [](const Words&) {
+         RunLoop::main().stop();
+         return "stopped";
+       }},
+      {"run-on-main",
+       [](const Words&) {
+         return onMainThread([] {
+           RunLoop::main().run();
+           return "ended";
+         });
+       }},
       {"obstacle",
        [](const Words&) { return qbdkr::RPCTransport::shared().knownObstacle().value_or("none"); }},
       {"burst", burst},
@@ -647,7 +698,7 @@ const std::map<std::string, Command>& commands() {
        }},
       {"quit",
        [](const Words&) {
-         RunLoop::main().stop();
+         endMainLoop();
          return "ends";
        }},
   };
@@ -678,12 +729,11 @@ int main() {
     for (std::string line; std::getline(std::cin, line);) {
       qbdkr::detachNewThread([line] { run(line); });
     }
-    RunLoop::main().stop();
+    endMainLoop();
   });
   print("! ready " + std::to_string(getpid()));
-  const char* loop = std::getenv("QBDKR_PROBE_LOOP");
-  if (loop != nullptr && std::string_view(loop) == "embedded") {
-    runEmbedded([] { return false; });
+  if (runsHostLoop()) {
+    hostLoop().run();
   } else {
     RunLoop::main().run();
   }

@@ -6,7 +6,6 @@
 #include <stdexcept>
 
 #include "support/ProcessEnd.h"
-#include "support/Programs.h"
 
 namespace qbdkr::test {
 
@@ -18,6 +17,7 @@ Scene::Scene(const std::string& busPolicy, const std::string& identifierSuffix)
       transcript_(directory_.path() / "transcript"),
       helperID_(identifier("Helper") + identifierSuffix),
       hostID_(identifier("Host")),
+      hostProbe_(hostProbe()),
       environment_(home_.environment()) {
   environment_["DBUS_SESSION_BUS_ADDRESS"] = bus_.address();
   environment_["QBDKR_PROBE_TRANSCRIPT"] = transcript_.path().string();
@@ -33,6 +33,11 @@ Scene::~Scene() {
 std::string Scene::identifier(const std::string& name) const {
   const std::string unique = directory().filename().string();
   return "com.Acme." + name + ".T" + unique.substr(unique.rfind('-') + 1);
+}
+
+void Scene::useHostProbe(const HostProbe& probe) {
+  hostProbe_ = probe.program;
+  environment_.insert(probe.environment.begin(), probe.environment.end());
 }
 
 TestBundle Scene::makeHelper(const std::string& version, const fs::path& directory,
@@ -58,7 +63,7 @@ TestBundle Scene::makeHostWithoutHelper(const std::string& name, const InfoKeys&
                    {"Helper Bundle indentifiter", helperID_},
                    {"Helepr App name", "ProbeHelper"},
                    {"Helper loaction path", installDirectory().string()}},
-                  hostProbe());
+                  hostProbe_);
   host.addLibraries(hostLibraries());
   host.setKeys(keys);
   return host;

@@ -12,6 +12,7 @@
 #include "support/Home.h"
 #include "support/HostProcess.h"
 #include "support/PrivateBus.h"
+#include "support/Programs.h"
 #include "support/TestBundle.h"
 #include "support/TranscriptFile.h"
 
@@ -37,6 +38,9 @@ class Scene {
   TranscriptFile& transcript() { return transcript_; }
   // Returns the environment of the processes that are started from here on.
   Environment& environment() { return environment_; }
+
+  // Makes the hosts from here on of another probe.
+  void useHostProbe(const HostProbe& probe);
 
   // Makes a helper agent's bundle, DIRECTORY/NAME.app, outside any host.
   TestBundle makeHelper(const std::string& version, const std::filesystem::path& directory,
@@ -86,6 +90,7 @@ class Scene {
   TranscriptFile transcript_;
   std::string helperID_;
   std::string hostID_;
+  std::filesystem::path hostProbe_;
   Environment environment_;
   unsigned fences_ = 0;
 };

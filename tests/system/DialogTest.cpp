@@ -4,18 +4,42 @@
 #include <signal.h>
 
 #include <memory>
+#include <ostream>
 #include <sstream>
 #include <string>
-#include <utility>
+#include <vector>
 
 #include "support/Peer.h"
+#include "support/Programs.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
 namespace {
 
-// How the host runs the main run loop, and how the delegate does.
-using Loops = std::pair<std::string, std::string>;
+// The kind of the host's own loop, and whether main() and the delegate run that one ("embedded") or
+// the main run loop ("run").
+struct Loops {
+  HostProbe host;
+  std::string outer;
+  std::string inner;
+};
+
+std::string nameOf(const Loops& loops) {
+  return loops.host.name + "_" + loops.outer + "Then" + loops.inner;
+}
+
+void PrintTo(const Loops& loops, std::ostream* stream) { *stream << nameOf(loops); }
+
+std::vector<Loops> loopsOfDialogs() {
+  std::vector<Loops> all;
+  for (const HostProbe& host : hostProbes()) {
+    if (all.empty()) all.push_back({host, "run", "run"});
+    all.push_back({host, "run", "embedded"});
+    all.push_back({host, "embedded", "run"});
+    all.push_back({host, "embedded", "embedded"});
+  }
+  return all;
+}
 
 void awaitReported(ChildProcess& peer, std::size_t from) {
   peer.waitForOutput([](const std::string& line) { return line == "reported"; }, from);
@@ -24,7 +48,8 @@ void awaitReported(ChildProcess& peer, std::size_t from) {
 class Dialog : public testing::TestWithParam<Loops> {
  protected:
   Dialog() {
-    scene.environment()["QBDKR_PROBE_LOOP"] = GetParam().first;
+    scene.useHostProbe(GetParam().host);
+    scene.environment()["QBDKR_PROBE_LOOP"] = GetParam().outer;
     host = scene.startAndShare(scene.makeHost("Host", "1.0"));
     peer.awaitOwner(scene.hostID());
   }
@@ -39,18 +64,14 @@ class Dialog : public testing::TestWithParam<Loops> {
   std::unique_ptr<HostProcess> host;
 };
 
-INSTANTIATE_TEST_SUITE_P(InEachLoop, Dialog,
-                         testing::Values(Loops("run", "run"), Loops("run", "embedded"),
-                                         Loops("embedded", "run"), Loops("embedded", "embedded")),
-                         [](const auto& loops) {
-                           return loops.param.first + "Then" + loops.param.second;
-                         });
+INSTANTIATE_TEST_SUITE_P(InEachLoop, Dialog, testing::ValuesIn(loopsOfDialogs()),
+                         [](const auto& loops) { return nameOf(loops.param); });
 
 TEST_P(Dialog, ReportsTimersAndRequestsGoOnInsideADelegateCallWhichSleepsMeanwhile) {
   // The sender of the report that opens the dialog is known already.
   const auto sender = peer.begin({"report-twice", scene.hostID()});
   awaitReported(*sender, 0);
-  host->call("dialog " + GetParam().second);
+  host->call("dialog " + GetParam().inner);
   sender->write("\n");
   host->waitForReport("dialog opened");
   const auto same = report(peer, 5);
@@ -77,7 +98,7 @@ TEST_P(Dialog, ReportsTimersAndRequestsGoOnInsideADelegateCallWhichSleepsMeanwhi
 }
 
 TEST_P(Dialog, ReportsThatCameWithTheFirstOneOfANewSenderAreHandledInsideItsCall) {
-  host->call("dialog " + GetParam().second);
+  host->call("dialog " + GetParam().inner);
   const auto sender = report(peer, 5);
   host->call("reports 5");
   EXPECT_EQ(host->reportsWith("dialog closed"), 0U);

@@ -1,0 +1,18 @@
+# Looks for the libraries whose main loops the tests and the desktop sample use: GLib, as
+# PkgConfig::GLIB, and Qt, as Qt6::Core and Qt6::Widgets. Says what is left out without them.
+function(qbdkr_find_main_loops)
+  if(QBDKR_SANITIZERS)
+    message(STATUS "Tests in main loops of GLib and Qt are left out: a sanitizer does not see into them")
+    return()
+  endif()
+  find_package(PkgConfig REQUIRED)
+  pkg_check_modules(GLIB QUIET GLOBAL IMPORTED_TARGET glib-2.0)
+  if(NOT TARGET PkgConfig::GLIB)
+    message(STATUS "Tests in a main loop of GLib are left out: GLib was not found (libglib2.0-dev)")
+  endif()
+  find_package(Qt6 QUIET GLOBAL COMPONENTS Core Widgets)
+  if(NOT TARGET Qt6::Core)
+    message(STATUS "Tests in a main loop of Qt are left out: Qt was not found (qt6-base-dev)")
+  endif()
+endfunction()
+qbdkr_find_main_loops()
