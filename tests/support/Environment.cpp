@@ -35,6 +35,13 @@ std::string readFile(const fs::path& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
+void replaceInFile(const fs::path& path, const std::string& from, const std::string& to) {
+  std::string text = readFile(path);
+  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
+    text.replace(at, from.size(), to);
+  writeFile(path, text);
+}
+
 std::vector<std::string> namesIn(const fs::path& directory) {
   std::vector<std::string> names;
   for (const auto& entry : fs::directory_iterator(directory)) {

@@ -24,6 +24,9 @@ class TemporaryDirectory {
 
 void writeFile(const std::filesystem::path& path, const std::string& contents);
 std::string readFile(const std::filesystem::path& path);
+// Replaces a text wherever it is in a file.
+void replaceInFile(const std::filesystem::path& path, const std::string& from,
+                   const std::string& to);
 
 // Returns the names in a directory, sorted.
 std::vector<std::string> namesIn(const std::filesystem::path& directory);

@@ -4,18 +4,8 @@
 #include "support/Programs.h"
 
 namespace qbdkr::test {
-namespace {
 
 namespace fs = std::filesystem;
-
-void replace(const fs::path& file, const std::string& from, const std::string& to) {
-  std::string text = readFile(file);
-  for (auto at = text.find(from); at != std::string::npos; at = text.find(from, at + to.size()))
-    text.replace(at, from.size(), to);
-  writeFile(file, text);
-}
-
-}  // namespace
 
 Sample::Sample(Scene& scene, const Versions& versions)
     : scene_(scene), path_(scene.directory() / "Applications/PhotoTool.app") {
@@ -24,10 +14,10 @@ Sample::Sample(Scene& scene, const Versions& versions)
   fs::copy(sampleHost(), path_, fs::copy_options::recursive | fs::copy_options::copy_symlinks);
   const auto information = path_ / "Contents/Info.plist";
   replaceIdentifiers(information);
-  replace(information, ">1.0<", '>' + versions.host + '<');
+  replaceInFile(information, ">1.0<", '>' + versions.host + '<');
   const auto helperInformation = path_ / "Contents/Resources/AcmeHelper.app/Contents/Info.plist";
   replaceIdentifiers(helperInformation);
-  replace(helperInformation, ">1.0<", '>' + versions.helper + '<');
+  replaceInFile(helperInformation, ">1.0<", '>' + versions.helper + '<');
 }
 
 fs::path Sample::database() const {
@@ -63,8 +53,8 @@ std::string Sample::query(const std::string& sql) const {
 std::string Sample::executable() const { return path_ / "Contents/Linux/PhotoTool"; }
 
 void Sample::replaceIdentifiers(const fs::path& file) const {
-  replace(file, "com.Acme.Helper", scene_.helperID());
-  replace(file, "com.Acme.PhotoTool", scene_.hostID());
+  replaceInFile(file, "com.Acme.Helper", scene_.helperID());
+  replaceInFile(file, "com.Acme.PhotoTool", scene_.hostID());
 }
 
 }  // namespace qbdkr::test
