@@ -1,6 +1,8 @@
 #include "support/PrivateBus.h"
 
+#include <cstdlib>
 #include <stdexcept>
+#include <string_view>
 #include <utility>
 
 #include "support/Environment.h"
@@ -9,19 +11,50 @@ namespace qbdkr::test {
 
 namespace fs = std::filesystem;
 
-PrivateBus::PrivateBus(fs::path directory, std::string policy)
+namespace {
+
+std::string denial(const std::string& attribute, const std::string& value) {
+  return value.empty() ? "" : "<deny " + attribute + "=\"" + value + "\"/>\n";
+}
+
+}  // namespace
+
+PrivateBus::PrivateBus(fs::path directory, BusPolicy policy)
     : directory_(std::move(directory)),
       policy_(std::move(policy)),
       address_("unix:path=" + (directory_ / "bus").string()) {
   start();
 }
 
-void PrivateBus::kill() { daemon_.reset(); }
+bool PrivateBus::isBroker() {
+  const char* name = std::getenv("QBDKR_TEST_BUS");
+  if (name == nullptr || std::string_view(name) == "dbus-daemon") return false;
+  if (std::string_view(name) == "dbus-broker") return true;
+  throw std::runtime_error("QBDKR_TEST_BUS names no bus");
+}
+
+pid_t PrivateBus::daemonProcess() const {
+  return broker_ ? broker_->processID() : daemon_->processID();
+}
+
+void PrivateBus::kill() {
+  daemon_.reset();
+  broker_.reset();
+}
 
 void PrivateBus::start() {
+  fs::create_directories(serviceDirectory());
+  fs::remove(directory_ / "bus");  // left behind by a daemon that was killed
+  if (isBroker()) {
+    broker_ = std::make_unique<MessageBroker>(directory_ / "bus", serviceDirectory(), policy_);
+  } else {
+    startDaemon();
+  }
+}
+
+void PrivateBus::startDaemon() {
   // Takes the limits of a desktop's session bus, which no test should reach.
   const fs::path configuration = directory_ / "bus.conf";
-  fs::create_directories(serviceDirectory());
   writeFile(configuration,
             "<!DOCTYPE busconfig PUBLIC \"-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN\"\n"
             " \"http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd\">\n"
@@ -31,7 +64,8 @@ void PrivateBus::start() {
                 "</servicedir>\n<policy context=\"default\">\n"
                 "<allow send_destination=\"*\" eavesdrop=\"true\"/><allow eavesdrop=\"true\"/>"
                 "<allow own=\"*\"/>\n" +
-                policy_ +
+                denial("send_destination", policy_.deniedDestination) +
+                denial("send_interface", policy_.deniedInterface) +
                 "</policy>\n"
                 "<limit name=\"max_incoming_bytes\">1000000000</limit>\n"
                 "<limit name=\"max_outgoing_bytes\">1000000000</limit>\n"
@@ -43,7 +77,6 @@ void PrivateBus::start() {
                 "<limit name=\"max_match_rules_per_connection\">50000</limit>\n"
                 "<limit name=\"max_replies_per_connection\">50000</limit>\n"
                 "</busconfig>\n");
-  fs::remove(directory_ / "bus");  // left behind by a daemon that was killed
   daemon_ = std::make_unique<ChildProcess>(
       std::vector<std::string>{"/usr/bin/dbus-daemon", "--nofork", "--nopidfile",
                                "--config-file=" + configuration.string(), "--print-address=1"},

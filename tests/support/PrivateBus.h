@@ -4,21 +4,26 @@
 #include <memory>
 #include <string>
 
+#include "support/BusPolicy.h"
 #include "support/ChildProcess.h"
+#include "support/MessageBroker.h"
 
 namespace qbdkr::test {
 
-// Runs a session bus at a socket in a directory.
+// Runs a session bus at a socket in a directory: dbus-daemon, or dbus-broker if QBDKR_TEST_BUS
+// names that.
 class PrivateBus {
  public:
-  // The policy is XML with rules after those that allow everything.
-  PrivateBus(std::filesystem::path directory, std::string policy = "");
+  explicit PrivateBus(std::filesystem::path directory, BusPolicy policy = {});
+
+  // Tells which of the two it is.
+  [[nodiscard]] static bool isBroker();
 
   [[nodiscard]] const std::string& address() const { return address_; }
   // Returns the directory of the "NAME.service" files, the services that the bus starts on demand.
   [[nodiscard]] std::filesystem::path serviceDirectory() const { return directory_ / "services"; }
 
-  [[nodiscard]] pid_t daemonProcess() const { return daemon_->processID(); }
+  [[nodiscard]] pid_t daemonProcess() const;
 
   // Kills the daemon.
   void kill();
@@ -26,10 +31,13 @@ class PrivateBus {
   void start();
 
  private:
+  void startDaemon();
+
   std::filesystem::path directory_;
-  std::string policy_;
+  BusPolicy policy_;
   std::string address_;
   std::unique_ptr<ChildProcess> daemon_;
+  std::unique_ptr<MessageBroker> broker_;
 };
 
 }  // namespace qbdkr::test

@@ -11,7 +11,7 @@ namespace qbdkr::test {
 
 namespace fs = std::filesystem;
 
-Scene::Scene(const std::string& busPolicy, const std::string& identifierSuffix)
+Scene::Scene(const BusPolicy& busPolicy, const std::string& identifierSuffix)
     : bus_(directory_.path(), busPolicy),
       home_(directory_.path() / "home"),
       transcript_(directory_.path() / "transcript"),

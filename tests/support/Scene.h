@@ -22,7 +22,7 @@ namespace qbdkr::test {
 // of the events that the helper agents received. Its destructor kills every process of the test.
 class Scene {
  public:
-  explicit Scene(const std::string& busPolicy = "", const std::string& identifierSuffix = "");
+  explicit Scene(const BusPolicy& busPolicy = {}, const std::string& identifierSuffix = "");
   Scene(const Scene&) = delete;
   Scene& operator=(const Scene&) = delete;
   ~Scene();

@@ -515,13 +515,17 @@ static void print_message(DBusMessage* message) {
 
 /* Prints the process of a connection once. One that has ended has the process 0. */
 static void print_process(DBusConnection* connection, const char* name) {
-  static int last = 0; /* the bus numbers the connections in their order */
+  static char
+      is_printed[65536]; /* by the bus's number; not each bus shows how a connection begins */
   DBusError error = DBUS_ERROR_INIT;
   DBusMessage* question;
   DBusMessage* answer;
   dbus_uint32_t process = 0;
-  if (name == NULL || strncmp(name, ":1.", 3) != 0 || atoi(name + 3) <= last) return;
-  last = atoi(name + 3);
+  int number;
+  if (name == NULL || strncmp(name, ":1.", 3) != 0) return;
+  number = atoi(name + 3);
+  if (number < 0 || number >= (int)sizeof is_printed || is_printed[number]) return;
+  is_printed[number] = 1;
   question = dbus_message_new_method_call(DBUS_SERVICE_DBUS, DBUS_PATH_DBUS, DBUS_INTERFACE_DBUS,
                                           "GetConnectionUnixProcessID");
   if (question == NULL) stop("no memory");

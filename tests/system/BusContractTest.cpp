@@ -245,7 +245,7 @@ TEST(BusContract, ReportOfASenderThatIsNotKnownAndGoneIsNotDispatched) {
 }
 
 TEST(BusContract, IdentifiersAreEscapedWhereTheBusRequiresIt) {
-  Scene scene("", ".7zip.a");
+  Scene scene({}, ".7zip.a");
   const auto peer = Peer::inBundle(scene);
   const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
   const auto plain = scene.helperID().substr(0, scene.helperID().find(".7zip"));
@@ -285,7 +285,7 @@ TEST(Status, PeersWithoutTheObject) {
 TEST(Status, RefusalOfTheBusPolicy) {
   // The policy is written before the test has identifiers of its own, so all tests share this name.
   // No process is found by it.
-  Scene scene("<deny send_destination=\"com.Acme.Denied\"/>");
+  Scene scene({.deniedDestination = "com.Acme.Denied"});
   const auto peer = Peer::inBundle(scene);
   auto served = peer.begin({"serve", "com.Acme.Denied", "1"});
   served->waitForOutput([](const std::string& line) { return line == "ready"; });

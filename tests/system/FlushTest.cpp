@@ -176,7 +176,7 @@ TEST_F(Flush, PeerThatDoesNotKnowTheQuestionHasReadWhatCameBefore) {
 }
 
 TEST_F(Flush, RefusalOfTheBusIsTold) {
-  Scene strict("<deny send_interface=\"QBHP.Delivery1\"/>");
+  Scene strict({.deniedInterface = "QBHP.Delivery1"});
   const auto sender = strict.startAndShare(strict.makeHost("Host", "1.0"));
   EXPECT_EQ(sender->call("send " + strict.helperID() + " Probe note: x"), "0");
   EXPECT_EQ(sender->call("flush " + longWait, soon), "-1743");

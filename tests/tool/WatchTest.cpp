@@ -20,7 +20,7 @@ namespace {
 
 // Runs a helper agent on the bus.
 struct ToolThatWatches : Scene {
-  explicit ToolThatWatches(const std::string& busPolicy = "")
+  explicit ToolThatWatches(const BusPolicy& busPolicy = {})
       : Scene(busPolicy),
         bundle(makeHelper("1.5", directory() / "Helpers")),
         helper({bundle.executable().string()}, options()),
@@ -221,7 +221,7 @@ TEST(ToolWatch, EndsByItsTimeAndAtAClosedPipe) {
 }
 
 TEST(ToolWatch, RefusalsAreOneSentence) {
-  ToolThatWatches scene("<deny send_interface=\"org.freedesktop.DBus.Monitoring\"/>");
+  ToolThatWatches scene({.deniedInterface = "org.freedesktop.DBus.Monitoring"});
   const auto refused = scene.tool.run({"watch"});
   EXPECT_EQ(refused.code, 1);
   EXPECT_EQ(refused.errors, "qbhp watch: the session bus does not let this user watch it\n");
