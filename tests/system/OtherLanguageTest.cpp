@@ -29,11 +29,11 @@ struct Language {
 
 void PrintTo(const Language& language, std::ostream* stream) { *stream << language.name; }
 
-const Language python{"Python", "PyHelper",
-                      [](const fs::path& directory, const std::string& identifier) {
-                        return makePythonHelper(directory, identifier);
-                      }};
-const Language c{"C", "CHelper", makeCHelper};
+const Language inPython{"Python", "PyHelper",
+                        [](const fs::path& directory, const std::string& identifier) {
+                          return makePythonHelper(directory, identifier);
+                        }};
+const Language inC{"C", "CHelper", makeCHelper};
 
 // A host with such a helper agent among its resources.
 class HostOfHelper {
@@ -213,11 +213,11 @@ TEST_P(OtherLanguage, AHelperAgentWithoutAnIdentifierSaysSo) {
   }
 }
 
-INSTANTIATE_TEST_SUITE_P(, OtherLanguage, testing::Values(python, c),
+INSTANTIATE_TEST_SUITE_P(, OtherLanguage, testing::Values(inPython, inC),
                          [](const auto& test) { return std::string(test.param.name); });
 
 TEST(PythonHelper, ItsStateSurvivesAKill) {
-  HostOfHelper product(python);
+  HostOfHelper product(inPython);
   HostProcess& host = *product.host;
   product.launch();
   const std::string client = host.call("fetch-client");

@@ -25,7 +25,10 @@ namespace fs = std::filesystem;
 
 constexpr std::string_view capitals = "ABCDEFGHIJKLMNOPQRSTUVWXYZ";
 constexpr std::string_view letters = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz";
-constexpr std::string_view digits = "0123456789";
+constexpr std::string_view inWords =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-";
+constexpr std::string_view inPaths =
+    "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789_-./+";
 
 struct ProductArguments {
   std::string name;
@@ -37,11 +40,7 @@ struct ProductArguments {
 // Both become part of names on the bus and of CMake, which need no escapes then.
 bool isWord(std::string_view text) {
   return !text.empty() && letters.find(text.front()) != std::string_view::npos &&
-         std::ranges::all_of(text, [](char character) {
-           return letters.find(character) != std::string_view::npos ||
-                  digits.find(character) != std::string_view::npos || character == '_' ||
-                  character == '-';
-         });
+         text.find_first_not_of(inWords) == std::string_view::npos;
 }
 
 bool areWords(std::string_view text) {
@@ -136,12 +135,7 @@ std::vector<std::string> filesIn(const fs::path& tree) {
 
 // Returns a word as a shell reads it back.
 std::string quoted(const std::string& word) {
-  const bool isPlain = std::ranges::all_of(word, [](char character) {
-    return letters.find(character) != std::string_view::npos ||
-           digits.find(character) != std::string_view::npos ||
-           std::string_view("_-./+").find(character) != std::string_view::npos;
-  });
-  if (isPlain) return word;
+  if (word.find_first_not_of(inPaths) == std::string::npos) return word;
   std::string result = "'";
   for (const char character : word) {
     if (character == '\'') {
