@@ -65,15 +65,15 @@ TEST(LimitedRequest, EndsAtItsDeadlineWhileTheHelperAgentIsStopped) {
 TEST(LimitedRequest, LateReplyIsDroppedAndTheNextRequestGetsItsOwn) {
   Asking scene;
   scene.stopHelper();
-  for (int i = 0; i < 10; ++i) {
-    EXPECT_EQ(withoutTime(scene.host->call("wait-within 20" + scene.event("echo: late"))),
+  for (int i = 0; i < 5; ++i) {  // each long enough to be sent
+    EXPECT_EQ(withoutTime(scene.host->call("wait-within 300" + scene.event("echo: late"))),
               "-1712 ~");
   }
   ::kill(scene.helperProcess(), SIGCONT);
   EXPECT_EQ(withoutTime(scene.host->call("wait-within 60000" + scene.event("echo: mine"))),
             "0 mine");
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: old")), "0 old");
-  EXPECT_EQ(scene.transcript().count("Probe echo: from"), 12U);
+  EXPECT_EQ(scene.transcript().count("Probe echo: from"), 7U);
 }
 
 TEST(LimitedRequest, OneThatHasPassedItsLimitsIsNotSent) {
