@@ -1,4 +1,4 @@
-"""Compares the pages with the tree: check.py links|contract|calls|python|reference ROOT.
+"""Compares the pages with the tree: check.py links|contract|calls|python|versions|reference ROOT.
 
 links     every link between pages leads to a file, and to a heading in it
 contract  docs/rpc-events.md and the headers of ClientComm name the same methods of the same classes,
@@ -6,6 +6,7 @@ contract  docs/rpc-events.md and the headers of ClientComm name the same methods
           stand on the bus
 calls     docs/calls.md names the calls of the two classes of a host, each in the right column
 python    docs/helper-agents.md and the template of a product have the same helper agent in Python
+versions  the changelogs, the release notes and the README are of the version in VERSION
 reference Doxygen finds each public symbol documented
 """
 
@@ -111,6 +112,18 @@ def calls():
             yield f"{name}::{call}() stands {'on the page' if call in named else 'in the header'} alone"
 
 
+def versions():
+    version = (root / "VERSION").read_text().strip()
+    for page, pattern in (("CHANGELOG.md", r"^## (\S+)"), ("docs/release-notes.md", r"^## (\S+)"),
+                          ("packaging/debian/changelog", r"^qbdkr-client \((\S+)-\d+\)")):
+        newest = re.search(pattern, (root / page).read_text(), re.MULTILINE)
+        if not newest or newest[1] != version:
+            yield f"{page} begins with another version than {version}"
+    asked = re.search(r"find_package\(QBDKRProductClient (\S+) ", (root / "README.md").read_text())[1]
+    if version.rpartition(".")[0] != asked:
+        yield f"README.md asks for version {asked}"
+
+
 def reference():
     settings = (root / "docs/api/Doxyfile").read_text()
     with tempfile.TemporaryDirectory() as output:
@@ -130,7 +143,7 @@ def python():
             yield f"docs/helper-agents.md shows another {name} than the template has"
 
 
-wrong = list({"links": links, "contract": contract, "calls": calls, "python": python,
+wrong = list({"links": links, "contract": contract, "calls": calls, "python": python, "versions": versions,
               "reference": reference}[mode]())
 print("\n".join(wrong))
 sys.exit(bool(wrong))
