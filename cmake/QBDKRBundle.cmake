@@ -23,7 +23,7 @@
 # "codesign --force", replaces that one; a command that changes the bundle must sign it again.
 #
 # SELF_CONTAINED adds the libraries of the machine that the program and its libraries load, but for those of every
-# desktop. A bundle with HELPER asks the same of the helper agent. On a Mac there are none to add.
+# desktop. A bundle with HELPER asks the same of the helper agent. On a Mac it adds nothing.
 #
 # A mistake in the arguments, or in the keys of Info.plist, ends the configuration with its cause. UNCHECKED leaves out
 # the checks of Info.plist, for a bundle that breaks their rules on purpose.

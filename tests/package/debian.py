@@ -85,7 +85,7 @@ def make_root():
     for folder in ("info", "updates", "triggers", "parts"):
         (database / folder).mkdir(parents=True)
     status = pathlib.Path("/var/lib/dpkg/status").read_text()
-    # What is tried may also be installed on the machine.
+    # The machine may have the packages as well.
     known = [text for text in status.split("\n\n") if not re.match(rf"Package: ({'|'.join(PACKAGES)})\n", text)]
     (database / "status").write_text("\n\n".join(known))
     for program in ("/bin/sh", "/sbin/ldconfig"):
