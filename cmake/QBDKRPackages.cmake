@@ -55,7 +55,7 @@ This package has the classes for hosts and helper agents in Objective-C."
   qbdkr_package(objcdevelopment libqbdkr-client-objc-dev libdevel
     "client side of a helper agent, development files for Objective-C\n${about}\n
 This package has what hosts and helper agents in Objective-C are built with."
-    "libqbdkr-client-objc0 ${same}" "libqbdkr-client-dev ${same}" libgnustep-base-dev gobjc)
+    "libqbdkr-client-objc0 ${same}" "libqbdkr-client-dev ${same}" libgnustep-base-dev "gobjc | gobjc++")
   list(APPEND packages_of_libraries OBJC)
 endif()
 if(TARGET qbhp)

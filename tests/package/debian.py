@@ -36,7 +36,8 @@ PACKAGES = {
         ["libqbdkr-client0 (= VERSION)", r"libgnustep-base\S+ .*", r"libobjc4 .*"],
         ["LIB/libQBDKRProductClientObjC.so.0.1"]),
     "libqbdkr-client-objc-dev": (
-        ["libqbdkr-client-objc0 (= VERSION)", "libqbdkr-client-dev (= VERSION)", "libgnustep-base-dev", "gobjc"],
+        ["libqbdkr-client-objc0 (= VERSION)", "libqbdkr-client-dev (= VERSION)", "libgnustep-base-dev",
+         r"gobjc \| gobjc\+\+"],
         ["include/QBDKRProductClientObjC/QBHPHelper.h", "LIB/libQBDKRProductClientObjC.so"]),
     "qbhp": (
         ["libqbdkr-client0 (= VERSION)", "libc6 .*", r"libstdc\+\+6 .*"],
@@ -88,7 +89,7 @@ def make_root():
     # The machine may have the packages as well.
     known = [text for text in status.split("\n\n") if not re.match(rf"Package: ({'|'.join(PACKAGES)})\n", text)]
     (database / "status").write_text("\n\n".join(known))
-    for program in ("/bin/sh", "/sbin/ldconfig"):
+    for program in filter(os.path.exists, ("/bin/sh", "/sbin/ldconfig", "/sbin/ldconfig.real")):
         give(program)
     for folder in ("etc", "var/cache/ldconfig", "var/log", "tmp"):
         (ROOT / folder).mkdir(parents=True, exist_ok=True)
