@@ -149,7 +149,7 @@ void MessageBroker::addListener(const fs::path& socket, const BusPolicy& policy)
   require(sd_bus_message_append(made, "oh", "/org/bus1/DBus/Listener/0", listener.get()),
           "a listener");
   appendPolicy(made, policy);
-  sd_bus_error error = SD_BUS_ERROR_NULL;
+  sd_bus_error error{};
   const int result = sd_bus_call(controller_.get(), made, 0, &error, nullptr);
   const std::string name = error.name == nullptr ? "" : error.name;
   sd_bus_error_free(&error);
