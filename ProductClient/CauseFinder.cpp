@@ -172,6 +172,16 @@ bool isCheck(const RecordedStep& step) {
          step.detail.ends_with(QBHPHelperControl::kIsAlive.text());
 }
 
+// Behind a proxy no receiver can tell who sent a request or a report, and refuses it.
+std::optional<Cause> causeOfProxy(const Steps& steps) {
+  const auto* obstacle = lastOf(steps, {StepKind::busObstacle});
+  if (obstacle == nullptr) return std::nullopt;
+  return Cause{
+      "proxy", sentence(*obstacle),
+      "Have host and helper agent use the session bus itself, outside of a sandbox: behind "
+      "a proxy a sender cannot be told, and is refused."};
+}
+
 // The helper agent can be reached: finds what failed nevertheless.
 std::optional<Cause> causeOfTraffic(Steps steps) {
   using enum StepKind;
@@ -183,6 +193,9 @@ std::optional<Cause> causeOfTraffic(Steps steps) {
     if (const auto* end = lastOf(steps, {delegateDestroyed})) last = end;
   }
   if (last == nullptr) return causeOfDeployment(steps);
+  if (isOneOf(last->kind, {requestFailed, emptyAnswer, senderRefused})) {
+    if (auto cause = causeOfProxy(steps)) return cause;
+  }
   return Cause{subjectFor(last->kind), sentence(*last), remedyFor(*last)};
 }
 

@@ -6,6 +6,7 @@
 
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Events/NativeLiveDiagnosis.h"
 
 namespace qbdkr {
@@ -120,19 +121,17 @@ LiveDiagnosis nativeDiagnosisOf(const std::string& identifier, std::optional<pid
     diagnosis.obstacle = identifier + " cannot be the identifier of an application";
     return diagnosis;
   }
-  sd_bus* opened = nullptr;
-  const int result = sd_bus_open_user(&opened);
-  if (result < 0) {
+  const UniqueBus bus = openSessionBus();
+  if (!bus) {
     diagnosis.obstacle =
-        "cannot connect to the session bus: " + std::generic_category().message(-result);
+        "cannot connect to the session bus: " + std::generic_category().message(errno);
     return diagnosis;
   }
-  const UniqueBus bus(opened);
-  for (const std::string& connection : queueFor(opened, *name)) {
-    const auto owner = processOf(opened, connection);
+  for (const std::string& connection : queueFor(bus.get(), *name)) {
+    const auto owner = processOf(bus.get(), connection);
     if (!owner || (process && owner != process)) continue;
     diagnosis.process = owner;
-    ask(opened, connection, patience, diagnosis);
+    ask(bus.get(), connection, patience, diagnosis);
     return diagnosis;
   }
   diagnosis.obstacle = (process ? "process " + std::to_string(*process) : identifier) +

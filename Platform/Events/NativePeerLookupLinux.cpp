@@ -10,6 +10,7 @@
 
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Events/NativePeerLookup.h"
 
 namespace qbdkr {
@@ -40,13 +41,11 @@ class OwnerQuestion {
  public:
   // Stores the error at which the question cannot be asked; 0 if it is asked.
   explicit OwnerQuestion(const std::string& name) {
-    sd_bus* opened = nullptr;
-    error_ = sd_bus_open_user(&opened);
-    if (error_ < 0) return;
-    bus_.reset(opened);
-    error_ =
-        sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
-                                 "GetConnectionUnixProcessID", onAnswer, this, "s", name.c_str());
+    bus_ = openSessionBus();
+    error_ = bus_ ? sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath,
+                                             bus::interfaceName, "GetConnectionUnixProcessID",
+                                             onAnswer, this, "s", name.c_str())
+                  : -errno;
   }
   OwnerQuestion(const OwnerQuestion&) = delete;
   OwnerQuestion& operator=(const OwnerQuestion&) = delete;

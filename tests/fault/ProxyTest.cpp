@@ -1,12 +1,19 @@
 // Reaches the bus through another process, as from inside a sandbox.
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
+#include <chrono>
+#include <filesystem>
 #include <memory>
+#include <stdexcept>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "support/Environment.h"
+#include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/Scene.h"
 
@@ -101,6 +108,130 @@ TEST(Proxy, WithoutOneNothingIsSaid) {
   EXPECT_EQ(host->call("ask " + scene.identifier("Missing") + " Probe note: x"), "-600 ~");
   EXPECT_EQ(host->call("obstacle"), "none");
   EXPECT_EQ(host->process().logLinesWith(theLine), 0U);
+}
+
+// Stands behind the proxy that sandboxes have, with rules of that proxy. Processes that are started
+// from here on do; earlier ones stand outside.
+class BehindASandboxsProxy : public Scene {
+ public:
+  static constexpr const char* program = "/usr/bin/xdg-dbus-proxy";
+
+  explicit BehindASandboxsProxy(std::string executable = program)
+      : program_(std::move(executable)) {}
+
+  void enter(const std::vector<std::string>& rules = {}) {
+    const auto socket = directory() / "sandbox";
+    std::vector<std::string> command{program_, bus().address(), socket.string()};
+    command.insert(command.end(), rules.begin(), rules.end());
+    std::filesystem::remove(socket);
+    proxy_.reset();
+    proxy_ = std::make_unique<ChildProcess>(command, options());
+    // It does not say when it listens.
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (!std::filesystem::exists(socket)) {
+      if (std::chrono::steady_clock::now() >= deadline) throw std::runtime_error("no proxy");
+      std::this_thread::yield();
+    }
+    environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=" + socket.string();
+  }
+
+  ChildProcess& proxy() { return *proxy_; }
+
+ private:
+  std::string program_;
+  std::unique_ptr<ChildProcess> proxy_;
+};
+
+struct SandboxProxy : testing::Test {
+  void SetUp() override {
+    if (!std::filesystem::exists(BehindASandboxsProxy::program)) {
+      GTEST_SKIP() << "xdg-dbus-proxy is not installed";
+    }
+  }
+};
+
+std::unique_ptr<ChildProcess> serve(const Peer& peer, const std::string& name, int calls) {
+  auto served = peer.begin({"serve", name, std::to_string(calls)});
+  served->waitForOutput([](const std::string& line) { return line == "ready"; });
+  return served;
+}
+
+TEST_F(SandboxProxy, PassesRequestsPostsAndTheHostsName) {
+  BehindASandboxsProxy scene;
+  const std::string name = scene.identifier("Served");
+  const auto outside = Peer::inBundle(scene);
+  const auto served = serve(outside, name, 2);
+  scene.enter();
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("share"), "shared");
+  outside.awaitOwner(scene.hostID());
+  EXPECT_EQ(host->call("ask " + scene.identifier("Missing") + " Probe note: x", soon), "-600 ~");
+  EXPECT_EQ(host->call("ask " + name + " Probe note: x", soon), "0 served");
+  EXPECT_EQ(host->call("send " + name + " Probe note: x", soon), "0");
+  EXPECT_TRUE(served->succeeds());
+  EXPECT_EQ(host->call("obstacle"), theLine + std::to_string(scene.proxy().processID()) +
+                                        ": behind a proxy, events may not arrive");
+}
+
+TEST_F(SandboxProxy, PassesOnlyWhatItsRulesAllow) {
+  BehindASandboxsProxy scene;
+  const std::string allowed = scene.identifier("Allowed");
+  const std::string hidden = scene.identifier("Hidden");
+  const auto outside = Peer::inBundle(scene);
+  const auto servedAllowed = serve(outside, allowed, 1);
+  const auto servedHidden = serve(outside, hidden, 1);
+  scene.enter({"--filter", "--own=" + scene.hostID(), "--talk=" + allowed});
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("share"), "shared");
+  outside.awaitOwner(scene.hostID());
+  EXPECT_EQ(host->call("ask " + allowed + " Probe note: x", soon), "0 served");
+  EXPECT_EQ(host->call("ask " + hidden + " Probe note: x", soon), "-600 ~");
+  EXPECT_EQ(host->call("send " + hidden + " Probe note: x", soon), "-600");
+}
+
+TEST_F(SandboxProxy, EndsRequestsWithItsEndAndIsUsedAgain) {
+  BehindASandboxsProxy scene;
+  const std::string name = scene.identifier("Served");
+  const auto served = serve(Peer::inBundle(scene), name, 2);
+  scene.enter();
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("ask " + name + " Probe note: x", soon), "0 served");
+  scene.proxy().kill();
+  EXPECT_EQ(host->call("ask " + name + " Probe note: x", soon), "-609 ~");
+  scene.enter();
+  EXPECT_EQ(host->call("ask " + name + " Probe note: x", soon), "0 served");
+}
+
+TEST_F(SandboxProxy, ThatIsStuckHoldsARequestUpForAMoment) {
+  BehindASandboxsProxy scene;
+  scene.enter();
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  scene.proxy().signal(SIGSTOP);
+  EXPECT_EQ(host->call("send " + scene.identifier("Missing") + " Probe note: x", soon), "-609");
+  scene.proxy().signal(SIGCONT);
+  EXPECT_EQ(host->call("send " + scene.identifier("Missing") + " Probe note: x", soon), "-600");
+}
+
+// The proxy's own process must not pass for the sender, even if it belongs to a bundle.
+TEST_F(SandboxProxy, HidesSendersWhichAreRefused) {
+  Scene elsewhere;
+  const TestBundle bundle(elsewhere.directory(), "xdg-dbus-proxy",
+                          {{"CFBundleIdentifier", elsewhere.identifier("Bystander")}},
+                          BehindASandboxsProxy::program);
+  BehindASandboxsProxy scene(bundle.executable().string());
+  scene.enter();
+  const auto peer = Peer::inBundle(scene);
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  EXPECT_EQ(host->call("share"), "shared");
+  peer.awaitOwner(scene.hostID());
+  EXPECT_EQ(peer.run({"call", scene.hostID(), "QBHPHelperControl",
+                      "checkServerOpenCallBack::::", "x", "1", "0", ""}),
+            "result ");
+  EXPECT_EQ(host->reportsWith("server"), 0U);
+  EXPECT_EQ(host->call("senders"), "none");
+  peer.awaitOwner(scene.helperID());
+  EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe echo: x", soon), "0 x");
+  EXPECT_TRUE(host->call("diagnose").starts_with("proxy: the bus knows this process as "));
 }
 
 }  // namespace

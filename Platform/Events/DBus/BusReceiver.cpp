@@ -12,6 +12,7 @@
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Loop/NativeLoopLinux.h"
 
 namespace qbdkr {
@@ -119,9 +120,8 @@ void BusReceiver::busAppeared() {
 void BusReceiver::connect() {
   retry_.reset();
   if (bus_ || !handler_.isSet()) return;
-  sd_bus* opened = nullptr;
-  if (sd_bus_open_user(&opened) < 0) return tryAgainLater();
-  bus_.reset(opened);
+  bus_ = openSessionBus();
+  if (!bus_) return tryAgainLater();
   if (inquiry_.open([this] { reconnectLater(); }) && attach()) return;
   disconnect();
   tryAgainLater();

@@ -19,6 +19,7 @@
 #include "Platform/Events/DBus/BusAnswer.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
+#include "Platform/Events/DBus/SessionBus.h"
 
 namespace qbdkr {
 namespace {
@@ -233,9 +234,9 @@ bool BusSender::connect(Lock& lock) {
 
 bool BusSender::open() {
   if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
-  sd_bus* opened = nullptr;
-  if (!wake_ || sd_bus_open_user(&opened) < 0) return false;
-  bus_ = Bus(opened, SdBusDeleter());
+  UniqueBus opened = wake_ ? openSessionBus() : nullptr;
+  if (!opened) return false;
+  bus_ = std::move(opened);
   ++generation_;
   wasGreeted_ = false;
   greetingDeadline_ = Clock::now() + busPatience;

@@ -1,15 +1,17 @@
 #include "Platform/Events/DBus/NameOwner.h"
 
+#include "Platform/Events/DBus/SessionBus.h"
+
 namespace qbdkr {
 
 NameOwner::NameOwner(const std::string& name) {
-  sd_bus* opened = nullptr;
-  if (sd_bus_open_user(&opened) < 0) return;
-  bus_.reset(opened);
-  if (sd_bus_add_match_async(opened, nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged,
+  bus_ = openSessionBus();
+  if (!bus_) return;
+  if (sd_bus_add_match_async(bus_.get(), nullptr, bus::ownerMatch(name).c_str(), onOwnerChanged,
                              nullptr, this) < 0 ||
-      sd_bus_call_method_async(opened, nullptr, bus::service, bus::objectPath, bus::interfaceName,
-                               "NameHasOwner", onAnswer, this, "s", name.c_str()) < 0) {
+      sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath,
+                               bus::interfaceName, "NameHasOwner", onAnswer, this, "s",
+                               name.c_str()) < 0) {
     bus_.reset();
   }
   read();  // sends what it can: the bus works on that from now on

@@ -1,11 +1,14 @@
 #include "Platform/Events/DBus/PeerInquiry.h"
 
+#include <unistd.h>
+
 #include <cstdint>
 #include <utility>
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Events/BundleIdentifier.h"
 #include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Loop/NativeLoopLinux.h"
 
 namespace qbdkr {
@@ -22,16 +25,36 @@ std::optional<std::string> applicationOf(pid_t processID) {
 
 bool PeerInquiry::open(std::function<void()> onLost) {
   onLost_ = std::move(onLost);
-  sd_bus* opened = nullptr;
-  if (sd_bus_open_user(&opened) < 0) return false;
-  bus_.reset(opened);
-  return watchDisconnection(opened, onDisconnected, this) &&
-         sd_bus_attach_event(opened, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0;
+  bus_ = openSessionBus();
+  return bus_ && watchDisconnection(bus_.get(), onDisconnected, this) &&
+         sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0;
 }
 
 void PeerInquiry::close() {
   if (bus_) sd_bus_detach_event(bus_.get());
+  self_.reset();
+  ownProcess_.reset();
   bus_.reset();
+}
+
+// The bus answers in the order of the questions: the answer is there before that for any peer.
+void PeerInquiry::askForSelf() {
+  const char* name = nullptr;
+  if (self_ || sd_bus_is_ready(bus_.get()) <= 0 || sd_bus_get_unique_name(bus_.get(), &name) < 0)
+    return;
+  sd_bus_slot* slot = nullptr;
+  sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                           "GetConnectionUnixProcessID", onSelf, this, "s", name);
+  self_.reset(slot);
+}
+
+int PeerInquiry::onSelf(sd_bus_message* message, void* self, sd_bus_error*) {
+  std::uint32_t process = 0;
+  if (sd_bus_message_is_method_error(message, nullptr) == 0 &&
+      sd_bus_message_read(message, "u", &process) > 0) {
+    static_cast<PeerInquiry*>(self)->ownProcess_ = static_cast<pid_t>(process);
+  }
+  return 0;
 }
 
 int PeerInquiry::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
@@ -39,14 +62,22 @@ int PeerInquiry::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
+// Tells whether the bus's number of a process says nothing of a peer: it is that of the proxy
+// through which this process comes too, or one of another namespace.
+bool PeerInquiry::isHidden(pid_t process) const {
+  if (!ownProcess_ || *ownProcess_ == getpid()) return false;
+  return process == *ownProcess_ || leadsOutOfNamespace(bus_.get());
+}
+
 std::unique_ptr<PeerInquiry::Question> PeerInquiry::ask(const std::string& peer, Answer answer) {
-  auto question = std::make_unique<Question>(peer, std::move(answer));
+  auto question = std::make_unique<Question>(*this, peer, std::move(answer));
+  if (bus_) askForSelf();
   if (!bus_ || !question->ask(bus_.get())) question.reset();
   return question;
 }
 
-PeerInquiry::Question::Question(std::string peer, Answer answer)
-    : peer_(std::move(peer)), answer_(std::move(answer)) {}
+PeerInquiry::Question::Question(PeerInquiry& inquiry, std::string peer, Answer answer)
+    : inquiry_(inquiry), peer_(std::move(peer)), answer_(std::move(answer)) {}
 
 // Sets no time limit: the bus answers, or the connection ends. A limit would also pass while the
 // main thread is busy elsewhere, with the answer on its way.
@@ -86,7 +117,9 @@ void PeerInquiry::Question::take(sd_bus_message* reply) {
     return end();
   }
   if (!isThere) return end();
-  bundleID_ = applicationOf(static_cast<pid_t>(processID));
+  const auto process = static_cast<pid_t>(processID);
+  if (inquiry_.isHidden(process)) return end();
+  bundleID_ = applicationOf(process);
   if (!bundleID_) return end();
   // Asks once more, to see that the peer is still there: if its process executes another program,
   // its connection is closed.

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <functional>
 #include <memory>
 #include <optional>
@@ -21,7 +23,7 @@ class PeerInquiry {
   // An inquiry in progress. No answer comes after its destruction.
   class Question {
    public:
-    Question(std::string peer, Answer answer);
+    Question(PeerInquiry& inquiry, std::string peer, Answer answer);
 
    private:
     friend class PeerInquiry;
@@ -32,6 +34,7 @@ class PeerInquiry {
 
     static int onReply(sd_bus_message* reply, void* self, sd_bus_error* error);
 
+    PeerInquiry& inquiry_;
     const std::string peer_;
     const Answer answer_;
     std::optional<std::string> bundleID_;
@@ -45,13 +48,19 @@ class PeerInquiry {
   // Asks for a peer. The answer comes once, from the main run loop, never from inside this call;
   // destroy the question then. Null if the bus cannot be asked. The answer tells the program that
   // the peer's process ran while it was on the bus: a peer that is gone when its program is known
-  // may have become another one, and does not count as an application.
+  // may have become another one, and does not count as an application. Nor does a peer behind the
+  // same proxy as this process, or any peer if the bus is in another namespace of processes.
   [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer, Answer answer);
 
  private:
+  void askForSelf();
+  [[nodiscard]] bool isHidden(pid_t process) const;
+  static int onSelf(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
 
   UniqueBus bus_;
+  BusSlot self_;
+  std::optional<pid_t> ownProcess_;  // as the bus knows it
   std::function<void()> onLost_;
 };
 

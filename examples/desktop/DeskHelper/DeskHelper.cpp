@@ -147,7 +147,8 @@ class HelperControl : public Service {
   void showProducts() {
     QStringList all;
     for (const auto& [product, version] : products_) {
-      all << QString::fromStdString(product + " (" + version + ')');
+      all << QString("%1 (%2)").arg(QString::fromStdString(product),
+                                    QString::fromStdString(version));
     }
     window().setProducts(all.join(", "));
   }

@@ -149,6 +149,19 @@ TEST(CauseFinder, DelegateThatWasDestroyedIsWhyAReportIsNotTaken) {
   EXPECT_EQ(subjectOf(diagnosis), "delegate");
 }
 
+TEST(CauseFinder, ProxyIsWhyASenderIsRefused) {
+  using enum StepKind;
+  auto diagnosis = healthy();
+  diagnosis.steps = {step(busObstacle)};
+  EXPECT_EQ(subjectOf(diagnosis), "none");
+  for (const auto kind : {senderRefused, emptyAnswer, requestFailed}) {
+    diagnosis.steps = {step(busObstacle), step(kind)};
+    EXPECT_EQ(subjectOf(diagnosis), "proxy");
+  }
+  diagnosis.steps = {step(busObstacle), step(classUnknown)};
+  EXPECT_EQ(subjectOf(diagnosis), "report");
+}
+
 TEST(CauseFinder, CheckThatFoundNoHelperAgentIsNoTrouble) {
   auto diagnosis = healthy();
   diagnosis.steps.push_back(step(StepKind::requestFailed, -600, "com.Acme.Helper",

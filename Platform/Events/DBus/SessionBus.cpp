@@ -1,0 +1,171 @@
+#include "Platform/Events/DBus/SessionBus.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <chrono>
+#include <cstddef>
+#include <fstream>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "Platform/Base/Descriptor.h"
+
+namespace qbdkr {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// The bus library sends the end of its greeting together with the beginning. xdg-dbus-proxy 0.1.4
+// then takes the bus's part of the greeting for a message, and closes the
+// connection. So behind a proxy the greeting is made here, one line after the other, on a socket of
+// our own. The library gets the bus's words through a pair of sockets, and then the socket in place
+// of that.
+
+constexpr std::chrono::seconds greetingPatience(2);
+constexpr int bufferSize = 8 << 20;  // bytes, as the bus library sets it
+constexpr std::size_t longestGreeting = 1024;
+constexpr int mostSteps = 16;
+constexpr std::string_view opening("\0AUTH EXTERNAL\r\nDATA\r\n", 22);
+constexpr std::string_view ending = "BEGIN\r\n";
+
+// The end of a connection that reached the bus, or its proxy.
+struct BusEnd {
+  sockaddr_storage address{};
+  socklen_t size = sizeof address;
+};
+
+// Returns the process at the other end: 0 for one of another namespace, absent if it is unknown.
+std::optional<pid_t> processAtEnd(int connection) {
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (::getsockopt(connection, SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0) return std::nullopt;
+  return peer.pid;
+}
+
+bool isProxy(pid_t process) {
+  if (process == 0) return true;  // this process is in a sandbox
+  std::ifstream file("/proc/" + std::to_string(process) + "/comm");
+  std::string name;
+  return std::getline(file, name) && name == "xdg-dbus-proxy";
+}
+
+// Returns where a connection leads to, if that is a proxy.
+bool leadsToProxy(int connection, BusEnd& end) {
+  const auto process = processAtEnd(connection);
+  return process && isProxy(*process) &&
+         ::getpeername(connection, reinterpret_cast<sockaddr*>(&end.address), &end.size) == 0;
+}
+
+bool sendAll(int socket, std::string_view text) {
+  return ::send(socket, text.data(), text.size(), MSG_NOSIGNAL) ==
+         static_cast<ssize_t>(text.size());
+}
+
+// Reads no further than the text that is awaited: nothing follows before our answer to it.
+bool readUntil(int socket, std::string_view end, std::string& text, Clock::time_point deadline) {
+  while (!text.ends_with("\r\n") || text.find(end) == std::string::npos) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    pollfd event{socket, POLLIN, 0};
+    if (left.count() <= 0 || ::poll(&event, 1, static_cast<int>(left.count())) == 0) {
+      errno = ETIMEDOUT;
+      return false;
+    }
+    std::array<char, longestGreeting> bytes{};
+    const auto size = ::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
+    if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
+    if (size > 0) text.append(bytes.data(), static_cast<std::size_t>(size));
+    if (size <= 0 || text.size() > longestGreeting || text.find("REJECTED") != std::string::npos) {
+      errno = ECONNREFUSED;
+      return false;
+    }
+  }
+  return true;
+}
+
+// Connects, and makes the greeting up to its last line. Stores the words of the bus.
+Descriptor greet(const BusEnd& end, std::string& words) {
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);
+  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&end.address), end.size) != 0 ||
+      !sendAll(socket.get(), opening) ||
+      !readUntil(socket.get(), "OK ", words, Clock::now() + greetingPatience)) {
+    return {};
+  }
+  return socket;
+}
+
+// Has the library make its greeting with the words of the bus, from the other end of a pair. Stores
+// what it says after its greeting. Returns its descriptor; -1 if it did not take the words.
+int hear(sd_bus* bus, const std::string& words, std::string& message) {
+  std::array<int, 2> ends{};
+  if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends.data()) != 0)
+    return -1;
+  const Descriptor ours(ends[0]);
+  const int theirs = ends[1];
+  if (const int result = sd_bus_set_fd(bus, theirs, theirs); result < 0) {
+    const Descriptor unused(theirs);
+    errno = -result;
+    return -1;
+  }
+  if (sd_bus_negotiate_fds(bus, 0) < 0 || sd_bus_set_bus_client(bus, 1) < 0 ||
+      sd_bus_set_trusted(bus, 1) < 0 || !sendAll(ours.get(), words) || sd_bus_start(bus) < 0) {
+    return -1;
+  }
+  int unread = 1;
+  for (int step = 0; unread > 0 && step < mostSteps; ++step) {
+    if (sd_bus_process(bus, nullptr) < 0 || ::ioctl(theirs, FIONREAD, &unread) != 0) return -1;
+  }
+  std::array<char, longestGreeting> said{};
+  const auto size = ::recv(ours.get(), said.data(), said.size(), MSG_DONTWAIT);
+  const std::string_view all(said.data(), size > 0 ? static_cast<std::size_t>(size) : 0);
+  const auto end = all.find(ending);
+  errno = EPROTO;
+  if (unread > 0 || end == std::string_view::npos) return -1;
+  message = all.substr(end + ending.size());
+  return theirs;
+}
+
+UniqueBus openBehindProxy(const BusEnd& end) {
+  std::string words;
+  const Descriptor socket = greet(end, words);
+  sd_bus* made = nullptr;
+  if (!socket || sd_bus_new(&made) < 0) return {};
+  UniqueBus bus(made);
+  std::string message;
+  const int place = hear(made, words, message);
+  if (place < 0 || !sendAll(socket.get(), std::string(ending) + message) ||
+      ::dup3(socket.get(), place, O_CLOEXEC) < 0) {
+    return {};
+  }
+  return bus;
+}
+
+}  // namespace
+
+UniqueBus openSessionBus() {
+  sd_bus* opened = nullptr;
+  if (const int result = sd_bus_open_user(&opened); result < 0) {
+    errno = -result;
+    return {};
+  }
+  UniqueBus bus(opened);
+  BusEnd end;
+  if (leadsToProxy(sd_bus_get_fd(opened), end)) {
+    bus.reset();
+    bus = openBehindProxy(end);
+  }
+  return bus;
+}
+
+bool leadsOutOfNamespace(sd_bus* bus) { return processAtEnd(sd_bus_get_fd(bus)) == 0; }
+
+}  // namespace qbdkr
