@@ -33,7 +33,7 @@ QString press(const QString& name) {
   if (button == nullptr || !button->isEnabled()) return "no such button: " + name;
   if (modal != nullptr && button->window() != modal) return "behind a dialog: " + name;
   // Once this command has returned: it may open a dialog, in which further commands are read.
-  QMetaObject::invokeMethod(button, &QAbstractButton::click, Qt::QueuedConnection);
+  QMetaObject::invokeMethod(button, "click", Qt::QueuedConnection);
   return "pressed " + name;
 }
 

@@ -176,8 +176,8 @@ class Window : public QWidget,
 
   static QGroupBox* group(const QString& title, std::initializer_list<QPushButton*> buttons) {
     auto* made = new QGroupBox(title);
-    auto* column = new QVBoxLayout(made);
-    for (QPushButton* each : buttons) column->addWidget(each);
+    made->setLayout(new QVBoxLayout);
+    for (QPushButton* each : buttons) made->layout()->addWidget(each);
     return made;
   }
 
