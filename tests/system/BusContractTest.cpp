@@ -308,9 +308,7 @@ TEST(Status, ServicesAreNotStartedByARequest) {
   EXPECT_FALSE(std::filesystem::exists(mark));
 }
 
-TEST(NoBus, NothingHangs) {
-  Scene scene;
-  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nowhere/at/all";
+void expectThatNothingHangsIn(Scene& scene) {
   auto bundle = scene.makeHostWithoutHelper("Host");
   // This helper agent cannot be executed: the launch of another would wait for its name.
   const TestBundle helper(bundle.resources(), "ProbeHelper",
@@ -323,6 +321,19 @@ TEST(NoBus, NothingHangs) {
   EXPECT_EQ(host->call("restart", soon), "1");
   EXPECT_EQ(host->call("fetch-client", soon), "~");
   host->quit();
+}
+
+TEST(NoBus, NothingHangs) {
+  Scene scene;
+  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] = "unix:path=/nowhere/at/all";
+  expectThatNothingHangsIn(scene);
+}
+
+TEST(NoBus, NothingHangsWithoutAnAddressEither) {
+  Scene scene;
+  scene.environment().erase("DBUS_SESSION_BUS_ADDRESS");
+  scene.environment().erase("XDG_RUNTIME_DIR");
+  expectThatNothingHangsIn(scene);
 }
 
 }  // namespace
