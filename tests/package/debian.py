@@ -14,6 +14,7 @@ import shutil
 import subprocess
 import sys
 
+from readme_project import answer
 from session import Session
 
 CPACK, BUILD, SOURCES, CMAKE, COMPILER = sys.argv[1:6]
@@ -145,9 +146,9 @@ def run_readme_project(library_folder):
     run(CMAKE, "--build", project / "build")
     host = project / "build/bundles/PhotoTool.app/Contents/Linux/PhotoTool"
     with Session(WORK / "home") as session:
-        launched, output = session.run([host], "com.Acme.Helper")
-        if not launched:
-            fail(f"the README's host launched no helper agent:\n{output}")
+        lines, _, log = session.run([host])
+        if lines != [answer(session)]:
+            fail(f"the README's host has no answer:\n{lines}\n{log}")
 
 
 def run_installed(library_folder):

@@ -8,7 +8,7 @@ import shutil
 import subprocess
 import sys
 
-import first_run
+from session import Session
 
 CMAKE, BUILD, COMPILER = sys.argv[1:4]
 WORK = pathlib.Path(sys.argv[4]).resolve()
@@ -41,13 +41,13 @@ def check(name, *options):
     checked = run(PREFIX / "bin/qbhp", "check-helper", f"{tree}/build/bundles/{name}Helper.app")
     if not re.search(r"\n\d+ ok, 0 failed, 0 skipped\n", checked):
         sys.exit(f"the helper agent of {name} leaves something out:\n{checked}")
-    bundle = pathlib.Path(host).parents[2]
-    lines, code = first_run.first_run(bundle, WORK / f"home of {name}", 4)
-    page = WORK / f"home of {name}/.local/share/{name}/{name}Helper.app/Contents/Resources/NetworkError.html"
+    with Session(WORK / f"home of {name}") as session:
+        lines, code, log = session.run([host], count=4)
+    page = session.home / f".local/share/{name}/{name}Helper.app/Contents/Resources/NetworkError.html"
     due = ["The helper agent runs.", r"Identifier of this installation: [0-9a-f]{32}",
            f"Page without a network: {re.escape(str(page))}", "Usage data: not collected"]
     if not re.fullmatch("\n".join(due), "\n".join(lines)) or code != 0:
-        sys.exit(f"the host of {name} ends with {code}, and prints:\n" + "\n".join(lines))
+        sys.exit(f"the host of {name} ends with {code}, and prints:\n" + "\n".join([*lines, log]))
 
 
 shutil.rmtree(WORK, ignore_errors=True)

@@ -8,7 +8,7 @@ import pathlib
 import re
 import sys
 
-import first_run
+from session import Session
 
 
 def block(root, page, language, begins_with):
@@ -42,11 +42,16 @@ def make(root, directory, self_contained=None):
 
 
 def run(directory):
-    home = directory.resolve() / "home"
-    lines, code = first_run.first_run(directory / "build/bundles/PhotoTool.app", home, 1)
-    page = home / ".local/share/Acme/AcmeHelper.app/Contents/Resources/NetworkError.html"
-    if lines != [str(page)] or code != 0:
-        sys.exit(f"the README's host ends with {code}, and prints {lines} instead of {page}")
+    with Session(directory / "home") as session:
+        lines, code, log = session.run([directory / "build/bundles/PhotoTool.app/Contents/Linux/PhotoTool"])
+    if lines != [answer(session)] or code != 0:
+        sys.exit(f"the README's host ends with {code}, and prints {lines} instead of {answer(session)}:\n{log}")
 
 
-{"make": make, "run": run}[sys.argv[1]](*map(pathlib.Path, sys.argv[2:]))
+def answer(session):
+    """The line that the host prints when its installed helper agent has answered."""
+    return str(session.home / ".local/share/Acme/AcmeHelper.app/Contents/Resources/NetworkError.html")
+
+
+if __name__ == "__main__":
+    {"make": make, "run": run}[sys.argv[1]](*map(pathlib.Path, sys.argv[2:]))
