@@ -40,13 +40,12 @@ bool leadsToSocketsOnly(std::string_view address) {
 class OwnerQuestion {
  public:
   // Stores the error at which the question cannot be asked; 0 if it is asked.
-  explicit OwnerQuestion(const std::string& name) {
-    bus_ = openSessionBus();
-    error_ = bus_ ? sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath,
-                                             bus::interfaceName, "GetConnectionUnixProcessID",
-                                             onAnswer, this, "s", name.c_str())
-                  : -errno;
-  }
+  explicit OwnerQuestion(const std::string& name)
+      : bus_(openSessionBus()),
+        error_(bus_ ? sd_bus_call_method_async(bus_.get(), nullptr, bus::service, bus::objectPath,
+                                               bus::interfaceName, "GetConnectionUnixProcessID",
+                                               onAnswer, this, "s", name.c_str())
+                    : -errno) {}
   OwnerQuestion(const OwnerQuestion&) = delete;
   OwnerQuestion& operator=(const OwnerQuestion&) = delete;
   ~OwnerQuestion() = default;
