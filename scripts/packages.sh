@@ -1,7 +1,7 @@
 # Debian and Ubuntu packages that the scripts need, and the functions that install them. Sourced by
 # common.sh.
 
-build_packages="g++ cmake ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
+build_packages="g++ cmake make ninja-build pkg-config libsystemd-dev libutf8proc-dev libexpat1-dev"
 sample_packages="libsqlite3-dev libssl-dev"
 demo_packages="$build_packages $sample_packages dbus-daemon dbus-bin"
 tool_packages="libcli11-dev nlohmann-json3-dev"
@@ -9,7 +9,7 @@ objc_packages="gobjc++ libgnustep-base-dev"
 package_packages="dpkg-dev file"
 loop_packages="libglib2.0-dev qt6-base-dev"
 test_packages="$demo_packages $tool_packages $objc_packages $loop_packages $package_packages libgtest-dev libdbus-1-dev
-  dbus-broker xdg-dbus-proxy doxygen python3 python3-gi make procps git"
+  dbus-broker xdg-dbus-proxy doxygen python3 python3-gi procps git"
 reference_packages="doxygen python3"
 picture_packages="$demo_packages qt6-base-dev libqt6svg6 xvfb openbox fonts-dejavu-core"
 bench_packages="$demo_packages procps"

@@ -74,9 +74,8 @@ std::vector<const HelperCheck*> chosenBy(const std::vector<std::string>& names) 
 constexpr std::size_t nameWidth = 22;
 constexpr std::size_t resultWidth = 9;
 
-std::string padded(std::string text, std::size_t width) {
-  text.resize(std::max(width, text.size()), ' ');
-  return text;
+std::string padded(std::string_view text, std::size_t width) {
+  return std::string(text) + std::string(width - std::min(width, text.size()), ' ');
 }
 
 void addTable(Output& output, const std::vector<Outcome>& outcomes) {
