@@ -15,6 +15,7 @@
 #include "support/Peer.h"
 #include "support/ProcessEnd.h"
 #include "support/Programs.h"
+#include "support/Sanitizers.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -106,6 +107,7 @@ Activity activityIn(std::chrono::milliseconds span, pid_t process) {
 }
 
 TEST_P(MainLoop, SleepsWhileNothingHappens) {
+  if (hasThreadSanitizer) GTEST_SKIP() << "the sanitizer has a thread that wakes by itself";
   constexpr std::chrono::seconds observed(3);
   constexpr std::chrono::milliseconds quiet(300);
   const auto deadline = std::chrono::steady_clock::now() + patience / 2;  // before the timer's 60 s
