@@ -168,10 +168,18 @@ struct QBHPHelperCommunicate::Parts {
     isStartingUp = true;
     dropExceptions([this] {
       installer.install();
+      awaitName();
       tellSupervisor(communicator.launchHelepr());
     });
     endStartUp();
     if (isLostAtStartUp.exchange(false)) checks.request();
+  }
+
+  // A helper agent that runs already answers the start request at once, which may be before the
+  // main loop runs for the first time.
+  static void awaitName() {
+    constexpr std::chrono::seconds patience(1);
+    RPCTransport::shared().awaitName(std::chrono::steady_clock::now() + patience);
   }
 
   void endStartUp() {

@@ -58,6 +58,10 @@ class BusTransport final : public RPCTransport {
     BusReceiver::shared().setHandler(std::move(handler));
   }
 
+  void awaitName(std::chrono::steady_clock::time_point deadline) override {
+    BusReceiver::shared().awaitName(deadline);
+  }
+
   void removeHandler() override { BusReceiver::shared().removeHandler(); }
 
   void watchStanding(const std::function<void()>& onLost) override {

@@ -80,6 +80,11 @@ class QBDKR_EXPORT RPCTransport {
   virtual void setHandler(Handler handler) = 0;
   virtual void removeHandler() = 0;
 
+  // Waits until events that are sent to this process by its name are kept for its main run loop,
+  // also if that does not run yet. Returns at the deadline, and at once without a handler or a
+  // connection, and where a name needs no claim. Any thread.
+  virtual void awaitName(std::chrono::steady_clock::time_point /*deadline*/) {}
+
   // Returns one line that says why events posted with status 0 may not arrive. Absent if no reason
   // is known; the first send of this process finds it. Any thread; does not wait.
   [[nodiscard]] virtual std::optional<std::string> knownObstacle() const { return std::nullopt; }

@@ -53,7 +53,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
 
   // --- Life cycle -------------------------------------------------------------------------------
 
-  // Does the work of the start-up thread: extractHelper(), then launchHelepr(). Blocks as they do.
+  // Does the work of the start-up thread: extractHelper(), then launchHelepr(). Blocks as they do,
+  // and in between 1 s at most, until the process has its name on the bus.
   void processHelper();
 
   // Starts a liveness check on a thread of its own. At most 8 run at a time; one more check covers

@@ -34,13 +34,12 @@ class Desktop : public testing::Test {
     scene.environment()["LC_ALL"] = "C.UTF-8";
   }
 
-  // Waits for the state alone: the answer to the start request of a host whose helper agent runs
-  // already is lost if it comes before the main loop has the name on the bus.
   void start(const std::string& running = "The helper agent is running") {
     begin();
     const auto program = bundle / "Contents/Linux/PhotoDesk";
     host = std::make_unique<ChildProcess>(std::vector<std::string>{program.string(), "--drive"},
                                           scene.options());
+    await("host 1.0: ← didCheckServerOpen: 1");
     await("host 1.0: " + running);
   }
 

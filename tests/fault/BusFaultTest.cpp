@@ -79,6 +79,18 @@ TEST(BusFault, SilentBusDoesNotHoldUpPostsForEver) {
   EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x"), "-600");
 }
 
+TEST(BusFault, SilentBusDoesNotHoldUpShareAndIsUsedWhenItAnswers) {
+  Scene scene;
+  const auto bundle = scene.makeHost("Host", "1.0");
+  const auto host = scene.start(bundle);
+  const pid_t daemon = scene.bus().daemonProcess();
+  ::kill(daemon, SIGSTOP);
+  EXPECT_EQ(host->call("share", soon), "shared");
+  ::kill(daemon, SIGCONT);
+  EXPECT_EQ(host->call("launch"), "yes");
+  scene.transcript().waitFor({"start:prodeuctVersion:"});
+}
+
 TEST(BusFault, FloodOfReportsIsTakenAndRequestsStillGoOut) {
   Scene scene;
   const auto peer = Peer::inBundle(scene);

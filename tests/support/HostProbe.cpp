@@ -322,10 +322,12 @@ std::binary_semaphore& mainGate() {
   return gate;
 }
 
-// Keeps the main thread busy until the gate is released. Returns when it is.
-std::string blockMain(const Words&) {
+// [share]: keeps the main thread busy until the gate is released, right after the first share() if
+// that is asked for. Returns when it is.
+std::string blockMain(const Words& words) {
   std::promise<void> isBlocked;
-  RunLoop::main().perform([&isBlocked] {
+  RunLoop::main().perform([&isBlocked, shares = !words.empty()] {
+    if (shares) QBHPHelper::share();
     isBlocked.set_value();
     mainGate().acquire();
   });

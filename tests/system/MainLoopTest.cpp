@@ -121,5 +121,21 @@ TEST_P(MainLoop, SleepsWhileNothingHappens) {
   EXPECT_GT(activityOf(host->processID()).wakeUps, 0U);
 }
 
+// As the main thread of a user interface that has to show its windows first.
+TEST(BusyMainThread, LosesNoReportToAStartRequestThatWasSentBeforeItsLoopRuns) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHost("Host", "1.0"));
+  host->call("block-main share");
+  const Peer peer = Peer::inBundle(scene);
+  scene.transcript().waitFor({"start:prodeuctVersion:"});
+  // Posts at once, to the name as it is then.
+  const auto report = peer.begin({"post", scene.hostID(), "1", "QBHPHelperControl",
+                                  "checkServerOpenCallBack::::", "x", "1", "0", ""});
+  report->firstLine();
+  host->call("release-main");
+  host->process().waitForLog("checkServerOpenCallBack::::");
+  EXPECT_EQ(host->call("ticks 3"), "ticked");
+}
+
 }  // namespace
 }  // namespace qbdkr::test

@@ -5,14 +5,11 @@
 #include <algorithm>
 #include <utility>
 
-#include <ClientComm/Bundle.h>
-#include <ClientComm/LogHandler.h>
 #include <ClientComm/RunLoop.h>
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
-#include "Platform/Events/DBus/BusName.h"
-#include "Platform/Events/DBus/SessionBus.h"
+#include "Platform/Loop/MainThread.h"
 #include "Platform/Loop/NativeLoopLinux.h"
 
 namespace qbdkr {
@@ -111,6 +108,11 @@ void BusReceiver::removeHandler() {
   RunLoop::main().perform([this] { disconnect(); });
 }
 
+void BusReceiver::awaitName(Clock::time_point deadline) {
+  if (!handler_.isSet() || (isOnMainThread() && bus_)) return;
+  claim_.await(deadline, [this] { RunLoop::main().perform([this] { connect(); }); });
+}
+
 void BusReceiver::busAppeared() {
   RunLoop::main().perform([this] {
     if (retry_) connect();
@@ -120,9 +122,10 @@ void BusReceiver::busAppeared() {
 void BusReceiver::connect() {
   retry_.reset();
   if (bus_ || !handler_.isSet()) return;
-  bus_ = openSessionBus();
-  if (!bus_) return tryAgainLater();
-  if (inquiry_.open([this] { reconnectLater(); }) && attach()) return;
+  auto claimed = claim_.take();
+  if (!claimed) return tryAgainLater();  // or when the thread that opens it has done so
+  bus_ = *std::move(claimed);
+  if (bus_ && inquiry_.open([this] { reconnectLater(); }) && attach()) return;
   disconnect();
   tryAgainLater();
 }
@@ -131,9 +134,8 @@ bool BusReceiver::attach() {
   sd_bus* bus = bus_.get();
   sd_bus_slot* object = nullptr;
   sd_bus_slot* delivery = nullptr;
-  if (sd_bus_set_method_call_timeout(bus, asMicroseconds(busPatience)) < 0 ||
-      sd_bus_add_object_vtable(bus, &object, rpc::objectPath, rpc::interfaceName, methods, this) <
-          0) {
+  if (sd_bus_add_object_vtable(bus, &object, rpc::objectPath, rpc::interfaceName, methods, this) <
+      0) {
     return false;
   }
   object_.reset(object);
@@ -144,13 +146,6 @@ bool BusReceiver::attach() {
   delivery_.reset(delivery);
   if (!diagnosis_.attach(bus)) return false;
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
-  const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
-  const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
-  // With this flag the bus queues this connection behind the owner that the name may have.
-  if (name && sd_bus_request_name_async(bus, nullptr, name->c_str(), SD_BUS_NAME_QUEUE,
-                                        onNameClaimed, this) < 0) {
-    return false;
-  }
   return sd_bus_attach_event(bus, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0;
 }
 
@@ -173,6 +168,7 @@ void BusReceiver::disconnect() {
     lostSince_ = lastPresence_;
   }
   bus_.reset();
+  if (claim_.close()) retryDelay_ = std::chrono::microseconds(0);
   if (onHandled_) RunLoop::main().perform(std::exchange(onHandled_, nullptr));
 }
 
@@ -216,19 +212,6 @@ void BusReceiver::resume() {
   isPaused_ = false;
   if (sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
     reconnectLater();
-}
-
-int BusReceiver::onNameClaimed(sd_bus_message* message, void* self, sd_bus_error*) {
-  const sd_bus_error* error = sd_bus_message_get_error(message);
-  if (error == nullptr) {
-    static_cast<BusReceiver*>(self)->retryDelay_ = std::chrono::microseconds(0);
-  } else if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
-    dropExceptions([] {
-      log(LogLevel::error, LogCategory::bus, "the bus does not let this application have its name",
-          {});
-    });
-  }
-  return 0;
 }
 
 int BusReceiver::onQuestion(sd_bus_message* message, void* self, sd_bus_error*) {

@@ -14,6 +14,7 @@
 
 #include "Platform/Events/DBus/DiagnosisService.h"
 #include "Platform/Events/DBus/MemoryRelief.h"
+#include "Platform/Events/DBus/NameClaim.h"
 #include "Platform/Events/DBus/PeerInquiry.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Events/RPCHandler.h"
@@ -41,10 +42,10 @@ class ParkingSpace {
 // call only the members that say so from other threads. While a handler is installed, a lost
 // connection is made again, and the name claimed again.
 //
-// It never waits on that connection: the bus library would read the whole backlog into memory. The
-// events of a new sender are parked until it is known, while those of others are handled. No event
-// is handled inside a callback of the bus library, which could then not be used by a handler that
-// takes turns of the run loop.
+// It never waits on that connection once that has its name: the bus library would read the whole
+// backlog into memory. The events of a new sender are parked until it is known, while those of
+// others are handled. No event is handled inside a callback of the bus library, which could then
+// not be used by a handler that takes turns of the run loop.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -52,6 +53,9 @@ class BusReceiver {
   // Any thread. The handler is called on the main run loop.
   void setHandler(RPCTransport::Handler handler);
   void removeHandler();
+
+  // See RPCTransport. Any thread.
+  void awaitName(std::chrono::steady_clock::time_point deadline);
 
   // Tells that the bus can be reached (again). Any thread.
   void busAppeared();
@@ -118,7 +122,6 @@ class BusReceiver {
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onQuestion(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
-  static int onNameClaimed(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onForgottenGone(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onAllRead(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -128,6 +131,7 @@ class BusReceiver {
 
   RPCHandler handler_;
   DiagnosisService diagnosis_;
+  NameClaim claim_;
 
   // Main thread only.
   UniqueBus bus_;

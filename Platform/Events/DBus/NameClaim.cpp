@@ -1,0 +1,119 @@
+#include "Platform/Events/DBus/NameClaim.h"
+
+#include <mutex>
+#include <utility>
+
+#include <ClientComm/Bundle.h>
+#include <ClientComm/LogHandler.h>
+
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Events/DBus/BusName.h"
+#include "Platform/Events/DBus/SessionBus.h"
+
+namespace qbdkr {
+
+using Clock = std::chrono::steady_clock;
+
+std::optional<UniqueBus> NameClaim::take() {
+  {
+    const std::lock_guard lock(mutex_);
+    if (isOpening_) return std::nullopt;
+    if (opened_) return std::move(opened_);
+    isOpen_ = true;
+  }
+  return open();
+}
+
+void NameClaim::await(Clock::time_point deadline, const std::function<void()>& whenOpen) {
+  {
+    std::unique_lock lock(mutex_);
+    if (isOpening_ || isOpen_) {
+      changed_.wait_until(lock, deadline,
+                          [this] { return isGranted_ || (!isOpening_ && !isOpen_); });
+      return;
+    }
+    isOpening_ = true;
+  }
+  UniqueBus bus;
+  dropExceptions([&] { bus = open(); });
+  if (bus && !process(bus.get(), deadline)) bus.reset();
+  {
+    const std::lock_guard lock(mutex_);
+    isOpening_ = false;
+    isOpen_ = bus != nullptr;
+    if (!isOpen_) isGranted_.reset();
+    opened_ = std::move(bus);
+  }
+  changed_.notify_all();
+  whenOpen();
+}
+
+bool NameClaim::close() {
+  std::optional<bool> wasGranted;
+  {
+    const std::lock_guard lock(mutex_);
+    isOpen_ = false;
+    wasGranted.swap(isGranted_);
+  }
+  changed_.notify_all();
+  return wasGranted.value_or(false);
+}
+
+// Opens a connection and sends the claim. Null if that fails.
+UniqueBus NameClaim::open() {
+  UniqueBus bus = openSessionBus();
+  if (!bus || sd_bus_set_method_call_timeout(bus.get(), asMicroseconds(busPatience)) < 0) return {};
+  const auto identifier = Bundle::main().infoString(kCFBundleIdentifierKey);
+  const auto name = identifier ? busNameOfIdentifier(*identifier) : std::nullopt;
+  if (!name) {
+    answer(false);
+    return bus;
+  }
+  // With this flag the bus queues this connection behind the owner that the name may have.
+  if (sd_bus_request_name_async(bus.get(), nullptr, name->c_str(), SD_BUS_NAME_QUEUE, onAnswer,
+                                this) < 0) {
+    return {};
+  }
+  return bus;
+}
+
+// Lets the bus answer. Nothing else is handled here: nobody sends to a name that has no owner.
+// False if the connection has ended.
+bool NameClaim::process(sd_bus* bus, Clock::time_point deadline) {
+  int done = 0;
+  while (done >= 0 && isAwaited()) {
+    done = sd_bus_process(bus, nullptr);
+    if (done != 0) continue;
+    const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
+    if (left.count() <= 0) break;
+    done = sd_bus_wait(bus, asMicroseconds(left));
+  }
+  return done >= 0;
+}
+
+bool NameClaim::isAwaited() const {
+  const std::lock_guard lock(mutex_);
+  return !isGranted_;
+}
+
+void NameClaim::answer(bool isGranted) {
+  {
+    const std::lock_guard lock(mutex_);
+    isGranted_ = isGranted;
+  }
+  changed_.notify_all();
+}
+
+int NameClaim::onAnswer(sd_bus_message* message, void* self, sd_bus_error*) {
+  const sd_bus_error* error = sd_bus_message_get_error(message);
+  static_cast<NameClaim*>(self)->answer(error == nullptr);
+  if (sd_bus_error_has_name(error, SD_BUS_ERROR_ACCESS_DENIED) > 0) {
+    dropExceptions([] {
+      log(LogLevel::error, LogCategory::bus, "the bus does not let this application have its name",
+          {});
+    });
+  }
+  return 0;
+}
+
+}  // namespace qbdkr
