@@ -126,7 +126,7 @@ class HostExaminer {
     return examineContents(*resource, isNeeded) && isUsable ? resource : std::nullopt;
   }
 
-  // The process of a script is its interpreter, whose file lies elsewhere.
+  // The process of a script is its interpreter. That counts as the installed copy if it lies there.
   void examineIdentityOfScript(const HostConfiguration& configuration,
                                const std::string& resource) {
     if (!configuration.requiresInstalledHelper()) return;
@@ -134,11 +134,27 @@ class HostExaminer {
     const auto program = helper ? helper->executablePath() : std::nullopt;
     const auto report = program ? reportOnProgram(*program) : ProgramReport();
     if (report.interpreter.empty() || report.fault != ProgramFault::none) return;
+    if (hasInterpreterOfItsOwn(resource)) return;
     findings_.error("helper-executable",
                     shown(*program) + " is a script for " + shown(report.interpreter) +
                         ", and \"Helper must be installed copy\" is set: requests return -1743, as"
                         " the process of a script is its interpreter.",
-                    "Remove the key \"Helper must be installed copy\", or install a program.");
+                    "Remove the key \"Helper must be installed copy\", or have the script run an"
+                    " interpreter beside it in the bundle.");
+  }
+
+  // Tells whether a bundle has a program that may be the interpreter of its script. A link leads to
+  // a program elsewhere, which is the one that runs.
+  static bool hasInterpreterOfItsOwn(const std::string& bundle) {
+    const std::string folder = programFolderOf(bundle);
+    const auto names = contentsOfDirectory(folder).value_or(std::vector<std::string>());
+    return std::ranges::any_of(names, [&folder](const std::string& name) {
+      const std::string path = appendPathComponent(folder, name);
+      std::error_code error;
+      if (!fs::is_regular_file(fs::symlink_status(path, error))) return false;
+      const auto report = reportOnProgram(path);
+      return report.fault == ProgramFault::none && report.interpreter.empty();
+    });
   }
 
   static String usableIdentifier(const HostConfiguration& configuration) {

@@ -422,6 +422,13 @@ const std::vector<Mistake> mistakes{
                            {"Helper location path", "~/Borealis"}});
      },
      "helper-bundle", say({"Borealis-Uploader.app", "Borealis Uploader.app is there"})},
+    {"ScriptWithALinkToAnInterpreterThatMustBeTheInstalledCopy",
+     [](Stage& stage) {
+       stage.replaceProgram("#!/bin/sh\nexec \"${0%/*}/interpreter\"\n");
+       fs::create_symlink("/bin/cat", stage.program().parent_path() / "interpreter");
+       stage.host.setKeys({{"Helper must be installed copy", "YES"}});
+     },
+     "helper-executable", say({"-1743", "/bin/sh"})},
     {"ScriptThatMustBeTheInstalledCopy",
      [](Stage& stage) {
        stage.replaceProgram("#!/bin/sh\n");
@@ -681,6 +688,18 @@ TEST_F(HostExamination, NamesAProcessThatHoldsTheNameAndIsNotTheInstalledCopy) {
   const auto error = firstOf(findings, Severity::error).value_or(Finding());
   EXPECT_EQ(error.subject, "name-owner") << described(findings);
   EXPECT_TRUE(hasWords(error.text, {"-1743"})) << error.text;
+}
+
+TEST_F(HostExamination, AcceptsAScriptThatRunsAnInterpreterOfItsBundleAsTheInstalledCopy) {
+  fs::rename(stage.program(), stage.program().parent_path() / "interpreter");
+  stage.replaceProgram("#!/bin/sh\nexec \"${0%/*}/interpreter\"\n");
+  stage.host.setKeys({{"Helper must be installed copy", "YES"}});
+  const auto before = stage.examine();
+  EXPECT_FALSE(firstOf(before, Severity::error)) << described(before);
+  const auto host = stage.scene.startAndShare(stage.host);
+  EXPECT_EQ(host->call("ask " + stage.scene.helperID() + " Probe echo: x"), "0 x");
+  const auto findings = stage.examine();
+  EXPECT_FALSE(firstOf(findings, Severity::error)) << described(findings);
 }
 
 TEST_F(HostExamination, NamesADirectoryThatThisUserMayNotWrite) {
