@@ -15,11 +15,12 @@ struct LiveDiagnosis {
   std::optional<pid_t> process;     // absent if it was not found
   std::optional<std::string> text;  // absent if there was no answer
   std::string obstacle;             // why, as a sentence without a full stop
-  bool isStuck = false;             // its main run loop has not answered for 0.4 s
+  bool isStuck = false;             // its main run loop has not answered for 0.8 s
 };
 
 // Ask a process, or the application of a bundle identifier, for its diagnosis. They wait for the
-// answer this long at most. Any thread.
+// answer this long at most; with a patience of 0 they find out whether it is stuck, and ask for
+// nothing. Any thread.
 [[nodiscard]] QBDKR_EXPORT LiveDiagnosis diagnosisOfProcess(pid_t process,
                                                             std::chrono::seconds patience);
 [[nodiscard]] QBDKR_EXPORT LiveDiagnosis diagnosisOfApplication(const std::string& identifier,

@@ -78,7 +78,7 @@ std::optional<pid_t> processOf(sd_bus* bus, const std::string& name) {
 // Tells whether the main run loop of a process takes what is sent to it: the bus library answers
 // this there, for any process.
 bool takesMessages(sd_bus* bus, const std::string& connection) {
-  constexpr std::chrono::milliseconds loopPatience(400);
+  constexpr std::chrono::milliseconds loopPatience(800);
   const Exchange ping(bus, connection.c_str(), "/", "org.freedesktop.DBus.Peer", "Ping", nullptr,
                       loopPatience);
   return !ping.isLate();
@@ -90,9 +90,10 @@ void ask(sd_bus* bus, const std::string& connection, std::chrono::seconds patien
   diagnosis.isStuck = !takesMessages(bus, connection);
   if (diagnosis.isStuck) {
     diagnosis.obstacle =
-        process + " does not answer within 0.4 s: its main run loop is busy or does not run";
+        process + " does not answer within 0.8 s: its main run loop is busy or does not run";
     return;
   }
+  if (patience.count() == 0) return;
   const Exchange asked(bus, connection.c_str(), rpc::objectPath, rpc::diagnosisInterface,
                        rpc::textMember, nullptr, patience);
   const char* text = nullptr;

@@ -89,8 +89,18 @@ TEST(ToolEvents, FailuresAreToldWithTheirMeaning) {
             "qbhp send: posted, but not taken in time (status -1712)\n");
   ::kill(scene.helper.processID(), SIGCONT);
   scene.bus().kill();
-  EXPECT_EQ(scene.tool.run({"ask", scene.helperID(), "Probe", "echo:", "x"}).errors,
-            "qbhp ask: status -609: no bus, or the target went away\n");
+  const auto unsent = scene.tool.run({"ask", scene.helperID(), "Probe", "echo:", "x"});
+  EXPECT_TRUE(unsent.errors.starts_with("qbhp ask: status -609: ")) << unsent.errors;
+  EXPECT_TRUE(namesMissingBus(unsent.errors, scene.bus().address())) << unsent.errors;
+}
+
+TEST(ToolEvents, TargetThatGoesAwayIsNotTakenForAMissingBus) {
+  ToolWithAHelper scene;
+  const auto asking = scene.tool.begin({"ask", scene.helperID(), "Probe", "wait"});
+  scene.transcript().waitFor({"Probe wait"});
+  ::kill(scene.helper.processID(), SIGKILL);
+  EXPECT_EQ(asking->logToItsEnd().front(),
+            "qbhp ask: status -609: no bus, or the target went away");
 }
 
 TEST(ToolEvents, ActsForAHostAndLeavesNothingBehind) {

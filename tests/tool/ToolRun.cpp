@@ -50,6 +50,13 @@ ToolResult Tool::runShell(const std::string& command) const {
   return resultOf(shell);
 }
 
+bool namesMissingBus(const std::string& errors, const std::string& address) {
+  return errors.find("the bus " + address + " cannot be reached: ") != std::string::npos &&
+         errors.ends_with(
+             ". Run this in the session of the application, or set DBUS_SESSION_BUS_ADDRESS to the"
+             " address of the bus there\n");
+}
+
 ToolResult Tool::runOnTerminal(const std::string& words, const Environment& settings) const {
   Environment environment = environment_;
   environment["TERM"] = "xterm";

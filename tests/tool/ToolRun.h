@@ -45,6 +45,9 @@ class Tool {
   Environment environment_;
 };
 
+// Tells whether a failure names the bus that is missing, and what to do about it.
+[[nodiscard]] bool namesMissingBus(const std::string& errors, const std::string& address);
+
 // Runs the tool with a home of its own, without a bus.
 struct ToolAtHome {
   ToolAtHome() : home(directory.path() / "home"), tool(directory.path(), home.environment()) {}

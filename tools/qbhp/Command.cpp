@@ -3,6 +3,8 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
+#include <sstream>
 #include <utility>
 
 namespace qbdkr::tool {
@@ -33,6 +35,23 @@ CLI::App& Commands::addGroup(const std::string& name, const std::string& summary
 
 void Commands::offerJSON(CLI::App& command) {
   command.add_flag("--json", wantsJSON_, "Print JSON");
+}
+
+void Commands::offerSeconds(CLI::App& command, const std::string& name, double& seconds,
+                            const std::string& summary, double shortest) {
+  constexpr double longest = 1e6;
+  const auto complaint = [shortest](const std::string& text) {
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    const bool isNumber = !text.empty() && *end == '\0';
+    if (isNumber && value >= shortest && value <= longest) return std::string();  // nor "nan"
+    std::ostringstream sentence;
+    sentence << '"' << text << "\" is not a number of seconds from " << shortest << " to 1000000";
+    return sentence.str();
+  };
+  command.add_option(name, seconds, summary)
+      ->check(CLI::Validator(complaint, "", "seconds"))
+      ->type_name("SECONDS");
 }
 
 const CLI::App& Commands::parsed() const {
@@ -83,6 +102,15 @@ std::string Commands::parsedName() const {
     name.append(1, ' ').append(command->get_name());
   }
   return name;
+}
+
+std::optional<std::string> Commands::faultOfName() const {
+  if (parsed().get_require_subcommand_min() == 0) return std::nullopt;
+  const auto unknown = tool_->remaining(true);
+  if (unknown.empty()) return "a command is required";
+  const std::string word = unknown.front().substr(unknown.front().starts_with(wrapping) ? 1 : 0);
+  return std::string("there is no ") + (word.starts_with('-') ? "option" : "command") + " \"" +
+         word + '"';
 }
 
 void complain(const std::string& name, std::string_view sentence) {

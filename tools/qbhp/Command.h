@@ -3,6 +3,7 @@
 #include <CLI/CLI.hpp>
 #include <functional>
 #include <map>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <string_view>
@@ -46,6 +47,10 @@ class Commands {
   void offerJSON(CLI::App& command);
   [[nodiscard]] bool wantsJSON() const { return wantsJSON_; }
 
+  // Adds an option with a time, from the shortest one to 1,000,000 s.
+  static void offerSeconds(CLI::App& command, const std::string& name, double& seconds,
+                           const std::string& summary, double shortest);
+
   // Parses the words after the name of the program; throws as the parser does. Every word after
   // "--" is an argument, and every argument arrives byte for byte. Call it after all commands were
   // added.
@@ -54,6 +59,8 @@ class Commands {
   [[nodiscard]] Exit run(Output& output) const;
   // Returns the words that name the command, as far as it was parsed: "qbhp plist read".
   [[nodiscard]] std::string parsedName() const;
+  // Says after a failure why those words name no command; absent if they do.
+  [[nodiscard]] std::optional<std::string> faultOfName() const;
 
  private:
   [[nodiscard]] const CLI::App& parsed() const;

@@ -6,6 +6,7 @@
 #include <charconv>
 #include <chrono>
 #include <cstddef>
+#include <future>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -16,8 +17,10 @@
 
 #include "ClientComm/InfoKeys.h"
 #include "Platform/Events/LiveDiagnosis.h"
+#include "Platform/Events/PeerLookup.h"
 #include "ProductClient/HostExamination.h"
 #include "tools/qbhp/Command.h"
+#include "tools/qbhp/MissingBus.h"
 
 namespace qbdkr::tool {
 namespace {
@@ -96,12 +99,12 @@ Exit examine(const Commands& commands, const std::string& host, Output& output) 
   return cause == nullptr ? Exit::yes : Exit::no;
 }
 
-// Says which process a host waits for, if that does not answer either; empty otherwise.
-std::string waitedForBy(const LiveDiagnosis& host) {
-  const auto info = QBHPProcessList::share().infoForPID(host.process.value_or(0));
+// Asks the helper agent of a host whether it is stuck, too. Says so; empty otherwise.
+std::string stuckHelperOf(pid_t host) {
+  const auto info = QBHPProcessList::share().infoForPID(host);
   const auto identifier = info ? info->text(infokey::helperBundleIdentifier) : std::nullopt;
   if (!identifier) return "";
-  const auto helper = diagnosisOfApplication(*identifier, std::chrono::seconds(1));
+  const auto helper = diagnosisOfApplication(*identifier, std::chrono::seconds(0));
   if (!helper.isStuck) return "";
   return ". Its helper agent, process " + std::to_string(helper.process.value_or(0)) +
          ", does not answer either: the host may wait for it on the main thread";
@@ -110,13 +113,17 @@ std::string waitedForBy(const LiveDiagnosis& host) {
 // Asks a process that runs, by its ID or its identifier.
 Exit examineLive(const Commands& commands, const std::string& target, Output& output) {
   constexpr std::chrono::seconds patience(5);
+  if (const auto obstacle = missingBus()) throw Failure(*obstacle);
   pid_t process = 0;
   const char* const end = target.data() + target.size();
   const auto [rest, error] = std::from_chars(target.data(), end, process);
   const bool isProcess = error == std::errc() && rest == end;
+  if (!isProcess) process = lookUpPeer(target, patience).process.value_or(0);
+  // Both are asked at a time, or a host that waits for its helper agent would take twice as long.
+  auto helper = std::async(std::launch::async, [process] { return stuckHelperOf(process); });
   const auto diagnosis =
       isProcess ? diagnosisOfProcess(process, patience) : diagnosisOfApplication(target, patience);
-  if (diagnosis.isStuck) throw Failure(diagnosis.obstacle + waitedForBy(diagnosis));
+  if (diagnosis.isStuck) throw Failure(diagnosis.obstacle + helper.get());
   if (!diagnosis.text) throw Failure(diagnosis.obstacle);
   if (commands.wantsJSON()) {
     output.json({{"process", diagnosis.process.value_or(0)}, {"text", *diagnosis.text}});

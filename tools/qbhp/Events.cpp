@@ -2,6 +2,7 @@
 
 #include <chrono>
 #include <memory>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,7 @@
 #include "Platform/Base/StatusMeaning.h"
 #include "tools/qbhp/Acting.h"
 #include "tools/qbhp/Command.h"
+#include "tools/qbhp/MissingBus.h"
 
 namespace qbdkr::tool {
 namespace {
@@ -52,7 +54,9 @@ std::vector<std::string> repeated(const std::string& name, const EventArguments&
 // Says a status of a request that did not succeed.
 Exit concluded(const Commands& commands, OSErr status) {
   if (status == noErr) return Exit::yes;
-  complain(commands.parsedName(), sentenceOf(status));
+  const auto obstacle = status == connectionInvalid ? missingBus() : std::nullopt;
+  complain(commands.parsedName(),
+           obstacle ? "status " + std::to_string(status) + ": " + *obstacle : sentenceOf(status));
   return Exit::no;
 }
 
@@ -113,9 +117,8 @@ void addEvent(Commands& commands, const std::string& name, const std::string& su
       ->type_name("");
   command.add_option("TEXT", arguments->texts, "Arguments of the method; any text after --")
       ->type_name("");
-  command.add_option("--timeout", arguments->seconds, "Wait so long at most (default 10)")
-      ->check(CLI::Range(0.0, 1e6).description(""))
-      ->type_name("SECONDS");
+  Commands::offerSeconds(command, "--timeout", arguments->seconds,
+                         "Wait so long at most (default 10)", 0);
   command.add_option("--as", arguments->host, "Act for this host, from a temporary bundle")
       ->type_name("HOST.app");
   commands.offerJSON(command);
@@ -124,8 +127,7 @@ void addEvent(Commands& commands, const std::string& name, const std::string& su
 }  // namespace
 
 void addEvents(Commands& commands) {
-  addEvent(commands, "send", "Post an event to an application, and wait until it is taken",
-           sendEvent);
+  addEvent(commands, "send", "Post an event, and wait until it is taken", sendEvent);
   addEvent(commands, "ask", "Ask an application, and print its answer", askEvent);
 }
 

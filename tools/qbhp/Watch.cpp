@@ -21,6 +21,7 @@
 #include "Platform/Events/EventWatch.h"
 #include "Platform/Events/PeerLookup.h"
 #include "tools/qbhp/Command.h"
+#include "tools/qbhp/MissingBus.h"
 #include "tools/qbhp/Output.h"
 
 namespace qbdkr::tool {
@@ -229,6 +230,7 @@ Exit watch(const Commands& commands, const WatchArguments& arguments, Output& ou
   if (!arguments.identifier.empty() && !isReachableIdentifier(arguments.identifier)) {
     throw UsageFailure(arguments.identifier + " cannot be the identifier of an application");
   }
+  if (const auto obstacle = missingBus()) throw Failure(*obstacle);
   const EndingSignals signals;
   EventWatch watch;
   watch.application = arguments.identifier;
@@ -263,7 +265,7 @@ Exit watch(const Commands& commands, const WatchArguments& arguments, Output& ou
 void addWatch(Commands& commands) {
   const auto arguments = std::make_shared<WatchArguments>();
   CLI::App& command = commands.add(
-      "watch", "Show the RPC events of all processes as they happen",
+      "watch", "Show RPC events of all processes as they happen",
       [&commands, arguments](Output& output) { return watch(commands, *arguments, output); });
   command
       .add_option("IDENTIFIER", arguments->identifier, "Only events from or to this application")
@@ -275,9 +277,7 @@ void addWatch(Commands& commands) {
   command.add_option("--count", arguments->count, "End after so many events")
       ->check(CLI::Range(std::uint64_t{1}, std::uint64_t{1} << 40U).description(""))
       ->type_name("N");
-  command.add_option("--for", arguments->seconds, "End after this time")
-      ->check(CLI::Range(0.001, 1e6).description(""))
-      ->type_name("SECONDS");
+  Commands::offerSeconds(command, "--for", arguments->seconds, "End after this time", 0.001);
   command.add_flag("--wide", arguments->isWide, "Do not shorten anything");
   command.add_flag("--redact", arguments->isRedacted, "Hide arguments, results and error texts");
   commands.offerJSON(command);
