@@ -15,21 +15,11 @@ namespace {
 class ToolOutput : public testing::Test, protected ToolAtHome {
  protected:
   static const std::vector<std::string>& commands() {
-    static const auto& all = *new std::vector<std::string>{"ask",
-                                                           "check-helper",
-                                                           "defaults read",
-                                                           "defaults write",
-                                                           "doctor",
-                                                           "plist convert",
-                                                           "plist read",
-                                                           "plist write",
-                                                           "ps",
-                                                           "send",
-                                                           "strings convert",
-                                                           "strings read",
-                                                           "strings write",
-                                                           "versions",
-                                                           "watch"};
+    static const auto& all = *new std::vector<std::string>{
+        "ask",         "check-helper",    "defaults read", "defaults write", "doctor",
+        "new-product", "plist convert",   "plist read",    "plist write",    "ps",
+        "send",        "strings convert", "strings read",  "strings write",  "versions",
+        "watch"};
     return all;
   }
   // Returns the long options that the help of a command names.
@@ -48,6 +38,10 @@ TEST_F(ToolOutput, HelpAndVersionSucceedAndFitTheTerminal) {
   EXPECT_TRUE(std::regex_match(tool.run({"--version"}).output, std::regex("qbhp \\d+\\.\\d+.*\n")));
   const auto whole = tool.run({"--help"});
   EXPECT_EQ(whole.code, 0);
+  for (const std::string group : {"", "plist", "strings", "defaults"}) {
+    const auto help = tool.runShell("qbhp " + group + " --help");
+    EXPECT_FALSE(std::regex_search(help.output, std::regex("[^\n]{81}"))) << help.output;
+  }
   for (const auto& command : commands()) {
     EXPECT_NE(whole.output.find("  " + command.substr(0, command.find(' ')) + ' '),
               std::string::npos)
@@ -88,7 +82,7 @@ TEST_F(ToolOutput, ManualAndCompletionHaveEveryCommandAndOption) {
 TEST_F(ToolOutput, WrongUsageIsOneSentenceWithTheCommandBeforeIt) {
   for (const std::string wrong :
        {"", "none", "plist", "plist none", "versions", "versions 1", "versions 1 2 3", "ps --none",
-        "ask a b", "ask a b c --timeout x"}) {
+        "ask a b", "ask a b c --timeout x", "ask a b c --timeout nan", "watch --for -1"}) {
     const auto result = tool.runShell("qbhp " + wrong);
     EXPECT_EQ(result.code, 2) << wrong;
     EXPECT_EQ(result.output, "");
@@ -97,6 +91,12 @@ TEST_F(ToolOutput, WrongUsageIsOneSentenceWithTheCommandBeforeIt) {
         << result.errors;
   }
   EXPECT_TRUE(tool.runShell("qbhp plist read").errors.starts_with("qbhp plist read: "));
+  EXPECT_EQ(tool.runShell("qbhp dcotor x").errors,
+            "qbhp: there is no command \"dcotor\" (see --help)\n");
+  EXPECT_EQ(tool.runShell("qbhp --none").errors,
+            "qbhp: there is no option \"--none\" (see --help)\n");
+  EXPECT_EQ(tool.runShell("qbhp plist '[x'").errors,
+            "qbhp plist: there is no command \"[x\" (see --help)\n");
 }
 
 TEST_F(ToolOutput, ArgumentsArriveByteForByte) {

@@ -245,7 +245,7 @@ Exit run(const Commands& commands, const CheckArguments& arguments, Output& outp
 void addCheckHelper(Commands& commands) {
   const auto arguments = std::make_shared<CheckArguments>();
   CLI::App& command = commands.add(
-      "check-helper", "Hold a helper agent against the contract, on a private bus",
+      "check-helper", "Hold a helper agent against the contract",
       [&commands, arguments](Output& output) { return run(commands, *arguments, output); });
   command.add_option("HELPER", arguments->helper, "The bundle of the helper agent, as Helper.app")
       ->type_name("");
@@ -253,10 +253,8 @@ void addCheckHelper(Commands& commands) {
       ->type_name("NAME")
       ->allow_extra_args(false);
   command.add_flag("--list", arguments->wantsList, "Print the checks");
-  command
-      .add_option("--timeout", arguments->seconds, "Wait so long at most, each time (default 10)")
-      ->check(CLI::Range(0.01, 1e6).description(""))
-      ->type_name("SECONDS");
+  Commands::offerSeconds(command, "--timeout", arguments->seconds,
+                         "Wait so long at most, each time (default 10)", 0.01);
   command.add_flag("--tap", arguments->wantsTAP, "Print the Test Anything Protocol");
   command.add_option("--junit", arguments->junit, "Write the results to a file of JUnit's form")
       ->type_name("FILE");

@@ -181,18 +181,16 @@ Exit make(const ProductArguments& arguments, Output& output) {
 void addNewProduct(Commands& commands) {
   const auto arguments = std::make_shared<ProductArguments>();
   CLI::App& command =
-      commands.add("new-product", "Make the tree of a new product: host, helper agent, tests",
+      commands.add("new-product", "Make the tree of a new product",
                    [arguments](Output& output) { return make(*arguments, output); });
   command.add_option("NAME", arguments->name, "The name of the host, as PhotoTool")
       ->required()
       ->type_name("");
   command
       .add_option("--identifier", arguments->identifier,
-                  "Begin the bundle identifiers with it, as com.Acme (default com.example)")
+                  "Begin both identifiers with it (com.example)")
       ->type_name("PREFIX");
-  command
-      .add_option("--directory", arguments->directory,
-                  "Make this directory, which must not exist (default: NAME)")
+  command.add_option("--directory", arguments->directory, "Make this directory (default: NAME)")
       ->type_name("DIR");
   command.add_flag("--python", arguments->isPython,
                    "Write the helper agent in Python instead of C++");

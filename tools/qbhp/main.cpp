@@ -38,7 +38,8 @@ int run(CLI::App& tool, qbdkr::tool::Commands& commands, const std::vector<std::
   } catch (const CLI::Success& asked) {  // for help or the version
     return tool.exit(asked);
   } catch (const CLI::ParseError& error) {
-    complain(commands.parsedName(), sentenceOf(error) + " (see --help)");
+    const auto fault = commands.faultOfName();
+    complain(commands.parsedName(), fault.value_or(sentenceOf(error)) + " (see --help)");
     return codeOf(Exit::usage);
   }
   try {
