@@ -317,6 +317,7 @@ TEST_F(ToolCheckHelper, SignalEndsAndRemovesAll) {
   const Tool tool(directory.path(), environment);
   for (const int number : {SIGINT, SIGTERM}) {
     const auto run = tool.begin({"check-helper", helper.path().string(), "--timeout", "600"});
+    run->waitForOutput([](const std::string& line) { return line.starts_with("bundle  "); });
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (Scene::processesIn(helper.path()).empty() &&
            std::chrono::steady_clock::now() < deadline) {

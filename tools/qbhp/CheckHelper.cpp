@@ -78,15 +78,20 @@ std::string padded(std::string_view text, std::size_t width) {
   return std::string(text) + std::string(width - std::min(width, text.size()), ' ');
 }
 
-void addTable(Output& output, const std::vector<Outcome>& outcomes) {
+void addHeading(Output& output) {
   output.line(output.styled(Style::heading,
                             padded("CHECK", nameWidth) + padded("RESULT", resultWidth) + "SEEN"));
-  for (const auto& [check, verdict, seconds] : outcomes) {
-    const std::string result = wordOf(verdict.result);
-    output.wrapped(padded(check->name, nameWidth) + output.styled(styleOf(verdict.result), result) +
-                       std::string(resultWidth - result.size(), ' '),
-                   nameWidth + resultWidth, escaped(verdict.seen));
-  }
+}
+
+void addRow(Output& output, const Outcome& outcome) {
+  const std::string result = wordOf(outcome.verdict.result);
+  output.wrapped(padded(outcome.check->name, nameWidth) +
+                     output.styled(styleOf(outcome.verdict.result), result) +
+                     std::string(resultWidth - result.size(), ' '),
+                 nameWidth + resultWidth, escaped(outcome.verdict.seen));
+}
+
+void addCounts(Output& output, const std::vector<Outcome>& outcomes) {
   output.line("");
   output.line(std::to_string(countOf(outcomes, Result::ok)) + " ok, " +
               std::to_string(countOf(outcomes, Result::failed)) + " failed, " +
@@ -119,20 +124,21 @@ std::string forTAP(std::string_view text) {
   return result;
 }
 
-void addTAP(Output& output, const std::vector<Outcome>& outcomes) {
+void addPlan(Output& output, std::size_t checks) {
   output.line("TAP version 13");
-  output.line("1.." + std::to_string(outcomes.size()));
-  int number = 0;
-  for (const auto& [check, verdict, seconds] : outcomes) {
-    std::string line = verdict.result == Result::failed ? "not ok " : "ok ";
-    line += std::to_string(++number) + " - " + check->name + ": " + forTAP(check->title);
-    if (verdict.result == Result::skipped) line += " # SKIP " + forTAP(verdict.seen);
-    output.line(line);
-    if (verdict.result != Result::failed) continue;
-    output.line("  ---");
-    output.line("  message: " + JSON(escaped(verdict.seen)).dump());  // JSON is YAML
-    output.line("  ...");
-  }
+  output.line("1.." + std::to_string(checks));
+}
+
+void addTAP(Output& output, const Outcome& outcome, std::size_t number) {
+  const auto& [check, verdict, seconds] = outcome;
+  std::string line = verdict.result == Result::failed ? "not ok " : "ok ";
+  line += std::to_string(number) + " - " + check->name + ": " + forTAP(check->title);
+  if (verdict.result == Result::skipped) line += " # SKIP " + forTAP(verdict.seen);
+  output.line(line);
+  if (verdict.result != Result::failed) return;
+  output.line("  ---");
+  output.line("  message: " + JSON(escaped(verdict.seen)).dump());  // JSON is YAML
+  output.line("  ...");
 }
 
 std::string forXML(std::string_view text) {
@@ -175,15 +181,26 @@ void writeJUnit(const std::string& path, const std::string& helper,
   if (!(file << "</testsuite>\n").flush()) throw Failure("cannot write " + path);
 }
 
-std::vector<Outcome> outcomesOf(const CheckArguments& arguments, const std::string& directory) {
+void writeNow(Output& output) {
+  if (const auto failure = output.write()) throw Failure("cannot write the output: " + *failure);
+}
+
+// Makes the checks. A check may take long, so a table and TAP are written line by line.
+std::vector<Outcome> outcomesOf(const Commands& commands, const CheckArguments& arguments,
+                                const std::string& directory, Output& output) {
   using Clock = std::chrono::steady_clock;
   const auto longest = std::chrono::ceil<std::chrono::milliseconds>(
       std::chrono::duration<double>(arguments.seconds));
   const auto trial = HelperTrial::make(directory, arguments.helper, longest);
+  const auto chosen = chosenBy(arguments.only);
+  const bool isTable = !commands.wantsJSON() && !arguments.wantsTAP;
+  if (isTable) addHeading(output);
+  if (arguments.wantsTAP) addPlan(output, chosen.size());
+  writeNow(output);
   CheckScene scene{*trial, arguments.helper};
   std::vector<Outcome> outcomes;
   bool isHopeless = false;  // no need to wait for its name with each check
-  for (const HelperCheck* check : chosenBy(arguments.only)) {
+  for (const HelperCheck* check : chosen) {
     const auto begin = Clock::now();
     Verdict verdict =
         isHopeless ? Verdict{Result::skipped, "it cannot be launched"} : runCheck(*check, scene);
@@ -192,22 +209,20 @@ std::vector<Outcome> outcomesOf(const CheckArguments& arguments, const std::stri
                  (name == "name" && verdict.result == Result::failed && !scene.trial.isRunning());
     outcomes.push_back(
         {check, std::move(verdict), std::chrono::duration<double>(Clock::now() - begin).count()});
+    if (isTable) addRow(output, outcomes.back());
+    if (arguments.wantsTAP) addTAP(output, outcomes.back(), outcomes.size());
+    writeNow(output);
   }
+  if (isTable) addCounts(output, outcomes);
   return outcomes;
 }
 
 Exit check(const Commands& commands, const CheckArguments& arguments,
            const std::string& directory) {
-  const auto outcomes = outcomesOf(arguments, directory);
   Output output;
-  if (commands.wantsJSON()) {
-    addJSON(output, arguments.helper, outcomes);
-  } else if (arguments.wantsTAP) {
-    addTAP(output, outcomes);
-  } else {
-    addTable(output, outcomes);
-  }
-  if (const auto failure = output.write()) throw Failure("cannot write the output: " + *failure);
+  const auto outcomes = outcomesOf(commands, arguments, directory, output);
+  if (commands.wantsJSON()) addJSON(output, arguments.helper, outcomes);
+  writeNow(output);
   if (!arguments.junit.empty()) writeJUnit(arguments.junit, arguments.helper, outcomes);
   // A check that was chosen and could not be made is no success.
   const bool isChecked = countOf(outcomes, Result::ok) > 0 || !arguments.only.empty();

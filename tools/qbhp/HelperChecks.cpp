@@ -119,7 +119,10 @@ std::optional<std::string> launched(CheckScene& scene) {
 
 Verdict bundleIsComplete(CheckScene& scene) {
   const auto bundle = Bundle::withPath(fs::absolute(scene.bundlePath).string());
-  if (!bundle) return failed("it is no directory");
+  if (!bundle) {
+    std::error_code error;
+    return failed(fs::exists(scene.bundlePath, error) ? "it is no directory" : "it does not exist");
+  }
   const std::string identifier = bundle->infoString(kCFBundleIdentifierKey).value_or("");
   if (identifier.empty()) return failed("Info.plist has no CFBundleIdentifier");
   const bool hasName = isReachableIdentifier(identifier) &&
