@@ -77,8 +77,9 @@ TEST_F(ToolFiles, PropertyListThatCannotBeReadIsAFailure) {
             "qbhp plist read: cannot read " + path("none") + ": No such file or directory\n");
   EXPECT_EQ(missing.code, 1);
   writeFile(path("other"), "<plist><dict>");
-  EXPECT_EQ(tool.run({"plist", "read", path("other")}).errors,
-            "qbhp plist read: " + path("other") + " is no property list\n");
+  EXPECT_EQ(
+      tool.run({"plist", "read", path("other")}).errors,
+      "qbhp plist read: " + path("other") + " is no property list: line 1: no element found\n");
   EXPECT_EQ(tool.run({"plist", "read"}).code, 2);
 }
 

@@ -6,6 +6,7 @@
 
 #include <chrono>
 #include <memory>
+#include <regex>
 #include <string>
 #include <vector>
 
@@ -85,6 +86,27 @@ TEST(ToolLiveDiagnosis, HelperAgentAnswersWithItsRecord) {
       "This process is no host, or has made no communicator. Its record:\nStep: 20"))
       << asked.output;
   EXPECT_NE(asked.output.find("class \"Class\" is unknown"), std::string::npos) << asked.output;
+}
+
+TEST(ToolLiveDiagnosis, HelperAgentThatDidNothingHasAnEmptyRecord) {
+  ToolBesideAHost scene;
+  const TestBundle bundle = scene.makeHelper("1.0", scene.directory() / "Helpers");
+  const ChildProcess helper({bundle.executable().string()}, scene.options());
+  Peer::inBundle(scene).awaitOwner(scene.helperID());
+  EXPECT_EQ(scene.ask(scene.helperID()).output,
+            "This process is no host, or has made no communicator. Its record is empty.\n");
+}
+
+TEST(ToolLiveDiagnosis, LinesFit80ColumnsOnATerminal) {
+  ToolBesideAHost scene;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const auto shown =
+      scene.tool.runOnTerminal("doctor --live " + scene.hostID(), {{"NO_COLOR", "1"}}).output;
+  EXPECT_TRUE(std::regex_search(shown, std::regex("\nHelper agent: version 1.0, process \\d+")));
+  EXPECT_TRUE(
+      std::regex_search(shown, std::regex("\nStep: .{20}\n      /\\S+\n      could be reached")))
+      << shown;
+  EXPECT_FALSE(std::regex_search(shown, std::regex("\n[^\n]{60}[^\n]* [^\n]{20}"))) << shown;
 }
 
 TEST(ToolLiveDiagnosis, HostWhoseMainRunLoopStandsStillIsNamed) {

@@ -84,6 +84,24 @@ TEST(ToolProcesses, TableFits80ColumnsUnlessItIsWide) {
   EXPECT_TRUE(wide.ends_with("  " + scene.bundle.path().string())) << wide;
 }
 
+TEST(ToolProcesses, WideCharactersTakeTwoColumns) {
+  ToolBesideAHelper scene;
+  const std::string hanzi = "\xE6\xBC\xA2";
+  std::string path;
+  for (int i = 0; i < 30; ++i) path += hanzi;
+  const TestBundle bundle = scene.makeHelper("1.5", scene.directory() / path, "Wide");
+  const ChildProcess helper({bundle.executable().string()}, scene.options());
+  scene.transcript().waitForCount("started version", 2);
+  const std::string line = scene.lineOf(helper.processID(), scene.tool.run({"ps"}).output);
+  const auto shown = line.substr(line.find("…"));
+  const auto before = line.size() - shown.size();
+  std::size_t wide = 0;
+  for (auto at = shown.find(hanzi); at != std::string::npos; at = shown.find(hanzi, at + 1)) ++wide;
+  EXPECT_GT(wide, 5U) << line;
+  const std::size_t columns = before + 1 + 2 * wide + (shown.size() - 3 - 3 * wide);
+  EXPECT_TRUE(columns == 80 || columns == 79) << columns << '\n' << line;
+}
+
 TEST(ToolProcesses, WithoutABusNothingIsReached) {
   ToolBesideAHelper scene;
   scene.bus().kill();

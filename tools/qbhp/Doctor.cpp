@@ -128,7 +128,7 @@ Exit examineLive(const Commands& commands, const std::string& target, Output& ou
   if (commands.wantsJSON()) {
     output.json({{"process", diagnosis.process.value_or(0)}, {"text", *diagnosis.text}});
   } else {
-    output.outside(*diagnosis.text);
+    output.outsideLabelled(*diagnosis.text);
   }
   return Exit::yes;
 }

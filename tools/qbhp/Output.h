@@ -18,6 +18,13 @@ enum class Style { plain, heading, good, bad };
 // Returns the beginning of a text that has at most that many bytes, and ends with a character.
 [[nodiscard]] std::string_view beginningOf(std::string_view text, std::size_t size);
 
+// Counts the columns that a terminal shows a text in that was escaped: characters of East Asia and
+// those beyond the first plane take two.
+[[nodiscard]] std::size_t columnsOf(std::string_view text);
+
+// Returns the end of a text that was escaped, after "…", if it has more columns.
+[[nodiscard]] std::string shortenedAtTheLeft(const std::string& text, std::size_t columns);
+
 // Collects the standard output of a command, which is written when the command ends.
 class Output {
  public:
@@ -34,6 +41,9 @@ class Output {
   // Adds text from outside as it is; on a terminal all but its line ends and tabs is escaped. A
   // line end is added if it has none.
   void outside(std::string_view text);
+  // Does the same; on a terminal, long lines are broken under what follows their first label, as
+  // "Cause: ".
+  void outsideLabelled(std::string_view text);
   // Adds a value as JSON.
   void json(const JSON& value);
   // Does the same in one line.

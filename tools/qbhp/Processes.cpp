@@ -118,25 +118,6 @@ std::string busText(const Row& row) {
   return row.reachedInstead ? std::to_string(*row.reachedInstead) : "no";
 }
 
-// Counts the columns of a text that was escaped: one for each character.
-std::size_t columnsOf(std::string_view text) {
-  return static_cast<std::size_t>(std::ranges::count_if(
-      text, [](char byte) { return (static_cast<unsigned char>(byte) & 0xC0U) != 0x80; }));
-}
-
-// Returns the end of a text that fits, after "…".
-std::string shortenedAtTheLeft(std::string text, std::size_t room) {
-  std::size_t columns = columnsOf(text);
-  if (columns <= room) return text;
-  std::size_t cut = 0;
-  while (columns + 1 > room && cut < text.size()) {
-    ++cut;
-    while (cut < text.size() && (static_cast<unsigned char>(text[cut]) & 0xC0U) == 0x80) ++cut;
-    --columns;
-  }
-  return "…" + text.substr(cut);
-}
-
 using Cells = std::array<std::string, 6>;
 constexpr std::size_t identifierCell = 4;
 constexpr std::size_t bundleCell = 5;

@@ -56,7 +56,7 @@ std::string bytesOf(const std::string& path) {
 PropertyList parsedFrom(const std::string& bytes, const std::string& path, Kind kind) {
   auto list = bytes.empty() ? std::nullopt : parsePropertyList(bytes);
   const char* name = kind == Kind::strings ? " is no strings file" : " is no property list";
-  if (!list) throw Failure(path + name);
+  if (!list) throw Failure(path + name + ": " + faultOfDictionaryFile(path).value_or("it changes"));
   if (kind == Kind::strings && list->dictionary() == nullptr) throw Failure(path + name);
   return *std::move(list);
 }

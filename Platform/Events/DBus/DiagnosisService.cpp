@@ -21,8 +21,10 @@ namespace {
 constexpr const char* noDiagnosisText = "the diagnosis could not be made";
 
 std::string recordText() {
-  std::string text = "This process is no host, or has made no communicator. Its record:\n";
-  for (const RecordedStep& step : recordedSteps()) {
+  const auto steps = recordedSteps();
+  std::string text = "This process is no host, or has made no communicator. ";
+  text += steps.empty() ? "Its record is empty.\n" : "Its record:\n";
+  for (const RecordedStep& step : steps) {
     text += "Step: " + timeText(step.time) + ' ' + step.text() + '\n';
   }
   return text;
