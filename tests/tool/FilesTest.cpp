@@ -184,7 +184,10 @@ TEST_F(ToolFiles, DefaultsAreReadAndWritten) {
   EXPECT_EQ(tool.run({"defaults", "read", "com.Acme.Notes", "--json"}).json(),
             JSON({{"Open", true}, {"Name", "a b"}}));
   EXPECT_EQ(tool.run({"defaults", "read", "com.Acme.Notes", "None"}).code, 1);
-  EXPECT_EQ(tool.run({"defaults", "write", "../Notes", "Name", "x"}).code, 1);
+  EXPECT_EQ(tool.run({"defaults", "write", "../Notes", "Name", "x"}).errors,
+            "qbhp defaults write: \"../Notes\" cannot be a domain; that of a host is its bundle"
+            " identifier\n");
+  EXPECT_EQ(tool.run({"defaults", "read", "../Notes"}).code, 2);
   EXPECT_EQ(tool.run({"defaults", "write", "com.Acme.Notes", "Name", "\x02"}).code, 1);
   EXPECT_TRUE(fs::exists(home.preferencesFile("com.Acme.Notes")));
 }

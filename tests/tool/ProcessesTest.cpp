@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 
@@ -100,6 +101,25 @@ TEST(ToolProcesses, WideCharactersTakeTwoColumns) {
   EXPECT_GT(wide, 5U) << line;
   const std::size_t columns = before + 1 + 2 * wide + (shown.size() - 3 - 3 * wide);
   EXPECT_TRUE(columns == 80 || columns == 79) << columns << '\n' << line;
+}
+
+TEST(ToolProcesses, CompletionOffersIdentifiersThatAShellTakesAsTheyAre) {
+  ToolBesideAHelper scene;
+  const std::string mark = (scene.directory() / "executed").string();
+  TestBundle bundle = scene.makeHelper("1.5", scene.directory() / "Other", "Odd");
+  bundle.setKeys({{"CFBundleIdentifier", "com.Acme.$(touch " + mark + ")"}});
+  const ChildProcess helper({bundle.executable().string()}, scene.options());
+  scene.transcript().waitForCount("started version", 2);
+  for (const std::string words : {"doctor --live", "watch", "send", "ask"}) {
+    const auto completed =
+        scene.tool.runShell("bash -c '. " QBDKR_TOOL_COMPLETION "; COMP_WORDS=(qbhp " + words +
+                            " com.); COMP_CWORD=$((${#COMP_WORDS[@]} - 1)); _qbhp; "
+                            "printf \"%s\\n\" \"${COMPREPLY[@]}\"'");
+    EXPECT_NE(('\n' + completed.output).find('\n' + scene.helperID() + '\n'), std::string::npos)
+        << completed.output << completed.errors;
+    EXPECT_EQ(completed.output.find("com.Acme.$"), std::string::npos) << completed.output;
+  }
+  EXPECT_FALSE(std::filesystem::exists(mark));
 }
 
 TEST(ToolProcesses, WithoutABusNothingIsReached) {

@@ -19,7 +19,16 @@ struct DefaultsArguments {
   std::string type;
 };
 
+// A domain is one file in the directory of the settings.
+void requireDomain(const std::string& domain) {
+  if (domain.empty() || domain.find('/') != std::string::npos) {
+    throw UsageFailure('"' + domain +
+                       "\" cannot be a domain; that of a host is its bundle identifier");
+  }
+}
+
 Exit readDefaults(const Commands& commands, const DefaultsArguments& arguments, Output& output) {
+  requireDomain(arguments.domain);
   auto domain = UserDefaults::persistentDomain(arguments.domain);
   if (!domain) throw Failure("nothing is stored for \"" + arguments.domain + '"');
   PropertyList value(*std::move(domain));
@@ -39,6 +48,7 @@ Exit readDefaults(const Commands& commands, const DefaultsArguments& arguments, 
 }
 
 Exit writeDefaults(const DefaultsArguments& arguments) {
+  requireDomain(arguments.domain);
   UserDefaults defaults(arguments.domain);
   if (!defaults.setObject(*arguments.key, valueFrom(arguments.value, arguments.type))) {
     throw Failure("a property list cannot hold the key or the value");

@@ -1,5 +1,12 @@
 # Completion of qbhp for bash: commands, options, and values of options.
 
+# The identifiers of running applications. Any program chooses its own, and compgen expands words as
+# the shell does: others than plain ones are left out.
+_qbhp_identifiers() {
+  "${COMP_WORDS[0]}" ps --json 2>/dev/null |
+    sed -n 's/^ *"identifier": "\([A-Za-z0-9_][A-Za-z0-9._-]*\)",\{0,1\}$/\1/p'
+}
+
 _qbhp() {
   local word=${COMP_WORDS[COMP_CWORD]} previous="" command="" options="" group i
   [ "$COMP_CWORD" -gt 0 ] && previous=${COMP_WORDS[COMP_CWORD - 1]}
@@ -20,6 +27,7 @@ _qbhp() {
     --is) mapfile -t COMPREPLY < <(compgen -W "older same newer" -- "$word"); return ;;
     --as | --directory) mapfile -t COMPREPLY < <(compgen -d -- "$word"); return ;;
     -o | --output) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
+    --live) mapfile -t COMPREPLY < <(compgen -W "$(_qbhp_identifiers)" -- "$word"); return ;;
     --identifier | --timeout | --class | --method | --count | --for) return ;;
     --junit) mapfile -t COMPREPLY < <(compgen -f -- "$word"); return ;;
     --only)
@@ -51,6 +59,11 @@ _qbhp() {
     mapfile -t COMPREPLY < <(compgen -W "$group" -- "$word")
     return
   fi
+  case "$command:$previous" in
+    send:send | ask:ask | watch:watch)
+      mapfile -t COMPREPLY < <(compgen -W "$(_qbhp_identifiers)" -- "$word")
+      return ;;
+  esac
   case "$command" in
     plist* | strings*) mapfile -t COMPREPLY < <(compgen -f -- "$word") ;;
     doctor | check-helper) mapfile -t COMPREPLY < <(compgen -d -- "$word") ;;
