@@ -13,7 +13,7 @@ namespace qbdkr {
 // The answer of a process that was asked for its diagnosis.
 struct LiveDiagnosis {
   std::optional<pid_t> process;     // absent if it was not found
-  std::optional<std::string> text;  // absent if there was no answer
+  std::optional<std::string> text;  // absent if there was no answer; 1 MiB at most
   std::string obstacle;             // why, as a sentence without a full stop
   bool isStuck = false;             // its main run loop has not answered for 0.8 s
 };

@@ -1,5 +1,7 @@
 #include <cerrno>
+#include <cstddef>
 #include <cstdint>
+#include <cstring>
 #include <string>
 #include <system_error>
 #include <vector>
@@ -8,6 +10,7 @@
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Events/NativeLiveDiagnosis.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {
@@ -84,6 +87,10 @@ bool takesMessages(sd_bus* bus, const std::string& connection) {
   return !ping.isLate();
 }
 
+// Bounds for processes that send anything: an honest text has the record, 64 KiB, and findings.
+constexpr std::size_t longestText = std::size_t{1} << 20U;
+constexpr std::size_t longestMessage = 500;
+
 void ask(sd_bus* bus, const std::string& connection, std::chrono::seconds patience,
          LiveDiagnosis& diagnosis) {
   const std::string process = "process " + std::to_string(diagnosis.process.value_or(0));
@@ -99,7 +106,7 @@ void ask(sd_bus* bus, const std::string& connection, std::chrono::seconds patien
   const char* text = nullptr;
   if (asked.answer() != nullptr &&
       sd_bus_message_read(asked.answer(), rpc::resultSignature, &text) > 0) {
-    diagnosis.text = text;
+    diagnosis.text = std::string(text, ::strnlen(text, longestText));
   } else if (asked.isLate()) {
     diagnosis.obstacle =
         process + " gives no diagnosis within " + std::to_string(patience.count()) + " s";
@@ -108,7 +115,8 @@ void ask(sd_bus* bus, const std::string& connection, std::chrono::seconds patien
              asked.hasError(SD_BUS_ERROR_UNKNOWN_OBJECT)) {
     diagnosis.obstacle = process + " offers no diagnosis";
   } else {
-    diagnosis.obstacle = process + " gives no diagnosis: " + asked.message();
+    diagnosis.obstacle =
+        process + " gives no diagnosis: " + escaped(asked.message(), {}, longestMessage);
   }
 }
 

@@ -36,6 +36,7 @@
  *                                         so long a text until it is killed; to any other method it
  *                                         says that it does not know it
  *   refuse NAME SIZE                      the same, with an error of such a text
+ *   diagnose NAME SIZE                    the same as answer, for questions for its diagnosis alone
  *   destinations NAME                     the same, with the name to which each call was sent
  *   hold NAME                             claims the name, prints "ready", and a line for each call
  *                                         of any method: auto-start or no-auto-start, the
@@ -415,6 +416,9 @@ static char* text_of_size(size_t size) {
   return text;
 }
 
+static const char* answered_interface = "QBHP.RPCEvent1";
+static const char* answered_member = "Call";
+
 /* Prints the destination of each call. Answers with the text, with an error of that text, or, if
    the text is null, with the destination. */
 static int answer(DBusConnection* connection, const char* name, const char* text, int as_error) {
@@ -425,7 +429,7 @@ static int answer(DBusConnection* connection, const char* name, const char* text
   while (dbus_connection_read_write(connection, -1)) {
     DBusMessage* message;
     while ((message = dbus_connection_pop_message(connection)) != NULL) {
-      if (dbus_message_is_method_call(message, interface_name, "Call")) {
+      if (dbus_message_is_method_call(message, answered_interface, answered_member)) {
         const char* destination = dbus_message_get_destination(message);
         const char* result = text != NULL ? text : destination;
         DBusMessage* reply = as_error ? dbus_message_new_error(message, "com.Acme.Error", result)
@@ -585,6 +589,11 @@ int main(int argc, char** argv) {
   }
   if (strcmp(argv[1], "refuse") == 0 && argc == 4) {
     return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 1);
+  }
+  if (strcmp(argv[1], "diagnose") == 0 && argc == 4) {
+    answered_interface = "QBHP.Diagnosis1";
+    answered_member = "Text";
+    return answer(connection, argv[2], text_of_size((size_t)atol(argv[3])), 0);
   }
   if (strcmp(argv[1], "destinations") == 0) return answer(connection, argv[2], NULL, 0);
   if (strcmp(argv[1], "raw") == 0 && argc >= 5) return raw(connection, argv + 2, argc - 2);

@@ -154,6 +154,10 @@ TEST(ToolEvents, ThatActsForNoHostFails) {
   const TestBundle nameless(scene.directory(), "Nameless", {{"CFBundleName", "x"}});
   wrong.back() = nameless.path().string();
   EXPECT_NE(scene.tool.run(wrong).errors.find("has no CFBundleIdentifier"), std::string::npos);
+  writeFile(nameless.infoFile(), "<plist><dict>\n<key>a</kex></dict></plist>");
+  EXPECT_EQ(scene.tool.run(wrong).errors,
+            "qbhp ask: " + nameless.infoFile().string() +
+                " is no property list with a dictionary: line 2: mismatched tag\n");
   EXPECT_EQ(scene.temporaryNames(), std::vector<std::string>());
 }
 

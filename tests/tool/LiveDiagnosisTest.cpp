@@ -161,6 +161,16 @@ TEST(ToolLiveDiagnosis, OneIsMadeAtATimeAndOthersAreRefused) {
   EXPECT_EQ(scene.ask(*host).code, 0);
 }
 
+TEST(ToolLiveDiagnosis, TextOfAnotherProcessIsBounded) {
+  ToolBesideAHost scene;
+  const std::string name = scene.identifier("Large");
+  const auto peer = Peer::inBundle(scene, "Large").begin({"diagnose", name, "5000000"});
+  EXPECT_EQ(peer->firstLine(), "ready");
+  const auto asked = scene.ask(name);
+  EXPECT_EQ(asked.code, 0) << asked.errors;
+  EXPECT_EQ(asked.output.size(), (std::size_t{1} << 20U) + 1);
+}
+
 TEST(ToolLiveDiagnosis, TargetThatCannotBeAskedIsToldInOneSentence) {
   ToolBesideAHost scene;
   const std::string none = scene.identifier("None");

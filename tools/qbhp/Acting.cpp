@@ -32,8 +32,16 @@ constexpr std::string_view informationPath = "Contents/Info.plist";
 
 // Returns the keys of a host by which it sends: its identity, and its helper agent's.
 Dictionary identityOf(const std::string& hostBundle) {
-  const auto host = readDictionaryFile(fs::path(hostBundle) / informationPath);
-  if (!host) throw Failure(hostBundle + " is no bundle: it has no Contents/Info.plist");
+  const fs::path file = fs::path(hostBundle) / informationPath;
+  const auto host = readDictionaryFile(file);
+  std::error_code error;
+  if (!host && !fs::exists(file, error)) {
+    throw Failure(hostBundle + " is no bundle: it has no Contents/Info.plist");
+  }
+  if (!host) {
+    throw Failure(file.string() + " is no property list with a dictionary: " +
+                  faultOfDictionaryFile(file).value_or("it changes"));
+  }
   if (host->text(kCFBundleIdentifierKey).value_or("").empty()) {
     throw Failure(hostBundle + " has no CFBundleIdentifier");
   }
@@ -56,7 +64,7 @@ fs::path makeBundle(const fs::path& directory, Dictionary identity) {
   fs::path place = placeOwnProgram(bundle);
   identity.set(kCFBundleExecutableKey, PropertyList(place.filename().string()));
   const auto information = xmlPropertyList(PropertyList(std::move(identity)));
-  if (!information) throw Failure("cannot write the host's identity");
+  if (!information) throw Failure("the host's identity has a control character");
   std::ofstream file(bundle / informationPath, std::ios::binary);
   if (!(file << *information).flush()) throw Failure("cannot write to " + directory.string());
   return place;
