@@ -54,12 +54,15 @@ bool HostConfiguration::requiresInstalledHelper() const {
 
 bool HostConfiguration::supervisesHelper() const { return flag(infokey::helperIsSupervised); }
 
+bool HostConfiguration::putsHelperInOwnScope() const { return flag(infokey::helperInOwnScope); }
+
 void HostConfiguration::recordKeys() const {
   for (const std::string_view key :
        {kCFBundleIdentifierKey, kCFBundleVersionKey, infokey::productID,
         infokey::helperBundleIdentifier, infokey::heleprAppName, infokey::helperAppName,
         infokey::helperLoactionPath, infokey::helperLocationPath,
-        infokey::helperMustBeInstalledCopy, infokey::helperIsSupervised}) {
+        infokey::helperMustBeInstalledCopy, infokey::helperIsSupervised,
+        infokey::helperInOwnScope}) {
     if (const auto value = host_.infoString(key)) record(StepKind::keyRead, key, *value);
   }
   const auto recordMissing = [](bool isThere, std::string_view key) {

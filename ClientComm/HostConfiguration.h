@@ -33,6 +33,8 @@ class QBDKR_EXPORT HostConfiguration {
   [[nodiscard]] bool requiresInstalledHelper() const;
   // Tells whether the helper agent is supervised from the start.
   [[nodiscard]] bool supervisesHelper() const;
+  // Tells whether the helper agent is started in a scope of its own, where the system has those.
+  [[nodiscard]] bool putsHelperInOwnScope() const;
 
   // Adds to the record how each key was read, with its spelling.
   void recordKeys() const;

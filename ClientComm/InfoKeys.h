@@ -12,6 +12,7 @@ inline constexpr std::string_view helperLoactionPath = "Helper loaction path";
 inline constexpr std::string_view helperLocationPath = "Helper location path";
 inline constexpr std::string_view helperMustBeInstalledCopy = "Helper must be installed copy";
 inline constexpr std::string_view helperIsSupervised = "Helper is supervised";
+inline constexpr std::string_view helperInOwnScope = "Helper in own scope";
 inline constexpr std::string_view productID = "PID";
 inline constexpr std::string_view tipsEnable = "TipsEnable";
 inline constexpr std::string_view enableAD = "EnableAD";

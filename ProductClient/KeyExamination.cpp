@@ -39,7 +39,7 @@ class KeyExaminer {
     examineHelperName();
     examineInstallPath();
     for (const auto key : {infokey::helperMustBeInstalledCopy, infokey::helperIsSupervised,
-                           infokey::tipsEnable, infokey::enableAD}) {
+                           infokey::helperInOwnScope, infokey::tipsEnable, infokey::enableAD}) {
       examineFlag(key);
     }
   }

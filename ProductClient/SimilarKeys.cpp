@@ -17,7 +17,7 @@ constexpr std::size_t longestKey = 64;
 // An information dictionary has dozens.
 constexpr std::size_t mostKeys = 2000;
 
-constexpr std::array<std::string_view, 16> knownKeys{kCFBundleIdentifierKey,
+constexpr std::array<std::string_view, 17> knownKeys{kCFBundleIdentifierKey,
                                                      kCFBundleNameKey,
                                                      kCFBundleVersionKey,
                                                      kCFBundleExecutableKey,
@@ -28,6 +28,7 @@ constexpr std::array<std::string_view, 16> knownKeys{kCFBundleIdentifierKey,
                                                      infokey::helperLocationPath,
                                                      infokey::helperMustBeInstalledCopy,
                                                      infokey::helperIsSupervised,
+                                                     infokey::helperInOwnScope,
                                                      infokey::productID,
                                                      infokey::tipsEnable,
                                                      infokey::enableAD,

@@ -27,8 +27,9 @@ struct SystemCalls {
     return QBHPProcessList::share().applicationIsRunning(identifier, path);
   };
   // Leaves an application alone that runs.
-  std::function<bool(const std::string& path, const std::function<void()>& onStart)> open =
-      openFile;
+  std::function<bool(const std::string& path, const std::function<void()>& onStart,
+                     Placement placement)>
+      open = openFile;
   std::function<bool(Text bundleIdentifier, const std::string& path,
                      std::chrono::milliseconds patience)>
       waitForEnd =

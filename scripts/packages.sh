@@ -9,7 +9,7 @@ objc_packages="gobjc++ libgnustep-base-dev"
 package_packages="dpkg-dev file"
 loop_packages="libglib2.0-dev qt6-base-dev"
 test_packages="$demo_packages $tool_packages $objc_packages $loop_packages $package_packages libgtest-dev libdbus-1-dev
-  dbus-broker xdg-dbus-proxy doxygen python3 python3-gi procps git"
+  dbus-broker systemd xdg-dbus-proxy doxygen python3 python3-gi procps git"
 reference_packages="doxygen python3"
 picture_packages="$demo_packages qt6-base-dev libqt6svg6 xvfb openbox fonts-dejavu-core"
 bench_packages="$demo_packages procps"

@@ -91,6 +91,10 @@ std::string sentence(const RecordedStep& step) {
       return "the delegate of " + subject + " was destroyed, and takes no reports any more";
     case StepKind::reportNotTaken:
       return subject + " came, and the host has no delegate for it";
+    case StepKind::helperInOwnScope:
+      return "process " + number + " runs in a scope of its own, " + subject;
+    case StepKind::helperNotInOwnScope:
+      return quoted(subject) + ", process " + number + ", stays in the unit of the host: " + detail;
   }
   return subject;
 }

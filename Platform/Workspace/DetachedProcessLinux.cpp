@@ -1,8 +1,10 @@
 #include "Platform/Workspace/DetachedProcessLinux.h"
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sched.h>
 #include <signal.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -12,6 +14,8 @@
 #include <array>
 #include <cerrno>
 #include <cstddef>
+#include <ctime>
+#include <future>
 #include <memory>
 #include <string_view>
 #include <utility>
@@ -22,6 +26,8 @@
 
 #include "Platform/Base/ArgumentPointers.h"
 #include "Platform/Base/BlockedSignals.h"
+#include "Platform/Base/DetachedThread.h"
+#include "Platform/Base/DropExceptions.h"
 #include "Platform/Record/Record.h"
 
 // The functions below that bear this mark run in a new process on the memory of this one. Checks
@@ -35,6 +41,9 @@ extern "C" int cloneUnobserved(int (*body)(void*), void* stack, int flags, void*
 
 namespace qbdkr {
 namespace {
+
+// Longer than any placement takes.
+constexpr time_t gateSeconds = 10;
 
 // Two processes are started in a row: a parent, and the application as its child. The parent ends
 // at once, and the application then belongs to init. Neither copies this process: both run on its
@@ -54,6 +63,7 @@ struct Start {  // NOLINT(cppcoreguidelines-pro-type-member-init): the stacks st
   int input = -1;
   int output = -1;
   int error = -1;
+  int gate = -1;  // the application waits here before it is executed; -1 for none
   Stack parentsStack;
   Stack applicationsStack;
 
@@ -82,6 +92,17 @@ IN_NEW_PROCESS void markInheritedDescriptorsCloseOnExec() {
   }
 }
 
+// Tells the process ID, and waits until the gate is opened. Its other end is open in the parent as
+// well, so the end of the host does not open it.
+IN_NEW_PROCESS void waitAtGate(int gate) {
+  const auto self = static_cast<pid_t>(syscall(SYS_getpid));
+  if (syscall(SYS_write, gate, &self, sizeof self) != sizeof self) return;
+  constexpr int maskSize = 8;
+  pollfd opened{gate, POLLIN, 0};
+  timespec patience{gateSeconds, 0};
+  syscall(SYS_ppoll, &opened, 1, &patience, nullptr, maskSize);
+}
+
 IN_NEW_PROCESS int becomeApplication(void* argument) {
   auto& start = *static_cast<Start*>(argument);
   syscall(SYS_setsid);
@@ -89,6 +110,7 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
   syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
   syscall(SYS_dup3, start.error, STDERR_FILENO, 0);
   markInheritedDescriptorsCloseOnExec();
+  if (start.gate >= 0) waitAtGate(start.gate);
   if (syscall(SYS_chdir, "/") == 0) {
     resetSignals();
     syscall(SYS_execve, start.arguments[0], start.arguments, start.environment);
@@ -124,6 +146,51 @@ bool run(Start& start) {
   return start.failure == 0;
 }
 
+// Moves a descriptor out of the way of the three standard ones, which a host may have closed.
+Descriptor aboveStandardOnes(Descriptor descriptor) {
+  if (descriptor.get() > STDERR_FILENO) return descriptor;
+  return Descriptor(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
+}
+
+// Holds a process back before it is executed, while a thread places it: the thread that starts the
+// process is suspended until then.
+class Gate {
+ public:
+  explicit Gate(const std::function<void(pid_t)>& place) {
+    if (!place) return;
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
+    auto ours = std::make_shared<Descriptor>(ends[0]);
+    end_ = aboveStandardOnes(Descriptor(ends[1]));
+    // Dropped at the end of the thread, however that comes.
+    auto promise = std::make_shared<std::promise<void>>();
+    placed_ = promise->get_future();
+    const bool isWatched =
+        end_ && detachNewThread([ours = std::move(ours), promise = std::move(promise), &place] {
+          pid_t process = 0;
+          if (::recv(ours->get(), &process, sizeof process, MSG_WAITALL) != sizeof process) return;
+          dropExceptions([&] { place(process); });
+          ::send(ours->get(), "", 1, MSG_NOSIGNAL);
+        });
+    if (!isWatched) end_ = Descriptor();
+  }
+  Gate(const Gate&) = delete;
+  Gate& operator=(const Gate&) = delete;
+  // If no process came to it, the thread ends now, although a forked child may hold the descriptor.
+  ~Gate() {
+    const int error = errno;
+    ::shutdown(end_.get(), SHUT_RDWR);
+    if (placed_.valid()) placed_.wait();
+    errno = error;
+  }
+
+  [[nodiscard]] int end() const { return end_.get(); }
+
+ private:
+  Descriptor end_;
+  std::future<void> placed_;
+};
+
 // Finds the variables by which the service manager speaks to this process alone.
 bool isForThisProcessOnly(std::string_view variable) {
   constexpr std::array<std::string_view, 7> names{
@@ -147,12 +214,6 @@ std::vector<std::string> environmentFor(const Descriptor& output) {
   return variables;
 }
 
-// Moves a descriptor out of the way of the three standard ones, which a host may have closed.
-Descriptor aboveStandardOnes(Descriptor descriptor) {
-  if (descriptor.get() > STDERR_FILENO) return descriptor;
-  return Descriptor(fcntl(descriptor.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-}
-
 Descriptor noFile(int access) { return Descriptor(::open("/dev/null", access | O_CLOEXEC)); }
 
 // Both outputs go to the journal. If that is missing they are dropped, but for the standard error
@@ -172,11 +233,9 @@ StandardStreams streamsFor(const std::string& executable) {
   return streams;
 }
 
-}  // namespace
-
-std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
-                                             std::vector<std::string> environment,
-                                             StandardStreams streams) {
+std::optional<DetachedProcess> startBehind(int gate, std::vector<std::string> command,
+                                           std::vector<std::string> environment,
+                                           StandardStreams streams) {
   for (Descriptor* stream : {&streams.input, &streams.output, &streams.error}) {
     *stream = aboveStandardOnes(std::move(*stream));
   }
@@ -189,6 +248,7 @@ std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
   start->input = streams.input.get();
   start->output = streams.output.get();
   start->error = streams.error.get();
+  start->gate = gate;
   const bool isExecuted = run(*start);
   DetachedProcess process{start->processID, Descriptor(start->ended)};
   if (!isExecuted || !process.ended) {
@@ -198,10 +258,21 @@ std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
   return process;
 }
 
-std::optional<DetachedProcess> startDetached(const std::string& executable) {
+}  // namespace
+
+std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
+                                             std::vector<std::string> environment,
+                                             StandardStreams streams) {
+  constexpr int none = -1;
+  return startBehind(none, std::move(command), std::move(environment), std::move(streams));
+}
+
+std::optional<DetachedProcess> startDetached(const std::string& executable,
+                                             const std::function<void(pid_t)>& place) {
   auto streams = streamsFor(executable);
   auto environment = environmentFor(streams.output);
-  return startDetached({executable}, std::move(environment), std::move(streams));
+  const Gate gate(place);
+  return startBehind(gate.end(), {executable}, std::move(environment), std::move(streams));
 }
 
 }  // namespace qbdkr

@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -33,7 +34,10 @@ std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
                                              StandardStreams streams);
 
 // Starts an executable without arguments in the environment of this process, with its output in the
-// journal if that is available.
-std::optional<DetachedProcess> startDetached(const std::string& executable);
+// journal if that is available. Calls place, if that is not empty, on a thread of its own with the
+// process before it is executed, and has it executed when that returns, or after 10 s: so no code
+// of the application runs, and no child of it is made, at another place.
+std::optional<DetachedProcess> startDetached(const std::string& executable,
+                                             const std::function<void(pid_t)>& place = {});
 
 }  // namespace qbdkr

@@ -10,6 +10,7 @@
 #include <ClientComm/Bundle.h>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Workspace/Workspace.h"
 
 namespace qbdkr {
 
@@ -48,7 +49,8 @@ struct Opening {
 // can be reached, 10 s at most. Absent if it cannot be executed; errno says why. The caller holds
 // the lock of its bundle, if the file system has locks.
 [[nodiscard]] std::optional<Opening> openApplication(const Bundle& bundle,
-                                                     Reachability& reachability);
+                                                     Reachability& reachability,
+                                                     Placement placement);
 
 // The system's part of reachedProcess().
 [[nodiscard]] std::optional<pid_t> processOfPeer(const std::string& bundleIdentifier);

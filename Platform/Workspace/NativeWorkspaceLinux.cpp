@@ -4,6 +4,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -17,6 +18,7 @@
 #include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/NativeWorkspace.h"
+#include "Platform/Workspace/OwnScopeLinux.h"
 
 namespace qbdkr {
 namespace {
@@ -100,10 +102,17 @@ std::unique_ptr<Reachability> Reachability::of(const Bundle& bundle) {
   return std::make_unique<NamedApplication>(bundle.infoString(kCFBundleIdentifierKey).value_or(""));
 }
 
-std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability) {
+std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability,
+                                       Placement placement) {
   const auto executable = bundle.executablePath();
   if (!executable) return std::nullopt;
-  auto process = startDetached(*executable);
+  std::function<void(pid_t)> place;
+  if (placement == Placement::ownScope) {
+    place = [&bundle](pid_t processID) {
+      moveIntoOwnScope(processID, bundle.infoString(kCFBundleIdentifierKey).value_or(""));
+    };
+  }
+  auto process = startDetached(*executable, place);
   if (!process) return std::nullopt;
   Opening opening{Presence::running, std::move(process->ended)};
   opening.presence = reachability.await(opening.end, Clock::now() + checkInPatience);

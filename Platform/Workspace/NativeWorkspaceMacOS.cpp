@@ -81,7 +81,8 @@ class ListedApplication final : public Reachability {
 
 // Launches asynchronously: the call would wait for the end of the launch, which an agent without
 // AppKit never tells. A helper agent takes no focus from the host, and no place in a menu.
-std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability) {
+std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reachability,
+                                       Placement /*placement*/) {
   const auto url = directoryURL(bundle.bundlePath());
   if (!url) return std::nullopt;
   LSLaunchURLSpec launch{};

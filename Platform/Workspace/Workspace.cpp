@@ -98,14 +98,15 @@ void recordStart(const Bundle& bundle, const std::optional<Opening>& opening,
   }
 }
 
-bool start(const Bundle& bundle, Reachability& reachability, const std::function<void()>& onStart) {
+bool start(const Bundle& bundle, Reachability& reachability, const std::function<void()>& onStart,
+           Placement placement) {
   const auto begin = Clock::now();
   if (const auto pauseEnd = history().pausedUntil(bundle.bundlePath(), begin)) {
     record(StepKind::launchHeldBack, millisecondsBetween(begin, *pauseEnd), bundle.bundlePath());
     return false;
   }
   if (onStart) onStart();
-  auto opening = openApplication(bundle, reachability);
+  auto opening = openApplication(bundle, reachability, placement);
   recordStart(bundle, opening, millisecondsBetween(begin, Clock::now()));
   if (!opening) return false;
   const bool isOpen = opening->presence != Presence::ended;
@@ -116,7 +117,8 @@ bool start(const Bundle& bundle, Reachability& reachability, const std::function
 // Opens it in one process at a time: the next process finds the application running. A process that
 // keeps the lock all the time may be about to start it, so starting another one would be wrong; a
 // later call tries again. On a file system without locks it starts in any case.
-bool openAlone(const std::string& bundlePath, const std::function<void()>& onStart) {
+bool openAlone(const std::string& bundlePath, const std::function<void()>& onStart,
+               Placement placement) {
   const auto lock = FileLock::acquire(bundlePath, lockPatience);
   const auto bundle = Bundle::withPath(bundlePath);
   if (!bundle) {
@@ -130,14 +132,15 @@ bool openAlone(const std::string& bundlePath, const std::function<void()>& onSta
     record(StepKind::launchLocked, bundlePath);
     return false;
   }
-  return start(*bundle, *reachability, onStart);
+  return start(*bundle, *reachability, onStart, placement);
 }
 
 }  // namespace
 
-bool openFile(const std::string& bundlePath, const std::function<void()>& onStart) {
+bool openFile(const std::string& bundlePath, const std::function<void()>& onStart,
+              Placement placement) {
   return openings().join(bundlePath, Clock::now() + turnPatience,
-                         [&] { return openAlone(bundlePath, onStart); });
+                         [&] { return openAlone(bundlePath, onStart, placement); });
 }
 
 std::optional<Clock::time_point> openingPausedUntil(const std::string& bundlePath) {

@@ -11,6 +11,11 @@
 
 namespace qbdkr {
 
+// Tells where the process of an application that is started belongs: with the host, or into a scope
+// of its own of the user's service manager. That is ended apart from the service that the host may
+// be. Without a service manager, as on macOS, both are the same.
+enum class Placement { withHost, ownScope };
+
 // Makes sure that an application is open: starts it, detached from this process, unless it is
 // running or being opened already, from any process. It is running if any process runs an
 // application of its identifier, or its own executable, or was started from it by this process, or
@@ -24,9 +29,11 @@ namespace qbdkr {
 // waits for that thread, 30 s at most, and takes its outcome. False if it is not running and cannot
 // be executed, ends before it can be reached, cannot be looked for among the processes, is locked
 // by another process all that time, or is held back because it keeps ending. Calls onStart, if that
-// is not empty, right before it starts a process. Any thread.
+// is not empty, right before it starts a process. A placement in a scope of its own takes 5 s more
+// at most, and does not fail the start: the record tells why it did not come about. Any thread.
 [[nodiscard]] QBDKR_EXPORT bool openFile(const std::string& bundlePath,
-                                         const std::function<void()>& onStart = {});
+                                         const std::function<void()>& onStart = {},
+                                         Placement placement = Placement::withHost);
 
 // Returns the time before which openFile() does not start an application, because it ended before
 // it could be reached, five times within 10 s. The first pause takes 1 s, each further one twice as

@@ -49,6 +49,9 @@ enum class StepKind : std::uint8_t {
   methodFailed,       // subject: class and method; detail: sender; it threw
   delegateDestroyed,  // subject: class that the delegate was set for
   reportNotTaken,     // subject: class and method; the host has no delegate for it
+  // Scope of a helper agent that was started in one of its own (Linux).
+  helperInOwnScope,     // number: process; subject: name of the scope
+  helperNotInOwnScope,  // number: process; subject: identifier; detail: reason
 };
 
 // A step in the record of this process.

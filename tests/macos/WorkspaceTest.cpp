@@ -39,7 +39,7 @@ class MacOSWorkspaceTest : public testing::Test {
 
   std::optional<Opening> open() {
     const auto reachability = Reachability::of(*bundle_);
-    return openApplication(*bundle_, *reachability);
+    return openApplication(*bundle_, *reachability, Placement::withHost);
   }
 
   Presence await(std::chrono::milliseconds patience) {

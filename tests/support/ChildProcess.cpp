@@ -84,7 +84,8 @@ Environment ownEnvironment() {
 
 ChildProcess::ChildProcess(const std::vector<std::string>& command, const SpawnOptions& options)
     : name_(command.at(0)) {
-  auto texts = command;
+  auto texts = options.runner;
+  texts.insert(texts.end(), command.begin(), command.end());
   std::vector<std::string> settings;
   for (const auto& [key, value] : options.environment) settings.push_back(key + '=' + value);
   const auto arguments = pointersTo(texts);

@@ -28,6 +28,8 @@ struct SpawnOptions {
   // Makes a process of root obey the permissions of files.
   bool obeyFilePermissions = false;
   std::optional<std::size_t> largestFile = {};
+  // The words before the command, of a program that runs it.
+  std::vector<std::string> runner = {};
   // Runs in the child right before exec(). May call only async-signal-safe functions.
   std::function<void()> beforeExec = {};
 };

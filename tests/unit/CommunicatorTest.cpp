@@ -110,7 +110,9 @@ QBHPHelperCommunicate& CommunicatorTest::communicator() {
   processer.setObjectforKeyToMapTable(QBHPHelperControl::share(), QBHPHelperControl::kClassName);
   SystemCalls system;
   system.startThread = threads.starter();
-  system.open = [this](const std::string& path, const std::function<void()>& onStart) {
+  system.open = [this](const std::string& path, const std::function<void()>& onStart,
+                       Placement placement) {
+    workspace.placement = placement;
     if (workspace.startsProcesses) onStart();
     return workspace.open(path);
   };

@@ -37,6 +37,7 @@ class RecordingWorkspace {
   [[nodiscard]] std::vector<std::string> opened() const;
   // False if the applications run already.
   bool startsProcesses = true;
+  Placement placement = Placement::withHost;  // of the last one that was opened
 
   // Records the wait for an application's end, and returns at once.
   bool waitForEnd(const std::string& path, std::chrono::milliseconds time);

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstddef>
+#include <cstdlib>
 #include <fstream>
 #include <optional>
 #include <string>
@@ -134,6 +135,23 @@ int hear(sd_bus* bus, const std::string& words, std::string& message) {
   return theirs;
 }
 
+// Returns the address of a socket at a path, as the bus library reads it.
+std::string addressOf(const std::string& path) {
+  constexpr std::string_view plain =
+      "-0123456789ABCDEFGHIJKLMNOPQRSTUVWXYZ_abcdefghijklmnopqrstuvwxyz/.";
+  constexpr std::string_view digits = "0123456789abcdef";
+  std::string address = "unix:path=";
+  for (const char character : path) {
+    const auto byte = static_cast<unsigned char>(character);
+    if (plain.find(character) != std::string_view::npos) {
+      address += character;
+    } else {
+      address += {'%', digits[byte / 16U], digits[byte % 16U]};
+    }
+  }
+  return address;
+}
+
 UniqueBus openBehindProxy(const BusEnd& end) {
   std::string words;
   const Descriptor socket = greet(end, words);
@@ -164,6 +182,20 @@ UniqueBus openSessionBus() {
     bus = openBehindProxy(end);
   }
   return bus;
+}
+
+UniqueBus openUserBus() {
+  const char* runtime = std::getenv("XDG_RUNTIME_DIR");
+  sd_bus* made = nullptr;
+  int result = runtime != nullptr ? sd_bus_new(&made) : -ENOENT;
+  UniqueBus bus(made);
+  if (result >= 0)
+    result = sd_bus_set_address(made, addressOf(runtime + std::string("/bus")).c_str());
+  if (result >= 0) result = sd_bus_set_bus_client(made, 1);
+  if (result >= 0) result = sd_bus_start(made);
+  if (result >= 0) return bus;
+  errno = -result;
+  return {};
 }
 
 bool leadsOutOfNamespace(sd_bus* bus) { return processAtEnd(sd_bus_get_fd(bus)) == 0; }

@@ -9,6 +9,11 @@ namespace qbdkr {
 // most. Any thread.
 [[nodiscard]] UniqueBus openSessionBus();
 
+// Opens a connection to the bus of this user, which all sessions share and the service manager is
+// on: the socket "bus" in XDG_RUNTIME_DIR, whatever the session bus is. Null with errno if that is
+// not set. Any thread; does not wait.
+[[nodiscard]] UniqueBus openUserBus();
+
 // Tells whether the process at the other end, the bus or its proxy, belongs to another namespace of
 // processes, whose numbers say nothing here. Any thread; does not wait.
 [[nodiscard]] bool leadsOutOfNamespace(sd_bus* bus);
