@@ -149,7 +149,8 @@ class QBDKR_EXPORT QBHPHelperCommunicate : public QBHPAppEventBase,
   // Opens the helper agent unless it runs, then calls startHelper(). False if its name or directory
   // is missing, or it cannot be opened, or is not opened until launchPausedUntil(). Blocks as
   // extractHelper() does if it is not installed; 15 s at most while another process opens it; 10 s
-  // at most until it can be reached; 5 s at most if it runs, but is just starting or ending by
+  // at most until it can be reached; 5 s at most for a scope of its own, with the key "Helper in
+  // own scope" in the host's Info.plist; 5 s at most if it runs, but is just starting or ending by
   // itself; and as startHelper() does. If several threads launch it at once, one opens it, and the
   // others wait for that thread, 30 s at most, and take its outcome.
   bool launchHelepr();

@@ -85,8 +85,8 @@ ServiceManager::ServiceManager(const fs::path& directory, const Environment& env
   own["SYSTEMD_UNIT_PATH"] = units;
   own["SYSTEMD_GENERATOR_PATH"] = none;
   own["SYSTEMD_ENVIRONMENT_GENERATOR_PATH"] = none;
-  process_ = std::make_unique<ChildProcess>(inOwnMounts(begin, group_),
-                                            SpawnOptions{.environment = own});
+  process_ =
+      std::make_unique<ChildProcess>(inOwnMounts(begin, group_), SpawnOptions{.environment = own});
   const auto deadline = std::chrono::steady_clock::now() + patience;
   while (!isReady()) {
     if (std::chrono::steady_clock::now() >= deadline) {
@@ -108,8 +108,8 @@ std::string ServiceManager::busAddress() const {
 }
 
 SpawnOptions ServiceManager::asService(const std::string& name, SpawnOptions options) const {
-  options.runner = {"/usr/bin/systemd-run", "--user",         "--pipe",
-                    "--quiet",              "--unit=" + name, "--service-type=exec"};
+  options.runner = {"/usr/bin/systemd-run", "--user", "--pipe", "--quiet", "--unit=" + name,
+                    "--service-type=exec"};
   for (const auto& [key, value] : options.environment)
     options.runner.push_back("--setenv=" + key + '=' + value);
   options.runner.emplace_back("--");

@@ -10,8 +10,8 @@
 namespace qbdkr::test {
 
 // Runs a service manager of a user, apart from that of the machine: systemd in mounts and a control
-// group of its own, with no units but a bus and those that a test starts. Needs root. Its destructor kills
-// all that it runs.
+// group of its own, with no units but a bus and those that a test starts. Needs root. Its
+// destructor kills all that it runs.
 class ServiceManager {
  public:
   // Returns why it cannot be run here; empty if it can.

@@ -520,6 +520,15 @@ TEST_F(HostExamination, WarnsOfATextThatIsNoFlag) {
   EXPECT_TRUE(hasWords(warning.text, {"\"Helper is supervised\"", "\"on\"", "false"}));
 }
 
+TEST_F(HostExamination, KnowsTheFlagOfTheScope) {
+  stage.host.setKeys({{"Helper in own scope", "on"}});
+  EXPECT_TRUE(hasWords(firstOf(stage.examine(), Severity::warning).value_or(Finding()).text,
+                       {"\"Helper in own scope\"", "\"on\"", "false"}));
+  stage.host.setKeys({{"Helper in own scope", ""}, {"Helper in own Skope", "YES"}});
+  EXPECT_TRUE(hasWords(firstOf(stage.examine(), Severity::warning).value_or(Finding()).text,
+                       {"\"Helper in own Skope\"", "\"Helper in own scope\""}));
+}
+
 TEST_F(HostExamination, WarnsOfAMisspelledFlag) {
   stage.host.setKeys({{"Helper is supervized", "YES"}});
   const auto warning = firstOf(stage.examine(), Severity::warning).value_or(Finding());

@@ -36,6 +36,15 @@ TEST(Record, KeepsKindNumberSubjectDetailAndTime) {
   EXPECT_EQ(found[0].text(), "could not install /opt/Acme: no space left on device");
 }
 
+TEST(Record, TellsWhetherAHelperAgentHasAScopeOfItsOwn) {
+  record(StepKind::helperInOwnScope, 7, "app-com.Acme.Helper-1.scope");
+  record(StepKind::helperNotInOwnScope, 7, "com.Acme.Helper", "not today");
+  EXPECT_EQ(steps(StepKind::helperInOwnScope).at(0).text(),
+            "process 7 runs in a scope of its own, app-com.Acme.Helper-1.scope");
+  EXPECT_EQ(steps(StepKind::helperNotInOwnScope).at(0).text(),
+            R"("com.Acme.Helper", process 7, stays in the unit of the host: not today)");
+}
+
 TEST(Record, StepThatIsRepeatedIsCountedAndComesLast) {
   record(StepKind::requestFailed, -600, "com.Acme.Helper", "Control start");
   record(StepKind::requestFailed, -609, "com.Acme.Helper", "Control start");

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <filesystem>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 #include <thread>
 #include <vector>
@@ -220,8 +221,72 @@ TEST_F(Detached, LeavesNoDescriptorOpenInTheHost) {
   for (int i = 0; i < 10; ++i) {
     startDetached(program);
     startDetached(directory.path() / "missing");
+    startDetached(program, [](pid_t) {});
+    startDetached(directory.path() / "missing", [](pid_t) {});
   }
   EXPECT_EQ(openOnes(), before);
+}
+
+// A process whose program is still that of this one has not been executed.
+TEST_F(Detached, IsPlacedBeforeItIsExecuted) {
+  pid_t placed = 0;
+  std::string program;
+  const auto process = startDetached(script("echo $$ > '" + output.string() + "'"), [&](pid_t id) {
+    placed = id;
+    program = fs::read_symlink("/proc/" + std::to_string(id) + "/exe");
+  });
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+  EXPECT_EQ(placed, process->processID);
+  EXPECT_EQ(program, fs::read_symlink("/proc/self/exe"));
+  EXPECT_EQ(readFile(output), std::to_string(placed) + '\n');
+}
+
+TEST_F(Detached, IsExecutedAlsoIfItCannotBePlaced) {
+  const auto process =
+      startDetached(script("exit 0"), [](pid_t) { throw std::runtime_error("no place"); });
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+}
+
+TEST_F(Detached, IsPlacedAlthoughTheHostClosedItsStandardDescriptors) {
+  const std::string path = script("exit 0");
+  const int status = test::runForked([&path] {
+    for (const int standard : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) close(standard);
+    pid_t placed = 0;
+    const auto process = startDetached(path, [&](pid_t id) { placed = id; });
+    return process && placed == process->processID && hasEnded(*process, 20'000);
+  });
+  EXPECT_EQ(status, 0);
+}
+
+TEST_F(Detached, TellsWhyItCannotBeExecutedAlsoWhenItWasPlaced) {
+  pid_t placed = 0;
+  EXPECT_FALSE(startDetached(directory.path() / "missing", [&](pid_t id) { placed = id; }));
+  EXPECT_EQ(errno, ENOENT);
+  EXPECT_GT(placed, 0);
+}
+
+// The workers hold the descriptors by which a process waits to be placed.
+TEST_F(Detached, IsPlacedAlthoughThisProcessForksWorkersMeanwhile) {
+  std::vector<pid_t> workers;
+  const std::string program = script("exit 0");
+  for (const std::string& path : {program, (directory.path() / "missing").string()}) {
+    const auto process = startDetached(path, [&](pid_t) {
+      const pid_t worker = fork();
+      if (worker == 0) {
+        pause();
+        _exit(0);
+      }
+      if (worker > 0) workers.push_back(worker);
+    });
+    EXPECT_EQ(process.has_value(), path == program);
+  }
+  EXPECT_EQ(workers.size(), 2U);
+  for (const pid_t worker : workers) {
+    kill(worker, SIGKILL);
+    waitpid(worker, nullptr, 0);
+  }
 }
 
 // A fork would copy the page tables of the host, with its other threads at a standstill.

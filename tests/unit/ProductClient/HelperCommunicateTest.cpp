@@ -421,6 +421,17 @@ TEST_F(HelperCommunicate, RestartOfAHelperThatCannotBeReachedLaunchesIt) {
   });
 }
 
+TEST_F(HelperCommunicate, HelperAgentIsOpenedInAScopeOfItsOwnIfTheHostWantsThat) {
+  for (const bool wanted : {false, true}) {
+    auto information = informationWithHelper();
+    if (wanted) information.set("Helper in own scope", true);
+    withUsedHost(information, [&](const Host&) {
+      EXPECT_TRUE(communicator().launchHelepr());
+      EXPECT_EQ(workspace.placement, wanted ? Placement::ownScope : Placement::withHost);
+    });
+  }
+}
+
 TEST_F(HelperCommunicate, RestartThatCannotLaunchGivesOne) {
   withUsedHost(informationWithHelper(), [this](const Host&) {
     transport.answerWith({procNotFound, std::nullopt});

@@ -30,7 +30,7 @@ TEST(SystemCallsTest, IsRunningKnowsTheApplicationsOfThisMachine) {
 
 TEST(SystemCallsTest, OpenFailsWithoutABundle) {
   const TemporaryDirectory directory;
-  EXPECT_FALSE(SystemCalls().open(directory.path() / "Helper.app", {}));
+  EXPECT_FALSE(SystemCalls().open(directory.path() / "Helper.app", {}, Placement::withHost));
 }
 
 TEST(SystemCallsTest, LockIsOneBetweenAll) {
