@@ -156,6 +156,15 @@ TEST_F(OwnScope, NoManagerLeavesTheHelperAgentInTheUnitOfTheHost) {
   expectLeftBecause("neither the session's bus nor the user's has a service manager");
 }
 
+TEST_F(OwnScope, NoManagerIsStartedForIt) {
+  const auto started = scene.directory() / "started";
+  writeFile(scene.bus().serviceDirectory() / "org.freedesktop.systemd1.service",
+            "[D-BUS Service]\nName=org.freedesktop.systemd1\nExec=/usr/bin/touch " +
+                started.string() + '\n');
+  expectLeftBecause("neither the session's bus nor the user's has a service manager");
+  EXPECT_FALSE(std::filesystem::exists(started));
+}
+
 TEST_F(OwnScope, NoBusAtAllLeavesIt) {
   scene.environment().erase("DBUS_SESSION_BUS_ADDRESS");
   scene.environment().erase("XDG_RUNTIME_DIR");

@@ -2,12 +2,14 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <atomic>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
 #include <sstream>
 #include <stdexcept>
@@ -18,6 +20,7 @@
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
+#include "support/RefusedCall.h"
 
 namespace qbdkr {
 namespace {
@@ -269,6 +272,8 @@ TEST_F(Detached, TellsWhyItCannotBeExecutedAlsoWhenItWasPlaced) {
 
 // The workers hold the descriptors by which a process waits to be placed.
 TEST_F(Detached, IsPlacedAlthoughThisProcessForksWorkersMeanwhile) {
+  constexpr std::chrono::seconds shorterThanItWouldWait(8);
+  const auto begin = std::chrono::steady_clock::now();
   std::vector<pid_t> workers;
   const std::string program = script("exit 0");
   for (const std::string& path : {program, (directory.path() / "missing").string()}) {
@@ -283,10 +288,22 @@ TEST_F(Detached, IsPlacedAlthoughThisProcessForksWorkersMeanwhile) {
     EXPECT_EQ(process.has_value(), path == program);
   }
   EXPECT_EQ(workers.size(), 2U);
+  EXPECT_LT(std::chrono::steady_clock::now() - begin, shorterThanItWouldWait);
   for (const pid_t worker : workers) {
     kill(worker, SIGKILL);
     waitpid(worker, nullptr, 0);
   }
+}
+
+TEST_F(Detached, IsGivenUpIfThereIsNoProcessToPlace) {
+  const std::string path = script("exit 0");
+  const int status = test::runForked([&path] {
+    bool isPlaced = false;
+    test::failCall(SYS_clone, EAGAIN);
+    const auto process = startDetached(path, [&](pid_t) { isPlaced = true; });
+    return !process && errno == EAGAIN && !isPlaced;
+  });
+  EXPECT_EQ(status, 0);
 }
 
 // A fork would copy the page tables of the host, with its other threads at a standstill.
