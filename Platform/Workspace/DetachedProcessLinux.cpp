@@ -160,18 +160,17 @@ class Gate {
     if (!place) return;
     std::array<int, 2> ends{};
     if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
-    auto ours = std::make_shared<Descriptor>(ends[0]);
+    const auto placing = std::make_shared<Placing>();
+    placing->end = Descriptor(ends[0]);
+    placed_ = placing->finished.get_future();
     end_ = aboveStandardOnes(Descriptor(ends[1]));
-    // Dropped at the end of the thread, however that comes.
-    auto promise = std::make_shared<std::promise<void>>();
-    placed_ = promise->get_future();
-    const bool isWatched =
-        end_ && detachNewThread([ours = std::move(ours), promise = std::move(promise), &place] {
-          pid_t process = 0;
-          if (::recv(ours->get(), &process, sizeof process, MSG_WAITALL) != sizeof process) return;
-          dropExceptions([&] { place(process); });
-          ::send(ours->get(), "", 1, MSG_NOSIGNAL);
-        });
+    const bool isWatched = end_ && detachNewThread([placing, &place] {
+      const int end = placing->end.get();
+      pid_t process = 0;
+      if (::recv(end, &process, sizeof process, MSG_WAITALL) != sizeof process) return;
+      dropExceptions([&] { place(process); });
+      ::send(end, "", 1, MSG_NOSIGNAL);
+    });
     if (!isWatched) end_ = Descriptor();
   }
   Gate(const Gate&) = delete;
@@ -187,6 +186,12 @@ class Gate {
   [[nodiscard]] int end() const { return end_.get(); }
 
  private:
+  // The thread's. Its end, however that comes, closes the descriptor and then keeps the promise.
+  struct Placing {
+    std::promise<void> finished;
+    Descriptor end;
+  };
+
   Descriptor end_;
   std::future<void> placed_;
 };
