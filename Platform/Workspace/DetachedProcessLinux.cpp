@@ -164,13 +164,14 @@ class Gate {
     placing->end = Descriptor(ends[0]);
     placed_ = placing->finished.get_future();
     end_ = aboveStandardOnes(Descriptor(ends[1]));
-    const bool isWatched = end_ && detachNewThread([placing, &place] {
-      const int end = placing->end.get();
-      pid_t process = 0;
-      if (::recv(end, &process, sizeof process, MSG_WAITALL) != sizeof process) return;
-      dropExceptions([&] { place(process); });
-      ::send(end, "", 1, MSG_NOSIGNAL);
-    });
+    const bool isWatched =
+        end_ && detachNewThread([placing, &place] {
+          const int end = placing->end.get();
+          pid_t process = 0;
+          if (::recv(end, &process, sizeof process, MSG_WAITALL) != sizeof process) return;
+          dropExceptions([&] { place(process); });
+          ::send(end, "", 1, MSG_NOSIGNAL);
+        });
     if (!isWatched) end_ = Descriptor();
   }
   Gate(const Gate&) = delete;
