@@ -27,7 +27,7 @@ struct CheckArguments {
   bool wantsTAP = false;
 };
 
-struct Outcome {
+struct CheckOutcome {
   const HelperCheck* check;
   Verdict verdict;
   double seconds;
@@ -50,9 +50,9 @@ Style styleOf(Result result) {
   return result == Result::failed ? Style::bad : Style::plain;
 }
 
-std::size_t countOf(const std::vector<Outcome>& outcomes, Result result) {
+std::size_t countOf(const std::vector<CheckOutcome>& outcomes, Result result) {
   return static_cast<std::size_t>(std::ranges::count(
-      outcomes, result, [](const Outcome& outcome) { return outcome.verdict.result; }));
+      outcomes, result, [](const CheckOutcome& outcome) { return outcome.verdict.result; }));
 }
 
 std::vector<const HelperCheck*> chosenBy(const std::vector<std::string>& names) {
@@ -83,7 +83,7 @@ void addHeading(Output& output) {
                             padded("CHECK", nameWidth) + padded("RESULT", resultWidth) + "SEEN"));
 }
 
-void addRow(Output& output, const Outcome& outcome) {
+void addRow(Output& output, const CheckOutcome& outcome) {
   const std::string result = wordOf(outcome.verdict.result);
   output.wrapped(padded(outcome.check->name, nameWidth) +
                      output.styled(styleOf(outcome.verdict.result), result) +
@@ -91,14 +91,14 @@ void addRow(Output& output, const Outcome& outcome) {
                  nameWidth + resultWidth, escaped(outcome.verdict.seen));
 }
 
-void addCounts(Output& output, const std::vector<Outcome>& outcomes) {
+void addCounts(Output& output, const std::vector<CheckOutcome>& outcomes) {
   output.line("");
   output.line(std::to_string(countOf(outcomes, Result::ok)) + " ok, " +
               std::to_string(countOf(outcomes, Result::failed)) + " failed, " +
               std::to_string(countOf(outcomes, Result::skipped)) + " skipped");
 }
 
-void addJSON(Output& output, const std::string& helper, const std::vector<Outcome>& outcomes) {
+void addJSON(Output& output, const std::string& helper, const std::vector<CheckOutcome>& outcomes) {
   JSON list = JSON::array();
   for (const auto& [check, verdict, seconds] : outcomes) {
     list.push_back({{"name", check->name},
@@ -129,7 +129,7 @@ void addPlan(Output& output, std::size_t checks) {
   output.line("1.." + std::to_string(checks));
 }
 
-void addTAP(Output& output, const Outcome& outcome, std::size_t number) {
+void addTAP(Output& output, const CheckOutcome& outcome, std::size_t number) {
   const auto& [check, verdict, seconds] = outcome;
   std::string line = verdict.result == Result::failed ? "not ok " : "ok ";
   line += std::to_string(number) + " - " + check->name + ": " + forTAP(check->title);
@@ -162,7 +162,7 @@ std::string forXML(std::string_view text) {
 }
 
 void writeJUnit(const std::string& path, const std::string& helper,
-                const std::vector<Outcome>& outcomes) {
+                const std::vector<CheckOutcome>& outcomes) {
   std::ofstream file(path);
   file << std::fixed << "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<testsuite name=\""
        << forXML(helper) << R"(" tests=")" << outcomes.size() << R"(" failures=")"
@@ -186,8 +186,8 @@ void writeNow(Output& output) {
 }
 
 // Makes the checks. A check may take long, so a table and TAP are written line by line.
-std::vector<Outcome> outcomesOf(const Commands& commands, const CheckArguments& arguments,
-                                const std::string& directory, Output& output) {
+std::vector<CheckOutcome> outcomesOf(const Commands& commands, const CheckArguments& arguments,
+                                     const std::string& directory, Output& output) {
   using Clock = std::chrono::steady_clock;
   const auto longest = std::chrono::ceil<std::chrono::milliseconds>(
       std::chrono::duration<double>(arguments.seconds));
@@ -198,7 +198,7 @@ std::vector<Outcome> outcomesOf(const Commands& commands, const CheckArguments& 
   if (arguments.wantsTAP) addPlan(output, chosen.size());
   writeNow(output);
   CheckScene scene{*trial, arguments.helper};
-  std::vector<Outcome> outcomes;
+  std::vector<CheckOutcome> outcomes;
   bool isHopeless = false;  // no need to wait for its name with each check
   for (const HelperCheck* check : chosen) {
     const auto begin = Clock::now();

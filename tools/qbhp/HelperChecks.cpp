@@ -44,7 +44,7 @@ Verdict ok(std::string seen) { return {Result::ok, std::move(seen)}; }
 Verdict failed(std::string seen) { return {Result::failed, std::move(seen)}; }
 Verdict skipped(std::string seen) { return {Result::skipped, std::move(seen)}; }
 
-std::string inQuotes(const std::string& text) {
+std::string quotedText(const std::string& text) {
   const bool isLong = text.size() > longestShown;
   return '"' + std::string(beginningOf(text, longestShown)) + (isLong ? "..." : "") + '"';
 }
@@ -62,7 +62,7 @@ std::string told(const TrialAnswer& answer) {
     case Kind::text:
       break;
   }
-  return "answered " + inQuotes(answer.text);
+  return "answered " + quotedText(answer.text);
 }
 
 TrialEvent eventOf(std::string_view className, Selector method, Texts texts = productAndVersion) {
@@ -127,7 +127,7 @@ Verdict bundleIsComplete(CheckScene& scene) {
   if (identifier.empty()) return failed("Info.plist has no CFBundleIdentifier");
   const bool hasName = isReachableIdentifier(identifier) &&
                        std::ranges::all_of(identifier, [](unsigned char c) { return c < 0x80; });
-  if (!hasName) return failed(inQuotes(identifier) + " has no bus name that is safe to use");
+  if (!hasName) return failed(quotedText(identifier) + " has no bus name that is safe to use");
   if (!bundle->executablePath()) return failed("CFBundleExecutable names no program in it");
   if (bundle->infoString(kCFBundleVersionKey).value_or("").empty()) {
     return failed("Info.plist has no CFBundleVersion");
@@ -150,7 +150,7 @@ Verdict runsFromItsBundle(CheckScene& scene) {
   const std::string due = bundle ? bundle->infoString(kCFBundleIdentifierKey).value_or("") : "";
   const std::string found = scene.trial.identifierOfOwner();
   if (found.empty()) return failed("its process belongs to no bundle: hosts drop its reports");
-  if (found != due) return failed("its process belongs to " + inQuotes(found));
+  if (found != due) return failed("its process belongs to " + quotedText(found));
   return ok(found);
 }
 
@@ -168,7 +168,7 @@ std::optional<Verdict> faultOf(const TrialReport& report, std::size_t parts) {
     return failed("the report came from a process of no bundle, or one that has ended");
   }
   if (report.event.className != QBHPHelperControl::kClassName) {
-    return failed("the report names the class " + inQuotes(report.event.className));
+    return failed("the report names the class " + quotedText(report.event.className));
   }
   if (report.event.arguments.size() != parts) {
     return failed("the report has " + std::to_string(report.event.arguments.size()) +
@@ -186,7 +186,7 @@ Verdict startIsReported(CheckScene& scene) {
   if (auto fault = faultOf(report, 4)) return *fault;
   const std::string& flag = report.event.arguments[1];
   if (flag != "1" && flag != "0")
-    return failed("the flag is " + inQuotes(flag) + "; 1 or 0 is due");
+    return failed("the flag is " + quotedText(flag) + "; 1 or 0 is due");
   return ok(flag == "1" ? "reported: open" : "reported: not open");
 }
 
@@ -212,9 +212,9 @@ Verdict clientIsIdentified(CheckScene& scene) {
   if (auto verdict = verdictWithoutText(first)) return *verdict;
   const auto second = scene.trial.ask(clientRequest);
   if (second.kind != Kind::text || second.text != first.text) {
-    return failed("first " + inQuotes(first.text) + ", then " + told(second));
+    return failed("first " + quotedText(first.text) + ", then " + told(second));
   }
-  return ok(inQuotes(first.text) + ", twice");
+  return ok(quotedText(first.text) + ", twice");
 }
 
 Verdict firstStartIsTold(CheckScene& scene) {
@@ -477,8 +477,9 @@ Verdict objectIsDescribed(CheckScene& scene) {
   const auto method = rest.find("\"Call\"");
   if (method == std::string::npos) return failed("the description lacks the method Call");
   const std::string types = typesIn(rest.substr(method, rest.find("</method>", method) - method));
-  return types == "ssass" ? ok("Call has ssas in, s out")
-                          : failed("the types of Call are " + inQuotes(types) + ", not \"ssass\"");
+  return types == "ssass"
+             ? ok("Call has ssas in, s out")
+             : failed("the types of Call are " + quotedText(types) + ", not \"ssass\"");
 }
 
 Verdict flushIsAnswered(CheckScene& scene) {
@@ -528,7 +529,7 @@ Verdict clientIsKept(CheckScene& scene) {
   if (auto fault = killAndLaunch(scene)) return *fault;
   const auto after = scene.trial.ask(clientRequest);
   if (after.kind == Kind::text && after.text == before.text) return ok("kept over a kill");
-  return failed("before a kill " + inQuotes(before.text) + ", afterwards " + told(after));
+  return failed("before a kill " + quotedText(before.text) + ", afterwards " + told(after));
 }
 
 // A request that asks was answered: all that came before is kept.

@@ -42,7 +42,7 @@ using Message = std::unique_ptr<sd_bus_message, decltype(&sd_bus_message_unref)>
 constexpr const char* eventPath = "/QBHP/RPCEvent";
 constexpr const char* eventInterface = "QBHP.RPCEvent1";
 constexpr const char* deliveryInterface = "QBHP.Delivery1";
-constexpr milliseconds glance(5);  // between two looks at a process
+constexpr milliseconds betweenLooks(5);  // between two looks at a process
 constexpr std::chrono::seconds busStart(10);
 constexpr std::size_t longestSocketPath = 107;  // of the system
 // Bounds for a helper agent that writes or reports without an end.
@@ -265,7 +265,7 @@ void Trial::startBus() {
     if (::waitpid(bus, nullptr, WNOHANG) != 0 || Clock::now() > deadline) {
       throw Failure("the private bus does not start");
     }
-    std::this_thread::sleep_for(glance);
+    std::this_thread::sleep_for(betweenLooks);
   }
 }
 
@@ -283,7 +283,7 @@ void Trial::restartHost() {
       sender_ = connectionTo(address_);
     } catch (const Failure&) {
       if (Clock::now() > deadline) throw;
-      std::this_thread::sleep_for(glance);
+      std::this_thread::sleep_for(betweenLooks);
     }
   }
   receiver_ = connectionTo(address_);
@@ -311,7 +311,7 @@ std::optional<std::string> Trial::launch() {
   while (owner() == 0) {
     if (!isThere()) return "it " + ending_ + " before it had its name" + lastWords();
     if (Clock::now() > deadline) return "it does not claim " + name_ + lastWords();
-    std::this_thread::sleep_for(glance);
+    std::this_thread::sleep_for(betweenLooks);
   }
   return std::nullopt;
 }
@@ -463,7 +463,7 @@ bool Trial::waitUntil(const std::function<bool()>& holds) {
     if (Clock::now() > deadline) return false;
     std::array<pollfd, 2> inputs{
         {{sd_bus_get_fd(sender_.get()), POLLIN, 0}, {sd_bus_get_fd(receiver_.get()), POLLIN, 0}}};
-    ::poll(inputs.data(), inputs.size(), static_cast<int>(glance.count()));
+    ::poll(inputs.data(), inputs.size(), static_cast<int>(betweenLooks.count()));
   }
 }
 
@@ -534,7 +534,7 @@ void endChildren() {
     while ((ended = ::waitpid(-1, nullptr, WNOHANG)) > 0) {
     }
     if (ended < 0) return;  // no child is left
-    std::this_thread::sleep_for(glance);
+    std::this_thread::sleep_for(betweenLooks);
   }
 }
 
@@ -549,12 +549,12 @@ void endChildren() {
   ::_exit(static_cast<int>(exit));
 }
 
-struct End {
+struct TrialEnd {
   int status;
   int signal;
 };
 
-End runHeld(const std::function<Exit(const std::string& directory)>& body) {
+TrialEnd runHeld(const std::function<Exit(const std::string& directory)>& body) {
   const HeldSignals signals;
   const PrivateDirectory directory;
   ::prctl(PR_SET_CHILD_SUBREAPER, 1);
@@ -568,7 +568,7 @@ End runHeld(const std::function<Exit(const std::string& directory)>& body) {
     ::sigprocmask(SIG_SETMASK, &signals.before(), nullptr);
     runBody(body, directory.path());
   }
-  End end{0, 0};
+  TrialEnd end{0, 0};
   while (::waitpid(process, &end.status, WNOHANG) == 0) {
     const int number = signals.next();
     if (number == SIGCHLD) continue;
@@ -588,7 +588,7 @@ std::unique_ptr<HelperTrial> HelperTrial::make(const std::string& directory,
 }
 
 Exit runGuarded(const std::function<Exit(const std::string& directory)>& body) {
-  const End end = runHeld(body);
+  const TrialEnd end = runHeld(body);
   if (end.signal != 0) ::raise(end.signal);
   if (WIFEXITED(end.status)) return static_cast<Exit>(WEXITSTATUS(end.status));
   // A signal of the terminal may reach the child alone.

@@ -22,7 +22,7 @@ bool wantsColours() {
 }
 
 // Counts the columns of a unit of UTF-16. Each half of a pair has one.
-std::size_t columnsOf(char16_t unit) {
+std::size_t columnsOfUnit(char16_t unit) {
   struct Range {
     char16_t first;
     char16_t last;
@@ -45,7 +45,7 @@ std::size_t columnsOf(char16_t unit) {
 
 std::size_t columnsOf(std::string_view text) {
   std::size_t columns = 0;
-  for (const char16_t unit : utf16FromUTF8(text)) columns += columnsOf(unit);
+  for (const char16_t unit : utf16FromUTF8(text)) columns += columnsOfUnit(unit);
   return columns;
 }
 
@@ -54,7 +54,8 @@ std::string shortenedAtTheLeft(const std::string& text, std::size_t columns) {
   const std::u16string units = utf16FromUTF8(text);
   std::size_t from = units.size();
   std::size_t used = 1;
-  while (from > 0 && used + columnsOf(units[from - 1]) <= columns) used += columnsOf(units[--from]);
+  while (from > 0 && used + columnsOfUnit(units[from - 1]) <= columns)
+    used += columnsOfUnit(units[--from]);
   const bool isHalf = from < units.size() && (units[from] & 0xFC00U) == 0xDC00U;
   return "…" + utf8FromUTF16(std::u16string_view(units).substr(isHalf ? from + 1 : from));
 }

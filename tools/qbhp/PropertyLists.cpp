@@ -40,7 +40,7 @@ struct ListArguments {
 };
 
 // A property list in any of its forms, and a strings file.
-enum class Kind { list, strings };
+enum class FileKind { list, strings };
 
 std::string bytesOf(const std::string& path) {
   auto contents = propertylist::contentsOfFile(path, propertylist::maximumBytes);
@@ -53,15 +53,16 @@ std::string bytesOf(const std::string& path) {
   throw Failure("cannot read " + path + ", or it has more than 16 MiB");
 }
 
-PropertyList parsedFrom(const std::string& bytes, const std::string& path, Kind kind) {
+PropertyList parsedFrom(const std::string& bytes, const std::string& path, FileKind kind) {
   auto list = bytes.empty() ? std::nullopt : parsePropertyList(bytes);
-  const char* name = kind == Kind::strings ? " is no strings file" : " is no property list";
+  const char* name = kind == FileKind::strings ? " is no strings file" : " is no property list";
   if (!list) throw Failure(path + name + ": " + faultOfDictionaryFile(path).value_or("it changes"));
-  if (kind == Kind::strings && list->dictionary() == nullptr) throw Failure(path + name);
+  if (kind == FileKind::strings && list->dictionary() == nullptr) throw Failure(path + name);
   return *std::move(list);
 }
 
-Exit readList(const Commands& commands, const ListArguments& arguments, Kind kind, Output& output) {
+Exit readList(const Commands& commands, const ListArguments& arguments, FileKind kind,
+              Output& output) {
   const PropertyList list = parsedFrom(bytesOf(arguments.file), arguments.file, kind);
   const PropertyList* value = &list;
   if (arguments.key) {
@@ -183,7 +184,7 @@ void replaceContents(const std::string& path, const std::string& contents) {
   giveOwnerAndMode(target, wanted);
 }
 
-Exit writeList(const ListArguments& arguments, Kind kind) {
+Exit writeList(const ListArguments& arguments, FileKind kind) {
   constexpr std::chrono::seconds lockPatience(2);
   auto value = valueFrom(arguments.value, arguments.type);
   const auto lock = FileLock::acquire(arguments.file, lockPatience);
@@ -205,7 +206,7 @@ Exit writeList(const ListArguments& arguments, Kind kind) {
   return Exit::yes;
 }
 
-Exit convertList(const ListArguments& arguments, Kind kind, Output& output) {
+Exit convertList(const ListArguments& arguments, FileKind kind, Output& output) {
   const PropertyList list = parsedFrom(bytesOf(arguments.file), arguments.file, kind);
   const std::string contents = contentsIn(arguments.form == "xml" ? Form::xml : Form::text, list);
   if (arguments.outputFile.empty()) {
@@ -216,8 +217,8 @@ Exit convertList(const ListArguments& arguments, Kind kind, Output& output) {
   return Exit::yes;
 }
 
-void addKind(Commands& commands, Kind kind) {
-  const bool isList = kind == Kind::list;
+void addKind(Commands& commands, FileKind kind) {
+  const bool isList = kind == FileKind::list;
   const std::string file = isList ? "a property list" : "a strings file";
   CLI::App& group = commands.addGroup(
       isList ? "plist" : "strings",
@@ -259,8 +260,8 @@ void addKind(Commands& commands, Kind kind) {
 }  // namespace
 
 void addPropertyLists(Commands& commands) {
-  addKind(commands, Kind::list);
-  addKind(commands, Kind::strings);
+  addKind(commands, FileKind::list);
+  addKind(commands, FileKind::strings);
 }
 
 }  // namespace qbdkr::tool
