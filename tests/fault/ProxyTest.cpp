@@ -173,6 +173,20 @@ TEST_F(SandboxProxy, PassesRequestsPostsAndTheHostsName) {
                                         ": behind a proxy, events may not arrive");
 }
 
+// A sandbox mounts the socket at another place, which only the address names.
+TEST_F(SandboxProxy, IsFoundWhereTheAddressSays) {
+  BehindASandboxsProxy scene;
+  scene.enter();
+  const auto moved = scene.directory() / "run %,;flatpak";
+  std::filesystem::create_directory(moved);
+  std::filesystem::rename(scene.directory() / "sandbox", moved / "bus");
+  scene.environment()["DBUS_SESSION_BUS_ADDRESS"] =
+      "unix:path=" + scene.directory().string() +
+      "/missing;unix:path=" + scene.directory().string() + "/run %25%2c%3Bflatpak/bus";
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("send " + scene.identifier("Missing") + " Probe note: x", soon), "-600");
+}
+
 TEST_F(SandboxProxy, PassesOnlyWhatItsRulesAllow) {
   BehindASandboxsProxy scene;
   const std::string allowed = scene.identifier("Allowed");

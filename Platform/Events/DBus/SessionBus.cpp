@@ -4,10 +4,13 @@
 #include <poll.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
+#include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
+#include <charconv>
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
@@ -37,12 +40,6 @@ constexpr int mostSteps = 16;
 constexpr std::string_view opening("\0AUTH EXTERNAL\r\nDATA\r\n", 22);
 constexpr std::string_view ending = "BEGIN\r\n";
 
-// The end of a connection that reached the bus, or its proxy.
-struct BusEnd {
-  sockaddr_storage address{};
-  socklen_t size = sizeof address;
-};
-
 // Returns the process at the other end: 0 for one of another namespace, absent if it is unknown.
 std::optional<pid_t> processAtEnd(int connection) {
   ucred peer{};
@@ -58,11 +55,67 @@ bool isProxy(pid_t process) {
   return std::getline(file, name) && name == "xdg-dbus-proxy";
 }
 
-// Returns where a connection leads to, if that is a proxy.
-bool leadsToProxy(int connection, BusEnd& end) {
+bool leadsToProxy(int connection) {
   const auto process = processAtEnd(connection);
-  return process && isProxy(*process) &&
-         ::getpeername(connection, reinterpret_cast<sockaddr*>(&end.address), &end.size) == 0;
+  return process && isProxy(*process);
+}
+
+// Takes the escapes out of a value of an address; a wrong one becomes a NUL.
+std::string unescaped(std::string_view value) {
+  std::string text;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    char byte = value[i];
+    if (byte == '%') {
+      const auto digits = value.substr(i + 1, 2);
+      unsigned char code = 0;
+      std::from_chars(digits.data(), digits.data() + digits.size(), code, 16);
+      byte = static_cast<char>(code);
+      i += digits.size();
+    }
+    text += byte;
+  }
+  return text;
+}
+
+// Returns what lies between a key of an address and the next comma.
+std::optional<std::string> valueOf(std::string_view key, std::string_view address) {
+  const auto place = address.find(key);
+  if (place == std::string_view::npos) return std::nullopt;
+  const auto value = address.substr(place + key.size());
+  return unescaped(value.substr(0, value.find(',')));
+}
+
+// Connects to the place that an address names: a file, or an abstract name.
+Descriptor connectTo(std::string_view address) {
+  const auto path = valueOf("path=", address);
+  const auto name = path ? std::string() : valueOf("abstract=", address);
+  const std::string place = path ? *path : '\0' + name.value_or("");
+  sockaddr_un end{};
+  if (!address.starts_with("unix:") || place.size() >= sizeof end.sun_path) return {};
+  end.sun_family = AF_UNIX;
+  place.copy(end.sun_path, place.size());
+  const auto size = offsetof(sockaddr_un, sun_path) + place.size() + (path ? 1U : 0U);
+  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
+  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);
+  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&end),
+                static_cast<socklen_t>(size)) != 0) {
+    return {};
+  }
+  return socket;
+}
+
+// Connects to the first of the addresses that leads to a proxy. The socket itself does not tell
+// where it leads: a sandbox has the proxy's socket at another place than that where it was made.
+Descriptor connectToProxy(std::string_view addresses) {
+  while (!addresses.empty()) {
+    const auto size = std::min(addresses.find(';'), addresses.size());
+    Descriptor socket = connectTo(addresses.substr(0, size));
+    if (socket && leadsToProxy(socket.get())) return socket;
+    addresses.remove_prefix(std::min(size + 1, addresses.size()));
+  }
+  errno = ECONNREFUSED;
+  return {};
 }
 
 bool sendAll(int socket, std::string_view text) {
@@ -91,17 +144,10 @@ bool readUntil(int socket, std::string_view end, std::string& text, Clock::time_
   return true;
 }
 
-// Connects, and makes the greeting up to its last line. Stores the words of the bus.
-Descriptor greet(const BusEnd& end, std::string& words) {
-  Descriptor socket(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0));
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_RCVBUF, &bufferSize, sizeof bufferSize);
-  ::setsockopt(socket.get(), SOL_SOCKET, SO_SNDBUF, &bufferSize, sizeof bufferSize);
-  if (::connect(socket.get(), reinterpret_cast<const sockaddr*>(&end.address), end.size) != 0 ||
-      !sendAll(socket.get(), opening) ||
-      !readUntil(socket.get(), "OK ", words, Clock::now() + greetingPatience)) {
-    return {};
-  }
-  return socket;
+// Makes the greeting up to its last line. Stores the words of the bus.
+bool greet(int socket, std::string& words) {
+  return sendAll(socket, opening) &&
+         readUntil(socket, "OK ", words, Clock::now() + greetingPatience);
 }
 
 // Has the library make its greeting with the words of the bus, from the other end of a pair. Stores
@@ -152,11 +198,11 @@ std::string addressOf(const std::string& path) {
   return address;
 }
 
-UniqueBus openBehindProxy(const BusEnd& end) {
+UniqueBus openBehindProxy(std::string_view addresses) {
   std::string words;
-  const Descriptor socket = greet(end, words);
+  const Descriptor socket = connectToProxy(addresses);
   sd_bus* made = nullptr;
-  if (!socket || sd_bus_new(&made) < 0) return {};
+  if (!socket || !greet(socket.get(), words) || sd_bus_new(&made) < 0) return {};
   UniqueBus bus(made);
   std::string message;
   const int place = hear(made, words, message);
@@ -176,10 +222,11 @@ UniqueBus openSessionBus() {
     return {};
   }
   UniqueBus bus(opened);
-  BusEnd end;
-  if (leadsToProxy(sd_bus_get_fd(opened), end)) {
+  const char* addresses = nullptr;
+  if (leadsToProxy(sd_bus_get_fd(opened)) && sd_bus_get_address(opened, &addresses) >= 0) {
+    const std::string kept = addresses;
     bus.reset();
-    bus = openBehindProxy(end);
+    bus = openBehindProxy(kept);
   }
   return bus;
 }
