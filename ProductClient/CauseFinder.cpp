@@ -172,14 +172,14 @@ bool isCheck(const RecordedStep& step) {
          step.detail.ends_with(QBHPHelperControl::kIsAlive.text());
 }
 
-// Behind a proxy no receiver can tell who sent a request or a report, and refuses it.
+// Behind a proxy a receiver in another sandbox cannot tell who sent an event, and refuses it.
 std::optional<Cause> causeOfProxy(const Steps& steps) {
   const auto* obstacle = lastOf(steps, {StepKind::busObstacle});
   if (obstacle == nullptr) return std::nullopt;
   return Cause{
       "proxy", sentence(*obstacle),
-      "Have host and helper agent use the session bus itself, outside of a sandbox: behind "
-      "a proxy a sender cannot be told, and is refused."};
+      "Have host and helper agent run in the same sandbox, or both outside: elsewhere a sender "
+      "behind a proxy cannot be told, and is refused."};
 }
 
 // The helper agent can be reached: finds what failed nevertheless.

@@ -50,6 +50,10 @@ class PresenceExaminer {
     const auto running = runningApplications().value_or(std::vector<RunningApplication>());
     auto processes = helperProcesses(running);
     if (!lookup.process) return examineAbsence(processes);
+    if (lookup.isHidden) {
+      return findings_.ok(ownerSubject,
+                          "The helper agent can be reached; a proxy of the bus hides its process.");
+    }
     examineOwner(*lookup.process, running);
     std::erase(processes, *lookup.process);
     if (processes.empty()) return;

@@ -68,6 +68,7 @@ class OwnerQuestion {
     return "it does not answer";
   }
   [[nodiscard]] std::optional<pid_t> process() const { return process_; }
+  [[nodiscard]] bool isHidden() const { return bus_ && leadsToProxy(bus_.get()); }
 
  private:
   static int onAnswer(sd_bus_message* message, void* self, sd_bus_error* /*error*/) {
@@ -109,6 +110,7 @@ PeerLookup lookUpNativePeer(std::string_view bundleID, std::chrono::milliseconds
   question.await(Clock::now() + patience);
   lookup.obstacle = question.obstacle();
   if (busNameOfIdentifier(bundleID)) lookup.process = question.process();
+  lookup.isHidden = question.isHidden();
   return lookup;
 }
 

@@ -21,6 +21,8 @@ struct PeerLookup {
   bool isTried = true;
   // The process that requests to the application reach; absent if they reach none.
   std::optional<pid_t> process;
+  // Whether that is only the process of a proxy on the way.
+  bool isHidden = false;
 };
 
 // Finds out how requests to the application of a bundle identifier would travel, and where to.

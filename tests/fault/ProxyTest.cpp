@@ -248,5 +248,28 @@ TEST_F(SandboxProxy, HidesSendersWhichAreRefused) {
   EXPECT_TRUE(host->call("diagnose").starts_with("proxy: the bus knows this process as "));
 }
 
+// A sandbox's rules, with a name of a kind: the proxy then has questions of its own for the bus.
+std::vector<std::string> rulesOfASandbox(const Scene& scene) {
+  return {"--filter", "--own=" + scene.hostID(), "--own=" + scene.helperID(),
+          "--own=" + scene.identifier("Second"), "--talk=org.example.*"};
+}
+
+// The filter hides the connections on which they send.
+TEST_F(SandboxProxy, LetsHostAndHelperAgentBehindItKnowEachOther) {
+  BehindASandboxsProxy scene;
+  scene.enter(rulesOfASandbox(scene));
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  scene.transcript().waitFor({"call QBHPHelperControl start:", "from " + scene.hostID()});
+  EXPECT_TRUE(host->call("ask " + scene.helperID() + " Probe echo: x", soon).starts_with("0 "));
+  scene.transcript().waitFor({"call Probe echo: from " + scene.hostID()});
+  const auto second = scene.start(
+      scene.makeHostWithoutHelper("Second", {{"CFBundleIdentifier", scene.identifier("Second")}}));
+  const std::string report = " QBHPHelperControl checkServerOpenCallBack:::: x 1 0 -";
+  EXPECT_TRUE(second->call("ask " + scene.hostID() + report, soon).starts_with("0 "));
+  EXPECT_EQ(host->reportsWith("server"), 1U);
+  EXPECT_EQ(host->call("senders"), scene.identifier("Second") + ' ');
+  EXPECT_EQ(host->call("diagnose", soon), "none");
+}
+
 }  // namespace
 }  // namespace qbdkr::test

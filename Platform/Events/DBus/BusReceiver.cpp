@@ -93,6 +93,13 @@ const sd_bus_vtable BusReceiver::deliveryMethods[] = {
     SD_BUS_METHOD(rpc::flushMember, "", "", BusReceiver::onQuestion, SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_VTABLE_END};
 
+const sd_bus_vtable BusReceiver::identityMethods[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_NAMES(rpc::introduceMember, rpc::introduceSignature, SD_BUS_PARAM(socket),
+                             "", , BusReceiver::onIntroduction,
+                             SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
+    SD_BUS_VTABLE_END};
+
 BusReceiver& BusReceiver::shared() {
   static NeverDestroyed receiver([] { return BusReceiver(); });
   return *receiver;
@@ -134,6 +141,7 @@ bool BusReceiver::attach() {
   sd_bus* bus = bus_.get();
   sd_bus_slot* object = nullptr;
   sd_bus_slot* delivery = nullptr;
+  sd_bus_slot* identity = nullptr;
   if (sd_bus_add_object_vtable(bus, &object, rpc::objectPath, rpc::interfaceName, methods, this) <
       0) {
     return false;
@@ -144,6 +152,11 @@ bool BusReceiver::attach() {
     return false;
   }
   delivery_.reset(delivery);
+  if (sd_bus_add_object_vtable(bus, &identity, rpc::objectPath, rpc::identityInterface,
+                               identityMethods, this) < 0) {
+    return false;
+  }
+  identity_.reset(identity);
   if (!diagnosis_.attach(bus)) return false;
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
   return sd_bus_attach_event(bus, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0;
@@ -160,6 +173,7 @@ void BusReceiver::disconnect() {
   inquiry_.close();
   allRead_.reset();
   diagnosis_.detach();
+  identity_.reset();
   delivery_.reset();
   object_.reset();
   if (bus_) {
@@ -223,6 +237,11 @@ int BusReceiver::onQuestion(sd_bus_message* message, void* self, sd_bus_error*) 
   return 1;
 }
 
+int BusReceiver::onIntroduction(sd_bus_message* message, void* self, sd_bus_error*) {
+  dropExceptions([&] { static_cast<BusReceiver*>(self)->receiveIntroduction(message); });
+  return 1;
+}
+
 int BusReceiver::onCall(sd_bus_message* message, void* self, sd_bus_error*) {
   try {
     static_cast<BusReceiver*>(self)->receive(message);
@@ -250,6 +269,15 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
   take({BusMessage(sd_bus_message_ref(message)), std::nullopt, 0});
 }
 
+// It comes before the first event of its sender.
+void BusReceiver::receiveIntroduction(sd_bus_message* message) {
+  if (!handler_.isSet()) return;
+  auto introduction = Introduction::read(message);
+  if (!introduction) return;
+  const char* name = sd_bus_message_get_sender(message);
+  if (senders_.find(std::string_view(name)) == senders_.end()) meet(name, std::move(introduction));
+}
+
 void BusReceiver::take(Received&& received) {
   lastPresence_ = Clock::now();
   if (const char* name = sd_bus_message_get_sender(received.message.get()); name != nullptr) {
@@ -263,13 +291,15 @@ void BusReceiver::take(Received&& received) {
 }
 
 // Adds a new sender; null if the bus cannot be asked for it.
-BusReceiver::Sender* BusReceiver::meet(const char* name) {
+BusReceiver::Sender* BusReceiver::meet(const char* name, std::optional<Introduction> introduction) {
   if (senders_.size() >= mostSenders) forgetSenders();
   Sender sender;
+  sender.isIntroduced = introduction.has_value();
   sender.question =
-      inquiry_.ask(name, [this, peer = std::string(name)](std::optional<std::string> bundleID) {
-        settle(peer, std::move(bundleID));
-      });
+      inquiry_.ask(name, std::move(introduction),
+                   [this, peer = std::string(name)](std::optional<std::string> bundleID) {
+                     settle(peer, std::move(bundleID));
+                   });
   if (!sender.question) return nullptr;
   sender.watch = watch(bus::ownerMatch(name), onSenderGone);
   return &senders_.emplace(name, std::move(sender)).first->second;
@@ -310,7 +340,11 @@ void BusReceiver::handleParked(std::string_view name) {
   const auto found = senders_.find(name);
   if (found == senders_.end()) return;
   Sender& sender = found->second;
-  if (!sender.isKnown || sender.parked.empty()) return;
+  if (!sender.isKnown) return;
+  if (sender.parked.empty()) {
+    if (sender.isGone) senders_.erase(found);  // it only introduced itself
+    return;
+  }
   if (sender.parked.size() > 1) {
     RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
   }
@@ -351,8 +385,9 @@ int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*
 
 void BusReceiver::forgetSenders() {
   watchForgotten();
-  std::erase_if(senders_, [this](const auto& entry) {
-    if (!entry.second.isSettled()) return false;
+  const bool isFull = senders_.size() >= mostForgotten;
+  std::erase_if(senders_, [this, isFull](const auto& entry) {
+    if (!entry.second.isSettled() || (entry.second.isIntroduced && !isFull)) return false;
     if (forgottenWatch_ && forgotten_.size() < mostForgotten) {
       forgotten_.insert(entry.first);
     } else {

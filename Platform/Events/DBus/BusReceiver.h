@@ -92,6 +92,7 @@ class BusReceiver {
     std::deque<Received> parked;
     BusSlot watch;
     bool isGone = false;
+    bool isIntroduced = false;  // which it is once: it is not forgotten as long as there is room
 
     [[nodiscard]] bool isSettled() const { return isKnown && parked.empty(); }
   };
@@ -108,8 +109,9 @@ class BusReceiver {
 
   void receive(sd_bus_message* message);
   void receiveQuestion(sd_bus_message* message);
+  void receiveIntroduction(sd_bus_message* message);
   void take(Received&& received);
-  Sender* meet(const char* name);
+  Sender* meet(const char* name, std::optional<Introduction> introduction = {});
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
   void park(const char* name, Sender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
@@ -121,6 +123,7 @@ class BusReceiver {
 
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onQuestion(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onIntroduction(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onForgottenGone(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -128,6 +131,7 @@ class BusReceiver {
   static int onRetry(sd_event_source* source, std::uint64_t due, void* self);
   static const sd_bus_vtable methods[];
   static const sd_bus_vtable deliveryMethods[];
+  static const sd_bus_vtable identityMethods[];
 
   RPCHandler handler_;
   DiagnosisService diagnosis_;
@@ -137,6 +141,7 @@ class BusReceiver {
   UniqueBus bus_;
   BusSlot object_;
   BusSlot delivery_;
+  BusSlot identity_;
   PeerInquiry inquiry_;
   std::map<std::string, Sender, std::less<>> senders_;  // by unique name
   ParkingSpace parking_;

@@ -19,6 +19,7 @@
 #include "Platform/Events/DBus/BusAnswer.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
+#include "Platform/Events/DBus/Introduction.h"
 #include "Platform/Events/DBus/SessionBus.h"
 
 namespace qbdkr {
@@ -92,6 +93,7 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
     if (status != noErr) return status;
   }
   if (address.empty()) address = latest_->name;
+  introduce(identifier, address);
   const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out
@@ -130,6 +132,8 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
     if (status == noErr) status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return {status, {}};
   }
+  introduce(identifier, address);
+  if (!bus_) return {connectionInvalid, {}};
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
   const BusMessage message = newCall(address, event);
   if (!message) return {paramErr, {}};
@@ -237,6 +241,7 @@ bool BusSender::open() {
   UniqueBus opened = wake_ ? openSessionBus() : nullptr;
   if (!opened) return false;
   bus_ = std::move(opened);
+  isBehindProxy_ = leadsToProxy(bus_.get());
   ++generation_;
   wasGreeted_ = false;
   greetingDeadline_ = Clock::now() + busPatience;
@@ -532,6 +537,8 @@ void BusSender::sendStarted() {
 }
 
 void BusSender::sendStarted(Started& request, const std::string& address) {
+  introduce(request.target().bundleID, address);
+  if (!bus_) return request.finish({connectionInvalid, {}});
   const BusMessage message = newCall(address, request.event());
   if (!message) return request.finish({paramErr, {}});
   request.bus = bus_;
@@ -686,6 +693,14 @@ bool BusSender::flush(Lock& lock) {
   return runUntil(lock, Clock::now() + busPatience, [&] { return bus_ == bus && isWritten(); });
 }
 
+// Introduces this process to the owner of a name before the first event for it, if a proxy hides
+// this process.
+void BusSender::introduce(const std::string& identifier, const std::string& address) {
+  std::shared_ptr<Owner> owner;
+  if (!isBehindProxy_ || watchOwner(identifier, owner) != noErr || owner->introduction) return;
+  owner->introduction = Introduction::send(bus_.get(), address);
+}
+
 BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {
   sd_bus_message* created = nullptr;
   if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
@@ -731,6 +746,7 @@ int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error
     auto& changed = *static_cast<Owner*>(owner);
     changed.present = *after != '\0';
     changed.approved.reset();
+    changed.introduction = {};
     ++changed.changes;
   }
   return 0;

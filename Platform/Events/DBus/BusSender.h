@@ -87,6 +87,7 @@ class BusSender {
     BusSlot watch;
     bool present = false;
     std::uint64_t changes = 0;
+    Descriptor introduction;           // to the present owner, behind a proxy
     std::optional<Approved> approved;  // of the present owner
   };
   // A request that was started.
@@ -133,6 +134,7 @@ class BusSender {
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
+  void introduce(const std::string& identifier, const std::string& address);
   BusMessage newCall(const std::string& name, const RPCEvent& event);
   std::uint64_t* lastPostTo(const std::string& address);
   int askWhetherTaken(sd_bus* bus, Delivery& delivery);
@@ -159,6 +161,7 @@ class BusSender {
   std::uint64_t generation_ = 0;
   Clock::time_point greetingDeadline_;  // when the bus has had its time to greet the connection
   bool wasGreeted_ = false;
+  bool isBehindProxy_ = false;
   bool reading_ = false;  // a thread polls the socket
   unsigned waiting_ = 0;  // threads that wait for that thread
   Clock::time_point lastDrain_;

@@ -62,22 +62,30 @@ int PeerInquiry::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
+bool PeerInquiry::isBehindProxy() const { return ownProcess_ && *ownProcess_ != getpid(); }
+
 // Tells whether the bus's number of a process says nothing of a peer: it is that of the proxy
 // through which this process comes too, or one of another namespace.
 bool PeerInquiry::isHidden(pid_t process) const {
-  if (!ownProcess_ || *ownProcess_ == getpid()) return false;
-  return process == *ownProcess_ || leadsOutOfNamespace(bus_.get());
+  return isBehindProxy() && (process == *ownProcess_ || leadsOutOfNamespace(bus_.get()));
 }
 
-std::unique_ptr<PeerInquiry::Question> PeerInquiry::ask(const std::string& peer, Answer answer) {
-  auto question = std::make_unique<Question>(*this, peer, std::move(answer));
+std::unique_ptr<PeerInquiry::Question> PeerInquiry::ask(const std::string& peer,
+                                                        std::optional<Introduction> introduction,
+                                                        Answer answer) {
+  auto question =
+      std::make_unique<Question>(*this, peer, std::move(introduction), std::move(answer));
   if (bus_) askForSelf();
   if (!bus_ || !question->ask(bus_.get())) question.reset();
   return question;
 }
 
-PeerInquiry::Question::Question(PeerInquiry& inquiry, std::string peer, Answer answer)
-    : inquiry_(inquiry), peer_(std::move(peer)), answer_(std::move(answer)) {}
+PeerInquiry::Question::Question(PeerInquiry& inquiry, std::string peer,
+                                std::optional<Introduction> introduction, Answer answer)
+    : inquiry_(inquiry),
+      peer_(std::move(peer)),
+      introduction_(std::move(introduction)),
+      answer_(std::move(answer)) {}
 
 // Sets no time limit: the bus answers, or the connection ends. A limit would also pass while the
 // main thread is busy elsewhere, with the answer on its way.
@@ -109,6 +117,12 @@ int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_err
 }
 
 void PeerInquiry::Question::take(sd_bus_message* reply) {
+  // A proxy may hide the peer from this connection.
+  if (introduction_ && inquiry_.isBehindProxy()) {
+    bundleID_ = applicationOf(introduction_->process());
+    if (!introduction_->stands()) bundleID_.reset();
+    return end();
+  }
   std::uint32_t processID = 0;
   const bool isThere = sd_bus_message_is_method_error(reply, nullptr) == 0 &&
                        sd_bus_message_read(reply, "u", &processID) > 0;

@@ -7,6 +7,7 @@
 #include <optional>
 #include <string>
 
+#include "Platform/Events/DBus/Introduction.h"
 #include "Platform/Events/DBus/SdBus.h"
 
 namespace qbdkr {
@@ -23,7 +24,8 @@ class PeerInquiry {
   // An inquiry in progress. No answer comes after its destruction.
   class Question {
    public:
-    Question(PeerInquiry& inquiry, std::string peer, Answer answer);
+    Question(PeerInquiry& inquiry, std::string peer, std::optional<Introduction> introduction,
+             Answer answer);
 
    private:
     friend class PeerInquiry;
@@ -36,6 +38,7 @@ class PeerInquiry {
 
     PeerInquiry& inquiry_;
     const std::string peer_;
+    const std::optional<Introduction> introduction_;
     const Answer answer_;
     std::optional<std::string> bundleID_;
     BusSlot slot_;
@@ -49,11 +52,15 @@ class PeerInquiry {
   // destroy the question then. Null if the bus cannot be asked. The answer tells the program that
   // the peer's process ran while it was on the bus: a peer that is gone when its program is known
   // may have become another one, and does not count as an application. Nor does a peer behind the
-  // same proxy as this process, or any peer if the bus is in another namespace of processes.
-  [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer, Answer answer);
+  // same proxy as this process, or any peer if the bus is in another namespace of processes, unless
+  // it has introduced itself.
+  [[nodiscard]] std::unique_ptr<Question> ask(const std::string& peer,
+                                              std::optional<Introduction> introduction,
+                                              Answer answer);
 
  private:
   void askForSelf();
+  [[nodiscard]] bool isBehindProxy() const;
   [[nodiscard]] bool isHidden(pid_t process) const;
   static int onSelf(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);

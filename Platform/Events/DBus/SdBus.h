@@ -38,6 +38,10 @@ inline constexpr const char* resultSignature = "s";
 // Beside it, on the same object: answers when the caller's earlier events were taken.
 inline constexpr const char* deliveryInterface = "QBHP.Delivery1";
 inline constexpr const char* flushMember = "Flush";
+// On the same object: takes an introduction, for senders behind a proxy.
+inline constexpr const char* identityInterface = "QBHP.Identity1";
+inline constexpr const char* introduceMember = "Introduce";
+inline constexpr const char* introduceSignature = "h";
 // On the same object: answers with the diagnosis of the process.
 inline constexpr const char* diagnosisInterface = "QBHP.Diagnosis1";
 inline constexpr const char* textMember = "Text";

@@ -38,6 +38,7 @@ constexpr int bufferSize = 8 << 20;  // bytes, as the bus library sets it
 constexpr std::size_t longestGreeting = 1024;
 constexpr int mostSteps = 16;
 constexpr std::string_view opening("\0AUTH EXTERNAL\r\nDATA\r\n", 22);
+constexpr std::string_view question = "NEGOTIATE_UNIX_FD\r\n";
 constexpr std::string_view ending = "BEGIN\r\n";
 
 // Returns the process at the other end: 0 for one of another namespace, absent if it is unknown.
@@ -123,15 +124,18 @@ bool sendAll(int socket, std::string_view text) {
          static_cast<ssize_t>(text.size());
 }
 
+bool awaitBytes(int socket, Clock::time_point deadline) {
+  const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+  pollfd event{socket, POLLIN, 0};
+  if (left.count() > 0 && ::poll(&event, 1, static_cast<int>(left.count())) != 0) return true;
+  errno = ETIMEDOUT;
+  return false;
+}
+
 // Reads no further than the text that is awaited: nothing follows before our answer to it.
 bool readUntil(int socket, std::string_view end, std::string& text, Clock::time_point deadline) {
   while (!text.ends_with("\r\n") || text.find(end) == std::string::npos) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
-    pollfd event{socket, POLLIN, 0};
-    if (left.count() <= 0 || ::poll(&event, 1, static_cast<int>(left.count())) == 0) {
-      errno = ETIMEDOUT;
-      return false;
-    }
+    if (!awaitBytes(socket, deadline)) return false;
     std::array<char, longestGreeting> bytes{};
     const auto size = ::recv(socket, bytes.data(), bytes.size(), MSG_DONTWAIT);
     if (size < 0 && (errno == EINTR || errno == EAGAIN)) continue;
@@ -145,9 +149,12 @@ bool readUntil(int socket, std::string_view end, std::string& text, Clock::time_
 }
 
 // Makes the greeting up to its last line. Stores the words of the bus.
-bool greet(int socket, std::string& words) {
-  return sendAll(socket, opening) &&
-         readUntil(socket, "OK ", words, Clock::now() + greetingPatience);
+bool greet(int socket, std::string& words, Clock::time_point deadline) {
+  if (!sendAll(socket, opening) || !readUntil(socket, "OK ", words, deadline)) return false;
+  std::string answer;
+  if (!sendAll(socket, question) || !readUntil(socket, "", answer, deadline)) return false;
+  words += answer;
+  return true;
 }
 
 // Has the library make its greeting with the words of the bus, from the other end of a pair. Stores
@@ -163,7 +170,7 @@ int hear(sd_bus* bus, const std::string& words, std::string& message) {
     errno = -result;
     return -1;
   }
-  if (sd_bus_negotiate_fds(bus, 0) < 0 || sd_bus_set_bus_client(bus, 1) < 0 ||
+  if (sd_bus_negotiate_fds(bus, 1) < 0 || sd_bus_set_bus_client(bus, 1) < 0 ||
       sd_bus_set_trusted(bus, 1) < 0 || !sendAll(ours.get(), words) || sd_bus_start(bus) < 0) {
     return -1;
   }
@@ -198,16 +205,29 @@ std::string addressOf(const std::string& path) {
   return address;
 }
 
+// Waits until the bus has given the connection its name. A proxy with a rule for all names of a
+// kind asks the bus itself then, by numbers that a message sent earlier would have too: the answer
+// to that message would be lost.
+bool awaitName(sd_bus* bus, Clock::time_point deadline) {
+  while (sd_bus_is_ready(bus) == 0) {
+    const int result = sd_bus_process(bus, nullptr);
+    if (result < 0) return false;
+    if (result == 0 && !awaitBytes(sd_bus_get_fd(bus), deadline)) return false;
+  }
+  return true;
+}
+
 UniqueBus openBehindProxy(std::string_view addresses) {
   std::string words;
   const Descriptor socket = connectToProxy(addresses);
+  const auto deadline = Clock::now() + greetingPatience;
   sd_bus* made = nullptr;
-  if (!socket || !greet(socket.get(), words) || sd_bus_new(&made) < 0) return {};
+  if (!socket || !greet(socket.get(), words, deadline) || sd_bus_new(&made) < 0) return {};
   UniqueBus bus(made);
   std::string message;
   const int place = hear(made, words, message);
   if (place < 0 || !sendAll(socket.get(), std::string(ending) + message) ||
-      ::dup3(socket.get(), place, O_CLOEXEC) < 0) {
+      ::dup3(socket.get(), place, O_CLOEXEC) < 0 || !awaitName(made, deadline)) {
     return {};
   }
   return bus;
@@ -244,6 +264,8 @@ UniqueBus openUserBus() {
   errno = -result;
   return {};
 }
+
+bool leadsToProxy(sd_bus* bus) { return leadsToProxy(sd_bus_get_fd(bus)); }
 
 bool leadsOutOfNamespace(sd_bus* bus) { return processAtEnd(sd_bus_get_fd(bus)) == 0; }
 

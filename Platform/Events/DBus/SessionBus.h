@@ -14,6 +14,9 @@ namespace qbdkr {
 // not set. Any thread; does not wait.
 [[nodiscard]] UniqueBus openUserBus();
 
+// Tells whether the process at the other end is a proxy. Any thread; does not wait.
+[[nodiscard]] bool leadsToProxy(sd_bus* bus);
+
 // Tells whether the process at the other end, the bus or its proxy, belongs to another namespace of
 // processes, whose numbers say nothing here. Any thread; does not wait.
 [[nodiscard]] bool leadsOutOfNamespace(sd_bus* bus);

@@ -1,0 +1,84 @@
+#include "Platform/Events/DBus/Introduction.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+
+#include <array>
+#include <string_view>
+#include <utility>
+
+namespace qbdkr {
+namespace {
+
+constexpr std::string_view formula = "QBHP.Identity1 ";
+constexpr std::size_t longestText = 512;  // a name of the bus has 255 bytes
+
+// A record of this kind is nothing that a process could be made to write for another purpose.
+constexpr int kind = SOCK_SEQPACKET;
+
+std::string textOf(const char* name) { return std::string(formula) + name; }
+
+bool isOfKind(int socket) {
+  int type = 0;
+  socklen_t size = sizeof type;
+  return ::getsockopt(socket, SOL_SOCKET, SO_TYPE, &type, &size) == 0 && type == kind;
+}
+
+}  // namespace
+
+Descriptor Introduction::send(sd_bus* bus, const std::string& receiver) {
+  const char* name = nullptr;
+  std::array<int, 2> ends{};
+  if (sd_bus_get_unique_name(bus, &name) < 0 ||
+      ::socketpair(AF_UNIX, kind | SOCK_CLOEXEC, 0, ends.data()) != 0) {
+    return {};
+  }
+  Descriptor kept(ends[0]);
+  const Descriptor sent(ends[1]);
+  const std::string text = textOf(name);
+  sd_bus_message* made = nullptr;
+  if (::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0 ||
+      sd_bus_message_new_method_call(bus, &made, receiver.c_str(), rpc::objectPath,
+                                     rpc::identityInterface, rpc::introduceMember) < 0) {
+    return {};
+  }
+  const BusMessage message(made);
+  if (sd_bus_message_set_expect_reply(made, 0) < 0 || sd_bus_message_set_auto_start(made, 0) < 0 ||
+      sd_bus_message_append(made, rpc::introduceSignature, sent.get()) < 0 ||
+      sd_bus_send(bus, made, nullptr) < 0) {
+    return {};
+  }
+  return kept;
+}
+
+std::optional<Introduction> Introduction::read(sd_bus_message* message) {
+  const char* sender = sd_bus_message_get_sender(message);
+  int socket = -1;
+  if (sender == nullptr || sd_bus_message_read(message, rpc::introduceSignature, &socket) <= 0)
+    return std::nullopt;
+  Descriptor kept(::fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  ucred peer{};
+  socklen_t size = sizeof peer;
+  if (!kept || !isOfKind(kept.get()) ||
+      ::getsockopt(kept.get(), SOL_SOCKET, SO_PEERCRED, &peer, &size) != 0 || peer.pid <= 0) {
+    return std::nullopt;
+  }
+  std::array<char, longestText> bytes{};
+  const auto length = ::recv(kept.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
+  if (length <= 0 ||
+      std::string_view(bytes.data(), static_cast<std::size_t>(length)) != textOf(sender)) {
+    return std::nullopt;
+  }
+  return Introduction(std::move(kept), peer.pid);
+}
+
+bool Introduction::stands() const {
+  pollfd state{socket_.get(), 0, 0};
+  return ::poll(&state, 1, 0) == 0;
+}
+
+Introduction::Introduction(Descriptor socket, pid_t process)
+    : socket_(std::move(socket)), process_(process) {}
+
+}  // namespace qbdkr

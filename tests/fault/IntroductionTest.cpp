@@ -1,0 +1,129 @@
+// Introduces processes to each other on a bus, honestly and not.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sys/socket.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <optional>
+#include <stdexcept>
+#include <string>
+
+#include "Platform/Events/DBus/Introduction.h"
+#include "support/Environment.h"
+#include "support/ForkedBody.h"
+#include "support/Patience.h"
+#include "support/PrivateBus.h"
+
+namespace qbdkr::test {
+namespace {
+
+UniqueBus connectionTo(const PrivateBus& bus) {
+  sd_bus* made = nullptr;
+  if (sd_bus_new(&made) < 0) throw std::runtime_error("no connection");
+  UniqueBus connection(made);
+  if (sd_bus_set_address(made, bus.address().c_str()) < 0 || sd_bus_set_bus_client(made, 1) < 0 ||
+      sd_bus_start(made) < 0) {
+    throw std::runtime_error("no connection to the bus");
+  }
+  return connection;
+}
+
+std::string nameOf(const UniqueBus& connection) {
+  const char* name = nullptr;
+  sd_bus_get_unique_name(connection.get(), &name);
+  return name;
+}
+
+struct Introductions : testing::Test {
+  // Returns the next introduction that the receiver gets.
+  BusMessage receive() {
+    const auto deadline = std::chrono::steady_clock::now() + patience;
+    while (std::chrono::steady_clock::now() < deadline) {
+      sd_bus_message* message = nullptr;
+      const int result = sd_bus_process(receiver.get(), &message);
+      BusMessage received(message);
+      if (sd_bus_message_is_method_call(message, rpc::identityInterface, rpc::introduceMember) > 0)
+        return received;
+      if (result == 0) sd_bus_wait(receiver.get(), 100'000);
+    }
+    throw std::runtime_error("no introduction came");
+  }
+
+  // Sends a socket as an introduction.
+  static void pass(const UniqueBus& from, const std::string& to, int socket) {
+    sd_bus_call_method_async(from.get(), nullptr, to.c_str(), rpc::objectPath,
+                             rpc::identityInterface, rpc::introduceMember, nullptr, nullptr, "h",
+                             socket);
+    sd_bus_flush(from.get());
+  }
+
+  // Sends one end of a pair of which the other holds a text.
+  std::optional<Introduction> afterPassing(int kind, const std::string& text) {
+    std::array<int, 2> ends{};
+    EXPECT_EQ(::socketpair(AF_UNIX, kind | SOCK_CLOEXEC, 0, ends.data()), 0);
+    const Descriptor kept(ends[0]);
+    const Descriptor sent(ends[1]);
+    EXPECT_GE(::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL), 0);
+    pass(sender, nameOf(receiver), sent.get());
+    return Introduction::read(receive().get());
+  }
+
+  TemporaryDirectory directory;
+  PrivateBus bus{directory.path()};
+  UniqueBus sender = connectionTo(bus);
+  UniqueBus receiver = connectionTo(bus);
+};
+
+TEST_F(Introductions, TellTheProcessAsLongAsItKeepsItsSocket) {
+  Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
+  ASSERT_TRUE(kept);
+  const auto introduction = Introduction::read(receive().get());
+  ASSERT_TRUE(introduction);
+  EXPECT_EQ(introduction->process(), getpid());
+  EXPECT_TRUE(introduction->stands());
+  kept = {};
+  EXPECT_FALSE(introduction->stands());
+}
+
+TEST_F(Introductions, CannotBePassedOnByTheirReceiver) {
+  const auto thief = connectionTo(bus);
+  const Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
+  const auto message = receive();
+  int socket = -1;
+  ASSERT_GT(sd_bus_message_read(message.get(), "h", &socket), 0);
+  pass(thief, nameOf(receiver), socket);
+  EXPECT_FALSE(Introduction::read(receive().get()));
+}
+
+TEST_F(Introductions, AreOneRecordOfTheirFormAlone) {
+  const std::string text = "QBHP.Identity1 " + nameOf(sender);
+  EXPECT_TRUE(afterPassing(SOCK_SEQPACKET, text));
+  EXPECT_FALSE(afterPassing(SOCK_STREAM, text));
+  EXPECT_FALSE(afterPassing(SOCK_SEQPACKET, nameOf(sender)));
+  EXPECT_FALSE(afterPassing(SOCK_SEQPACKET, text + '0'));
+  EXPECT_FALSE(afterPassing(SOCK_SEQPACKET, text + std::string(1000, ' ')));
+  const Descriptor file(::open("/dev/null", O_RDWR | O_CLOEXEC));
+  pass(sender, nameOf(receiver), file.get());
+  EXPECT_FALSE(Introduction::read(receive().get()));
+}
+
+// Whatever is outside of a sandbox cannot introduce itself to its processes.
+TEST_F(Introductions, TellNothingToAnotherNamespace) {
+  const Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
+  const auto message = receive();
+  const int status = runForked([&] {
+    if (::unshare(CLONE_NEWPID) != 0) throw std::runtime_error("no namespace could be made");
+    return runForked([&] { return !Introduction::read(message.get()); }) == 0;
+  });
+  if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "this user may not make a namespace of processes";
+  EXPECT_EQ(status, 0);
+  EXPECT_TRUE(Introduction::read(message.get()));
+}
+
+}  // namespace
+}  // namespace qbdkr::test
