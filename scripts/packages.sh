@@ -12,6 +12,7 @@ test_packages="$demo_packages $tool_packages $objc_packages $loop_packages $pack
   dbus-broker systemd xdg-dbus-proxy doxygen python3 python3-gi procps git"
 reference_packages="doxygen python3"
 picture_packages="$demo_packages qt6-base-dev libqt6svg6 xvfb openbox fonts-dejavu-core"
+flatpak_packages="$demo_packages flatpak ostree"
 bench_packages="$demo_packages procps"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 
