@@ -1,8 +1,6 @@
-// Measures how long a launch takes in hosts of three sizes, and how long it stops their other
-// threads. The reference starts the same program as a plain child, from the same host. Each host is
-// a process: in one after the other the growth was that of the other load on the machine.
+// Measures how long a launch takes in a host of so many MiB, and how long it stops another thread
+// of the host. The reference starts the same program as a plain child, from the same host.
 
-#include <fcntl.h>
 #include <sched.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -13,13 +11,12 @@
 #include <array>
 #include <atomic>
 #include <cstddef>
-#include <cstdio>
 #include <string>
+#include <string_view>
 #include <thread>
-#include <vector>
 
-#include "Measure.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
+#include "Samples.h"
 
 namespace {
 
@@ -93,125 +90,52 @@ void launch() {
 void spawn() {
   pid_t process = 0;
   const std::array<char*, 2> arguments{const_cast<char*>(program.c_str()), nullptr};
-  if (posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0 ||
-      waitpid(process, nullptr, 0) != process) {
+  if (posix_spawn(&process, program.c_str(), nullptr, nullptr, arguments.data(), environ) != 0) {
     fail("the program was not started");
   }
 }
 
-// Returns the median of several longest stops, each over 20 rounds of a body.
-template <class Body>
-double usualStop(OtherThread& other, Body body) {
-  std::vector<double> stops;
-  for (int sample = 0; sample < 15; ++sample) {
-    static_cast<void>(other.longestStop());
-    for (int i = 0; i < 20; ++i) body();
-    stops.push_back(other.longestStop());
+// Takes the ends of the children, which is no part of their start.
+void waitForChildren() {
+  while (wait(nullptr) > 0) {
   }
-  return median(stops);
 }
 
-// A host of its own process, which launches or spawns when it is told to.
-class Host {
- public:
-  explicit Host(std::size_t size) {
-    std::array<int, 2> orders{};
-    std::array<int, 2> times{};
-    if (pipe2(orders.data(), O_CLOEXEC) != 0 || pipe2(times.data(), O_CLOEXEC) != 0)
-      fail("no pipe");
-    process_ = fork();
-    if (process_ == 0) {
-      close(orders[1]);
-      serve(size, orders[0], times[1]);
-    }
-    close(orders[0]);
-    close(times[1]);
-    orders_ = orders[1];
-    times_ = times[0];
-  }
-  Host(const Host&) = delete;
-  Host& operator=(const Host&) = delete;
-  ~Host() {
-    close(orders_);
-    close(times_);
-    waitpid(process_, nullptr, 0);
-  }
+void launchOften() {
+  for (int i = 0; i < 20; ++i) launch();
+}
 
-  // Returns microseconds: of one launch, of one spawn, or of the longest stop during one of them.
-  double tell(char order) const {
-    double time = 0;
-    if (write(orders_, &order, 1) != 1 || read(times_, &time, sizeof time) != sizeof time) {
-      fail("a host has ended");
-    }
-    return time;
+void spawnOften() {
+  for (int i = 0; i < 20; ++i) spawn();
+}
+
+// Prints the longest stops of another thread, each over 20 starts.
+void measureStops(const TouchedMemory& memory) {
+  OtherThread other(memory);
+  const auto sample = [&other](const char* side, void (*body)()) {
+    static_cast<void>(other.longestStop());
+    body();
+    print(side, other.longestStop());
+    waitForChildren();
+  };
+  for (int i = 0; i < 15; ++i) {
+    sample("ours", launchOften);
+    sample("theirs", spawnOften);
   }
-
- private:
-  [[noreturn]] static void serve(std::size_t size, int orders, int times) {
-    const TouchedMemory memory(size);
-    char order = 0;
-    while (read(orders, &order, 1) == 1) {
-      const double time = order == 'L'   ? timeOf(launch)
-                          : order == 'S' ? timeOf(spawn)
-                                         : longestStops(memory, order == 'l' ? launch : spawn);
-      if (write(times, &time, sizeof time) != sizeof time) break;
-    }
-    _exit(0);
-  }
-
-  static double timeOf(void (*body)()) {
-    constexpr int rounds = 5;
-    const auto start = Clock::now();
-    for (int i = 0; i < rounds; ++i) body();
-    return microseconds(Clock::now() - start) / rounds;
-  }
-
-  static double longestStops(const TouchedMemory& memory, void (*body)()) {
-    OtherThread other(memory);
-    return usualStop(other, body);
-  }
-
-  pid_t process_ = 0;
-  int orders_ = -1;
-  int times_ = -1;
-};
-
-struct Measured {
-  Host host;
-  std::vector<double> launches{};
-  std::vector<double> spawns{};
-  explicit Measured(std::size_t size) : host(size) {}
-};
+}
 
 }  // namespace
 
-// The hosts take turns: other load on the machine falls on all of them.
-int main() {
+int main(int argc, char** argv) {
+  const std::string_view what = argc == 3 ? argv[1] : "";
+  if (what != "time" && what != "stops") fail("usage: LaunchBench time|stops MEBIBYTES");
   // Lets the load wait, if this user may do that: a wait for the processor is no part of a launch.
   const sched_param priority{1};
   sched_setscheduler(0, SCHED_RR, &priority);
-  std::array<Measured, 3> hosts{Measured(10 * mebibyte), Measured(1024 * mebibyte),
-                                Measured(4096 * mebibyte)};
-  constexpr int samples = 100;
-  for (int i = 0; i < samples; ++i) {
-    for (Measured& one : hosts) {
-      one.launches.push_back(one.host.tell('L'));
-      one.spawns.push_back(one.host.tell('S'));
-    }
+  const TouchedMemory memory(std::stoul(argv[2]) * mebibyte);
+  if (what == "time") {
+    alternate(200, 1, launch, spawn, waitForChildren);
+  } else {
+    measureStops(memory);
   }
-  bool holds = true;
-  const auto show = [&holds](const Row& row) {
-    print(row);
-    holds = holds && row.holds();
-  };
-  const std::array<const char*, 3> names{"launch, 10 MiB touched", "launch, 1 GiB touched",
-                                         "launch, 4 GiB touched"};
-  for (std::size_t i = 0; i < hosts.size(); ++i) {
-    show({names[i], "posix_spawn and its end", median(hosts[i].launches), median(hosts[i].spawns),
-          1.5});
-    std::printf("%-34s %9.2f us  %-26s %9.2f us\n", "  longest stop of another thread",
-                hosts[i].host.tell('l'), "with posix_spawn", hosts[i].host.tell('s'));
-  }
-  show({names[2], "the same, 10 MiB", median(hosts[2].launches), median(hosts[0].launches), 1.10});
-  return holds ? 0 : 1;
 }
