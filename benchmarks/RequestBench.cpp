@@ -31,7 +31,7 @@ const std::string agent = "com.Acme.EchoAgent";
 const std::string product = "1001";
 const std::string version = "1.0";
 
-// What the service class sends.
+// The same as the service class sends.
 const Call question{agent,
                     std::string(Service::kClassName),
                     std::string(Service::kProductCollectStatus.text()),

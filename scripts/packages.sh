@@ -14,6 +14,7 @@ reference_packages="doxygen python3"
 picture_packages="$demo_packages qt6-base-dev libqt6svg6 xvfb openbox fonts-dejavu-core"
 flatpak_packages="$demo_packages flatpak ostree"
 bench_packages="$demo_packages libglib2.0-dev procps python3 strace btrfs-progs binutils util-linux"
+instruction_packages="$demo_packages python3 util-linux valgrind"
 check_packages="clang clang-format clang-tidy libclang-rt-dev"
 
 # Prints the oldest libc++ version that has all of std::ranges, which a distribution's clang can

@@ -1,4 +1,5 @@
-"""Deployment of a tree, beside a copy that is durable likewise. What is kept is compared afterwards."""
+"""Deployment of a tree, beside a copy that is durable likewise. The first copy of each is
+compared with the original."""
 
 import contextlib
 import os
