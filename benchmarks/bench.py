@@ -7,15 +7,21 @@ import json
 import os
 import pathlib
 import platform
+import re
+import signal
 import sys
 
 HERE = pathlib.Path(__file__).resolve().parent
 sys.path.insert(0, str(HERE))
 
 from desk import Desk  # noqa: E402
-from table import ROWS, as_text  # noqa: E402
+from growth import GROWTHS  # noqa: E402
+from pictures import picture  # noqa: E402
+from table import ROWS, as_text, shown  # noqa: E402
 
 GROUPS = ("requests", "start", "processes", "deployment", "launch", "lists", "liveness")
+PAGE = HERE.parent / "docs/performance.md"
+PICTURES = HERE.parent / "docs/images"
 
 
 def machine():
@@ -26,32 +32,66 @@ def machine():
     return f"{os.cpu_count()} × {model}, {memory:.0f} GiB, {system}, Linux {platform.release()}"
 
 
+def say(words):
+    """Shows on a terminal what is measured."""
+    if sys.stderr.isatty():
+        print(f"\r\033[K{words}", end="", file=sys.stderr, flush=True)
+
+
+def measured_rows(desk, group):
+    for name in GROUPS:
+        importlib.import_module(f"rows.{name}")
+    rows = [row for row in ROWS if group in ("", row.measure.__module__.removeprefix("rows."))]
+    for row in rows:
+        say(f"  {row.name}")
+        row.run(desk)
+    say("")
+    return rows
+
+
+def draw_growths(desk):
+    for growth in GROWTHS:
+        say(f"  {growth.title}, {growth.of}")
+        growth.run(desk)
+        say("")
+        print(f"{growth.title}, {growth.unit}, beside {growth.reference}")
+        for size, ours, theirs in zip(growth.sizes, growth.ours, growth.theirs):
+            print(f"  {size:6,} {growth.of}: {shown(ours)}, {shown(theirs)}")
+        (PICTURES / f"performance-{growth.name}.svg").write_text(picture(growth))
+
+
+def write_page(table):
+    page = PAGE.read_text()
+    PAGE.write_text(re.sub(r"(?<=<!-- table -->\n).*(?=<!-- end of the table -->)", lambda _: table, page,
+                           flags=re.DOTALL))
+
+
 def main():
     parser = argparse.ArgumentParser()
     parser.add_argument("build")
     parser.add_argument("--json", action="store_true")
+    parser.add_argument("--growth", action="store_true")
+    parser.add_argument("--page", action="store_true")
     parser.add_argument("--only", default="", choices=("", *GROUPS))
     options = parser.parse_args()
-
-    for group in GROUPS:
-        importlib.import_module(f"rows.{group}")
-    rows = [row for row in ROWS if options.only in ("", row.measure.__module__.removeprefix("rows."))]
+    signal.signal(signal.SIGTERM, lambda *_: sys.exit(143))  # ends the processes and removes the scratch
     desk = Desk(options.build)
     try:
-        for row in rows:
-            print(f"\r\033[K  {row.name}", end="", file=sys.stderr, flush=True) if sys.stderr.isatty() else None
-            row.run(desk)
+        if options.growth:
+            return draw_growths(desk)
+        rows = measured_rows(desk, options.only)
     finally:
-        print("\r\033[K", end="", file=sys.stderr) if sys.stderr.isatty() else None
         desk.close()
 
     date = datetime.date.today().isoformat()
+    table = "\n".join([f"{machine()}, {date}", "", as_text(rows), "", *desk.notes, ""])
     if options.json:
         print(json.dumps({"machine": machine(), "date": date, "rows": [row.as_json() for row in rows],
                           "notes": desk.notes}, indent=1, ensure_ascii=False))
     else:
-        print(f"{machine()}, {date}\n\n{as_text(rows)}\n")
-        print(*desk.notes, sep="\n")
+        print(table)
+    if options.page:
+        write_page(table)
     return any(row.verdict() in ("missed", "failed") for row in rows)
 
 
