@@ -41,7 +41,7 @@ def say(words):
 def measured_rows(desk, group):
     for name in GROUPS:
         importlib.import_module(f"rows.{name}")
-    rows = [row for row in ROWS if group in ("", row.measure.__module__.removeprefix("rows."))]
+    rows = [row for name in GROUPS for row in ROWS if row.measure.__module__ == f"rows.{name}" and group in ("", name)]
     for row in rows:
         say(f"  {row.name}")
         row.run(desk)
