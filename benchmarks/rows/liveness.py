@@ -8,7 +8,7 @@ from desk import need, parsed
 from table import LeftOut, Samples, row
 
 INTERVAL = 12  # seconds, as the host's timer in Host.cpp
-TICKS = 3
+TICKS = 4
 
 
 def watched_ticks(desk):
@@ -37,12 +37,15 @@ THREAD = re.compile(r"clone3?\(.*CLONE_THREAD")
 
 
 def per_tick(desk, pattern):
-    """Returns how many system calls of a pattern each tick made: from one new thread to the next."""
+    """Returns how many system calls of a pattern each tick made: from one new thread to the next.
+
+    Leaves out the first one, which records the first start in the settings, so that the second one reads them anew.
+    """
     calls = desk.once("ticks", lambda: watched_ticks(desk))[0]
     starts = [number for number, call in enumerate(calls) if THREAD.match(call)]
-    if len(starts) < 2:
-        raise RuntimeError("no ticks were seen")
-    spans = zip(starts, starts[1:])
+    if len(starts) < 3:
+        raise RuntimeError("too few ticks were seen")
+    spans = zip(starts[1:], starts[2:])
     return Samples([sum(bool(re.match(pattern, call)) for call in calls[begin:end]) for begin, end in spans])
 
 
