@@ -56,7 +56,7 @@ bool isProxy(pid_t process) {
   return std::getline(file, name) && name == "xdg-dbus-proxy";
 }
 
-bool leadsToProxy(int connection) {
+bool hasProxyAtEnd(int connection) {
   const auto process = processAtEnd(connection);
   return process && isProxy(*process);
 }
@@ -112,7 +112,7 @@ Descriptor connectToProxy(std::string_view addresses) {
   while (!addresses.empty()) {
     const auto size = std::min(addresses.find(';'), addresses.size());
     Descriptor socket = connectTo(addresses.substr(0, size));
-    if (socket && leadsToProxy(socket.get())) return socket;
+    if (socket && hasProxyAtEnd(socket.get())) return socket;
     addresses.remove_prefix(std::min(size + 1, addresses.size()));
   }
   errno = ECONNREFUSED;
@@ -243,7 +243,7 @@ UniqueBus openSessionBus() {
   }
   UniqueBus bus(opened);
   const char* addresses = nullptr;
-  if (leadsToProxy(sd_bus_get_fd(opened)) && sd_bus_get_address(opened, &addresses) >= 0) {
+  if (leadsToProxy(opened) && sd_bus_get_address(opened, &addresses) >= 0) {
     const std::string kept = addresses;
     bus.reset();
     bus = openBehindProxy(kept);
@@ -265,7 +265,7 @@ UniqueBus openUserBus() {
   return {};
 }
 
-bool leadsToProxy(sd_bus* bus) { return leadsToProxy(sd_bus_get_fd(bus)); }
+bool leadsToProxy(sd_bus* bus) { return hasProxyAtEnd(sd_bus_get_fd(bus)); }
 
 bool leadsOutOfNamespace(sd_bus* bus) { return processAtEnd(sd_bus_get_fd(bus)) == 0; }
 
