@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::chrono::seconds enough(60);
+constexpr std::chrono::seconds longestStorm(60);
 
 std::size_t descriptorsIn(pid_t process, const fs::path& path) {
   std::size_t count = 0;
@@ -39,7 +39,7 @@ std::size_t descriptorsOn(pid_t process, const fs::path& path) {
 // Waits for a command, and returns the most descriptors on a path at a time.
 std::size_t mostDescriptorsDuring(const std::string& tag, HostProcess& host, const fs::path& path) {
   constexpr int interval = 5;  // milliseconds
-  const auto deadline = std::chrono::steady_clock::now() + enough;
+  const auto deadline = std::chrono::steady_clock::now() + longestStorm;
   std::size_t most = 0;
   while (!host.hasFinished(tag) && std::chrono::steady_clock::now() < deadline) {
     most = std::max(most, descriptorsOn(host.processID(), path));
@@ -77,7 +77,7 @@ TEST(RequestStorm, WhileTheHelperAgentCrashesStartsItLessAndLessOftenButNeverGiv
   const auto begin = std::chrono::steady_clock::now();
   std::size_t crashes = 0;
   while (crashes < 7 || host->call("is-paused") != "yes") {
-    ASSERT_LT(std::chrono::steady_clock::now(), begin + enough);
+    ASSERT_LT(std::chrono::steady_clock::now(), begin + longestStorm);
     const auto storm = host->begin("guarded 200");
     EXPECT_LE(mostDescriptorsDuring(storm, *host, scene.installedHelper()), 2U);
     crashes = scene.transcript().count(" started version");
@@ -91,13 +91,13 @@ TEST(RequestStorm, WhileTheHelperAgentCrashesStartsItLessAndLessOftenButNeverGiv
   // A check after the pause launches it successfully.
   writeFile(scene.transcript().path().string() + ".settled", "");
   const auto isReached = [&] { return scene.transcript().count("start:prodeuctVersion:") > 0; };
-  while (!isReached() && std::chrono::steady_clock::now() < begin + enough) {
+  while (!isReached() && std::chrono::steady_clock::now() < begin + longestStorm) {
     host->call("guarded 1");
   }
   scene.transcript().waitFor({"start:prodeuctVersion:"});
   EXPECT_GT(scene.helperProcess(), 0);
   while (host->call("is-paused") != "no") {  // the host hears of it after the helper agent
-    ASSERT_LT(std::chrono::steady_clock::now(), begin + enough);
+    ASSERT_LT(std::chrono::steady_clock::now(), begin + longestStorm);
   }
   use.expectModest();
 }
