@@ -9,39 +9,53 @@
 
 #include <array>
 #include <chrono>
+#include <filesystem>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <vector>
 
 #include "Platform/Events/DBus/Introduction.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
 #include "support/Patience.h"
+#include "support/Peer.h"
 #include "support/PrivateBus.h"
+#include "support/Scene.h"
 
 namespace qbdkr::test {
 namespace {
 
+std::string nameOf(const UniqueBus& connection) {
+  const char* name = "";
+  sd_bus_get_unique_name(connection.get(), &name);
+  return name;
+}
+
+// Returns a connection that has its name.
 UniqueBus connectionTo(const PrivateBus& bus) {
   sd_bus* made = nullptr;
   if (sd_bus_new(&made) < 0) throw std::runtime_error("no connection");
   UniqueBus connection(made);
   if (sd_bus_set_address(made, bus.address().c_str()) < 0 || sd_bus_set_bus_client(made, 1) < 0 ||
-      sd_bus_start(made) < 0) {
+      sd_bus_start(made) < 0 || nameOf(connection).empty()) {
     throw std::runtime_error("no connection to the bus");
   }
   return connection;
 }
 
-std::string nameOf(const UniqueBus& connection) {
-  const char* name = nullptr;
-  sd_bus_get_unique_name(connection.get(), &name);
-  return name;
+std::string idOf(const UniqueBus& connection) {
+  sd_id128_t id{};
+  std::array<char, SD_ID128_STRING_MAX> text{};
+  sd_bus_get_bus_id(connection.get(), &id);
+  return sd_id128_to_string(id, text.data());
 }
 
 struct Introductions : testing::Test {
   // Returns the next introduction that the receiver gets.
-  BusMessage receive() {
+  BusMessage receive() { return receiveOn(receiver); }
+  static BusMessage receiveOn(const UniqueBus& receiver) {
     const auto deadline = std::chrono::steady_clock::now() + patience;
     while (std::chrono::steady_clock::now() < deadline) {
       sd_bus_message* message = nullptr;
@@ -100,8 +114,32 @@ TEST_F(Introductions, CannotBePassedOnByTheirReceiver) {
   EXPECT_FALSE(Introduction::read(receive().get()));
 }
 
+TEST_F(Introductions, AreWorthNothingToAnotherReceiverAndOnAnotherBus) {
+  const auto other = connectionTo(bus);
+  const Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
+  const auto message = receive();
+  int socket = -1;
+  ASSERT_GT(sd_bus_message_read(message.get(), "h", &socket), 0);
+  pass(sender, nameOf(other), socket);
+  EXPECT_FALSE(Introduction::read(receiveOn(other).get()));
+
+  // There the names begin with the same numbers.
+  const TemporaryDirectory elsewhere;
+  const PrivateBus otherBus(elsewhere.path());
+  const auto thief = connectionTo(otherBus);
+  const auto twin = connectionTo(otherBus);
+  ASSERT_EQ(nameOf(thief), nameOf(sender));
+  ASSERT_EQ(nameOf(twin), nameOf(receiver));
+  const Descriptor again = Introduction::send(sender.get(), nameOf(receiver));
+  const auto second = receive();
+  ASSERT_GT(sd_bus_message_read(second.get(), "h", &socket), 0);
+  pass(thief, nameOf(twin), socket);
+  EXPECT_FALSE(Introduction::read(receiveOn(twin).get()));
+}
+
 TEST_F(Introductions, AreOneRecordOfTheirFormAlone) {
-  const std::string text = "QBHP.Identity1 " + nameOf(sender);
+  const std::string text =
+      "QBHP.Identity1 " + idOf(sender) + ' ' + nameOf(receiver) + ' ' + nameOf(sender);
   EXPECT_TRUE(afterPassing(SOCK_SEQPACKET, text));
   EXPECT_FALSE(afterPassing(SOCK_STREAM, text));
   EXPECT_FALSE(afterPassing(SOCK_SEQPACKET, nameOf(sender)));
@@ -123,6 +161,31 @@ TEST_F(Introductions, TellNothingToAnotherNamespace) {
   if (WEXITSTATUS(status) == 2) GTEST_SKIP() << "this user may not make a namespace of processes";
   EXPECT_EQ(status, 0);
   EXPECT_TRUE(Introduction::read(message.get()));
+}
+
+std::size_t descriptorsOf(pid_t process) {
+  const std::filesystem::directory_iterator all("/proc/" + std::to_string(process) + "/fd");
+  return static_cast<std::size_t>(std::distance(begin(all), end(all)));
+}
+
+TEST(IntroductionsWithoutAProxy, TakeNoDescriptorOfAHost) {
+  Scene scene;
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  EXPECT_EQ(host->call("share"), "shared");
+  const Peer peer = Peer::inBundle(scene);
+  peer.awaitOwner(scene.hostID());
+  (void)peer.run({"call", scene.hostID(), "Nobody", "nothing"});
+  const std::size_t before = descriptorsOf(host->processID());
+  std::vector<UniqueBus> senders;
+  std::vector<Descriptor> sockets;
+  for (int i = 0; i < 40; ++i) {
+    senders.push_back(connectionTo(scene.bus()));
+    sockets.push_back(Introduction::send(senders.back().get(), scene.hostID()));
+    // The answer comes after the host has read what came before.
+    sd_bus_call_method(senders.back().get(), scene.hostID().c_str(), "/",
+                       "org.freedesktop.DBus.Peer", "Ping", nullptr, nullptr, "");
+  }
+  EXPECT_LT(descriptorsOf(host->processID()), before + senders.size() / 2);
 }
 
 }  // namespace

@@ -271,5 +271,32 @@ TEST_F(SandboxProxy, LetsHostAndHelperAgentBehindItKnowEachOther) {
   EXPECT_EQ(host->call("diagnose", soon), "none");
 }
 
+// Events that are on their way when a name changes its owner reach the new one before the sender
+// can introduce itself to that.
+TEST_F(SandboxProxy, KnowsASenderThatIntroducesItselfLate) {
+  BehindASandboxsProxy scene;
+  const auto outside = Peer::inBundle(scene);
+  scene.enter(rulesOfASandbox(scene));
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const auto bundle =
+      scene.makeHostWithoutHelper("Second", {{"CFBundleIdentifier", scene.identifier("Second")}});
+  const std::string report =
+      scene.identifier("Second") + " QBHPHelperControl checkServerOpenCallBack:::: x 1 0 -";
+  const auto owner = scene.start(bundle);
+  EXPECT_EQ(owner->call("share"), "shared");
+  outside.awaitOwner(scene.identifier("Second"));
+  EXPECT_EQ(host->call("ask " + report, soon), "0 ~");
+  EXPECT_NE(owner->call("senders").find(scene.hostID()), std::string::npos);
+  const auto heir = scene.start(bundle);
+  EXPECT_EQ(heir->call("share"), "shared");
+  const auto posts =
+      host->begin("burst " + scene.identifier("Second") + " Nobody nothing:: 1 20000");
+  owner->process().kill();
+  host->finish(posts, patience);
+  outside.awaitOwner(scene.identifier("Second"));
+  EXPECT_EQ(host->call("ask " + report, soon), "0 ~");
+  EXPECT_NE(heir->call("senders").find(scene.hostID()), std::string::npos);
+}
+
 }  // namespace
 }  // namespace qbdkr::test

@@ -598,6 +598,15 @@ const std::map<std::string, Command>& commands() {
          return yesOrNo(qbdkr::QBHPProcessList::share().applicationIsRunning(words.at(0), "/"));
        }},
       {"open", [](const Words& words) { return yesOrNo(qbdkr::openFile(words.at(0))); }},
+      // Has the name claimed ahead of the main loop, and wants it no more.
+      {"claim-and-leave",
+       [](const Words&) {
+         auto& transport = qbdkr::RPCTransport::shared();
+         transport.setHandler([](auto&&...) { return std::string(); });
+         transport.awaitName(std::chrono::steady_clock::now() + qbdkr::test::patience);
+         transport.removeHandler();
+         return std::string("left");
+       }},
       {"senders", [](const Words&) { return joinedSenders(); }},
       {"bundle", [](const Words&) { return qbdkr::Bundle::main().bundlePath(); }},
       {"send", [](const Words& words) { return std::to_string(Message(words).post()); }},

@@ -12,6 +12,7 @@
 #include <string>
 #include <vector>
 
+#include "support/BusMonitor.h"
 #include "support/Peer.h"
 #include "support/ProcessEnd.h"
 #include "support/Programs.h"
@@ -135,6 +136,17 @@ TEST(BusyMainThread, LosesNoReportToAStartRequestThatWasSentBeforeItsLoopRuns) {
   host->call("release-main");
   host->process().waitForLog("checkServerOpenCallBack::::");
   EXPECT_EQ(host->call("ticks 3"), "ticked");
+}
+
+TEST(BusyMainThread, GivesBackANameThatIsNotWantedAnyMore) {
+  Scene scene;
+  BusMonitor monitor(Peer::inBundle(scene));
+  const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
+  host->call("block-main");
+  EXPECT_EQ(host->call("claim-and-leave"), "left");
+  monitor.waitForOwner(scene.hostID());
+  host->call("release-main");
+  monitor.waitForLoss(scene.hostID());
 }
 
 }  // namespace

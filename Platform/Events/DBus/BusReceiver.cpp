@@ -9,6 +9,7 @@
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Loop/MainThread.h"
 #include "Platform/Loop/NativeLoopLinux.h"
 
@@ -19,6 +20,7 @@ constexpr std::chrono::microseconds firstRetry = std::chrono::milliseconds(100);
 constexpr std::chrono::microseconds longestRetry = std::chrono::seconds(5);
 constexpr std::size_t mostSenders = 256;
 constexpr std::size_t mostForgotten = 4096;
+constexpr std::size_t mostNewcomers = 32;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
 
@@ -128,7 +130,11 @@ void BusReceiver::busAppeared() {
 
 void BusReceiver::connect() {
   retry_.reset();
-  if (bus_ || !handler_.isSet()) return;
+  if (bus_) return;
+  if (!handler_.isSet()) {
+    claim_.close();
+    return;
+  }
   auto claimed = claim_.take();
   if (!claimed) return tryAgainLater();  // or when the thread that opens it has done so
   bus_ = *std::move(claimed);
@@ -157,6 +163,7 @@ bool BusReceiver::attach() {
     return false;
   }
   identity_.reset(identity);
+  isBehindProxy_ = leadsToProxy(bus);
   if (!diagnosis_.attach(bus)) return false;
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
   return sd_bus_attach_event(bus, mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) >= 0;
@@ -269,13 +276,31 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
   take({BusMessage(sd_bus_message_ref(message)), std::nullopt, 0});
 }
 
-// It comes before the first event of its sender.
+// It comes before the first event of its sender, or after one that reached this process before the
+// sender knew of it. Without a proxy nobody needs it.
 void BusReceiver::receiveIntroduction(sd_bus_message* message) {
-  if (!handler_.isSet()) return;
+  if (!handler_.isSet() || !isBehindProxy_ || newcomers() >= mostNewcomers) return;
   auto introduction = Introduction::read(message);
   if (!introduction) return;
   const char* name = sd_bus_message_get_sender(message);
-  if (senders_.find(std::string_view(name)) == senders_.end()) meet(name, std::move(introduction));
+  const auto found = senders_.find(std::string_view(name));
+  if (found == senders_.end()) {
+    meet(name, std::move(introduction));
+    return;
+  }
+  Sender& sender = found->second;
+  if (sender.bundleID || sender.isIntroduced) return;
+  sender.isKnown = false;
+  sender.isIntroduced = true;
+  sender.question = inquire(name, std::move(introduction));
+  if (!sender.question) settle(name, std::nullopt);
+}
+
+// Counts the senders whose introductions are looked into: each holds a descriptor.
+std::size_t BusReceiver::newcomers() const {
+  return static_cast<std::size_t>(std::ranges::count_if(senders_, [](const auto& entry) {
+    return entry.second.isIntroduced && entry.second.question != nullptr;
+  }));
 }
 
 void BusReceiver::take(Received&& received) {
@@ -295,14 +320,18 @@ BusReceiver::Sender* BusReceiver::meet(const char* name, std::optional<Introduct
   if (senders_.size() >= mostSenders) forgetSenders();
   Sender sender;
   sender.isIntroduced = introduction.has_value();
-  sender.question =
-      inquiry_.ask(name, std::move(introduction),
-                   [this, peer = std::string(name)](std::optional<std::string> bundleID) {
-                     settle(peer, std::move(bundleID));
-                   });
+  sender.question = inquire(name, std::move(introduction));
   if (!sender.question) return nullptr;
   sender.watch = watch(bus::ownerMatch(name), onSenderGone);
   return &senders_.emplace(name, std::move(sender)).first->second;
+}
+
+std::unique_ptr<PeerInquiry::Question> BusReceiver::inquire(
+    const char* name, std::optional<Introduction> introduction) {
+  return inquiry_.ask(name, std::move(introduction),
+                      [this, peer = std::string(name)](std::optional<std::string> bundleID) {
+                        settle(peer, std::move(bundleID));
+                      });
 }
 
 // Watches names on the connection that receives: the news of an owner's end comes after the last
@@ -341,6 +370,7 @@ void BusReceiver::handleParked(std::string_view name) {
   if (found == senders_.end()) return;
   Sender& sender = found->second;
   if (!sender.isKnown) return;
+  sender.question.reset();
   if (sender.parked.empty()) {
     if (sender.isGone) senders_.erase(found);  // it only introduced itself
     return;
@@ -348,7 +378,6 @@ void BusReceiver::handleParked(std::string_view name) {
   if (sender.parked.size() > 1) {
     RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
   }
-  sender.question.reset();
   const Received received = std::move(sender.parked.front());
   sender.parked.pop_front();
   parking_.giveBack(received.size);

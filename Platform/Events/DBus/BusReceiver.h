@@ -111,7 +111,10 @@ class BusReceiver {
   void receiveQuestion(sd_bus_message* message);
   void receiveIntroduction(sd_bus_message* message);
   void take(Received&& received);
+  [[nodiscard]] std::size_t newcomers() const;
   Sender* meet(const char* name, std::optional<Introduction> introduction = {});
+  std::unique_ptr<PeerInquiry::Question> inquire(const char* name,
+                                                 std::optional<Introduction> introduction);
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
   void park(const char* name, Sender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
@@ -142,6 +145,7 @@ class BusReceiver {
   BusSlot object_;
   BusSlot delivery_;
   BusSlot identity_;
+  bool isBehindProxy_ = false;
   PeerInquiry inquiry_;
   std::map<std::string, Sender, std::less<>> senders_;  // by unique name
   ParkingSpace parking_;

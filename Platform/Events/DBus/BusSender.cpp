@@ -94,6 +94,7 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
   }
   if (address.empty()) address = latest_->name;
   introduce(identifier, address);
+  if (!bus_) return connectionInvalid;
   const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out

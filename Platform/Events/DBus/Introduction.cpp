@@ -12,12 +12,19 @@ namespace qbdkr {
 namespace {
 
 constexpr std::string_view formula = "QBHP.Identity1 ";
-constexpr std::size_t longestText = 512;  // a name of the bus has 255 bytes
+constexpr std::size_t longestText = 1024;  // a name of the bus has 255 bytes
 
 // A record of this kind is nothing that a process could be made to write for another purpose.
 constexpr int kind = SOCK_SEQPACKET;
 
-std::string textOf(const char* name) { return std::string(formula) + name; }
+// Names the bus, the receiver and the sender: it is worth nothing anywhere else. Empty on failure.
+std::string textOf(sd_bus* bus, const char* receiver, const char* sender) {
+  sd_id128_t id{};
+  if (receiver == nullptr || sender == nullptr || sd_bus_get_bus_id(bus, &id) < 0) return {};
+  std::array<char, SD_ID128_STRING_MAX> bytes{};
+  return std::string(formula) + sd_id128_to_string(id, bytes.data()) + ' ' + receiver + ' ' +
+         sender;
+}
 
 bool isOfKind(int socket) {
   int type = 0;
@@ -36,9 +43,9 @@ Descriptor Introduction::send(sd_bus* bus, const std::string& receiver) {
   }
   Descriptor kept(ends[0]);
   const Descriptor sent(ends[1]);
-  const std::string text = textOf(name);
+  const std::string text = textOf(bus, receiver.c_str(), name);
   sd_bus_message* made = nullptr;
-  if (::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0 ||
+  if (text.empty() || ::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0 ||
       sd_bus_message_new_method_call(bus, &made, receiver.c_str(), rpc::objectPath,
                                      rpc::identityInterface, rpc::introduceMember) < 0) {
     return {};
@@ -66,8 +73,9 @@ std::optional<Introduction> Introduction::read(sd_bus_message* message) {
   }
   std::array<char, longestText> bytes{};
   const auto length = ::recv(kept.get(), bytes.data(), bytes.size(), MSG_DONTWAIT);
-  if (length <= 0 ||
-      std::string_view(bytes.data(), static_cast<std::size_t>(length)) != textOf(sender)) {
+  const std::string text =
+      textOf(sd_bus_message_get_bus(message), sd_bus_message_get_destination(message), sender);
+  if (length <= 0 || std::string_view(bytes.data(), static_cast<std::size_t>(length)) != text) {
     return std::nullopt;
   }
   return Introduction(std::move(kept), peer.pid);

@@ -12,11 +12,12 @@ namespace qbdkr {
 
 // Shows a receiver which process sends to it, where the bus cannot tell: behind a proxy.
 //
-// The sender makes a pair of sockets, writes the name of its connection into the one, and sends the
-// other before its first event. The kernel tells the receiver which process made the pair, by its
-// number in the receiver's own namespace. The name keeps a receiver from passing the socket on as
-// its own introduction. The sender's socket is closed when its process ends or executes another
-// program.
+// The sender makes a pair of sockets, writes into the one which connection introduces itself to
+// which name of which bus, and sends the other before its first event. The kernel tells the
+// receiver which process made the pair, by its number in the receiver's own namespace. The text
+// keeps a receiver from passing the socket on as its own introduction. The sender's socket is
+// closed when its process ends or executes another program, unless that process means harm: a child
+// may keep the socket.
 class Introduction {
  public:
   // Introduces this process to a receiver. Returns the socket, which is to be kept while events

@@ -1,5 +1,6 @@
 #include "Platform/Events/DBus/NameClaim.h"
 
+#include <cerrno>
 #include <mutex>
 #include <utility>
 
@@ -18,8 +19,8 @@ std::optional<UniqueBus> NameClaim::take() {
   {
     const std::lock_guard lock(mutex_);
     if (isOpening_) return std::nullopt;
-    if (opened_) return std::move(opened_);
     isOpen_ = true;
+    if (opened_) return std::move(opened_);
   }
   return open();
 }
@@ -33,6 +34,7 @@ void NameClaim::await(Clock::time_point deadline, const std::function<void()>& w
       return;
     }
     isOpening_ = true;
+    isClosed_ = false;
   }
   UniqueBus bus;
   dropExceptions([&] { bus = open(); });
@@ -40,19 +42,25 @@ void NameClaim::await(Clock::time_point deadline, const std::function<void()>& w
   {
     const std::lock_guard lock(mutex_);
     isOpening_ = false;
-    isOpen_ = bus != nullptr;
-    if (!isOpen_) isGranted_.reset();
-    opened_ = std::move(bus);
+    isOpen_ = bus != nullptr && !isClosed_;
+    if (isOpen_)
+      opened_ = std::move(bus);
+    else
+      isGranted_.reset();
   }
+  bus.reset();
   changed_.notify_all();
   whenOpen();
 }
 
 bool NameClaim::close() {
   std::optional<bool> wasGranted;
+  UniqueBus unused;
   {
     const std::lock_guard lock(mutex_);
+    isClosed_ = true;
     isOpen_ = false;
+    unused.swap(opened_);
     wasGranted.swap(isGranted_);
   }
   changed_.notify_all();
@@ -87,13 +95,14 @@ bool NameClaim::process(sd_bus* bus, Clock::time_point deadline) {
     const auto left = std::chrono::ceil<std::chrono::microseconds>(deadline - Clock::now());
     if (left.count() <= 0) break;
     done = sd_bus_wait(bus, asMicroseconds(left));
+    if (done == -EINTR) done = 0;
   }
   return done >= 0;
 }
 
 bool NameClaim::isAwaited() const {
   const std::lock_guard lock(mutex_);
-  return !isGranted_;
+  return !isGranted_ && !isClosed_;
 }
 
 void NameClaim::answer(bool isGranted) {

@@ -25,8 +25,8 @@ class NameClaim {
   // thread, the main one only while it has no connection.
   void await(std::chrono::steady_clock::time_point deadline, const std::function<void()>& whenOpen);
 
-  // Tells that the connection is closed, or could not be had. Returns whether it had the name. Main
-  // thread only.
+  // Tells that the connection that was taken is closed, or could not be had. Closes one that was
+  // opened, or is being opened, and not taken. Returns whether the name was had. Main thread only.
   bool close();
 
  private:
@@ -40,6 +40,7 @@ class NameClaim {
   std::condition_variable_any changed_;
   bool isOpening_ = false;         // by a thread
   bool isOpen_ = false;            // or the main loop opens it
+  bool isClosed_ = false;          // while a thread opened it
   std::optional<bool> isGranted_;  // absent until the bus has answered
   UniqueBus opened_;               // by a thread, and not taken
 };

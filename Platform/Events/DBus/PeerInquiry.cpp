@@ -21,6 +21,25 @@ std::optional<std::string> applicationOf(pid_t processID) {
   return identifier;
 }
 
+// Asks the bus for the process of a connection. Sets no time limit: the bus answers, or the
+// connection ends. A limit would also pass while the main thread is busy elsewhere, with the answer
+// on its way. Null if the question cannot be sent.
+BusSlot askForProcess(sd_bus* bus, const char* name, sd_bus_message_handler_t onAnswer,
+                      void* userData) {
+  sd_bus_message* made = nullptr;
+  if (sd_bus_message_new_method_call(bus, &made, bus::service, bus::objectPath, bus::interfaceName,
+                                     "GetConnectionUnixProcessID") < 0) {
+    return {};
+  }
+  const BusMessage message(made);
+  sd_bus_slot* slot = nullptr;
+  if (sd_bus_message_append(made, "s", name) < 0 ||
+      sd_bus_call_async(bus, &slot, made, onAnswer, userData, UINT64_MAX) < 0) {
+    return {};
+  }
+  return BusSlot(slot);
+}
+
 }  // namespace
 
 bool PeerInquiry::open(std::function<void()> onLost) {
@@ -38,14 +57,12 @@ void PeerInquiry::close() {
 }
 
 // The bus answers in the order of the questions: the answer is there before that for any peer.
+// Until then a process behind a proxy takes all numbers for hidden.
 void PeerInquiry::askForSelf() {
   const char* name = nullptr;
   if (self_ || sd_bus_is_ready(bus_.get()) <= 0 || sd_bus_get_unique_name(bus_.get(), &name) < 0)
     return;
-  sd_bus_slot* slot = nullptr;
-  sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
-                           "GetConnectionUnixProcessID", onSelf, this, "s", name);
-  self_.reset(slot);
+  self_ = askForProcess(bus_.get(), name, onSelf, this);
 }
 
 int PeerInquiry::onSelf(sd_bus_message* message, void* self, sd_bus_error*) {
@@ -62,12 +79,15 @@ int PeerInquiry::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
-bool PeerInquiry::isBehindProxy() const { return ownProcess_ && *ownProcess_ != getpid(); }
+bool PeerInquiry::isBehindProxy() const {
+  return ownProcess_ ? *ownProcess_ != getpid() : leadsToProxy(bus_.get());
+}
 
 // Tells whether the bus's number of a process says nothing of a peer: it is that of the proxy
 // through which this process comes too, or one of another namespace.
 bool PeerInquiry::isHidden(pid_t process) const {
-  return isBehindProxy() && (process == *ownProcess_ || leadsOutOfNamespace(bus_.get()));
+  return isBehindProxy() &&
+         (!ownProcess_ || process == *ownProcess_ || leadsOutOfNamespace(bus_.get()));
 }
 
 std::unique_ptr<PeerInquiry::Question> PeerInquiry::ask(const std::string& peer,
@@ -87,22 +107,9 @@ PeerInquiry::Question::Question(PeerInquiry& inquiry, std::string peer,
       introduction_(std::move(introduction)),
       answer_(std::move(answer)) {}
 
-// Sets no time limit: the bus answers, or the connection ends. A limit would also pass while the
-// main thread is busy elsewhere, with the answer on its way.
 bool PeerInquiry::Question::ask(sd_bus* bus) {
-  sd_bus_message* made = nullptr;
-  if (sd_bus_message_new_method_call(bus, &made, bus::service, bus::objectPath, bus::interfaceName,
-                                     "GetConnectionUnixProcessID") < 0) {
-    return false;
-  }
-  const BusMessage message(made);
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_message_append(made, "s", peer_.c_str()) < 0 ||
-      sd_bus_call_async(bus, &slot, made, onReply, this, UINT64_MAX) < 0) {
-    return false;
-  }
-  slot_.reset(slot);
-  return true;
+  slot_ = askForProcess(bus, peer_.c_str(), onReply, this);
+  return slot_ != nullptr;
 }
 
 int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_error*) {
