@@ -13,6 +13,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <climits>
 #include <cstddef>
 #include <ctime>
 #include <future>
@@ -84,12 +85,25 @@ IN_NEW_PROCESS void resetSignals() {
   syscall(SYS_rt_sigprocmask, SIG_SETMASK, &none, nullptr, maskSize);
 }
 
-IN_NEW_PROCESS void markInheritedDescriptorsCloseOnExec() {
-  constexpr unsigned closeRangeCloexec = 4;
-  if (syscall(SYS_close_range, 3U, ~0U, closeRangeCloexec) == 0) return;
-  for (int descriptor = 3; descriptor < 65536; ++descriptor) {
-    syscall(SYS_fcntl, descriptor, F_SETFD, FD_CLOEXEC);
+IN_NEW_PROCESS void closeDescriptors(int first, int last) {
+  if (first > last) return;
+  constexpr unsigned noFlags = 0;
+  if (syscall(SYS_close_range, first, last, noFlags) == 0) return;
+  constexpr int most = 65536;
+  for (int descriptor = first; descriptor <= last && descriptor < most; ++descriptor) {
+    syscall(SYS_close, descriptor);
   }
+}
+
+// Keeps the standard streams, and a descriptor that is closed on exec. The others are not left to
+// that: the host may close its own while the application waits at the gate.
+IN_NEW_PROCESS void closeInheritedDescriptors(int kept) {
+  int first = STDERR_FILENO + 1;
+  if (kept >= first) {
+    closeDescriptors(first, kept - 1);
+    first = kept + 1;
+  }
+  closeDescriptors(first, INT_MAX);
 }
 
 // Tells the process ID, and waits until the gate is opened. Its other end is open in the parent as
@@ -109,7 +123,7 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
   syscall(SYS_dup3, start.input, STDIN_FILENO, 0);
   syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
   syscall(SYS_dup3, start.error, STDERR_FILENO, 0);
-  markInheritedDescriptorsCloseOnExec();
+  closeInheritedDescriptors(start.gate);
   if (start.gate >= 0) waitAtGate(start.gate);
   if (syscall(SYS_chdir, "/") == 0) {
     resetSignals();

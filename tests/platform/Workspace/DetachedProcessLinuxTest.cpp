@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <atomic>
 #include <cerrno>
 #include <chrono>
@@ -17,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "Platform/Base/Descriptor.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
@@ -243,6 +245,40 @@ TEST_F(Detached, IsPlacedBeforeItIsExecuted) {
   EXPECT_EQ(placed, process->processID);
   EXPECT_EQ(program, fs::read_symlink("/proc/self/exe"));
   EXPECT_EQ(readFile(output), std::to_string(placed) + '\n');
+}
+
+// Tells whether nothing but this process keeps a pipe open while a process is placed. The framework
+// opens its descriptors in gaps between those of the pipe.
+bool isPipeClosedMeanwhile(const std::string& program) {
+  std::array<int, 2> ends{};
+  if (pipe2(ends.data(), O_CLOEXEC) != 0) return false;
+  const Descriptor reader(ends[0]);
+  std::vector<Descriptor> writers;
+  writers.emplace_back(ends[1]);
+  std::vector<Descriptor> gaps;
+  constexpr int many = 40;
+  for (int i = 0; i < many; ++i) {
+    writers.emplace_back(fcntl(ends[1], F_DUPFD_CLOEXEC, 0));
+    gaps.emplace_back(fcntl(ends[1], F_DUPFD_CLOEXEC, 0));
+  }
+  gaps.clear();
+  bool isClosed = false;
+  const auto process = startDetached(program, [&](pid_t) {
+    writers.clear();
+    pollfd end{reader.get(), POLLIN, 0};
+    isClosed = poll(&end, 1, 5'000) == 1;
+  });
+  return process && isClosed && hasEnded(*process, 20'000);
+}
+
+TEST_F(Detached, KeepsNoDescriptorOpenWhileItIsPlaced) {
+  const std::string path = script("exit 0");
+  EXPECT_TRUE(isPipeClosedMeanwhile(path));
+  const int status = test::runForked([&path] {
+    test::failCall(SYS_close_range, ENOSYS);
+    return isPipeClosedMeanwhile(path);
+  });
+  EXPECT_EQ(status, 0);
 }
 
 TEST_F(Detached, IsExecutedAlsoIfItCannotBePlaced) {
