@@ -29,6 +29,7 @@
 #include "Platform/Base/BlockedSignals.h"
 #include "Platform/Base/DetachedThread.h"
 #include "Platform/Base/DropExceptions.h"
+#include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Record/Record.h"
 
 // The functions below that bear this mark run in a new process on the memory of this one. Checks
@@ -64,7 +65,8 @@ struct Start {  // NOLINT(cppcoreguidelines-pro-type-member-init): the stacks st
   int input = -1;
   int output = -1;
   int error = -1;
-  int gate = -1;  // the application waits here before it is executed; -1 for none
+  int gate = -1;     // the application waits here before it is executed; -1 for none
+  int hostEnd = -1;  // shows the end of this process, which ends that wait; -1 for none
   Stack parentsStack;
   Stack applicationsStack;
 
@@ -95,26 +97,32 @@ IN_NEW_PROCESS void closeDescriptors(int first, int last) {
   }
 }
 
-// Keeps the standard streams, and a descriptor that is closed on exec. The others are not left to
-// that: the host may close its own while the application waits at the gate.
-IN_NEW_PROCESS void closeInheritedDescriptors(int kept) {
+// Closes from the first descriptor up to one that is kept. Returns the next one after it.
+IN_NEW_PROCESS int closeDescriptorsBelow(int kept, int first) {
+  if (kept < first) return first;
+  closeDescriptors(first, kept - 1);
+  return kept + 1;
+}
+
+// Keeps the standard streams, and two descriptors that are closed on exec. The others are not left
+// to that: the host may close its own while the application waits at the gate.
+IN_NEW_PROCESS void closeInheritedDescriptors(int kept, int otherKept) {
   int first = STDERR_FILENO + 1;
-  if (kept >= first) {
-    closeDescriptors(first, kept - 1);
-    first = kept + 1;
-  }
+  first = closeDescriptorsBelow(kept < otherKept ? kept : otherKept, first);
+  first = closeDescriptorsBelow(kept < otherKept ? otherKept : kept, first);
   closeDescriptors(first, INT_MAX);
 }
 
-// Tells the process ID, and waits until the gate is opened. Its other end is open in the parent as
-// well, so the end of the host does not open it.
-IN_NEW_PROCESS void waitAtGate(int gate) {
+// Tells the process ID, and waits until the gate is opened or the host ends. The parent keeps the
+// host's descriptors open meanwhile. One is the gate's other end, so the end of the host does not
+// open it; another may be a connection, on which the host would seem to live.
+IN_NEW_PROCESS void waitAtGate(int gate, int hostEnd) {
   const auto self = static_cast<pid_t>(syscall(SYS_getpid));
   if (syscall(SYS_write, gate, &self, sizeof self) != sizeof self) return;
   constexpr int maskSize = 8;
-  pollfd opened{gate, POLLIN, 0};
+  std::array<pollfd, 2> events{{{gate, POLLIN, 0}, {hostEnd, POLLIN, 0}}};
   timespec patience{gateSeconds, 0};
-  syscall(SYS_ppoll, &opened, 1, &patience, nullptr, maskSize);
+  syscall(SYS_ppoll, &events, sizeof events / sizeof(pollfd), &patience, nullptr, maskSize);
 }
 
 IN_NEW_PROCESS int becomeApplication(void* argument) {
@@ -123,8 +131,8 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
   syscall(SYS_dup3, start.input, STDIN_FILENO, 0);
   syscall(SYS_dup3, start.output, STDOUT_FILENO, 0);
   syscall(SYS_dup3, start.error, STDERR_FILENO, 0);
-  closeInheritedDescriptors(start.gate);
-  if (start.gate >= 0) waitAtGate(start.gate);
+  closeInheritedDescriptors(start.gate, start.hostEnd);
+  if (start.gate >= 0) waitAtGate(start.gate, start.hostEnd);
   if (syscall(SYS_chdir, "/") == 0) {
     resetSignals();
     syscall(SYS_execve, start.arguments[0], start.arguments, start.environment);
@@ -178,6 +186,7 @@ class Gate {
     placing->end = Descriptor(ends[0]);
     placed_ = placing->finished.get_future();
     end_ = aboveStandardOnes(Descriptor(ends[1]));
+    hostEnd_ = aboveStandardOnes(endOfProcess(::getpid()));
     const bool isWatched =
         end_ && detachNewThread([placing, &place] {
           const int end = placing->end.get();
@@ -199,6 +208,7 @@ class Gate {
   }
 
   [[nodiscard]] int end() const { return end_.get(); }
+  [[nodiscard]] int hostEnd() const { return hostEnd_.get(); }
 
  private:
   // The thread's. Its end, however that comes, closes the descriptor and then keeps the promise.
@@ -208,6 +218,7 @@ class Gate {
   };
 
   Descriptor end_;
+  Descriptor hostEnd_;
   std::future<void> placed_;
 };
 
@@ -253,7 +264,7 @@ StandardStreams streamsFor(const std::string& executable) {
   return streams;
 }
 
-std::optional<DetachedProcess> startBehind(int gate, std::vector<std::string> command,
+std::optional<DetachedProcess> startBehind(const Gate& gate, std::vector<std::string> command,
                                            std::vector<std::string> environment,
                                            StandardStreams streams) {
   for (Descriptor* stream : {&streams.input, &streams.output, &streams.error}) {
@@ -268,7 +279,8 @@ std::optional<DetachedProcess> startBehind(int gate, std::vector<std::string> co
   start->input = streams.input.get();
   start->output = streams.output.get();
   start->error = streams.error.get();
-  start->gate = gate;
+  start->gate = gate.end();
+  start->hostEnd = gate.hostEnd();
   const bool isExecuted = run(*start);
   DetachedProcess process{start->processID, Descriptor(start->ended)};
   if (!isExecuted || !process.ended) {
@@ -283,8 +295,7 @@ std::optional<DetachedProcess> startBehind(int gate, std::vector<std::string> co
 std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
                                              std::vector<std::string> environment,
                                              StandardStreams streams) {
-  constexpr int none = -1;
-  return startBehind(none, std::move(command), std::move(environment), std::move(streams));
+  return startBehind(Gate(nullptr), std::move(command), std::move(environment), std::move(streams));
 }
 
 std::optional<DetachedProcess> startDetached(const std::string& executable,
@@ -292,7 +303,7 @@ std::optional<DetachedProcess> startDetached(const std::string& executable,
   auto streams = streamsFor(executable);
   auto environment = environmentFor(streams.output);
   const Gate gate(place);
-  return startBehind(gate.end(), {executable}, std::move(environment), std::move(streams));
+  return startBehind(gate, {executable}, std::move(environment), std::move(streams));
 }
 
 }  // namespace qbdkr

@@ -35,8 +35,8 @@ std::optional<DetachedProcess> startDetached(std::vector<std::string> command,
 
 // Starts an executable without arguments in the environment of this process, with its output in the
 // journal if that is available. Calls place, if that is not empty, on a thread of its own with the
-// process before it is executed, and has it executed when that returns, or after 10 s: so no code
-// of the application runs, and no child of it is made, at another place.
+// process before it is executed, and has it executed when that returns, after 10 s, or when this
+// process ends: so no code of the application runs, and no child of it is made, at another place.
 std::optional<DetachedProcess> startDetached(const std::string& executable,
                                              const std::function<void(pid_t)>& place = {});
 

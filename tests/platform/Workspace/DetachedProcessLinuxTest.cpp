@@ -331,6 +331,27 @@ TEST_F(Detached, IsPlacedAlthoughThisProcessForksWorkersMeanwhile) {
   }
 }
 
+// The other end of a pipe stands for what the host has open: its reader sees the end of the host.
+TEST_F(Detached, IsExecutedAtOnceIfTheHostEndsWhileItIsPlaced) {
+  constexpr int shorterThanItWouldWait = 8'000;
+  std::array<int, 2> ends{};
+  ASSERT_EQ(pipe2(ends.data(), O_CLOEXEC), 0);
+  const Descriptor reader(ends[0]);
+  Descriptor writer(ends[1]);
+  const fs::path fifo = directory.path() / "fifo";
+  ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
+  const std::string path = script("echo started > '" + fifo.string() + "'");
+  const int status = test::runForked([&path] {
+    startDetached(path, [](pid_t) { kill(getpid(), SIGKILL); });
+    return false;
+  });
+  ASSERT_TRUE(WIFSIGNALED(status));
+  writer = Descriptor();
+  pollfd end{reader.get(), POLLIN, 0};
+  EXPECT_EQ(poll(&end, 1, shorterThanItWouldWait), 1);
+  EXPECT_EQ(readFile(fifo), "started\n");
+}
+
 TEST_F(Detached, IsGivenUpIfThereIsNoProcessToPlace) {
   const std::string path = script("exit 0");
   const int status = test::runForked([&path] {
