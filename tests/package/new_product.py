@@ -43,6 +43,9 @@ def check(name, *options):
         sys.exit(f"the helper agent of {name} leaves something out:\n{checked}")
     with Session(WORK / f"home of {name}") as session:
         lines, code, log = session.run([host], count=4)
+        if not session.installed_processes():
+            sys.exit(f"the helper agent of {name} ends with its host")
+        run("sh", "-c", test, cwd=WORK, env=environment)  # while a helper agent of an earlier run lives
     page = session.home / f".local/share/{name}/{name}Helper.app/Contents/Resources/NetworkError.html"
     due = ["The helper agent runs.", r"Identifier of this installation: [0-9a-f]{32}",
            f"Page without a network: {re.escape(str(page))}", "Usage data: not collected"]
