@@ -109,5 +109,11 @@ set(helper ${WORK}/readme/build/bundles/PhotoTool.app/Contents/Resources/AcmeHel
 if(NOT EXISTS ${helper}/Linux/AcmeHelper OR NOT EXISTS ${helper}/Frameworks)
   message(FATAL_ERROR "the README's host carries no helper agent")
 endif()
-# Its host prints what its helper agent answers.
+# Its helper agent keeps the contract, and its host prints what that answers.
+if(EXISTS ${prefix}/bin/qbhp)
+  run(${prefix}/bin/qbhp check-helper ${WORK}/readme/build/bundles/AcmeHelper.app)
+  if(NOT output MATCHES " 0 failed")
+    message(FATAL_ERROR "the helper agent of the page breaks the contract:\n${output}")
+  endif()
+endif()
 run(python3 -B ${README_PROJECT} run ${WORK}/readme)
