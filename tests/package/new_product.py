@@ -53,8 +53,19 @@ def check(name, *options):
         sys.exit(f"the host of {name} ends with {code}, and prints:\n" + "\n".join([*lines, log]))
 
 
+def check_without_bus(name):
+    """A host that cannot reach its helper agent says so, and why."""
+    host = WORK / name / f"build/bundles/{name}.app/Contents/Linux/{name}"
+    with Session(WORK / f"home of {name} without a bus") as session:
+        del session.environment["DBUS_SESSION_BUS_ADDRESS"]
+        lines, code, log = session.run([host], count=2)
+    if lines[:1] != ["The helper agent does not answer."] or "DBUS_SESSION_BUS_ADDRESS" not in "".join(lines[1:]):
+        sys.exit(f"without a bus the host of {name} ends with {code}, and prints:\n" + "\n".join([*lines, log]))
+
+
 shutil.rmtree(WORK, ignore_errors=True)
 WORK.mkdir(parents=True)
 run(CMAKE, "--install", BUILD, "--prefix", PREFIX)
 check("Sketch", "--identifier", "com.Acme")
+check_without_bus("Sketch")
 check("Py-Sketch_2", "--python")

@@ -18,14 +18,15 @@ void stop(int /*signal*/) { qbdkr::RunLoop::main().stop(); }
 void greet() {
   auto& helper = qbdkr::QBHPHelperCommunicate::share();
   helper.extractHelper();  // first, or an older one might be asked that is just being replaced
-  if (!helper.launchHelepr()) {
-    std::cout << "The helper agent is not there.\n" << helper.diagnose().text() << std::endl;
+  helper.launchHelepr();
+  const auto identifier = helper.clientIDFormHelper();
+  if (!identifier) {
+    std::cout << "The helper agent does not answer.\n" << helper.diagnose().text() << std::endl;
     return;
   }
   const std::string none = "(no answer)";
   std::cout << "The helper agent runs.\n"
-            << "Identifier of this installation: " << helper.clientIDFormHelper().value_or(none)
-            << '\n'
+            << "Identifier of this installation: " << *identifier << '\n'
             << "Page without a network: " << helper.netErrorPagePath().value_or(none) << '\n'
             << "Usage data: " << (helper.productCollectStatus() ? "collected" : "not collected")
             << std::endl;
