@@ -2,6 +2,7 @@
 
 #include <pthread.h>
 
+#include <cerrno>
 #include <memory>
 #include <new>
 #include <utility>
@@ -27,16 +28,19 @@ void* runBody(void* body) {
 // (seen with glibc 2.36), which still reads memory that the thread has freed.
 bool detachNewThread(std::function<void()> body) {
   std::unique_ptr<Body> owned(new (std::nothrow) Body(std::move(body)));
-  if (!owned) return false;
   pthread_attr_t attributes;
-  if (pthread_attr_init(&attributes) != 0) return false;
+  if (!owned || pthread_attr_init(&attributes) != 0) {
+    errno = ENOMEM;
+    return false;
+  }
   pthread_attr_setdetachstate(&attributes, PTHREAD_CREATE_DETACHED);
   const auto blocked = BlockedSignals::allButFaults();
   pthread_t thread{};
-  const bool made = pthread_create(&thread, &attributes, runBody, owned.get()) == 0;
-  if (made) static_cast<void>(owned.release());  // the thread owns it
+  const int error = pthread_create(&thread, &attributes, runBody, owned.get());
+  if (error == 0) static_cast<void>(owned.release());  // the thread owns it
   pthread_attr_destroy(&attributes);
-  return made;
+  if (error != 0) errno = error;
+  return error == 0;
 }
 
 }  // namespace qbdkr

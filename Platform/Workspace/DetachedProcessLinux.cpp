@@ -179,23 +179,7 @@ Descriptor aboveStandardOnes(Descriptor descriptor) {
 class Gate {
  public:
   explicit Gate(const std::function<void(pid_t)>& place) {
-    if (!place) return;
-    std::array<int, 2> ends{};
-    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return;
-    const auto placing = std::make_shared<Placing>();
-    placing->end = Descriptor(ends[0]);
-    placed_ = placing->finished.get_future();
-    end_ = aboveStandardOnes(Descriptor(ends[1]));
-    hostEnd_ = aboveStandardOnes(endOfProcess(::getpid()));
-    const bool isWatched =
-        end_ && detachNewThread([placing, &place] {
-          const int end = placing->end.get();
-          pid_t process = 0;
-          if (::recv(end, &process, sizeof process, MSG_WAITALL) != sizeof process) return;
-          dropExceptions([&] { place(process); });
-          ::send(end, "", 1, MSG_NOSIGNAL);
-        });
-    if (!isWatched) end_ = Descriptor();
+    if (place && !close(place)) failure_ = errno;
   }
   Gate(const Gate&) = delete;
   Gate& operator=(const Gate&) = delete;
@@ -209,6 +193,8 @@ class Gate {
 
   [[nodiscard]] int end() const { return end_.get(); }
   [[nodiscard]] int hostEnd() const { return hostEnd_.get(); }
+  // Returns an errno value if there is no gate although there should be one.
+  [[nodiscard]] int failure() const { return failure_; }
 
  private:
   // The thread's. Its end, however that comes, closes the descriptor and then keeps the promise.
@@ -217,8 +203,31 @@ class Gate {
     Descriptor end;
   };
 
+  // False with errno without a descriptor or a thread for it.
+  [[nodiscard]] bool close(const std::function<void(pid_t)>& place) {
+    std::array<int, 2> ends{};
+    if (::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()) != 0) return false;
+    const auto placing = std::make_shared<Placing>();
+    placing->end = Descriptor(ends[0]);
+    placed_ = placing->finished.get_future();
+    Descriptor gate = aboveStandardOnes(Descriptor(ends[1]));
+    const bool isWatched =
+        gate && detachNewThread([placing, &place] {
+          const int end = placing->end.get();
+          pid_t process = 0;
+          if (::recv(end, &process, sizeof process, MSG_WAITALL) != sizeof process) return;
+          dropExceptions([&] { place(process); });
+          ::send(end, "", 1, MSG_NOSIGNAL);
+        });
+    if (!isWatched) return false;
+    end_ = std::move(gate);
+    hostEnd_ = aboveStandardOnes(endOfProcess(::getpid()));
+    return true;
+  }
+
   Descriptor end_;
   Descriptor hostEnd_;
+  int failure_ = 0;
   std::future<void> placed_;
 };
 
@@ -282,7 +291,7 @@ std::optional<DetachedProcess> startBehind(const Gate& gate, std::vector<std::st
   start->gate = gate.end();
   start->hostEnd = gate.hostEnd();
   const bool isExecuted = run(*start);
-  DetachedProcess process{start->processID, Descriptor(start->ended)};
+  DetachedProcess process{start->processID, Descriptor(start->ended), gate.failure()};
   if (!isExecuted || !process.ended) {
     errno = start->failure;
     return std::nullopt;

@@ -16,6 +16,7 @@ namespace qbdkr {
 struct DetachedProcess {
   pid_t processID = 0;
   Descriptor ended;
+  int notPlaced = 0;  // an errno value if it could not be held back, and place was not called
 };
 
 // The descriptors of a process's standard streams.

@@ -8,6 +8,7 @@
 #include <memory>
 #include <optional>
 #include <string>
+#include <system_error>
 #include <utility>
 
 #include <ClientComm/Bundle.h>
@@ -16,6 +17,7 @@
 #include "Platform/Events/DBus/BusSender.h"
 #include "Platform/Events/DBus/NameOwner.h"
 #include "Platform/Processes/NativeProcesses.h"
+#include "Platform/Record/Record.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Platform/Workspace/NativeWorkspace.h"
 #include "Platform/Workspace/OwnScopeLinux.h"
@@ -106,14 +108,17 @@ std::optional<Opening> openApplication(const Bundle& bundle, Reachability& reach
                                        Placement placement) {
   const auto executable = bundle.executablePath();
   if (!executable) return std::nullopt;
+  const std::string identifier = bundle.infoString(kCFBundleIdentifierKey).value_or("");
   std::function<void(pid_t)> place;
   if (placement == Placement::ownScope) {
-    place = [&bundle](pid_t processID) {
-      moveIntoOwnScope(processID, bundle.infoString(kCFBundleIdentifierKey).value_or(""));
-    };
+    place = [&identifier](pid_t processID) { moveIntoOwnScope(processID, identifier); };
   }
   auto process = startDetached(*executable, place);
   if (!process) return std::nullopt;
+  if (process->notPlaced != 0) {
+    record(StepKind::helperNotInOwnScope, process->processID, identifier,
+           std::generic_category().message(process->notPlaced));
+  }
   Opening opening{Presence::running, std::move(process->ended)};
   opening.presence = reachability.await(opening.end, Clock::now() + checkInPatience);
   // The name may be that of another process.

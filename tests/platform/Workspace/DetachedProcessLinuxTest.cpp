@@ -16,6 +16,7 @@
 #include <stdexcept>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Platform/Base/Descriptor.h"
@@ -286,6 +287,21 @@ TEST_F(Detached, IsExecutedAlsoIfItCannotBePlaced) {
       startDetached(script("exit 0"), [](pid_t) { throw std::runtime_error("no place"); });
   ASSERT_TRUE(process.has_value());
   EXPECT_TRUE(hasEnded(*process, 20'000));
+}
+
+TEST_F(Detached, TellsWhyItCouldNotBeHeldBackToBePlaced) {
+  const std::string path = script("exit 0");
+  for (const auto& [call, error] : {std::pair(SYS_socketpair, EMFILE), {SYS_clone3, EAGAIN}}) {
+    const int status = test::runForked([&, call = call, error = error] {
+      bool isPlaced = false;
+      test::failCall(call, error);
+      const auto process = startDetached(path, [&](pid_t) { isPlaced = true; });
+      return process && process->notPlaced == error && !isPlaced && hasEnded(*process, 20'000);
+    });
+    EXPECT_EQ(status, 0) << call;
+  }
+  EXPECT_EQ(startDetached(path, [](pid_t) {})->notPlaced, 0);
+  EXPECT_EQ(startDetached(path)->notPlaced, 0);
 }
 
 TEST_F(Detached, IsPlacedAlthoughTheHostClosedItsStandardDescriptors) {

@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <cstddef>
 #include <future>
@@ -198,7 +199,9 @@ TEST(DetachedThread, AThreadThatCannotBeMadeIsToldAndHarmsNothing) {
     const Signals before = blockedSignals();
     {
       const NoMoreThreads limit;
+      errno = 0;
       EXPECT_FALSE(detachNewThread([&] { ran = true; }));
+      EXPECT_EQ(errno, EAGAIN);
     }
     EXPECT_EQ(blockedSignals(), before);
     EXPECT_FALSE(ran);
@@ -209,9 +212,12 @@ TEST(DetachedThread, AThreadThatCannotBeMadeIsToldAndHarmsNothing) {
 TEST(DetachedThread, WithoutMemoryNoThreadCanBeMade) {
   std::atomic<bool> ran{false};
   hasMemory = false;
+  errno = 0;
   const bool made = detachNewThread([&] { ran = true; });
+  const int error = errno;
   hasMemory = true;
   EXPECT_FALSE(made);
+  EXPECT_EQ(error, ENOMEM);
   EXPECT_FALSE(ran);
 }
 
