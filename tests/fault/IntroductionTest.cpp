@@ -68,6 +68,13 @@ struct Introductions : testing::Test {
     throw std::runtime_error("no introduction came");
   }
 
+  // Returns the socket of an introduction, which the message owns.
+  static int socketIn(const BusMessage& message) {
+    int socket = -1;
+    EXPECT_GT(sd_bus_message_read(message.get(), "h", &socket), 0);
+    return socket;
+  }
+
   // Sends a socket as an introduction.
   static void pass(const UniqueBus& from, const std::string& to, int socket) {
     sd_bus_call_method_async(from.get(), nullptr, to.c_str(), rpc::objectPath,
@@ -108,9 +115,7 @@ TEST_F(Introductions, CannotBePassedOnByTheirReceiver) {
   const auto thief = connectionTo(bus);
   const Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
   const auto message = receive();
-  int socket = -1;
-  ASSERT_GT(sd_bus_message_read(message.get(), "h", &socket), 0);
-  pass(thief, nameOf(receiver), socket);
+  pass(thief, nameOf(receiver), socketIn(message));
   EXPECT_FALSE(Introduction::read(receive().get()));
 }
 
@@ -118,9 +123,7 @@ TEST_F(Introductions, AreWorthNothingToAnotherReceiverAndOnAnotherBus) {
   const auto other = connectionTo(bus);
   const Descriptor kept = Introduction::send(sender.get(), nameOf(receiver));
   const auto message = receive();
-  int socket = -1;
-  ASSERT_GT(sd_bus_message_read(message.get(), "h", &socket), 0);
-  pass(sender, nameOf(other), socket);
+  pass(sender, nameOf(other), socketIn(message));
   EXPECT_FALSE(Introduction::read(receiveOn(other).get()));
 
   // There the names begin with the same numbers.
@@ -132,8 +135,7 @@ TEST_F(Introductions, AreWorthNothingToAnotherReceiverAndOnAnotherBus) {
   ASSERT_EQ(nameOf(twin), nameOf(receiver));
   const Descriptor again = Introduction::send(sender.get(), nameOf(receiver));
   const auto second = receive();
-  ASSERT_GT(sd_bus_message_read(second.get(), "h", &socket), 0);
-  pass(thief, nameOf(twin), socket);
+  pass(thief, nameOf(twin), socketIn(second));
   EXPECT_FALSE(Introduction::read(receiveOn(twin).get()));
 }
 

@@ -105,6 +105,15 @@ struct OwnScope : testing::Test {
     EXPECT_EQ(host->call("diagnose"), "none");
   }
 
+  // Starts one that ends at once, so that nothing shows that it has checked in.
+  void expectLogAtAShortStart(const std::string& text) {
+    scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
+    const auto host = scene.start(scene.makeHost("Host", "1.0", ownScope));
+    host->call("share");
+    host->process().waitForLog(text);
+    scene.transcript().waitFor({"started version 1.0"});
+  }
+
   Scene scene;
 };
 
@@ -170,20 +179,12 @@ TEST_F(OwnScope, NoManagerIsStartedForIt) {
 TEST_F(OwnScope, NoBusAtAllLeavesIt) {
   scene.environment().erase("DBUS_SESSION_BUS_ADDRESS");
   scene.environment().erase("XDG_RUNTIME_DIR");
-  scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";  // nothing shows that it has checked in
-  const auto host = scene.start(scene.makeHost("Host", "1.0", ownScope));
-  host->call("share");
-  host->process().waitForLog("stays in the unit of the host: ");
-  scene.transcript().waitFor({"started version 1.0"});
+  expectLogAtAShortStart("stays in the unit of the host: ");
 }
 
 TEST_F(OwnScope, IsGivenToAHelperAgentThatEndsAtOnce) {
   const auto manager = standIn("done");
-  scene.environment()["QBDKR_PROBE_MODE"] = "exit-at-once";
-  const auto host = scene.start(scene.makeHost("Host", "1.0", ownScope));
-  host->call("share");
-  host->process().waitForLog(" runs in a scope of its own, ");
-  scene.transcript().waitFor({"started version 1.0"});
+  expectLogAtAShortStart(" runs in a scope of its own, ");
 }
 
 TEST_F(OwnScope, RefusalLeavesIt) {

@@ -276,8 +276,8 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
   take({BusMessage(sd_bus_message_ref(message)), std::nullopt, 0});
 }
 
-// It comes before the first event of its sender, or after one that reached this process before the
-// sender knew of it. Without a proxy nobody needs it.
+// Takes an introduction before the first event of its sender, or after one that was on its way
+// while the name got this owner. Ignores it without a proxy: the bus tells the process then.
 void BusReceiver::receiveIntroduction(sd_bus_message* message) {
   if (!handler_.isSet() || !isBehindProxy_ || newcomers() >= mostNewcomers) return;
   auto introduction = Introduction::read(message);

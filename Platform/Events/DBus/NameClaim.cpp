@@ -85,8 +85,8 @@ UniqueBus NameClaim::open() {
   return bus;
 }
 
-// Lets the bus answer. Nothing else is handled here: nobody sends to a name that has no owner.
-// False if the connection has ended.
+// Reads the connection until the bus has answered the claim. No event comes before that: the name
+// has no owner yet. False if the connection has ended.
 bool NameClaim::process(sd_bus* bus, Clock::time_point deadline) {
   int done = 0;
   while (done >= 0 && isAwaited()) {

@@ -20,9 +20,9 @@ class NameClaim {
   // openSessionBus() does.
   [[nodiscard]] std::optional<UniqueBus> take();
 
-  // Waits until the bus has answered the claim. Opens the connection if nobody has, and calls the
-  // function when it can be taken. Returns at the deadline, and at once if there is no bus. Any
-  // thread, the main one only while it has no connection.
+  // Waits until the bus has answered the claim. If there is no connection, opens one first, and
+  // calls whenOpen at the end. Returns at the deadline, and at once without a bus. Any thread, the
+  // main one only while it has no connection.
   void await(std::chrono::steady_clock::time_point deadline, const std::function<void()>& whenOpen);
 
   // Tells that the connection that was taken is closed, or could not be had. Closes one that was
