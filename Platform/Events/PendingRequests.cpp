@@ -79,6 +79,11 @@ bool PendingRequests::beginSending(PendingRequest& request) {
   return true;
 }
 
+bool PendingRequests::isOver(const PendingRequest& request) const {
+  const std::lock_guard lock(mutex_);
+  return request.isOver_;
+}
+
 std::uint64_t PendingRequests::lastNumber() const {
   const std::lock_guard lock(mutex_);
   return lastNumber_;
@@ -124,13 +129,19 @@ void PendingRequests::expire(Clock::time_point now) noexcept {
   }
 }
 
-void PendingRequests::finishThose(Requests& requests, OSErr status) noexcept {
+void PendingRequests::finishThose(Requests& requests, OSErr status,
+                                  const Condition& isAffected) noexcept {
+  bool isAny = false;
   {
     const std::lock_guard lock(mutex_);
-    if (requests.empty()) return;
-    while (!requests.empty()) finishLocked(*requests.front(), {status, {}});
+    for (auto next = requests.begin(); next != requests.end();) {
+      PendingRequest& request = **next++;
+      if (isAffected && !isAffected(request)) continue;
+      finishLocked(request, {status, {}});
+      isAny = true;
+    }
   }
-  wake_();
+  if (isAny) wake_();
 }
 
 PendingRequests::Clock::time_point PendingRequests::nextDeadline() const {

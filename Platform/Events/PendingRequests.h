@@ -91,15 +91,20 @@ class PendingRequests {
   [[nodiscard]] Request firstUnsent() const;
   // Takes a request off those to be sent. False if it is over: it must not be sent.
   [[nodiscard]] bool beginSending(PendingRequest& request);
+  [[nodiscard]] bool isOver(const PendingRequest& request) const;
   [[nodiscard]] bool hasUnsent() const { return unsentCount_ > 0; }
   // Count the requests in their order: the last one that was added, and the first to be sent.
   [[nodiscard]] std::uint64_t lastNumber() const;
   [[nodiscard]] std::uint64_t firstUnsentNumber() const;
 
-  // End the requests whose deadline has passed; those that wait for their answer; those to be sent.
+  // End the requests whose deadline has passed; those that wait for their answer, all or some;
+  // those to be sent.
   void expire(Clock::time_point now) noexcept;
-  void finishSent(OSErr status) noexcept { finishThose(sent_, status); }
-  void finishUnsent(OSErr status) noexcept { finishThose(unsent_, status); }
+  using Condition = std::function<bool(const PendingRequest&)>;  // called under the mutex
+  void finishSent(OSErr status, const Condition& isAffected = {}) noexcept {
+    finishThose(sent_, status, isAffected);
+  }
+  void finishUnsent(OSErr status) noexcept { finishThose(unsent_, status, {}); }
 
   // Returns the next deadline; time_point::max() without one.
   [[nodiscard]] Clock::time_point nextDeadline() const;
@@ -116,7 +121,7 @@ class PendingRequests {
 
   void finish(PendingRequest& request, RPCTransport::Answer answer) noexcept;
   bool finishLocked(PendingRequest& request, RPCTransport::Answer answer) noexcept;
-  void finishThose(Requests& requests, OSErr status) noexcept;
+  void finishThose(Requests& requests, OSErr status, const Condition& isAffected) noexcept;
   void move(PendingRequest& request, Requests& to) noexcept;
   [[nodiscard]] OSErr refusalLocked(const PendingRequest& request) const;
 

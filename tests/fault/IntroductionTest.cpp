@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Platform/Events/DBus/Introduction.h"
+#include "support/BusConnection.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
 #include "support/Patience.h"
@@ -26,24 +27,6 @@
 
 namespace qbdkr::test {
 namespace {
-
-std::string nameOf(const UniqueBus& connection) {
-  const char* name = "";
-  sd_bus_get_unique_name(connection.get(), &name);
-  return name;
-}
-
-// Returns a connection that has its name.
-UniqueBus connectionTo(const PrivateBus& bus) {
-  sd_bus* made = nullptr;
-  if (sd_bus_new(&made) < 0) throw std::runtime_error("no connection");
-  UniqueBus connection(made);
-  if (sd_bus_set_address(made, bus.address().c_str()) < 0 || sd_bus_set_bus_client(made, 1) < 0 ||
-      sd_bus_start(made) < 0 || nameOf(connection).empty()) {
-    throw std::runtime_error("no connection to the bus");
-  }
-  return connection;
-}
 
 std::string idOf(const UniqueBus& connection) {
   sd_id128_t id{};

@@ -5,6 +5,7 @@
 #include <signal.h>
 
 #include <chrono>
+#include <map>
 #include <string>
 #include <utility>
 #include <vector>
@@ -21,7 +22,10 @@ namespace {
 
 // One host and its helper agent.
 struct Asking : Scene {
-  Asking() : host(startAndShare(makeHost("Host", "1.0"))) {}
+  explicit Asking(const std::map<std::string, std::string>& variables = {}) {
+    for (const auto& [name, value] : variables) environment()[name] = value;
+    host = startAndShare(makeHost("Host", "1.0"));
+  }
 
   [[nodiscard]] std::string event(const std::string& words) const {
     return ' ' + helperID() + " Probe " + words;
@@ -120,7 +124,7 @@ TEST(LimitedRequest, DeathOfTheHelperAgentEndsItAtOnce) {
 }
 
 TEST(LimitedRequest, DeathOfTheBusEndsItAtOnceAndTheNextBusIsUsed) {
-  Asking scene;
+  Asking scene(std::map<std::string, std::string>{{"QBDKR_DIRECT", "0"}});
   const auto waiting = scene.host->begin("wait-within 60000" + scene.event("wait"));
   scene.transcript().waitFor({"Probe wait"});
   scene.bus().kill();
@@ -152,7 +156,7 @@ TEST(LimitedRequest, StuckBusHoldsUpNeitherTheCallNorTheDeadline) {
 }
 
 TEST(LimitedRequest, BusThatStopsLaterHoldsUpNeitherTheCallNorTheDeadline) {
-  Asking scene;
+  Asking scene(std::map<std::string, std::string>{{"QBDKR_DIRECT", "0"}});
   EXPECT_EQ(withoutTime(scene.host->call("start-on main -" + scene.event("echo: x"))),
             "0 x main-thread outside");
   ::kill(scene.bus().daemonProcess(), SIGSTOP);

@@ -21,6 +21,7 @@
 #include <array>
 #include <chrono>
 #include <cstdlib>
+#include <map>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -67,8 +68,35 @@ void waitForRelease() {
   }
 }
 
+// Checks that the numbers under each key come one after the other.
+class Sequences {
+ public:
+  void take(const std::string& key, long number) {
+    long& last = last_[key];
+    if (number != last + 1) ++faults_;
+    last = number;
+  }
+
+  [[nodiscard]] std::string summary() const {
+    std::string text = std::to_string(faults_) + " faults";
+    for (const auto& [key, last] : last_) text += ", " + key + ' ' + std::to_string(last);
+    return text;
+  }
+
+ private:
+  std::map<std::string, long> last_;
+  unsigned faults_ = 0;
+};
+
+Sequences& sequences() {
+  static auto& instance = *new Sequences;
+  return instance;
+}
+
 std::string answer(const std::string& method, const std::vector<std::string>& arguments) {
   if (method == "echo:" && !arguments.empty()) return arguments.front();
+  if (method == "sequences") return sequences().summary();
+  if (method == "text:" && !arguments.empty()) return std::string(std::stoul(arguments[0]), 'x');
   if (method == "summary") return qbdkr::test::summary(arguments);
   if (method == "isNotFirstStart") return "not-the-first";
   if (method == "who:") return std::to_string(getpid()) + ' ' + version();
@@ -80,6 +108,10 @@ std::optional<std::string> handle(const qbdkr::RPCEvent& event,
                                   const std::optional<std::string>& sender) {
   static const std::string mode = environment("QBDKR_PROBE_MODE");
   const std::string method = event.methodName.value_or("");
+  if (method == "next::" && event.arguments.size() >= 2) {  // too many to be recorded
+    sequences().take(event.arguments[0], std::stol(event.arguments[1]));
+    return event.arguments[1];
+  }
   record("call " + event.className.value_or("") + ' ' + method + " from " +
          sender.value_or("nobody") + qbdkr::test::shown(event.arguments));
   if (method == "wait" || (mode == "mute" && method == "clientIDFormHelper")) waitForRelease();

@@ -47,6 +47,7 @@
 #include "support/LimitedRequests.h"
 #include "support/Patience.h"
 #include "support/ProbeText.h"
+#include "support/Sequence.h"
 #include "support/SteadyLoad.h"
 #include "support/Storm.h"
 
@@ -611,6 +612,8 @@ const std::map<std::string, Command>& commands() {
       {"bundle", [](const Words&) { return qbdkr::Bundle::main().bundlePath(); }},
       {"send", [](const Words& words) { return std::to_string(Message(words).post()); }},
       {"ask", asked},
+      {"sequence", qbdkr::test::sequence},
+      {"post-until-refused", qbdkr::test::postUntilRefused},
       {"ask-summary", askedForSummary},
       {"ask-on-main",
        [](const Words& words) {

@@ -3,6 +3,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <cstdlib>
 #include <stdexcept>
 
 #include "support/ProcessEnd.h"
@@ -22,6 +23,7 @@ Scene::Scene(const BusPolicy& busPolicy, const std::string& identifierSuffix)
   environment_["DBUS_SESSION_BUS_ADDRESS"] = bus_.address();
   environment_["QBDKR_PROBE_TRANSCRIPT"] = transcript_.path().string();
   environment_["ACME_TRANSCRIPT"] = transcript_.path().string();
+  if (const char* direct = std::getenv("QBDKR_DIRECT")) environment_["QBDKR_DIRECT"] = direct;
   environment_["QBDKR_PROBE_OWNER"] = std::to_string(getpid());
 }
 

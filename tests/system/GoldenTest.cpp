@@ -150,7 +150,10 @@ void setUsualModes(const fs::path& root) {
 }
 
 struct Golden : testing::Test {
-  Golden() { makeSampleFit(); }
+  Golden() {
+    scene.environment()["QBDKR_DIRECT"] = "0";  // what the monitor sees is all
+    makeSampleFit();
+  }
 
   // Turns supervision off, and removes the switches, which a first start adds.
   void makeSampleFit() const {

@@ -1,5 +1,6 @@
 #include "Platform/Events/DBus/BusReceiver.h"
 
+#include <fcntl.h>
 #include <time.h>
 
 #include <algorithm>
@@ -9,6 +10,7 @@
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/NeverDestroyed.h"
+#include "Platform/Events/DBus/DirectPermission.h"
 #include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Loop/MainThread.h"
 #include "Platform/Loop/NativeLoopLinux.h"
@@ -21,6 +23,7 @@ constexpr std::chrono::microseconds longestRetry = std::chrono::seconds(5);
 constexpr std::size_t mostSenders = 256;
 constexpr std::size_t mostForgotten = 4096;
 constexpr std::size_t mostNewcomers = 32;
+constexpr std::size_t mostDirectSenders = 64;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
 
@@ -102,6 +105,14 @@ const sd_bus_vtable BusReceiver::identityMethods[] = {
                              SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
 
+const sd_bus_vtable BusReceiver::directMethods[] = {
+    SD_BUS_VTABLE_START(0),
+    SD_BUS_METHOD_WITH_NAMES(rpc::connectMember, rpc::connectSignature, SD_BUS_PARAM(socket), "", ,
+                             BusReceiver::onOffer, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD(rpc::beginMember, "", "", BusReceiver::onBeginning,
+                  SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
+    SD_BUS_VTABLE_END};
+
 BusReceiver& BusReceiver::shared() {
   static NeverDestroyed receiver([] { return BusReceiver(); });
   return *receiver;
@@ -114,7 +125,11 @@ void BusReceiver::setHandler(RPCTransport::Handler handler) {
 
 void BusReceiver::removeHandler() {
   handler_.set(nullptr);
-  RunLoop::main().perform([this] { disconnect(); });
+  RunLoop::main().perform([this] {
+    closeDirect();
+    for (const auto& [name, sender] : senders_) dropParked(*sender);
+    disconnect();
+  });
 }
 
 void BusReceiver::awaitName(Clock::time_point deadline) {
@@ -163,6 +178,12 @@ bool BusReceiver::attach() {
     return false;
   }
   identity_.reset(identity);
+  sd_bus_slot* direct = nullptr;
+  if (sd_bus_add_object_vtable(bus, &direct, rpc::objectPath, rpc::directInterface, directMethods,
+                               this) < 0) {
+    return false;
+  }
+  direct_.reset(direct);
   isBehindProxy_ = leadsToProxy(bus);
   if (!diagnosis_.attach(bus)) return false;
   if (!watchDisconnection(bus, onDisconnected, this)) return false;
@@ -171,15 +192,22 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  senders_.clear();
+  // What a known sender sent is still handled.
+  for (const auto& [name, sender] : std::exchange(senders_, {})) {
+    sender->question.reset();
+    sender->watch.reset();
+    sender->isGone = true;
+    if (!sender->isKnown) dropParked(*sender);
+    if (sender->direct && (!sender->isKnown || !sender->direct->hasBegun())) endDirect(sender);
+  }
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
-  parking_ = {};
   isPaused_ = false;
   inquiry_.close();
   allRead_.reset();
   diagnosis_.detach();
+  direct_.reset();
   identity_.reset();
   delivery_.reset();
   object_.reset();
@@ -221,17 +249,19 @@ int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
-// Leaves further events on the bus.
+// Leaves further events on the bus, and in the direct connections.
 void BusReceiver::pause() {
   if (isPaused_) return;
   isPaused_ = true;
-  sd_bus_detach_event(bus_.get());
+  for (const auto& sender : directSenders_) sender->direct->setPaused(true);
+  if (bus_) sd_bus_detach_event(bus_.get());
 }
 
 void BusReceiver::resume() {
   if (!isPaused_ || parking_.isFull()) return;
   isPaused_ = false;
-  if (sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
+  for (const auto& sender : directSenders_) sender->direct->setPaused(false);
+  if (bus_ && sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
     reconnectLater();
 }
 
@@ -246,6 +276,20 @@ int BusReceiver::onQuestion(sd_bus_message* message, void* self, sd_bus_error*) 
 
 int BusReceiver::onIntroduction(sd_bus_message* message, void* self, sd_bus_error*) {
   dropExceptions([&] { static_cast<BusReceiver*>(self)->receiveIntroduction(message); });
+  return 1;
+}
+
+int BusReceiver::onOffer(sd_bus_message* message, void* self, sd_bus_error*) {
+  try {
+    static_cast<BusReceiver*>(self)->receiveOffer(message);
+  } catch (...) {  // nothing may unwind through the bus library
+    refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
+  }
+  return 1;
+}
+
+int BusReceiver::onBeginning(sd_bus_message* message, void* self, sd_bus_error*) {
+  dropExceptions([&] { static_cast<BusReceiver*>(self)->receiveBeginning(message); });
   return 1;
 }
 
@@ -266,14 +310,94 @@ void BusReceiver::receive(sd_bus_message* message) {
   if (!readNames(message, event, allowance) || !readArguments(message, event, allowance)) {
     return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
   }
-  take({BusMessage(sd_bus_message_ref(message)), std::move(event), allowance.used()});
+  Received received;
+  received.message.reset(sd_bus_message_ref(message));
+  received.event = std::move(event);
+  received.size = allowance.used();
+  take(std::move(received));
 }
 
 // The question is answered in its turn among the events of its sender: they come to their handler
 // before it, and so only when the sender is known.
 void BusReceiver::receiveQuestion(sd_bus_message* message) {
   if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
-  take({BusMessage(sd_bus_message_ref(message)), std::nullopt, 0});
+  Received question;
+  question.message.reset(sd_bus_message_ref(message));
+  take(std::move(question));
+}
+
+// Takes one end of a pair of sockets. The events that come on it count as those of this sender,
+// whom the bus has told.
+void BusReceiver::receiveOffer(sd_bus_message* message) {
+  const char* name = sd_bus_message_get_sender(message);
+  int socket = -1;
+  if (!handler_.isSet() || !mayConnectDirectly() || name == nullptr ||
+      sd_bus_message_read(message, rpc::connectSignature, &socket) <= 0 ||
+      !direct::isEndOfPair(socket)) {
+    return refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
+  }
+  auto sender = find(name);
+  if (!sender) sender = meet(name);
+  // The sender has left an earlier connection, or did not begin it.
+  if (sender && sender->direct) sender->direct->readToEnd();
+  if (sender && sender->direct && !sender->direct->hasBegun()) endDirect(sender);
+  Descriptor kept(::fcntl(socket, F_DUPFD_CLOEXEC, 0));
+  if (!sender || sender->direct || !kept || directSenders_.size() >= mostDirectSenders)
+    return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "no direct connection");
+  const std::weak_ptr<Sender> weak = sender;
+  sender->direct = std::make_shared<DirectPeer>(
+      std::move(kept),
+      [this, weak](direct::Request&& request) {
+        if (const auto from = weak.lock()) takeDirect(from, std::move(request));
+      },
+      [this, weak] {
+        if (const auto from = weak.lock()) endDirect(from);
+      });
+  directSenders_.insert(sender);
+  sd_bus_reply_method_return(message, "");
+}
+
+// The sender's events go to the direct connection from here on.
+void BusReceiver::receiveBeginning(sd_bus_message* message) {
+  const char* name = sd_bus_message_get_sender(message);
+  const auto sender = name == nullptr ? nullptr : find(name);
+  if (!sender || !sender->direct) return;
+  if (!sender->direct->begin()) return endDirect(sender);
+  sender->direct->setPaused(isPaused_);
+}
+
+void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& request) {
+  lastPresence_ = Clock::now();
+  Received received;
+  received.direct = sender->direct;
+  received.serial = request.serial;
+  received.expectsAnswer = request.expectsAnswer;
+  received.event = std::move(request.event);
+  received.size = request.size;
+  park(sender, std::move(received));
+}
+
+void BusReceiver::endDirect(const SharedSender& sender) {
+  const auto ended = std::exchange(sender->direct, nullptr);
+  directSenders_.erase(sender);
+  lastPresence_ = Clock::now();
+  if (lostSince_) lostSince_ = lastPresence_;
+  forgetIfGone(sender);
+  if (!bus_ && directSenders_.empty() && onLost_) RunLoop::main().perform(onLost_);
+}
+
+// Ends all direct connections, and drops what came on them.
+void BusReceiver::closeDirect() {
+  for (const auto& sender : std::exchange(directSenders_, {})) {
+    dropParked(*sender);
+    if (const auto closed = std::exchange(sender->direct, nullptr)) closed->close();
+  }
+}
+
+void BusReceiver::readAllDirect() {
+  for (const auto& sender : std::set(directSenders_)) {
+    if (sender->direct) sender->direct->readToEnd();
+  }
 }
 
 // Takes an introduction before the first event of its sender, or after one that was on its way
@@ -283,47 +407,55 @@ void BusReceiver::receiveIntroduction(sd_bus_message* message) {
   auto introduction = Introduction::read(message);
   if (!introduction) return;
   const char* name = sd_bus_message_get_sender(message);
-  const auto found = senders_.find(std::string_view(name));
-  if (found == senders_.end()) {
+  const auto sender = find(name);
+  if (!sender) {
     meet(name, std::move(introduction));
     return;
   }
-  Sender& sender = found->second;
-  if (sender.bundleID || sender.isIntroduced) return;
-  sender.isKnown = false;
-  sender.isIntroduced = true;
-  sender.question = inquire(name, std::move(introduction));
-  if (!sender.question) settle(name, std::nullopt);
+  if (sender->bundleID || sender->isIntroduced) return;
+  sender->isKnown = false;
+  sender->isIntroduced = true;
+  sender->question = inquire(name, std::move(introduction));
+  if (!sender->question) settle(name, std::nullopt);
 }
 
 // Counts the senders whose introductions are looked into: each holds a descriptor.
 std::size_t BusReceiver::newcomers() const {
   return static_cast<std::size_t>(std::ranges::count_if(senders_, [](const auto& entry) {
-    return entry.second.isIntroduced && entry.second.question != nullptr;
+    return entry.second->isIntroduced && entry.second->question != nullptr;
   }));
 }
 
 void BusReceiver::take(Received&& received) {
   lastPresence_ = Clock::now();
   if (const char* name = sd_bus_message_get_sender(received.message.get()); name != nullptr) {
-    const auto known = senders_.find(std::string_view(name));
-    Sender* sender = known != senders_.end() ? &known->second : meet(name);
-    if (sender != nullptr) return park(name, *sender, std::move(received));
+    auto sender = find(name);
+    if (!sender) sender = meet(name);
+    // A sender that has left its direct connection for the bus sends nothing more on that one.
+    if (sender && sender->direct) sender->direct->readToEnd();
+    if (sender) return park(sender, std::move(received));
   }
   // Its sender cannot be asked for.
   const auto kept = std::make_shared<Received>(std::move(received));
   RunLoop::main().perform([this, kept] { handle(*kept, std::nullopt); });
 }
 
+BusReceiver::SharedSender BusReceiver::find(std::string_view name) const {
+  const auto found = senders_.find(name);
+  return found == senders_.end() ? nullptr : found->second;
+}
+
 // Adds a new sender; null if the bus cannot be asked for it.
-BusReceiver::Sender* BusReceiver::meet(const char* name, std::optional<Introduction> introduction) {
+BusReceiver::SharedSender BusReceiver::meet(const char* name,
+                                            std::optional<Introduction> introduction) {
   if (senders_.size() >= mostSenders) forgetSenders();
-  Sender sender;
-  sender.isIntroduced = introduction.has_value();
-  sender.question = inquire(name, std::move(introduction));
-  if (!sender.question) return nullptr;
-  sender.watch = watch(bus::ownerMatch(name), onSenderGone);
-  return &senders_.emplace(name, std::move(sender)).first->second;
+  auto sender = std::make_shared<Sender>();
+  sender->isIntroduced = introduction.has_value();
+  sender->question = inquire(name, std::move(introduction));
+  if (!sender->question) return nullptr;
+  sender->watch = watch(bus::ownerMatch(name), onSenderGone);
+  senders_.emplace(name, sender);
+  return sender;
 }
 
 std::unique_ptr<PeerInquiry::Question> BusReceiver::inquire(
@@ -344,54 +476,58 @@ BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onC
 }
 
 // While the sender's queue holds events and the sender is known, a task waits to handle the first.
-void BusReceiver::park(const char* name, Sender& sender, Received&& received) {
+void BusReceiver::park(const SharedSender& sender, Received&& received) {
   const std::size_t size = received.size;
-  if (sender.isSettled()) {
-    RunLoop::main().perform([this, peer = std::string(name)] { handleParked(peer); });
+  if (sender->isKnown && sender->parked.empty()) {
+    RunLoop::main().perform([this, sender] { handleParked(sender); });
   }
-  sender.parked.push_back(std::move(received));
+  sender->parked.push_back(std::move(received));
   parking_.take(size);
   if (parking_.isFull()) pause();
 }
 
 void BusReceiver::settle(std::string_view name, std::optional<std::string> bundleID) {
-  const auto found = senders_.find(name);
-  if (found == senders_.end()) return;
-  RunLoop::main().perform([this, peer = std::string(name)] { handleParked(peer); });
-  found->second.bundleID = std::move(bundleID);
-  found->second.isKnown = true;
+  const auto sender = find(name);
+  if (!sender) return;
+  RunLoop::main().perform([this, sender] { handleParked(sender); });
+  sender->bundleID = std::move(bundleID);
+  sender->isKnown = true;
 }
 
 // Handles the first event of those parked for a sender; the loop's other work gets its turn before
 // the next one. The handler may take turns of the loop, which handle later events and forget
 // senders.
-void BusReceiver::handleParked(std::string_view name) {
-  const auto found = senders_.find(name);
-  if (found == senders_.end()) return;
-  Sender& sender = found->second;
-  if (!sender.isKnown) return;
-  sender.question.reset();
-  if (sender.parked.empty()) {
-    if (sender.isGone) senders_.erase(found);  // it only introduced itself
-    return;
-  }
-  if (sender.parked.size() > 1) {
-    RunLoop::main().perform([this, peer = found->first] { handleParked(peer); });
-  }
-  const Received received = std::move(sender.parked.front());
-  sender.parked.pop_front();
+void BusReceiver::handleParked(const SharedSender& sender) {
+  if (!sender->isKnown) return;
+  sender->question.reset();
+  if (sender->parked.empty()) return forgetIfGone(sender);  // it only introduced itself
+  if (sender->parked.size() > 1) RunLoop::main().perform([this, sender] { handleParked(sender); });
+  const Received received = std::move(sender->parked.front());
+  sender->parked.pop_front();
   parking_.giveBack(received.size);
-  const auto bundleID = sender.bundleID;
-  if (sender.isGone && sender.parked.empty()) senders_.erase(found);
+  const auto bundleID = sender->bundleID;
+  forgetIfGone(sender);
   resume();
   handle(received, bundleID);
+}
+
+void BusReceiver::forgetIfGone(const SharedSender& sender) {
+  if (!sender->isGone || !sender->isSettled()) return;
+  std::erase_if(senders_, [&](const auto& entry) { return entry.second == sender; });
+}
+
+void BusReceiver::dropParked(Sender& sender) {
+  for (const Received& received : std::exchange(sender.parked, {})) parking_.giveBack(received.size);
 }
 
 void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {
   if (received.event) {
     const auto answer = handler_.handle(*received.event, sender);
-    reply(received.message.get(), answer);
+    if (!received.direct) reply(received.message.get(), answer);
+    if (received.direct && received.expectsAnswer) received.direct->answer(received.serial, answer);
     relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));
+  } else if (received.direct) {
+    received.direct->answerQuestion(received.serial);
   } else {
     sd_bus_reply_method_return(received.message.get(), "");
   }
@@ -407,8 +543,12 @@ int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*
   const auto found = senders.find(std::string_view(name));
   if (found == senders.end()) return 0;
   receiver.lastPresence_ = Clock::now();
-  found->second.isGone = true;
-  if (found->second.isSettled()) senders.erase(found);
+  const SharedSender sender = found->second;
+  sender->isGone = true;
+  dropExceptions([&] {
+    if (sender->direct && !sender->direct->hasBegun()) receiver.endDirect(sender);
+    receiver.forgetIfGone(sender);
+  });
   return 0;
 }
 
@@ -416,7 +556,7 @@ void BusReceiver::forgetSenders() {
   watchForgotten();
   const bool isFull = senders_.size() >= mostForgotten;
   std::erase_if(senders_, [this, isFull](const auto& entry) {
-    if (!entry.second.isSettled() || (entry.second.isIntroduced && !isFull)) return false;
+    if (!entry.second->isSettled() || (entry.second->isIntroduced && !isFull)) return false;
     if (forgottenWatch_ && forgotten_.size() < mostForgotten) {
       forgotten_.insert(entry.first);
     } else {
@@ -449,8 +589,10 @@ RPCTransport::Standing BusReceiver::standing() {
   if (!onLost_) return {};
   if (retry_) connect();
   RPCTransport::Standing standing;
-  if (senders_.empty() && forgotten_.empty() && !isCrowded_) standing.idleSince = lastPresence_;
-  if (!bus_) standing.lostSince = lostSince_;
+  if (senders_.empty() && directSenders_.empty() && forgotten_.empty() && !isCrowded_)
+    standing.idleSince = lastPresence_;
+  // A peer that has a direct connection is there, whatever became of the bus.
+  if (!bus_ && directSenders_.empty()) standing.lostSince = lostSince_;
   return standing;
 }
 
@@ -462,16 +604,21 @@ void BusReceiver::whenHandled(std::function<void()> done) {
     sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
                              "GetId", onAllRead, this, "");
   }
-  if (slot == nullptr) return RunLoop::main().perform(std::move(done));
   allRead_.reset(slot);
-  isAllRead_ = false;
+  isAllRead_ = slot == nullptr;
   onHandled_ = std::move(done);
+  if (!isAllRead_) return;
+  readAllDirect();
+  callHandled();
 }
 
 int BusReceiver::onAllRead(sd_bus_message*, void* self, sd_bus_error*) {
   auto& receiver = *static_cast<BusReceiver*>(self);
   receiver.isAllRead_ = true;
-  dropExceptions([&] { receiver.callHandled(); });
+  dropExceptions([&] {
+    receiver.readAllDirect();
+    receiver.callHandled();
+  });
   return 0;
 }
 

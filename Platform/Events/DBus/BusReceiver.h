@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "Platform/Events/DBus/DiagnosisService.h"
+#include "Platform/Events/DBus/DirectPeer.h"
 #include "Platform/Events/DBus/MemoryRelief.h"
 #include "Platform/Events/DBus/NameClaim.h"
 #include "Platform/Events/DBus/PeerInquiry.h"
@@ -46,6 +47,10 @@ class ParkingSpace {
 // backlog into memory. The events of a new sender are parked until it is known, while those of
 // others are handled. No event is handled inside a callback of the bus library, which could then
 // not be used by a handler that takes turns of the run loop.
+//
+// A sender that the bus has told of may go on sending on a direct connection. Its events wait in
+// the one row with those from the bus, in the order in which they are read. Direct connections, and
+// the events of known senders, outlive the connection to the bus.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -73,10 +78,13 @@ class BusReceiver {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // An event, and its message, which is answered. Without an event it is the question whether those
-  // before it were taken.
+  // An event, and where its answer goes: to the message from the bus, or to the direct connection.
+  // Without an event it is the question whether those before it were taken.
   struct Received {
     BusMessage message;
+    std::shared_ptr<DirectPeer> direct;
+    direct::Serial serial = 0;
+    bool expectsAnswer = true;
     std::optional<RPCEvent> event;
     std::size_t size = 0;
   };
@@ -93,9 +101,11 @@ class BusReceiver {
     BusSlot watch;
     bool isGone = false;
     bool isIntroduced = false;  // which it is once: it is not forgotten as long as there is room
+    std::shared_ptr<DirectPeer> direct;
 
-    [[nodiscard]] bool isSettled() const { return isKnown && parked.empty(); }
+    [[nodiscard]] bool isSettled() const { return isKnown && parked.empty() && !direct; }
   };
+  using SharedSender = std::shared_ptr<Sender>;
 
   BusReceiver() = default;
 
@@ -110,16 +120,25 @@ class BusReceiver {
   void receive(sd_bus_message* message);
   void receiveQuestion(sd_bus_message* message);
   void receiveIntroduction(sd_bus_message* message);
+  void receiveOffer(sd_bus_message* message);
+  void receiveBeginning(sd_bus_message* message);
   void take(Received&& received);
+  void takeDirect(const SharedSender& sender, direct::Request&& request);
   [[nodiscard]] std::size_t newcomers() const;
-  Sender* meet(const char* name, std::optional<Introduction> introduction = {});
+  SharedSender find(std::string_view name) const;
+  SharedSender meet(const char* name, std::optional<Introduction> introduction = {});
   std::unique_ptr<PeerInquiry::Question> inquire(const char* name,
                                                  std::optional<Introduction> introduction);
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
-  void park(const char* name, Sender& sender, Received&& received);
+  void park(const SharedSender& sender, Received&& received);
   void settle(std::string_view name, std::optional<std::string> bundleID);
-  void handleParked(std::string_view name);
+  void handleParked(const SharedSender& sender);
   void handle(const Received& received, const std::optional<std::string>& sender);
+  void dropParked(Sender& sender);
+  void forgetIfGone(const SharedSender& sender);
+  void endDirect(const SharedSender& sender);
+  void closeDirect();
+  void readAllDirect();
   void forgetSenders();
   void watchForgotten();
   void callHandled();
@@ -127,6 +146,8 @@ class BusReceiver {
   static int onCall(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onQuestion(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onIntroduction(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onOffer(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onBeginning(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onForgottenGone(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -135,6 +156,7 @@ class BusReceiver {
   static const sd_bus_vtable methods[];
   static const sd_bus_vtable deliveryMethods[];
   static const sd_bus_vtable identityMethods[];
+  static const sd_bus_vtable directMethods[];
 
   RPCHandler handler_;
   DiagnosisService diagnosis_;
@@ -145,9 +167,11 @@ class BusReceiver {
   BusSlot object_;
   BusSlot delivery_;
   BusSlot identity_;
+  BusSlot direct_;
   bool isBehindProxy_ = false;
   PeerInquiry inquiry_;
-  std::map<std::string, Sender, std::less<>> senders_;  // by unique name
+  std::map<std::string, SharedSender, std::less<>> senders_;  // by unique name
+  std::set<SharedSender> directSenders_;                      // those with a direct connection
   ParkingSpace parking_;
   bool isPaused_ = false;
   MemoryRelief relief_;

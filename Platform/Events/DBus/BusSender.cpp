@@ -19,6 +19,7 @@
 #include "Platform/Events/DBus/BusAnswer.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
+#include "Platform/Events/DBus/DirectPermission.h"
 #include "Platform/Events/DBus/Introduction.h"
 #include "Platform/Events/DBus/SessionBus.h"
 
@@ -31,6 +32,9 @@ constexpr std::uint64_t withoutTimeOut = UINT64_MAX;  // as sd-bus takes it
 constexpr Clock::time_point forever = Clock::time_point::max();
 constexpr std::chrono::microseconds drainInterval(200);
 constexpr std::size_t mostOwners = 64;
+constexpr std::size_t mostLinks = 64;
+constexpr unsigned eventsBeforeOffer = 2;  // a process that sends one needs no more than the bus
+constexpr std::size_t mostUntaken = std::size_t{64} << 20U;  // bytes for a peer that takes nothing
 constexpr std::size_t mostFlushed = 4096;  // targets, as many as there can be known senders
 constexpr std::size_t largeText = std::size_t{1} << 20U;  // bytes worth giving back
 constexpr int mostMessagesPerSend = 1000;  // a flood from outside must not keep a sender busy
@@ -62,6 +66,14 @@ OSErr statusOfDelivery(sd_bus_message* answer) {
   return status == procNotFound || status == connectionInvalid ? OSErr{noErr} : status;
 }
 
+// What an event takes on its way, about.
+std::size_t sizeOf(const RPCEvent& event) {
+  constexpr std::size_t besides = 512;
+  std::size_t size = besides;
+  for (const std::string& text : event.arguments) size += text.size();
+  return size;
+}
+
 int appendText(sd_bus_message* message, const std::string& text) {
   return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
 }
@@ -77,30 +89,36 @@ int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) 
 }  // namespace
 
 OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
-  const std::string& identifier = target.bundleID;
   Lock lock(mutex_);
+  if (const auto link = linkTo(target); link && link->post(event)) return noErr;
+  return postOnBus(lock, target, event);
+}
+
+OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& event) {
+  const std::string& identifier = target.bundleID;
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
   // Nearly all posts of a process go to the same application.
-  if (!latest_ || !latest_->present || latest_->identifier != identifier) {
-    std::shared_ptr<Owner> owner;
+  std::shared_ptr<Owner> owner = latest_;
+  if (!owner || !owner->isTrusted() || owner->identifier != identifier) {
     if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
-    latest_ = std::move(owner);
+    latest_ = owner;
   }
-  std::string address;
+  std::string address = owner->name;
   if (target.directory) {
-    const std::shared_ptr<Owner> owner = latest_;
     const OSErr status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return status;
   }
-  if (address.empty()) address = latest_->name;
   introduce(identifier, address);
   if (!bus_) return connectionInvalid;
+  if (const auto link = linkTo(target); link && link->post(event)) return noErr;
+  if (const OSErr status = leaveLink(*owner, sizeOf(event)); status != noErr) return status;
   const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out
   const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
   if (sent < 0) return failedToSend(sent);
   if (last != nullptr) *last = ++lastPost_;
+  offerLink(*owner, address);
   if (flush(lock)) return noErr;
   // A connection that is closed in the middle of a message delivers none of that message.
   const OSErr status = bus_ ? errAETimeout : connectionInvalid;
@@ -121,10 +139,12 @@ RPCTransport::Answer BusSender::ask(const RPCTarget& target, const RPCEvent& eve
 // which all of the bus is used.
 RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& event,
                                      std::size_t& size) {
+  Lock lock(mutex_);
+  Pending pending;
+  if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
   const std::string& identifier = target.bundleID;
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return {paramErr, {}};
-  Lock lock(mutex_);
   if (!connect(lock)) return {connectionInvalid, {}};
   std::string address = *name;
   if (target.directory) {
@@ -135,17 +155,34 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   }
   introduce(identifier, address);
   if (!bus_) return {connectionInvalid, {}};
+  if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
+  const auto owner = ownerOf(identifier, *name);
+  if (const OSErr status = leaveLink(*owner, sizeOf(event)); status != noErr) return {status, {}};
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
   const BusMessage message = newCall(address, event);
   if (!message) return {paramErr, {}};
-  Pending pending;
   sd_bus_slot* slot = nullptr;
   const int sent =
       sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, withoutTimeOut);
   if (sent < 0) return {failedToSend(sent), {}};
   const BusSlot owned(slot);
+  offerLink(*owner, address);
   if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
   return readAnswer(pending.reply.get(), size);
+}
+
+bool BusSender::askDirectly(const RPCTarget& target, const RPCEvent& event, Pending& pending) {
+  const auto link = linkTo(target);
+  if (!link) return false;
+  if (!link->isAwaited()) wakeReader();
+  return link->ask(event, onDirectReply, &pending);
+}
+
+// Waits for the answer, or for the end of the direct connection, whatever becomes of the bus.
+RPCTransport::Answer BusSender::awaitDirect(Lock& lock, Pending& pending, std::size_t& size) {
+  while (!pending.done) runUntil(lock, forever, [&] { return pending.done; });
+  size = pending.size;
+  return *std::move(pending.direct);
 }
 
 // Returns where the last post to an address is counted; null if too many addresses are.
@@ -159,11 +196,14 @@ std::uint64_t* BusSender::lastPostTo(const std::string& address) {
 // before the first answer is awaited.
 OSErr BusSender::flush(Clock::time_point deadline) {
   Lock lock(mutex_);
-  if (!posts_.empty() && Clock::now() >= deadline) return errAETimeout;
-  OSErr status = std::exchange(hasLostPosts_, false) ? connectionInvalid : noErr;
-  if (posts_.empty()) return status;
-  const Bus bus = bus_;  // outlives the slots below, whatever becomes of the connection
   std::list<Delivery> deliveries;
+  const bool isInTime = Clock::now() < deadline;
+  const bool hasDirectPosts = std::ranges::any_of(links_, &DirectLink::hasPosts);
+  if ((!posts_.empty() || hasDirectPosts) && !isInTime) return errAETimeout;
+  if (hasDirectPosts) askLinksWhetherTaken(deliveries);
+  OSErr status = std::exchange(hasLostPosts_, false) ? connectionInvalid : noErr;
+  const Bus bus = bus_;  // outlives the slots below, whatever becomes of the connection
+  const bool asksBus = !posts_.empty();
   for (const auto& [address, last] : posts_) {
     Delivery& delivery = deliveries.emplace_back();
     delivery.address = address;
@@ -172,16 +212,19 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     if (sent < 0) {
       status = failedToSend(sent);
       hasLostPosts_ = false;  // the status says it
+      forgetQuestions(deliveries);
       return status;
     }
   }
   auto next = deliveries.begin();
-  const bool isAnswered = runUntil(lock, deadline, [&] {
-    while (next != deliveries.end() && next->answer.done) ++next;
+  const auto isAnswered = [&] {
+    while (next != deliveries.end() && (next->answer.done || (!next->link && bus_ != bus))) ++next;
     return next == deliveries.end();
-  });
+  };
+  while (!isAnswered() && Clock::now() < deadline) runUntil(lock, deadline, isAnswered);
+  forgetQuestions(deliveries);
   // The bus library answers the questions itself when the connection ends.
-  if (bus_ != bus || sd_bus_is_ready(bus.get()) <= 0) {
+  if (asksBus && (bus_ != bus || sd_bus_is_ready(bus.get()) <= 0)) {
     if (bus_ == bus) disconnect();
     hasLostPosts_ = false;
     return connectionInvalid;
@@ -190,9 +233,36 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     const OSErr outcome = settle(delivery);
     if (status == noErr) status = outcome;
   }
-  if (isAnswered) return status;
+  if (isAnswered()) return status;
   hasLostPosts_ = status == connectionInvalid;  // to be said by a later one
   return errAETimeout;
+}
+
+// Asks on the direct connections. The bus takes over the question about one that was left.
+void BusSender::askLinksWhetherTaken(std::list<Delivery>& deliveries) {
+  for (const auto& link : links_) {
+    if (!link->hasPosts()) continue;
+    Delivery& delivery = deliveries.emplace_back();
+    delivery.lastPost = link->lastPost();
+    if (!link->isAwaited()) wakeReader();
+    if (link->askWhetherTaken(onDirectReply, &delivery.answer, delivery.serial)) {
+      delivery.link = link;
+      continue;
+    }
+    deliveries.pop_back();
+    if (link->isDraining() && link->isOfBus(bus_.get())) {
+      if (std::uint64_t* const last = lastPostTo(link->peer())) *last = ++lastPost_;
+    } else if (link->isDraining()) {
+      hasLostPosts_ = true;  // they may be taken, but nobody can be asked
+    }
+    link->notePostsTaken(link->lastPost());
+  }
+}
+
+void BusSender::forgetQuestions(const std::list<Delivery>& deliveries) {
+  for (const Delivery& delivery : deliveries) {
+    if (delivery.link && !delivery.answer.done) delivery.link->forget(delivery.serial);
+  }
 }
 
 int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
@@ -212,6 +282,10 @@ int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
 // Forgets the posts that a target took. Later ones to it stay known.
 OSErr BusSender::settle(const Delivery& delivery) {
   if (!delivery.answer.done) return noErr;
+  if (delivery.link) {  // the end of the connection is that of its target
+    delivery.link->notePostsTaken(static_cast<direct::Serial>(delivery.lastPost));
+    return noErr;
+  }
   const OSErr status = statusOfDelivery(delivery.answer.reply.get());
   const auto known = posts_.find(delivery.address);
   if (status == noErr && known != posts_.end() && known->second == delivery.lastPost) {
@@ -246,6 +320,7 @@ bool BusSender::open() {
   ++generation_;
   wasGreeted_ = false;
   greetingDeadline_ = Clock::now() + busPatience;
+  wakeReader();  // it may read direct connections alone
   return true;
 }
 
@@ -254,6 +329,7 @@ bool BusSender::isGreeted() {
   if (sd_bus_is_ready(bus_.get()) <= 0) return false;
   wasGreeted_ = true;
   identify();
+  if (!links_.empty()) watchForWatchers();
   // The bus can be reached (again), which the receiver needs to know.
   dropExceptions([] { BusReceiver::shared().busAppeared(); });
   return true;
@@ -292,14 +368,22 @@ OSErr BusSender::failedToSend(int error) {
   return connectionInvalid;
 }
 
+// Ends the connection to the bus. Direct connections stay, and with them the records of those who
+// have them.
 void BusSender::disconnect() {
   latest_.reset();
-  owners_.clear();
+  std::erase_if(owners_, [](const auto& entry) { return !entry.second->hasOpenLink(); });
+  for (const auto& [identifier, owner] : owners_) owner->forgetBus();
+  watcherWatch_.reset();
+  watcherQuery_.reset();
+  isWatched_ = true;
   inquiry_.reset();
   if (!posts_.empty()) hasLostPosts_ = true;
   posts_.clear();
   bus_.reset();
-  requests_.finishSent(connectionInvalid);
+  requests_.finishSent(connectionInvalid, [](const PendingRequest& request) {
+    return !static_cast<const Started&>(request).link;
+  });
   // Those to be sent get another connection, unless this one never came about.
   if (!wasGreeted_) requests_.finishUnsent(connectionInvalid);
   ++generation_;
@@ -323,6 +407,11 @@ void BusSender::drain() {
 // Makes the waiting threads check again whether they are done.
 void BusSender::wakeOthers() {
   wakeWaiting();
+  wakeReader();
+}
+
+// Makes the thread that polls look again at what it is to poll.
+void BusSender::wakeReader() {
   if (!reading_) return;
   const std::uint64_t one = 1;
   [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
@@ -350,6 +439,7 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
   const std::uint64_t generation = generation_;
   const Bus bus = bus_;
   const bool isWorker = std::this_thread::get_id() == worker_;
+  bool isBusDue = false;
   while (!done()) {
     if (generation != generation_ || Clock::now() >= deadline) return false;
     if (reading_ && isWorker) {
@@ -368,35 +458,52 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
       --waiting_;
       continue;
     }
-    const int result = sd_bus_process(bus.get(), nullptr);
-    if (result < 0) {
-      disconnect();
-      return done();
-    }
-    if (result > 0) {
-      wakeOthers();
+    if (isBusDue) {
+      const int result = sd_bus_process(bus.get(), nullptr);
+      if (result < 0) {
+        disconnect();
+        return done();
+      }
+      isBusDue = result > 0;
+      if (isBusDue) wakeOthers();
       continue;
     }
-    std::array<pollfd, 3> events{{{sd_bus_get_fd(bus.get()), 0, 0},
-                                  {wake_.get(), POLLIN, 0},
-                                  {isWorker ? stir_.get() : -1, POLLIN, 0}}};
-    events[0].events = static_cast<short>(sd_bus_get_events(bus.get()));
-    const auto end = std::min(deadline, busDeadline(bus.get()));
+    auto end = deadline;
+    polled_ = {{-1, 0, 0}, {wake_.get(), POLLIN, 0}, {isWorker ? stir_.get() : -1, POLLIN, 0}};
+    if (bus) {
+      polled_[0] = {sd_bus_get_fd(bus.get()), static_cast<short>(sd_bus_get_events(bus.get())), 0};
+      end = std::min(deadline, busDeadline(bus.get()));
+    }
+    for (const auto& link : links_) {
+      if (link->isAwaited()) polled_.push_back({link->descriptor(), POLLIN, 0});
+    }
     reading_ = true;
     lock.unlock();
-    ::poll(events.data(), isWorker ? 3 : 2, pollTimeout(end));
+    const int ready = ::poll(polled_.data(), polled_.size(), pollTimeout(end));
     lock.lock();
     reading_ = false;
+    isBusDue = bus && (ready == 0 || polled_[0].revents != 0);
     std::uint64_t ignored = 0;
-    if (events[1].revents != 0) {
+    if (polled_[1].revents != 0) {
       [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
     }
-    if (events[2].revents != 0) {
+    if (polled_[2].revents != 0) {
       [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
       isStirred_ = true;
     }
+    const bool isLinkDue = std::any_of(polled_.begin() + 3, polled_.end(),
+                                       [](const pollfd& event) { return event.revents != 0; });
+    if (isLinkDue) readLinks();
   }
   return true;
+}
+
+// Takes what came in on the direct connections. Each has one packet at a time.
+void BusSender::readLinks() {
+  for (const auto& link : links_) {
+    if (link->isAwaited()) link->read();
+  }
+  wakeWaiting();
 }
 
 BusSender::BusSender() : requests_([this] { stir(); }) {}
@@ -472,8 +579,9 @@ void BusSender::awaitNews(Lock& lock) {
   isStirred_ = false;
   if (!bus_ && requests_.hasUnsent()) return;  // sends on a new connection
   auto deadline = requests_.nextDeadline();
-  if (!bus_ || !requests_.hasOpen()) return awaitStir(lock, deadline);
-  const bool waitsForGreeting = !wasGreeted_;
+  const bool awaitsLinks = std::ranges::any_of(links_, &DirectLink::isAwaited);
+  if ((!bus_ && !awaitsLinks) || !requests_.hasOpen()) return awaitStir(lock, deadline);
+  const bool waitsForGreeting = bus_ && !wasGreeted_;
   if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
   if (inquiry_) deadline = std::min(deadline, inquiry_->deadline());
   runUntil(lock, deadline, [&] {
@@ -490,6 +598,8 @@ void BusSender::complete(Lock& lock, const PendingRequests::Requests& finished) 
     auto& started = static_cast<Started&>(*request);
     started.slot.reset();
     started.bus.reset();
+    if (started.link) started.link->forget(started.serial);
+    started.link.reset();
     largest = std::max(largest, started.size);
   }
   lock.unlock();
@@ -512,24 +622,28 @@ bool BusSender::sendEarlier(Lock& lock) {
 
 // Sends the requests that were started, as far as that needs no waiting.
 void BusSender::sendStarted() {
-  if (!requests_.hasUnsent()) return;
-  if (bus_) drain();
-  if (!bus_ && !open()) return requests_.finishUnsent(connectionInvalid);
-  if (!isGreeted()) {
-    if (Clock::now() >= greetingDeadline_) disconnect();
-    return;
-  }
-  while (bus_) {
-    const auto first = requests_.firstUnsent();
-    if (!first) return;
+  bool hasNoBus = false;
+  while (const auto first = requests_.firstUnsent()) {
+    auto& request = static_cast<Started&>(*first);
     try {
+      if (sendDirectly(request)) continue;
+      if (bus_) drain();
+      if (!bus_ && !hasNoBus) hasNoBus = !open();
+      if (hasNoBus) {
+        request.finish({connectionInvalid, {}});
+        continue;
+      }
+      if (!isGreeted()) {
+        if (Clock::now() >= greetingDeadline_) disconnect();
+        return;
+      }
       std::string address;
-      const auto status = findAddress(first->target(), address);
-      if (!status) return;
+      const auto status = findAddress(request.target(), address);
+      if (!status || !bus_) return;
       if (*status != noErr) {
-        first->finish({*status, {}});
-      } else if (requests_.beginSending(*first)) {
-        sendStarted(static_cast<Started&>(*first), address);
+        request.finish({*status, {}});
+      } else if (!sendDirectly(request) && requests_.beginSending(request)) {
+        sendStarted(request, address);
       }
     } catch (const std::exception&) {  // no memory
       first->finish({paramErr, {}});
@@ -537,9 +651,24 @@ void BusSender::sendStarted() {
   }
 }
 
+// Sends a request on the direct connection to its target. False if there is none for it.
+bool BusSender::sendDirectly(Started& request) {
+  const auto link = openLinkTo(request.target());
+  if (!link || requests_.isOver(request)) return false;
+  if (!link->isAwaited()) wakeReader();
+  if (!link->ask(request.event(), onDirectAnswer, &request, &request.serial)) return false;
+  request.link = link;
+  if (requests_.beginSending(request)) request.forgetEvent();
+  return true;
+}
+
 void BusSender::sendStarted(Started& request, const std::string& address) {
   introduce(request.target().bundleID, address);
   if (!bus_) return request.finish({connectionInvalid, {}});
+  const std::string& identifier = request.target().bundleID;
+  const auto owner = ownerOf(identifier, busNameOfIdentifier(identifier).value_or(address));
+  if (const OSErr status = leaveLink(*owner, sizeOf(request.event())); status != noErr)
+    return request.finish({status, {}});
   const BusMessage message = newCall(address, request.event());
   if (!message) return request.finish({paramErr, {}});
   request.bus = bus_;
@@ -549,6 +678,7 @@ void BusSender::sendStarted(Started& request, const std::string& address) {
   request.slot.reset(slot);
   if (sent < 0) return request.finish({failedToSend(sent), {}});
   request.forgetEvent();
+  offerLink(*owner, address);
 }
 
 // Returns the status, and stores the address that an event for a target goes to. Absent while the
@@ -562,6 +692,7 @@ std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string
   if (const OSErr status = watchOwner(target.bundleID, owner); status != noErr) return status;
   if (owner->approved && owner->approved->directory == *target.directory) {
     address = owner->approved->address;
+    owner->approveLink();
     return noErr;
   }
   if (inquiry_ && !inquiry_->isAbout(*name, *target.directory)) inquiry_.reset();
@@ -578,17 +709,20 @@ std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string
   address = inquiry_->address();
   if (*outcome == noErr && owner->changes == inquiryChanges_) {
     owner->approved = Approved{*target.directory, address};
+    owner->approveLink();
   }
   inquiry_.reset();
   return outcome;
 }
 
 // Trusts only the record of a present owner, because the bus tells when it goes. Always asks about
-// an absent one: the news of an owner may have reached another connection first.
+// an absent one: the news of an owner may have reached another connection first. Asks, too, when a
+// direct connection tells of the end of a process before the bus does.
 OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
                            std::shared_ptr<Owner>& owner) {
   if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
-  if (owner->present) return noErr;
+  if (owner->isTrusted()) return noErr;
+  if (owner->link && owner->link->isClosed()) owner->link.reset();
   OwnerQuery query{owner, {}, {}, false};
   const OSErr status = send(query);
   return status == noErr ? await(lock, query) : status;
@@ -638,6 +772,7 @@ OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
                               const std::string& directory, std::string& address) {
   if (owner->approved && owner->approved->directory == directory) {
     address = owner->approved->address;
+    owner->approveLink();
     return noErr;
   }
   const Bus bus = bus_;
@@ -650,35 +785,171 @@ OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
   address = inquiry.address();
   if (outcome == noErr && owner->changes == changes) {
     owner->approved = Approved{directory, address};
+    owner->approveLink();
   }
   return outcome;
 }
 
-// Finds the record of an owner, or makes one and watches the name from now on.
+// Finds the record of an owner, or makes one.
+std::shared_ptr<BusSender::Owner> BusSender::ownerOf(const std::string& identifier,
+                                                     const std::string& name) {
+  if (const auto known = owners_.find(identifier); known != owners_.end()) return known->second;
+  if (owners_.size() >= mostOwners) {
+    latest_.reset();
+    std::erase_if(owners_, [](const auto& entry) { return !entry.second->hasOpenLink(); });
+  }
+  auto owner = std::make_shared<Owner>();
+  owner->identifier = identifier;
+  owner->name = name;
+  owners_.emplace(identifier, owner);
+  return owner;
+}
+
+// Finds the record of an owner, and watches the name from now on.
 OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
-  if (const auto known = owners_.find(identifier); known != owners_.end()) {
+  const auto known = owners_.find(identifier);
+  if (known != owners_.end() && known->second->watch) {
     owner = known->second;
     return noErr;
   }
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return paramErr;
-  if (owners_.size() >= mostOwners) {
-    latest_.reset();
-    owners_.clear();
-  }
-  owner = std::make_shared<Owner>();
-  owner->identifier = identifier;
-  owner->name = *name;
-  sd_bus_slot* watch = nullptr;
+  owner = ownerOf(identifier, *name);
+  return watch(*owner) ? noErr : connectionInvalid;
+}
+
+bool BusSender::watch(Owner& owner) {
+  if (owner.watch) return true;
+  sd_bus_slot* slot = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(*name).c_str(), onOwnerChanged,
-                             ignore, owner.get()) < 0) {
+  if (sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(owner.name).c_str(),
+                             onOwnerChanged, ignore, &owner) < 0) {
     disconnect();
-    return connectionInvalid;
+    return false;
   }
-  owner->watch.reset(watch);
-  owners_.emplace(identifier, owner);
+  owner.watch.reset(slot);
+  return true;
+}
+
+// --- Direct connections
+
+// Returns the open direct connection to a target; null if there is none, or it was not found that
+// the target's executable lies in its directory.
+std::shared_ptr<DirectLink> BusSender::openLinkTo(const RPCTarget& target) {
+  const Owner* owner = latest_.get();
+  if (owner == nullptr || owner->identifier != target.bundleID) {
+    const auto known = owners_.find(target.bundleID);
+    owner = known == owners_.end() ? nullptr : known->second.get();
+  }
+  if (owner == nullptr || !owner->link || !owner->link->isOpen()) return nullptr;
+  if (target.directory && !owner->link->isApprovedFor(*target.directory)) return nullptr;
+  return owner->link;
+}
+
+// Returns it if the caller's event may go there now: what was started before comes first.
+std::shared_ptr<DirectLink> BusSender::linkTo(const RPCTarget& target) {
+  if (links_.empty()) return nullptr;
+  if (bus_) drain();
+  if (requests_.hasUnsent()) sendStarted();
+  return requests_.hasUnsent() ? nullptr : openLinkTo(target);
+}
+
+// Sees to it that an event can go over the bus: no order is lost, and no peer that takes nothing is
+// sent more and more.
+OSErr BusSender::leaveLink(Owner& owner, std::size_t size) {
+  if (!owner.link) return noErr;
+  if (owner.link->isOpen()) owner.hadLink = true;
+  owner.link->leave();
+  // By the name that this process has on a later bus, the peer does not know whose event this is.
+  if (owner.link->isDraining()) {
+    owner.hadLink = true;
+    if (!owner.link->isOfBus(bus_.get())) owner.link->read();
+    if (owner.link->isDraining() && !owner.link->isOfBus(bus_.get())) return errAETimeout;
+  }
+  // One that never took a connection may be one that answers no such offer.
+  if (!owner.link->isOffered() || !owner.hadLink) return noErr;
+  if (owner.untaken + size > mostUntaken) return errAETimeout;
+  owner.untaken += size;
   return noErr;
+}
+
+// Offers the owner of a name a direct connection, if it does not have one and did not refuse one.
+void BusSender::offerLink(Owner& owner, const std::string& address) {
+  if (owner.link && (owner.link->isOffered() || owner.link->isRefused())) return;
+  if (++owner.events < eventsBeforeOffer || !mayConnectDirectly()) return;
+  owner.events = eventsBeforeOffer;
+  std::erase_if(links_, [](const auto& link) { return link->isOver(); });
+  if (links_.size() >= mostLinks) return;
+  watchForWatchers();
+  if (isWatched_ || !bus_ || !watch(owner)) return;
+  auto link = DirectLink::offer(bus_, address);
+  if (!link) return;
+  links_.push_back(link);
+  owner.link = std::move(link);
+  owner.untaken = 0;
+}
+
+// Asks whether somebody watches the bus, and watches for that. Until the answer, somebody may.
+void BusSender::watchForWatchers() {
+  if (watcherWatch_ || !bus_) return;
+  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+  sd_bus_slot* watch = nullptr;
+  sd_bus_slot* query = nullptr;
+  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(rpc::watchName).c_str(),
+                             onWatcherChanged, ignore, this) < 0) {
+    return;
+  }
+  watcherWatch_.reset(watch);
+  if (sd_bus_call_method_async(bus_.get(), &query, bus::service, bus::objectPath,
+                               bus::interfaceName, "NameHasOwner", onWatcher, this, "s",
+                               rpc::watchName) >= 0) {
+    watcherQuery_.reset(query);
+  }
+}
+
+int BusSender::onWatcher(sd_bus_message* message, void* self, sd_bus_error*) {
+  int present = 0;
+  if (sd_bus_message_is_method_error(message, nullptr) > 0 ||
+      sd_bus_message_read(message, "b", &present) <= 0) {
+    return 1;
+  }
+  static_cast<BusSender*>(self)->setWatched(present != 0);
+  return 1;
+}
+
+int BusSender::onWatcherChanged(sd_bus_message* message, void* self, sd_bus_error*) {
+  const char* after = nullptr;
+  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
+    static_cast<BusSender*>(self)->setWatched(*after != '\0');
+  }
+  return 0;
+}
+
+void BusSender::setWatched(bool isWatched) {
+  isWatched_ = isWatched;
+  if (!isWatched) return;
+  for (const auto& link : links_) {
+    if (link->isOffered()) link->close();
+    link->leave();
+  }
+}
+
+bool BusSender::Owner::isTrusted() const { return present && !(link && link->isClosed()); }
+
+bool BusSender::Owner::hasOpenLink() const { return link && link->isOpen(); }
+
+void BusSender::Owner::approveLink() {
+  if (hasOpenLink() && approved && approved->address == link->peer())
+    link->approveFor(approved->directory);
+}
+
+// The bus tells of this owner no more.
+void BusSender::Owner::forgetBus() {
+  watch.reset();
+  present = false;
+  ++changes;
+  introduction = {};
+  approved.reset();
 }
 
 bool BusSender::isWritten() const {
@@ -716,6 +987,19 @@ BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {
   return complete ? std::move(message) : nullptr;
 }
 
+void BusSender::onDirectReply(RPCTransport::Answer answer, std::size_t size, void* pending) {
+  auto& call = *static_cast<Pending*>(pending);
+  call.direct = std::move(answer);
+  call.size = size;
+  call.done = true;
+}
+
+void BusSender::onDirectAnswer(RPCTransport::Answer answer, std::size_t size, void* started) {
+  auto& request = *static_cast<Started*>(started);
+  request.size = size;
+  request.finish(std::move(answer));
+}
+
 int BusSender::onReply(sd_bus_message* message, void* pending, sd_bus_error*) {
   auto& call = *static_cast<Pending*>(pending);
   call.reply.reset(sd_bus_message_ref(message));
@@ -749,6 +1033,10 @@ int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error
     changed.approved.reset();
     changed.introduction = {};
     ++changed.changes;
+    changed.events = 0;
+    changed.hadLink = false;
+    if (changed.link) changed.link->leave();
+    changed.link.reset();
   }
   return 0;
 }

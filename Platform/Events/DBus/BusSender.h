@@ -1,19 +1,23 @@
 #pragma once
 
+#include <poll.h>
 #include <sys/types.h>
 
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
+#include <list>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
 #include <thread>
+#include <vector>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Events/DBus/DirectLink.h"
 #include "Platform/Events/DBus/OwnerInquiry.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Events/PendingRequests.h"
@@ -31,6 +35,10 @@ namespace qbdkr {
 // Requests that were started are sent, and their deadlines minded, by a thread that is made for the
 // first one. A thread that posts or asks first sends those that were started before. In a forked
 // child an object of the parent is not used any more.
+//
+// An application that is sent more than one event is offered a direct connection, which takes the
+// events for it from then on and outlives the connection to the bus. One of the threads that wait
+// reads all connections.
 class BusSender {
  public:
   class Question;
@@ -65,7 +73,9 @@ class BusSender {
 
   // A method call in progress; lives on the stack of the thread that waits for it.
   struct Pending {
-    BusMessage reply;
+    BusMessage reply;                            // from the bus
+    std::optional<RPCTransport::Answer> direct;  // or by the direct connection
+    std::size_t size = 0;                        // of that one's text
     bool done = false;
   };
   // A question to a target, whether it has taken what was posted to it.
@@ -74,6 +84,8 @@ class BusSender {
     std::uint64_t lastPost = 0;
     Pending answer;
     BusSlot slot;
+    std::shared_ptr<DirectLink> link;  // empty if the bus was asked
+    direct::Serial serial = 0;
   };
   // The connection of an owner whose executable was found in a directory.
   struct Approved {
@@ -84,9 +96,18 @@ class BusSender {
   struct Owner {
     std::string identifier;
     std::string name;
-    BusSlot watch;
+    BusSlot watch;  // empty if the connection to the bus does not tell of it
     bool present = false;
     std::uint64_t changes = 0;
+    unsigned events = 0;  // over the bus; not counted further than matters
+    std::shared_ptr<DirectLink> link;
+    bool hadLink = false;     // the present owner takes direct connections
+    std::size_t untaken = 0;  // bytes sent over the bus since it was offered another one
+
+    [[nodiscard]] bool isTrusted() const;
+    [[nodiscard]] bool hasOpenLink() const;
+    void approveLink();
+    void forgetBus();
     Descriptor introduction;           // to the present owner, behind a proxy
     std::optional<Approved> approved;  // of the present owner
   };
@@ -95,6 +116,8 @@ class BusSender {
     using PendingRequest::PendingRequest;
     Bus bus;  // outlives the slot
     BusSlot slot;
+    std::shared_ptr<DirectLink> link;  // or the direct connection, and the number there
+    direct::Serial serial = 0;
     std::size_t size = 0;  // of the reply's text
   };
   // A question for the owner of a name, in progress. Lives and ends under the lock.
@@ -108,11 +131,15 @@ class BusSender {
   BusSender();
 
   RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
+  OSErr postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& event);
+  bool askDirectly(const RPCTarget& target, const RPCEvent& event, Pending& pending);
+  RPCTransport::Answer awaitDirect(Lock& lock, Pending& pending, std::size_t& size);
   bool connect(Lock& lock);
   bool open();
   bool isGreeted();
   bool sendEarlier(Lock& lock);
   void sendStarted();
+  bool sendDirectly(Started& request);
   void sendStarted(Started& request, const std::string& address);
   std::optional<OSErr> findAddress(const RPCTarget& target, std::string& address);
   bool startWorker();
@@ -126,6 +153,7 @@ class BusSender {
   void disconnect();
   void drain();
   void wakeOthers();
+  void wakeReader();
   OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
   OSErr send(OwnerQuery& query);
   OSErr await(Lock& lock, const OwnerQuery& query);
@@ -134,7 +162,18 @@ class BusSender {
   OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
+  std::shared_ptr<Owner> ownerOf(const std::string& identifier, const std::string& name);
+  bool watch(Owner& owner);
   void introduce(const std::string& identifier, const std::string& address);
+  std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
+  std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
+  OSErr leaveLink(Owner& owner, std::size_t size);
+  void offerLink(Owner& owner, const std::string& address);
+  void watchForWatchers();
+  void setWatched(bool isWatched);
+  void readLinks();
+  void askLinksWhetherTaken(std::list<Delivery>& deliveries);
+  static void forgetQuestions(const std::list<Delivery>& deliveries);
   BusMessage newCall(const std::string& name, const RPCEvent& event);
   std::uint64_t* lastPostTo(const std::string& address);
   int askWhetherTaken(sd_bus* bus, Delivery& delivery);
@@ -145,6 +184,10 @@ class BusSender {
   bool readUntil(Lock& lock, Clock::time_point deadline, Done done);
   void wakeWaiting();
 
+  static void onDirectReply(RPCTransport::Answer answer, std::size_t size, void* pending);
+  static void onDirectAnswer(RPCTransport::Answer answer, std::size_t size, void* started);
+  static int onWatcher(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onWatcherChanged(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
   static int onAnswer(sd_bus_message* message, void* started, sd_bus_error* error);
   static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
@@ -167,6 +210,11 @@ class BusSender {
   Clock::time_point lastDrain_;
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them
+  std::vector<std::shared_ptr<DirectLink>> links_;        // those that may have answers to come
+  BusSlot watcherWatch_;
+  BusSlot watcherQuery_;
+  bool isWatched_ = true;  // somebody watches the bus, or may: no direct connection then
+  std::vector<pollfd> polled_;  // by the thread that reads
   // The last post to each address of which no flush knows yet that it was taken.
   std::map<std::string, std::uint64_t> posts_;
   std::uint64_t lastPost_ = 0;

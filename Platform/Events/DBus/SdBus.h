@@ -42,6 +42,13 @@ inline constexpr const char* flushMember = "Flush";
 inline constexpr const char* identityInterface = "QBHP.Identity1";
 inline constexpr const char* introduceMember = "Introduce";
 inline constexpr const char* introduceSignature = "h";
+// On the same object: takes the end of a direct connection, and is told when that begins.
+inline constexpr const char* directInterface = "QBHP.Direct1";
+inline constexpr const char* connectMember = "Connect";
+inline constexpr const char* connectSignature = "h";
+inline constexpr const char* beginMember = "Begin";
+// While this name has an owner, events travel on the bus alone, where they can be watched.
+inline constexpr const char* watchName = "QBHP.Watch1";
 // On the same object: answers with the diagnosis of the process.
 inline constexpr const char* diagnosisInterface = "QBHP.Diagnosis1";
 inline constexpr const char* textMember = "Text";

@@ -1,0 +1,204 @@
+#include "Platform/Events/DBus/DirectLink.h"
+
+#include <sys/socket.h>
+
+#include <utility>
+
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Events/DBus/BusAnswer.h"
+
+namespace qbdkr {
+namespace {
+
+using Kind = direct::PacketReader::Packet::Kind;
+
+// Makes a call of the interface by which connections are offered. Null on failure.
+BusMessage newCall(sd_bus* bus, const char* name, const char* member) {
+  sd_bus_message* made = nullptr;
+  if (sd_bus_message_new_method_call(bus, &made, name, rpc::objectPath, rpc::directInterface,
+                                     member) < 0) {
+    return nullptr;
+  }
+  BusMessage message(made);
+  return sd_bus_message_set_auto_start(made, 0) < 0 ? nullptr : std::move(message);
+}
+
+// Tells whether an event may fit into a packet, without writing it.
+bool mayFit(const RPCEvent& event) {
+  std::size_t size = event.className ? event.className->size() : 0;
+  if (event.methodName) size += event.methodName->size();
+  for (const std::string& text : event.arguments) size += text.size();
+  return size <= direct::largestPacket;
+}
+
+RPCTransport::Answer answerOf(const direct::Answer& answer) {
+  if (!answer.error.empty()) {
+    const std::string name(answer.error);
+    const sd_bus_error error{name.c_str(), nullptr, 0};
+    return {statusOfError(&error), std::nullopt};
+  }
+  if (answer.result.size() > mostEventContent) return {errAEEventNotHandled, std::nullopt};
+  return {noErr, std::string(answer.result)};
+}
+
+}  // namespace
+
+std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
+                                              const std::string& name) {
+  auto sockets = direct::makeSocketPair();
+  if (!sockets) return nullptr;
+  const Descriptor given = std::move(sockets->given);
+  auto link = std::make_shared<DirectLink>(std::move(bus), *std::move(sockets));
+  const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
+  sd_bus_slot* slot = nullptr;
+  if (!message ||
+      sd_bus_message_append(message.get(), rpc::connectSignature, given.get()) < 0 ||
+      sd_bus_call_async(link->bus_.get(), &slot, message.get(), onAgreement, link.get(),
+                        UINT64_MAX) < 0) {
+    return nullptr;
+  }
+  link->offer_.reset(slot);
+  return link;
+}
+
+DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, direct::SocketPair sockets)
+    : bus_(std::move(bus)), socket_(std::move(sockets.kept)) {}
+
+int DirectLink::onAgreement(sd_bus_message* reply, void* self, sd_bus_error*) {
+  auto& link = *static_cast<DirectLink*>(self);
+  link.state_ = State::refused;  // if memory runs out
+  dropExceptions([&] { link.takeAgreement(reply); });
+  if (link.state_ == State::refused) link.socket_ = {};
+  return 1;
+}
+
+// The last message on the bus goes to the process that agreed, whoever has the name by now.
+void DirectLink::takeAgreement(sd_bus_message* reply) {
+  const char* sender = sd_bus_message_get_sender(reply);
+  if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sender == nullptr) return;
+  peer_ = sender;
+  const BusMessage message = newCall(bus_.get(), sender, rpc::beginMember);
+  if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0 ||
+      sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
+    return;
+  }
+  state_ = State::open;
+}
+
+bool DirectLink::post(const RPCEvent& event) {
+  const auto serial = nextSerial();
+  if (!write(serial, false, event) || !pass()) return false;
+  lastPost_ = serial;
+  return true;
+}
+
+bool DirectLink::ask(const RPCEvent& event, OnAnswer onAnswer, void* user,
+                     direct::Serial* serial) {
+  const auto number = nextSerial();
+  if (!write(number, true, event)) return false;
+  await(number, onAnswer, user);
+  if (!pass(number)) return false;
+  if (serial != nullptr) *serial = number;
+  return true;
+}
+
+bool DirectLink::askWhetherTaken(OnAnswer onAnswer, void* user, direct::Serial& serial) {
+  serial = nextSerial();
+  direct::writeFlush(message_, serial);
+  await(serial, onAnswer, user);
+  return pass(serial);
+}
+
+// Writes the message for an event. One that is too large for the connection goes over the bus, as
+// does one that the bus is to refuse.
+bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event) {
+  const bool isWritten =
+      mayFit(event) && direct::writeCall(message_, serial, expectsAnswer, event);
+  if (isWritten && message_.size() <= direct::largestPacket) return true;
+  leave();
+  return false;
+}
+
+// Passes the message on, to which an answer may be awaited. A peer with no room has it on the bus,
+// where there is more.
+bool DirectLink::pass(direct::Serial awaited) {
+  const auto passing =
+      isOpen() ? direct::passPacket(socket_.get(), message_) : direct::Passing::full;
+  if (passing != direct::Passing::done) forget(awaited);  // before the end calls for its answer
+  if (passing == direct::Passing::full) leave();
+  if (passing == direct::Passing::ended) close();
+  return passing == direct::Passing::done;
+}
+
+direct::Serial DirectLink::nextSerial() {
+  if (++serial_ == 0) ++serial_;
+  return serial_;
+}
+
+void DirectLink::await(direct::Serial serial, OnAnswer onAnswer, void* user) {
+  awaited_.insert_or_assign(serial, Awaited{onAnswer, user});
+}
+
+void DirectLink::read() {
+  const auto packet = packets_.next(socket_.get());
+  if (packet.kind == Kind::none) return;
+  bool isGood = packet.kind == Kind::bytes;
+  // Without memory for an answer there is none.
+  if (isGood) isGood = [&] {
+    try {
+      return take(packet.bytes);
+    } catch (const std::exception&) {
+      return false;
+    }
+  }();
+  if (!isGood) close();
+}
+
+// Takes an answer, or a part of one. False if it breaks the contract.
+bool DirectLink::take(std::string_view bytes) {
+  if (partialSize_ == 0) {
+    const auto size = direct::sizeOfAnswer(bytes);
+    if (!size) return false;
+    if (*size > bytes.size()) {
+      partialSize_ = *size;
+      partial_ = bytes;
+      return true;
+    }
+  } else {
+    partial_ += bytes;
+    if (partial_.size() < partialSize_) return true;
+    bytes = partial_;
+  }
+  const auto answer = direct::readAnswer(bytes);
+  if (!answer) return false;
+  const auto found = awaited_.find(answer->serial);
+  const Awaited awaited = found == awaited_.end() ? Awaited{} : found->second;
+  if (awaited.onAnswer != nullptr) {
+    auto taken = answerOf(*answer);
+    awaited_.erase(found);
+    awaited.onAnswer(std::move(taken), answer->result.size(), awaited.user);
+  }
+  partialSize_ = 0;
+  partial_ = {};
+  return true;
+}
+
+void DirectLink::leave() {
+  if (!isOpen()) return;
+  state_ = State::left;
+  ::shutdown(socket_.get(), SHUT_WR);
+}
+
+void DirectLink::close() {
+  if (state_ == State::closed) return;
+  state_ = State::closed;
+  offer_.reset();
+  // A forked child may hold the socket, which is to end for the peer all the same.
+  ::shutdown(socket_.get(), SHUT_RDWR);
+  socket_ = {};
+  for (const auto& [serial, awaited] : std::exchange(awaited_, {})) {
+    awaited.onAnswer({connectionInvalid, std::nullopt}, 0, awaited.user);
+  }
+}
+
+}  // namespace qbdkr

@@ -1,0 +1,151 @@
+#include "Platform/Events/DBus/DirectPeer.h"
+
+#include <sys/epoll.h>
+#include <sys/socket.h>
+
+#include <utility>
+
+#include "Platform/Base/DropExceptions.h"
+#include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Loop/NativeLoopLinux.h"
+
+namespace qbdkr {
+namespace {
+
+using Kind = direct::PacketReader::Packet::Kind;
+
+// One answer of any size may wait.
+constexpr std::size_t mostWaiting = mostEventContent;
+// A flood must not keep the main thread in one call.
+constexpr int mostPacketsAtOnce = 4096;
+
+}  // namespace
+
+DirectPeer::~DirectPeer() { close(); }
+
+bool DirectPeer::begin() {
+  if (hasBegun_) return true;
+  sd_event_source* made = nullptr;
+  if (sd_event_add_io(mainEventLoop(), &made, socket_.get(), EPOLLIN, onReady, this) < 0)
+    return false;
+  source_.reset(made);
+  hasBegun_ = true;
+  return true;
+}
+
+int DirectPeer::onReady(sd_event_source*, int, std::uint32_t, void* self) {
+  const auto peer = static_cast<DirectPeer*>(self)->shared_from_this();
+  dropExceptions([&] {
+    if (!peer->waiting_.empty()) peer->pass();
+    if (!peer->isPaused_) peer->readOne();
+  });
+  return 0;
+}
+
+// Watches the socket for what can be done. The loop tells of its end even if it is asked for
+// nothing.
+void DirectPeer::watch() {
+  if (!source_) return;
+  const std::uint32_t reading = hasEnded_ || isPaused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN);
+  const std::uint32_t writing = waiting_.empty() ? 0U : static_cast<std::uint32_t>(EPOLLOUT);
+  const std::uint32_t events = reading | writing;
+  sd_event_source_set_io_events(source_.get(), events);
+  sd_event_source_set_enabled(source_.get(), events == 0 ? SD_EVENT_OFF : SD_EVENT_ON);
+}
+
+void DirectPeer::readToEnd() {
+  const auto kept = shared_from_this();
+  for (int i = 0; i < mostPacketsAtOnce && readOne(); ++i) {
+  }
+}
+
+// False if there was nothing to be read.
+bool DirectPeer::readOne() {
+  if (!hasBegun_ || hasEnded_) return false;
+  const auto packet = packets_.next(socket_.get());
+  if (packet.kind == Kind::none) return false;
+  auto request = packet.kind == Kind::bytes ? direct::readRequest(packet.bytes) : std::nullopt;
+  if (request) {
+    taker_(*std::move(request));
+    return true;
+  }
+  if (packet.kind == Kind::bytes) ::shutdown(socket_.get(), SHUT_RDWR);  // it broke the contract
+  end();
+  return false;
+}
+
+void DirectPeer::end() {
+  hasEnded_ = true;
+  watch();
+  taker_ = nullptr;
+  if (const auto onEnd = std::exchange(onEnd_, nullptr)) onEnd();
+}
+
+void DirectPeer::setPaused(bool isPaused) {
+  isPaused_ = isPaused;
+  watch();
+}
+
+void DirectPeer::answer(direct::Serial request, const RPCTransport::Answer& answer) {
+  switch (answer.status) {
+    case noErr:
+      direct::writeResult(message_, request, answer.result ? *answer.result : std::string_view());
+      break;
+    case errAEEventNotHandled:
+      direct::writeError(message_, request, SD_BUS_ERROR_UNKNOWN_METHOD);
+      break;
+    default: direct::writeError(message_, request, SD_BUS_ERROR_FAILED);
+  }
+  send();
+}
+
+void DirectPeer::answerQuestion(direct::Serial request) {
+  direct::writeResult(message_, request, {});
+  send();
+}
+
+void DirectPeer::send() {
+  if (!socket_) return;
+  if (waiting_.empty() && message_.size() <= direct::largestPacket) {
+    const auto passing = direct::passPacket(socket_.get(), message_);
+    if (passing != direct::Passing::full) return;  // a sender that is gone needs no answer
+  }
+  if (!waiting_.empty() && waitingBytes_ + message_.size() > mostWaiting) return close();
+  waitingBytes_ += message_.size();
+  waiting_.push_back(std::exchange(message_, {}));
+  pass();
+}
+
+// Passes on as much of the answers that wait as the socket takes.
+void DirectPeer::pass() {
+  while (socket_ && !waiting_.empty()) {
+    const std::string_view answer = waiting_.front();
+    const auto packet = answer.substr(passed_, direct::largestPacket);
+    const auto passing = direct::passPacket(socket_.get(), packet);
+    if (passing == direct::Passing::ended) return close();
+    if (passing == direct::Passing::full) break;
+    passed_ += packet.size();
+    if (passed_ < answer.size()) continue;
+    waitingBytes_ -= answer.size();
+    passed_ = 0;
+    waiting_.pop_front();
+  }
+  watch();
+  // This object may end here, unless the caller has it.
+  if (waiting_.empty()) {
+    self_.reset();
+  } else {
+    self_ = shared_from_this();
+  }
+}
+
+void DirectPeer::close() {
+  hasEnded_ = true;
+  source_.reset();
+  waiting_.clear();
+  ::shutdown(socket_.get(), SHUT_RDWR);
+  socket_ = {};
+  self_.reset();
+}
+
+}  // namespace qbdkr

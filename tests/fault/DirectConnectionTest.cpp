@@ -1,0 +1,348 @@
+// Sends on direct connections, past the bus: kills and stops what takes part, changes the way while
+// events are sent, and offers connections that are none.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <array>
+#include <chrono>
+#include <cstdio>
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "Platform/Events/DBus/DirectMessage.h"
+#include "Platform/Events/DBus/DirectSocket.h"
+#include "support/BusConnection.h"
+#include "support/BusMonitor.h"
+#include "support/Patience.h"
+#include "support/Peer.h"
+#include "support/ProbeText.h"
+#include "support/Scene.h"
+
+namespace qbdkr::test {
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+// A host and its helper agent, between which direct connections are allowed.
+struct Direct : Scene {
+  Direct() {
+    environment()["QBDKR_DIRECT"] = "1";
+    host = startAndShare(makeHost("Host", "1.0"));
+  }
+
+  [[nodiscard]] std::string event(const std::string& words) const {
+    return ' ' + helperID() + " Probe " + words;
+  }
+
+  // Sends until the events have left the bus.
+  void connect() {
+    for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("ask" + event("echo: x")), "0 x");
+  }
+
+  [[nodiscard]] std::string sequences() { return host->call("ask" + event("sequences")); }
+
+  std::unique_ptr<HostProcess> host;
+};
+
+std::string summaryOf(unsigned threads, unsigned count) {
+  std::string text = "0 faults";
+  for (unsigned i = 0; i < threads; ++i)
+    text += ", key-" + std::to_string(i) + ' ' + std::to_string(count);
+  return "0 " + encoded(text);
+}
+
+TEST(DirectConnection, EventsLeaveTheBus) {
+  Direct scene;
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  scene.connect();
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(scene.host->call("send" + scene.event("note: quiet")), "0");
+  scene.fence(*scene.host);
+  EXPECT_EQ(scene.transcript().count("quiet"), 20U);
+  const auto conversation = monitor.conversation({}, [](const auto&, const auto& texts) {
+    const bool isNote = texts.size() > 1 && texts[1] == "note:";
+    return isNote ? std::optional<std::string>("notes") : std::nullopt;
+  });
+  EXPECT_EQ(conversation.find("note:"), std::string::npos) << conversation;
+}
+
+TEST(DirectConnection, VariableKeepsEventsOnTheBus) {
+  Scene scene;
+  scene.environment()["QBDKR_DIRECT"] = "0";
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x"), "0");
+  monitor.waitForCalls("note:", 20);
+}
+
+TEST(DirectConnection, KeyKeepsEventsOnTheBus) {
+  Scene scene;
+  scene.environment()["QBDKR_DIRECT"] = "1";
+  const auto host =
+      scene.startAndShare(scene.makeHost("Host", "1.0", {{"Direct connections", "0"}}));
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x"), "0");
+  monitor.waitForCalls("note:", 20);
+}
+
+TEST(DirectConnection, OrderHoldsWhileTheWayChanges) {
+  Direct scene;
+  constexpr unsigned count = 5000;
+  constexpr unsigned threads = 4;
+  const auto running = scene.host->begin("sequence " + scene.helperID() + ' ' +
+                                         std::to_string(count) + ' ' + std::to_string(threads));
+  // While this name has an owner, all events go over the bus.
+  unsigned changes = 0;
+  while (!scene.host->hasFinished(running)) {
+    const auto watcher = connectionTo(scene.bus());
+    ASSERT_GE(sd_bus_request_name(watcher.get(), rpc::watchName, 0), 0);
+    ++changes;
+  }
+  EXPECT_EQ(scene.host->finish(running, longPatience), "ok");
+  EXPECT_GE(changes, 10U);
+  EXPECT_EQ(scene.sequences(), summaryOf(threads, count));
+}
+
+TEST(DirectConnection, RequestsGoOnWithoutTheBus) {
+  Direct scene;
+  scene.connect();
+  const auto waiting = scene.host->begin("ask" + scene.event("wait"));
+  scene.transcript().waitFor({"Probe wait"});
+  scene.bus().kill();
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: later"), soon), "0");
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
+  ::kill(scene.helperProcess(), SIGUSR1);
+  EXPECT_EQ(scene.host->finish(waiting), "0 ~");
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: y"), soon), "0 y");
+  EXPECT_EQ(scene.host->call("wait-within 5000" + scene.event("echo: z"), soon).substr(0, 4), "0 z ");
+  EXPECT_EQ(scene.host->call("flush 5000", soon), "-609") << "posts of the bus may be lost";
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  EXPECT_EQ(scene.host->call("flush 5000", soon), "0");
+  EXPECT_EQ(scene.transcript().count("later"), 1U);
+  // Others need the bus.
+  EXPECT_EQ(scene.host->call("send " + scene.identifier("Nobody") + " Probe note: x", soon), "-609");
+}
+
+TEST(DirectConnection, OutlivesManyDeathsOfTheBusInOrder) {
+  Direct scene;
+  scene.connect();
+  constexpr unsigned count = 20'000;
+  const auto running = scene.host->begin("sequence " + scene.helperID() + ' ' +
+                                         std::to_string(count) + " 1 small");
+  const auto peer = Peer::outsideBundles(scene);
+  for (int round = 0; round < 3 || !scene.host->hasFinished(running); ++round) {
+    scene.bus().kill();
+    scene.bus().start();
+    peer.awaitOwner(scene.helperID());
+  }
+  EXPECT_EQ(scene.host->finish(running), "ok");
+  EXPECT_EQ(scene.sequences(), summaryOf(1, count));
+}
+
+TEST(DirectConnection, DeathOfThePeerEndsAWaitingRequestAndIsThenKnown) {
+  Direct scene;
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  scene.connect();
+  const auto waiting = scene.host->begin("ask" + scene.event("wait"));
+  scene.transcript().waitFor({"Probe wait"});
+  ::kill(scene.helperProcess(), SIGKILL);
+  EXPECT_EQ(scene.host->finish(waiting, soon), "-609 ~");
+  monitor.waitForLoss(scene.helperID());
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x")), "-600");
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "-600 ~");
+  EXPECT_EQ(scene.host->call("launch"), "yes");
+  scene.connect();
+  scene.killHelper(*scene.host);  // finds that no request is answered
+}
+
+TEST(DirectConnection, StoppedPeerBlocksNoPostAndGetsAllThatWasTaken) {
+  Direct scene;
+  scene.connect();
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  const auto answer =
+      scene.host->call("post-until-refused " + scene.helperID() + " stopped 30000", longPatience);
+  ::kill(helper, SIGCONT);
+  unsigned posted = 0;
+  int status = 0;
+  unsigned longest = 0;
+  ASSERT_EQ(std::sscanf(answer.c_str(), "posted %u status %d longest %u", &posted, &status, &longest),
+            3)
+      << answer;
+  EXPECT_EQ(status, -1712);
+  EXPECT_GE(posted, 1000U) << "there is room for 64 MiB";
+  EXPECT_LE(posted, 4000U);
+  EXPECT_LE(longest, 1000U) << "the post waited";
+  EXPECT_EQ(scene.sequences(), "0 " + encoded("0 faults, stopped " + std::to_string(posted)));
+}
+
+// --- What does not know direct connections, or means harm
+
+TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {
+  Direct scene;
+  const auto peer = Peer::inBundle(scene);
+  const auto name = scene.identifier("Foreign");
+  const auto serving = peer.begin({"serve", name, "40"});
+  peer.awaitOwner(name);
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(scene.host->call("send " + name + " Probe note: x"), "0");
+    EXPECT_EQ(scene.host->call("ask " + name + " Probe note: x"), "0 served");
+  }
+  EXPECT_TRUE(serving->succeeds());
+  const auto conversation = monitor.conversation({}, [](const auto&, const auto&) {
+    return std::optional<std::string>("all");
+  });
+  const auto first = conversation.find("Connect");
+  EXPECT_NE(first, std::string::npos) << conversation;
+  EXPECT_EQ(conversation.find("Connect", first + 1), std::string::npos) << conversation;
+}
+
+// A process that offers connections to the helper agent by hand.
+struct Offers : Direct {
+  // Offers a descriptor; returns whether it was taken.
+  bool offer(int descriptor) {
+    sd_bus_error error = SD_BUS_ERROR_NULL;
+    const int result =
+        sd_bus_call_method(connection.get(), helperID().c_str(), rpc::objectPath,
+                           rpc::directInterface, rpc::connectMember, &error, nullptr, "h", descriptor);
+    sd_bus_error_free(&error);
+    return result >= 0;
+  }
+
+  void begin() {
+    sd_bus_call_method_async(connection.get(), nullptr, helperID().c_str(), rpc::objectPath,
+                             rpc::directInterface, rpc::beginMember, nullptr, nullptr, "");
+    sd_bus_flush(connection.get());
+  }
+
+  // Returns the end of a connection that has begun.
+  Descriptor connected() {
+    auto sockets = direct::makeSocketPair();
+    EXPECT_TRUE(sockets && offer(sockets->given.get()));
+    begin();
+    return std::move(sockets->kept);
+  }
+
+  // Waits for the end of a connection.
+  static bool ends(const Descriptor& socket) {
+    direct::PacketReader packets;
+    const auto deadline = Clock::now() + patience;
+    while (Clock::now() < deadline) {
+      pollfd readable{socket.get(), POLLIN, 0};
+      ::poll(&readable, 1, 100);
+      if (packets.next(socket.get()).kind == direct::PacketReader::Packet::Kind::end) return true;
+    }
+    return false;
+  }
+
+  UniqueBus connection = connectionTo(bus());
+};
+
+TEST(DirectConnection, WhatIsNoSocketOfItsKindIsRefused) {
+  Offers scene;
+  std::array<int, 2> ends{};
+  ASSERT_EQ(::socketpair(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0, ends.data()), 0);
+  const Descriptor stream(ends[0]);
+  const Descriptor other(ends[1]);
+  const Descriptor listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
+  sockaddr_un anywhere{};
+  anywhere.sun_family = AF_UNIX;
+  ASSERT_EQ(::bind(listening.get(), reinterpret_cast<sockaddr*>(&anywhere), sizeof(sa_family_t)), 0);
+  ASSERT_EQ(::listen(listening.get(), 1), 0);
+  const Descriptor file(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
+  for (const int refused : {stream.get(), listening.get(), file.get()}) {
+    EXPECT_FALSE(scene.offer(refused)) << refused;
+  }
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, GarbageEndsItAndNothingElse) {
+  Offers scene;
+  scene.connect();
+  for (const std::string& garbage : {std::string("hello"), std::string(60'000, '\xff'),
+                                     std::string(200'000, 'x'), std::string("l\1\0\1", 4)}) {
+    const Descriptor socket = scene.connected();
+    EXPECT_GT(::send(socket.get(), garbage.data(), garbage.size(), MSG_NOSIGNAL), 0);
+    EXPECT_TRUE(Offers::ends(socket)) << garbage.size();
+  }
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, SenderHasOneAndThatOfOneThatIsGoneIsForgotten) {
+  Offers scene;
+  const pid_t helper = scene.helperProcess();
+  const Descriptor socket = scene.connected();
+  auto second = direct::makeSocketPair();
+  ASSERT_TRUE(second);
+  EXPECT_FALSE(scene.offer(second->given.get())) << "the first is open";
+  const auto before = namesIn("/proc/" + std::to_string(helper) + "/fd").size();
+  // Many processes offer connections, do not begin them, and go.
+  for (int i = 0; i < 200; ++i) {
+    auto sockets = direct::makeSocketPair();
+    ASSERT_TRUE(sockets);
+    scene.connection = connectionTo(scene.bus());
+    EXPECT_TRUE(scene.offer(sockets->given.get())) << i;
+  }
+  scene.connection.reset();
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+  EXPECT_LE(namesIn("/proc/" + std::to_string(helper) + "/fd").size(), before + 5);
+}
+
+TEST(DirectConnection, AnswersThatNobodyReadsTakeBoundedMemory) {
+  Offers scene;
+  const pid_t helper = scene.helperProcess();
+  const Descriptor socket = scene.connected();
+  const std::string text(60'000, 'x');
+  std::string call;
+  bool isOpen = true;
+  for (direct::Serial serial = 1; serial < 20'000 && isOpen; ++serial) {
+    ASSERT_TRUE(direct::writeCall(call, serial, true, {"Probe", "echo:", {text}}));
+    // Waits for room: the helper agent reads, whether its answers are read or not.
+    isOpen = ::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL) > 0;
+  }
+  EXPECT_FALSE(isOpen) << "a gigabyte of answers waits";
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+  EXPECT_EQ(scene.helperProcess(), helper);
+}
+
+// Such a sender breaks the order of its own events alone.
+TEST(DirectConnection, SenderThatGoesOnOnTheBusHoldsUpNobody) {
+  Offers scene;
+  const Descriptor socket = scene.connected();
+  for (int i = 0; i < 200; ++i) {
+    EXPECT_GE(sd_bus_call_method(scene.connection.get(), scene.helperID().c_str(), rpc::objectPath,
+                                 rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
+                                 "Probe", "note:", 1, "bus"),
+              0);
+  }
+  std::string call;
+  ASSERT_TRUE(direct::writeCall(call, 1, false, {"Probe", "note:", {"direct"}}));
+  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+  scene.transcript().waitFor({"note:", "direct"});
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, LargeAnswersComeInParts) {
+  Direct scene;
+  scene.connect();
+  const pid_t helper = scene.helperProcess();
+  for (const std::size_t size : {65'000U, 66'000U, 500'000U, 5'000'000U}) {
+    EXPECT_EQ(scene.host->call("ask-summary" + scene.event("text: ") + std::to_string(size)),
+              "0 " + summary(std::array{std::string(size, 'x')}));
+  }
+  scene.bus().kill();
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x") << "it had left the connection";
+  EXPECT_EQ(scene.helperProcess(), helper);
+}
+
+}  // namespace
+}  // namespace qbdkr::test
