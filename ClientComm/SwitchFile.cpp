@@ -1,12 +1,16 @@
 #include "ClientComm/SwitchFile.h"
 
 #include <chrono>
+#include <optional>
+#include <utility>
 
 #include <ClientComm/TextValue.h>
 
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/FileRewrite.h"
+#include "Platform/PropertyLists/FlagEdit.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
@@ -36,6 +40,18 @@ std::string_view blankOf(SwitchForm form) {
   return form == SwitchForm::propertyList ? std::string_view("\n") : std::string_view("\n\0", 2);
 }
 
+std::optional<bool> flagOf(const PropertyList* value) {
+  return value == nullptr ? std::nullopt : std::optional(boolValue(*value));
+}
+
+bool isKept(std::optional<bool> before, bool value, SwitchWrite when) {
+  return before == value && when == SwitchWrite::whenChanged;
+}
+
+bool rewrite(const std::string& path, SwitchForm form, std::optional<std::string> contents) {
+  return contents && rewriteFile(path, std::move(*contents), blankOf(form));
+}
+
 }  // namespace
 
 std::optional<std::string> firstPropertyList(const std::string& bundlePath) {
@@ -47,14 +63,15 @@ bool writeSwitch(const std::string& path, SwitchForm form, std::string_view key,
   const auto lock = FileLock::acquire(path, lockPatience);
   if (lock.isTaken()) return false;
   recoverLockedFile(path);
-  auto dictionary = readDictionaryFile(path);
+  const auto bytes = propertylist::contentsOfFile(path, propertylist::maximumBytes).bytes;
+  if (!bytes) return false;
+  const auto edit = form == SwitchForm::propertyList ? FlagEdit::find(*bytes, key) : std::nullopt;
+  if (edit) return isKept(edit->flag(), value, when) || rewrite(path, form, edit->with(value));
+  auto dictionary = propertylist::parseDictionary(*bytes, propertylist::Bounds());
   if (!dictionary) return false;
-  const PropertyList* before = dictionary->find(key);
-  const bool unchanged = before != nullptr && boolValue(*before) == value;
-  if (unchanged && when == SwitchWrite::whenChanged) return true;
+  if (isKept(flagOf(dictionary->find(key)), value, when)) return true;
   dictionary->set(key, valueFor(form, value));
-  const auto contents = contentsFor(form, *dictionary);
-  return contents && rewriteFile(path, *contents, blankOf(form));
+  return rewrite(path, form, contentsFor(form, *dictionary));
 }
 
 }  // namespace qbdkr

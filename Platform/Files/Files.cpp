@@ -133,19 +133,49 @@ std::optional<std::string> firstEntryWithExtension(const std::string& directory,
   return appendPathComponent(directory, *first);
 }
 
+std::optional<std::string> contentsOfFile(int file, std::size_t most) {
+  struct stat status {};
+  if (::fstat(file, &status) != 0) return std::nullopt;
+  // One byte more than expected finds the end without another buffer.
+  std::string contents(std::min(static_cast<std::size_t>(status.st_size), most) + 1, '\0');
+  std::size_t length = 0;
+  while (length <= most) {
+    if (length == contents.size()) contents.resize(std::min(2 * length, most + 1));
+    const auto count = ::pread(file, contents.data() + length, contents.size() - length,
+                               static_cast<off_t>(length));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return std::nullopt;
+    if (count == 0) {
+      contents.resize(length);
+      return contents;
+    }
+    length += static_cast<std::size_t>(count);
+  }
+  errno = EFBIG;
+  return std::nullopt;
+}
+
 bool flushItem(const std::string& path) {
   const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
   return file && flushDescriptor(file.get());
 }
 
 bool replaceFile(const std::string& path, std::string_view contents) {
+  return replaceFile(path, {contents});
+}
+
+bool replaceFile(const std::string& path, std::initializer_list<std::string_view> parts) {
+  const auto write = [](int file) {
+    return [file](std::string_view part) { return writeWhole(file, part); };
+  };
   const std::string staged = stagedPath(path);
   ::unlink(staged.c_str());
   const Descriptor file(
       ::open(staged.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, S_IRUSR | S_IWUSR));
   if (!file) return false;
-  if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 && writeWhole(file.get(), contents) &&
-      flushDescriptor(file.get()) && ::rename(staged.c_str(), path.c_str()) == 0) {
+  if (::fchmod(file.get(), S_IRUSR | S_IWUSR) == 0 &&
+      std::ranges::all_of(parts, write(file.get())) && flushDescriptor(file.get()) &&
+      ::rename(staged.c_str(), path.c_str()) == 0) {
     const fs::path directory = fs::path(path).parent_path();
     return flushItem(directory.empty() ? "." : directory.string());
   }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstddef>
+#include <initializer_list>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -35,6 +37,11 @@ QBDKR_EXPORT bool createDirectory(const std::string& path);
 [[nodiscard]] QBDKR_EXPORT std::optional<std::string> firstEntryWithExtension(
     const std::string& directory, std::string_view extension);
 
+// Returns the contents of a regular file that is open for reading, from its start. Reads to the
+// end, whatever size was reported: the file may be growing or shrinking. Absent if it cannot be
+// read; errno says why, and is EFBIG if it has more than `most` bytes.
+[[nodiscard]] std::optional<std::string> contentsOfFile(int file, std::size_t most);
+
 // Makes the contents of a file, or the entries of a directory, durable. False if that failed.
 bool flushItem(const std::string& path);
 
@@ -42,6 +49,8 @@ bool flushItem(const std::string& path);
 // new ones. True if the new ones are durable; false as well if they are in place but could not be
 // flushed. One writer at a time: hold a FileLock if there may be another.
 QBDKR_EXPORT bool replaceFile(const std::string& path, std::string_view contents);
+// Does the same with the parts of the contents, one after the other.
+bool replaceFile(const std::string& path, std::initializer_list<std::string_view> parts);
 
 // Returns the path at which replaceFile() stages the contents. A process that is killed may leave a
 // file there.

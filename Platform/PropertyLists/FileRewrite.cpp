@@ -27,6 +27,9 @@ namespace qbdkr {
 namespace {
 
 constexpr std::size_t mostBytes = std::size_t{16} << 20U;  // as for a property list
+// A record of all contents restores a file from anything, even if it was emptied by a fault that is
+// not ours.
+constexpr std::size_t mostBytesRecordedWhole = std::size_t{64} << 10U;
 constexpr std::string_view recordMark = "qbhp-rewrite ";
 constexpr std::string_view recordSuffix = ".qbhp-rewrite";
 
@@ -50,30 +53,29 @@ Descriptor openRegularFile(const std::string& path, int flags) {
   return file;
 }
 
-std::optional<std::string> contentsOf(int file, std::size_t most) {
-  std::string contents;
-  std::array<char, 16384> buffer{};
-  while (contents.size() <= most) {
-    const auto count =
-        ::pread(file, buffer.data(), buffer.size(), static_cast<off_t>(contents.size()));
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return std::nullopt;
-    if (count == 0) return contents;
-    contents.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-  return std::nullopt;
-}
-
-bool writeAtStart(int file, std::string_view contents) {
-  off_t offset = 0;
+bool writeAt(int file, std::size_t place, std::string_view contents) {
   while (!contents.empty()) {
-    const auto written = ::pwrite(file, contents.data(), contents.size(), offset);
+    const auto written =
+        ::pwrite(file, contents.data(), contents.size(), static_cast<off_t>(place));
     if (written < 0 && errno == EINTR) continue;
     if (written <= 0) return false;
     contents.remove_prefix(static_cast<std::size_t>(written));
-    offset += written;
+    place += static_cast<std::size_t>(written);
   }
   return true;
+}
+
+bool holds(int file, std::string_view contents) {
+  std::array<char, 16384> buffer{};
+  for (std::size_t place = 0;;) {
+    const auto count = ::pread(file, buffer.data(), buffer.size(), static_cast<off_t>(place));
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) return false;
+    const std::string_view bytes(buffer.data(), static_cast<std::size_t>(count));
+    if (contents.substr(place, bytes.size()) != bytes) return false;
+    place += bytes.size();
+    if (bytes.empty()) return place == contents.size();
+  }
 }
 
 bool cut(int file, std::size_t size) {
@@ -89,32 +91,47 @@ bool mayHaveSize(std::size_t size) {
 
 // --- One rewriting
 
+// In a large file, the bytes before the first difference are neither written nor recorded.
 struct Rewriting {
-  std::string before;
-  std::string filled;  // the bytes written over it, at least as many
-  std::size_t size;    // the count of bytes that stay
+  std::size_t kept;         // the count of bytes before that
+  std::string_view before;  // the old bytes from there on
+  std::string_view filled;  // the bytes written over them, at least as many
+  std::size_t size;         // the count of these that stay
 };
 
-std::string filledUp(std::string_view contents, std::size_t least, std::string_view blank) {
-  std::string filled(contents);
-  while (filled.size() < least) filled += blank;
-  return filled;
+std::size_t commonPrefix(std::string_view a, std::string_view b) {
+  constexpr std::size_t block = 4096;  // compared at once
+  std::size_t length = 0;
+  while (length < std::min(a.size(), b.size()) &&
+         a.substr(length, block) == b.substr(length, block)) {
+    length += block;
+  }
+  length = std::min({length, a.size(), b.size()});
+  a.remove_prefix(length);
+  b.remove_prefix(length);
+  return length + static_cast<std::size_t>(std::ranges::mismatch(a, b).in1 - a.begin());
+}
+
+std::size_t keptOf(std::string_view before, std::string_view contents) {
+  return before.size() > mostBytesRecordedWhole ? commonPrefix(before, contents) : 0;
 }
 
 bool takeBack(int file, const Rewriting& rewriting) {
-  return writeAtStart(file, rewriting.before) && cut(file, rewriting.before.size());
+  return writeAt(file, rewriting.kept, rewriting.before) &&
+         cut(file, rewriting.kept + rewriting.before.size());
 }
 
-// --- Its record: a line with the two sizes, the old contents, the new ones filled up
+// --- Its record: a line with its numbers, the old bytes, the new ones filled up. Earlier versions
+// kept no bytes and left their count out.
 
-std::string recordOf(const Rewriting& rewriting) {
+std::string firstLineOf(const Rewriting& rewriting) {
   return std::string(recordMark)
       .append(std::to_string(rewriting.before.size()))
       .append(" ")
       .append(std::to_string(rewriting.size))
-      .append("\n")
-      .append(rewriting.before)
-      .append(rewriting.filled);
+      .append(" ")
+      .append(std::to_string(rewriting.kept))
+      .append("\n");
 }
 
 bool takeNumber(std::string_view& text, char end, std::size_t& number) {
@@ -124,16 +141,19 @@ bool takeNumber(std::string_view& text, char end, std::size_t& number) {
   return true;
 }
 
-std::optional<Rewriting> rewritingOf(std::string_view record) {
+std::optional<Rewriting> recordedRewriting(std::string_view record) {
   if (!record.starts_with(recordMark)) return std::nullopt;
   record.remove_prefix(recordMark.size());
   std::size_t before = 0;
   std::size_t size = 0;
-  if (!takeNumber(record, ' ', before) || !takeNumber(record, '\n', size)) return std::nullopt;
-  if (before > record.size() || record.size() - before < std::max(before, size)) {
+  std::size_t kept = 0;
+  if (!takeNumber(record, ' ', before)) return std::nullopt;
+  const bool isComplete = takeNumber(record, '\n', size) ||
+                          (takeNumber(record, ' ', size) && takeNumber(record, '\n', kept));
+  if (!isComplete || before > record.size() || record.size() - before < std::max(before, size)) {
     return std::nullopt;
   }
-  return Rewriting{std::string(record.substr(0, before)), std::string(record.substr(before)), size};
+  return Rewriting{kept, record.substr(0, before), record.substr(before), size};
 }
 
 bool mayMakeFilesIn(const std::string& directory) {
@@ -151,12 +171,11 @@ bool isOwnFile(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0 && isOwnFile(status);
 }
 
-std::optional<Rewriting> readRecord(const std::string& path) {
+std::optional<std::string> readRecord(const std::string& path) {
   const Descriptor file = openRegularFile(path, O_RDONLY | O_NOFOLLOW);
   struct stat status {};
   if (!file || ::fstat(file.get(), &status) != 0 || !isOwnFile(status)) return std::nullopt;
-  const auto record = contentsOf(file.get(), 3 * mostBytes);
-  return record ? rewritingOf(*record) : std::nullopt;
+  return contentsOfFile(file.get(), 3 * mostBytes);
 }
 
 // --- Whether a rewriting was cut off
@@ -166,28 +185,32 @@ bool isDictionary(std::string_view contents) {
   return list && list->dictionary() != nullptr;
 }
 
-bool isWhole(std::string_view contents, const Rewriting& rewriting) {
-  return contents == rewriting.before || contents == rewriting.filled ||
-         contents == std::string_view(rewriting.filled).substr(0, rewriting.size);
+bool isWhole(std::string_view written, const Rewriting& rewriting) {
+  return written == rewriting.before || written == rewriting.filled ||
+         written == rewriting.filled.substr(0, rewriting.size);
 }
 
-// Tells whether contents mix old and new bytes in any order: a crashing system stores pages as it
+// Tells whether bytes mix old and new ones in any order: a crashing system stores pages as it
 // likes. A mixture may well be readable, with a letter too many in one of its texts.
-bool isMixture(std::string_view contents, const Rewriting& rewriting) {
-  const auto& [before, filled, size] = rewriting;
-  if (contents.size() < std::min(before.size(), size) || contents.size() > filled.size()) {
+bool isMixture(std::string_view written, const Rewriting& rewriting) {
+  const auto& [kept, before, filled, size] = rewriting;
+  if (written.size() < std::min(before.size(), size) || written.size() > filled.size()) {
     return false;
   }
-  for (std::size_t i = 0; i < contents.size(); ++i) {
-    const bool isOld = i < before.size() && contents[i] == before[i];
-    if (!isOld && contents[i] != filled[i]) return false;
+  for (std::size_t i = 0; i < written.size(); ++i) {
+    const bool isOld = i < before.size() && written[i] == before[i];
+    if (!isOld && written[i] != filled[i]) return false;
   }
   return true;
 }
 
 bool wasCutOff(std::string_view contents, const Rewriting& rewriting) {
-  if (isWhole(contents, rewriting) || !isDictionary(rewriting.before)) return false;
-  return isMixture(contents, rewriting) || !isDictionary(contents);
+  if (contents.size() < rewriting.kept) return false;
+  const std::string_view kept = contents.substr(0, rewriting.kept);
+  const std::string_view written = contents.substr(rewriting.kept);
+  if (isWhole(written, rewriting)) return false;
+  if (!isDictionary(std::string(kept).append(rewriting.before))) return false;
+  return isMixture(written, rewriting) || !isDictionary(contents);
 }
 
 enum class Recovery { notNeeded, done, failed };
@@ -195,7 +218,7 @@ enum class Recovery { notNeeded, done, failed };
 Recovery recover(const std::string& path, const Rewriting& rewriting) {
   if (!fileExists(path)) return Recovery::notNeeded;
   const Descriptor current = openRegularFile(path, O_RDONLY);
-  const auto contents = current ? contentsOf(current.get(), mostBytes) : std::nullopt;
+  const auto contents = current ? contentsOfFile(current.get(), mostBytes) : std::nullopt;
   if (!contents) return Recovery::failed;
   if (!wasCutOff(*contents, rewriting)) return Recovery::notNeeded;
   const Descriptor file = openRegularFile(path, O_RDWR);
@@ -222,28 +245,37 @@ std::string_view recordedName(std::string_view name) {
 
 }  // namespace
 
-bool rewriteFile(const std::string& path, std::string_view contents, std::string_view blank) {
+bool rewriteFile(const std::string& path, std::string contents, std::string_view blank) {
   const Descriptor file = openRegularFile(path, O_RDWR);
-  auto before = file ? contentsOf(file.get(), mostBytes) : std::nullopt;
+  const auto before = file ? contentsOfFile(file.get(), mostBytes) : std::nullopt;
   if (!before || contents.size() > mostBytes || blank.empty()) return false;
-  const std::size_t least = before->size();
-  const Rewriting rewriting{std::move(*before), filledUp(contents, least, blank), contents.size()};
-  const std::string record = recordOf(rewriting);
+  const std::size_t size = contents.size();
+  while (contents.size() < before->size()) contents += blank;
+  const std::size_t kept = std::min(keptOf(*before, contents), size);
+  const Rewriting rewriting{kept, std::string_view(*before).substr(kept),
+                            std::string_view(contents).substr(kept), size - kept};
+  const std::string line = firstLineOf(rewriting);
+  const std::size_t recordSize = line.size() + rewriting.before.size() + rewriting.filled.size();
   // Exceeding the limit would end the process.
-  if (!mayHaveSize(record.size())) return false;
+  if (!mayHaveSize(std::max(recordSize, contents.size()))) return false;
   // Reserves space first: running out of it halfway would cost the contents of the file.
-  const Room room = setRoomAside(file.get(), static_cast<off_t>(rewriting.filled.size()));
+  const Room room = setRoomAside(file.get(), static_cast<off_t>(contents.size()));
   if (room == Room::missing) return false;
-  const bool recorded = replaceFile(recordPath(path), record);
+  const bool recorded = replaceFile(recordPath(path), {line, rewriting.before, rewriting.filled});
   const bool mayDoWithout = room == Room::setAside && !mayMakeFilesIn(directoryOf(path));
   if (!recorded && !mayDoWithout) return false;
+  // Flushing the record took its time: others may have written meanwhile.
+  if (!holds(file.get(), *before)) {
+    removeRecord(path);
+    return false;
+  }
   // Writes over all of the old contents before it cuts any: the file is whole between two system
   // calls.
-  if (!writeAtStart(file.get(), rewriting.filled)) {
+  if (!writeAt(file.get(), rewriting.kept, rewriting.filled)) {
     if (takeBack(file.get(), rewriting)) removeRecord(path);
     return false;
   }
-  if (!cut(file.get(), rewriting.size)) return false;
+  if (!cut(file.get(), size)) return false;
   removeRecord(path);
   return true;
 }
@@ -251,7 +283,8 @@ bool rewriteFile(const std::string& path, std::string_view contents, std::string
 bool recoverLockedFile(const std::string& path) {
   const std::string record = recordPath(path);
   if (!isOwnFile(record) && !isOwnFile(stagedPath(record))) return false;
-  const auto rewriting = readRecord(record);
+  const auto contents = readRecord(record);
+  const auto rewriting = contents ? recordedRewriting(*contents) : std::nullopt;
   const Recovery recovery = rewriting ? recover(path, *rewriting) : Recovery::notNeeded;
   if (recovery != Recovery::failed) removeRecord(path);
   return recovery == Recovery::done;

@@ -4,7 +4,6 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <array>
 #include <cerrno>
 #include <cstddef>
 #include <optional>
@@ -17,6 +16,7 @@
 #include <ClientComm/PropertyList.h>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Files/Files.h"
 #include "Platform/PropertyLists/BinaryPropertyList.h"
 #include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/TextPropertyList.h"
@@ -93,21 +93,6 @@ Descriptor openForReading(const std::string& path) {
   return Descriptor(descriptor);
 }
 
-// Reads to the end, whatever size was reported: the file may be growing or shrinking.
-FileContents readToEnd(int descriptor, std::size_t expected, std::size_t maximum) {
-  std::string contents;
-  contents.reserve(expected);
-  std::array<char, 16384> buffer{};
-  while (contents.size() <= maximum) {
-    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count < 0) return {std::nullopt, false};
-    if (count == 0) return {std::move(contents), true};
-    contents.append(buffer.data(), static_cast<std::size_t>(count));
-  }
-  return {};
-}
-
 std::optional<PropertyList> readXMLOrText(std::string_view utf8, const Bounds& bounds) {
   return looksLikeXML(utf8) ? readBoundedXML(utf8, bounds) : readText(utf8, bounds);
 }
@@ -153,7 +138,9 @@ FileContents contentsOfFile(const std::string& path, std::size_t maximum) {
   struct stat status = {};
   if (::fstat(file.get(), &status) != 0) return {std::nullopt, false};
   if (!S_ISREG(status.st_mode) || status.st_size > static_cast<off_t>(maximum)) return {};
-  return readToEnd(file.get(), static_cast<std::size_t>(status.st_size), maximum);
+  auto bytes = qbdkr::contentsOfFile(file.get(), maximum);
+  const bool isConclusive = bytes || errno == EFBIG;
+  return {std::move(bytes), isConclusive};
 }
 
 std::optional<std::string> textOf(std::string_view bytes) {

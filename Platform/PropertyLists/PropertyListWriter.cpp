@@ -18,16 +18,6 @@ namespace {
 
 using namespace propertylist;
 
-// Finds U+FFFE and U+FFFF, the only characters besides control characters that XML cannot hold.
-bool hasNoncharacter(std::string_view utf8) {
-  return utf8.find("\xEF\xBF\xBE") != std::string_view::npos ||
-         utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
-}
-
-bool isXMLByte(char c) {
-  return static_cast<unsigned char>(c) >= 0x20 || c == '\t' || c == '\n' || c == '\r';
-}
-
 // Checks a whole value, before any of it is written: it must fit into XML and be readable again.
 class Fitness {
  public:

@@ -297,13 +297,9 @@ class XMLReader {
 class XMLWriter {
  public:
   std::optional<std::string> write(const PropertyList& list) {
-    text_ =
-        "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n"
-        "<!DOCTYPE plist PUBLIC \"-//Apple//DTD PLIST 1.0//EN\" "
-        "\"http://www.apple.com/DTDs/PropertyList-1.0.dtd\">\n"
-        "<plist version=\"1.0\">\n";
+    text_ = xmlBegin;
     if (!writeValue(list, 0)) return std::nullopt;
-    text_ += "</plist>\n";
+    text_ += xmlEnd;
     return std::move(text_);
   }
 
@@ -414,6 +410,11 @@ class XMLWriter {
 };
 
 }  // namespace
+
+bool hasNoncharacter(std::string_view utf8) {
+  return utf8.find("\xEF\xBF\xBE") != std::string_view::npos ||
+         utf8.find("\xEF\xBF\xBF") != std::string_view::npos;
+}
 
 std::optional<PropertyList> readXML(std::string_view utf8, const Bounds& bounds) {
   return XMLReader(bounds).read(utf8);

@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdio>
+#include <cstring>
 
 #include "Platform/Text/NativeUnicode.h"
 #include "Platform/Text/UTF16.h"
@@ -75,10 +77,23 @@ std::u32string charactersOf(std::u16string_view text) {
   return characters;
 }
 
+// Counts the bytes at the front that are ASCII, in steps of eight.
+std::size_t plainPrefix(std::string_view text) {
+  constexpr std::uint64_t highBits = 0x8080808080808080U;
+  std::size_t length = 0;
+  for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & highBits) != 0) break;
+  }
+  return length;
+}
+
 // Counts the bytes at the front that are valid UTF-8.
 std::size_t validPrefix(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size()) {
+    length += plainPrefix(text.substr(length));
+    if (length == text.size()) break;
     const Decoded front = decodeFront(text.substr(length));
     if (front.length == 0) break;
     length += front.length;

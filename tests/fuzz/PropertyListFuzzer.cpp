@@ -1,4 +1,5 @@
-// Reads any bytes, and writes the value as XML, which must read back as the same value.
+// Reads any bytes, and writes the value as XML, which must read back as the same value. A flag that
+// is set in the bytes or in what was written must give what is written of the changed value.
 #include <cmath>
 #include <cstddef>
 #include <cstdint>
@@ -10,6 +11,8 @@
 
 #include <ClientComm/PropertyList.h>
 
+#include "Platform/PropertyLists/FlagEdit.h"
+#include "Platform/PropertyLists/PropertyListBounds.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 
@@ -46,14 +49,33 @@ void require(bool condition) {
   if (!condition) std::abort();
 }
 
+void requireSameEdits(std::string_view bytes) {
+  constexpr std::string_view key = "Flag";
+  const auto edit = qbdkr::FlagEdit::find(bytes, key);
+  if (!edit) return;
+  auto list = qbdkr::propertylist::parseDictionary(bytes, qbdkr::propertylist::Bounds());
+  require(list.has_value());
+  require(qbdkr::xmlPropertyList(*list) == bytes);
+  const PropertyList* const before = list->find(key);
+  require(edit->flag().has_value() == (before != nullptr));
+  if (before != nullptr) require(*before == *edit->flag());
+  for (const bool flag : {true, false}) {
+    list->set(key, flag);
+    require(edit->with(flag) == qbdkr::xmlPropertyList(*list));
+  }
+}
+
 }  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view bytes(reinterpret_cast<const char*>(data), size);
+  requireSameEdits(bytes);
   const std::optional<PropertyList> list = qbdkr::parsePropertyList(bytes);
   if (!list) return 0;
   const std::optional<std::string> xml = qbdkr::xmlPropertyList(*list);
   if (!xml) return 0;
+
+  requireSameEdits(*xml);
 
   const std::optional<PropertyList> again = qbdkr::parsePropertyList(*xml);
   require(again.has_value());

@@ -2,8 +2,10 @@
 
 #include <linux/filter.h>
 #include <linux/seccomp.h>
+#include <signal.h>
 #include <stddef.h>
 #include <sys/prctl.h>
+#include <ucontext.h>
 
 #include <array>
 #include <stdexcept>
@@ -24,6 +26,19 @@ void refuse(long number, unsigned action) {
   }
 }
 
+void (*atCall)() = nullptr;
+
+void setResult(void* context, int result) {
+  auto& registers = static_cast<ucontext_t*>(context)->uc_mcontext;
+#if defined(__x86_64__)
+  registers.gregs[REG_RAX] = result;
+#elif defined(__aarch64__)
+  registers.regs[0] = static_cast<unsigned>(result);
+#else
+#error "name the register of a system call's result"
+#endif
+}
+
 }  // namespace
 
 void failCall(long number, int error) {
@@ -31,5 +46,17 @@ void failCall(long number, int error) {
 }
 
 void dieAtCall(long number) { refuse(number, SECCOMP_RET_KILL_PROCESS); }
+
+void runAtCall(long number, void (*function)()) {
+  atCall = function;
+  struct sigaction action {};
+  action.sa_flags = SA_SIGINFO;
+  action.sa_sigaction = [](int, siginfo_t*, void* context) {
+    atCall();
+    setResult(context, 0);
+  };
+  sigaction(SIGSYS, &action, nullptr);
+  refuse(number, SECCOMP_RET_TRAP);
+}
 
 }  // namespace qbdkr::test

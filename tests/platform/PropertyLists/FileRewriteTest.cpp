@@ -43,6 +43,7 @@ using test::failCall;
 using test::giveToOrdinaryUser;
 using test::namesIn;
 using test::readFile;
+using test::runAtCall;
 using test::runForked;
 using test::TaskProcess;
 using test::writeFile;
@@ -52,6 +53,14 @@ std::string list(const Dictionary& values) { return xmlPropertyList(values).valu
 std::string recordOf(std::string_view before, std::string_view filled, std::size_t size) {
   return "qbhp-rewrite " + std::to_string(before.size()) + ' ' + std::to_string(size) + '\n' +
          std::string(before) + std::string(filled);
+}
+
+// The record of a large file, of which the first bytes are kept.
+std::string recordOfTail(std::string_view before, std::string_view filled, std::size_t size,
+                         std::size_t kept) {
+  return "qbhp-rewrite " + std::to_string(before.size() - kept) + ' ' +
+         std::to_string(size - kept) + ' ' + std::to_string(kept) + '\n' +
+         std::string(before.substr(kept)) + std::string(filled.substr(kept));
 }
 
 // The system calls of a write, in their order.
@@ -281,6 +290,126 @@ TEST_F(FileRewrite, ShorterUTF16TextIsFilledUpWithWholeUnits) {
   recoverFilesIn(root);
   EXPECT_EQ(readDictionaryFile(path), (Dictionary{{"N", "n"}}));
   EXPECT_EQ(namesIn(root), std::vector<std::string>{"InfoPlist.strings"});
+}
+
+// Rewrites a file of more than 64 KiB, of which the bytes before the first difference are kept.
+class LargeFileRewrite : public FileRewrite {
+ protected:
+  static std::string listWith(const std::string& value) {
+    return list({{"First", std::string(60'000, 'f')},
+                 {"Value", value},
+                 {"Last", std::string(20'000, 'l')}});
+  }
+  static std::string filledUp(std::string contents, std::size_t size) {
+    contents.resize(std::max(contents.size(), size), '\n');
+    return contents;
+  }
+
+  const std::string before = listWith("old");
+  const std::string after = listWith("newer");
+  const std::size_t kept = before.find("old<");
+};
+
+TEST_F(LargeFileRewrite, RecordsAndWritesFromTheFirstDifferenceOn) {
+  for (const auto& [from, to] : {std::pair(before, after), std::pair(after, before)}) {
+    writeFile(file, from);
+    EXPECT_EQ(rewriteWithout([] { dieAtCall(SYS_pwrite64); }, file, to), End::killed);
+    EXPECT_EQ(readFile(record), recordOfTail(from, filledUp(to, from.size()), to.size(), kept));
+    EXPECT_EQ(readFile(file), from);
+    EXPECT_FALSE(recoverFilesIn(root));
+    EXPECT_TRUE(rewriteFile(file, to));
+    expectOnly(to);
+  }
+}
+
+TEST_F(LargeFileRewrite, ChangesTheEndOrNothing) {
+  for (const std::string& to : {before + "\n", before, before.substr(0, before.size() - 1)}) {
+    for (const std::string& from : {before, before + "\n\n"}) {
+      writeFile(file, from);
+      EXPECT_TRUE(rewriteFile(file, to));
+      expectOnly(to);
+    }
+  }
+}
+
+TEST_F(LargeFileRewrite, ThatIsKilledAtAnyCallLeavesOldOrNewContents) {
+  for (const auto& [from, to] : {std::pair(before, after), std::pair(after, before)}) {
+    for (const long call : calls) {
+      writeFile(file, from);
+      EXPECT_EQ(rewriteWithout([call] { dieAtCall(call); }, file, to), End::killed) << call;
+      recoverFilesIn(root);
+      const auto left = readDictionaryFile(file);
+      EXPECT_TRUE(left == *parsePropertyList(from)->dictionary() ||
+                  left == *parsePropertyList(to)->dictionary())
+          << call;
+      EXPECT_EQ(namesIn(root), std::vector<std::string>{"Info.plist"}) << call;
+    }
+  }
+}
+
+TEST_F(LargeFileRewrite, AnyMixtureOfPagesIsTakenBack) {
+  constexpr std::size_t page = 4096;
+  for (const auto& [from, to] : {std::pair(before, after), std::pair(after, before)}) {
+    const std::string filled = filledUp(to, from.size());
+    const std::size_t firstPage = kept / page;
+    const std::size_t pages = filled.size() / page + 1 - firstPage;
+    ASSERT_EQ(pages, 6U);
+    for (unsigned which = 1; which + 1 < 1U << pages; ++which) {
+      std::string mixture = filled;
+      for (std::size_t i = 0; i < pages; ++i) {
+        const std::size_t place = (firstPage + i) * page;
+        if ((which >> i & 1U) != 0) mixture.replace(place, page, from, place, page);
+      }
+      writeFile(record, recordOfTail(from, filled, to.size(), kept));
+      writeFile(file, mixture);
+      EXPECT_EQ(recoverFilesIn(root), mixture != from && mixture != filled) << which;
+      const auto left = readDictionaryFile(file);
+      EXPECT_EQ(left, *parsePropertyList(mixture == filled ? to : from)->dictionary()) << which;
+      EXPECT_EQ(namesIn(root), std::vector<std::string>{"Info.plist"});
+    }
+  }
+}
+
+TEST_F(LargeFileRewrite, WhatOthersWroteSinceStays) {
+  const std::string empty = list({});
+  for (const std::string& contents :
+       {listWith("other"), list({{"First", "another"}}), empty, std::string("garbage"),
+        std::string(before.size(), 'x'), filledUp(after, 100'000)}) {
+    writeFile(record, recordOfTail(before, after, after.size(), kept));
+    writeFile(file, contents);
+    EXPECT_FALSE(recoverFilesIn(root)) << contents.size();
+    expectOnly(contents);
+  }
+}
+
+TEST_F(LargeFileRewrite, RecordsThatMakeNoSenseAreRemoved) {
+  const std::string tail = before.substr(kept);
+  const std::string sizes = std::to_string(tail.size()) + ' ' + std::to_string(tail.size());
+  for (const std::string& keeps :
+       {std::string(" "), std::string(" 18446744073709551615\n"), std::string(" -1\n"),
+        " " + std::to_string(kept), " " + std::to_string(kept) + " \n",
+        " " + std::to_string(before.size() + 1) + '\n', std::string(" 0\n")}) {
+    writeFile(record, "qbhp-rewrite " + sizes + keeps + tail + tail);
+    writeFile(file, "garbage");
+    EXPECT_FALSE(recoverFilesIn(root)) << keeps;
+    expectOnly("garbage");
+  }
+}
+
+// The other program writes while the record is flushed, after the old contents were read.
+TEST_F(LargeFileRewrite, WhatAnotherProgramWritesMeanwhileStays) {
+  static std::string path;
+  static std::string contents;
+  path = file;
+  contents = listWith("another's");
+  const std::string longer = contents + "<!-- -->";
+  for (const std::string& others : {contents, longer, contents.substr(0, 100), std::string()}) {
+    contents = others;
+    writeFile(file, before);
+    const auto interfere = [] { runAtCall(SYS_fsync, [] { writeFile(path, contents); }); };
+    EXPECT_EQ(rewriteWithout(interfere, file, after), End::refused);
+    expectOnly(others);
+  }
 }
 
 // Leaves a rewriting that was cut off, with its record.

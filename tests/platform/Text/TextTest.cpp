@@ -18,6 +18,18 @@ TEST(IsValidUTF8, AcceptsCharactersOfEveryLength) {
   EXPECT_TRUE(isValidUTF8("Gr\u00FC\u00DFe \u263A \U0001F600 \U0010FFFF"));
 }
 
+// Several bytes are checked at once.
+TEST(IsValidUTF8, FindsABadByteAnywhere) {
+  for (std::size_t size = 1; size <= 40; ++size) {
+    for (std::size_t place = 0; place < size; ++place) {
+      std::string text(size, 'a');
+      EXPECT_TRUE(isValidUTF8(text));
+      text[place] = '\x80';
+      EXPECT_FALSE(isValidUTF8(text)) << place << " of " << size;
+    }
+  }
+}
+
 TEST(IsValidUTF8, RefusesSurrogates) {
   EXPECT_FALSE(isValidUTF8("\xED\xA0\x80"));
   EXPECT_FALSE(isValidUTF8("\xED\xBF\xBF"));
