@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdlib>
-#include <fstream>
 #include <optional>
 #include <string>
 #include <string_view>
@@ -51,9 +50,13 @@ std::optional<pid_t> processAtEnd(int connection) {
 
 bool isProxy(pid_t process) {
   if (process == 0) return true;  // this process is in a sandbox
-  std::ifstream file("/proc/" + std::to_string(process) + "/comm");
-  std::string name;
-  return std::getline(file, name) && name == "xdg-dbus-proxy";
+  const std::string path = "/proc/" + std::to_string(process) + "/comm";
+  // Reads without a stream: the first one of a process makes all of its locale.
+  const Descriptor file(::open(path.c_str(), O_RDONLY | O_CLOEXEC));
+  std::array<char, 32> name{};
+  const auto size = file ? ::read(file.get(), name.data(), name.size()) : -1;
+  return size > 0 &&
+         std::string_view(name.data(), static_cast<std::size_t>(size)) == "xdg-dbus-proxy\n";
 }
 
 bool hasProxyAtEnd(int connection) {

@@ -17,6 +17,7 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 #include <ClientComm/PropertyList.h>
@@ -311,10 +312,27 @@ class LargeFileRewrite : public FileRewrite {
 };
 
 TEST_F(LargeFileRewrite, RecordsAndWritesFromTheFirstDifferenceOn) {
+  const std::string withBlanks = before + "\n\n";
+  for (const auto& [from, to, same] :
+       {std::tuple(before, after, kept), std::tuple(after, before, kept),
+        std::tuple(withBlanks, before, before.size()), std::tuple(before, before, before.size()),
+        std::tuple(before, withBlanks, before.size())}) {
+    writeFile(file, from);
+    EXPECT_EQ(rewriteWithout([] { dieAtCall(SYS_ftruncate); }, file, to), End::killed);
+    EXPECT_EQ(readFile(record), recordOfTail(from, filledUp(to, from.size()), to.size(), same));
+    EXPECT_EQ(readFile(file), filledUp(to, from.size()));
+    EXPECT_FALSE(recoverFilesIn(root));
+    writeFile(file, from);
+    EXPECT_TRUE(rewriteFile(file, to));
+    expectOnly(to);
+  }
+}
+
+TEST_F(LargeFileRewrite, ThatIsKilledBeforeTheWriteKeepsTheOldContents) {
   for (const auto& [from, to] : {std::pair(before, after), std::pair(after, before)}) {
     writeFile(file, from);
     EXPECT_EQ(rewriteWithout([] { dieAtCall(SYS_pwrite64); }, file, to), End::killed);
-    EXPECT_EQ(readFile(record), recordOfTail(from, filledUp(to, from.size()), to.size(), kept));
+    EXPECT_TRUE(fs::exists(record));
     EXPECT_EQ(readFile(file), from);
     EXPECT_FALSE(recoverFilesIn(root));
     EXPECT_TRUE(rewriteFile(file, to));
