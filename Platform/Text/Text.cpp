@@ -88,6 +88,18 @@ std::size_t plainPrefix(std::string_view text) {
   return length;
 }
 
+bool isASCII(std::string_view text) {
+  return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) >= 0; });
+}
+
+std::string lowercaseOfASCII(std::string_view text) {
+  std::string lowered(text);
+  for (char& byte : lowered) {
+    if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
+  }
+  return lowered;
+}
+
 // Counts the bytes at the front that are valid UTF-8.
 std::size_t validPrefix(std::string_view text) {
   std::size_t length = 0;
@@ -134,8 +146,7 @@ bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(
 
 std::size_t utf16Length(std::string_view text) {
   // A short cut for identifiers, which are counted for each event.
-  const auto isASCII = [](char byte) { return static_cast<signed char>(byte) >= 0; };
-  if (std::ranges::all_of(text, isASCII)) return text.size();
+  if (isASCII(text)) return text.size();
   std::size_t units = 0;
   while (!text.empty()) {
     const Decoded front = decodeFront(text);
@@ -212,6 +223,8 @@ int compareText(std::u16string_view a, std::u16string_view b) {
 }
 
 std::string lowercase(std::string_view text) {
+  // A short cut for the names of languages, which every process compares when it starts.
+  if (isASCII(text)) return lowercaseOfASCII(text);
   std::string lowered;
   lowered.reserve(text.size());
   while (!text.empty()) {

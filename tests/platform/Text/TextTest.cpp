@@ -194,6 +194,7 @@ TEST(CompareText, TakesALongRunOfMarksInItsStride) {
 
 TEST(Lowercase, MapsLettersOfEveryScript) {
   EXPECT_EQ(lowercase("HELLO World 123"), "hello world 123");
+  EXPECT_EQ(lowercase("@AMZ[`amz{"), "@amz[`amz{");
   EXPECT_EQ(lowercase("\u00C4\u0416\u03A9\U00010400"), "\u00E4\u0436\u03C9\U00010428");
   EXPECT_EQ(lowercase("\u00DF\u263A"), "\u00DF\u263A");
   EXPECT_EQ(lowercase(""), "");
