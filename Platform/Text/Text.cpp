@@ -77,20 +77,19 @@ std::u32string charactersOf(std::u16string_view text) {
   return characters;
 }
 
-// Counts the bytes at the front that are ASCII, in steps of eight.
-std::size_t plainPrefix(std::string_view text) {
+// Counts the bytes at the front that are ASCII.
+std::size_t asciiPrefix(std::string_view text) {
   constexpr std::uint64_t highBits = 0x8080808080808080U;
   std::size_t length = 0;
   for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
     std::memcpy(&word, text.data() + length, sizeof word);
     if ((word & highBits) != 0) break;
   }
+  while (length < text.size() && static_cast<signed char>(text[length]) >= 0) ++length;
   return length;
 }
 
-bool isASCII(std::string_view text) {
-  return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) >= 0; });
-}
+bool isASCII(std::string_view text) { return asciiPrefix(text) == text.size(); }
 
 std::string lowercaseOfASCII(std::string_view text) {
   std::string lowered(text);
@@ -104,7 +103,7 @@ std::string lowercaseOfASCII(std::string_view text) {
 std::size_t validPrefix(std::string_view text) {
   std::size_t length = 0;
   while (length < text.size()) {
-    length += plainPrefix(text.substr(length));
+    length += asciiPrefix(text.substr(length));
     if (length == text.size()) break;
     const Decoded front = decodeFront(text.substr(length));
     if (front.length == 0) break;
