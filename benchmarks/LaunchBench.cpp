@@ -1,6 +1,7 @@
 // Measures how long a launch takes in a host of so many MiB, and how long it stops another thread
 // of the host. The reference starts the same program as a plain child, from the same host.
 
+#include <poll.h>
 #include <sched.h>
 #include <spawn.h>
 #include <sys/mman.h>
@@ -14,6 +15,8 @@
 #include <string>
 #include <string_view>
 #include <thread>
+#include <utility>
+#include <vector>
 
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "Samples.h"
@@ -83,8 +86,13 @@ class OtherThread {
   std::thread thread_;
 };
 
+// The programs that were launched since the last wait.
+std::vector<qbdkr::DetachedProcess> launched;
+
 void launch() {
-  if (!qbdkr::startDetached(program)) fail("the program was not launched");
+  auto process = qbdkr::startDetached(program);
+  if (!process) fail("the program was not launched");
+  launched.push_back(std::move(*process));
 }
 
 void spawn() {
@@ -95,10 +103,16 @@ void spawn() {
   }
 }
 
-// Takes the ends of the children, which is no part of their start.
-void waitForChildren() {
+// Waits for the end of all programs of both sides, which is no part of their start: one that still
+// runs would take a processor from the next start.
+void waitForPrograms() {
   while (wait(nullptr) > 0) {
   }
+  for (const auto& process : launched) {
+    pollfd end{process.ended.get(), POLLIN, 0};
+    poll(&end, 1, -1);
+  }
+  launched.clear();
 }
 
 void launchOften() {
@@ -116,7 +130,7 @@ void measureStops(const TouchedMemory& memory) {
     static_cast<void>(other.longestStop());
     body();
     print(side, other.longestStop());
-    waitForChildren();
+    waitForPrograms();
   };
   for (int i = 0; i < 15; ++i) {
     sample("ours", launchOften);
@@ -134,7 +148,7 @@ int main(int argc, char** argv) {
   sched_setscheduler(0, SCHED_RR, &priority);
   const TouchedMemory memory(std::stoul(argv[2]) * mebibyte);
   if (what == "time") {
-    alternate(200, 1, launch, spawn, waitForChildren);
+    alternate(200, 1, launch, spawn, waitForPrograms);
   } else {
     measureStops(memory);
   }
