@@ -1,6 +1,7 @@
 #include "Platform/Workspace/DetachedProcessLinux.h"
 
 #include <fcntl.h>
+#include <linux/futex.h>
 #include <poll.h>
 #include <sched.h>
 #include <signal.h>
@@ -12,6 +13,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <climits>
 #include <cstddef>
@@ -53,6 +55,9 @@ constexpr time_t gateSeconds = 10;
 // They make system calls and nothing else, since any other thread of this process may hold any
 // lock. The C library's own functions for these calls are not used either: they, or a checking
 // tool in their place, may keep records in that memory.
+//
+// Only that thread waits until the application is executed. A parent that did as well would have to
+// be scheduled first, on a processor that the application may use by then.
 struct Start {  // NOLINT(cppcoreguidelines-pro-type-member-init): the stacks stay as they are
   static constexpr std::size_t stackSize = 32768;  // bytes
   struct alignas(16) Stack {
@@ -74,6 +79,8 @@ struct Start {  // NOLINT(cppcoreguidelines-pro-type-member-init): the stacks st
   pid_t processID = -1;
   int ended = -1;   // becomes readable when the application ends
   int failure = 0;  // an errno value if it is not executed
+  // Cleared by the kernel, which wakes the thread, when the application is executed or ends.
+  std::atomic<int> isOnThisMemory = 1;
 };
 
 IN_NEW_PROCESS void resetSignals() {
@@ -113,9 +120,8 @@ IN_NEW_PROCESS void closeInheritedDescriptors(int kept, int otherKept) {
   closeDescriptors(first, INT_MAX);
 }
 
-// Tells the process ID, and waits until the gate is opened or the host ends. The parent keeps the
-// host's descriptors open meanwhile. One is the gate's other end, so the end of the host does not
-// open it; another may be a connection, on which the host would seem to live.
+// Tells the process ID, and waits until the gate is opened or the host ends. The end of the host
+// alone need not open it: a process that it forked may hold the gate's other end as well.
 IN_NEW_PROCESS void waitAtGate(int gate, int hostEnd) {
   const auto self = static_cast<pid_t>(syscall(SYS_getpid));
   if (syscall(SYS_write, gate, &self, sizeof self) != sizeof self) return;
@@ -145,9 +151,9 @@ IN_NEW_PROCESS int becomeApplication(void* argument) {
 // arrives in it, and can be of no other process.
 IN_NEW_PROCESS int becomeParent(void* argument) {
   auto& start = *static_cast<Start*>(argument);
-  constexpr int flags = CLONE_VM | CLONE_VFORK | CLONE_PIDFD | SIGCHLD;
+  constexpr int flags = CLONE_VM | CLONE_PIDFD | CLONE_CHILD_CLEARTID | SIGCHLD;
   start.processID = cloneUnobserved(becomeApplication, start.applicationsStack.top(), flags,
-                                    argument, &start.ended);
+                                    argument, &start.ended, nullptr, &start.isOnThisMemory);
   if (start.processID < 0) start.failure = errno;
   return 0;
 }
@@ -164,6 +170,9 @@ bool run(Start& start) {
   }
   constexpr int withoutSignal = static_cast<int>(__WCLONE);
   while (waitpid(parent, nullptr, withoutSignal) < 0 && errno == EINTR) {
+  }
+  while (start.processID > 0 && start.isOnThisMemory != 0) {
+    syscall(SYS_futex, &start.isOnThisMemory, FUTEX_WAIT, 1, nullptr, nullptr, 0);
   }
   return start.failure == 0;
 }
@@ -263,13 +272,9 @@ StandardStreams streamsFor(const std::string& executable) {
   constexpr int notice = 5;
   StandardStreams streams{noFile(O_RDONLY),
                           Descriptor(sd_journal_stream_fd(name.c_str(), notice, 0)), Descriptor()};
-  const bool isJournal(streams.output);
-  if (!isJournal) streams.output = noFile(O_RDWR);
-  const int shown = isDebugging() && !isJournal ? STDERR_FILENO : streams.output.get();
-  streams.error = Descriptor(fcntl(shown, F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  if (!streams.error) {  // this process has no standard error
-    streams.error = Descriptor(fcntl(streams.output.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
-  }
+  if (streams.output) return streams;
+  streams.output = noFile(O_RDWR);
+  if (isDebugging()) streams.error = Descriptor(fcntl(STDERR_FILENO, F_DUPFD_CLOEXEC, 0));
   return streams;
 }
 
@@ -277,9 +282,9 @@ std::optional<DetachedProcess> startBehind(const Gate& gate, std::vector<std::st
                                            std::vector<std::string> environment,
                                            StandardStreams streams) {
   for (Descriptor* stream : {&streams.input, &streams.output, &streams.error}) {
-    *stream = aboveStandardOnes(std::move(*stream));
+    if (*stream) *stream = aboveStandardOnes(std::move(*stream));
   }
-  if (!streams.areOpen()) return std::nullopt;
+  if (!streams.input || !streams.output) return std::nullopt;
   const auto arguments = pointersTo(command);
   const auto variables = pointersTo(environment);
   const std::unique_ptr<Start> start(new Start);  // leaves the stacks as they are
@@ -287,7 +292,7 @@ std::optional<DetachedProcess> startBehind(const Gate& gate, std::vector<std::st
   start->environment = variables.data();
   start->input = streams.input.get();
   start->output = streams.output.get();
-  start->error = streams.error.get();
+  start->error = streams.error ? streams.error.get() : streams.output.get();
   start->gate = gate.end();
   start->hostEnd = gate.hostEnd();
   const bool isExecuted = run(*start);

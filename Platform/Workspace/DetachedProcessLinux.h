@@ -23,9 +23,7 @@ struct DetachedProcess {
 struct StandardStreams {
   Descriptor input;
   Descriptor output;
-  Descriptor error;
-
-  [[nodiscard]] bool areOpen() const { return input && output && error; }
+  Descriptor error;  // if empty, errors go to the output
 };
 
 // Starts a command, whose first word is the path of an executable, with the root as its working

@@ -184,7 +184,7 @@ std::optional<std::string> outputOfCommand(std::vector<std::string> command, Tra
   if (::pipe2(ends.data(), O_CLOEXEC) != 0) return std::nullopt;
   const Descriptor output(ends[0]);
   StandardStreams streams{Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)),
-                          Descriptor(ends[1]), Descriptor(::fcntl(ends[1], F_DUPFD_CLOEXEC, 0))};
+                          Descriptor(ends[1]), Descriptor()};
   // The other variables of a loader can make it execute more.
   std::vector<std::string> environment;
   if (const char* path = std::getenv("LD_LIBRARY_PATH")) {

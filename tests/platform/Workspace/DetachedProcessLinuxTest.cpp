@@ -20,6 +20,7 @@
 #include <vector>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Processes/NativeProcesses.h"
 #include "Platform/Workspace/DetachedProcessLinux.h"
 #include "support/Environment.h"
 #include "support/ForkedBody.h"
@@ -100,6 +101,17 @@ TEST_F(Detached, InheritsNoDescriptor) {
 TEST_F(Detached, HasNoInputAndTheRootAsItsDirectory) {
   EXPECT_EQ(linesOf("readlink /proc/$$/fd/0; pwd; echo $#"),
             (std::vector<std::string>{"/dev/null", "/", "0"}));
+}
+
+TEST_F(Detached, WritesErrorsToItsOutputIfTheyHaveNoStream) {
+  StandardStreams streams{Descriptor(::open("/dev/null", O_RDONLY | O_CLOEXEC)),
+                          Descriptor(::open(output.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC, 0600)),
+                          Descriptor()};
+  const auto process =
+      startDetached({script("echo output; echo error >&2")}, {}, std::move(streams));
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(hasEnded(*process, 20'000));
+  EXPECT_EQ(readFile(output), "output\nerror\n");
 }
 
 TEST_F(Detached, HasNoSignalBlockedOrIgnored) {
@@ -246,6 +258,30 @@ TEST_F(Detached, IsPlacedBeforeItIsExecuted) {
   EXPECT_EQ(placed, process->processID);
   EXPECT_EQ(program, fs::read_symlink("/proc/self/exe"));
   EXPECT_EQ(readFile(output), std::to_string(placed) + '\n');
+}
+
+// Returns the parent of a process.
+pid_t parentOf(pid_t process) {
+  const std::string stat = readFile("/proc/" + std::to_string(process) + "/stat");
+  std::istringstream fields(stat.substr(std::min(stat.rfind(')') + 1, stat.size())));
+  std::string state;
+  pid_t parent = 0;
+  fields >> state >> parent;
+  return parent;
+}
+
+// A parent that waits for it would keep what this process has open, and have to wake up first.
+TEST_F(Detached, LosesItsParentBeforeItIsExecuted) {
+  bool isLost = false;
+  const auto process = startDetached(script("exit 0"), [&](pid_t id) {
+    const pid_t parent = parentOf(id);
+    const Descriptor end = endOfProcess(parent);
+    pollfd event{end.get(), POLLIN, 0};
+    isLost = parentOf(parent) != getpid() || !end || poll(&event, 1, 5'000) == 1;
+  });
+  ASSERT_TRUE(process.has_value());
+  EXPECT_TRUE(isLost);
+  EXPECT_TRUE(hasEnded(*process, 20'000));
 }
 
 // Tells whether nothing but this process keeps a pipe open while a process is placed. The framework
