@@ -1,6 +1,8 @@
 #include <fcntl.h>
+#include <linux/fs.h>
 #include <linux/magic.h>
 #include <stdio.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 #include <sys/statvfs.h>
 #include <sys/vfs.h>
@@ -25,6 +27,7 @@ namespace qbdkr {
 namespace {
 
 constexpr mode_t ownersFile = S_IRUSR | S_IWUSR;
+constexpr mode_t rightsBits = S_IRWXU | S_IRWXG | S_IRWXO;
 // Copied by one call of the kernel, so that a large file shows its progress.
 constexpr off_t chunk = off_t{16} << 20;  // bytes
 
@@ -87,9 +90,14 @@ bool copyRange(int from, int to, off_t begin, off_t end, const CopyProgress& pro
   return true;
 }
 
-// Copies only the data: a hole stays a hole.
+// Shares the data with the original if the file system can. Otherwise copies it, and nothing else:
+// a hole stays a hole.
 bool copyContents(int from, int to, off_t size, const CopyProgress& progress) {
   off_t at = 0;
+  if (::ioctl(to, FICLONE, from) == 0) {
+    tell(progress, size);
+    return true;
+  }
   while (at < size) {
     const off_t data = ::lseek(from, at, SEEK_DATA);
     if (data < 0 && errno == ENXIO) break;  // a hole up to the end
@@ -100,7 +108,7 @@ bool copyContents(int from, int to, off_t size, const CopyProgress& progress) {
     at = end;
   }
   tell(progress, size - at);
-  return ::ftruncate(to, size) == 0;
+  return at == size || ::ftruncate(to, size) == 0;
 }
 
 bool copyAttribute(int from, int to, const char* name) {
@@ -131,14 +139,15 @@ bool copyAttributes(int from, int to) {
 
 // Drops the set-ID bits if the owner or group differs: a program that runs as its owner must not
 // run as the owner of the copy instead.
-bool setMode(int copy, const struct stat& original) {
-  mode_t mode = original.st_mode & modeBits;
-  struct stat status {};
-  if (::fstat(copy, &status) != 0) return false;
-  if (status.st_uid != original.st_uid || status.st_gid != original.st_gid) {
-    mode &= ~static_cast<mode_t>(S_ISUID | S_ISGID);
-  }
-  return ::fchmod(copy, mode) == 0;
+mode_t modeOfCopy(const struct stat& original, const struct stat& copy) {
+  const mode_t mode = original.st_mode & modeBits;
+  const bool isOwnedAlike = copy.st_uid == original.st_uid && copy.st_gid == original.st_gid;
+  return isOwnedAlike ? mode : mode & ~static_cast<mode_t>(S_ISUID | S_ISGID);
+}
+
+// Leaves a mode that is right already: each change of it is one more of the inode.
+bool setMode(int file, const struct stat& status, mode_t mode) {
+  return (status.st_mode & modeBits) == mode || ::fchmod(file, mode) == 0;
 }
 
 std::array<timespec, 2> timesOf(const struct stat& status) {
@@ -202,11 +211,16 @@ bool copyRegularFile(const std::string& from, const std::string& to, const CopyP
   struct stat status {};
   if (!source || ::fstat(source.get(), &status) != 0) return false;
   if (!S_ISREG(status.st_mode)) return failWith(EOPNOTSUPP);
-  const Descriptor copy(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, ownersFile));
+  const mode_t rights = (status.st_mode & rightsBits) | ownersFile;
+  const Descriptor copy(::open(to.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, rights));
+  struct stat made {};
+  if (!copy || ::fstat(copy.get(), &made) != 0) return false;
   // The umask may have removed rights that setting attributes needs.
-  if (!copy || ::fchmod(copy.get(), ownersFile) != 0) return false;
+  if (!setMode(copy.get(), made, (made.st_mode & modeBits) | ownersFile)) return false;
+  made.st_mode |= ownersFile;
   return copyContents(source.get(), copy.get(), status.st_size, progress) &&
-         copyAttributes(source.get(), copy.get()) && setMode(copy.get(), status) &&
+         copyAttributes(source.get(), copy.get()) &&
+         setMode(copy.get(), made, modeOfCopy(status, made)) &&
          setModificationTime(copy.get(), status) && checkUnchanged(source.get(), status);
 }
 
