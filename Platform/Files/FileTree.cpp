@@ -15,6 +15,7 @@
 
 #include "Platform/Base/Descriptor.h"
 #include "Platform/Base/DropExceptions.h"
+#include "Platform/Files/EarlyFlush.h"
 #include "Platform/Files/FileLock.h"
 #include "Platform/Files/Files.h"
 #include "Platform/Files/NativeFiles.h"
@@ -116,6 +117,16 @@ bool isBelow(const fs::path& path, const fs::path& directory) {
          directory.end();
 }
 
+// Makes a copy in a staging, of which the disk writes a part meanwhile.
+std::optional<FileError> copyAndWrite(const fs::path& source, const Staging& staging,
+                                      const CopyProgress& progress) {
+  EarlyFlush early([directory = staging.path()] { writeSoFar(directory); });
+  return copyTree(source, staging.item(), [&](std::uint64_t bytes) {
+    early.add(bytes);
+    if (progress) progress(bytes);
+  });
+}
+
 // Makes a durable copy beside its target, in a new staging.
 std::optional<FileError> copyBeside(const std::string& from, const std::string& to,
                                     const CopyProgress& progress, std::optional<Staging>& staging) {
@@ -128,7 +139,7 @@ std::optional<FileError> copyBeside(const std::string& from, const std::string& 
   // Opened before the first write: otherwise a failure to store one goes unnoticed.
   const Descriptor directory(::open(staging->path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
   if (!directory) return lastFileError(to);
-  if (auto failure = copyTree(source, staging->item(), progress)) return failure;
+  if (auto failure = copyAndWrite(source, *staging, progress)) return failure;
   if (!flushTree(directory.get(), staging->item())) return lastFileError(to);
   return std::nullopt;
 }

@@ -47,6 +47,10 @@ inline constexpr mode_t modeBits = 07777;
 // directory above it, opened before the first write.
 [[nodiscard]] bool flushTree(int directory, const std::string& tree);
 
+// Writes what lies below a directory so far, and waits for that, if the system can do so at once:
+// flushTree() then takes less time. A failure is left for that to tell.
+void writeSoFar(const std::string& directory);
+
 // Waits until the contents of a file or directory are durable.
 [[nodiscard]] bool flushDescriptor(int file);
 

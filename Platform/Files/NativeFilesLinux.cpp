@@ -256,6 +256,12 @@ int removalRefusal(int directory, const std::string& name) {
 // Waits once for all files: a wait for each takes a turn of the disk each time.
 bool flushTree(int directory, const std::string&) { return ::syncfs(directory) == 0; }
 
+// Opens the directory anew: each opening is told of a failure once.
+void writeSoFar(const std::string& directory) {
+  const Descriptor opened(::open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  if (opened) ::syncfs(opened.get());
+}
+
 bool flushDescriptor(int file) { return ::fsync(file) == 0; }
 
 Room setRoomAside(int file, off_t size) {

@@ -20,6 +20,7 @@
 
 #include <ClientComm/PropertyList.h>
 
+#include "Platform/Files/EarlyFlush.h"
 #include "Platform/PropertyLists/PropertyListReader.h"
 #include "Platform/PropertyLists/PropertyListWriter.h"
 #include "support/Scene.h"
@@ -678,6 +679,21 @@ TEST_P(Flushing, ComesBeforeAFileTakesItsPlaceAndAtTheEnd) {
   }
   EXPECT_EQ(unflushed, std::set<fs::path>());
   EXPECT_FALSE(renamed.has_value()) << *renamed << " may have its old name again";
+}
+
+// The early flush is one of a large copy, and the other comes at its end.
+TEST(EarlyFlushing, LeavesTheFlushAtTheEndInPlace) {
+  const Site site;
+  const Scenario& installation = scenarios().front();
+  installation.prepare(site);
+  const fs::path large = site.resourceCopy() / "Contents/large";
+  writeFile(large, "");
+  fs::resize_file(large, EarlyFlush::step);
+  const auto calls = site.run(installation.words(site)).calls;
+  const auto isFlush = [](const GatedCall& call) { return call.name == "syncfs"; };
+  const auto placed = std::ranges::find_if(
+      calls, [](const GatedCall& call) { return call.name.starts_with("rename"); });
+  EXPECT_EQ(std::count_if(calls.begin(), placed, isFlush), 2);
 }
 
 INSTANTIATE_TEST_SUITE_P(EachOne, Flushing, testing::ValuesIn(scenarios()),
