@@ -1,4 +1,5 @@
 #include <algorithm>
+#include <functional>
 #include <mutex>
 
 #include <ClientComm/Exceptions.h>
@@ -18,7 +19,7 @@ constexpr std::size_t mostBundleIDs = 4096;
 // Shared by all services, kept for the life of the process. Only grows.
 struct BundleIDs {
   std::mutex mutex;
-  std::set<std::string> identifiers;
+  std::set<std::string, std::less<>> identifiers;  // found by a text without a copy of it
 };
 
 BundleIDs& bundleIDs() {
@@ -33,7 +34,8 @@ QBHPAppEventBase::~QBHPAppEventBase() = default;
 
 std::set<std::string> QBHPAppEventBase::bundleIDSet() const {
   const std::lock_guard lock(bundleIDs().mutex);
-  return bundleIDs().identifiers;
+  const auto& identifiers = bundleIDs().identifiers;
+  return {identifiers.begin(), identifiers.end()};
 }
 
 void QBHPAppEventBase::setBundleID(Text bundleID) {
@@ -41,7 +43,9 @@ void QBHPAppEventBase::setBundleID(Text bundleID) {
     throw InvalidArgumentException("the sender of an RPC event has no bundle identifier");
   const std::lock_guard lock(bundleIDs().mutex);
   auto& identifiers = bundleIDs().identifiers;
-  if (identifiers.size() < mostBundleIDs) identifiers.emplace(*bundleID);
+  if (identifiers.size() < mostBundleIDs && !identifiers.contains(*bundleID)) {
+    identifiers.emplace(*bundleID);
+  }
 }
 
 String QBHPAppEventBase::performSelector(std::string_view selector, std::span<const Text> objects) {

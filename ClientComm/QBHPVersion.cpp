@@ -48,14 +48,20 @@ CharacterType typeOfCharacter(std::u16string_view string) {
 
 std::vector<std::u16string> splitVersionString(Text version) {
   const std::u16string units = utf16FromUTF8(version.value_or(""));
+  const std::u16string_view text = units;
   std::vector<std::u16string> components;
+  components.reserve(8);               // as many as nearly all versions have
   auto previous = CharacterType::dot;  // the first character begins a component
-  for (const char16_t unit : units) {
-    const CharacterType type = typeOfCharacter({&unit, 1});
-    if (type != previous || previous == CharacterType::dot) components.emplace_back();
-    components.back() += unit;
+  std::size_t begin = 0;
+  for (std::size_t i = 0; i < text.size(); ++i) {
+    const CharacterType type = typeOfCharacter(text.substr(i, 1));
+    if (i > begin && (type != previous || previous == CharacterType::dot)) {
+      components.emplace_back(text.substr(begin, i - begin));
+      begin = i;
+    }
     previous = type;
   }
+  if (begin < text.size()) components.emplace_back(text.substr(begin));
   return components;
 }
 

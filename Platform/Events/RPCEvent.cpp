@@ -12,15 +12,7 @@ RPCTarget RPCTarget::withBundleID(std::string_view bundleID) {
 }
 
 bool isSendable(std::string_view text) {
-  // Runs for every text of every event. Without an early exit the loop takes many bytes at a time.
-  unsigned char all = 0;
-  bool hasNUL = false;
-  for (const char byte : text) {
-    all |= static_cast<unsigned char>(byte);
-    hasNUL |= byte == '\0';
-  }
-  if (hasNUL) return false;
-  return all < 0x80 || isValidUTF8(text);
+  return text.find('\0') == std::string_view::npos && isValidUTF8(text);
 }
 
 bool EventAllowance::takeName(std::string_view name) {

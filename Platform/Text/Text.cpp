@@ -77,7 +77,8 @@ std::u32string charactersOf(std::u16string_view text) {
   return characters;
 }
 
-// Counts the bytes at the front that are ASCII.
+// Counts the bytes at the front that are ASCII, which nearly all texts are throughout. Runs for
+// every text of every event, so it takes eight bytes at a time.
 std::size_t asciiPrefix(std::string_view text) {
   constexpr std::uint64_t highBits = 0x8080808080808080U;
   std::size_t length = 0;
@@ -144,9 +145,8 @@ bool isPlain(std::u16string_view text) {
 bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 
 std::size_t utf16Length(std::string_view text) {
-  // A short cut for identifiers, which are counted for each event.
-  if (isASCII(text)) return text.size();
-  std::size_t units = 0;
+  std::size_t units = asciiPrefix(text);
+  text.remove_prefix(units);
   while (!text.empty()) {
     const Decoded front = decodeFront(text);
     units += front.character < 0x10000 ? 1 : 2;
@@ -156,8 +156,10 @@ std::size_t utf16Length(std::string_view text) {
 }
 
 std::u16string utf16FromUTF8(std::string_view text) {
-  std::u16string converted;
+  const std::size_t plain = asciiPrefix(text);
+  std::u16string converted(text.begin(), text.begin() + plain);
   converted.reserve(text.size());
+  text.remove_prefix(plain);
   while (!text.empty()) {
     const Decoded decoded = decodeFront(text);
     appendUTF16(converted, decoded.character);
