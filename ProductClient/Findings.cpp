@@ -13,25 +13,44 @@ constexpr std::size_t mostListed = 8;
 
 }  // namespace
 
-void Findings::ok(std::string_view subject, std::string text) {
-  add({Finding::Severity::ok, std::string(subject), std::move(text), {}});
+std::string Sentence::text() const {
+  std::string text;
+  const auto* next = texts.begin();
+  for (auto rest = form; !rest.empty();) {
+    const auto place = std::min(rest.find('{'), rest.size());
+    text += rest.substr(0, place);
+    rest.remove_prefix(place);
+    if (rest.empty() || next == texts.end()) break;
+    const bool isReady = rest.starts_with("{+}");
+    text += isReady ? std::string(*next) : shown(*next);
+    ++next;
+    rest.remove_prefix(isReady ? 3 : 2);
+  }
+  return text;
 }
 
-void Findings::note(std::string_view subject, std::string text, std::string remedy) {
-  add({Finding::Severity::note, std::string(subject), std::move(text), std::move(remedy)});
+void Findings::add(Finding::Severity severity, std::string_view subject, const Sentence& text,
+                   const Sentence& remedy) {
+  add({severity, std::string(subject), text.text(), remedy.text()});
 }
 
-void Findings::warning(std::string_view subject, std::string text, std::string remedy) {
-  add({Finding::Severity::warning, std::string(subject), std::move(text), std::move(remedy)});
+void Findings::ok(std::string_view subject, const Sentence& text) {
+  add(Finding::Severity::ok, subject, text, "");
 }
 
-void Findings::error(std::string_view subject, std::string text, std::string remedy) {
-  add({Finding::Severity::error, std::string(subject), std::move(text), std::move(remedy)});
+void Findings::note(std::string_view subject, const Sentence& text, const Sentence& remedy) {
+  add(Finding::Severity::note, subject, text, remedy);
+}
+
+void Findings::warning(std::string_view subject, const Sentence& text, const Sentence& remedy) {
+  add(Finding::Severity::warning, subject, text, remedy);
+}
+
+void Findings::error(std::string_view subject, const Sentence& text, const Sentence& remedy) {
+  add(Finding::Severity::error, subject, text, remedy);
 }
 
 std::string shown(std::string_view text) { return escaped(text, {}, longestShown); }
-
-std::string inQuotes(std::string_view text) { return '"' + shown(text) + '"'; }
 
 std::string listOf(const std::vector<std::string>& names) {
   std::string list;

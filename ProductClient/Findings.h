@@ -2,6 +2,7 @@
 
 #include <sys/types.h>
 
+#include <initializer_list>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -11,14 +12,30 @@
 
 namespace qbdkr {
 
+// A sentence with places for texts: {} shows one that may come from outside, see shown(), and {+}
+// takes one as it is. The texts must outlive it.
+struct Sentence {
+  // Converts, so that a call can be given the sentence alone.
+  Sentence(const char* sentenceForm, std::initializer_list<std::string_view> shownTexts = {})
+      : form(sentenceForm), texts(shownTexts) {}
+
+  // Returns the sentence with its texts.
+  [[nodiscard]] std::string text() const;
+
+  std::string_view form;
+  std::initializer_list<std::string_view> texts;
+};
+
 // Collects the findings of an examination, in their order.
 class Findings {
  public:
   void add(Finding finding) { findings_.push_back(std::move(finding)); }
-  void ok(std::string_view subject, std::string text);
-  void note(std::string_view subject, std::string text, std::string remedy = {});
-  void warning(std::string_view subject, std::string text, std::string remedy);
-  void error(std::string_view subject, std::string text, std::string remedy);
+  void add(Finding::Severity severity, std::string_view subject, const Sentence& text,
+           const Sentence& remedy);
+  void ok(std::string_view subject, const Sentence& text);
+  void note(std::string_view subject, const Sentence& text, const Sentence& remedy = "");
+  void warning(std::string_view subject, const Sentence& text, const Sentence& remedy);
+  void error(std::string_view subject, const Sentence& text, const Sentence& remedy);
 
   [[nodiscard]] std::vector<Finding> take() { return std::move(findings_); }
 
@@ -26,10 +43,9 @@ class Findings {
   std::vector<Finding> findings_;
 };
 
-// Return a text from outside as a part of a sentence: control characters and bytes that are not
-// UTF-8 are escaped, and a long one is cut. The second puts it in quotation marks.
+// Returns a text from outside as a part of a sentence: control characters and bytes that are not
+// UTF-8 are escaped, and a long one is cut.
 [[nodiscard]] std::string shown(std::string_view text);
-[[nodiscard]] std::string inQuotes(std::string_view text);
 
 // Returns names as "a, b and 3 more".
 [[nodiscard]] std::string listOf(const std::vector<std::string>& names);

@@ -27,83 +27,85 @@ bool liesIn(const std::string& path, const std::string& directory) {
   return !error && place.string().starts_with(root.string() + '/');
 }
 
-struct Complaint {
-  std::string text;
-  std::string remedy;
-};
-
 std::string subjectOf(const HelperCopy& copy, std::string_view part) {
   return std::string(copy.prefix).append("-").append(part);
 }
 
-void complain(const HelperCopy& copy, std::string_view part, Complaint complaint,
-              Findings& findings) {
-  if (!copy.remedy.empty()) complaint.remedy = copy.remedy;
-  findings.add({copy.severity, subjectOf(copy, part), std::move(complaint.text),
-                std::move(complaint.remedy)});
+void complain(const HelperCopy& copy, std::string_view part, const Sentence& text,
+              const Sentence& remedy, Findings& findings) {
+  findings.add({copy.severity, subjectOf(copy, part), text.text(),
+                copy.remedy.empty() ? remedy.text() : copy.remedy});
 }
 
 // Names the files that CFBundleExecutable could have meant.
 std::string programsIn(const std::string& folder) {
   auto names = contentsOfDirectory(folder).value_or(std::vector<std::string>());
-  if (names.empty()) return "the folder " + shown(folder) + " is empty or missing";
+  if (names.empty()) return Sentence("the folder {} is empty or missing", {folder}).text();
   std::ranges::sort(names);
-  return shown(folder) + " holds " + listOf(names);
+  return Sentence("{} holds {+}", {folder, listOf(names)}).text();
 }
 
-Complaint missingExecutable(const Bundle& bundle, const String& name) {
+void complainOfMissingExecutable(const Bundle& bundle, const String& name, const HelperCopy& copy,
+                                 Findings& findings) {
+  constexpr std::string_view part = "executable";
   const std::string folder = programFolderOf(bundle.bundlePath());
   const std::string file = appendPathComponent(bundle.bundlePath(), "Contents/Info.plist");
   if (!name || name->empty()) {
-    return {"CFBundleExecutable is missing from " + shown(file) + "; " + programsIn(folder) + '.',
-            "Add CFBundleExecutable with the name of the program."};
+    return complain(copy, part,
+                    {"CFBundleExecutable is missing from {}; {+}.", {file, programsIn(folder)}},
+                    "Add CFBundleExecutable with the name of the program.", findings);
   }
   const std::string path = appendPathComponent(folder, *name);
   const bool isThere = name->find('/') == std::string::npos && fileExists(path);
   if (isThere) {
-    return {"CFBundleExecutable is " + inQuotes(*name) + ", and " + shown(path) +
-                " is not a regular file.",
-            "Put the program there."};
+    return complain(copy, part,
+                    {"CFBundleExecutable is \"{}\", and {} is not a regular file.", {*name, path}},
+                    "Put the program there.", findings);
   }
-  return {"CFBundleExecutable is " + inQuotes(*name) +
-              ", which does not exist: " + programsIn(folder) + '.',
-          "Name a file of that folder, or put the program there."};
+  complain(
+      copy, part,
+      {"CFBundleExecutable is \"{}\", which does not exist: {+}.", {*name, programsIn(folder)}},
+      "Name a file of that folder, or put the program there.", findings);
 }
 
-std::optional<Complaint> complaintAbout(const std::string& path, const ProgramReport& report) {
-  const std::string program = shown(path);
+// The forms of two sentences over the path of a program, and the detail of its fault.
+struct Complaint {
+  const char* text;
+  const char* remedy;
+};
+
+std::optional<Complaint> complaintAbout(const ProgramReport& report) {
+  constexpr const char* anotherInterpreter =
+      "Install the interpreter, or correct the first line of the script.";
   switch (report.fault) {
     case ProgramFault::none:
       return std::nullopt;
     case ProgramFault::missing:
-      return Complaint{program + " does not exist.", "Put the program there."};
+      return Complaint{"{} does not exist.", "Put the program there."};
     case ProgramFault::notRegular:
-      return Complaint{program + " is not a regular file.", "Put the program there."};
+      return Complaint{"{} is not a regular file.", "Put the program there."};
     case ProgramFault::notExecutable:
-      return Complaint{program + " may not be executed by this user.",
-                       "Run: chmod +x '" + program + "'"};
+      return Complaint{"{} may not be executed by this user.", "Run: chmod +x '{}'"};
     case ProgramFault::empty:
-      return Complaint{program + " is empty.", "Build the program anew, and copy it there."};
+      return Complaint{"{} is empty.", "Build the program anew, and copy it there."};
     case ProgramFault::unknownFormat:
-      return Complaint{program + " is neither an ELF program nor a script.",
+      return Complaint{"{} is neither an ELF program nor a script.",
                        "Build the program for this system, or begin the script with \"#!\"."};
     case ProgramFault::otherProcessor:
-      return Complaint{program + " is a program for another processor, " + report.detail + '.',
+      return Complaint{"{} is a program for another processor, {}.",
                        "Build the program for this machine."};
     case ProgramFault::missingLoader:
-      return Complaint{program + " needs the loader " + shown(report.detail) +
-                           ", which this system does not have.",
+      return Complaint{"{} needs the loader {}, which this system does not have.",
                        "Build the program for the C library of this system."};
     case ProgramFault::missingInterpreter:
-      return Complaint{program + " is a script for the interpreter " + inQuotes(report.detail) +
-                           ", which does not exist or may not be executed.",
-                       report.detail.ends_with('\r')
-                           ? "Give the script the line ends of this system."
-                           : "Install the interpreter, or correct the first line of the script."};
+      return Complaint{
+          "{} is a script for the interpreter \"{}\", which does not exist or may not"
+          " be executed.",
+          report.detail.ends_with('\r') ? "Give the script the line ends of this system."
+                                        : anotherInterpreter};
     case ProgramFault::interpreterNotFound:
-      return Complaint{program + " is a script for " + inQuotes(report.detail) +
-                           ", which PATH does not lead to.",
-                       "Install the interpreter, or correct the first line of the script."};
+      return Complaint{"{} is a script for \"{}\", which PATH does not lead to.",
+                       anotherInterpreter};
   }
   return std::nullopt;
 }
@@ -118,8 +120,9 @@ void warnOfLibrariesLeftBehind(const HelperCopy& copy, const std::vector<std::st
   }
   if (left.empty()) return;
   findings.warning(subjectOf(copy, "libraries"),
-                   "The helper agent finds " + listOf(left) +
-                       " in the host's bundle, which an installed copy leaves.",
+                   {"The helper agent finds {+} in the host's bundle, which an installed copy"
+                    " leaves.",
+                    {listOf(left)}},
                    "Put these libraries into the helper agent's own bundle.");
 }
 
@@ -131,10 +134,9 @@ bool examineLibraries(const std::string& path, const HelperCopy& copy, Findings&
     return true;
   }
   if (!libraries.missing.empty()) {
-    complain(copy, "libraries",
-             {shown(path) + " does not find " + listOf(libraries.missing) + '.',
-              "Put the missing libraries into the bundle's Contents/Frameworks, and give the"
-              " program the rpath $ORIGIN/../Frameworks."},
+    complain(copy, "libraries", {"{} does not find {+}.", {path, listOf(libraries.missing)}},
+             "Put the missing libraries into the bundle's Contents/Frameworks, and give the"
+             " program the rpath $ORIGIN/../Frameworks.",
              findings);
     return false;
   }
@@ -150,26 +152,28 @@ bool examineIdentity(const Bundle& bundle, const HelperCopy& copy, const String&
   if (!own || own->empty()) {
     complain(
         copy, "identity",
-        {"The helper agent has no CFBundleIdentifier in " + shown(file) +
-             ": it does not come to the bus.",
-         "Add CFBundleIdentifier" +
-             (identifier ? " with " + inQuotes(*identifier) : std::string()) + " to that file."},
+        {"The helper agent has no CFBundleIdentifier in {}: it does not come to the bus.", {file}},
+        {identifier ? "Add CFBundleIdentifier with \"{}\" to that file."
+                    : "Add CFBundleIdentifier to that file.",
+         {identifier.value_or("")}},
         findings);
     return false;
   }
   // Without the host's word only the form can be judged.
   if (identifier ? *own != *identifier : !isReachableIdentifier(*own)) {
-    complain(copy, "identity",
-             {"The helper agent's CFBundleIdentifier is " + inQuotes(*own) +
-                  (identifier ? ", but the host expects " + inQuotes(*identifier)
-                              : ", which cannot be a name on the bus") +
-                  '.',
-              "Make \"Helper Bundle indentifiter\" of the host and CFBundleIdentifier of the helper"
-              " agent the same."},
-             findings);
+    complain(
+        copy, "identity",
+        {identifier ? "The helper agent's CFBundleIdentifier is \"{}\", but the host expects"
+                      " \"{}\"."
+                    : "The helper agent's CFBundleIdentifier is \"{}\", which cannot be a name on"
+                      " the bus.",
+         {*own, identifier.value_or("")}},
+        "Make \"Helper Bundle indentifiter\" of the host and CFBundleIdentifier of the helper"
+        " agent the same.",
+        findings);
     return false;
   }
-  findings.ok(subjectOf(copy, "identity"), "It identifies itself as " + shown(*own) + '.');
+  findings.ok(subjectOf(copy, "identity"), {"It identifies itself as {}.", {*own}});
   return true;
 }
 
@@ -179,20 +183,21 @@ bool examineExecutable(const Bundle& bundle, const HelperCopy& copy, Findings& f
   const auto name = bundle.infoString(kCFBundleExecutableKey);
   const auto path = bundle.executablePath();
   if (!path) {
-    complain(copy, "executable", missingExecutable(bundle, name), findings);
+    complainOfMissingExecutable(bundle, name, copy, findings);
     return false;
   }
   const auto report = reportOnProgram(*path);
-  if (auto complaint = complaintAbout(*path, report)) {
-    complain(copy, "executable", std::move(*complaint), findings);
+  if (const auto complaint = complaintAbout(report)) {
+    complain(copy, "executable", {complaint->text, {*path, report.detail}},
+             {complaint->remedy, {*path}}, findings);
     return false;
   }
   if (!report.interpreter.empty()) {
     findings.ok(subjectOf(copy, "executable"),
-                shown(*path) + " is a script for " + shown(report.interpreter) + '.');
+                {"{} is a script for {}.", {*path, report.interpreter}});
     return true;
   }
-  findings.ok(subjectOf(copy, "executable"), shown(*path) + " may be executed.");
+  findings.ok(subjectOf(copy, "executable"), {"{} may be executed.", {*path}});
   return examineLibraries(*path, copy, findings);
 }
 
@@ -200,17 +205,15 @@ bool examineHelperCopy(const HelperCopy& copy, const String& identifier, Finding
   const auto bundle = Bundle::withPath(copy.path);
   const std::string file = appendPathComponent(copy.path, "Contents/Info.plist");
   if (!bundle) {
-    complain(copy, "bundle",
-             {shown(copy.path) + " is not a directory.", "Put the helper agent's bundle there."},
-             findings);
+    complain(copy, "bundle", {"{} is not a directory.", {copy.path}},
+             "Put the helper agent's bundle there.", findings);
     return false;
   }
-  findings.ok(subjectOf(copy, "bundle"), shown(copy.path) + " is there.");
+  findings.ok(subjectOf(copy, "bundle"), {"{} is there.", {copy.path}});
   if (const auto fault = faultOfDictionaryFile(file)) {
     complain(copy, "information",
-             {shown(file) + " is not a property list with a dictionary: " + shown(*fault) + '.',
-              "Correct that file."},
-             findings);
+             {"{} is not a property list with a dictionary: {}.", {file, *fault}},
+             "Correct that file.", findings);
     return false;
   }
   findings.ok(subjectOf(copy, "information"), "Its Info.plist is well formed.");

@@ -68,29 +68,26 @@ class HostExaminer {
       return std::nullopt;
     }
     if (const auto fault = faultOfDictionaryFile(file)) {
-      findings_.error(
-          "host-information",
-          shown(file) + " is not a property list with a dictionary: " + shown(*fault) + '.',
-          "Correct that file.");
+      findings_.error("host-information",
+                      {"{} is not a property list with a dictionary: {}.", {file, *fault}},
+                      "Correct that file.");
       return std::nullopt;
     }
     file_ = readDictionaryFile(file).value_or(PropertyList::Dictionary());
-    findings_.ok("host-bundle", shown(path_) + " is a bundle.");
+    findings_.ok("host-bundle", {"{} is a bundle.", {path_}});
     findings_.ok("host-information", "Its Info.plist is well formed.");
     return host;
   }
 
   void tellNoBundle(const std::string& file) {
     const auto around = bundleAround(path_);
-    std::string text;
-    if (!fileExists(path_)) {
-      text = shown(path_) + " does not exist.";
-    } else {
-      text = shown(path_) + " is not a bundle: " + shown(file) + " does not exist.";
-    }
-    findings_.error("host-bundle", text,
-                    around ? "Examine the bundle around it, " + shown(*around) + '.'
-                           : "Run the host from NAME.app/Contents, with an Info.plist there.");
+    findings_.error(
+        "host-bundle",
+        {fileExists(path_) ? "{} is not a bundle: {} does not exist." : "{} does not exist.",
+         {path_, file}},
+        {around ? "Examine the bundle around it, {}."
+                : "Run the host from NAME.app/Contents, with an Info.plist there.",
+         {around.value_or("")}});
   }
 
   // Without CFBundleExecutable a host works if it is started by the path of its program.
@@ -136,9 +133,9 @@ class HostExaminer {
     if (report.interpreter.empty() || report.fault != ProgramFault::none) return;
     if (hasInterpreterOfItsOwn(resource)) return;
     findings_.error("helper-executable",
-                    shown(*program) + " is a script for " + shown(report.interpreter) +
-                        ", and \"Helper must be installed copy\" is set: requests return -1743, as"
-                        " the process of a script is its interpreter.",
+                    {"{} is a script for {}, and \"Helper must be installed copy\" is set: requests"
+                     " return -1743, as the process of a script is its interpreter.",
+                     {*program, report.interpreter}},
                     "Remove the key \"Helper must be installed copy\", or have the script run an"
                     " interpreter beside it in the bundle.");
   }
@@ -170,19 +167,16 @@ class HostExaminer {
     auto names = contentsOfDirectory(folder).value_or(std::vector<std::string>());
     std::erase_if(names, [](const std::string& entry) { return pathExtension(entry) != "app"; });
     std::ranges::sort(names);
-    const std::string present =
-        names.empty() ? "no bundle is there"
-                      : listOf(names) + (names.size() == 1 ? " is" : " are") + " there";
-    const std::string text =
-        "The helper agent " + shown(wanted) + " does not exist; " + present + '.';
-    std::string remedy = "Put the helper agent's bundle there, or correct \"Helepr App name\".";
-    if (name.ends_with(".app")) remedy = "Leave out \".app\" in the name.";
     const auto installed = configuration.installedHelper();
-    if (installed && installed->starts_with('/') && fileExists(*installed)) {
-      findings_.warning("helper-bundle", text + " An installed copy is used.", remedy);
-    } else {
-      findings_.error("helper-bundle", text, remedy);
-    }
+    const bool isInstalled = installed && installed->starts_with('/') && fileExists(*installed);
+    findings_.add(
+        isInstalled ? Finding::Severity::warning : Finding::Severity::error, "helper-bundle",
+        {"The helper agent {} does not exist; {+}{+} there.{+}",
+         {wanted, names.empty() ? "no bundle" : listOf(names), names.size() > 1 ? " are" : " is",
+          isInstalled ? " An installed copy is used." : ""}},
+        name.ends_with(".app")
+            ? "Leave out \".app\" in the name."
+            : "Put the helper agent's bundle there, or correct \"Helepr App name\".");
   }
 
   bool examineContents(const std::string& resource, bool isNeeded) {
@@ -190,17 +184,19 @@ class HostExaminer {
     const auto survey = surveyOfTree(resource);
     if (survey.obstacle) {
       findings_.add(
-          {isNeeded ? Finding::Severity::error : Finding::Severity::warning, std::string(subject),
-           shown(survey.obstacle->path) + " cannot be installed: " + survey.obstacle->message + '.',
-           "Remove it from the helper agent's bundle, or make it readable."});
+          isNeeded ? Finding::Severity::error : Finding::Severity::warning, subject,
+          {"{} cannot be installed: {+}.", {survey.obstacle->path, survey.obstacle->message}},
+          "Remove it from the helper agent's bundle, or make it readable.");
       return false;
     }
+    const std::string count = std::to_string(survey.entries);
     if (!survey.isComplete) {
-      findings_.note(subject, "The helper agent has more than " + std::to_string(survey.entries) +
-                                  " files, and not all were examined.");
+      findings_.note(
+          subject,
+          {"The helper agent has more than {} files, and not all were examined.", {count}});
       return true;
     }
-    findings_.ok(subject, "Its " + std::to_string(survey.entries) + " files can be copied.");
+    findings_.ok(subject, {"Its {} files can be copied.", {count}});
     return true;
   }
 
@@ -214,8 +210,7 @@ class HostExaminer {
 std::vector<Finding> examineHost(const std::string& bundlePath) {
   if (bundlePath.empty() || bundlePath.find('\0') != std::string::npos) {
     Findings findings;
-    findings.error("host-bundle",
-                   "The path " + inQuotes(bundlePath) + " cannot be that of a bundle.",
+    findings.error("host-bundle", {"The path \"{}\" cannot be that of a bundle.", {bundlePath}},
                    "Give the path of the host's bundle.");
     return findings.take();
   }

@@ -89,8 +89,9 @@ class InstallationExaminer {
     if (fileExists(*installed)) {
       examineInstalled(*installed, next);
     } else if (!resource_) {
-      findings_.note("installed-bundle", "No helper agent is installed at " + shown(*installed) +
-                                             ", and the host has none to install.");
+      findings_.note(
+          "installed-bundle",
+          {"No helper agent is installed at {}, and the host has none to install.", {*installed}});
     }
   }
 
@@ -100,10 +101,9 @@ class InstallationExaminer {
       std::error_code error;
       const fs::path here = fs::current_path(error);
       findings_.error(directorySubject,
-                      "The install directory " + inQuotes(directory) +
-                          " is relative: it depends on where the host is started, here " +
-                          shown((here / directory).lexically_normal().string()) +
-                          ", and nothing is started from there.",
+                      {"The install directory \"{}\" is relative: it depends on where the host is"
+                       " started, here {}, and nothing is started from there.",
+                       {directory, (here / directory).lexically_normal().native()}},
                       "Give an absolute path, or one that begins with \"~/\".");
       return false;
     }
@@ -111,10 +111,10 @@ class InstallationExaminer {
     const bool isThere = existing == directory || fileExists(directory);
     const std::string& place = isThere ? directory : existing;
     if (!fs::is_directory(fs::path(place), ignored_)) {
-      findings_.error(directorySubject,
-                      shown(place) + " is not a directory, so nothing can be installed into " +
-                          shown(directory) + '.',
-                      "Remove that file, or give another install directory.");
+      findings_.error(
+          directorySubject,
+          {"{} is not a directory, so nothing can be installed into {}.", {place, directory}},
+          "Remove that file, or give another install directory.");
       return false;
     }
     return examineFileSystem(directory, place) && examineRights(directory, place, isThere);
@@ -124,25 +124,24 @@ class InstallationExaminer {
     const auto fileSystem = fileSystemOf(place);
     if (!fileSystem) return true;
     const std::string name = fileSystem->type.empty() ? "file system" : fileSystem->type;
-    constexpr std::string_view remedy = "Give an install directory on a disk, below the home.";
+    constexpr const char* remedy = "Give an install directory on a disk, below the home.";
     if (!fileSystem->holdsFiles || !fileSystem->isWritable) {
       findings_.error(directorySubject,
-                      shown(directory) + " lies on " +
-                          (fileSystem->holdsFiles ? "a read-only " + name
-                                                  : name + ", which holds no files of users") +
-                          '.',
-                      std::string(remedy));
+                      {fileSystem->holdsFiles ? "{} lies on a read-only {+}."
+                                              : "{} lies on {+}, which holds no files of users.",
+                       {directory, name}},
+                      remedy);
       return false;
     }
     if (!fileSystem->runsPrograms) {
       findings_.error("file-system",
-                      shown(place) + " lies on a " + name +
-                          " that is mounted \"noexec\": no program is executed from there.",
-                      std::string(remedy));
+                      {"{} lies on a {+} that is mounted \"noexec\": no program is executed from"
+                       " there.",
+                       {place, name}},
+                      remedy);
       return false;
     }
-    if (!fileSystem->type.empty())
-      findings_.ok("file-system", shown(place) + " is on " + name + '.');
+    if (!fileSystem->type.empty()) findings_.ok("file-system", {"{} is on {+}.", {place, name}});
     return true;
   }
 
@@ -151,19 +150,20 @@ class InstallationExaminer {
       const std::string reason = std::generic_category().message(errno);
       findings_.error(
           directorySubject,
-          shown(place) + " cannot be written by this user (" + reason + ")" +
-              (isThere ? "." : ", so " + shown(directory) + " cannot be made."),
+          {isThere ? "{} cannot be written by this user ({+})."
+                   : "{} cannot be written by this user ({+}), so {} cannot be made.",
+           {place, reason, directory}},
           "Give this user the right to write there, or give another install directory.");
       return false;
     }
     if (!isThere && fs::path(directory).filename().string().size() > longestName) {
-      findings_.error(directorySubject, "The name of " + shown(directory) + " is too long.",
+      findings_.error(directorySubject, {"The name of {} is too long.", {directory}},
                       "Give a shorter install directory.");
       return false;
     }
-    findings_.ok(directorySubject, isThere
-                                       ? shown(directory) + " can be written."
-                                       : shown(directory) + " does not exist, and can be made.");
+    findings_.ok(
+        directorySubject,
+        {isThere ? "{} can be written." : "{} does not exist, and can be made.", {directory}});
     return true;
   }
 
@@ -173,10 +173,10 @@ class InstallationExaminer {
     const std::string version = describedVersion(*resource_);
     switch (next) {
       case NextStart::installs:
-        return findings_.ok(subject, "The next start installs the helper agent, " + version + '.');
+        return findings_.ok(subject, {"The next start installs the helper agent, {+}.", {version}});
       case NextStart::upgrades:
-        return findings_.ok(subject, "The next start replaces the installed copy, " +
-                                         describedVersion(installed) + ", by " + version + '.');
+        return findings_.ok(subject, {"The next start replaces the installed copy, {+}, by {+}.",
+                                      {describedVersion(installed), version}});
       case NextStart::keepsSame:
       case NextStart::keepsNewer:
         return tellKept(installed, version, describedVersion(installed),
@@ -189,7 +189,7 @@ class InstallationExaminer {
 
   static std::string describedVersion(const std::string& bundle) {
     const auto version = versionOfBundle(bundle);
-    return version ? "version " + inQuotes(*version) : "no version";
+    return version ? Sentence("version \"{}\"", {*version}).text() : "no version";
   }
 
   void tellKept(const std::string& installed, const std::string& version,
@@ -202,15 +202,16 @@ class InstallationExaminer {
     if (isSame && program && installedProgram && !haveSameBytes(*program, *installedProgram)) {
       return findings_.warning(
           subject,
-          "The installed copy has the same version as the resource, " + version +
-              ", and another program: the next start keeps it.",
-          "Raise CFBundleVersion of the helper agent, or remove " + shown(installed) + '.');
+          {"The installed copy has the same version as the resource, {+}, and another program: the"
+           " next start keeps it.",
+           {version}},
+          {"Raise CFBundleVersion of the helper agent, or remove {}.", {installed}});
     }
-    const std::string text =
-        "The next start keeps the installed copy, " + present + ": the resource, " + version +
-        ", is not newer (logged as \"helper in conetent's version is lower\").";
-    if (isSame) return findings_.ok(subject, text);
-    findings_.note(subject, text);
+    findings_.add(isSame ? Finding::Severity::ok : Finding::Severity::note, subject,
+                  {"The next start keeps the installed copy, {+}: the resource, {+}, is not newer"
+                   " (logged as \"helper in conetent's version is lower\").",
+                   {present, version}},
+                  "");
   }
 
   void examineRoom(const std::string& directory, const std::string& installed, NextStart next) {
@@ -218,23 +219,23 @@ class InstallationExaminer {
     const auto fileSystem = fileSystemOf(nearestExisting(directory));
     const auto size = surveyOfTree(*resource_).bytes;
     if (!fileSystem || fileSystem->freeSize >= size) return;
-    const std::string text = "The helper agent takes " + asMegabytes(size) + ", and only " +
-                             asMegabytes(fileSystem->freeSize) + " are free for " +
-                             shown(directory) + '.';
-    if (next == NextStart::installs) {
-      findings_.error("free-space", text, "Make room there.");
-    } else {
-      findings_.warning("free-space", text + " The copy at " + shown(installed) + " stays in use.",
-                        "Make room there.");
-    }
+    const bool isFirst = next == NextStart::installs;
+    findings_.add(
+        isFirst ? Finding::Severity::error : Finding::Severity::warning, "free-space",
+        {isFirst ? "The helper agent takes {}, and only {} are free for {}."
+                 : "The helper agent takes {}, and only {} are free for {}. The copy at {}"
+                   " stays in use.",
+         {asMegabytes(size), asMegabytes(fileSystem->freeSize), directory, installed}},
+        "Make room there.");
   }
 
   void examineLeftovers(const std::string& directory, const std::string& installed) {
     const auto names = unfinishedWorkOn(installed);
     if (names.empty()) return;
     findings_.note("unfinished-work",
-                   shown(directory) + " holds " + listOf(names) +
-                       ", of a deployment that runs or was interrupted; the next one clears it.");
+                   {"{} holds {+}, of a deployment that runs or was interrupted; the next one"
+                    " clears it.",
+                    {directory, listOf(names)}});
   }
 
   // A copy that the next start replaces does no harm.
@@ -244,7 +245,7 @@ class InstallationExaminer {
       copy.severity = Finding::Severity::note;
       copy.remedy = "Start the host: it replaces this copy.";
     } else if (next != NextStart::unknown) {
-      copy.remedy = "Remove " + shown(installed) + ": the next start installs it anew.";
+      copy.remedy = Sentence("Remove {}: the next start installs it anew.", {installed}).text();
     }
     Findings found;
     examineHelperCopy(copy, configuration_.helperIdentifier(), found);

@@ -4,7 +4,6 @@
 #include <array>
 #include <string>
 #include <string_view>
-#include <utility>
 #include <variant>
 
 #include "ClientComm/InfoKeys.h"
@@ -17,11 +16,11 @@ namespace {
 
 using Dictionary = PropertyList::Dictionary;
 
-std::string typeOf(const PropertyList& value) {
+std::string_view typeOf(const PropertyList& value) {
   constexpr std::array<std::string_view, std::variant_size_v<PropertyList::Value>> names{
       "a text", "a flag", "an integer", "a real number",
       "a date", "data",   "an array",   "a dictionary"};
-  return std::string(names.at(value.value().index()));
+  return names.at(value.value().index());
 }
 
 class KeyExaminer {
@@ -55,27 +54,26 @@ class KeyExaminer {
   }
 
   // Says why a key has no text that could be used.
-  [[nodiscard]] std::pair<std::string, std::string> explainMissing(std::string_view key) const {
-    const std::string named = inQuotes(key);
+  void reportMissing(Finding::Severity severity, std::string_view subject, std::string_view key) {
     if (const PropertyList* value = find(key)) {
-      if (value->text()) return {named + " is empty.", "Give the key " + named + " a value."};
-      return {named + " is " + typeOf(*value) + ", which does not count as a text.",
-              "Make the value of " + named + " a <string>."};
+      if (value->text()) {
+        return findings_.add(severity, subject, {"\"{}\" is empty.", {key}},
+                             {"Give the key \"{}\" a value.", {key}});
+      }
+      return findings_.add(severity, subject,
+                           {"\"{}\" is {}, which does not count as a text.", {key, typeOf(*value)}},
+                           {"Make the value of \"{}\" a <string>.", {key}});
     }
     auto meant = keyMeantAs(key, file_);
     if (!meant) meant = keyMeantAs(otherSpellingOf(key), file_);
     if (meant) {
-      return {"The key " + named + " is missing; there is a key " + inQuotes(*meant) +
-                  ", which is not read.",
-              "Rename the key " + inQuotes(*meant) + " to " + named + ", letter for letter."};
+      return findings_.add(
+          severity, subject,
+          {"The key \"{}\" is missing; there is a key \"{}\", which is not read.", {key, *meant}},
+          {"Rename the key \"{}\" to \"{}\", letter for letter.", {*meant, key}});
     }
-    return {"The key " + named + " is missing from Info.plist.",
-            "Add the key " + named + " to the host's Info.plist."};
-  }
-
-  void reportMissing(Finding::Severity severity, std::string_view subject, std::string_view key) {
-    auto [text, remedy] = explainMissing(key);
-    findings_.add({severity, std::string(subject), std::move(text), std::move(remedy)});
+    findings_.add(severity, subject, {"The key \"{}\" is missing from Info.plist.", {key}},
+                  {"Add the key \"{}\" to the host's Info.plist.", {key}});
   }
 
   void examineHostIdentifier() {
@@ -86,11 +84,11 @@ class KeyExaminer {
     if (!isReachableIdentifier(*identifier)) {
       return findings_.error(
           subject,
-          "The host's " + std::string(kCFBundleIdentifierKey) + ' ' + inQuotes(*identifier) +
-              " cannot be a name on the bus, so the host is not known there.",
+          {"The host's {} \"{}\" cannot be a name on the bus, so the host is not known there.",
+           {kCFBundleIdentifierKey, *identifier}},
           "Give the host an identifier of two elements or more, as \"com.Acme.PhotoTool\".");
     }
-    findings_.ok(subject, "The host is " + shown(*identifier) + '.');
+    findings_.ok(subject, {"The host is {}.", {*identifier}});
   }
 
   void examineProductID() {
@@ -100,10 +98,10 @@ class KeyExaminer {
       return reportMissing(Finding::Severity::warning, subject, infokey::productID);
     const PropertyList* value = find(infokey::productID);
     if (value == nullptr || value->string() != nullptr) {
-      return findings_.ok(subject, "The product identifier is " + inQuotes(*product) + '.');
+      return findings_.ok(subject, {"The product identifier is \"{}\".", {*product}});
     }
-    findings_.note(subject, "\"PID\" is " + typeOf(*value) + "; requests carry its digits, " +
-                                inQuotes(*product) + '.');
+    findings_.note(
+        subject, {"\"PID\" is {}; requests carry its digits, \"{}\".", {typeOf(*value), *product}});
   }
 
   void examineHelperIdentifier() {
@@ -114,12 +112,12 @@ class KeyExaminer {
     if (!isReachableIdentifier(*identifier)) {
       return findings_.error(
           subject,
-          inQuotes(infokey::helperBundleIdentifier) + " is " + inQuotes(*identifier) +
-              ", which cannot be a name on the bus: requests return -50.",
+          {"\"{}\" is \"{}\", which cannot be a name on the bus: requests return -50.",
+           {infokey::helperBundleIdentifier, *identifier}},
           "Give the helper agent an identifier of two elements or more, as \"com.Acme.Helper\","
           " in both files.");
     }
-    findings_.ok(subject, "The helper agent is " + shown(*identifier) + '.');
+    findings_.ok(subject, {"The helper agent is {}.", {*identifier}});
   }
 
   // Names the winner if both spellings are there and differ.
@@ -130,10 +128,9 @@ class KeyExaminer {
     if (!one || !other || *one == *other || !winner) return;
     const bool isFirst = *one == *winner;
     findings_.warning(subject,
-                      "Both " + inQuotes(first) + " and " + inQuotes(second) + " are there; " +
-                          inQuotes(isFirst ? first : second) + " counts, with " +
-                          inQuotes(*winner) + '.',
-                      "Remove the key " + inQuotes(isFirst ? second : first) + '.');
+                      {"Both \"{}\" and \"{}\" are there; \"{}\" counts, with \"{}\".",
+                       {first, second, isFirst ? first : second, *winner}},
+                      {"Remove the key \"{}\".", {isFirst ? second : first}});
   }
 
   void examineHelperName() {
@@ -145,13 +142,12 @@ class KeyExaminer {
     const auto name = host_.infoString(key);
     if (!name || name->empty()) return reportMissing(Finding::Severity::error, subject, key);
     if (name->find('/') != std::string::npos || name->find('\0') != std::string::npos) {
-      return findings_.error(
-          subject,
-          inQuotes(key) + " is " + inQuotes(*name) + ", which is not the name of one file.",
-          "Give only the name of the bundle, without a path.");
+      return findings_.error(subject,
+                             {"\"{}\" is \"{}\", which is not the name of one file.", {key, *name}},
+                             "Give only the name of the bundle, without a path.");
     }
     compareSpellings(subject, infokey::heleprAppName, infokey::helperAppName, name);
-    findings_.ok(subject, "The helper agent's bundle is " + shown(*name) + ".app.");
+    findings_.ok(subject, {"The helper agent's bundle is {}.app.", {*name}});
   }
 
   void examineInstallPath() {
@@ -160,14 +156,13 @@ class KeyExaminer {
     if (!directory) {
       const bool isSecond = find(infokey::helperLoactionPath) == nullptr &&
                             find(infokey::helperLocationPath) != nullptr;
-      auto [text, remedy] =
-          explainMissing(isSecond ? infokey::helperLocationPath : infokey::helperLoactionPath);
-      return findings_.error(subject, std::move(text), std::move(remedy));
+      return reportMissing(Finding::Severity::error, subject,
+                           isSecond ? infokey::helperLocationPath : infokey::helperLoactionPath);
     }
     const auto first = host_.infoString(infokey::helperLoactionPath).value_or("");
     compareSpellings(subject, infokey::helperLoactionPath, infokey::helperLocationPath,
                      first.empty() ? host_.infoString(infokey::helperLocationPath) : first);
-    findings_.ok(subject, "It is installed into " + shown(*directory) + '.');
+    findings_.ok(subject, {"It is installed into {}.", {*directory}});
   }
 
   void examineFlag(std::string_view key) {
@@ -177,16 +172,17 @@ class KeyExaminer {
       const auto meant = keyMeantAs(key, file_);
       if (!meant) return;
       return findings_.warning(
-          subject,
-          "The key " + inQuotes(*meant) + " is not read; " + inQuotes(key) + " is missing.",
-          "Rename the key " + inQuotes(*meant) + " to " + inQuotes(key) + ", letter for letter.");
+          subject, {"The key \"{}\" is not read; \"{}\" is missing.", {*meant, key}},
+          {"Rename the key \"{}\" to \"{}\", letter for letter.", {*meant, key}});
     }
     const auto text = value->text();
     if (text && isFlagText(*text)) return;
-    findings_.warning(subject,
-                      inQuotes(key) + " is " + (text ? inQuotes(*text) : typeOf(*value)) +
-                          ", which counts as " + (boolValue(*value) ? "true." : "false."),
-                      "Make the value of " + inQuotes(key) + " <true/> or <false/>.");
+    findings_.warning(
+        subject,
+        {text ? "\"{}\" is \"{}\", which counts as {}." : "\"{}\" is {}, which counts as {}.",
+         {key, text ? std::string_view(*text) : typeOf(*value),
+          boolValue(*value) ? "true" : "false"}},
+        {"Make the value of \"{}\" <true/> or <false/>.", {key}});
   }
 
   // True for a text that everyone reads as the same flag as boolValue().

@@ -58,9 +58,9 @@ class PresenceExaminer {
     std::erase(processes, *lookup.process);
     if (processes.empty()) return;
     findings_.warning(processSubject,
-                      "Beside its owner, " + listOf(processes) + " also " +
-                          (processes.size() == 1 ? "runs" : "run") + " the helper agent.",
-                      commandToEnd(processes));
+                      {"Beside its owner, {+} also {} the helper agent.",
+                       {listOf(processes), processes.size() == 1 ? "runs" : "run"}},
+                      {"{+}", {commandToEnd(processes)}});
   }
 
  private:
@@ -82,24 +82,27 @@ class PresenceExaminer {
     const PropertyList* closed = domain ? domain->find(switchKey) : nullptr;
     if (closed == nullptr || !boolValue(*closed)) return;
     findings_.warning("server-switch",
-                      std::string(switchKey) + " is set in the settings of " + shown(identifier_) +
-                          ": a helper agent that has ended is not started again.",
+                      {"{} is set in the settings of {}: a helper agent that has ended is not"
+                       " started again.",
+                       {switchKey, identifier_}},
                       "Let the helper agent remove it, or set it to false there.");
   }
 
   bool examineWay(const PeerLookup& lookup) {
     constexpr std::string_view subject = "session-bus";
-    const std::string bus = lookup.way.empty() ? "The session bus" : "The bus " + shown(lookup.way);
+    const std::string_view bus = lookup.way.empty() ? "The session bus" : "The bus ";
     if (!lookup.isTried) {
-      findings_.note(subject, bus + " is not a local socket, and was not asked.");
+      findings_.note(subject,
+                     {"{+}{} is not a local socket, and was not asked.", {bus, lookup.way}});
       return false;
     }
     if (!lookup.obstacle.empty()) {
-      findings_.error(subject, bus + " cannot be reached: " + lookup.obstacle + '.',
+      findings_.error(subject,
+                      {"{+}{} cannot be reached: {+}.", {bus, lookup.way, lookup.obstacle}},
                       "Start the host in a session that has a bus, or under dbus-run-session.");
       return false;
     }
-    findings_.ok(subject, bus + " answers.");
+    findings_.ok(subject, {"{+}{} answers.", {bus, lookup.way}});
     return true;
   }
 
@@ -108,10 +111,10 @@ class PresenceExaminer {
       return findings_.note(ownerSubject, "The helper agent does not run; a host starts it.");
     }
     findings_.error(processSubject,
-                    "The helper agent is run by " + listOf(processes) + " without the name " +
-                        shown(identifier_) +
-                        " on this bus: it counts as running, and cannot be reached.",
-                    commandToEnd(processes) + " (it may be on the bus of another session).");
+                    {"The helper agent is run by {+} without the name {} on this bus: it counts as"
+                     " running, and cannot be reached.",
+                     {listOf(processes), identifier_}},
+                    {"{+} (it may be on the bus of another session).", {commandToEnd(processes)}});
   }
 
   void examineOwner(pid_t owner, const std::vector<RunningApplication>& running) {
@@ -122,22 +125,22 @@ class PresenceExaminer {
         isApplication ? application->info->text(kCFBundleIdentifierKey).value_or("") : "";
     if (isApplication && identifier == identifier_ &&
         isSamePlace(application->bundlePath, installed_)) {
-      return findings_.ok(ownerSubject, "The helper agent runs as " + process + '.');
+      return findings_.ok(ownerSubject, {"The helper agent runs as {}.", {process}});
     }
     if (!isApplication && isInstalledScript()) {
       return findings_.ok(ownerSubject,
-                          "The helper agent, a script, can be reached at " + process + '.');
+                          {"The helper agent, a script, can be reached at {}.", {process}});
     }
-    const std::string text =
-        "The name " + shown(identifier_) + " belongs to " + process + ", " +
-        (isApplication ? "which runs " + shown(application->bundlePath) + " of the identifier " +
-                             inQuotes(identifier)
-                       : std::string("which runs no application that can be seen")) +
-        ", and not the installed copy " + shown(installed_) + '.';
-    if (configuration_.requiresInstalledHelper()) {
-      return findings_.error(ownerSubject, text + " Requests return -1743.", commandToEnd({owner}));
-    }
-    findings_.warning(ownerSubject, text, commandToEnd({owner}));
+    const std::string program =
+        isApplication
+            ? Sentence("{} of the identifier \"{}\"", {application->bundlePath, identifier}).text()
+            : "no application that can be seen";
+    const bool isRefused = configuration_.requiresInstalledHelper();
+    findings_.add(
+        isRefused ? Finding::Severity::error : Finding::Severity::warning, ownerSubject,
+        {"The name {} belongs to {}, which runs {+}, and not the installed copy {}.{+}",
+         {identifier_, process, program, installed_, isRefused ? " Requests return -1743." : ""}},
+        {"{+}", {commandToEnd({owner})}});
   }
 
   // Its process is the interpreter, which belongs to no bundle.
