@@ -4,7 +4,7 @@
 #     NAME       <name of the bundle, without ".app">
 #     DIRECTORY  <where it is made, in the build tree>
 #     INFO       <Info.plist, or a template of one, which sees BUNDLE_NAME and the variables of the caller>
-#     LIBRARIES  <targets of the shared libraries that go along>...
+#     LIBRARIES  <targets of the shared libraries that go along, or NONE>...
 #     [RESOURCES <files or folders that go among the resources>...]
 #     [HELPER    <target of another bundle that goes among the resources>]
 #     [SELF_CONTAINED]
@@ -35,6 +35,7 @@ function(qbdkr_add_bundle BUNDLE_TARGET)
   cmake_parse_arguments(PARSE_ARGV 1 BUNDLE
     "SELF_CONTAINED;UNCHECKED" "NAME;DIRECTORY;INFO;HELPER" "LIBRARIES;RESOURCES")
   qbdkr_check_bundle_arguments()
+  list(REMOVE_ITEM BUNDLE_LIBRARIES NONE)
   cmake_path(ABSOLUTE_PATH BUNDLE_DIRECTORY BASE_DIRECTORY ${CMAKE_CURRENT_BINARY_DIR} NORMALIZE)
   string(REGEX REPLACE "/$" "" BUNDLE_DIRECTORY "${BUNDLE_DIRECTORY}")
   cmake_path(ABSOLUTE_PATH BUNDLE_INFO BASE_DIRECTORY ${CMAKE_CURRENT_SOURCE_DIR} NORMALIZE)
@@ -170,6 +171,9 @@ function(qbdkr_check_bundle_arguments)
   endforeach()
   if(BUNDLE_NAME MATCHES "/|\\.app$")
     qbdkr_refuse_bundle("NAME ${BUNDLE_NAME} is no name of a bundle: leave out the directory and \".app\"")
+  endif()
+  if(BUNDLE_LIBRARIES STREQUAL "NONE")
+    set(BUNDLE_LIBRARIES "")  # a program that has them in itself
   endif()
   foreach(library IN LISTS BUNDLE_LIBRARIES)
     if(NOT TARGET "${library}")

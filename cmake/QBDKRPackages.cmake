@@ -62,8 +62,7 @@ if(TARGET qbhp)
   qbdkr_package(tool qbhp devel
     "companion tool of helper agents and their hosts
 It lists which applications run and can be reached, sends them events,
-watches the bus, checks helper agents, and finds out why a host has none."
-    "libqbdkr-client0 ${same}")
+watches the bus, checks helper agents, and finds out why a host has none.")
 endif()
 if(QBDKR_EXAMPLES)
   qbdkr_package(samples qbdkr-client-examples misc

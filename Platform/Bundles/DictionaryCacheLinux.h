@@ -6,7 +6,6 @@
 #include <optional>
 #include <string>
 
-#include <ClientComm/Export.h>
 #include <ClientComm/PropertyList.h>
 
 namespace qbdkr {
@@ -22,7 +21,7 @@ struct DictionaryReading {
 // Caches the dictionaries of files that are read over and over. A file, even an unreadable one, is
 // read again only after a change, or if it was read within 2 s of one. One thread at a time reads a
 // file; the others wait for it and take its result. Any thread.
-class QBDKR_EXPORT DictionaryCache {
+class DictionaryCache {
  public:
   // Reads a file. Called on a thread that asks for the file, without a lock held.
   using Read = std::function<DictionaryReading(const std::string& path)>;

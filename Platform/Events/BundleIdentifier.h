@@ -5,8 +5,6 @@
 #include <string>
 #include <string_view>
 
-#include <ClientComm/Export.h>
-
 #include "Platform/Processes/NativeProcesses.h"
 
 namespace qbdkr {
@@ -20,7 +18,6 @@ inline constexpr std::size_t longestBundleIdentifier = 255;  // bytes, as for a 
 
 // Returns the identifier of the application that a process runs now; absent if it runs no
 // application or one with an invalid identifier. Any thread; reads the application's Info.plist.
-[[nodiscard]] QBDKR_EXPORT std::optional<std::string> bundleIdentifierOf(
-    const ProcessSerialNumber& number);
+[[nodiscard]] std::optional<std::string> bundleIdentifierOf(const ProcessSerialNumber& number);
 
 }  // namespace qbdkr

@@ -9,8 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <ClientComm/Export.h>
-
 #include "Platform/Events/RPCEvent.h"
 
 namespace qbdkr {
@@ -55,6 +53,6 @@ struct EventWatch {
 // Watches all events on this user's bus until the watch ends, on the calling thread. Returns a
 // sentence if it cannot begin, or the bus ends it; else nothing. Keeps at most 1,024 events and
 // 16 MiB of their texts while it waits for their answers.
-[[nodiscard]] QBDKR_EXPORT std::optional<std::string> watchEvents(const EventWatch& watch);
+[[nodiscard]] std::optional<std::string> watchEvents(const EventWatch& watch);
 
 }  // namespace qbdkr

@@ -6,8 +6,6 @@
 #include <optional>
 #include <string>
 
-#include <ClientComm/Export.h>
-
 namespace qbdkr {
 
 // The answer of a process that was asked for its diagnosis.
@@ -21,9 +19,8 @@ struct LiveDiagnosis {
 // Ask a process, or the application of a bundle identifier, for its diagnosis. They wait for the
 // answer this long at most; with a patience of 0 they find out whether it is stuck, and ask for
 // nothing. Any thread.
-[[nodiscard]] QBDKR_EXPORT LiveDiagnosis diagnosisOfProcess(pid_t process,
-                                                            std::chrono::seconds patience);
-[[nodiscard]] QBDKR_EXPORT LiveDiagnosis diagnosisOfApplication(const std::string& identifier,
-                                                                std::chrono::seconds patience);
+[[nodiscard]] LiveDiagnosis diagnosisOfProcess(pid_t process, std::chrono::seconds patience);
+[[nodiscard]] LiveDiagnosis diagnosisOfApplication(const std::string& identifier,
+                                                   std::chrono::seconds patience);
 
 }  // namespace qbdkr

@@ -11,7 +11,6 @@
 #include <string>
 #include <vector>
 
-#include <ClientComm/Export.h>
 #include <ClientComm/PropertyList.h>
 #include <ClientComm/Status.h>
 
@@ -23,17 +22,17 @@ namespace qbdkr {
 // Copies the kernel's process table. Without a buffer it stores in length how many bytes the table
 // needs now; with a buffer of length bytes, how many it wrote. Returns 0 or an errno value: ENOMEM
 // if the table has grown beyond the buffer.
-[[nodiscard]] QBDKR_EXPORT int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
+[[nodiscard]] int queryProcessTable(ProcessRecord* buffer, std::size_t* length);
 
 // The system's part of fetchProcessIDs().
 [[nodiscard]] std::optional<std::vector<pid_t>> allProcesses();
 
 // Stores the serial number of a process. Returns procNotFound if the id is not positive. On Linux
 // every other id has a serial number, whether an application runs under it or not.
-[[nodiscard]] QBDKR_EXPORT OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
+[[nodiscard]] OSErr getProcessForPID(pid_t processID, ProcessSerialNumber* number);
 
 // Returns the information dictionary of the application that a process runs; null if it runs none.
-[[nodiscard]] QBDKR_EXPORT std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
+[[nodiscard]] std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
     const ProcessSerialNumber& number);
 
 // The application that a process runs.

@@ -13,20 +13,20 @@ namespace qbdkr {
 // units. Each runs on any thread, does not block, and throws only std::bad_alloc.
 
 // Tells whether bytes are UTF-8: nothing overlong, no surrogates, nothing above U+10FFFF.
-[[nodiscard]] QBDKR_EXPORT bool isValidUTF8(std::string_view text);
+[[nodiscard]] bool isValidUTF8(std::string_view text);
 
 // Counts the UTF-16 units of a text; a byte that is not UTF-8 counts as one.
-[[nodiscard]] QBDKR_EXPORT std::size_t utf16Length(std::string_view text);
+[[nodiscard]] std::size_t utf16Length(std::string_view text);
 
 // Converts UTF-8 to UTF-16. Each byte that is not UTF-8 becomes U+FFFD.
-[[nodiscard]] QBDKR_EXPORT std::u16string utf16FromUTF8(std::string_view text);
+[[nodiscard]] std::u16string utf16FromUTF8(std::string_view text);
 
 // Converts UTF-8 to the bytes of UTF-16, little-endian with a byte-order mark, as in a strings
 // file.
-[[nodiscard]] QBDKR_EXPORT std::string utf16WithMark(std::string_view text);
+[[nodiscard]] std::string utf16WithMark(std::string_view text);
 
 // Converts UTF-16 to UTF-8. Half a surrogate pair becomes U+FFFD.
-[[nodiscard]] QBDKR_EXPORT std::string utf8FromUTF16(std::u16string_view text);
+[[nodiscard]] std::string utf8FromUTF16(std::u16string_view text);
 
 // Returns a text from outside so that it stays in one line and a terminal shows it as it is:
 // control characters, marks of direction and bytes that are not UTF-8 become escapes such as \n,
@@ -47,11 +47,11 @@ constexpr bool takeSign(std::string_view& text) {
 
 // Returns the value, 0 to 9, of a decimal digit of any script; absent for every other UTF-16 unit,
 // halves of surrogate pairs included.
-[[nodiscard]] QBDKR_EXPORT std::optional<int> decimalDigitValue(char16_t unit);
+[[nodiscard]] std::optional<int> decimalDigitValue(char16_t unit);
 
 // Compares two texts as the platform does by default: case-sensitive, canonically equivalent texts
 // are equal, the others go by code point. Returns -1, 0 or 1.
-[[nodiscard]] QBDKR_EXPORT int compareText(std::u16string_view a, std::u16string_view b);
+[[nodiscard]] int compareText(std::u16string_view a, std::u16string_view b);
 
 // Returns the text in lower case, by rules common to every language. Bytes that are not UTF-8 stay.
 [[nodiscard]] QBDKR_EXPORT std::string lowercase(std::string_view text);

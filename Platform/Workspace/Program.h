@@ -54,7 +54,6 @@ struct LibraryReport {
 
 // Returns the interpreter in the first line of a script, and the one argument that it may have,
 // both without the blanks around them; the first is empty if the bytes begin no script.
-[[nodiscard]] QBDKR_EXPORT std::pair<std::string, std::string> interpreterOfScript(
-    std::string_view bytes);
+[[nodiscard]] std::pair<std::string, std::string> interpreterOfScript(std::string_view bytes);
 
 }  // namespace qbdkr

@@ -41,7 +41,7 @@ PACKAGES = {
          r"gobjc \| gobjc\+\+"],
         ["include/QBDKRProductClientObjC/QBHPHelper.h", "LIB/libQBDKRProductClientObjC.so"]),
     "qbhp": (
-        ["libqbdkr-client0 (= VERSION)", "libc6 .*", r"libstdc\+\+6 .*"],
+        ["libc6 .*", r"libexpat1 .*", r"libstdc\+\+6 .*", r"libsystemd0 .*", r"libutf8proc\d+ .*"],
         ["bin/qbhp", "libexec/qbhp.app/Contents/Info.plist", "share/man/man1/qbhp.1.gz",
          "share/bash-completion/completions/qbhp"]),
     "qbdkr-client-examples": (
