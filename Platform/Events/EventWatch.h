@@ -50,7 +50,8 @@ struct EventWatch {
   std::function<bool(const WatchedEvent& event)> onEvent;
 };
 
-// Watches all events on this user's bus until the watch ends, on the calling thread. Returns a
+// Watches all events on this user's bus until the watch ends, on the calling thread. Those that
+// would take direct connections go over the bus meanwhile. Returns a
 // sentence if it cannot begin, or the bus ends it; else nothing. Keeps at most 1,024 events and
 // 16 MiB of their texts while it waits for their answers.
 [[nodiscard]] std::optional<std::string> watchEvents(const EventWatch& watch);

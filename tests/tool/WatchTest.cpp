@@ -82,6 +82,26 @@ TEST(ToolWatch, ShowsEachEventWithItsPartiesAndItsOutcome) {
       << lines[3];
 }
 
+TEST(ToolWatch, ShowsEventsThatHadLeftTheBusAndLetsThemLeaveAgain) {
+  Scene scene;
+  scene.environment()["QBDKR_DIRECT"] = "1";
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  const auto ask = [&](const std::string& text) {
+    return host->call("ask " + scene.helperID() + " Probe echo: " + text);
+  };
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(ask("before"), "0 before");
+  const auto watch = Tool(scene.directory(), scene.environment()).begin({"watch", "--count", "3"});
+  watch->waitForLog("qbhp watch: watches the session bus");
+  for (const std::string text : {"one", "two", "three"}) EXPECT_EQ(ask(text), "0 " + text);
+  const auto lines = watch->outputToItsEnd();
+  ASSERT_EQ(lines.size(), 3U);
+  EXPECT_EQ(fromTarget(lines[2]), scene.helperID() + R"( Probe echo: "three" = "three")");
+
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  for (int i = 0; i < 5; ++i) EXPECT_EQ(ask("after"), "0 after");
+  monitor.waitForMember("QBHP.Direct1 Begin", 1);
+}
+
 TEST(ToolWatch, SenderOutsideBundlesIsShownByItsProcessAndProgram) {
   ToolThatWatches scene;
   const auto watch = scene.watch({"--count", "1"});

@@ -67,6 +67,8 @@ std::optional<std::string> EventMonitor::open() {
   int result = sd_bus_open_user(&opened);
   if (result < 0) return failureText("cannot connect to the session bus", result);
   UniqueBus asking(opened);
+  // As long as it has an owner, no event takes a direct connection, where none could be watched.
+  sd_bus_request_name(opened, rpc::watchName, SD_BUS_NAME_QUEUE);
   const char* address = nullptr;
   sd_bus* made = nullptr;
   result = sd_bus_get_address(opened, &address);
