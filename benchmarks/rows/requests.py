@@ -6,8 +6,9 @@ from desk import parsed, samples
 from table import LeftOut, Samples, row
 
 
-def requests(desk, *arguments, agents=("EchoAgent",)):
+def requests(desk, *arguments, agents=("EchoAgent",), direct=True):
     with desk.bus(agents, pinned=True) as environment:
+        environment = environment | {"QBDKR_DIRECT": "1" if direct else "0"}
         return samples(desk.run("RequestBench", *arguments, environment=environment, pinned=True))
 
 
@@ -16,9 +17,14 @@ def needs_glib(desk):
         raise LeftOut("built without GLib's headers")
 
 
-@row("waiting request", "sd_bus_call", at_most=1.05)
+@row("waiting request", "sd_bus_call", at_most=0.45)
 def beside_sd_bus(desk):
     return requests(desk, "ask", "sd-bus")
+
+
+@row("the same, on the bus alone", "sd_bus_call", at_most=1.05)
+def on_the_bus(desk):
+    return requests(desk, "ask", "sd-bus", direct=False)
 
 
 @row("waiting request", "GDBus call", at_most=0.38)
@@ -33,9 +39,14 @@ def beside_packets(desk):
     return requests(desk, "ask", "seqpacket")
 
 
-@row("request without reply", "sd_bus_send", at_most=1.12)
+@row("request without reply", "sd_bus_send", at_most=0.5)
 def post(desk):
     return requests(desk, "post")
+
+
+@row("the same, on the bus alone", "sd_bus_send", at_most=1.12)
+def post_on_the_bus(desk):
+    return requests(desk, "post", direct=False)
 
 
 @row("its distance from −600, peer gone", unit="", figure="alone", at_most=0)
