@@ -69,8 +69,8 @@ class KeyExaminer {
     if (meant) {
       return findings_.add(
           severity, subject,
-          {"The key \"{}\" is missing; there is a key \"{}\", which is not read.", {key, *meant}},
-          {"Rename the key \"{}\" to \"{}\", letter for letter.", {*meant, key}});
+          {R"(The key "{}" is missing; there is a key "{}", which is not read.)", {key, *meant}},
+          {R"(Rename the key "{}" to "{}", letter for letter.)", {*meant, key}});
     }
     findings_.add(severity, subject, {"The key \"{}\" is missing from Info.plist.", {key}},
                   {"Add the key \"{}\" to the host's Info.plist.", {key}});
@@ -101,7 +101,7 @@ class KeyExaminer {
       return findings_.ok(subject, {"The product identifier is \"{}\".", {*product}});
     }
     findings_.note(
-        subject, {"\"PID\" is {}; requests carry its digits, \"{}\".", {typeOf(*value), *product}});
+        subject, {R"("PID" is {}; requests carry its digits, "{}".)", {typeOf(*value), *product}});
   }
 
   void examineHelperIdentifier() {
@@ -112,7 +112,7 @@ class KeyExaminer {
     if (!isReachableIdentifier(*identifier)) {
       return findings_.error(
           subject,
-          {"\"{}\" is \"{}\", which cannot be a name on the bus: requests return -50.",
+          {R"("{}" is "{}", which cannot be a name on the bus: requests return -50.)",
            {infokey::helperBundleIdentifier, *identifier}},
           "Give the helper agent an identifier of two elements or more, as \"com.Acme.Helper\","
           " in both files.");
@@ -128,7 +128,7 @@ class KeyExaminer {
     if (!one || !other || *one == *other || !winner) return;
     const bool isFirst = *one == *winner;
     findings_.warning(subject,
-                      {"Both \"{}\" and \"{}\" are there; \"{}\" counts, with \"{}\".",
+                      {R"(Both "{}" and "{}" are there; "{}" counts, with "{}".)",
                        {first, second, isFirst ? first : second, *winner}},
                       {"Remove the key \"{}\".", {isFirst ? second : first}});
   }
@@ -143,7 +143,7 @@ class KeyExaminer {
     if (!name || name->empty()) return reportMissing(Finding::Severity::error, subject, key);
     if (name->find('/') != std::string::npos || name->find('\0') != std::string::npos) {
       return findings_.error(subject,
-                             {"\"{}\" is \"{}\", which is not the name of one file.", {key, *name}},
+                             {R"("{}" is "{}", which is not the name of one file.)", {key, *name}},
                              "Give only the name of the bundle, without a path.");
     }
     compareSpellings(subject, infokey::heleprAppName, infokey::helperAppName, name);
@@ -172,14 +172,14 @@ class KeyExaminer {
       const auto meant = keyMeantAs(key, file_);
       if (!meant) return;
       return findings_.warning(
-          subject, {"The key \"{}\" is not read; \"{}\" is missing.", {*meant, key}},
-          {"Rename the key \"{}\" to \"{}\", letter for letter.", {*meant, key}});
+          subject, {R"(The key "{}" is not read; "{}" is missing.)", {*meant, key}},
+          {R"(Rename the key "{}" to "{}", letter for letter.)", {*meant, key}});
     }
     const auto text = value->text();
     if (text && isFlagText(*text)) return;
     findings_.warning(
         subject,
-        {text ? "\"{}\" is \"{}\", which counts as {}." : "\"{}\" is {}, which counts as {}.",
+        {text ? R"("{}" is "{}", which counts as {}.)" : R"("{}" is {}, which counts as {}.)",
          {key, text ? std::string_view(*text) : typeOf(*value),
           boolValue(*value) ? "true" : "false"}},
         {"Make the value of \"{}\" <true/> or <false/>.", {key}});

@@ -74,7 +74,8 @@ class WrittenForm {
   }
 
   bool takeIndent(std::size_t level) {
-    if (rest_.size() < level || rest_.substr(0, level).find_first_not_of('\t') != rest_.npos) {
+    if (rest_.size() < level ||
+        rest_.substr(0, level).find_first_not_of('\t') != std::string_view::npos) {
       return false;
     }
     rest_.remove_prefix(level);

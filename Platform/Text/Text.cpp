@@ -102,13 +102,12 @@ std::string lowercaseOfASCII(std::string_view text) {
 
 // Counts the bytes at the front that are valid UTF-8.
 std::size_t validPrefix(std::string_view text) {
-  std::size_t length = 0;
+  std::size_t length = asciiPrefix(text);
   while (length < text.size()) {
-    length += asciiPrefix(text.substr(length));
-    if (length == text.size()) break;
     const Decoded front = decodeFront(text.substr(length));
     if (front.length == 0) break;
     length += front.length;
+    length += asciiPrefix(text.substr(length));
   }
   return length;
 }

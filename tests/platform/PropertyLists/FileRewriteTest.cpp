@@ -420,8 +420,8 @@ TEST_F(LargeFileRewrite, WhatAnotherProgramWritesMeanwhileStays) {
   static std::string contents;
   path = file;
   contents = listWith("another's");
-  const std::string longer = contents + "<!-- -->";
-  for (const std::string& others : {contents, longer, contents.substr(0, 100), std::string()}) {
+  const std::string grown = contents + "<!-- -->";
+  for (const std::string& others : {contents, grown, contents.substr(0, 100), std::string()}) {
     contents = others;
     writeFile(file, before);
     const auto interfere = [] { runAtCall(SYS_fsync, [] { writeFile(path, contents); }); };
