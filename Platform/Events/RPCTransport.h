@@ -39,9 +39,10 @@ class QBDKR_EXPORT RPCTransport {
   // Sends an event without waiting for the target. Any thread. If the system's own bus is stuck it
   // blocks for that, 5 s at most at a time. Returns 0 if the event was posted. Otherwise nothing
   // was sent: procNotFound if the target is not running, paramErr for an event beyond the bounds,
-  // connectionInvalid without a bus, errAETimeout if the bus did not take the event in time,
-  // errAEEventNotPermitted if the target's executable lies outside the directory that was asked
-  // for. macOS cannot check the directory, and ignores it.
+  // connectionInvalid without a bus, errAETimeout if the bus did not take the event in time or too
+  // much waits for a target that has stopped, errAEEventNotPermitted if the target's executable
+  // lies outside the directory that was asked for. macOS cannot check the directory, and ignores
+  // it.
   virtual OSErr post(const RPCTarget& target, const RPCEvent& event) = 0;
 
   // Sends an event and blocks until its answer comes, without a limit. Any thread; others can send

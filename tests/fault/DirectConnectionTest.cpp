@@ -1,5 +1,5 @@
-// Sends on direct connections, past the bus: kills and stops what takes part, changes the way while
-// events are sent, and offers connections that are none.
+// Sends on direct connections, past the bus: kills and stops the processes, changes the way while
+// events are sent, and offers descriptors of other kinds.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -62,7 +62,8 @@ TEST(DirectConnection, EventsLeaveTheBus) {
   Direct scene;
   BusMonitor monitor(Peer::outsideBundles(scene));
   scene.connect();
-  for (int i = 0; i < 20; ++i) EXPECT_EQ(scene.host->call("send" + scene.event("note: quiet")), "0");
+  for (int i = 0; i < 20; ++i)
+    EXPECT_EQ(scene.host->call("send" + scene.event("note: quiet")), "0");
   scene.fence(*scene.host);
   EXPECT_EQ(scene.transcript().count("quiet"), 20U);
   const auto conversation = monitor.conversation({}, [](const auto&, const auto& texts) {
@@ -122,21 +123,23 @@ TEST(DirectConnection, RequestsGoOnWithoutTheBus) {
   ::kill(scene.helperProcess(), SIGUSR1);
   EXPECT_EQ(scene.host->finish(waiting), "0 ~");
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: y"), soon), "0 y");
-  EXPECT_EQ(scene.host->call("wait-within 5000" + scene.event("echo: z"), soon).substr(0, 4), "0 z ");
+  EXPECT_EQ(scene.host->call("wait-within 5000" + scene.event("echo: z"), soon).substr(0, 4),
+            "0 z ");
   EXPECT_EQ(scene.host->call("flush 5000", soon), "-609") << "posts of the bus may be lost";
   EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
   EXPECT_EQ(scene.host->call("flush 5000", soon), "0");
   EXPECT_EQ(scene.transcript().count("later"), 1U);
   // Others need the bus.
-  EXPECT_EQ(scene.host->call("send " + scene.identifier("Nobody") + " Probe note: x", soon), "-609");
+  EXPECT_EQ(scene.host->call("send " + scene.identifier("Nobody") + " Probe note: x", soon),
+            "-609");
 }
 
 TEST(DirectConnection, OutlivesManyDeathsOfTheBusInOrder) {
   Direct scene;
   scene.connect();
   constexpr unsigned count = 20'000;
-  const auto running = scene.host->begin("sequence " + scene.helperID() + ' ' +
-                                         std::to_string(count) + " 1 small");
+  const auto running =
+      scene.host->begin("sequence " + scene.helperID() + ' ' + std::to_string(count) + " 1 small");
   const auto peer = Peer::outsideBundles(scene);
   for (int round = 0; round < 3 || !scene.host->hasFinished(running); ++round) {
     scene.bus().kill();
@@ -145,6 +148,58 @@ TEST(DirectConnection, OutlivesManyDeathsOfTheBusInOrder) {
   }
   EXPECT_EQ(scene.host->finish(running), "ok");
   EXPECT_EQ(scene.sequences(), summaryOf(1, count));
+}
+
+TEST(DirectConnection, EventThatNeedsTheBusDoesNotEndItWithoutTheBus) {
+  Direct scene;
+  scene.connect();
+  scene.bus().kill();
+  const std::string large(100'000, 'x');
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: ") + large, soon), "-609 ~");
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + large, soon), "-609");
+  EXPECT_EQ(scene.host->call("wait-within 5000" + scene.event("echo: ") + large, soon).substr(0, 4),
+            "-609");
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: y"), soon), "0 y");
+}
+
+TEST(DirectConnection, EventThatNeedsANewBusComesAfterThoseBeforeIt) {
+  Direct scene;
+  scene.connect();
+  const auto peer = Peer::outsideBundles(scene);
+  const std::string large(100'000, 'x');
+  for (const std::string way : {"send", "ask", "wait-within 5000"}) {
+    scene.bus().kill();
+    scene.bus().start();
+    peer.awaitOwner(scene.helperID());
+    EXPECT_EQ(scene.host->call("send" + scene.event("note: small")), "0");
+    EXPECT_EQ(scene.host->call(way + scene.event("summary ") + large).substr(0, 2),
+              way == "send" ? "0" : "0 ");
+    scene.connect();
+  }
+  const auto lines = scene.transcript().lines();
+  unsigned seen = 0;
+  for (const std::string& line : lines) {
+    const bool isSmall = line.find("note:") != std::string::npos;
+    if (!isSmall && line.find("summary") == std::string::npos) continue;
+    EXPECT_EQ(isSmall, seen++ % 2 == 0) << line.substr(0, 100);
+  }
+  EXPECT_EQ(seen, 6U);
+}
+
+TEST(DirectConnection, FlushKnowsThePostsOfOneThatWasReplaced) {
+  Direct scene;
+  scene.connect();
+  EXPECT_EQ(scene.host->call("flush 5000", soon), "0");
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  const std::string large(100'000, 'x');
+  EXPECT_EQ(scene.host->call("wait-within 50" + scene.event("echo: ") + large, soon).substr(0, 5),
+            "-1712");
+  EXPECT_EQ(scene.host->call("flush 100", soon), "-1712");
+  ::kill(helper, SIGCONT);
+  EXPECT_EQ(scene.host->call("flush 20000", longPatience), "0");
+  EXPECT_EQ(scene.transcript().count("note:"), 1U);
 }
 
 TEST(DirectConnection, DeathOfThePeerEndsAWaitingRequestAndIsThenKnown) {
@@ -174,8 +229,8 @@ TEST(DirectConnection, StoppedPeerBlocksNoPostAndGetsAllThatWasTaken) {
   unsigned posted = 0;
   int status = 0;
   unsigned longest = 0;
-  ASSERT_EQ(std::sscanf(answer.c_str(), "posted %u status %d longest %u", &posted, &status, &longest),
-            3)
+  ASSERT_EQ(
+      std::sscanf(answer.c_str(), "posted %u status %d longest %u", &posted, &status, &longest), 3)
       << answer;
   EXPECT_EQ(status, -1712);
   EXPECT_GE(posted, 1000U) << "there is room for 64 MiB";
@@ -184,7 +239,7 @@ TEST(DirectConnection, StoppedPeerBlocksNoPostAndGetsAllThatWasTaken) {
   EXPECT_EQ(scene.sequences(), "0 " + encoded("0 faults, stopped " + std::to_string(posted)));
 }
 
-// --- What does not know direct connections, or means harm
+// --- Peers that do not know direct connections, or mean harm
 
 TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {
   Direct scene;
@@ -198,9 +253,8 @@ TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {
     EXPECT_EQ(scene.host->call("ask " + name + " Probe note: x"), "0 served");
   }
   EXPECT_TRUE(serving->succeeds());
-  const auto conversation = monitor.conversation({}, [](const auto&, const auto&) {
-    return std::optional<std::string>("all");
-  });
+  const auto conversation = monitor.conversation(
+      {}, [](const auto&, const auto&) { return std::optional<std::string>("all"); });
   const auto first = conversation.find("Connect");
   EXPECT_NE(first, std::string::npos) << conversation;
   EXPECT_EQ(conversation.find("Connect", first + 1), std::string::npos) << conversation;
@@ -211,9 +265,9 @@ struct Offers : Direct {
   // Offers a descriptor; returns whether it was taken.
   bool offer(int descriptor) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
-    const int result =
-        sd_bus_call_method(connection.get(), helperID().c_str(), rpc::objectPath,
-                           rpc::directInterface, rpc::connectMember, &error, nullptr, "h", descriptor);
+    const int result = sd_bus_call_method(connection.get(), helperID().c_str(), rpc::objectPath,
+                                          rpc::directInterface, rpc::connectMember, &error, nullptr,
+                                          "h", descriptor);
     sd_bus_error_free(&error);
     return result >= 0;
   }
@@ -256,7 +310,8 @@ TEST(DirectConnection, WhatIsNoSocketOfItsKindIsRefused) {
   const Descriptor listening(::socket(AF_UNIX, SOCK_SEQPACKET | SOCK_CLOEXEC, 0));
   sockaddr_un anywhere{};
   anywhere.sun_family = AF_UNIX;
-  ASSERT_EQ(::bind(listening.get(), reinterpret_cast<sockaddr*>(&anywhere), sizeof(sa_family_t)), 0);
+  ASSERT_EQ(::bind(listening.get(), reinterpret_cast<sockaddr*>(&anywhere), sizeof(sa_family_t)),
+            0);
   ASSERT_EQ(::listen(listening.get(), 1), 0);
   const Descriptor file(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
   for (const int refused : {stream.get(), listening.get(), file.get()}) {
@@ -314,6 +369,92 @@ TEST(DirectConnection, AnswersThatNobodyReadsTakeBoundedMemory) {
   EXPECT_EQ(scene.helperProcess(), helper);
 }
 
+TEST(DirectConnection, SenderThatEndsBeforeItReadsItsAnswerLosesNoEvent) {
+  Offers scene;
+  const pid_t helper = scene.helperProcess();
+  Descriptor socket = scene.connected();
+  std::string call;
+  ASSERT_TRUE(direct::writeCall(call, 1, true, {"Probe", "text:", {"5000000"}}));
+  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+  pollfd readable{socket.get(), POLLIN, 0};
+  ASSERT_EQ(::poll(&readable, 1, 10'000), 1) << "the answer begins, and has no room";
+  ::kill(helper, SIGSTOP);
+  ASSERT_TRUE(direct::writeCall(call, 2, false, {"Probe", "note:", {"last"}}));
+  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+  socket = {};
+  ::kill(helper, SIGCONT);
+  scene.transcript().waitFor({"note:", "last"});
+  auto second = direct::makeSocketPair();
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(scene.offer(second->given.get())) << "the first counts as open";
+}
+
+TEST(DirectConnection, SenderThatReadsNoAnswersMayOfferAnother) {
+  Offers scene;
+  const Descriptor socket = scene.connected();
+  std::string call;
+  for (direct::Serial serial = 1; serial <= 3; ++serial) {
+    ASSERT_TRUE(direct::writeCall(call, serial, true, {"Probe", "text:", {"30000000"}}));
+    EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+  }
+  pollfd ended{socket.get(), 0, 0};
+  EXPECT_EQ(::poll(&ended, 1, 20'000), 1) << "two of the answers wait";
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+  auto second = direct::makeSocketPair();
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(scene.offer(second->given.get())) << "the first counts as open";
+}
+
+TEST(DirectConnection, IsReadAfterTheBusEndedWhileThereWasNoRoom) {
+  Offers scene;
+  scene.connect();
+  const Descriptor socket = scene.connected();
+  std::string call;
+  const auto isAnswered = [&](direct::Serial serial) {
+    EXPECT_TRUE(direct::writeCall(call, serial, true, {"Probe", "echo:", {"x"}}));
+    EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+    pollfd readable{socket.get(), POLLIN, 0};
+    direct::PacketReader packets;
+    return ::poll(&readable, 1, 10'000) == 1 &&
+           packets.next(socket.get()).kind == direct::PacketReader::Packet::Kind::bytes;
+  };
+  ASSERT_TRUE(isAnswered(1));
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  for (int i = 0; i < 300; ++i) {
+    EXPECT_EQ(scene.host->call("send" + scene.event(i == 100 ? "wait" : "note: x")), "0");
+  }
+  // Goes over the bus. The helper agent reads all of those before it, for which it has no room.
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + std::string(70'000, 'x')), "0");
+  EXPECT_GE(sd_bus_call_method(scene.connection.get(), "org.freedesktop.DBus", "/",
+                               "org.freedesktop.DBus", "GetId", nullptr, nullptr, ""),
+            0);
+  ::kill(helper, SIGCONT);
+  scene.transcript().waitFor({"Probe wait"});
+  scene.bus().kill();
+  ::kill(helper, SIGUSR1);
+  EXPECT_TRUE(isAnswered(2));
+}
+
+TEST(DirectConnection, OfferThatIsNotAnsweredIsDroppedWithTheOwner) {
+  Direct scene;
+  const auto name = scene.identifier("Silent");
+  const auto descriptors = "/proc/" + std::to_string(scene.host->processID()) + "/fd";
+  const auto owner = connectionTo(scene.bus());
+  std::size_t before = 0;
+  for (int i = 0; i < 20; ++i) {
+    ASSERT_GE(sd_bus_request_name(owner.get(), name.c_str(), 0), 0);
+    for (int event = 0; event < 3; ++event)
+      EXPECT_EQ(scene.host->call("send " + name + " Probe note: x"), "0");
+    ASSERT_GE(sd_bus_release_name(owner.get(), name.c_str()), 0);
+    const auto deadline = Clock::now() + patience;
+    while (scene.host->call("send " + name + " Probe note: x") != "-600")
+      ASSERT_LT(Clock::now(), deadline);
+    if (i == 0) before = namesIn(descriptors).size();
+  }
+  EXPECT_LE(namesIn(descriptors).size(), before + 2);
+}
+
 // Such a sender breaks the order of its own events alone.
 TEST(DirectConnection, SenderThatGoesOnOnTheBusHoldsUpNobody) {
   Offers scene;
@@ -340,7 +481,8 @@ TEST(DirectConnection, LargeAnswersComeInParts) {
               "0 " + summary(std::array{std::string(size, 'x')}));
   }
   scene.bus().kill();
-  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x") << "it had left the connection";
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x")
+      << "it had left the connection";
   EXPECT_EQ(scene.helperProcess(), helper);
 }
 

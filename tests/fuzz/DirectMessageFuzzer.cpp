@@ -1,5 +1,5 @@
-// Reads messages of any content, as they may come on a direct connection. What is read must be
-// within the bounds, and written again it must be read as the same.
+// Reads messages of any content, as they may come on a direct connection. An event that is read
+// must be within the bounds; written again, it must be read as the same.
 
 #include <cstddef>
 #include <cstdint>

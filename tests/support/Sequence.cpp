@@ -30,7 +30,8 @@ class Sender {
     std::minstd_rand random(static_cast<unsigned>(key_.back()));
     for (unsigned number = 1; number <= count_; ++number) {
       const OSErr status = send(number, static_cast<unsigned>(random() % 1000));
-      if (status != noErr) return key_ + ' ' + std::to_string(number) + ' ' + std::to_string(status);
+      if (status != noErr)
+        return key_ + ' ' + std::to_string(number) + ' ' + std::to_string(status);
     }
     while (open_ > 0) std::this_thread::yield();
     return failure_ == 0 ? "" : key_ + " started " + std::to_string(failure_);

@@ -192,7 +192,7 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  // What a known sender sent is still handled.
+  // Handles the events of known senders all the same.
   for (const auto& [name, sender] : std::exchange(senders_, {})) {
     sender->question.reset();
     sender->watch.reset();
@@ -203,7 +203,10 @@ void BusReceiver::disconnect() {
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
-  isPaused_ = false;
+  // Direct connections stay, and are paused again by their next event if there is no room yet.
+  if (std::exchange(isPaused_, false)) {
+    for (const auto& sender : directSenders_) sender->direct->setPaused(false);
+  }
   inquiry_.close();
   allRead_.reset();
   diagnosis_.detach();
@@ -517,7 +520,8 @@ void BusReceiver::forgetIfGone(const SharedSender& sender) {
 }
 
 void BusReceiver::dropParked(Sender& sender) {
-  for (const Received& received : std::exchange(sender.parked, {})) parking_.giveBack(received.size);
+  for (const Received& received : std::exchange(sender.parked, {}))
+    parking_.giveBack(received.size);
 }
 
 void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {

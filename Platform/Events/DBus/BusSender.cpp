@@ -66,7 +66,7 @@ OSErr statusOfDelivery(sd_bus_message* answer) {
   return status == procNotFound || status == connectionInvalid ? OSErr{noErr} : status;
 }
 
-// What an event takes on its way, about.
+// Returns the memory that an event takes on its way, roughly.
 std::size_t sizeOf(const RPCEvent& event) {
   constexpr std::size_t besides = 512;
   std::size_t size = besides;
@@ -109,9 +109,10 @@ OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& 
     if (status != noErr) return status;
   }
   introduce(identifier, address);
-  if (!bus_) return connectionInvalid;
   if (const auto link = linkTo(target); link && link->post(event)) return noErr;
-  if (const OSErr status = leaveLink(*owner, sizeOf(event)); status != noErr) return status;
+  awaitEndOfEarlierLink(lock, *owner);
+  if (!bus_) return connectionInvalid;
+  if (const OSErr status = leaveLink(*owner, event); status != noErr) return status;
   const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out
@@ -154,10 +155,11 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
     if (status != noErr) return {status, {}};
   }
   introduce(identifier, address);
-  if (!bus_) return {connectionInvalid, {}};
   if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
   const auto owner = ownerOf(identifier, *name);
-  if (const OSErr status = leaveLink(*owner, sizeOf(event)); status != noErr) return {status, {}};
+  awaitEndOfEarlierLink(lock, *owner);
+  if (!bus_) return {connectionInvalid, {}};
+  if (const OSErr status = leaveLink(*owner, event); status != noErr) return {status, {}};
   const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
   const BusMessage message = newCall(address, event);
   if (!message) return {paramErr, {}};
@@ -212,7 +214,6 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     if (sent < 0) {
       status = failedToSend(sent);
       hasLostPosts_ = false;  // the status says it
-      forgetQuestions(deliveries);
       return status;
     }
   }
@@ -222,7 +223,6 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     return next == deliveries.end();
   };
   while (!isAnswered() && Clock::now() < deadline) runUntil(lock, deadline, isAnswered);
-  forgetQuestions(deliveries);
   // The bus library answers the questions itself when the connection ends.
   if (asksBus && (bus_ != bus || sd_bus_is_ready(bus.get()) <= 0)) {
     if (bus_ == bus) disconnect();
@@ -245,24 +245,26 @@ void BusSender::askLinksWhetherTaken(std::list<Delivery>& deliveries) {
     Delivery& delivery = deliveries.emplace_back();
     delivery.lastPost = link->lastPost();
     if (!link->isAwaited()) wakeReader();
-    if (link->askWhetherTaken(onDirectReply, &delivery.answer, delivery.serial)) {
-      delivery.link = link;
-      continue;
-    }
+    delivery.link = link;
+    if (link->askWhetherTaken(onDirectReply, &delivery.answer, delivery.serial)) continue;
     deliveries.pop_back();
-    if (link->isDraining() && link->isOfBus(bus_.get())) {
-      if (std::uint64_t* const last = lastPostTo(link->peer())) *last = ++lastPost_;
-    } else if (link->isDraining()) {
-      hasLostPosts_ = true;  // they may be taken, but nobody can be asked
-    }
-    link->notePostsTaken(link->lastPost());
+    link->leave();
+    askOnBus(*link);
   }
 }
 
-void BusSender::forgetQuestions(const std::list<Delivery>& deliveries) {
-  for (const Delivery& delivery : deliveries) {
-    if (delivery.link && !delivery.answer.done) delivery.link->forget(delivery.serial);
+// Makes the bus take over the question about a connection that was left.
+void BusSender::askOnBus(DirectLink& link) {
+  if (link.isDraining() && link.isOfBus(bus_.get())) {
+    if (std::uint64_t* const last = lastPostTo(link.peer())) *last = ++lastPost_;
+  } else if (link.isDraining()) {
+    hasLostPosts_ = true;  // they may be taken, but nobody can be asked
   }
+  link.notePostsTaken(link.lastPost());
+}
+
+BusSender::Delivery::~Delivery() {
+  if (link && !answer.done) link->forget(serial);
 }
 
 int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
@@ -371,8 +373,7 @@ OSErr BusSender::failedToSend(int error) {
 // Ends the connection to the bus. Direct connections stay, and with them the records of those who
 // have them.
 void BusSender::disconnect() {
-  latest_.reset();
-  std::erase_if(owners_, [](const auto& entry) { return !entry.second->hasOpenLink(); });
+  forgetOwners();
   for (const auto& [identifier, owner] : owners_) owner->forgetBus();
   watcherWatch_.reset();
   watcherQuery_.reset();
@@ -469,29 +470,36 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
       continue;
     }
     auto end = deadline;
-    polled_ = {{-1, 0, 0}, {wake_.get(), POLLIN, 0}, {isWorker ? stir_.get() : -1, POLLIN, 0}};
+    pollfd busEvent{-1, 0, 0};
     if (bus) {
-      polled_[0] = {sd_bus_get_fd(bus.get()), static_cast<short>(sd_bus_get_events(bus.get())), 0};
+      busEvent = {sd_bus_get_fd(bus.get()), static_cast<short>(sd_bus_get_events(bus.get())), 0};
       end = std::min(deadline, busDeadline(bus.get()));
     }
+    // A thread that waits must not fail for want of memory: its answer is to come on its stack.
+    constexpr std::size_t others = 3;
+    std::array<pollfd, others + mostLinks> events;  // NOLINT(*-member-init): the most are not used
+    events[0] = busEvent;
+    events[1] = {wake_.get(), POLLIN, 0};
+    events[2] = {isWorker ? stir_.get() : -1, POLLIN, 0};
+    std::size_t count = others;
     for (const auto& link : links_) {
-      if (link->isAwaited()) polled_.push_back({link->descriptor(), POLLIN, 0});
+      if (link->isAwaited()) events[count++] = {link->descriptor(), POLLIN, 0};
     }
     reading_ = true;
     lock.unlock();
-    const int ready = ::poll(polled_.data(), polled_.size(), pollTimeout(end));
+    const int ready = ::poll(events.data(), count, pollTimeout(end));
     lock.lock();
     reading_ = false;
-    isBusDue = bus && (ready == 0 || polled_[0].revents != 0);
+    isBusDue = bus && (ready == 0 || events[0].revents != 0);
     std::uint64_t ignored = 0;
-    if (polled_[1].revents != 0) {
+    if (events[1].revents != 0) {
       [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
     }
-    if (polled_[2].revents != 0) {
+    if (events[2].revents != 0) {
       [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
       isStirred_ = true;
     }
-    const bool isLinkDue = std::any_of(polled_.begin() + 3, polled_.end(),
+    const bool isLinkDue = std::any_of(events.data() + others, events.data() + count,
                                        [](const pollfd& event) { return event.revents != 0; });
     if (isLinkDue) readLinks();
   }
@@ -502,6 +510,7 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
 void BusSender::readLinks() {
   for (const auto& link : links_) {
     if (link->isAwaited()) link->read();
+    if (link->isClosed() && hasWorker_) stir();  // a request may have waited for the end
   }
   wakeWaiting();
 }
@@ -584,6 +593,11 @@ void BusSender::awaitNews(Lock& lock) {
   const bool waitsForGreeting = bus_ && !wasGreeted_;
   if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
   if (inquiry_) deadline = std::min(deadline, inquiry_->deadline());
+  for (const auto& link : links_) {
+    if (!link->awaitsEnd()) continue;
+    const auto end = link->awaitEnd();
+    if (end > Clock::now()) deadline = std::min(deadline, end);
+  }
   runUntil(lock, deadline, [&] {
     if (isStirred_ || requests_.hasFinished()) return true;
     if (waitsForGreeting) return !bus_ || sd_bus_is_ready(bus_.get()) > 0;
@@ -642,7 +656,11 @@ void BusSender::sendStarted() {
       if (!status || !bus_) return;
       if (*status != noErr) {
         request.finish({*status, {}});
-      } else if (!sendDirectly(request) && requests_.beginSending(request)) {
+        continue;
+      }
+      if (sendDirectly(request)) continue;
+      if (endOfEarlierLink(request.target().bundleID) > Clock::now()) return;
+      if (requests_.beginSending(request)) {
         sendStarted(request, address);
       }
     } catch (const std::exception&) {  // no memory
@@ -651,7 +669,7 @@ void BusSender::sendStarted() {
   }
 }
 
-// Sends a request on the direct connection to its target. False if there is none for it.
+// Sends a request on the direct connection to its target. False if it has to go over the bus.
 bool BusSender::sendDirectly(Started& request) {
   const auto link = openLinkTo(request.target());
   if (!link || requests_.isOver(request)) return false;
@@ -667,7 +685,7 @@ void BusSender::sendStarted(Started& request, const std::string& address) {
   if (!bus_) return request.finish({connectionInvalid, {}});
   const std::string& identifier = request.target().bundleID;
   const auto owner = ownerOf(identifier, busNameOfIdentifier(identifier).value_or(address));
-  if (const OSErr status = leaveLink(*owner, sizeOf(request.event())); status != noErr)
+  if (const OSErr status = leaveLink(*owner, request.event()); status != noErr)
     return request.finish({status, {}});
   const BusMessage message = newCall(address, request.event());
   if (!message) return request.finish({paramErr, {}});
@@ -794,15 +812,22 @@ OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
 std::shared_ptr<BusSender::Owner> BusSender::ownerOf(const std::string& identifier,
                                                      const std::string& name) {
   if (const auto known = owners_.find(identifier); known != owners_.end()) return known->second;
-  if (owners_.size() >= mostOwners) {
-    latest_.reset();
-    std::erase_if(owners_, [](const auto& entry) { return !entry.second->hasOpenLink(); });
-  }
+  if (owners_.size() >= mostOwners) forgetOwners();
   auto owner = std::make_shared<Owner>();
   owner->identifier = identifier;
   owner->name = name;
   owners_.emplace(identifier, owner);
   return owner;
+}
+
+// Forgets all but those with a direct connection.
+void BusSender::forgetOwners() {
+  latest_.reset();
+  std::erase_if(owners_, [](const auto& entry) {
+    if (entry.second->hasOpenLink()) return false;
+    if (entry.second->link) entry.second->link->drop();
+    return true;
+  });
 }
 
 // Finds the record of an owner, and watches the name from now on.
@@ -822,8 +847,8 @@ bool BusSender::watch(Owner& owner) {
   if (owner.watch) return true;
   sd_bus_slot* slot = nullptr;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  if (sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(owner.name).c_str(),
-                             onOwnerChanged, ignore, &owner) < 0) {
+  if (sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(owner.name).c_str(), onOwnerChanged,
+                             ignore, &owner) < 0) {
     disconnect();
     return false;
   }
@@ -833,8 +858,8 @@ bool BusSender::watch(Owner& owner) {
 
 // --- Direct connections
 
-// Returns the open direct connection to a target; null if there is none, or it was not found that
-// the target's executable lies in its directory.
+// Returns the open direct connection to a target; null without one, and if the target's executable
+// was not found in its directory yet.
 std::shared_ptr<DirectLink> BusSender::openLinkTo(const RPCTarget& target) {
   const Owner* owner = latest_.get();
   if (owner == nullptr || owner->identifier != target.bundleID) {
@@ -854,20 +879,39 @@ std::shared_ptr<DirectLink> BusSender::linkTo(const RPCTarget& target) {
   return requests_.hasUnsent() ? nullptr : openLinkTo(target);
 }
 
+// Leaves a direct connection of an earlier bus, and returns until when its end is to be awaited: by
+// the name that this process has on the present bus, the peer cannot tell whose events come next.
+BusSender::Clock::time_point BusSender::endOfEarlierLink(Owner& owner) const {
+  DirectLink* const link = owner.link.get();
+  if (link == nullptr || (!link->isOpen() && !link->isDraining()) || link->isOfBus(bus_.get()))
+    return {};
+  return link->awaitEnd();
+}
+
+BusSender::Clock::time_point BusSender::endOfEarlierLink(const std::string& identifier) {
+  const auto owner = owners_.find(identifier);
+  return owner == owners_.end() ? Clock::time_point() : endOfEarlierLink(*owner->second);
+}
+
+void BusSender::awaitEndOfEarlierLink(Lock& lock, Owner& owner) {
+  const auto deadline = endOfEarlierLink(owner);
+  const auto link = owner.link;
+  while (link && link->awaitsEnd() && Clock::now() < deadline)
+    runUntil(lock, deadline, [&] { return !link->awaitsEnd(); });
+}
+
 // Sees to it that an event can go over the bus: no order is lost, and no peer that takes nothing is
 // sent more and more.
-OSErr BusSender::leaveLink(Owner& owner, std::size_t size) {
+OSErr BusSender::leaveLink(Owner& owner, const RPCEvent& event) {
   if (!owner.link) return noErr;
-  if (owner.link->isOpen()) owner.hadLink = true;
   owner.link->leave();
-  // By the name that this process has on a later bus, the peer does not know whose event this is.
   if (owner.link->isDraining()) {
     owner.hadLink = true;
-    if (!owner.link->isOfBus(bus_.get())) owner.link->read();
-    if (owner.link->isDraining() && !owner.link->isOfBus(bus_.get())) return errAETimeout;
+    if (!owner.link->isOfBus(bus_.get())) return errAETimeout;
   }
   // One that never took a connection may be one that answers no such offer.
   if (!owner.link->isOffered() || !owner.hadLink) return noErr;
+  const std::size_t size = sizeOf(event);
   if (owner.untaken + size > mostUntaken) return errAETimeout;
   owner.untaken += size;
   return noErr;
@@ -875,13 +919,19 @@ OSErr BusSender::leaveLink(Owner& owner, std::size_t size) {
 
 // Offers the owner of a name a direct connection, if it does not have one and did not refuse one.
 void BusSender::offerLink(Owner& owner, const std::string& address) {
+  if (!mayConnectDirectly()) return;
   if (owner.link && (owner.link->isOffered() || owner.link->isRefused())) return;
-  if (++owner.events < eventsBeforeOffer || !mayConnectDirectly()) return;
-  owner.events = eventsBeforeOffer;
+  if (owner.events < eventsBeforeOffer && ++owner.events < eventsBeforeOffer) return;
+  for (const auto& link : links_) {
+    if (link->isOver() && link->hasPosts()) askOnBus(*link);
+  }
   std::erase_if(links_, [](const auto& link) { return link->isOver(); });
   if (links_.size() >= mostLinks) return;
   watchForWatchers();
-  if (isWatched_ || !bus_ || !watch(owner)) return;
+  // A relay of the connection that is no proxy loses descriptors, and the bus would end the
+  // connection. The bus has told this process's ID before it answers the question for watchers.
+  const bool isRelayed = foreignProcess_ != 0 && !isBehindProxy_;
+  if (isWatched_ || isRelayed || !bus_ || !watch(owner)) return;
   auto link = DirectLink::offer(bus_, address);
   if (!link) return;
   links_.push_back(link);
@@ -889,7 +939,7 @@ void BusSender::offerLink(Owner& owner, const std::string& address) {
   owner.untaken = 0;
 }
 
-// Asks whether somebody watches the bus, and watches for that. Until the answer, somebody may.
+// Asks whether the bus is watched, and for news of that. Until the answer it counts as watched.
 void BusSender::watchForWatchers() {
   if (watcherWatch_ || !bus_) return;
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
@@ -928,10 +978,7 @@ int BusSender::onWatcherChanged(sd_bus_message* message, void* self, sd_bus_erro
 void BusSender::setWatched(bool isWatched) {
   isWatched_ = isWatched;
   if (!isWatched) return;
-  for (const auto& link : links_) {
-    if (link->isOffered()) link->close();
-    link->leave();
-  }
+  for (const auto& link : links_) link->drop();
 }
 
 bool BusSender::Owner::isTrusted() const { return present && !(link && link->isClosed()); }
@@ -1035,7 +1082,7 @@ int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error
     ++changed.changes;
     changed.events = 0;
     changed.hadLink = false;
-    if (changed.link) changed.link->leave();
+    if (changed.link) changed.link->drop();
     changed.link.reset();
   }
   return 0;

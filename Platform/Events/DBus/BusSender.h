@@ -1,6 +1,5 @@
 #pragma once
 
-#include <poll.h>
 #include <sys/types.h>
 
 #include <atomic>
@@ -86,6 +85,11 @@ class BusSender {
     BusSlot slot;
     std::shared_ptr<DirectLink> link;  // empty if the bus was asked
     direct::Serial serial = 0;
+
+    Delivery() = default;
+    Delivery(const Delivery&) = delete;
+    Delivery& operator=(const Delivery&) = delete;
+    ~Delivery();
   };
   // The connection of an owner whose executable was found in a directory.
   struct Approved {
@@ -163,17 +167,21 @@ class BusSender {
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
   std::shared_ptr<Owner> ownerOf(const std::string& identifier, const std::string& name);
+  void forgetOwners();
   bool watch(Owner& owner);
   void introduce(const std::string& identifier, const std::string& address);
   std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
   std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
-  OSErr leaveLink(Owner& owner, std::size_t size);
+  Clock::time_point endOfEarlierLink(Owner& owner) const;
+  Clock::time_point endOfEarlierLink(const std::string& identifier);
+  void awaitEndOfEarlierLink(Lock& lock, Owner& owner);
+  OSErr leaveLink(Owner& owner, const RPCEvent& event);
   void offerLink(Owner& owner, const std::string& address);
   void watchForWatchers();
   void setWatched(bool isWatched);
   void readLinks();
   void askLinksWhetherTaken(std::list<Delivery>& deliveries);
-  static void forgetQuestions(const std::list<Delivery>& deliveries);
+  void askOnBus(DirectLink& link);
   BusMessage newCall(const std::string& name, const RPCEvent& event);
   std::uint64_t* lastPostTo(const std::string& address);
   int askWhetherTaken(sd_bus* bus, Delivery& delivery);
@@ -213,8 +221,7 @@ class BusSender {
   std::vector<std::shared_ptr<DirectLink>> links_;        // those that may have answers to come
   BusSlot watcherWatch_;
   BusSlot watcherQuery_;
-  bool isWatched_ = true;  // somebody watches the bus, or may: no direct connection then
-  std::vector<pollfd> polled_;  // by the thread that reads
+  bool isWatched_ = true;  // another process watches the bus, or may: all events stay on it
   // The last post to each address of which no flush knows yet that it was taken.
   std::map<std::string, std::uint64_t> posts_;
   std::uint64_t lastPost_ = 0;

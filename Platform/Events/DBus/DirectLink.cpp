@@ -51,8 +51,7 @@ std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
   auto link = std::make_shared<DirectLink>(std::move(bus), *std::move(sockets));
   const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
   sd_bus_slot* slot = nullptr;
-  if (!message ||
-      sd_bus_message_append(message.get(), rpc::connectSignature, given.get()) < 0 ||
+  if (!message || sd_bus_message_append(message.get(), rpc::connectSignature, given.get()) < 0 ||
       sd_bus_call_async(link->bus_.get(), &slot, message.get(), onAgreement, link.get(),
                         UINT64_MAX) < 0) {
     return nullptr;
@@ -72,7 +71,7 @@ int DirectLink::onAgreement(sd_bus_message* reply, void* self, sd_bus_error*) {
   return 1;
 }
 
-// The last message on the bus goes to the process that agreed, whoever has the name by now.
+// Sends the last message on the bus to the process that agreed: the name may have passed on.
 void DirectLink::takeAgreement(sd_bus_message* reply) {
   const char* sender = sd_bus_message_get_sender(reply);
   if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sender == nullptr) return;
@@ -92,8 +91,7 @@ bool DirectLink::post(const RPCEvent& event) {
   return true;
 }
 
-bool DirectLink::ask(const RPCEvent& event, OnAnswer onAnswer, void* user,
-                     direct::Serial* serial) {
+bool DirectLink::ask(const RPCEvent& event, OnAnswer onAnswer, void* user, direct::Serial* serial) {
   const auto number = nextSerial();
   if (!write(number, true, event)) return false;
   await(number, onAnswer, user);
@@ -112,11 +110,8 @@ bool DirectLink::askWhetherTaken(OnAnswer onAnswer, void* user, direct::Serial& 
 // Writes the message for an event. One that is too large for the connection goes over the bus, as
 // does one that the bus is to refuse.
 bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event) {
-  const bool isWritten =
-      mayFit(event) && direct::writeCall(message_, serial, expectsAnswer, event);
-  if (isWritten && message_.size() <= direct::largestPacket) return true;
-  leave();
-  return false;
+  const bool isWritten = mayFit(event) && direct::writeCall(message_, serial, expectsAnswer, event);
+  return isWritten && message_.size() <= direct::largestPacket;
 }
 
 // Passes the message on, to which an answer may be awaited. A peer with no room has it on the bus,
@@ -125,7 +120,6 @@ bool DirectLink::pass(direct::Serial awaited) {
   const auto passing =
       isOpen() ? direct::passPacket(socket_.get(), message_) : direct::Passing::full;
   if (passing != direct::Passing::done) forget(awaited);  // before the end calls for its answer
-  if (passing == direct::Passing::full) leave();
   if (passing == direct::Passing::ended) close();
   return passing == direct::Passing::done;
 }
@@ -143,14 +137,15 @@ void DirectLink::read() {
   const auto packet = packets_.next(socket_.get());
   if (packet.kind == Kind::none) return;
   bool isGood = packet.kind == Kind::bytes;
-  // Without memory for an answer there is none.
-  if (isGood) isGood = [&] {
-    try {
-      return take(packet.bytes);
-    } catch (const std::exception&) {
-      return false;
-    }
-  }();
+  // An answer for which memory is missing ends the connection.
+  if (isGood)
+    isGood = [&] {
+      try {
+        return take(packet.bytes);
+      } catch (const std::exception&) {
+        return false;
+      }
+    }();
   if (!isGood) close();
 }
 
@@ -187,6 +182,18 @@ void DirectLink::leave() {
   if (!isOpen()) return;
   state_ = State::left;
   ::shutdown(socket_.get(), SHUT_WR);
+}
+
+DirectLink::Clock::time_point DirectLink::awaitEnd() {
+  constexpr std::chrono::milliseconds patience(250);
+  leave();
+  if (!endDeadline_) endDeadline_ = Clock::now() + patience;
+  return *endDeadline_;
+}
+
+void DirectLink::drop() {
+  if (isOffered()) return close();
+  leave();
 }
 
 void DirectLink::close() {

@@ -1,7 +1,7 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
-#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -29,6 +29,8 @@ namespace qbdkr {
 // Used under the lock of its sender. No call waits.
 class DirectLink {
  public:
+  using Clock = std::chrono::steady_clock;
+
   // Called once with the answer, and the size of its text, from read() or close(); under the lock.
   using OnAnswer = void (*)(RPCTransport::Answer answer, std::size_t size, void* user);
 
@@ -54,7 +56,9 @@ class DirectLink {
   // Tells whether the connection has ended at both ends, as it does with the peer's process.
   [[nodiscard]] bool isClosed() const { return state_ == State::closed; }
   // Tells whether answers are to come, for which read() is called when the socket is readable.
-  [[nodiscard]] bool isAwaited() const { return !awaited_.empty(); }
+  [[nodiscard]] bool isAwaited() const { return !awaited_.empty() || awaitsEnd(); }
+  // Tells whether the end of a connection that was left is waited for.
+  [[nodiscard]] bool awaitsEnd() const { return isDraining() && endDeadline_; }
   [[nodiscard]] int descriptor() const { return socket_.get(); }
 
   // Returns the unique name of the peer on its bus.
@@ -65,8 +69,8 @@ class DirectLink {
   }
   void approveFor(const std::string& directory) { approved_ = directory; }
 
-  // Send on an open connection. False if that cannot take the message, which was not sent: the
-  // connection is left or closed then, and the message goes over the bus.
+  // Send on an open connection. False if that cannot take the message, which was not sent. To send
+  // it over the bus the caller leaves the connection; without a bus that stays open for others.
   [[nodiscard]] bool post(const RPCEvent& event);
   // Stores the number of the request if one is given.
   [[nodiscard]] bool ask(const RPCEvent& event, OnAnswer onAnswer, void* user,
@@ -82,10 +86,15 @@ class DirectLink {
   [[nodiscard]] direct::Serial lastPost() const { return lastPost_; }
   void notePostsTaken(direct::Serial last) { lastTaken_ = last; }
 
+  // Leaves the connection, and waits for its end: see isAwaited(). Returns the time until then.
+  Clock::time_point awaitEnd();
+
   // Takes a packet that came in.
   void read();
   // Sends nothing more on the connection. Answers still come.
   void leave();
+  // Leaves an open connection, and takes an offer back.
+  void drop();
   // Ends the connection, and with it the requests that wait for an answer.
   void close();
 
@@ -110,6 +119,7 @@ class DirectLink {
   Descriptor socket_;
   std::string peer_;
   std::optional<std::string> approved_;
+  std::optional<Clock::time_point> endDeadline_;
   direct::Serial serial_ = 0;
   direct::Serial lastPost_ = 0;
   direct::Serial lastTaken_ = 0;

@@ -4,6 +4,7 @@
 #include <bit>
 #include <cstring>
 
+#include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/SdBus.h"
 
 namespace qbdkr::direct {
@@ -191,18 +192,36 @@ bool readField(Reader& reader, Header& header) {
   std::size_t number = 0;
   switch (type.front()) {
     case SD_BUS_TYPE_STRING:
-    case SD_BUS_TYPE_OBJECT_PATH: text = reader.text(); break;
-    case SD_BUS_TYPE_SIGNATURE: text = reader.signatureText(); break;
-    case SD_BUS_TYPE_UINT32: number = reader.number(); break;
-    default: return false;
+    case SD_BUS_TYPE_OBJECT_PATH:
+      text = reader.text();
+      break;
+    case SD_BUS_TYPE_SIGNATURE:
+      text = reader.signatureText();
+      break;
+    case SD_BUS_TYPE_UINT32:
+      number = reader.number();
+      break;
+    default:
+      return false;
   }
   switch (code.front()) {
-    case interface: header.interfaceName = text; break;
-    case member: header.memberName = text; break;
-    case errorName: header.errorText = text; break;
-    case replySerial: header.answered = static_cast<Serial>(number); break;
-    case signature: header.bodySignature = text; break;
-    default: break;
+    case interface:
+      header.interfaceName = text;
+      break;
+    case member:
+      header.memberName = text;
+      break;
+    case errorName:
+      header.errorText = text;
+      break;
+    case replySerial:
+      header.answered = static_cast<Serial>(number);
+      break;
+    case signature:
+      header.bodySignature = text;
+      break;
+    default:
+      break;
   }
   return reader.isGood();
 }
@@ -262,9 +281,10 @@ bool readEvent(Reader& reader, Request& request) {
 
 bool writeCall(std::string& bytes, Serial serial, bool expectsAnswer, const RPCEvent& event) {
   if (hasNoncharacter(event)) return false;
-  static const std::string header =
-      callHeader(rpc::interfaceName, rpc::callMember, rpc::callSignature);
-  bytes.assign(header);
+  // Threads send until the process ends.
+  static NeverDestroyed header(
+      [] { return callHeader(rpc::interfaceName, rpc::callMember, rpc::callSignature); });
+  bytes.assign(*header);
   if (!expectsAnswer) bytes[flagsAt] = noReplyExpected;
   addText(bytes, event.className ? std::string_view(*event.className) : std::string_view());
   addText(bytes, event.methodName ? std::string_view(*event.methodName) : std::string_view());
@@ -272,14 +292,15 @@ bool writeCall(std::string& bytes, Serial serial, bool expectsAnswer, const RPCE
   const std::size_t begin = bytes.size();
   for (const std::string& text : event.arguments) addText(bytes, text);
   putNumber(bytes, begin - sizeof(std::uint32_t), bytes.size() - begin);
-  complete(bytes, serial, header.size());
+  complete(bytes, serial, header->size());
   return true;
 }
 
 void writeFlush(std::string& bytes, Serial serial) {
-  static const std::string header = callHeader(rpc::deliveryInterface, rpc::flushMember, {});
-  bytes.assign(header);
-  complete(bytes, serial, header.size());
+  static NeverDestroyed header(
+      [] { return callHeader(rpc::deliveryInterface, rpc::flushMember, {}); });
+  bytes.assign(*header);
+  complete(bytes, serial, header->size());
 }
 
 // An answer has a number of its own, of which nobody makes use.
@@ -323,8 +344,7 @@ std::optional<Request> readRequest(std::string_view bytes) {
 std::optional<Answer> readAnswer(std::string_view bytes) {
   Reader reader(bytes);
   const auto header = readHeader(reader);
-  if (!header || header->answered == 0 ||
-      bytes.size() - reader.position() != header->bodySize) {
+  if (!header || header->answered == 0 || bytes.size() - reader.position() != header->bodySize) {
     return std::nullopt;
   }
   Answer answer{header->answered, {}, {}};

@@ -32,16 +32,17 @@ struct Answer {
 
 // Write a message over what a buffer holds. One buffer serves many messages without new memory. An
 // event is not written if the bus would refuse it for a text with a noncharacter of Unicode.
-[[nodiscard]] bool writeCall(std::string& bytes, Serial serial, bool expectsAnswer, const RPCEvent& event);
+[[nodiscard]] bool writeCall(std::string& bytes, Serial serial, bool expectsAnswer,
+                             const RPCEvent& event);
 void writeFlush(std::string& bytes, Serial serial);
 void writeResult(std::string& bytes, Serial request, std::string_view result);
-void writeError(std::string& bytes, Serial request, std::string_view error);
+void writeError(std::string& bytes, Serial request, std::string_view name);
 
 // Read a whole message. Absent if it is no such message, or an event beyond the bounds.
 [[nodiscard]] std::optional<Request> readRequest(std::string_view bytes);
 [[nodiscard]] std::optional<Answer> readAnswer(std::string_view bytes);
 
-// Returns the size of a message of which this is the beginning; absent if it is none, or is larger
+// Returns the size of the answer that begins so; absent if this begins no message, or one larger
 // than an answer can be.
 [[nodiscard]] std::optional<std::size_t> sizeOfAnswer(std::string_view beginning);
 

@@ -16,8 +16,9 @@ using Kind = direct::PacketReader::Packet::Kind;
 
 // One answer of any size may wait.
 constexpr std::size_t mostWaiting = mostEventContent;
-// A flood must not keep the main thread in one call.
-constexpr int mostPacketsAtOnce = 4096;
+// More than the socket of a sender that has left can hold. A flood of another one must not keep the
+// main thread in one call.
+constexpr std::size_t mostBytesAtOnce = std::size_t{4} << 20U;
 
 }  // namespace
 
@@ -55,23 +56,30 @@ void DirectPeer::watch() {
 
 void DirectPeer::readToEnd() {
   const auto kept = shared_from_this();
-  for (int i = 0; i < mostPacketsAtOnce && readOne(); ++i) {
+  std::size_t bytes = 0;
+  while (bytes < mostBytesAtOnce) {
+    const auto read = readOne();
+    if (read == 0) return;
+    bytes += read;
   }
 }
 
-// False if there was nothing to be read.
-bool DirectPeer::readOne() {
-  if (!hasBegun_ || hasEnded_) return false;
+// Returns the bytes that were read; 0 without an event.
+std::size_t DirectPeer::readOne() {
+  if (!hasBegun_ || hasEnded_) return 0;
   const auto packet = packets_.next(socket_.get());
-  if (packet.kind == Kind::none) return false;
-  auto request = packet.kind == Kind::bytes ? direct::readRequest(packet.bytes) : std::nullopt;
-  if (request) {
-    taker_(*std::move(request));
-    return true;
+  if (packet.kind == Kind::none) return 0;
+  try {
+    auto request = packet.kind == Kind::bytes ? direct::readRequest(packet.bytes) : std::nullopt;
+    if (request) {
+      taker_(*std::move(request));
+      return packet.bytes.size();
+    }
+  } catch (const std::exception&) {  // no memory: the end tells a sender that waits
   }
   if (packet.kind == Kind::bytes) ::shutdown(socket_.get(), SHUT_RDWR);  // it broke the contract
   end();
-  return false;
+  return 0;
 }
 
 void DirectPeer::end() {
@@ -94,7 +102,8 @@ void DirectPeer::answer(direct::Serial request, const RPCTransport::Answer& answ
     case errAEEventNotHandled:
       direct::writeError(message_, request, SD_BUS_ERROR_UNKNOWN_METHOD);
       break;
-    default: direct::writeError(message_, request, SD_BUS_ERROR_FAILED);
+    default:
+      direct::writeError(message_, request, SD_BUS_ERROR_FAILED);
   }
   send();
 }
@@ -108,9 +117,15 @@ void DirectPeer::send() {
   if (!socket_) return;
   if (waiting_.empty() && message_.size() <= direct::largestPacket) {
     const auto passing = direct::passPacket(socket_.get(), message_);
-    if (passing != direct::Passing::full) return;  // a sender that is gone needs no answer
+    // A sender that is gone needs no answer, and one that cannot have it is to know that.
+    if (passing == direct::Passing::ended) ::shutdown(socket_.get(), SHUT_RDWR);
+    if (passing != direct::Passing::full) return;
   }
-  if (!waiting_.empty() && waitingBytes_ + message_.size() > mostWaiting) return close();
+  if (!waiting_.empty() && waitingBytes_ + message_.size() > mostWaiting) {
+    const auto kept = shared_from_this();
+    close();
+    return end();
+  }
   waitingBytes_ += message_.size();
   waiting_.push_back(std::exchange(message_, {}));
   pass();
@@ -122,8 +137,13 @@ void DirectPeer::pass() {
     const std::string_view answer = waiting_.front();
     const auto packet = answer.substr(passed_, direct::largestPacket);
     const auto passing = direct::passPacket(socket_.get(), packet);
-    if (passing == direct::Passing::ended) return close();
     if (passing == direct::Passing::full) break;
+    if (passing == direct::Passing::ended) {  // the events that came before are still read
+      waiting_.clear();
+      waitingBytes_ = 0;
+      passed_ = 0;
+      break;
+    }
     passed_ += packet.size();
     if (passed_ < answer.size()) continue;
     waitingBytes_ -= answer.size();

@@ -47,7 +47,7 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   void close();
 
  private:
-  bool readOne();
+  std::size_t readOne();
   void end();
   void send();
   void pass();

@@ -44,10 +44,11 @@ PacketReader::Packet PacketReader::next(int socket) {
   if (!memory_) memory_.reset(new char[largestPacket]);
   for (;;) {
     const auto size = ::recv(socket, memory_.get(), largestPacket, MSG_DONTWAIT | MSG_TRUNC);
-    // A peer that ended before it read all of ours is told of once, before the packets that it sent.
+    // A peer that ended before it read all of ours is told of once, before the packets that it
+    // sent.
     if (size < 0 && (errno == EINTR || errno == ECONNRESET)) continue;
     if (size < 0 && errno == EAGAIN) return {};
-    // One that was cut off is none of ours.
+    // A longer packet was cut off. The contract has no such packet.
     const auto length = static_cast<std::size_t>(size);
     if (size <= 0 || length > largestPacket) return {Packet::Kind::end, {}};
     return {Packet::Kind::bytes, {memory_.get(), length}};

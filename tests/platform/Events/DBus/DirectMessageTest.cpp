@@ -1,9 +1,9 @@
-#include "Platform/Events/DBus/DirectMessage.h"
-
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
+
+#include "Platform/Events/DBus/DirectMessage.h"
 
 namespace qbdkr::direct {
 namespace {
@@ -113,17 +113,23 @@ TEST(DirectMessageTest, AnswerIsNoRequestAndRequestIsNoAnswer) {
 
 TEST(DirectMessageTest, TextThatIsNoUTF8IsRefused) {
   std::string bytes = callOf({"Class", "method", {"abcd"}});
-  bytes.replace(bytes.find("abcd"), 4, "ab\xff" "d");
+  bytes.replace(bytes.find("abcd"), 4,
+                "ab\xff"
+                "d");
   EXPECT_FALSE(readRequest(bytes));
-  bytes.replace(bytes.find("ab\xff" "d"), 4, std::string("ab\0d", 4));
+  bytes.replace(bytes.find("ab\xff"
+                           "d"),
+                4, std::string("ab\0d", 4));
   EXPECT_FALSE(readRequest(bytes));
 }
 
 TEST(DirectMessageTest, NoncharacterIsNotWritten) {
   std::string bytes;
-  for (const std::string text : {"\uFDD0", "x\uFDEF", "\uFFFE", "\uFFFFx", "\U0001FFFE", "\U0010FFFF"})
+  for (const std::string text :
+       {"\uFDD0", "x\uFDEF", "\uFFFE", "\uFFFFx", "\U0001FFFE", "\U0010FFFF"})
     EXPECT_FALSE(writeCall(bytes, 1, true, {"Class", "method", {text}})) << text;
-  for (const std::string text : {"\uFDCF", "\uFDF0", "\uFFFD", "\u1FFE", "\U0001FFFD", "\u00BF\u00BE"})
+  for (const std::string text :
+       {"\uFDCF", "\uFDF0", "\uFFFD", "\u1FFE", "\U0001FFFD", "\u00BF\u00BE"})
     EXPECT_TRUE(writeCall(bytes, 1, true, {"Class", "method", {text}})) << text;
 }
 
