@@ -213,15 +213,15 @@ class BusSender {
   Clock::time_point greetingDeadline_;  // when the bus has had its time to greet the connection
   bool wasGreeted_ = false;
   bool isBehindProxy_ = false;
-  bool reading_ = false;  // a thread polls the socket
-  unsigned waiting_ = 0;  // threads that wait for that thread
+  bool isWatched_ = true;  // another process watches the bus, or may: all events stay on it
+  bool reading_ = false;   // a thread polls the sockets
+  unsigned waiting_ = 0;   // threads that wait for that thread
   Clock::time_point lastDrain_;
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them
   std::vector<std::shared_ptr<DirectLink>> links_;        // those that may have answers to come
   BusSlot watcherWatch_;
   BusSlot watcherQuery_;
-  bool isWatched_ = true;  // another process watches the bus, or may: all events stay on it
   // The last post to each address of which no flush knows yet that it was taken.
   std::map<std::string, std::uint64_t> posts_;
   std::uint64_t lastPost_ = 0;
@@ -231,9 +231,9 @@ class BusSender {
   std::optional<OwnerInquiry> inquiry_;  // about the target of the first one to be sent
   std::uint64_t inquiryChanges_ = 0;     // of that owner, when it was begun
   std::mutex workerMutex_;               // guards the making of the thread
+  std::thread::id worker_;               // set by the thread itself
+  Descriptor stir_;                      // is readable if the thread has something to do
   bool hasWorker_ = false;
-  std::thread::id worker_;      // set by the thread itself
-  Descriptor stir_;             // is readable if the thread has something to do
   bool isStirred_ = false;      // it was read since
   bool isWorkerAside_ = false;  // the thread waits while another one reads
 };
