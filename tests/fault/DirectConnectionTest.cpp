@@ -66,6 +66,9 @@ TEST(DirectConnection, EventsLeaveTheBus) {
     EXPECT_EQ(scene.host->call("send" + scene.event("note: quiet")), "0");
   scene.fence(*scene.host);
   EXPECT_EQ(scene.transcript().count("quiet"), 20U);
+  // The monitor shows a later event of the bus, and so all before it.
+  (void)Peer::outsideBundles(scene).run({"call", scene.helperID(), "Probe", "seen:"});
+  monitor.waitForCalls("seen:", 1);
   const auto conversation = monitor.conversation({}, [](const auto&, const auto& texts) {
     const bool isNote = texts.size() > 1 && texts[1] == "note:";
     return isNote ? std::optional<std::string>("notes") : std::nullopt;
@@ -253,6 +256,8 @@ TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {
     EXPECT_EQ(scene.host->call("ask " + name + " Probe note: x"), "0 served");
   }
   EXPECT_TRUE(serving->succeeds());
+  monitor.waitForCalls("note:", 40);
+  monitor.waitForMember("QBHP.Direct1 Connect", 1);
   const auto conversation = monitor.conversation(
       {}, [](const auto&, const auto&) { return std::optional<std::string>("all"); });
   const auto first = conversation.find("Connect");
