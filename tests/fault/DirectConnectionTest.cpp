@@ -76,25 +76,20 @@ TEST(DirectConnection, EventsLeaveTheBus) {
   EXPECT_EQ(conversation.find("note:"), std::string::npos) << conversation;
 }
 
-TEST(DirectConnection, VariableKeepsEventsOnTheBus) {
+void expectEventsOnTheBus(const std::string& variable, const InfoKeys& keys) {
   Scene scene;
-  scene.environment()["QBDKR_DIRECT"] = "0";
-  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+  scene.environment()["QBDKR_DIRECT"] = variable;
+  const auto host = scene.startAndShare(scene.makeHost("Host", "1.0", keys));
   BusMonitor monitor(Peer::outsideBundles(scene));
   for (int i = 0; i < 20; ++i)
     EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x"), "0");
   monitor.waitForCalls("note:", 20);
 }
 
+TEST(DirectConnection, VariableKeepsEventsOnTheBus) { expectEventsOnTheBus("0", {}); }
+
 TEST(DirectConnection, KeyKeepsEventsOnTheBus) {
-  Scene scene;
-  scene.environment()["QBDKR_DIRECT"] = "1";
-  const auto host =
-      scene.startAndShare(scene.makeHost("Host", "1.0", {{"Direct connections", "0"}}));
-  BusMonitor monitor(Peer::outsideBundles(scene));
-  for (int i = 0; i < 20; ++i)
-    EXPECT_EQ(host->call("send " + scene.helperID() + " Probe note: x"), "0");
-  monitor.waitForCalls("note:", 20);
+  expectEventsOnTheBus("1", {{"Direct connections", "0"}});
 }
 
 TEST(DirectConnection, OrderHoldsWhileTheWayChanges) {

@@ -258,7 +258,7 @@ void BusSender::askOnBus(DirectLink& link) {
   if (link.isDraining() && link.isOfBus(bus_.get())) {
     if (std::uint64_t* const last = lastPostTo(link.peer())) *last = ++lastPost_;
   } else if (link.isDraining()) {
-    hasLostPosts_ = true;  // they may be taken, but nobody can be asked
+    hasLostPosts_ = true;  // the peer may have taken them, but cannot be asked
   }
   link.notePostsTaken(link.lastPost());
 }

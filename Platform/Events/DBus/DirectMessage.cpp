@@ -303,7 +303,7 @@ void writeFlush(std::string& bytes, Serial serial) {
   complete(bytes, serial, header->size());
 }
 
-// An answer has a number of its own, of which nobody makes use.
+// D-Bus wants a number for the answer itself. It is that of the request, as no reader uses it.
 void writeResult(std::string& bytes, Serial request, std::string_view result) {
   beginHeader(bytes, methodReturn);
   beginField(bytes, replySerial, SD_BUS_TYPE_UINT32);

@@ -43,7 +43,7 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   void answer(direct::Serial request, const RPCTransport::Answer& answer);
   void answerQuestion(direct::Serial request);
 
-  // Ends the connection; tells nobody.
+  // Ends the connection, without a call of onEnd.
   void close();
 
  private:
