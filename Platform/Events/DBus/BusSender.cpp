@@ -108,10 +108,11 @@ OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& 
     const OSErr status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return status;
   }
+  const Bus bus = bus_;  // an address is worth nothing on another one
   introduce(identifier, address);
   if (const auto link = linkTo(target); link && link->post(event)) return noErr;
   awaitEndOfEarlierLink(lock, *owner);
-  if (!bus_) return connectionInvalid;
+  if (!bus || bus_ != bus) return connectionInvalid;
   if (const OSErr status = leaveLink(*owner, event); status != noErr) return status;
   const BusMessage message = newCall(address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
@@ -154,13 +155,13 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
     if (status == noErr) status = approveOwner(lock, owner, *target.directory, address);
     if (status != noErr) return {status, {}};
   }
+  const Bus bus = bus_;  // an address is worth nothing on another one; outlives the slot below
   introduce(identifier, address);
   if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
   const auto owner = ownerOf(identifier, *name);
   awaitEndOfEarlierLink(lock, *owner);
-  if (!bus_) return {connectionInvalid, {}};
+  if (!bus || bus_ != bus) return {connectionInvalid, {}};
   if (const OSErr status = leaveLink(*owner, event); status != noErr) return {status, {}};
-  const Bus bus = bus_;  // outlives the slot below, whatever becomes of the connection
   const BusMessage message = newCall(address, event);
   if (!message) return {paramErr, {}};
   sd_bus_slot* slot = nullptr;
@@ -508,9 +509,11 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
 
 // Takes what came in on the direct connections. Each has one packet at a time.
 void BusSender::readLinks() {
+  const bool isWorkerThere = worker_ != std::thread::id();
   for (const auto& link : links_) {
-    if (link->isAwaited()) link->read();
-    if (link->isClosed() && hasWorker_) stir();  // a request may have waited for the end
+    if (!link->isAwaited()) continue;
+    link->read();
+    if (link->isClosed() && isWorkerThere) stir();  // a request may have waited for the end
   }
   wakeWaiting();
 }
