@@ -53,7 +53,7 @@ void addText(std::string& bytes, std::string_view text) {
   bytes.push_back('\0');
 }
 
-// Finds a noncharacter, like U+FDD0 or U+FFFF, in valid UTF-8.
+// Finds a noncharacter in valid UTF-8. XML refuses only U+FFFE and U+FFFF, the bus all 66 of them.
 bool hasNoncharacter(std::string_view text) {
   constexpr std::string_view secondLast = "\xB7\xBF";
   for (auto i = text.find_first_of(secondLast); i != std::string_view::npos && i + 1 < text.size();
