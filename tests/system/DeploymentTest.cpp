@@ -217,6 +217,7 @@ TEST(Deployment, HelperWithoutAnIdentifierIsOpenedOnce) {
   helper.setKeys({{"CFBundleIdentifier", ""}});
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  scene.transcript().waitFor({" started version"});
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
   EXPECT_EQ(Scene::processesIn(scene.installDirectory()).size(), 1U);
 }
@@ -227,6 +228,7 @@ TEST(Deployment, HelperWithAnotherIdentifierThanIsAskedForIsOpenedOnce) {
   helper.setKeys({{"CFBundleIdentifier", scene.identifier("Other")}});
   const auto host = scene.start(scene.makeHostWithoutHelper("Host"));
   for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("launch"), "yes");
+  scene.transcript().waitFor({" started version"});
   EXPECT_EQ(scene.transcript().count(" started version"), 1U);
 }
 

@@ -27,6 +27,7 @@
 #include "support/OrdinaryUser.h"
 #include "support/ProcessEnd.h"
 #include "support/Programs.h"
+#include "support/Sample.h"
 #include "support/Scene.h"
 
 namespace qbdkr::test {
@@ -471,7 +472,8 @@ TEST_F(HostExamination, FindsNothingWrongWithACorrectHost) {
 }
 
 TEST_F(HostExamination, FindsNothingWrongWithTheSample) {
-  const auto findings = stage.examineAt(sampleHost());
+  const Sample sample(stage.scene);
+  const auto findings = stage.examineAt(sample.path());
   EXPECT_FALSE(firstOf(findings, Severity::error)) << described(findings);
   EXPECT_FALSE(firstOf(findings, Severity::warning)) << described(findings);
 }
