@@ -5,18 +5,25 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <memory>
 #include <optional>
 #include <string>
+#include <string_view>
+#include <thread>
+#include <utility>
 
 #include "Platform/Events/DBus/DirectMessage.h"
+#include "Platform/Events/DBus/DirectRing.h"
 #include "Platform/Events/DBus/DirectSocket.h"
 #include "support/BusConnection.h"
 #include "support/BusMonitor.h"
@@ -260,16 +267,64 @@ TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {
   EXPECT_EQ(conversation.find("Connect", first + 1), std::string::npos) << conversation;
 }
 
+// The sender's side of a connection that is made by hand.
+struct HandMade {
+  // Writes a message, of any kind. While the ring has no room it waits for some, or for the end.
+  bool send(std::string_view message) {
+    while (!ring.write(message)) {
+      if (ends(std::chrono::milliseconds(1))) return false;
+    }
+    if (ring.mustWakeReader()) direct::passWake(socket.get());
+    return true;
+  }
+
+  bool send(direct::Serial serial, bool expectsAnswer, const RPCEvent& event) {
+    std::string message;
+    EXPECT_TRUE(direct::writeCall(message, serial, expectsAnswer, event));
+    return send(message);
+  }
+
+  // Waits for a part of an answer, which stays in the socket.
+  [[nodiscard]] bool hasAnswer() const {
+    pollfd readable{socket.get(), POLLIN, 0};
+    return ::poll(&readable, 1, 10'000) == 1;
+  }
+
+  // Waits for the end of the connection, with answers in the socket or without.
+  [[nodiscard]] bool ends(std::chrono::milliseconds within = patience) const {
+    pollfd ended{socket.get(), 0, 0};
+    return ::poll(&ended, 1, static_cast<int>(within.count())) == 1;
+  }
+
+  Descriptor socket;
+  direct::RingWriter ring;
+};
+
 // A process that offers connections to the helper agent by hand.
 struct Offers : Direct {
-  // Offers a descriptor; returns whether it was taken.
-  bool offer(int descriptor) {
+  // Offers a socket and memory. Returns the memory that the helper agent gave; empty if it refused.
+  Descriptor offer(int socket, int memory) {
     sd_bus_error error = SD_BUS_ERROR_NULL;
+    sd_bus_message* made = nullptr;
+    int given = -1;
     const int result = sd_bus_call_method(connection.get(), helperID().c_str(), rpc::objectPath,
-                                          rpc::directInterface, rpc::connectMember, &error, nullptr,
-                                          "h", descriptor);
+                                          rpc::directInterface, rpc::connectMember, &error, &made,
+                                          rpc::connectSignature, socket, memory);
     sd_bus_error_free(&error);
-    return result >= 0;
+    const BusMessage answer(made);
+    if (result < 0 || sd_bus_message_read(made, rpc::agreementSignature, &given) <= 0) return {};
+    return Descriptor(::fcntl(given, F_DUPFD_CLOEXEC, 0));
+  }
+
+  // Offers what a sender does. Empty if it is refused.
+  std::optional<HandMade> offer() {
+    auto sockets = direct::makeSocketPair();
+    auto ring = direct::RingWriter::make();
+    if (!sockets || !ring) return std::nullopt;
+    const Descriptor memory = ring->takeDescriptor();
+    const Descriptor given = offer(sockets->given.get(), memory.get());
+    if (!given || !ring->attach(given.get())) return std::nullopt;
+    return HandMade{std::move(sockets->kept), *std::move(ring)};
   }
 
   void begin() {
@@ -278,24 +333,11 @@ struct Offers : Direct {
     sd_bus_flush(connection.get());
   }
 
-  // Returns the end of a connection that has begun.
-  Descriptor connected() {
-    auto sockets = direct::makeSocketPair();
-    EXPECT_TRUE(sockets && offer(sockets->given.get()));
+  // Returns a connection that has begun.
+  HandMade connected() {
+    auto link = offer();
     begin();
-    return std::move(sockets->kept);
-  }
-
-  // Waits for the end of a connection.
-  static bool ends(const Descriptor& socket) {
-    direct::PacketReader packets;
-    const auto deadline = Clock::now() + patience;
-    while (Clock::now() < deadline) {
-      pollfd readable{socket.get(), POLLIN, 0};
-      ::poll(&readable, 1, 100);
-      if (packets.next(socket.get()).kind == direct::PacketReader::Packet::Kind::end) return true;
-    }
-    return false;
+    return std::move(link).value();
   }
 
   UniqueBus connection = connectionTo(bus());
@@ -314,9 +356,24 @@ TEST(DirectConnection, WhatIsNoSocketOfItsKindIsRefused) {
             0);
   ASSERT_EQ(::listen(listening.get(), 1), 0);
   const Descriptor file(::open("/dev/zero", O_RDONLY | O_CLOEXEC));
-  for (const int refused : {stream.get(), listening.get(), file.get()}) {
-    EXPECT_FALSE(scene.offer(refused)) << refused;
+  const Descriptor memory = direct::RingWriter::make()->takeDescriptor();
+  for (const int refused : {stream.get(), listening.get(), file.get(), memory.get()}) {
+    EXPECT_FALSE(scene.offer(refused, memory.get())) << refused;
   }
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, WhatIsNoMemoryOfItsKindIsRefused) {
+  Offers scene;
+  const auto sockets = direct::makeSocketPair();
+  ASSERT_TRUE(sockets);
+  const Descriptor open(::memfd_create("open", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  ASSERT_EQ(::ftruncate(open.get(), direct::writerMemorySize), 0);
+  const Descriptor small = direct::SealedMemory::make(100)->takeDescriptor();
+  for (const int refused : {open.get(), small.get(), sockets->kept.get()}) {
+    EXPECT_FALSE(scene.offer(sockets->given.get(), refused)) << refused;
+  }
+  EXPECT_TRUE(scene.offer()) << "a refused offer takes no place";
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
 }
 
@@ -324,28 +381,59 @@ TEST(DirectConnection, GarbageEndsItAndNothingElse) {
   Offers scene;
   scene.connect();
   for (const std::string& garbage : {std::string("hello"), std::string(60'000, '\xff'),
-                                     std::string(200'000, 'x'), std::string("l\1\0\1", 4)}) {
-    const Descriptor socket = scene.connected();
-    EXPECT_GT(::send(socket.get(), garbage.data(), garbage.size(), MSG_NOSIGNAL), 0);
-    EXPECT_TRUE(Offers::ends(socket)) << garbage.size();
+                                     std::string(), std::string("l\1\0\1", 4)}) {
+    HandMade link = scene.connected();
+    EXPECT_TRUE(link.send(garbage));
+    EXPECT_TRUE(link.ends()) << garbage.size();
   }
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, RingThatTellsWhatCannotBeEndsItAndNothingElse) {
+  Offers scene;
+  scene.connect();
+  for (const std::uint32_t written : {3U, 4U, 0x80000000U, ~0U}) {
+    auto sockets = direct::makeSocketPair();
+    auto memory = direct::SealedMemory::make(direct::writerMemorySize);
+    ASSERT_TRUE(sockets && memory);
+    const Descriptor given = memory->takeDescriptor();
+    ASSERT_TRUE(scene.offer(sockets->given.get(), given.get()));
+    reinterpret_cast<direct::WriterState*>(memory->address())->written = written;
+    scene.begin();
+    const HandMade link{std::move(sockets->kept), direct::RingWriter::make().value()};
+    EXPECT_TRUE(link.ends()) << written;
+  }
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+}
+
+TEST(DirectConnection, FloodOfWakesHoldsUpNobody) {
+  Offers scene;
+  scene.connect();
+  HandMade link = scene.connected();
+  std::atomic<bool> isOver = false;
+  std::thread flood([&] {
+    while (!isOver) {
+      direct::passWake(link.socket.get());
+      static_cast<void>(direct::passPacket(link.socket.get(), std::string(60'000, 'x')));
+    }
+  });
+  for (int i = 0; i < 50; ++i) EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+  isOver = true;
+  flood.join();
+  EXPECT_TRUE(link.send(1, true, {"Probe", "echo:", {"y"}}));
+  EXPECT_TRUE(link.hasAnswer());
 }
 
 TEST(DirectConnection, SenderHasOneAndThatOfOneThatIsGoneIsForgotten) {
   Offers scene;
   const pid_t helper = scene.helperProcess();
-  const Descriptor socket = scene.connected();
-  auto second = direct::makeSocketPair();
-  ASSERT_TRUE(second);
-  EXPECT_FALSE(scene.offer(second->given.get())) << "the first is open";
+  const HandMade link = scene.connected();
+  EXPECT_FALSE(scene.offer()) << "the first is open";
   const auto before = namesIn("/proc/" + std::to_string(helper) + "/fd").size();
   // Many processes offer connections, do not begin them, and go.
   for (int i = 0; i < 200; ++i) {
-    auto sockets = direct::makeSocketPair();
-    ASSERT_TRUE(sockets);
     scene.connection = connectionTo(scene.bus());
-    EXPECT_TRUE(scene.offer(sockets->given.get())) << i;
+    EXPECT_TRUE(scene.offer()) << i;
   }
   scene.connection.reset();
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
@@ -355,15 +443,12 @@ TEST(DirectConnection, SenderHasOneAndThatOfOneThatIsGoneIsForgotten) {
 TEST(DirectConnection, AnswersThatNobodyReadsTakeBoundedMemory) {
   Offers scene;
   const pid_t helper = scene.helperProcess();
-  const Descriptor socket = scene.connected();
+  HandMade link = scene.connected();
   const std::string text(60'000, 'x');
-  std::string call;
   bool isOpen = true;
-  for (direct::Serial serial = 1; serial < 20'000 && isOpen; ++serial) {
-    ASSERT_TRUE(direct::writeCall(call, serial, true, {"Probe", "echo:", {text}}));
-    // Waits for room: the helper agent reads, whether its answers are read or not.
-    isOpen = ::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL) > 0;
-  }
+  // The helper agent reads, whether its answers are read or not.
+  for (direct::Serial serial = 1; serial < 20'000 && isOpen; ++serial)
+    isOpen = link.send(serial, true, {"Probe", "echo:", {text}}) && !link.ends({});
   EXPECT_FALSE(isOpen) << "a gigabyte of answers waits";
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
   EXPECT_EQ(scene.helperProcess(), helper);
@@ -372,51 +457,36 @@ TEST(DirectConnection, AnswersThatNobodyReadsTakeBoundedMemory) {
 TEST(DirectConnection, SenderThatEndsBeforeItReadsItsAnswerLosesNoEvent) {
   Offers scene;
   const pid_t helper = scene.helperProcess();
-  Descriptor socket = scene.connected();
-  std::string call;
-  ASSERT_TRUE(direct::writeCall(call, 1, true, {"Probe", "text:", {"5000000"}}));
-  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
-  pollfd readable{socket.get(), POLLIN, 0};
-  ASSERT_EQ(::poll(&readable, 1, 10'000), 1) << "the answer begins, and has no room";
+  std::optional<HandMade> link = scene.connected();
+  EXPECT_TRUE(link->send(1, true, {"Probe", "text:", {"5000000"}}));
+  ASSERT_TRUE(link->hasAnswer()) << "the answer begins, and has no room";
   ::kill(helper, SIGSTOP);
-  ASSERT_TRUE(direct::writeCall(call, 2, false, {"Probe", "note:", {"last"}}));
-  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
-  socket = {};
+  EXPECT_TRUE(link->send(2, false, {"Probe", "note:", {"last"}}));
+  link.reset();
   ::kill(helper, SIGCONT);
   scene.transcript().waitFor({"note:", "last"});
-  auto second = direct::makeSocketPair();
-  ASSERT_TRUE(second);
-  EXPECT_TRUE(scene.offer(second->given.get())) << "the first counts as open";
+  EXPECT_TRUE(scene.offer()) << "the first counts as open";
 }
 
 TEST(DirectConnection, SenderThatReadsNoAnswersMayOfferAnother) {
   Offers scene;
-  const Descriptor socket = scene.connected();
-  std::string call;
-  for (direct::Serial serial = 1; serial <= 3; ++serial) {
-    ASSERT_TRUE(direct::writeCall(call, serial, true, {"Probe", "text:", {"30000000"}}));
-    EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
-  }
-  pollfd ended{socket.get(), 0, 0};
-  EXPECT_EQ(::poll(&ended, 1, 20'000), 1) << "two of the answers wait";
+  HandMade link = scene.connected();
+  for (direct::Serial serial = 1; serial <= 3; ++serial)
+    EXPECT_TRUE(link.send(serial, true, {"Probe", "text:", {"30000000"}}));
+  EXPECT_TRUE(link.ends(std::chrono::seconds(20))) << "two of the answers wait";
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
-  auto second = direct::makeSocketPair();
-  ASSERT_TRUE(second);
-  EXPECT_TRUE(scene.offer(second->given.get())) << "the first counts as open";
+  EXPECT_TRUE(scene.offer()) << "the first counts as open";
 }
 
 TEST(DirectConnection, IsReadAfterTheBusEndedWhileThereWasNoRoom) {
   Offers scene;
   scene.connect();
-  const Descriptor socket = scene.connected();
-  std::string call;
+  HandMade link = scene.connected();
   const auto isAnswered = [&](direct::Serial serial) {
-    EXPECT_TRUE(direct::writeCall(call, serial, true, {"Probe", "echo:", {"x"}}));
-    EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
-    pollfd readable{socket.get(), POLLIN, 0};
+    EXPECT_TRUE(link.send(serial, true, {"Probe", "echo:", {"x"}}));
     direct::PacketReader packets;
-    return ::poll(&readable, 1, 10'000) == 1 &&
-           packets.next(socket.get()).kind == direct::PacketReader::Packet::Kind::bytes;
+    return link.hasAnswer() && packets.next(link.socket.get()).kind ==
+                                   direct::PacketReader::Packet::Kind::bytes;
   };
   ASSERT_TRUE(isAnswered(1));
   const pid_t helper = scene.helperProcess();
@@ -458,16 +528,14 @@ TEST(DirectConnection, OfferThatIsNotAnsweredIsDroppedWithTheOwner) {
 // Such a sender breaks the order of its own events alone.
 TEST(DirectConnection, SenderThatGoesOnOnTheBusHoldsUpNobody) {
   Offers scene;
-  const Descriptor socket = scene.connected();
+  HandMade link = scene.connected();
   for (int i = 0; i < 200; ++i) {
     EXPECT_GE(sd_bus_call_method(scene.connection.get(), scene.helperID().c_str(), rpc::objectPath,
                                  rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
                                  "Probe", "note:", 1, "bus"),
               0);
   }
-  std::string call;
-  ASSERT_TRUE(direct::writeCall(call, 1, false, {"Probe", "note:", {"direct"}}));
-  EXPECT_GT(::send(socket.get(), call.data(), call.size(), MSG_NOSIGNAL), 0);
+  EXPECT_TRUE(link.send(1, false, {"Probe", "note:", {"direct"}}));
   scene.transcript().waitFor({"note:", "direct"});
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
 }

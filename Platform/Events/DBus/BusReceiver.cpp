@@ -107,8 +107,10 @@ const sd_bus_vtable BusReceiver::identityMethods[] = {
 
 const sd_bus_vtable BusReceiver::directMethods[] = {
     SD_BUS_VTABLE_START(0),
-    SD_BUS_METHOD_WITH_NAMES(rpc::connectMember, rpc::connectSignature, SD_BUS_PARAM(socket), "", ,
-                             BusReceiver::onOffer, SD_BUS_VTABLE_UNPRIVILEGED),
+    SD_BUS_METHOD_WITH_NAMES(rpc::connectMember, rpc::connectSignature,
+                             SD_BUS_PARAM(socket) SD_BUS_PARAM(events), rpc::agreementSignature,
+                             SD_BUS_PARAM(progress), BusReceiver::onOffer,
+                             SD_BUS_VTABLE_UNPRIVILEGED),
     SD_BUS_METHOD(rpc::beginMember, "", "", BusReceiver::onBeginning,
                   SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
@@ -329,13 +331,14 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
   take(std::move(question));
 }
 
-// Takes one end of a pair of sockets. The events that come on it count as those of this sender,
-// whom the bus has told.
+// Takes a direct connection. The events that come on it count as those of this sender, whom the bus
+// has told.
 void BusReceiver::receiveOffer(sd_bus_message* message) {
   const char* name = sd_bus_message_get_sender(message);
   int socket = -1;
+  int memory = -1;
   if (!handler_.isSet() || !mayConnectDirectly() || name == nullptr ||
-      sd_bus_message_read(message, rpc::connectSignature, &socket) <= 0 ||
+      sd_bus_message_read(message, rpc::connectSignature, &socket, &memory) <= 0 ||
       !direct::isEndOfPair(socket)) {
     return refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
   }
@@ -345,11 +348,13 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
   if (sender && sender->direct) sender->direct->readToEnd();
   if (sender && sender->direct && !sender->direct->hasBegun()) endDirect(sender);
   Descriptor kept(::fcntl(socket, F_DUPFD_CLOEXEC, 0));
-  if (!sender || sender->direct || !kept || directSenders_.size() >= mostDirectSenders)
-    return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "no direct connection");
+  const bool hasRoom = sender && !sender->direct && directSenders_.size() < mostDirectSenders;
+  auto ring = hasRoom ? direct::RingReader::map(memory) : std::nullopt;
+  if (!kept || !ring) return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "no direct connection");
+  const Descriptor progress = ring->takeDescriptor();
   const std::weak_ptr<Sender> weak = sender;
   sender->direct = std::make_shared<DirectPeer>(
-      std::move(kept),
+      std::move(kept), *std::move(ring),
       [this, weak](direct::Request&& request) {
         if (const auto from = weak.lock()) takeDirect(from, std::move(request));
       },
@@ -357,7 +362,7 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
         if (const auto from = weak.lock()) endDirect(from);
       });
   directSenders_.insert(sender);
-  sd_bus_reply_method_return(message, "");
+  sd_bus_reply_method_return(message, rpc::agreementSignature, progress.get());
 }
 
 // The sender's events go to the direct connection from here on.

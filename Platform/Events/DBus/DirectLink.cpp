@@ -12,6 +12,9 @@ namespace {
 
 using Kind = direct::PacketReader::Packet::Kind;
 
+// As often a sender of many events hears from the bus who is gone.
+constexpr std::chrono::microseconds lookInterval(200);
+
 // Makes a call of the interface by which connections are offered. Null on failure.
 BusMessage newCall(sd_bus* bus, const char* name, const char* member) {
   sd_bus_message* made = nullptr;
@@ -23,12 +26,12 @@ BusMessage newCall(sd_bus* bus, const char* name, const char* member) {
   return sd_bus_message_set_auto_start(made, 0) < 0 ? nullptr : std::move(message);
 }
 
-// Tells whether an event may fit into a packet, without writing it.
+// Tells whether an event may fit into a message, without writing it.
 bool mayFit(const RPCEvent& event) {
   std::size_t size = event.className ? event.className->size() : 0;
   if (event.methodName) size += event.methodName->size();
   for (const std::string& text : event.arguments) size += text.size();
-  return size <= direct::largestPacket;
+  return size <= direct::largestMessage;
 }
 
 RPCTransport::Answer answerOf(const direct::Answer& answer) {
@@ -46,12 +49,15 @@ RPCTransport::Answer answerOf(const direct::Answer& answer) {
 std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
                                               const std::string& name) {
   auto sockets = direct::makeSocketPair();
-  if (!sockets) return nullptr;
-  const Descriptor given = std::move(sockets->given);
-  auto link = std::make_shared<DirectLink>(std::move(bus), *std::move(sockets));
+  auto ring = direct::RingWriter::make();
+  if (!sockets || !ring) return nullptr;
+  const Descriptor memory = ring->takeDescriptor();
+  auto link =
+      std::make_shared<DirectLink>(std::move(bus), std::move(sockets->kept), *std::move(ring));
   const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
   sd_bus_slot* slot = nullptr;
-  if (!message || sd_bus_message_append(message.get(), rpc::connectSignature, given.get()) < 0 ||
+  if (!message || sd_bus_message_append(message.get(), rpc::connectSignature, sockets->given.get(),
+                                        memory.get()) < 0 ||
       sd_bus_call_async(link->bus_.get(), &slot, message.get(), onAgreement, link.get(),
                         UINT64_MAX) < 0) {
     return nullptr;
@@ -60,21 +66,28 @@ std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
   return link;
 }
 
-DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, direct::SocketPair sockets)
-    : bus_(std::move(bus)), socket_(std::move(sockets.kept)) {}
+DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, Descriptor socket, direct::RingWriter ring)
+    : bus_(std::move(bus)), socket_(std::move(socket)), ring_(std::move(ring)) {}
 
 int DirectLink::onAgreement(sd_bus_message* reply, void* self, sd_bus_error*) {
   auto& link = *static_cast<DirectLink*>(self);
   link.state_ = State::refused;  // if memory runs out
   dropExceptions([&] { link.takeAgreement(reply); });
-  if (link.state_ == State::refused) link.socket_ = {};
+  if (link.state_ == State::refused) {
+    link.socket_ = {};
+    link.ring_.reset();
+  }
   return 1;
 }
 
 // Sends the last message on the bus to the process that agreed: the name may have passed on.
 void DirectLink::takeAgreement(sd_bus_message* reply) {
   const char* sender = sd_bus_message_get_sender(reply);
-  if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sender == nullptr) return;
+  int memory = -1;
+  if (sd_bus_message_is_method_error(reply, nullptr) > 0 || sender == nullptr ||
+      sd_bus_message_read(reply, rpc::agreementSignature, &memory) <= 0 || !ring_->attach(memory)) {
+    return;
+  }
   peer_ = sender;
   const BusMessage message = newCall(bus_.get(), sender, rpc::beginMember);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0 ||
@@ -111,17 +124,29 @@ bool DirectLink::askWhetherTaken(OnAnswer onAnswer, void* user, direct::Serial& 
 // does one that the bus is to refuse.
 bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event) {
   const bool isWritten = mayFit(event) && direct::writeCall(message_, serial, expectsAnswer, event);
-  return isWritten && message_.size() <= direct::largestPacket;
+  return isWritten && message_.size() <= direct::largestMessage;
 }
 
 // Passes the message on, to which an answer may be awaited. A peer with no room has it on the bus,
-// where there is more.
+// where there is more. One that ends after this look ends after the message was sent.
 bool DirectLink::pass(direct::Serial awaited) {
-  const auto passing =
-      isOpen() ? direct::passPacket(socket_.get(), message_) : direct::Passing::full;
-  if (passing != direct::Passing::done) forget(awaited);  // before the end calls for its answer
-  if (passing == direct::Passing::ended) close();
-  return passing == direct::Passing::done;
+  const bool isThere = isOpen() && isPeerThere();
+  if (isThere && ring_->write(message_)) {
+    if (ring_->mustWakeReader()) direct::passWake(socket_.get());
+    return true;
+  }
+  forget(awaited);  // before the end calls for its answer
+  if (isOpen() && !isThere) close();
+  return false;
+}
+
+// Does not look for each message, unless the peer has nothing to do: a process that ends has read
+// all that it was sent, as a rule.
+bool DirectLink::isPeerThere() {
+  const auto time = Clock::now();
+  if (!ring_->isReaderAsleep() && time - lastLook_ < lookInterval) return true;
+  lastLook_ = time;
+  return !direct::isGone(socket_.get());
 }
 
 direct::Serial DirectLink::nextSerial() {
@@ -181,6 +206,7 @@ bool DirectLink::take(std::string_view bytes) {
 void DirectLink::leave() {
   if (!isOpen()) return;
   state_ = State::left;
+  ring_.reset();
   ::shutdown(socket_.get(), SHUT_WR);
 }
 
@@ -200,6 +226,7 @@ void DirectLink::close() {
   if (state_ == State::closed) return;
   state_ = State::closed;
   offer_.reset();
+  ring_.reset();
   // A forked child may hold the socket, which is to end for the peer all the same.
   ::shutdown(socket_.get(), SHUT_RDWR);
   socket_ = {};

@@ -8,23 +8,25 @@
 #include <string>
 
 #include "Platform/Events/DBus/DirectMessage.h"
+#include "Platform/Events/DBus/DirectRing.h"
 #include "Platform/Events/DBus/DirectSocket.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Events/RPCTransport.h"
 
 namespace qbdkr {
 
-// A direct connection to the owner of a name, from its sender's side: a pair of sockets, one of
-// which is given to the owner over the bus. The events that the sender has for that process travel
-// on it from then on, past the bus.
+// A direct connection to the owner of a name, from its sender's side: a ring of messages in memory,
+// and a pair of sockets, of which the owner is given its parts over the bus. The events that the
+// sender has for that process travel in the ring from then on, past the bus, and the answers to
+// them on the sockets.
 //
 // The order of events holds across both changes of way:
 // - from the bus: when the owner has agreed, a last message on the bus tells that the connection
 //   begins. The owner does not read it before that message.
 // - to the bus: the sender closes its half of the connection before it sends on the bus. The owner
-//   reads the connection to its end before it takes an event from the bus.
-// So events go over the bus while the owner has not agreed, when the connection has no room (the
-// peer is stopped or busy), and if they are large. None waits in this process's memory.
+//   reads the ring to its end before it takes an event from the bus.
+// So events go over the bus while the owner has not agreed, when the ring has no room (the peer is
+// stopped or busy), and if they are large. What is in the ring is read even if the sender ends.
 //
 // Used under the lock of its sender. No call waits.
 class DirectLink {
@@ -37,7 +39,7 @@ class DirectLink {
   // Offers the owner of a name a connection. Null if that fails.
   static std::shared_ptr<DirectLink> offer(std::shared_ptr<sd_bus> bus, const std::string& name);
 
-  DirectLink(std::shared_ptr<sd_bus> bus, direct::SocketPair sockets);
+  DirectLink(std::shared_ptr<sd_bus> bus, Descriptor socket, direct::RingWriter ring);
   DirectLink(const DirectLink&) = delete;
   DirectLink& operator=(const DirectLink&) = delete;
   ~DirectLink() { close(); }
@@ -107,6 +109,7 @@ class DirectLink {
 
   [[nodiscard]] bool write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event);
   [[nodiscard]] bool pass(direct::Serial awaited = 0);
+  [[nodiscard]] bool isPeerThere();
   [[nodiscard]] direct::Serial nextSerial();
   void await(direct::Serial serial, OnAnswer onAnswer, void* user);
   [[nodiscard]] bool take(std::string_view bytes);
@@ -117,6 +120,8 @@ class DirectLink {
   std::shared_ptr<sd_bus> bus_;  // outlives the slot
   BusSlot offer_;
   Descriptor socket_;
+  std::optional<direct::RingWriter> ring_;  // as long as something may be sent
+  Clock::time_point lastLook_;              // at the socket, for the end of the peer
   std::string peer_;
   std::optional<std::string> approved_;
   std::optional<Clock::time_point> endDeadline_;

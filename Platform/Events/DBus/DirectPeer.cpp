@@ -5,6 +5,8 @@
 
 #include <utility>
 
+#include <ClientComm/RunLoop.h>
+
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Loop/NativeLoopLinux.h"
@@ -12,13 +14,16 @@
 namespace qbdkr {
 namespace {
 
-using Kind = direct::PacketReader::Packet::Kind;
+using Kind = direct::RingReader::Message::Kind;
 
 // One answer of any size may wait.
 constexpr std::size_t mostWaiting = mostEventContent;
-// More than the socket of a sender that has left can hold. A flood of another one must not keep the
-// main thread in one call.
-constexpr std::size_t mostBytesAtOnce = std::size_t{4} << 20U;
+// Between them other work of the loop gets its turn.
+constexpr int mostMessagesInATurn = 8;
+// A sender that has left has no more in its ring. A flood of another one must not keep the main
+// thread in one call.
+constexpr std::size_t mostBytesAtOnce = direct::ringSize;
+constexpr int mostNewsAtOnce = 1000;
 
 }  // namespace
 
@@ -31,6 +36,7 @@ bool DirectPeer::begin() {
     return false;
   source_.reset(made);
   hasBegun_ = true;
+  readSomeLater();
   return true;
 }
 
@@ -38,16 +44,50 @@ int DirectPeer::onReady(sd_event_source*, int, std::uint32_t, void* self) {
   const auto peer = static_cast<DirectPeer*>(self)->shared_from_this();
   dropExceptions([&] {
     if (!peer->waiting_.empty()) peer->pass();
-    if (!peer->isPaused_) peer->readOne();
+    if (peer->takeNews()) peer->readSome();
   });
   return 0;
+}
+
+// Tells whether there were any. After the sender has left, what it has written is in the ring.
+bool DirectPeer::takeNews() {
+  if (hasLeft_ || hasEnded_) return false;
+  const auto news = direct::takeNews(socket_.get());
+  if (news == direct::News::none) return false;
+  ring_.noteWake();
+  hasLeft_ = news == direct::News::end;
+  if (hasLeft_) watch();
+  return true;
+}
+
+// Reads some messages, and sleeps if there are no more.
+void DirectPeer::readSome() {
+  for (int i = 0; i < mostMessagesInATurn; ++i) {
+    if (isPaused_ || hasEnded_) return;
+    if (readOne() > 0) continue;
+    if (hasEnded_) return;
+    if (hasLeft_) return end();
+    if (ring_.sleep()) return;
+  }
+  readSomeLater();
+}
+
+void DirectPeer::readSomeLater() {
+  if (isToRead_ || !hasBegun_ || hasEnded_) return;
+  RunLoop::main().perform([weak = weak_from_this()] {
+    const auto peer = weak.lock();
+    if (!peer) return;
+    peer->isToRead_ = false;
+    peer->readSome();
+  });
+  isToRead_ = true;
 }
 
 // Watches the socket for what can be done. The loop tells of its end even if it is asked for
 // nothing.
 void DirectPeer::watch() {
   if (!source_) return;
-  const std::uint32_t reading = hasEnded_ || isPaused_ ? 0U : static_cast<std::uint32_t>(EPOLLIN);
+  const std::uint32_t reading = hasEnded_ || hasLeft_ ? 0U : static_cast<std::uint32_t>(EPOLLIN);
   const std::uint32_t writing = waiting_.empty() ? 0U : static_cast<std::uint32_t>(EPOLLOUT);
   const std::uint32_t events = reading | writing;
   sd_event_source_set_io_events(source_.get(), events);
@@ -55,29 +95,33 @@ void DirectPeer::watch() {
 }
 
 void DirectPeer::readToEnd() {
+  if (!hasBegun_) return;
   const auto kept = shared_from_this();
+  for (int i = 0; i < mostNewsAtOnce && takeNews(); ++i) readSomeLater();
   std::size_t bytes = 0;
   while (bytes < mostBytesAtOnce) {
     const auto read = readOne();
-    if (read == 0) return;
     bytes += read;
+    if (read == 0) break;
   }
+  if (hasLeft_ && !hasEnded_ && ring_.isEmpty()) end();
 }
 
 // Returns the bytes that were read; 0 without an event.
 std::size_t DirectPeer::readOne() {
   if (!hasBegun_ || hasEnded_) return 0;
-  const auto packet = packets_.next(socket_.get());
-  if (packet.kind == Kind::none) return 0;
   try {
-    auto request = packet.kind == Kind::bytes ? direct::readRequest(packet.bytes) : std::nullopt;
+    const auto message = ring_.next();
+    if (message.kind == Kind::none) return 0;
+    auto request =
+        message.kind == Kind::bytes ? direct::readRequest(message.bytes) : std::nullopt;
     if (request) {
       taker_(*std::move(request));
-      return packet.bytes.size();
+      return message.bytes.size();
     }
   } catch (const std::exception&) {  // no memory: the end tells a sender that waits
   }
-  if (packet.kind == Kind::bytes) ::shutdown(socket_.get(), SHUT_RDWR);  // it broke the contract
+  ::shutdown(socket_.get(), SHUT_RDWR);  // it broke the contract
   end();
   return 0;
 }
@@ -91,7 +135,7 @@ void DirectPeer::end() {
 
 void DirectPeer::setPaused(bool isPaused) {
   isPaused_ = isPaused;
-  watch();
+  if (!isPaused) readSomeLater();
 }
 
 void DirectPeer::answer(direct::Serial request, const RPCTransport::Answer& answer) {

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Platform/Events/DBus/DirectMessage.h"
+#include "Platform/Events/DBus/DirectRing.h"
 #include "Platform/Events/DBus/DirectSocket.h"
 #include "Platform/Events/RPCTransport.h"
 #include "Platform/Loop/EventSourceLinux.h"
@@ -22,8 +23,11 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   // Takes an event. Called from the main run loop or from readToEnd().
   using Taker = std::function<void(direct::Request&& request)>;
 
-  DirectPeer(Descriptor socket, Taker taker, std::function<void()> onEnd)
-      : socket_(std::move(socket)), taker_(std::move(taker)), onEnd_(std::move(onEnd)) {}
+  DirectPeer(Descriptor socket, direct::RingReader ring, Taker taker, std::function<void()> onEnd)
+      : socket_(std::move(socket)),
+        ring_(std::move(ring)),
+        taker_(std::move(taker)),
+        onEnd_(std::move(onEnd)) {}
   DirectPeer(const DirectPeer&) = delete;
   DirectPeer& operator=(const DirectPeer&) = delete;
   ~DirectPeer();
@@ -35,7 +39,7 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   // Reads all that was sent so far. After the sender has left the connection that is all that it
   // sends on it.
   void readToEnd();
-  // Leaves further events in the socket; takes them again.
+  // Leaves further events in the ring; takes them again.
   void setPaused(bool isPaused);
 
   // Answers an event, or the question. Answers that the socket does not take at once are sent
@@ -47,6 +51,9 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   void close();
 
  private:
+  bool takeNews();
+  void readSome();
+  void readSomeLater();
   std::size_t readOne();
   void end();
   void send();
@@ -55,13 +62,15 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   static int onReady(sd_event_source* source, int descriptor, std::uint32_t events, void* self);
 
   Descriptor socket_;
+  direct::RingReader ring_;
   Taker taker_;
   std::function<void()> onEnd_;
   EventSource source_;
   bool hasBegun_ = false;
+  bool hasLeft_ = false;   // the sender writes nothing more
   bool hasEnded_ = false;  // nothing more is to be read
   bool isPaused_ = false;
-  direct::PacketReader packets_;
+  bool isToRead_ = false;  // a task of the run loop does
   std::string message_;              // the answer to be sent
   std::deque<std::string> waiting_;  // answers that the socket did not take
   std::size_t passed_ = 0;           // bytes of the first of them

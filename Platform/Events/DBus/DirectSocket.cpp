@@ -1,5 +1,6 @@
 #include "Platform/Events/DBus/DirectSocket.h"
 
+#include <poll.h>
 #include <sys/socket.h>
 
 #include <array>
@@ -15,6 +16,19 @@ int optionOf(int socket, int option) {
   int value = -1;
   socklen_t size = sizeof value;
   return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
+}
+
+// Takes a packet, without waiting, and returns its whole size; absent if there is none, and 0 at the
+// end.
+std::optional<std::size_t> takePacket(int socket, char* memory, std::size_t size) {
+  for (;;) {
+    const auto taken = ::recv(socket, memory, size, MSG_DONTWAIT | MSG_TRUNC);
+    if (taken >= 0) return static_cast<std::size_t>(taken);
+    if (errno == EAGAIN) return std::nullopt;
+    // A peer that ended before it read all of ours is told of once, before the packets that it
+    // sent.
+    if (errno != EINTR && errno != ECONNRESET) return 0;
+  }
 }
 
 }  // namespace
@@ -40,19 +54,27 @@ Passing passPacket(int socket, std::string_view bytes) {
   }
 }
 
+void passWake(int socket) { static_cast<void>(passPacket(socket, "w")); }
+
+News takeNews(int socket) {
+  char packet = 0;
+  const auto size = takePacket(socket, &packet, sizeof packet);
+  if (!size) return News::none;
+  return *size > 0 ? News::wake : News::end;
+}
+
+bool isGone(int socket) {
+  pollfd state{socket, 0, 0};
+  return ::poll(&state, 1, 0) > 0;
+}
+
 PacketReader::Packet PacketReader::next(int socket) {
   if (!memory_) memory_.reset(new char[largestPacket]);
-  for (;;) {
-    const auto size = ::recv(socket, memory_.get(), largestPacket, MSG_DONTWAIT | MSG_TRUNC);
-    // A peer that ended before it read all of ours is told of once, before the packets that it
-    // sent.
-    if (size < 0 && (errno == EINTR || errno == ECONNRESET)) continue;
-    if (size < 0 && errno == EAGAIN) return {};
-    // A longer packet was cut off. The contract has no such packet.
-    const auto length = static_cast<std::size_t>(size);
-    if (size <= 0 || length > largestPacket) return {Packet::Kind::end, {}};
-    return {Packet::Kind::bytes, {memory_.get(), length}};
-  }
+  const auto size = takePacket(socket, memory_.get(), largestPacket);
+  if (!size) return {};
+  // A longer packet was cut off. The contract has no such packet.
+  if (*size == 0 || *size > largestPacket) return {Packet::Kind::end, {}};
+  return {Packet::Kind::bytes, {memory_.get(), *size}};
 }
 
 }  // namespace qbdkr::direct

@@ -7,12 +7,11 @@
 
 #include "Platform/Base/Descriptor.h"
 
-// The sockets of a direct connection. A packet is passed on as a whole or not at all, so no message
-// is ever half sent.
+// The sockets of a direct connection. They carry the answers, wake a receiver that sleeps, and tell
+// of the end of either side.
 namespace qbdkr::direct {
 
-// A message of the sender is one packet; a larger one goes over the bus. A larger answer takes
-// several packets, one after the other.
+// An answer that is larger takes several packets, one after the other.
 inline constexpr std::size_t largestPacket = std::size_t{64} << 10U;  // bytes
 
 struct SocketPair {
@@ -28,8 +27,19 @@ struct SocketPair {
 
 enum class Passing { done, full, ended };
 
-// Passes a packet on, without waiting.
+// Passes a packet on as a whole or not at all, without waiting.
 [[nodiscard]] Passing passPacket(int socket, std::string_view bytes);
+
+// Wakes the receiver. A socket without room has woken it already.
+void passWake(int socket);
+
+enum class News { none, wake, end };
+
+// Takes what the sender has passed. A packet of any other kind wakes the receiver as well.
+[[nodiscard]] News takeNews(int socket);
+
+// Tells whether the other side is gone, whatever it has passed before that.
+[[nodiscard]] bool isGone(int socket);
 
 // Takes packets into one piece of memory, which is made for the first.
 class PacketReader {
