@@ -38,7 +38,7 @@ class NativeLoop {
 
   virtual ~NativeLoop() = default;
 
-  // Makes one of the next turns call onWake. Any thread, and from a signal handler.
+  // Makes the present turn or one of the next call onWake. Any thread, and from a signal handler.
   virtual void wake() = 0;
 
   // Returns a descriptor that is readable if a turn would do something. Any thread: on the main

@@ -1,12 +1,14 @@
 #include "Platform/Loop/NativeLoopLinux.h"
 
 #include <poll.h>
+#include <pthread.h>
 #include <sys/eventfd.h>
 #include <sys/syscall.h>
 #include <systemd/sd-event.h>
 #include <time.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cstdint>
 #include <stdexcept>
 #include <utility>
@@ -83,7 +85,12 @@ class EventLoop final : public NativeLoop {
 
   sd_event* event() { return event_.get(); }
 
+  // A callback of sd-event needs no descriptor to wake its own loop.
   void wake() override {
+    if (dispatching_.load(std::memory_order_relaxed) == pthread_self()) {
+      isWoken_ = true;
+      return;
+    }
     const std::uint64_t one = 1;
     // Fails only if the counter is full, and then the loop is awake.
     [[maybe_unused]] const auto written = ::write(wake_.get(), &one, sizeof one);
@@ -98,7 +105,7 @@ class EventLoop final : public NativeLoop {
     if (state() == SD_EVENT_INITIAL) ready = prepare();
     if (ready == 0) ready = sd_event_wait(event_.get(), waits ? UINT64_MAX : 0);
     if (ready == 0) return Turn::nothingDue;
-    if (ready < 0 || sd_event_dispatch(event_.get()) < 0) return Turn::failed;
+    if (ready < 0 || !dispatchOne()) return Turn::failed;
     callDue();
     return Turn::done;
   }
@@ -119,8 +126,15 @@ class EventLoop final : public NativeLoop {
   [[nodiscard]] int state() const { return sd_event_get_state(event_.get()); }
   int prepare() { return sd_event_prepare(event_.get()); }
 
+  bool dispatchOne() {
+    dispatching_.store(pthread_self(), std::memory_order_relaxed);
+    const bool isDone = sd_event_dispatch(event_.get()) >= 0;
+    dispatching_.store(noThread, std::memory_order_relaxed);
+    return isDone;
+  }
+
   void callDue() {
-    const bool woken = std::exchange(isWoken_, false);
+    const bool woken = isWoken_.exchange(false);
     const auto timer = std::exchange(dueTimer_, nullptr);
     if (!woken && !timer) return;
     show();  // the callee may wait on the descriptor
@@ -146,7 +160,9 @@ class EventLoop final : public NativeLoop {
   const std::function<void()> onWake_;
   const Descriptor wake_;
   const Event event_;
-  bool isWoken_ = false;
+  static constexpr pthread_t noThread{};
+  std::atomic<pthread_t> dispatching_{noThread};
+  std::atomic<bool> isWoken_{false};  // a signal handler may wake the loop
   std::shared_ptr<EventTimer> dueTimer_;
 };
 

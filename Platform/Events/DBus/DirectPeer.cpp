@@ -74,13 +74,17 @@ void DirectPeer::readSome() {
 
 void DirectPeer::readSomeLater() {
   if (isToRead_ || !hasBegun_ || hasEnded_) return;
-  RunLoop::main().perform([weak = weak_from_this()] {
-    const auto peer = weak.lock();
-    if (!peer) return;
-    peer->isToRead_ = false;
-    peer->readSome();
-  });
-  isToRead_ = true;
+  try {
+    RunLoop::main().perform([weak = weak_from_this()] {
+      const auto peer = weak.lock();
+      if (!peer) return;
+      peer->isToRead_ = false;
+      peer->readSome();
+    });
+    isToRead_ = true;
+  } catch (const std::exception&) {  // no memory: the end tells a sender that waits
+    ::shutdown(socket_.get(), SHUT_RDWR);
+  }
 }
 
 // Watches the socket for what can be done. The loop tells of its end even if it is asked for
