@@ -274,7 +274,9 @@ struct HandMade {
     while (!ring.write(message)) {
       if (ends(std::chrono::milliseconds(1))) return false;
     }
-    if (ring.mustWakeReader()) direct::passWake(socket.get());
+    if (ring.mustWakeReader()) {
+      EXPECT_TRUE(direct::passWake(socket.get()));
+    }
     return true;
   }
 
@@ -413,7 +415,7 @@ TEST(DirectConnection, FloodOfWakesHoldsUpNobody) {
   std::atomic<bool> isOver = false;
   std::thread flood([&] {
     while (!isOver) {
-      direct::passWake(link.socket.get());
+      static_cast<void>(direct::passWake(link.socket.get()));
       static_cast<void>(direct::passPacket(link.socket.get(), std::string(60'000, 'x')));
     }
   });
@@ -485,8 +487,8 @@ TEST(DirectConnection, IsReadAfterTheBusEndedWhileThereWasNoRoom) {
   const auto isAnswered = [&](direct::Serial serial) {
     EXPECT_TRUE(link.send(serial, true, {"Probe", "echo:", {"x"}}));
     direct::PacketReader packets;
-    return link.hasAnswer() && packets.next(link.socket.get()).kind ==
-                                   direct::PacketReader::Packet::Kind::bytes;
+    return link.hasAnswer() &&
+           packets.next(link.socket.get()).kind == direct::PacketReader::Packet::Kind::bytes;
   };
   ASSERT_TRUE(isAnswered(1));
   const pid_t helper = scene.helperProcess();

@@ -56,8 +56,9 @@ std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
       std::make_shared<DirectLink>(std::move(bus), std::move(sockets->kept), *std::move(ring));
   const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
   sd_bus_slot* slot = nullptr;
-  if (!message || sd_bus_message_append(message.get(), rpc::connectSignature, sockets->given.get(),
-                                        memory.get()) < 0 ||
+  if (!message ||
+      sd_bus_message_append(message.get(), rpc::connectSignature, sockets->given.get(),
+                            memory.get()) < 0 ||
       sd_bus_call_async(link->bus_.get(), &slot, message.get(), onAgreement, link.get(),
                         UINT64_MAX) < 0) {
     return nullptr;
@@ -128,11 +129,12 @@ bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent
 }
 
 // Passes the message on, to which an answer may be awaited. A peer with no room has it on the bus,
-// where there is more. One that ends after this look ends after the message was sent.
+// where there is more. One that ends after this look ends after the message was sent. One that
+// cannot be woken, for want of memory in the system, reads the message when this process leaves.
 bool DirectLink::pass(direct::Serial awaited) {
   const bool isThere = isOpen() && isPeerThere();
   if (isThere && ring_->write(message_)) {
-    if (ring_->mustWakeReader()) direct::passWake(socket_.get());
+    if (ring_->mustWakeReader() && !direct::passWake(socket_.get())) leave();
     return true;
   }
   forget(awaited);  // before the end calls for its answer
@@ -140,8 +142,7 @@ bool DirectLink::pass(direct::Serial awaited) {
   return false;
 }
 
-// Does not look for each message, unless the peer has nothing to do: a process that ends has read
-// all that it was sent, as a rule.
+// Looks before each message only while the peer sleeps, as that message costs system calls anyhow.
 bool DirectLink::isPeerThere() {
   const auto time = Clock::now();
   if (!ring_->isReaderAsleep() && time - lastLook_ < lookInterval) return true;

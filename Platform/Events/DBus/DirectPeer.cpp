@@ -117,8 +117,7 @@ std::size_t DirectPeer::readOne() {
   try {
     const auto message = ring_.next();
     if (message.kind == Kind::none) return 0;
-    auto request =
-        message.kind == Kind::bytes ? direct::readRequest(message.bytes) : std::nullopt;
+    auto request = message.kind == Kind::bytes ? direct::readRequest(message.bytes) : std::nullopt;
     if (request) {
       taker_(*std::move(request));
       return message.bytes.size();

@@ -70,7 +70,7 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   bool hasLeft_ = false;   // the sender writes nothing more
   bool hasEnded_ = false;  // nothing more is to be read
   bool isPaused_ = false;
-  bool isToRead_ = false;  // a task of the run loop does
+  bool isToRead_ = false;            // a task of the run loop does
   std::string message_;              // the answer to be sent
   std::deque<std::string> waiting_;  // answers that the socket did not take
   std::size_t passed_ = 0;           // bytes of the first of them

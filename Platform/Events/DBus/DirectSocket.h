@@ -30,8 +30,8 @@ enum class Passing { done, full, ended };
 // Passes a packet on as a whole or not at all, without waiting.
 [[nodiscard]] Passing passPacket(int socket, std::string_view bytes);
 
-// Wakes the receiver. A socket without room has woken it already.
-void passWake(int socket);
+// Wakes the receiver. False if it is there, and cannot be woken.
+[[nodiscard]] bool passWake(int socket);
 
 enum class News { none, wake, end };
 

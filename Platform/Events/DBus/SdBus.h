@@ -45,7 +45,7 @@ inline constexpr const char* introduceSignature = "h";
 // On the same object: takes the end of a direct connection, and is told when that begins.
 inline constexpr const char* directInterface = "QBHP.Direct1";
 inline constexpr const char* connectMember = "Connect";
-inline constexpr const char* connectSignature = "hh";  // a socket, and memory of the sender
+inline constexpr const char* connectSignature = "hh";   // a socket, and memory of the sender
 inline constexpr const char* agreementSignature = "h";  // memory of the receiver
 inline constexpr const char* beginMember = "Begin";
 // While this name has an owner, events travel on the bus alone, where they can be watched.

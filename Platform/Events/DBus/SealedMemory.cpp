@@ -50,8 +50,7 @@ std::optional<SealedMemory> SealedMemory::make(std::size_t size) {
   if (!mayBeMade(size)) return std::nullopt;
   Descriptor file = makeFile();
   if (!file || ::fallocate(file.get(), 0, 0, static_cast<off_t>(size)) != 0) return std::nullopt;
-  void* const address =
-      ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
+  void* const address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
   if (address == MAP_FAILED) return std::nullopt;
   SealedMemory memory(address, size, std::move(file));
   if (::fcntl(memory.descriptor_.get(), F_ADD_SEALS, seals) != 0) return std::nullopt;

@@ -129,7 +129,9 @@ TEST(DirectRingTest, NoWakeIsLostBetweenTwoThreads) {
         std::this_thread::yield();
         continue;
       }
-      if (ring.writer.mustWakeReader()) passWake(sockets->kept.get());
+      if (ring.writer.mustWakeReader()) {
+        EXPECT_TRUE(passWake(sockets->kept.get()));
+      }
       ++i;
     }
   });
