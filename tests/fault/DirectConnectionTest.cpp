@@ -426,6 +426,29 @@ TEST(DirectConnection, FloodOfWakesHoldsUpNobody) {
   EXPECT_TRUE(link.hasAnswer());
 }
 
+TEST(DirectConnection, FloodOfPostsHoldsUpNeitherTheBusNorAnotherSender) {
+  Offers scene;
+  scene.connect();
+  HandMade link = scene.connected();
+  std::atomic<bool> isOver = false;
+  std::thread flood([&] {
+    std::string post;
+    EXPECT_TRUE(direct::writeCall(post, 1, false, {"Probe", "unknown", {}}));
+    while (!isOver && link.send(post)) {
+    }
+  });
+  const auto other = connectionTo(scene.bus());
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x"), soon), "0 x");
+    EXPECT_GE(sd_bus_call_method(other.get(), scene.helperID().c_str(), rpc::objectPath,
+                                 rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
+                                 "Probe", "note:", 1, "bus"),
+              0);
+  }
+  isOver = true;
+  flood.join();
+}
+
 TEST(DirectConnection, SenderHasOneAndThatOfOneThatIsGoneIsForgotten) {
   Offers scene;
   const pid_t helper = scene.helperProcess();

@@ -26,6 +26,7 @@ constexpr std::size_t mostNewcomers = 32;
 constexpr std::size_t mostDirectSenders = 64;
 constexpr std::size_t mostParkedEvents = 64;
 constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
+constexpr std::size_t mostDirectEvents = 8;  // in the row of one sender
 
 bool readNames(sd_bus_message* message, RPCEvent& event, EventAllowance& allowance) {
   const char* className = nullptr;
@@ -205,10 +206,7 @@ void BusReceiver::disconnect() {
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
-  // Direct connections stay, and are paused again by their next event if there is no room yet.
-  if (std::exchange(isPaused_, false)) {
-    for (const auto& sender : directSenders_) sender->direct->setPaused(false);
-  }
+  isPaused_ = false;
   inquiry_.close();
   allRead_.reset();
   diagnosis_.detach();
@@ -254,18 +252,16 @@ int BusReceiver::onDisconnected(sd_bus_message*, void* self, sd_bus_error*) {
   return 0;
 }
 
-// Leaves further events on the bus, and in the direct connections.
+// Leaves further events on the bus.
 void BusReceiver::pause() {
   if (isPaused_) return;
   isPaused_ = true;
-  for (const auto& sender : directSenders_) sender->direct->setPaused(true);
   if (bus_) sd_bus_detach_event(bus_.get());
 }
 
 void BusReceiver::resume() {
   if (!isPaused_ || parking_.isFull()) return;
   isPaused_ = false;
-  for (const auto& sender : directSenders_) sender->direct->setPaused(false);
   if (bus_ && sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
     reconnectLater();
 }
@@ -362,7 +358,9 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
         if (const auto from = weak.lock()) endDirect(from);
       });
   directSenders_.insert(sender);
-  sd_bus_reply_method_return(message, rpc::agreementSignature, progress.get());
+  if (sd_bus_reply_method_return(message, rpc::agreementSignature, progress.get()) >= 0) return;
+  endDirect(sender);
+  refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
 }
 
 // The sender's events go to the direct connection from here on.
@@ -370,8 +368,7 @@ void BusReceiver::receiveBeginning(sd_bus_message* message) {
   const char* name = sd_bus_message_get_sender(message);
   const auto sender = name == nullptr ? nullptr : find(name);
   if (!sender || !sender->direct) return;
-  if (!sender->direct->begin()) return endDirect(sender);
-  sender->direct->setPaused(isPaused_);
+  if (!sender->direct->begin()) endDirect(sender);
 }
 
 void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& request) {
@@ -380,6 +377,7 @@ void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& reque
   received.direct = sender->direct;
   received.serial = request.serial;
   received.expectsAnswer = request.expectsAnswer;
+  received.takesRoom = sender->direct->hasLeft();  // for the bus
   received.event = std::move(request.event);
   received.size = request.size;
   park(sender, std::move(received));
@@ -404,7 +402,7 @@ void BusReceiver::closeDirect() {
 
 void BusReceiver::readAllDirect() {
   for (const auto& sender : std::set(directSenders_)) {
-    if (sender->direct) sender->direct->readToEnd();
+    if (sender->direct) sender->direct->readAll();
   }
 }
 
@@ -485,13 +483,25 @@ BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onC
 
 // While the sender's queue holds events and the sender is known, a task waits to handle the first.
 void BusReceiver::park(const SharedSender& sender, Received&& received) {
-  const std::size_t size = received.size;
   if (sender->isKnown && sender->parked.empty()) {
     RunLoop::main().perform([this, sender] { handleParked(sender); });
   }
+  const bool takesRoom = received.takesRoom;
+  const std::size_t size = received.size;
   sender->parked.push_back(std::move(received));
-  parking_.take(size);
+  ++parked_;
+  if (takesRoom) parking_.take(size);
   if (parking_.isFull()) pause();
+  if (sender->direct && sender->parked.size() >= mostDirectEvents) sender->direct->setPaused(true);
+}
+
+BusReceiver::Received BusReceiver::unpark(Sender& sender) {
+  Received received = std::move(sender.parked.front());
+  sender.parked.pop_front();
+  --parked_;
+  if (received.takesRoom) parking_.giveBack(received.size);
+  if (sender.direct && sender.parked.empty()) sender.direct->setPaused(false);
+  return received;
 }
 
 void BusReceiver::settle(std::string_view name, std::optional<std::string> bundleID) {
@@ -510,9 +520,7 @@ void BusReceiver::handleParked(const SharedSender& sender) {
   sender->question.reset();
   if (sender->parked.empty()) return forgetIfGone(sender);  // it only introduced itself
   if (sender->parked.size() > 1) RunLoop::main().perform([this, sender] { handleParked(sender); });
-  const Received received = std::move(sender->parked.front());
-  sender->parked.pop_front();
-  parking_.giveBack(received.size);
+  const Received received = unpark(*sender);
   const auto bundleID = sender->bundleID;
   forgetIfGone(sender);
   resume();
@@ -525,8 +533,7 @@ void BusReceiver::forgetIfGone(const SharedSender& sender) {
 }
 
 void BusReceiver::dropParked(Sender& sender) {
-  for (const Received& received : std::exchange(sender.parked, {}))
-    parking_.giveBack(received.size);
+  while (!sender.parked.empty()) unpark(sender);
 }
 
 void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {
@@ -536,7 +543,7 @@ void BusReceiver::handle(const Received& received, const std::optional<std::stri
     if (received.direct && received.expectsAnswer) received.direct->answer(received.serial, answer);
     relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));
   } else if (received.direct) {
-    received.direct->answerQuestion(received.serial);
+    received.direct->answer(received.serial, {});
   } else {
     sd_bus_reply_method_return(received.message.get(), "");
   }
@@ -632,7 +639,7 @@ int BusReceiver::onAllRead(sd_bus_message*, void* self, sd_bus_error*) {
 }
 
 void BusReceiver::callHandled() {
-  if (!onHandled_ || !isAllRead_ || !parking_.isEmpty()) return;
+  if (!onHandled_ || !isAllRead_ || parked_ > 0) return;
   RunLoop::main().perform(std::exchange(onHandled_, nullptr));
 }
 

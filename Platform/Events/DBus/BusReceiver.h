@@ -23,15 +23,14 @@
 
 namespace qbdkr {
 
-// The room for events that wait until their senders are known and their turn has come. When it is
-// full the connection is not read, and the backlog stays on the bus. One event is always taken,
-// whatever its size.
+// The room for events from the bus that wait until their senders are known and their turn has come.
+// When it is full the connection is not read, and the backlog stays on the bus. One event is always
+// taken, whatever its size.
 class ParkingSpace {
  public:
   void take(std::size_t bytes);
   void giveBack(std::size_t bytes);
   [[nodiscard]] bool isFull() const;
-  [[nodiscard]] bool isEmpty() const { return events_ == 0; }
 
  private:
   std::size_t events_ = 0;
@@ -49,8 +48,9 @@ class ParkingSpace {
 // not be used by a handler that takes turns of the run loop.
 //
 // A sender that the bus has told of may go on sending on a direct connection. Its events wait in
-// the one row with those from the bus, in the order in which they are read. Direct connections, and
-// the events of known senders, outlive the connection to the bus.
+// the one row with those from the bus, in the order in which they are read. Only a few of them do,
+// the others wait in the ring of that connection: so no such sender holds up another one, or the
+// bus. Direct connections, and the events of known senders, outlive the connection to the bus.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -85,6 +85,7 @@ class BusReceiver {
     std::shared_ptr<DirectPeer> direct;
     direct::Serial serial = 0;
     bool expectsAnswer = true;
+    bool takesRoom = true;  // of the parking space
     std::optional<RPCEvent> event;
     std::size_t size = 0;
   };
@@ -131,6 +132,7 @@ class BusReceiver {
                                                  std::optional<Introduction> introduction);
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
   void park(const SharedSender& sender, Received&& received);
+  Received unpark(Sender& sender);
   void settle(std::string_view name, std::optional<std::string> bundleID);
   void handleParked(const SharedSender& sender);
   void handle(const Received& received, const std::optional<std::string>& sender);
@@ -172,6 +174,7 @@ class BusReceiver {
   PeerInquiry inquiry_;
   std::map<std::string, SharedSender, std::less<>> senders_;  // by unique name
   std::set<SharedSender> directSenders_;                      // those with a direct connection
+  std::size_t parked_ = 0;                                    // all events that wait
   ParkingSpace parking_;
   bool isPaused_ = false;
   MemoryRelief relief_;

@@ -922,7 +922,7 @@ OSErr BusSender::leaveLink(Owner& owner, const RPCEvent& event) {
 
 // Offers the owner of a name a direct connection, if it does not have one and did not refuse one.
 void BusSender::offerLink(Owner& owner, const std::string& address) {
-  if (!mayConnectDirectly()) return;
+  if (!mayConnectDirectly() || owner.hasNoOffer) return;
   if (owner.link && (owner.link->isOffered() || owner.link->isRefused())) return;
   if (owner.events < eventsBeforeOffer && ++owner.events < eventsBeforeOffer) return;
   for (const auto& link : links_) {
@@ -936,6 +936,7 @@ void BusSender::offerLink(Owner& owner, const std::string& address) {
   const bool isRelayed = foreignProcess_ != 0 && !isBehindProxy_;
   if (isWatched_ || isRelayed || !bus_ || !watch(owner)) return;
   auto link = DirectLink::offer(bus_, address);
+  owner.hasNoOffer = link == nullptr;
   if (!link) return;
   links_.push_back(link);
   owner.link = std::move(link);
@@ -1085,6 +1086,7 @@ int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error
     ++changed.changes;
     changed.events = 0;
     changed.hadLink = false;
+    changed.hasNoOffer = false;
     if (changed.link) changed.link->drop();
     changed.link.reset();
   }

@@ -106,6 +106,7 @@ class BusSender {
     unsigned events = 0;  // over the bus; not counted further than matters
     std::shared_ptr<DirectLink> link;
     bool hadLink = false;     // the present owner takes direct connections
+    bool hasNoOffer = false;  // none could be made
     std::size_t untaken = 0;  // bytes sent over the bus since it was offered another one
 
     [[nodiscard]] bool isTrusted() const;

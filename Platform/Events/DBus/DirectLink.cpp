@@ -129,10 +129,10 @@ bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent
 }
 
 // Passes the message on, to which an answer may be awaited. A peer with no room has it on the bus,
-// where there is more. One that ends after this look ends after the message was sent. One that
-// cannot be woken, for want of memory in the system, reads the message when this process leaves.
+// where there is more. One that cannot be woken, for want of memory in the system, reads the
+// message when this process leaves.
 bool DirectLink::pass(direct::Serial awaited) {
-  const bool isThere = isOpen() && isPeerThere();
+  const bool isThere = isOpen() && isPeerThere(awaited != 0);
   if (isThere && ring_->write(message_)) {
     if (ring_->mustWakeReader() && !direct::passWake(socket_.get())) leave();
     return true;
@@ -142,10 +142,11 @@ bool DirectLink::pass(direct::Serial awaited) {
   return false;
 }
 
-// Looks before each message only while the peer sleeps, as that message costs system calls anyhow.
-bool DirectLink::isPeerThere() {
+// Looks before each request and for each sleep of the peer, which cost system calls anyhow. Posts
+// to a peer that ends at work may be lost until the next look, as they are on the bus.
+bool DirectLink::isPeerThere(bool looks) {
   const auto time = Clock::now();
-  if (!ring_->isReaderAsleep() && time - lastLook_ < lookInterval) return true;
+  if (!looks && !ring_->isReaderAsleep() && time - lastLook_ < lookInterval) return true;
   lastLook_ = time;
   return !direct::isGone(socket_.get());
 }
@@ -160,18 +161,11 @@ void DirectLink::await(direct::Serial serial, OnAnswer onAnswer, void* user) {
 }
 
 void DirectLink::read() {
-  const auto packet = packets_.next(socket_.get());
-  if (packet.kind == Kind::none) return;
-  bool isGood = packet.kind == Kind::bytes;
-  // An answer for which memory is missing ends the connection.
-  if (isGood)
-    isGood = [&] {
-      try {
-        return take(packet.bytes);
-      } catch (const std::exception&) {
-        return false;
-      }
-    }();
+  bool isGood = false;  // an answer for which memory is missing ends the connection
+  dropExceptions([&] {
+    const auto packet = packets_.next(socket_.get());
+    isGood = packet.kind == Kind::none || (packet.kind == Kind::bytes && take(packet.bytes));
+  });
   if (!isGood) close();
 }
 

@@ -109,7 +109,7 @@ class DirectLink {
 
   [[nodiscard]] bool write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event);
   [[nodiscard]] bool pass(direct::Serial awaited = 0);
-  [[nodiscard]] bool isPeerThere();
+  [[nodiscard]] bool isPeerThere(bool looks);
   [[nodiscard]] direct::Serial nextSerial();
   void await(direct::Serial serial, OnAnswer onAnswer, void* user);
   [[nodiscard]] bool take(std::string_view bytes);

@@ -20,10 +20,10 @@ using Kind = direct::RingReader::Message::Kind;
 constexpr std::size_t mostWaiting = mostEventContent;
 // Between them other work of the loop gets its turn.
 constexpr int mostMessagesInATurn = 8;
-// A sender that has left has no more in its ring. A flood of another one must not keep the main
-// thread in one call.
+// All that a sender can have written before this process began to read.
 constexpr std::size_t mostBytesAtOnce = direct::ringSize;
-constexpr int mostNewsAtOnce = 1000;
+// More than an honest sender passes.
+constexpr int mostNewsAtOnce = 16;
 
 }  // namespace
 
@@ -82,8 +82,8 @@ void DirectPeer::readSomeLater() {
       peer->readSome();
     });
     isToRead_ = true;
-  } catch (const std::exception&) {  // no memory: the end tells a sender that waits
-    ::shutdown(socket_.get(), SHUT_RDWR);
+  } catch (const std::exception&) {  // no memory
+    breakOff();
   }
 }
 
@@ -99,16 +99,26 @@ void DirectPeer::watch() {
 }
 
 void DirectPeer::readToEnd() {
-  if (!hasBegun_) return;
+  if (!hasBegun_ || hasEnded_) return;
   const auto kept = shared_from_this();
-  for (int i = 0; i < mostNewsAtOnce && takeNews(); ++i) readSomeLater();
+  bool hasNews = false;
+  for (int i = 0; i < mostNewsAtOnce && takeNews(); ++i) hasNews = true;
+  if (hasLeft_) {
+    readAll();
+    if (!hasEnded_) end();
+  } else if (hasNews) {
+    readSomeLater();
+  }
+}
+
+void DirectPeer::readAll() {
+  const auto kept = shared_from_this();
   std::size_t bytes = 0;
   while (bytes < mostBytesAtOnce) {
     const auto read = readOne();
+    if (read == 0) return;
     bytes += read;
-    if (read == 0) break;
   }
-  if (hasLeft_ && !hasEnded_ && ring_.isEmpty()) end();
 }
 
 // Returns the bytes that were read; 0 without an event.
@@ -122,11 +132,17 @@ std::size_t DirectPeer::readOne() {
       taker_(*std::move(request));
       return message.bytes.size();
     }
-  } catch (const std::exception&) {  // no memory: the end tells a sender that waits
+  } catch (const std::exception&) {  // no memory
   }
-  ::shutdown(socket_.get(), SHUT_RDWR);  // it broke the contract
-  end();
+  breakOff();
   return 0;
+}
+
+// Ends the connection with a sender that broke the contract, or cannot be served. The end tells it
+// if it waits.
+void DirectPeer::breakOff() {
+  ::shutdown(socket_.get(), SHUT_RDWR);
+  end();
 }
 
 void DirectPeer::end() {
@@ -137,11 +153,20 @@ void DirectPeer::end() {
 }
 
 void DirectPeer::setPaused(bool isPaused) {
-  isPaused_ = isPaused;
-  if (!isPaused) readSomeLater();
+  if (std::exchange(isPaused_, isPaused) && !isPaused) readSomeLater();
 }
 
 void DirectPeer::answer(direct::Serial request, const RPCTransport::Answer& answer) {
+  try {
+    write(request, answer);
+    send();
+  } catch (const std::exception&) {  // no memory
+    const auto kept = shared_from_this();
+    breakOff();
+  }
+}
+
+void DirectPeer::write(direct::Serial request, const RPCTransport::Answer& answer) {
   switch (answer.status) {
     case noErr:
       direct::writeResult(message_, request, answer.result ? *answer.result : std::string_view());
@@ -152,12 +177,6 @@ void DirectPeer::answer(direct::Serial request, const RPCTransport::Answer& answ
     default:
       direct::writeError(message_, request, SD_BUS_ERROR_FAILED);
   }
-  send();
-}
-
-void DirectPeer::answerQuestion(direct::Serial request) {
-  direct::writeResult(message_, request, {});
-  send();
 }
 
 void DirectPeer::send() {

@@ -36,16 +36,18 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   [[nodiscard]] bool begin();
   [[nodiscard]] bool hasBegun() const { return hasBegun_; }
 
-  // Reads all that was sent so far. After the sender has left the connection that is all that it
-  // sends on it.
+  // Reads all that was sent so far.
+  void readAll();
+  // Reads all that was sent, and ends, if the sender has left the connection.
   void readToEnd();
+  // Tells whether the sender has left the connection: there is a bound to what it has sent.
+  [[nodiscard]] bool hasLeft() const { return hasLeft_; }
   // Leaves further events in the ring; takes them again.
   void setPaused(bool isPaused);
 
   // Answers an event, or the question. Answers that the socket does not take at once are sent
   // later; a sender that lets too many of them wait loses the connection.
   void answer(direct::Serial request, const RPCTransport::Answer& answer);
-  void answerQuestion(direct::Serial request);
 
   // Ends the connection, without a call of onEnd.
   void close();
@@ -55,7 +57,9 @@ class DirectPeer : public std::enable_shared_from_this<DirectPeer> {
   void readSome();
   void readSomeLater();
   std::size_t readOne();
+  void breakOff();
   void end();
+  void write(direct::Serial request, const RPCTransport::Answer& answer);
   void send();
   void pass();
   void watch();

@@ -10,7 +10,7 @@ namespace qbdkr::direct {
 namespace {
 
 constexpr int kind = SOCK_SEQPACKET;
-constexpr int room = 1 << 20;  // bytes that wait for a peer, as far as the system grants it
+constexpr int room = 1 << 20;  // bytes of answers, as far as the system grants it
 
 int optionOf(int socket, int option) {
   int value = -1;
@@ -36,7 +36,7 @@ std::optional<std::size_t> takePacket(int socket, char* memory, std::size_t size
 std::optional<SocketPair> makeSocketPair() {
   std::array<int, 2> ends{};
   if (::socketpair(AF_UNIX, kind | SOCK_CLOEXEC, 0, ends.data()) != 0) return std::nullopt;
-  for (const int end : ends) ::setsockopt(end, SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
+  ::setsockopt(ends[1], SOL_SOCKET, SO_SNDBUF, &room, sizeof room);
   return SocketPair{Descriptor(ends[0]), Descriptor(ends[1])};
 }
 

@@ -35,7 +35,7 @@ enum class Passing { done, full, ended };
 
 enum class News { none, wake, end };
 
-// Takes what the sender has passed. A packet of any other kind wakes the receiver as well.
+// Takes what the sender has passed. A packet of any bytes wakes the receiver.
 [[nodiscard]] News takeNews(int socket);
 
 // Tells whether the other side is gone, whatever it has passed before that.

@@ -6,7 +6,10 @@
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/vfs.h>
+#include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 
 namespace qbdkr::direct {
@@ -31,17 +34,29 @@ bool mayBeMade(std::size_t size) {
   return ::getrlimit(RLIMIT_FSIZE, &most) == 0 && size <= most.rlim_cur;
 }
 
+// Gives a file all of its memory. What was only set aside counts as a hole.
+bool fill(int file, std::size_t size) {
+  constexpr std::array<char, 4096> zeros{};
+  std::size_t done = 0;
+  while (done < size) {
+    const auto count =
+        ::pwrite(file, zeros.data(), std::min(zeros.size(), size - done), static_cast<off_t>(done));
+    if (count > 0) done += static_cast<std::size_t>(count);
+    if (count == 0 || (count < 0 && errno != EINTR)) return false;
+  }
+  return true;
+}
+
 // Tells whether a file has all of its memory, and keeps it. Huge pages, which can run out later,
 // are of another file system.
 bool isSealed(int descriptor, std::size_t size) {
-  constexpr std::size_t block = 512;  // bytes, as stat() counts
   const int present = ::fcntl(descriptor, F_GET_SEALS);
   struct stat status {};
   struct statfs system {};
   return present >= 0 && (present & seals) == seals && ::fstat(descriptor, &status) == 0 &&
          ::fstatfs(descriptor, &system) == 0 && system.f_type == TMPFS_MAGIC &&
          status.st_size == static_cast<off_t>(size) &&
-         status.st_blocks >= static_cast<blkcnt_t>((size + block - 1) / block);
+         ::lseek(descriptor, 0, SEEK_HOLE) == status.st_size;
 }
 
 }  // namespace
@@ -49,7 +64,7 @@ bool isSealed(int descriptor, std::size_t size) {
 std::optional<SealedMemory> SealedMemory::make(std::size_t size) {
   if (!mayBeMade(size)) return std::nullopt;
   Descriptor file = makeFile();
-  if (!file || ::fallocate(file.get(), 0, 0, static_cast<off_t>(size)) != 0) return std::nullopt;
+  if (!file || !fill(file.get(), size)) return std::nullopt;
   void* const address = ::mmap(nullptr, size, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0);
   if (address == MAP_FAILED) return std::nullopt;
   SealedMemory memory(address, size, std::move(file));

@@ -231,19 +231,27 @@ TEST(SealedMemoryTest, WithoutAllSealsIsRefused) {
   constexpr int all = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL | F_SEAL_FUTURE_WRITE;
   for (const int missing : {0, F_SEAL_SHRINK, F_SEAL_GROW, F_SEAL_SEAL, F_SEAL_FUTURE_WRITE}) {
     const Descriptor file = newFile();
-    ASSERT_EQ(::fallocate(file.get(), 0, 0, size), 0);
+    ASSERT_EQ(::pwrite(file.get(), std::string(size, 'x').data(), size, 0),
+              static_cast<ssize_t>(size));
     ASSERT_EQ(::fcntl(file.get(), F_ADD_SEALS, all & ~missing), 0);
     EXPECT_EQ(SealedMemory::map(file.get(), size).has_value(), missing == 0) << missing;
   }
 }
 
+// The reader would have to pay for the pages, and ends if there are none.
 TEST(SealedMemoryTest, WithHolesIsRefused) {
-  const Descriptor file = newFile();
-  ASSERT_EQ(::ftruncate(file.get(), size), 0);
-  ASSERT_EQ(::fcntl(file.get(), F_ADD_SEALS,
-                    F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL | F_SEAL_FUTURE_WRITE),
-            0);
-  EXPECT_FALSE(SealedMemory::map(file.get(), size));
+  constexpr off_t behind = 1 << 20;
+  for (const bool hasBlocks : {false, true}) {
+    const Descriptor file = newFile();
+    ASSERT_EQ(::ftruncate(file.get(), size), 0);
+    if (hasBlocks) {
+      ASSERT_EQ(::fallocate(file.get(), FALLOC_FL_KEEP_SIZE, behind, behind), 0);
+    }
+    ASSERT_EQ(::fcntl(file.get(), F_ADD_SEALS,
+                      F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_SEAL | F_SEAL_FUTURE_WRITE),
+              0);
+    EXPECT_FALSE(SealedMemory::map(file.get(), size)) << hasBlocks;
+  }
 }
 
 TEST(SealedMemoryTest, WhatIsNoMemoryIsRefused) {
