@@ -26,7 +26,7 @@ namespace qbdkr {
 // - to the bus: the sender closes its half of the connection before it sends on the bus. The owner
 //   reads the ring to its end before it takes an event from the bus.
 // So events go over the bus while the owner has not agreed, when the ring has no room (the peer is
-// stopped or busy), and if they are large. What is in the ring is read even if the sender ends.
+// stopped or busy), and if they are large. The owner reads all of it even if the sender ends.
 //
 // Used under the lock of its sender. No call waits.
 class DirectLink {

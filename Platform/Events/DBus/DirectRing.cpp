@@ -47,7 +47,7 @@ bool RingWriter::attach(int readerMemory) {
 
 const ReaderState& RingWriter::reader() const { return stateIn<const ReaderState>(*readerMemory_); }
 
-// There is none for a receiver that tells what cannot be.
+// A receiver whose count cannot be leaves no room.
 std::size_t RingWriter::room() const {
   if (!readerMemory_) return 0;
   const std::uint32_t unread = written_ - reader().read.load(std::memory_order_acquire);

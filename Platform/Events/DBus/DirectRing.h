@@ -19,12 +19,12 @@ namespace qbdkr::direct {
 inline constexpr std::size_t ringSize = std::size_t{256} << 10U;       // bytes, a power of 2
 inline constexpr std::size_t largestMessage = std::size_t{64} << 10U;  // bytes
 
-// What the sender tells. The ring follows behind it.
+// The sender's state. The ring follows behind it.
 struct alignas(64) WriterState {
   std::atomic<std::uint32_t> written;  // bytes since the beginning, modulo 2^32
 };
 
-// What the receiver tells.
+// The receiver's state.
 struct alignas(64) ReaderState {
   std::atomic<std::uint32_t> read;    // bytes since the beginning, modulo 2^32
   std::atomic<std::uint32_t> sleeps;  // how often it went to sleep, modulo 2^32

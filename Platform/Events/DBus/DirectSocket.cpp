@@ -18,8 +18,8 @@ int optionOf(int socket, int option) {
   return ::getsockopt(socket, SOL_SOCKET, option, &value, &size) == 0 ? value : -1;
 }
 
-// Takes a packet, without waiting, and returns its whole size; absent if there is none, and 0 at
-// the end.
+// Takes a packet, without waiting, and returns its whole size: absent without a packet, 0 at the
+// end.
 std::optional<std::size_t> takePacket(int socket, char* memory, std::size_t size) {
   for (;;) {
     const auto taken = ::recv(socket, memory, size, MSG_DONTWAIT | MSG_TRUNC);

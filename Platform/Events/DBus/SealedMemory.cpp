@@ -34,7 +34,7 @@ bool mayBeMade(std::size_t size) {
   return ::getrlimit(RLIMIT_FSIZE, &most) == 0 && size <= most.rlim_cur;
 }
 
-// Gives a file all of its memory. What was only set aside counts as a hole.
+// Gives a file all of its memory. Memory that was only set aside counts as a hole.
 bool fill(int file, std::size_t size) {
   constexpr std::array<char, 4096> zeros{};
   std::size_t done = 0;

@@ -181,7 +181,7 @@ TEST(DirectRingTest, SizeThatCannotBeBreaksIt) {
 
 TEST(DirectRingTest, ReaderThatTellsWhatCannotBeHasNoRoom) {
   RingWriter writer = RingWriter::make().value();
-  EXPECT_FALSE(writer.write("x")) << "there is none yet";
+  EXPECT_FALSE(writer.write("x")) << "nobody reads yet";
   auto memory = SealedMemory::make(readerMemorySize);
   ASSERT_TRUE(memory && writer.attach(memory->takeDescriptor().get()));
   auto& state = *reinterpret_cast<ReaderState*>(memory->address());
@@ -238,7 +238,7 @@ TEST(SealedMemoryTest, WithoutAllSealsIsRefused) {
   }
 }
 
-// The reader would have to pay for the pages, and ends if there are none.
+// The reader would have to pay for the pages, and would end without them.
 TEST(SealedMemoryTest, WithHolesIsRefused) {
   constexpr off_t behind = 1 << 20;
   for (const bool hasBlocks : {false, true}) {
