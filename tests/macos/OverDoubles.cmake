@@ -32,7 +32,6 @@ target_include_directories(MacOSEventDoubles BEFORE PRIVATE
   ${CMAKE_CURRENT_SOURCE_DIR}/declarations ${PROJECT_SOURCE_DIR} ${PROJECT_SOURCE_DIR}/include
   ${PROJECT_SOURCE_DIR}/tests)
 target_link_libraries(MacOSEventDoubles PRIVATE QBDKRWarnings)
-set_target_properties(MacOSEventDoubles PROPERTIES UNITY_BUILD OFF)
 target_compile_options(MacOSEventDoubles PRIVATE -O0)
 set(event_side
   $<TARGET_OBJECTS:MacOSEventDoubles> $<FILTER:$<TARGET_OBJECTS:MacOSTypeCheck>,INCLUDE,${event_objects}>)
