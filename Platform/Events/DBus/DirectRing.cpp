@@ -41,15 +41,15 @@ std::optional<RingWriter> RingWriter::make() {
 
 bool RingWriter::attach(int readerMemory) {
   auto mapped = SealedMemory::map(readerMemory, readerMemorySize);
-  if (mapped) readerMemory_.emplace(*std::move(mapped));
-  return readerMemory_.has_value();
+  if (mapped) readerMemory_ = *std::move(mapped);
+  return isAttached();
 }
 
-const ReaderState& RingWriter::reader() const { return stateIn<const ReaderState>(*readerMemory_); }
+const ReaderState& RingWriter::reader() const { return stateIn<const ReaderState>(readerMemory_); }
 
 // A receiver whose count cannot be leaves no room.
 std::size_t RingWriter::room() const {
-  if (!readerMemory_) return 0;
+  if (!isAttached()) return 0;
   const std::uint32_t unread = written_ - reader().read.load(std::memory_order_acquire);
   return unread <= ringSize ? ringSize - unread : 0;
 }
@@ -68,7 +68,7 @@ bool RingWriter::write(std::string_view message) {
 }
 
 bool RingWriter::isReaderAsleep() const {
-  return readerMemory_ && reader().sleeps.load() != wokenSleep_;
+  return isAttached() && reader().sleeps.load() != wokenSleep_;
 }
 
 bool RingWriter::mustWakeReader() {

@@ -56,12 +56,13 @@ class RingWriter {
  private:
   explicit RingWriter(SealedMemory memory) : memory_(std::move(memory)) {}
 
+  [[nodiscard]] bool isAttached() const { return readerMemory_.address() != nullptr; }
   [[nodiscard]] const ReaderState& reader() const;
   [[nodiscard]] std::size_t room() const;
   void copy(std::uint32_t position, const void* bytes, std::size_t size);
 
   SealedMemory memory_;
-  std::optional<SealedMemory> readerMemory_;
+  SealedMemory readerMemory_;  // none before attach()
   std::uint32_t written_ = 0;
   std::uint32_t wokenSleep_ = 0;  // the last one from which the receiver was woken
 };

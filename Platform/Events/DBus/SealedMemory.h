@@ -19,13 +19,17 @@ class SealedMemory {
   // Maps the memory of another process, to be read. Absent if it is not such memory of that size.
   [[nodiscard]] static std::optional<SealedMemory> map(int descriptor, std::size_t size);
 
-  SealedMemory(SealedMemory&& other) noexcept
-      : address_(std::exchange(other.address_, nullptr)),
-        size_(other.size_),
-        descriptor_(std::move(other.descriptor_)) {}
-  SealedMemory& operator=(SealedMemory&&) = delete;
+  SealedMemory() = default;
+  SealedMemory(SealedMemory&& other) noexcept { *this = std::move(other); }
+  SealedMemory& operator=(SealedMemory&& other) noexcept {
+    std::swap(address_, other.address_);
+    std::swap(size_, other.size_);
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
   ~SealedMemory();
 
+  // Null if it holds no memory.
   [[nodiscard]] std::byte* address() const { return static_cast<std::byte*>(address_); }
 
   // Returns what is given to the reader, and closed then. Empty for memory of another process.
@@ -35,8 +39,8 @@ class SealedMemory {
   SealedMemory(void* address, std::size_t size, Descriptor descriptor)
       : address_(address), size_(size), descriptor_(std::move(descriptor)) {}
 
-  void* address_;
-  std::size_t size_;
+  void* address_ = nullptr;
+  std::size_t size_ = 0;
   Descriptor descriptor_;
 };
 
