@@ -69,49 +69,54 @@ std::shared_ptr<const Dictionary> ownInformation(const std::string& path) {
   return std::make_shared<const Dictionary>(readDictionaryFile(path).value_or(Dictionary()));
 }
 
+void addTo(PlacesOutsideBundles& outside, std::string_view directory) {
+  constexpr std::size_t most = 512;
+  constexpr std::size_t longest = 256;
+  if (outside.size() < most && directory.size() <= longest) outside.emplace(directory);
+}
+
 // Returns the bundle of the nearest directory above an executable that has an information file.
 template <class Information>
 std::optional<EnclosingBundle> enclosingBundle(std::string_view executable,
-                                               const Information& information) {
+                                               const Information& information,
+                                               PlacesOutsideBundles& outside) {
   // A path may have two thousand directories, and is resolved anew for each.
   constexpr int furthest = 64;
   const std::string place = pathBeforeRemoval(withoutDeletedMark(executable));
   if (!place.starts_with('/')) return std::nullopt;
-  std::string directory = directoryOf(place);
-  for (int distance = 1; !directory.empty() && distance <= furthest; ++distance) {
-    if (auto info = information(appendPathComponent(directory, informationFile))) {
-      return EnclosingBundle{std::move(directory), std::move(info)};
+  const auto nearest = directoryOf(place);
+  auto directory = nearest;
+  for (int distance = 1; !directory.empty() && !outside.contains(directory); ++distance) {
+    if (distance > furthest) return std::nullopt;
+    if (auto info = information(appendPathComponent(std::string(directory), informationFile))) {
+      return EnclosingBundle{std::string(directory), std::move(info)};
     }
     directory = directoryOf(directory);
   }
+  for (auto one = nearest; one != directory; one = directoryOf(one)) addTo(outside, one);
   return std::nullopt;
 }
 
 }  // namespace
 
-std::string directoryOf(const std::string& file) {
+std::string_view directoryOf(std::string_view file) {
   const auto slash = file.rfind('/');
-  return slash == std::string::npos ? "/" : file.substr(0, slash);
+  return slash == std::string_view::npos ? "/" : file.substr(0, slash);
 }
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable) {
-  return enclosingBundle(executable, foreignInformation);
+  PlacesOutsideBundles none;
+  return bundleOfExecutable(executable, none);
 }
 
 std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable,
-                                                  MissingInformation& missing) {
-  constexpr std::size_t mostPaths = 512;
-  constexpr std::size_t longestPath = 256;
-  return enclosingBundle(executable, [&](const std::string& path) {
-    if (missing.contains(path)) return std::shared_ptr<const Dictionary>();
-    auto info = foreignInformation(path);
-    if (!info && missing.size() < mostPaths && path.size() <= longestPath) missing.insert(path);
-    return info;
-  });
+                                                  PlacesOutsideBundles& outside) {
+  return enclosingBundle(executable, foreignInformation, outside);
 }
 
 std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable) {
-  return enclosingBundle(executable, ownInformation);
+  PlacesOutsideBundles none;
+  return enclosingBundle(executable, ownInformation, none);
 }
 
 bool isApplication(const EnclosingBundle& bundle, std::string_view executable) {

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -15,11 +16,11 @@ inline constexpr std::string_view informationFile = "Contents/Info.plist";
 inline constexpr std::string_view programFolder = "Contents/Linux";
 
 // Returns the directory of a file: "" for a file in the root, "/" for a path without a slash.
-[[nodiscard]] std::string directoryOf(const std::string& file);
+[[nodiscard]] std::string_view directoryOf(std::string_view file);
 
-// The paths at which earlier executables had no information file. Paths are other processes'
+// Directories that have no information file, and no bundle above them. Paths are other processes'
 // choice: only so many short ones are kept.
-using MissingInformation = std::set<std::string>;
+using PlacesOutsideBundles = std::set<std::string, std::less<>>;
 
 // The bundle that an executable belongs to: its path, and its information dictionary without
 // localization. Absent for an executable outside any bundle. An executable whose file was replaced
@@ -30,7 +31,7 @@ struct EnclosingBundle {
 };
 [[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable);
 [[nodiscard]] std::optional<EnclosingBundle> bundleOfExecutable(std::string_view executable,
-                                                                MissingInformation& missing);
+                                                                PlacesOutsideBundles& outside);
 
 // Does the same within the bounds for a host's own files, and without a cache.
 [[nodiscard]] std::optional<EnclosingBundle> ownBundleOfExecutable(std::string_view executable);

@@ -88,7 +88,7 @@ std::unique_ptr<const NativeBundle> openMainBundle() {
   if (const auto enclosing = ownBundleOfExecutable(executable)) {
     return std::make_unique<DirectoryBundle>(enclosing->path, *enclosing->info);
   }
-  return std::make_unique<DirectoryBundle>(directoryOf(executable), Dictionary());
+  return std::make_unique<DirectoryBundle>(std::string(directoryOf(executable)), Dictionary());
 }
 
 std::unique_ptr<const NativeBundle> openBundle(const std::string& path) {

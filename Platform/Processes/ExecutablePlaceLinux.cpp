@@ -17,7 +17,7 @@ std::string linkOfExecutable(pid_t processID) {
 
 std::optional<std::string> executableOfProcess(pid_t processID) {
   const std::string path = linkOfExecutable(processID);
-  std::array<char, PATH_MAX> target{};
+  std::array<char, PATH_MAX> target;  // NOLINT(cppcoreguidelines-pro-type-member-init): not read
   const auto size = ::readlink(path.c_str(), target.data(), target.size());
   if (size <= 0) return std::nullopt;
   return std::string(target.data(), static_cast<std::size_t>(size));

@@ -5,6 +5,7 @@
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <optional>
 #include <set>
@@ -42,7 +43,7 @@ struct ProcessApplication {
 };
 
 // Finds the applications of processes, one after another. Many processes share a directory: looks
-// once for information that is not there.
+// once whether that is outside any bundle.
 class ApplicationFinder {
  public:
   // Returns the application that a process runs; absent if it runs none, or another program of its
@@ -50,7 +51,7 @@ class ApplicationFinder {
   [[nodiscard]] std::optional<ProcessApplication> of(pid_t processID);
 
  private:
-  std::set<std::string> missingInformation_;
+  std::set<std::string, std::less<>> outsideBundles_;  // directories
 };
 
 // Returns the bytes of memory in which a process resides. Absent if it has ended, or if the system

@@ -472,6 +472,36 @@ TEST_F(ForeignBundles, AnExecutableIsSixtyFourDirectoriesBelowAtMost) {
   EXPECT_FALSE(bundleOfExecutable(at65).has_value());
 }
 
+TEST_F(ForeignBundles, ADirectoryOutsideAnyBundleIsNotLookedThroughAgain) {
+  const fs::path executable = path.parent_path() / "Tool";
+  PlacesOutsideBundles outside;
+  EXPECT_FALSE(bundleOfExecutable(executable.string(), outside).has_value());
+  EXPECT_TRUE(outside.contains(executable.parent_path().string()));
+  writeInfo(path.parent_path(), {{"Key", "Value"}});
+  EXPECT_FALSE(bundleOfExecutable(executable.string(), outside).has_value());
+  EXPECT_TRUE(bundleOfExecutable(executable.string()).has_value());
+}
+
+TEST_F(ForeignBundles, ABundleInADirectoryOutsideAnyBundleIsFound) {
+  PlacesOutsideBundles outside;
+  EXPECT_FALSE(bundleOfExecutable((path.parent_path() / "Tool").string(), outside).has_value());
+  writeInfo(path, {{"Key", "Value"}});
+  const auto found = bundleOfExecutable((path / "Contents/Linux/Sample").string(), outside);
+  ASSERT_TRUE(found.has_value());
+  EXPECT_EQ(found->path, path);
+}
+
+TEST_F(ForeignBundles, ADirectoryTooFarBelowItsBundleHidesItFromNoOther) {
+  writeInfo(path, {{"Key", "Value"}});
+  std::string directories;
+  for (int level = 1; level < 64; ++level) directories += "/d";
+  const std::string at64 = path.string() + directories + "/Sample";
+  const std::string at65 = path.string() + directories + "/d/Sample";
+  PlacesOutsideBundles outside;
+  EXPECT_FALSE(bundleOfExecutable(at65, outside).has_value());
+  EXPECT_TRUE(bundleOfExecutable(at64, outside).has_value());
+}
+
 TEST_F(ForeignBundles, TheMainBundleIsReadWithinTheWideBounds) {
   std::string text =
       xmlPropertyList(PropertyList::Dictionary{{"CFBundleIdentifier", "com.Acme.Sample"}}).value();
