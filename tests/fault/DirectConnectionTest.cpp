@@ -15,6 +15,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -189,6 +190,21 @@ TEST(DirectConnection, EventThatNeedsANewBusComesAfterThoseBeforeIt) {
     EXPECT_EQ(isSmall, seen++ % 2 == 0) << line.substr(0, 100);
   }
   EXPECT_EQ(seen, 6U);
+}
+
+TEST(DirectConnection, WatcherOfANewBusSeesEvents) {
+  Direct scene;
+  scene.connect();
+  scene.bus().kill();
+  scene.bus().start();
+  const auto watcher = connectionTo(scene.bus());
+  ASSERT_GE(sd_bus_request_name(watcher.get(), rpc::watchName, 0), 0);
+  BusMonitor monitor(Peer::outsideBundles(scene));
+  auto seen = std::async(std::launch::async, [&] { monitor.waitForCalls("note:", 1); });
+  do {
+    EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  } while (seen.wait_for(std::chrono::seconds(0)) != std::future_status::ready);
+  seen.get();
 }
 
 TEST(DirectConnection, FlushKnowsThePostsOfOneThatWasReplaced) {

@@ -31,6 +31,7 @@ using Clock = std::chrono::steady_clock;
 constexpr std::uint64_t withoutTimeOut = UINT64_MAX;  // as sd-bus takes it
 constexpr Clock::time_point forever = Clock::time_point::max();
 constexpr std::chrono::microseconds drainInterval(200);
+constexpr std::chrono::seconds openingInterval(1);  // by senders that do not need the bus
 constexpr std::size_t mostOwners = 64;
 constexpr std::size_t mostLinks = 64;
 constexpr unsigned eventsBeforeOffer = 2;  // a process that sends one needs no more than the bus
@@ -315,6 +316,7 @@ bool BusSender::connect(Lock& lock) {
 }
 
 bool BusSender::open() {
+  lastOpening_ = Clock::now();
   if (!wake_) wake_ = Descriptor(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK));
   UniqueBus opened = wake_ ? openSessionBus() : nullptr;
   if (!opened) return false;
@@ -877,9 +879,17 @@ std::shared_ptr<DirectLink> BusSender::openLinkTo(const RPCTarget& target) {
 // Returns it if the caller's event may go there now: what was started before comes first.
 std::shared_ptr<DirectLink> BusSender::linkTo(const RPCTarget& target) {
   if (links_.empty()) return nullptr;
-  if (bus_) drain();
+  followBus();
   if (requests_.hasUnsent()) sendStarted();
   return requests_.hasUnsent() ? nullptr : openLinkTo(target);
+}
+
+// Hears of watchers, on a new bus as well if the last one ended: events that go directly need none.
+void BusSender::followBus() {
+  if (!bus_ && !isBehindProxy_ && Clock::now() - lastOpening_ >= openingInterval) open();
+  if (!bus_) return;
+  drain();
+  if (bus_) static_cast<void>(isGreeted());
 }
 
 // Leaves a direct connection of an earlier bus, and returns until when its end is to be awaited: by

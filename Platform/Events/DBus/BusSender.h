@@ -173,6 +173,7 @@ class BusSender {
   void introduce(const std::string& identifier, const std::string& address);
   std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
   std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
+  void followBus();
   Clock::time_point endOfEarlierLink(Owner& owner) const;
   Clock::time_point endOfEarlierLink(const std::string& identifier);
   void awaitEndOfEarlierLink(Lock& lock, Owner& owner);
@@ -217,6 +218,7 @@ class BusSender {
   bool isWatched_ = true;  // another process watches the bus, or may: all events stay on it
   bool reading_ = false;   // a thread polls the sockets
   unsigned waiting_ = 0;   // threads that wait for that thread
+  Clock::time_point lastOpening_;
   Clock::time_point lastDrain_;
   std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
   std::shared_ptr<Owner> latest_;                         // one of them
