@@ -58,10 +58,10 @@ class Entry {
   }
 
   // Takes the place of an earlier one.
-  void repeat(const Entry& earlier) { count_ = earlier.count_ + 1; }
+  void repeat(const Entry& earlier) { repeats_ = earlier.repeats_ + 1; }
 
   [[nodiscard]] RecordedStep step() const {
-    return {kind_, time_, count_, number_, escaped(subject()), escaped(detail())};
+    return {kind_, time_, repeats_ + 1, number_, escaped(subject()), escaped(detail())};
   }
 
  private:
@@ -74,7 +74,7 @@ class Entry {
 
   Clock::time_point time_;
   std::int64_t number_ = 0;
-  std::uint32_t count_ = 1;
+  std::uint32_t repeats_ = 0;
   StepKind kind_{};
   std::uint8_t subjectSize_ = 0;
   std::uint8_t detailSize_ = 0;
@@ -113,11 +113,13 @@ class Record {
   }
 
  private:
+  // Zeros at first, which nobody writes: the system gives memory when a step is.
+  static inline constinit std::array<Entry, mostSteps> entries_;
+  static_assert(sizeof entries_ == 65'536);
+
   mutable ForkSafeMutex mutex_;
-  std::array<Entry, mostSteps> entries_;
   std::size_t size_ = 0;
 };
-static_assert(sizeof(Entry) * mostSteps == 65'536);
 
 Record& recordOfProcess() {
   static NeverDestroyed instance([] { return Record(); });
