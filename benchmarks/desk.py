@@ -73,10 +73,10 @@ class Desk:
         return bundle if bundle.exists() else self.programs / program
 
     def home(self):
-        """Makes a home directory, and returns an environment with it."""
+        """Makes a home directory with a folder for settings, and returns an environment with it."""
         self.homes += 1
         home = self.scratch / f"home-{self.homes}"
-        home.mkdir()
+        (home / ".config").mkdir(parents=True)
         environment = {key: value for key, value in os.environ.items() if not key.startswith(("XDG_", "DBUS_"))}
         return environment | {"HOME": str(home), "XDG_RUNTIME_DIR": str(home)}
 

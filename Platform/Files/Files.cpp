@@ -100,7 +100,7 @@ bool fileExists(const std::string& path) {
 }
 
 bool createDirectory(const std::string& path) {
-  if (isDirectory(path)) return true;
+  if (ensureDirectory(path)) return true;
   if (errno == ENAMETOOLONG) return false;  // a part of the path would be made
   for (auto slash = path.find('/', 1); slash != std::string::npos;
        slash = path.find('/', slash + 1)) {

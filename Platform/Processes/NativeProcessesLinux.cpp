@@ -140,8 +140,7 @@ std::shared_ptr<const PropertyList::Dictionary> copyProcessInformation(
 
 std::optional<ProcessApplication> ApplicationFinder::of(pid_t processID) {
   const auto executable = executableOfProcess(processID);
-  const auto bundle =
-      executable ? bundleOfExecutable(*executable, outsideBundles_) : std::nullopt;
+  const auto bundle = executable ? bundleOfExecutable(*executable, outsideBundles_) : std::nullopt;
   if (!bundle || !isApplication(*bundle, *executable)) return std::nullopt;
   return ProcessApplication{bundle->path, bundle->info};
 }

@@ -3,7 +3,6 @@
 import contextlib
 import os
 import pathlib
-import shutil
 import socket
 import subprocess
 import time
@@ -23,14 +22,24 @@ def time_to_first_event(command, environment):
     return took
 
 
-@row("process start to the first event sent", "sd-bus program that sends one", at_most=1.5)
-def first_event(desk):
+def starts_beside(desk, reference):
+    """Starts the host in turns with the bare program, which gets these variables."""
     found = Samples([])
     with desk.bus() as environment:
         for _ in range(40):
-            for program, side in (("Host", found.ours), ("BareHost", found.theirs)):
-                side.append(time_to_first_event([desk.path(program), "first-event"], environment))
+            for program, side, more in (("Host", found.ours, {}), ("BareHost", found.theirs, reference)):
+                side.append(time_to_first_event([desk.path(program), "first-event"], environment | more))
     return found
+
+
+@row("process start to the first event sent", "sd-bus program that sends one", at_most=1.5)
+def first_event(desk):
+    return starts_beside(desk, {})
+
+
+@row("the same, beside one that loads the C++ library too", "sd-bus program that sends one")
+def first_event_beside_cxx(desk):
+    return starts_beside(desk, {"LD_PRELOAD": "libstdc++.so.6"})
 
 
 @contextlib.contextmanager
@@ -52,7 +61,6 @@ def share(desk):
         with silent_bus(desk) as environment:
             run = subprocess.run([host, "start"], env=environment, capture_output=True, text=True, check=True)
         found.ours += parsed(run.stdout)["ours"]
-        shutil.rmtree(environment["HOME"])
     return found
 
 
