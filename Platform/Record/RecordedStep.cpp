@@ -79,6 +79,11 @@ std::string sentence(const RecordedStep& step) {
       return detail + " to " + quoted(subject) + " was answered with nothing";
     case StepKind::busObstacle:
       return subject;
+    case StepKind::directConnectionBegun:
+      return "events for " + subject + ", " + detail +
+             " on the bus, go past it on a direct connection";
+    case StepKind::directConnectionLeft:
+      return "events for " + subject + " go over the bus again";
     case StepKind::senderRefused:
       return subject + " came from a process that is not in a bundle with an identifier";
     case StepKind::classUnknown:

@@ -39,9 +39,11 @@ enum class StepKind : std::uint8_t {
   helperLost,     // subject: identifier
   helperEnded,    // subject: path; supervision ended it; detail: why
   // Requests.
-  requestFailed,  // number: status; subject: identifier; detail: class and method
-  emptyAnswer,    // subject: identifier; detail: class and method
-  busObstacle,    // subject: one line that says why posts may be lost
+  requestFailed,          // number: status; subject: identifier; detail: class and method
+  emptyAnswer,            // subject: identifier; detail: class and method
+  busObstacle,            // subject: one line that says why posts may be lost
+  directConnectionBegun,  // subject: identifier; detail: unique name of its process on the bus
+  directConnectionLeft,   // subject: identifier; what follows goes over the bus
   // Reports and requests that came in.
   senderRefused,      // subject: class and method; its sender is not an application in a bundle
   classUnknown,       // subject: class; detail: sender

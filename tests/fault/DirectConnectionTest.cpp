@@ -40,8 +40,9 @@ using Clock = std::chrono::steady_clock;
 
 // A host and its helper agent, between which direct connections are allowed.
 struct Direct : Scene {
-  Direct() {
+  explicit Direct(const std::string& debug = "0") {
     environment()["QBDKR_DIRECT"] = "1";
+    environment()["QBDKR_DEBUG"] = debug;
     host = startAndShare(makeHost("Host", "1.0"));
   }
 
@@ -82,6 +83,20 @@ TEST(DirectConnection, EventsLeaveTheBus) {
     return isNote ? std::optional<std::string>("notes") : std::nullopt;
   });
   EXPECT_EQ(conversation.find("note:"), std::string::npos) << conversation;
+}
+
+TEST(DirectConnection, RecordTellsWhichWayEventsGo) {
+  Direct scene("1");
+  scene.connect();
+  const std::string events = "QBDKR_DEBUG: events for " + scene.helperID();
+  scene.host->process().waitForLog(events + ", :1.");
+  const auto watcher = connectionTo(scene.bus());
+  ASSERT_GE(sd_bus_request_name(watcher.get(), rpc::watchName, 0), 0);
+  const std::string left = events + " go over the bus again";
+  const auto deadline = Clock::now() + patience;
+  while (scene.host->process().logLinesWith(left) == 0 && Clock::now() < deadline)
+    EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  EXPECT_EQ(scene.host->process().logLinesWith(left), 1U);
 }
 
 void expectEventsOnTheBus(const std::string& variable, const InfoKeys& keys) {

@@ -945,7 +945,7 @@ void BusSender::offerLink(Owner& owner, const std::string& address) {
   // connection. The bus has told this process's ID before it answers the question for watchers.
   const bool isRelayed = foreignProcess_ != 0 && !isBehindProxy_;
   if (isWatched_ || isRelayed || !bus_ || !watch(owner)) return;
-  auto link = DirectLink::offer(bus_, address);
+  auto link = DirectLink::offer(bus_, address, owner.identifier);
   owner.hasNoOffer = link == nullptr;
   if (!link) return;
   links_.push_back(link);

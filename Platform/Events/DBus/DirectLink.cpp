@@ -6,6 +6,7 @@
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Events/DBus/BusAnswer.h"
+#include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
@@ -46,14 +47,14 @@ RPCTransport::Answer answerOf(const direct::Answer& answer) {
 
 }  // namespace
 
-std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
-                                              const std::string& name) {
+std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus, const std::string& name,
+                                              const std::string& identifier) {
   auto sockets = direct::makeSocketPair();
   auto ring = direct::RingWriter::make();
   if (!sockets || !ring) return nullptr;
   const Descriptor memory = ring->takeDescriptor();
-  auto link =
-      std::make_shared<DirectLink>(std::move(bus), std::move(sockets->kept), *std::move(ring));
+  auto link = std::make_shared<DirectLink>(std::move(bus), identifier, std::move(sockets->kept),
+                                           *std::move(ring));
   const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
   sd_bus_slot* slot = nullptr;
   if (!message ||
@@ -67,8 +68,12 @@ std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus,
   return link;
 }
 
-DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, Descriptor socket, direct::RingWriter ring)
-    : bus_(std::move(bus)), socket_(std::move(socket)), ring_(std::move(ring)) {}
+DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, std::string identifier, Descriptor socket,
+                       direct::RingWriter ring)
+    : bus_(std::move(bus)),
+      identifier_(std::move(identifier)),
+      socket_(std::move(socket)),
+      ring_(std::move(ring)) {}
 
 int DirectLink::onAgreement(sd_bus_message* reply, void* self, sd_bus_error*) {
   auto& link = *static_cast<DirectLink*>(self);
@@ -96,6 +101,7 @@ void DirectLink::takeAgreement(sd_bus_message* reply) {
     return;
   }
   state_ = State::open;
+  record(StepKind::directConnectionBegun, identifier_, peer_);
 }
 
 bool DirectLink::post(const RPCEvent& event) {
@@ -203,6 +209,7 @@ void DirectLink::leave() {
   state_ = State::left;
   ring_.reset();
   ::shutdown(socket_.get(), SHUT_WR);
+  record(StepKind::directConnectionLeft, identifier_);
 }
 
 DirectLink::Clock::time_point DirectLink::awaitEnd() {

@@ -36,10 +36,12 @@ class DirectLink {
   // Called once with the answer, and the size of its text, from read() or close(); under the lock.
   using OnAnswer = void (*)(RPCTransport::Answer answer, std::size_t size, void* user);
 
-  // Offers the owner of a name a connection. Null if that fails.
-  static std::shared_ptr<DirectLink> offer(std::shared_ptr<sd_bus> bus, const std::string& name);
+  // Offers the owner of a name a connection, for events to an application. Null if that fails.
+  static std::shared_ptr<DirectLink> offer(std::shared_ptr<sd_bus> bus, const std::string& name,
+                                           const std::string& identifier);
 
-  DirectLink(std::shared_ptr<sd_bus> bus, Descriptor socket, direct::RingWriter ring);
+  DirectLink(std::shared_ptr<sd_bus> bus, std::string identifier, Descriptor socket,
+             direct::RingWriter ring);
   DirectLink(const DirectLink&) = delete;
   DirectLink& operator=(const DirectLink&) = delete;
   ~DirectLink() { close(); }
@@ -118,6 +120,7 @@ class DirectLink {
 
   State state_ = State::offered;
   std::shared_ptr<sd_bus> bus_;  // outlives the slot
+  std::string identifier_;
   BusSlot offer_;
   Descriptor socket_;
   std::optional<direct::RingWriter> ring_;  // as long as something may be sent

@@ -45,6 +45,15 @@ TEST(Record, TellsWhetherAHelperAgentHasAScopeOfItsOwn) {
             R"("com.Acme.Helper", process 7, stays in the unit of the host: not today)");
 }
 
+TEST(Record, TellsWhichWayEventsGo) {
+  record(StepKind::directConnectionBegun, "com.Acme.Helper", ":1.7");
+  record(StepKind::directConnectionLeft, "com.Acme.Helper");
+  EXPECT_EQ(steps(StepKind::directConnectionBegun).at(0).text(),
+            "events for com.Acme.Helper, :1.7 on the bus, go past it on a direct connection");
+  EXPECT_EQ(steps(StepKind::directConnectionLeft).at(0).text(),
+            "events for com.Acme.Helper go over the bus again");
+}
+
 TEST(Record, StepThatIsRepeatedIsCountedAndComesLast) {
   record(StepKind::requestFailed, -600, "com.Acme.Helper", "Control start");
   record(StepKind::requestFailed, -609, "com.Acme.Helper", "Control start");
