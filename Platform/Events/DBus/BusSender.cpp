@@ -17,6 +17,7 @@
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Base/FreeMemoryLinux.h"
 #include "Platform/Events/DBus/BusAnswer.h"
+#include "Platform/Events/DBus/BusMessages.h"
 #include "Platform/Events/DBus/BusName.h"
 #include "Platform/Events/DBus/BusReceiver.h"
 #include "Platform/Events/DBus/DirectPermission.h"
@@ -32,7 +33,6 @@ constexpr std::uint64_t withoutTimeOut = UINT64_MAX;  // as sd-bus takes it
 constexpr Clock::time_point forever = Clock::time_point::max();
 constexpr std::chrono::microseconds drainInterval(200);
 constexpr std::chrono::seconds openingInterval(1);  // by senders that do not need the bus
-constexpr std::size_t mostOwners = 64;
 constexpr std::size_t mostLinks = 64;
 constexpr unsigned eventsBeforeOffer = 2;  // a process that sends one needs no more than the bus
 constexpr std::size_t mostUntaken = std::size_t{64} << 20U;  // bytes for a peer that takes nothing
@@ -75,18 +75,6 @@ std::size_t sizeOf(const RPCEvent& event) {
   return size;
 }
 
-int appendText(sd_bus_message* message, const std::string& text) {
-  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
-}
-
-int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
-  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
-  for (const std::string& text : texts) {
-    if (result >= 0) result = appendText(message, text);
-  }
-  return result < 0 ? result : sd_bus_message_close_container(message);
-}
-
 }  // namespace
 
 OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
@@ -98,30 +86,28 @@ OSErr BusSender::post(const RPCTarget& target, const RPCEvent& event) {
 OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& event) {
   const std::string& identifier = target.bundleID;
   if (!connect(lock)) return busNameOfIdentifier(identifier) ? connectionInvalid : paramErr;
-  // Nearly all posts of a process go to the same application.
-  std::shared_ptr<Owner> owner = latest_;
-  if (!owner || !owner->isTrusted() || owner->identifier != identifier) {
-    if (const OSErr status = findOwner(lock, identifier, owner); status != noErr) return status;
-    latest_ = owner;
+  std::shared_ptr<KnownTarget> known = targets_.find(identifier);
+  if (!known || !known->isTrusted()) {
+    if (const OSErr status = findOwner(lock, identifier, known); status != noErr) return status;
   }
-  std::string address = owner->name;
+  std::string address = known->name;
   if (target.directory) {
-    const OSErr status = approveOwner(lock, owner, *target.directory, address);
+    const OSErr status = approveOwner(lock, known, *target.directory, address);
     if (status != noErr) return status;
   }
   const Bus bus = bus_;  // an address is worth nothing on another one
   introduce(identifier, address);
   if (const auto link = linkTo(target); link && link->post(event)) return noErr;
-  awaitEndOfEarlierLink(lock, *owner);
+  awaitEndOfEarlierLink(lock, *known);
   if (!bus || bus_ != bus) return connectionInvalid;
-  if (const OSErr status = leaveLink(*owner, event); status != noErr) return status;
-  const BusMessage message = newCall(address, event);
+  if (const OSErr status = leaveLink(*known, event); status != noErr) return status;
+  const BusMessage message = newEventCall(bus_.get(), address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
   std::uint64_t* const last = lastPostTo(address);  // before anything is sent: memory may run out
   const int sent = sd_bus_send(bus_.get(), message.get(), nullptr);
   if (sent < 0) return failedToSend(sent);
   if (last != nullptr) *last = ++lastPost_;
-  offerLink(*owner, address);
+  offerLink(*known, address);
   if (flush(lock)) return noErr;
   // A connection that is closed in the middle of a message delivers none of that message.
   const OSErr status = bus_ ? errAETimeout : connectionInvalid;
@@ -151,26 +137,26 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   if (!connect(lock)) return {connectionInvalid, {}};
   std::string address = *name;
   if (target.directory) {
-    std::shared_ptr<Owner> owner;
-    OSErr status = findOwner(lock, identifier, owner);
-    if (status == noErr) status = approveOwner(lock, owner, *target.directory, address);
+    std::shared_ptr<KnownTarget> approved;
+    OSErr status = findOwner(lock, identifier, approved);
+    if (status == noErr) status = approveOwner(lock, approved, *target.directory, address);
     if (status != noErr) return {status, {}};
   }
   const Bus bus = bus_;  // an address is worth nothing on another one; outlives the slot below
   introduce(identifier, address);
   if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
-  const auto owner = ownerOf(identifier, *name);
-  awaitEndOfEarlierLink(lock, *owner);
+  const auto known = targets_.findOrAdd(identifier, *name);
+  awaitEndOfEarlierLink(lock, *known);
   if (!bus || bus_ != bus) return {connectionInvalid, {}};
-  if (const OSErr status = leaveLink(*owner, event); status != noErr) return {status, {}};
-  const BusMessage message = newCall(address, event);
+  if (const OSErr status = leaveLink(*known, event); status != noErr) return {status, {}};
+  const BusMessage message = newEventCall(bus_.get(), address, event);
   if (!message) return {paramErr, {}};
   sd_bus_slot* slot = nullptr;
   const int sent =
       sd_bus_call_async(bus.get(), &slot, message.get(), onReply, &pending, withoutTimeOut);
   if (sent < 0) return {failedToSend(sent), {}};
   const BusSlot owned(slot);
-  offerLink(*owner, address);
+  offerLink(*known, address);
   if (!runUntil(lock, forever, [&] { return pending.done; })) return {connectionInvalid, {}};
   return readAnswer(pending.reply.get(), size);
 }
@@ -270,15 +256,12 @@ BusSender::Delivery::~Delivery() {
 }
 
 int BusSender::askWhetherTaken(sd_bus* bus, Delivery& delivery) {
-  sd_bus_message* made = nullptr;
-  int result = sd_bus_message_new_method_call(bus, &made, delivery.address.c_str(), rpc::objectPath,
-                                              rpc::deliveryInterface, rpc::flushMember);
-  if (result < 0) return result;
-  const BusMessage message(made);
+  const BusMessage message =
+      newMethodCall(bus, delivery.address, rpc::deliveryInterface, rpc::flushMember);
+  if (!message) return -ENOMEM;
   sd_bus_slot* slot = nullptr;
-  result = sd_bus_message_set_auto_start(made, 0);
-  if (result < 0) return result;
-  result = sd_bus_call_async(bus, &slot, made, onReply, &delivery.answer, withoutTimeOut);
+  const int result =
+      sd_bus_call_async(bus, &slot, message.get(), onReply, &delivery.answer, withoutTimeOut);
   delivery.slot.reset(slot);
   return result;
 }
@@ -334,7 +317,7 @@ bool BusSender::isGreeted() {
   if (sd_bus_is_ready(bus_.get()) <= 0) return false;
   wasGreeted_ = true;
   identify();
-  if (!links_.empty()) watchForWatchers();
+  if (!links_.empty()) watchers_.ask(bus_.get());
   // The bus can be reached (again), which the receiver needs to know.
   dropExceptions([] { BusReceiver::shared().busAppeared(); });
   return true;
@@ -376,11 +359,8 @@ OSErr BusSender::failedToSend(int error) {
 // Ends the connection to the bus. Direct connections stay, and with them the records of those who
 // have them.
 void BusSender::disconnect() {
-  forgetOwners();
-  for (const auto& [identifier, owner] : owners_) owner->forgetBus();
-  watcherWatch_.reset();
-  watcherQuery_.reset();
-  isWatched_ = true;
+  targets_.forgetBus();
+  watchers_.forgetBus();
   inquiry_.reset();
   if (!posts_.empty()) hasLostPosts_ = true;
   posts_.clear();
@@ -442,27 +422,14 @@ template <class Done>
 bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
   const std::uint64_t generation = generation_;
   const Bus bus = bus_;
-  const bool isWorker = std::this_thread::get_id() == worker_;
   bool isBusDue = false;
   while (!done()) {
     if (generation != generation_ || Clock::now() >= deadline) return false;
-    if (reading_ && isWorker) {
-      isWorkerAside_ = true;
-      awaitStir(lock, deadline);
-      isWorkerAside_ = false;
-      continue;
-    }
     if (reading_) {
-      ++waiting_;
-      if (deadline == forever) {
-        progress_.wait(lock);
-      } else {
-        progress_.wait_until(lock, deadline);
-      }
-      --waiting_;
-      continue;
-    }
-    if (isBusDue) {
+      awaitReader(lock, deadline);
+    } else if (!isBusDue) {
+      isBusDue = read(lock, deadline, bus.get());
+    } else {
       const int result = sd_bus_process(bus.get(), nullptr);
       if (result < 0) {
         disconnect();
@@ -470,43 +437,62 @@ bool BusSender::readUntil(Lock& lock, Clock::time_point deadline, Done done) {
       }
       isBusDue = result > 0;
       if (isBusDue) wakeOthers();
-      continue;
     }
-    auto end = deadline;
-    pollfd busEvent{-1, 0, 0};
-    if (bus) {
-      busEvent = {sd_bus_get_fd(bus.get()), static_cast<short>(sd_bus_get_events(bus.get())), 0};
-      end = std::min(deadline, busDeadline(bus.get()));
-    }
-    // A thread that waits must not fail for want of memory: its answer is to come on its stack.
-    constexpr std::size_t others = 3;
-    std::array<pollfd, others + mostLinks> events;  // NOLINT(*-member-init): the most are not used
-    events[0] = busEvent;
-    events[1] = {wake_.get(), POLLIN, 0};
-    events[2] = {isWorker ? stir_.get() : -1, POLLIN, 0};
-    std::size_t count = others;
-    for (const auto& link : links_) {
-      if (link->isAwaited()) events[count++] = {link->descriptor(), POLLIN, 0};
-    }
-    reading_ = true;
-    lock.unlock();
-    const int ready = ::poll(events.data(), count, pollTimeout(end));
-    lock.lock();
-    reading_ = false;
-    isBusDue = bus && (ready == 0 || events[0].revents != 0);
-    std::uint64_t ignored = 0;
-    if (events[1].revents != 0) {
-      [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
-    }
-    if (events[2].revents != 0) {
-      [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
-      isStirred_ = true;
-    }
-    const bool isLinkDue = std::any_of(events.data() + others, events.data() + count,
-                                       [](const pollfd& event) { return event.revents != 0; });
-    if (isLinkDue) readLinks();
   }
   return true;
+}
+
+// Waits until the thread that reads has handed out something, or reads no more.
+void BusSender::awaitReader(Lock& lock, Clock::time_point deadline) {
+  if (isWorker()) {
+    isWorkerAside_ = true;
+    awaitStir(lock, deadline);
+    isWorkerAside_ = false;
+    return;
+  }
+  ++waiting_;
+  if (deadline == forever) {
+    progress_.wait(lock);
+  } else {
+    progress_.wait_until(lock, deadline);
+  }
+  --waiting_;
+}
+
+// Polls the sockets, and takes what came in on the direct connections. True if the bus is to be
+// processed.
+bool BusSender::read(Lock& lock, Clock::time_point deadline, sd_bus* bus) {
+  // A thread that waits must not fail for want of memory: its answer is to come on its stack.
+  constexpr std::size_t others = 3;
+  std::array<pollfd, others + mostLinks> events;  // NOLINT(*-member-init): the most are not used
+  events[0] = {-1, 0, 0};
+  events[1] = {wake_.get(), POLLIN, 0};
+  events[2] = {isWorker() ? stir_.get() : -1, POLLIN, 0};
+  if (bus != nullptr) {
+    events[0] = {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0};
+    deadline = std::min(deadline, busDeadline(bus));
+  }
+  std::size_t count = others;
+  for (const auto& link : links_) {
+    if (link->isAwaited()) events[count++] = {link->descriptor(), POLLIN, 0};
+  }
+  reading_ = true;
+  lock.unlock();
+  const int ready = ::poll(events.data(), count, pollTimeout(deadline));
+  lock.lock();
+  reading_ = false;
+  std::uint64_t ignored = 0;
+  if (events[1].revents != 0) {
+    [[maybe_unused]] const auto got = ::read(wake_.get(), &ignored, sizeof ignored);
+  }
+  if (events[2].revents != 0) {
+    [[maybe_unused]] const auto got = ::read(stir_.get(), &ignored, sizeof ignored);
+    isStirred_ = true;
+  }
+  const bool isLinkDue = std::any_of(events.data() + others, events.data() + count,
+                                     [](const pollfd& event) { return event.revents != 0; });
+  if (isLinkDue) readLinks();
+  return bus != nullptr && (ready == 0 || events[0].revents != 0);
 }
 
 // Takes what came in on the direct connections. Each has one packet at a time.
@@ -520,7 +506,11 @@ void BusSender::readLinks() {
   wakeWaiting();
 }
 
-BusSender::BusSender() : requests_([this] { stir(); }) {}
+BusSender::BusSender()
+    : watchers_([this] {
+        for (const auto& link : links_) link->drop();
+      }),
+      requests_([this] { stir(); }) {}
 
 namespace {
 
@@ -664,7 +654,8 @@ void BusSender::sendStarted() {
         continue;
       }
       if (sendDirectly(request)) continue;
-      if (endOfEarlierLink(request.target().bundleID) > Clock::now()) return;
+      const auto& known = targets_.find(request.target().bundleID);
+      if (known && endOfEarlierLink(*known) > Clock::now()) return;
       if (requests_.beginSending(request)) {
         sendStarted(request, address);
       }
@@ -689,10 +680,11 @@ void BusSender::sendStarted(Started& request, const std::string& address) {
   introduce(request.target().bundleID, address);
   if (!bus_) return request.finish({connectionInvalid, {}});
   const std::string& identifier = request.target().bundleID;
-  const auto owner = ownerOf(identifier, busNameOfIdentifier(identifier).value_or(address));
-  if (const OSErr status = leaveLink(*owner, request.event()); status != noErr)
+  const auto known =
+      targets_.findOrAdd(identifier, busNameOfIdentifier(identifier).value_or(address));
+  if (const OSErr status = leaveLink(*known, request.event()); status != noErr)
     return request.finish({status, {}});
-  const BusMessage message = newCall(address, request.event());
+  const BusMessage message = newEventCall(bus_.get(), address, request.event());
   if (!message) return request.finish({paramErr, {}});
   request.bus = bus_;
   sd_bus_slot* slot = nullptr;
@@ -701,7 +693,7 @@ void BusSender::sendStarted(Started& request, const std::string& address) {
   request.slot.reset(slot);
   if (sent < 0) return request.finish({failedToSend(sent), {}});
   request.forgetEvent();
-  offerLink(*owner, address);
+  offerLink(*known, address);
 }
 
 // Returns the status, and stores the address that an event for a target goes to. Absent while the
@@ -711,17 +703,13 @@ std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string
   if (!name) return paramErr;
   address = *name;
   if (!target.directory) return noErr;
-  std::shared_ptr<Owner> owner;
-  if (const OSErr status = watchOwner(target.bundleID, owner); status != noErr) return status;
-  if (owner->approved && owner->approved->directory == *target.directory) {
-    address = owner->approved->address;
-    owner->approveLink();
-    return noErr;
-  }
+  std::shared_ptr<KnownTarget> known;
+  if (const OSErr status = watchOwner(target.bundleID, known); status != noErr) return status;
+  if (known->findApproved(*target.directory, address)) return noErr;
   if (inquiry_ && !inquiry_->isAbout(*name, *target.directory)) inquiry_.reset();
   if (!inquiry_) {
     inquiry_.emplace(bus_, *name, *target.directory);
-    inquiryChanges_ = owner->changes;
+    inquiryChanges_ = known->changes;
   }
   const auto outcome = inquiry_->outcome();
   if (!outcome) {
@@ -730,10 +718,8 @@ std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string
     return connectionInvalid;
   }
   address = inquiry_->address();
-  if (*outcome == noErr && owner->changes == inquiryChanges_) {
-    owner->approved = Approved{*target.directory, address};
-    owner->approveLink();
-  }
+  if (*outcome == noErr && known->changes == inquiryChanges_)
+    known->approve(*target.directory, address);
   inquiry_.reset();
   return outcome;
 }
@@ -742,123 +728,73 @@ std::optional<OSErr> BusSender::findAddress(const RPCTarget& target, std::string
 // an absent one: the news of an owner may have reached another connection first. Asks, too, when a
 // direct connection tells of the end of a process before the bus does.
 OSErr BusSender::findOwner(Lock& lock, const std::string& identifier,
-                           std::shared_ptr<Owner>& owner) {
-  if (const OSErr status = watchOwner(identifier, owner); status != noErr) return status;
-  if (owner->isTrusted()) return noErr;
-  if (owner->link && owner->link->isClosed()) owner->link.reset();
-  OwnerQuery query{owner, {}, {}, false};
-  const OSErr status = send(query);
-  return status == noErr ? await(lock, query) : status;
+                           std::shared_ptr<KnownTarget>& target) {
+  if (const OSErr status = watchOwner(identifier, target); status != noErr) return status;
+  if (target->isTrusted()) return noErr;
+  if (target->link && target->link->isClosed()) target->link.reset();
+  PresenceQuestion question{target, {}, {}, false};
+  const OSErr status = send(question);
+  return status == noErr ? await(lock, question) : status;
 }
 
-OSErr BusSender::send(OwnerQuery& query) {
-  query.bus = bus_;
-  sd_bus_slot* slot = nullptr;
-  if (sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
-                               "NameHasOwner", onOwnerAnswer, &query, "s",
-                               query.owner->name.c_str()) < 0) {
-    disconnect();
-    return connectionInvalid;
-  }
-  query.slot.reset(slot);
-  return noErr;
+OSErr BusSender::send(PresenceQuestion& question) {
+  if (question.send(bus_)) return noErr;
+  disconnect();
+  return connectionInvalid;
 }
 
-OSErr BusSender::await(Lock& lock, const OwnerQuery& query) {
+OSErr BusSender::await(Lock& lock, const PresenceQuestion& question) {
   const auto deadline = Clock::now() + busPatience;
-  const bool isSame = bus_ == query.bus;
-  const bool answered = isSame && runUntil(lock, deadline, [&] { return query.done; });
-  if (!answered && bus_ == query.bus) disconnect();
-  if (bus_ != query.bus) return connectionInvalid;
-  return query.owner->present ? noErr : procNotFound;
+  const bool isSame = bus_ == question.bus;
+  const bool answered = isSame && runUntil(lock, deadline, [&] { return question.done; });
+  if (!answered && bus_ == question.bus) disconnect();
+  if (bus_ != question.bus) return connectionInvalid;
+  return question.target->present ? noErr : procNotFound;
 }
 
 BusSender::Question::Question(const std::string& bundleID) {
   Lock lock(sender_.mutex_);
   if (!sender_.connect(lock)) return;
-  if (sender_.watchOwner(bundleID, query_.owner) == noErr) sender_.send(query_);
+  if (sender_.watchOwner(bundleID, question_.target) == noErr) sender_.send(question_);
 }
 
 BusSender::Question::~Question() {
   const Lock lock(sender_.mutex_);
-  query_.slot.reset();
+  question_.slot.reset();
 }
 
 bool BusSender::Question::isAffirmed() {
   Lock lock(sender_.mutex_);
-  return query_.slot && sender_.await(lock, query_) == noErr;
+  return question_.slot && sender_.await(lock, question_) == noErr;
 }
 
 // Stores the address of the owner, if its executable lies in the directory. A message to that
 // address goes to the process that was checked, even if the name passes to another one.
-OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner,
+OSErr BusSender::approveOwner(Lock& lock, const std::shared_ptr<KnownTarget>& target,
                               const std::string& directory, std::string& address) {
-  if (owner->approved && owner->approved->directory == directory) {
-    address = owner->approved->address;
-    owner->approveLink();
-    return noErr;
-  }
+  if (target->findApproved(directory, address)) return noErr;
   const Bus bus = bus_;
-  const std::uint64_t changes = owner->changes;
-  OwnerInquiry inquiry(bus, owner->name, directory);
+  const std::uint64_t changes = target->changes;
+  OwnerInquiry inquiry(bus, target->name, directory);
   runUntil(lock, inquiry.deadline(), [&] { return inquiry.outcome().has_value(); });
   const OSErr outcome = inquiry.outcome().value_or(connectionInvalid);
   if (outcome == connectionInvalid && bus_ == bus) disconnect();
   if (bus_ != bus) return connectionInvalid;
   address = inquiry.address();
-  if (outcome == noErr && owner->changes == changes) {
-    owner->approved = Approved{directory, address};
-    owner->approveLink();
-  }
+  if (outcome == noErr && target->changes == changes) target->approve(directory, address);
   return outcome;
 }
 
-// Finds the record of an owner, or makes one.
-std::shared_ptr<BusSender::Owner> BusSender::ownerOf(const std::string& identifier,
-                                                     const std::string& name) {
-  if (const auto known = owners_.find(identifier); known != owners_.end()) return known->second;
-  if (owners_.size() >= mostOwners) forgetOwners();
-  auto owner = std::make_shared<Owner>();
-  owner->identifier = identifier;
-  owner->name = name;
-  owners_.emplace(identifier, owner);
-  return owner;
-}
-
-// Forgets all but those with a direct connection.
-void BusSender::forgetOwners() {
-  latest_.reset();
-  std::erase_if(owners_, [](const auto& entry) {
-    if (entry.second->hasOpenLink()) return false;
-    if (entry.second->link) entry.second->link->drop();
-    return true;
-  });
-}
-
-// Finds the record of an owner, and watches the name from now on.
-OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner) {
-  const auto known = owners_.find(identifier);
-  if (known != owners_.end() && known->second->watch) {
-    owner = known->second;
-    return noErr;
-  }
+// Finds the record of a target, and has the bus tell of its owner from now on.
+OSErr BusSender::watchOwner(const std::string& identifier, std::shared_ptr<KnownTarget>& target) {
+  target = targets_.find(identifier);
+  if (target && target->watch) return noErr;
   const auto name = busNameOfIdentifier(identifier);
   if (!name) return paramErr;
-  owner = ownerOf(identifier, *name);
-  return watch(*owner) ? noErr : connectionInvalid;
-}
-
-bool BusSender::watch(Owner& owner) {
-  if (owner.watch) return true;
-  sd_bus_slot* slot = nullptr;
-  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  if (sd_bus_add_match_async(bus_.get(), &slot, bus::ownerMatch(owner.name).c_str(), onOwnerChanged,
-                             ignore, &owner) < 0) {
-    disconnect();
-    return false;
-  }
-  owner.watch.reset(slot);
-  return true;
+  target = targets_.findOrAdd(identifier, *name);
+  if (target->watchOwner(bus_.get())) return noErr;
+  disconnect();
+  return connectionInvalid;
 }
 
 // --- Direct connections
@@ -866,14 +802,10 @@ bool BusSender::watch(Owner& owner) {
 // Returns the open direct connection to a target; null without one, and if the target's executable
 // was not found in its directory yet.
 std::shared_ptr<DirectLink> BusSender::openLinkTo(const RPCTarget& target) {
-  const Owner* owner = latest_.get();
-  if (owner == nullptr || owner->identifier != target.bundleID) {
-    const auto known = owners_.find(target.bundleID);
-    owner = known == owners_.end() ? nullptr : known->second.get();
-  }
-  if (owner == nullptr || !owner->link || !owner->link->isOpen()) return nullptr;
-  if (target.directory && !owner->link->isApprovedFor(*target.directory)) return nullptr;
-  return owner->link;
+  const auto& known = targets_.find(target.bundleID);
+  if (!known || !known->hasOpenLink()) return nullptr;
+  if (target.directory && !known->link->isApprovedFor(*target.directory)) return nullptr;
+  return known->link;
 }
 
 // Returns it if the caller's event may go there now: what was started before comes first.
@@ -894,123 +826,59 @@ void BusSender::followBus() {
 
 // Leaves a direct connection of an earlier bus, and returns until when its end is to be awaited: by
 // the name that this process has on the present bus, the peer cannot tell whose events come next.
-BusSender::Clock::time_point BusSender::endOfEarlierLink(Owner& owner) const {
-  DirectLink* const link = owner.link.get();
+BusSender::Clock::time_point BusSender::endOfEarlierLink(KnownTarget& target) const {
+  DirectLink* const link = target.link.get();
   if (link == nullptr || (!link->isOpen() && !link->isDraining()) || link->isOfBus(bus_.get()))
     return {};
   return link->awaitEnd();
 }
 
-BusSender::Clock::time_point BusSender::endOfEarlierLink(const std::string& identifier) {
-  const auto owner = owners_.find(identifier);
-  return owner == owners_.end() ? Clock::time_point() : endOfEarlierLink(*owner->second);
-}
-
-void BusSender::awaitEndOfEarlierLink(Lock& lock, Owner& owner) {
-  const auto deadline = endOfEarlierLink(owner);
-  const auto link = owner.link;
+void BusSender::awaitEndOfEarlierLink(Lock& lock, KnownTarget& target) {
+  const auto deadline = endOfEarlierLink(target);
+  const auto link = target.link;
   while (link && link->awaitsEnd() && Clock::now() < deadline)
     runUntil(lock, deadline, [&] { return !link->awaitsEnd(); });
 }
 
 // Sees to it that an event can go over the bus: no order is lost, and no peer that takes nothing is
 // sent more and more.
-OSErr BusSender::leaveLink(Owner& owner, const RPCEvent& event) {
-  if (!owner.link) return noErr;
-  owner.link->leave();
-  if (owner.link->isDraining()) {
-    owner.hadLink = true;
-    if (!owner.link->isOfBus(bus_.get())) return errAETimeout;
+OSErr BusSender::leaveLink(KnownTarget& target, const RPCEvent& event) {
+  if (!target.link) return noErr;
+  target.link->leave();
+  if (target.link->isDraining()) {
+    target.hadLink = true;
+    if (!target.link->isOfBus(bus_.get())) return errAETimeout;
   }
   // One that never took a connection may be one that answers no such offer.
-  if (!owner.link->isOffered() || !owner.hadLink) return noErr;
+  if (!target.link->isOffered() || !target.hadLink) return noErr;
   const std::size_t size = sizeOf(event);
-  if (owner.untaken + size > mostUntaken) return errAETimeout;
-  owner.untaken += size;
+  if (target.untaken + size > mostUntaken) return errAETimeout;
+  target.untaken += size;
   return noErr;
 }
 
 // Offers the owner of a name a direct connection, if it does not have one and did not refuse one.
-void BusSender::offerLink(Owner& owner, const std::string& address) {
-  if (!mayConnectDirectly() || owner.hasNoOffer) return;
-  if (owner.link && (owner.link->isOffered() || owner.link->isRefused())) return;
-  if (owner.events < eventsBeforeOffer && ++owner.events < eventsBeforeOffer) return;
+void BusSender::offerLink(KnownTarget& target, const std::string& address) {
+  if (!mayConnectDirectly() || target.hasNoOffer) return;
+  if (target.link && (target.link->isOffered() || target.link->isRefused())) return;
+  if (target.events < eventsBeforeOffer && ++target.events < eventsBeforeOffer) return;
   for (const auto& link : links_) {
     if (link->isOver() && link->hasPosts()) askOnBus(*link);
   }
   std::erase_if(links_, [](const auto& link) { return link->isOver(); });
   if (links_.size() >= mostLinks) return;
-  watchForWatchers();
+  watchers_.ask(bus_.get());
   // A relay of the connection that is no proxy loses descriptors, and the bus would end the
   // connection. The bus has told this process's ID before it answers the question for watchers.
   const bool isRelayed = foreignProcess_ != 0 && !isBehindProxy_;
-  if (isWatched_ || isRelayed || !bus_ || !watch(owner)) return;
-  auto link = DirectLink::offer(bus_, address, owner.identifier);
-  owner.hasNoOffer = link == nullptr;
+  if (watchers_.mayBeThere() || isRelayed || !bus_) return;
+  if (!target.watchOwner(bus_.get())) return disconnect();
+  auto link = DirectLink::offer(bus_, address, target.identifier);
+  target.hasNoOffer = link == nullptr;
   if (!link) return;
   links_.push_back(link);
-  owner.link = std::move(link);
-  owner.untaken = 0;
-}
-
-// Asks whether the bus is watched, and for news of that. Until the answer it counts as watched.
-void BusSender::watchForWatchers() {
-  if (watcherWatch_ || !bus_) return;
-  const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
-  sd_bus_slot* watch = nullptr;
-  sd_bus_slot* query = nullptr;
-  if (sd_bus_add_match_async(bus_.get(), &watch, bus::ownerMatch(rpc::watchName).c_str(),
-                             onWatcherChanged, ignore, this) < 0) {
-    return;
-  }
-  watcherWatch_.reset(watch);
-  if (sd_bus_call_method_async(bus_.get(), &query, bus::service, bus::objectPath,
-                               bus::interfaceName, "NameHasOwner", onWatcher, this, "s",
-                               rpc::watchName) >= 0) {
-    watcherQuery_.reset(query);
-  }
-}
-
-int BusSender::onWatcher(sd_bus_message* message, void* self, sd_bus_error*) {
-  int present = 0;
-  if (sd_bus_message_is_method_error(message, nullptr) > 0 ||
-      sd_bus_message_read(message, "b", &present) <= 0) {
-    return 1;
-  }
-  static_cast<BusSender*>(self)->setWatched(present != 0);
-  return 1;
-}
-
-int BusSender::onWatcherChanged(sd_bus_message* message, void* self, sd_bus_error*) {
-  const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
-    static_cast<BusSender*>(self)->setWatched(*after != '\0');
-  }
-  return 0;
-}
-
-void BusSender::setWatched(bool isWatched) {
-  isWatched_ = isWatched;
-  if (!isWatched) return;
-  for (const auto& link : links_) link->drop();
-}
-
-bool BusSender::Owner::isTrusted() const { return present && !(link && link->isClosed()); }
-
-bool BusSender::Owner::hasOpenLink() const { return link && link->isOpen(); }
-
-void BusSender::Owner::approveLink() {
-  if (hasOpenLink() && approved && approved->address == link->peer())
-    link->approveFor(approved->directory);
-}
-
-// The bus tells of this owner no more.
-void BusSender::Owner::forgetBus() {
-  watch.reset();
-  present = false;
-  ++changes;
-  introduction = {};
-  approved.reset();
+  target.link = std::move(link);
+  target.untaken = 0;
 }
 
 bool BusSender::isWritten() const {
@@ -1029,23 +897,9 @@ bool BusSender::flush(Lock& lock) {
 // Introduces this process to the owner of a name before the first event for it, if a proxy hides
 // this process.
 void BusSender::introduce(const std::string& identifier, const std::string& address) {
-  std::shared_ptr<Owner> owner;
-  if (!isBehindProxy_ || watchOwner(identifier, owner) != noErr || owner->introduction) return;
-  owner->introduction = Introduction::send(bus_.get(), address);
-}
-
-BusMessage BusSender::newCall(const std::string& name, const RPCEvent& event) {
-  sd_bus_message* created = nullptr;
-  if (sd_bus_message_new_method_call(bus_.get(), &created, name.c_str(), rpc::objectPath,
-                                     rpc::interfaceName, rpc::callMember) < 0) {
-    return nullptr;
-  }
-  BusMessage message(created);
-  const bool complete = sd_bus_message_set_auto_start(created, 0) >= 0 &&
-                        appendText(created, event.className.value_or("")) >= 0 &&
-                        appendText(created, event.methodName.value_or("")) >= 0 &&
-                        appendTexts(created, event.arguments) >= 0;
-  return complete ? std::move(message) : nullptr;
+  std::shared_ptr<KnownTarget> target;
+  if (!isBehindProxy_ || watchOwner(identifier, target) != noErr || target->introduction) return;
+  target->introduction = Introduction::send(bus_.get(), address);
 }
 
 void BusSender::onDirectReply(RPCTransport::Answer answer, std::size_t size, void* pending) {
@@ -1074,33 +928,6 @@ int BusSender::onAnswer(sd_bus_message* message, void* started, sd_bus_error*) {
   dropExceptions([&] { answer = readAnswer(message, request.size); });
   request.finish(std::move(answer));
   return 1;
-}
-
-// Answers and signals are handled in the order in which the bus sent them: the last one counts.
-int BusSender::onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error*) {
-  auto& asked = *static_cast<OwnerQuery*>(query);
-  int present = 0;
-  asked.owner->present = sd_bus_message_is_method_error(message, nullptr) <= 0 &&
-                         sd_bus_message_read(message, "b", &present) > 0 && present != 0;
-  asked.done = true;
-  return 1;
-}
-
-int BusSender::onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error*) {
-  const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
-    auto& changed = *static_cast<Owner*>(owner);
-    changed.present = *after != '\0';
-    changed.approved.reset();
-    changed.introduction = {};
-    ++changed.changes;
-    changed.events = 0;
-    changed.hadLink = false;
-    changed.hasNoOffer = false;
-    if (changed.link) changed.link->drop();
-    changed.link.reset();
-  }
-  return 0;
 }
 
 }  // namespace qbdkr

@@ -16,7 +16,9 @@
 #include <vector>
 
 #include "Platform/Base/Descriptor.h"
+#include "Platform/Events/DBus/BusWatchers.h"
 #include "Platform/Events/DBus/DirectLink.h"
+#include "Platform/Events/DBus/KnownTargets.h"
 #include "Platform/Events/DBus/OwnerInquiry.h"
 #include "Platform/Events/DBus/SdBus.h"
 #include "Platform/Events/PendingRequests.h"
@@ -91,31 +93,6 @@ class BusSender {
     Delivery& operator=(const Delivery&) = delete;
     ~Delivery();
   };
-  // The connection of an owner whose executable was found in a directory.
-  struct Approved {
-    std::string directory;
-    std::string address;
-  };
-  // The record of an application that events are sent to.
-  struct Owner {
-    std::string identifier;
-    std::string name;
-    BusSlot watch;  // empty if the connection to the bus does not tell of it
-    bool present = false;
-    std::uint64_t changes = 0;
-    unsigned events = 0;  // over the bus; not counted further than matters
-    std::shared_ptr<DirectLink> link;
-    bool hadLink = false;     // the present owner takes direct connections
-    bool hasNoOffer = false;  // none could be made
-    std::size_t untaken = 0;  // bytes sent over the bus since it was offered another one
-
-    [[nodiscard]] bool isTrusted() const;
-    [[nodiscard]] bool hasOpenLink() const;
-    void approveLink();
-    void forgetBus();
-    Descriptor introduction;           // to the present owner, behind a proxy
-    std::optional<Approved> approved;  // of the present owner
-  };
   // A request that was started.
   struct Started : PendingRequest {
     using PendingRequest::PendingRequest;
@@ -125,14 +102,6 @@ class BusSender {
     direct::Serial serial = 0;
     std::size_t size = 0;  // of the reply's text
   };
-  // A question for the owner of a name, in progress. Lives and ends under the lock.
-  struct OwnerQuery {
-    std::shared_ptr<Owner> owner;
-    Bus bus;  // outlives the slot
-    BusSlot slot;
-    bool done = false;
-  };
-
   BusSender();
 
   RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);
@@ -159,32 +128,28 @@ class BusSender {
   void drain();
   void wakeOthers();
   void wakeReader();
-  OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<Owner>& owner);
-  OSErr send(OwnerQuery& query);
-  OSErr await(Lock& lock, const OwnerQuery& query);
-  OSErr approveOwner(Lock& lock, const std::shared_ptr<Owner>& owner, const std::string& directory,
-                     std::string& address);
-  OSErr watchOwner(const std::string& identifier, std::shared_ptr<Owner>& owner);
+  OSErr findOwner(Lock& lock, const std::string& identifier, std::shared_ptr<KnownTarget>& target);
+  OSErr send(PresenceQuestion& question);
+  OSErr await(Lock& lock, const PresenceQuestion& question);
+  OSErr approveOwner(Lock& lock, const std::shared_ptr<KnownTarget>& target,
+                     const std::string& directory, std::string& address);
+  OSErr watchOwner(const std::string& identifier, std::shared_ptr<KnownTarget>& target);
   [[nodiscard]] bool isWritten() const;
   bool flush(Lock& lock);
-  std::shared_ptr<Owner> ownerOf(const std::string& identifier, const std::string& name);
-  void forgetOwners();
-  bool watch(Owner& owner);
   void introduce(const std::string& identifier, const std::string& address);
   std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
   std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
   void followBus();
-  Clock::time_point endOfEarlierLink(Owner& owner) const;
-  Clock::time_point endOfEarlierLink(const std::string& identifier);
-  void awaitEndOfEarlierLink(Lock& lock, Owner& owner);
-  OSErr leaveLink(Owner& owner, const RPCEvent& event);
-  void offerLink(Owner& owner, const std::string& address);
-  void watchForWatchers();
-  void setWatched(bool isWatched);
+  Clock::time_point endOfEarlierLink(KnownTarget& target) const;
+  void awaitEndOfEarlierLink(Lock& lock, KnownTarget& target);
+  OSErr leaveLink(KnownTarget& target, const RPCEvent& event);
+  void offerLink(KnownTarget& target, const std::string& address);
+  void awaitReader(Lock& lock, Clock::time_point deadline);
+  bool read(Lock& lock, Clock::time_point deadline, sd_bus* bus);
   void readLinks();
+  [[nodiscard]] bool isWorker() const { return std::this_thread::get_id() == worker_; }
   void askLinksWhetherTaken(std::list<Delivery>& deliveries);
   void askOnBus(DirectLink& link);
-  BusMessage newCall(const std::string& name, const RPCEvent& event);
   std::uint64_t* lastPostTo(const std::string& address);
   int askWhetherTaken(sd_bus* bus, Delivery& delivery);
   OSErr settle(const Delivery& delivery);
@@ -196,13 +161,9 @@ class BusSender {
 
   static void onDirectReply(RPCTransport::Answer answer, std::size_t size, void* pending);
   static void onDirectAnswer(RPCTransport::Answer answer, std::size_t size, void* started);
-  static int onWatcher(sd_bus_message* message, void* self, sd_bus_error* error);
-  static int onWatcherChanged(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onReply(sd_bus_message* message, void* pending, sd_bus_error* error);
   static int onAnswer(sd_bus_message* message, void* started, sd_bus_error* error);
   static int onOwnProcess(sd_bus_message* message, void* self, sd_bus_error* error);
-  static int onOwnerAnswer(sd_bus_message* message, void* query, sd_bus_error* error);
-  static int onOwnerChanged(sd_bus_message* message, void* owner, sd_bus_error* error);
 
   std::atomic<pid_t> foreignProcess_{0};  // 0 if unknown
 
@@ -215,16 +176,13 @@ class BusSender {
   Clock::time_point greetingDeadline_;  // when the bus has had its time to greet the connection
   bool wasGreeted_ = false;
   bool isBehindProxy_ = false;
-  bool isWatched_ = true;  // another process watches the bus, or may: all events stay on it
-  bool reading_ = false;   // a thread polls the sockets
-  unsigned waiting_ = 0;   // threads that wait for that thread
+  bool reading_ = false;  // a thread polls the sockets
+  unsigned waiting_ = 0;  // threads that wait for that thread
   Clock::time_point lastOpening_;
   Clock::time_point lastDrain_;
-  std::map<std::string, std::shared_ptr<Owner>> owners_;  // by bundle identifier
-  std::shared_ptr<Owner> latest_;                         // one of them
-  std::vector<std::shared_ptr<DirectLink>> links_;        // those that may have answers to come
-  BusSlot watcherWatch_;
-  BusSlot watcherQuery_;
+  KnownTargets targets_;
+  std::vector<std::shared_ptr<DirectLink>> links_;  // those that may have answers to come
+  BusWatchers watchers_;                            // while there may be any, all stays on the bus
   // The last post to each address of which no flush knows yet that it was taken.
   std::map<std::string, std::uint64_t> posts_;
   std::uint64_t lastPost_ = 0;
@@ -255,7 +213,7 @@ class BusSender::Question {
 
  private:
   BusSender& sender_ = shared();
-  OwnerQuery query_;
+  PresenceQuestion question_;
 };
 
 }  // namespace qbdkr

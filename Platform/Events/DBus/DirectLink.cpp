@@ -6,26 +6,16 @@
 
 #include "Platform/Base/DropExceptions.h"
 #include "Platform/Events/DBus/BusAnswer.h"
+#include "Platform/Events/DBus/BusMessages.h"
 #include "Platform/Record/Record.h"
 
 namespace qbdkr {
 namespace {
 
-using Kind = direct::PacketReader::Packet::Kind;
+using PacketKind = direct::PacketReader::Packet::Kind;
 
 // As often a sender of many events hears from the bus who is gone.
 constexpr std::chrono::microseconds lookInterval(200);
-
-// Makes a call of the interface by which connections are offered. Null on failure.
-BusMessage newCall(sd_bus* bus, const char* name, const char* member) {
-  sd_bus_message* made = nullptr;
-  if (sd_bus_message_new_method_call(bus, &made, name, rpc::objectPath, rpc::directInterface,
-                                     member) < 0) {
-    return nullptr;
-  }
-  BusMessage message(made);
-  return sd_bus_message_set_auto_start(made, 0) < 0 ? nullptr : std::move(message);
-}
 
 // Tells whether an event may fit into a message, without writing it.
 bool mayFit(const RPCEvent& event) {
@@ -55,7 +45,8 @@ std::shared_ptr<DirectLink> DirectLink::offer(std::shared_ptr<sd_bus> bus, const
   const Descriptor memory = ring->takeDescriptor();
   auto link = std::make_shared<DirectLink>(std::move(bus), identifier, std::move(sockets->kept),
                                            *std::move(ring));
-  const BusMessage message = newCall(link->bus_.get(), name.c_str(), rpc::connectMember);
+  const BusMessage message =
+      newMethodCall(link->bus_.get(), name, rpc::directInterface, rpc::connectMember);
   sd_bus_slot* slot = nullptr;
   if (!message ||
       sd_bus_message_append(message.get(), rpc::connectSignature, sockets->given.get(),
@@ -95,7 +86,8 @@ void DirectLink::takeAgreement(sd_bus_message* reply) {
     return;
   }
   peer_ = sender;
-  const BusMessage message = newCall(bus_.get(), sender, rpc::beginMember);
+  const BusMessage message =
+      newMethodCall(bus_.get(), peer_, rpc::directInterface, rpc::beginMember);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0 ||
       sd_bus_send(bus_.get(), message.get(), nullptr) < 0) {
     return;
@@ -170,7 +162,8 @@ void DirectLink::read() {
   bool isGood = false;  // an answer for which memory is missing ends the connection
   dropExceptions([&] {
     const auto packet = packets_.next(socket_.get());
-    isGood = packet.kind == Kind::none || (packet.kind == Kind::bytes && take(packet.bytes));
+    isGood =
+        packet.kind == PacketKind::none || (packet.kind == PacketKind::bytes && take(packet.bytes));
   });
   if (!isGood) close();
 }

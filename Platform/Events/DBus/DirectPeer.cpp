@@ -14,7 +14,7 @@
 namespace qbdkr {
 namespace {
 
-using Kind = direct::RingReader::Message::Kind;
+using MessageKind = direct::RingReader::Message::Kind;
 
 // One answer of any size may wait.
 constexpr std::size_t mostWaiting = mostEventContent;
@@ -126,8 +126,9 @@ std::size_t DirectPeer::readOne() {
   if (!hasBegun_ || hasEnded_) return 0;
   try {
     const auto message = ring_.next();
-    if (message.kind == Kind::none) return 0;
-    auto request = message.kind == Kind::bytes ? direct::readRequest(message.bytes) : std::nullopt;
+    if (message.kind == MessageKind::none) return 0;
+    auto request =
+        message.kind == MessageKind::bytes ? direct::readRequest(message.bytes) : std::nullopt;
     if (request) {
       taker_(*std::move(request));
       return message.bytes.size();

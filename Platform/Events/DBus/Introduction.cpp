@@ -8,6 +8,8 @@
 #include <string_view>
 #include <utility>
 
+#include "Platform/Events/DBus/BusMessages.h"
+
 namespace qbdkr {
 namespace {
 
@@ -44,16 +46,12 @@ Descriptor Introduction::send(sd_bus* bus, const std::string& receiver) {
   Descriptor kept(ends[0]);
   const Descriptor sent(ends[1]);
   const std::string text = textOf(bus, receiver.c_str(), name);
-  sd_bus_message* made = nullptr;
-  if (text.empty() || ::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0 ||
-      sd_bus_message_new_method_call(bus, &made, receiver.c_str(), rpc::objectPath,
-                                     rpc::identityInterface, rpc::introduceMember) < 0) {
-    return {};
-  }
-  const BusMessage message(made);
-  if (sd_bus_message_set_expect_reply(made, 0) < 0 || sd_bus_message_set_auto_start(made, 0) < 0 ||
-      sd_bus_message_append(made, rpc::introduceSignature, sent.get()) < 0 ||
-      sd_bus_send(bus, made, nullptr) < 0) {
+  if (text.empty() || ::send(kept.get(), text.data(), text.size(), MSG_NOSIGNAL) < 0) return {};
+  const BusMessage message =
+      newMethodCall(bus, receiver, rpc::identityInterface, rpc::introduceMember);
+  if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0 ||
+      sd_bus_message_append(message.get(), rpc::introduceSignature, sent.get()) < 0 ||
+      sd_bus_send(bus, message.get(), nullptr) < 0) {
     return {};
   }
   return kept;

@@ -1,0 +1,41 @@
+#include "Platform/Events/DBus/BusMessages.h"
+
+#include <vector>
+
+namespace qbdkr {
+namespace {
+
+int appendText(sd_bus_message* message, const std::string& text) {
+  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
+}
+
+int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
+  int result = sd_bus_message_open_container(message, SD_BUS_TYPE_ARRAY, "s");
+  for (const std::string& text : texts) {
+    if (result >= 0) result = appendText(message, text);
+  }
+  return result < 0 ? result : sd_bus_message_close_container(message);
+}
+
+}  // namespace
+
+BusMessage newMethodCall(sd_bus* bus, const std::string& name, const char* interface,
+                         const char* member) {
+  sd_bus_message* made = nullptr;
+  if (sd_bus_message_new_method_call(bus, &made, name.c_str(), rpc::objectPath, interface, member) <
+      0) {
+    return nullptr;
+  }
+  BusMessage message(made);
+  return sd_bus_message_set_auto_start(made, 0) < 0 ? nullptr : std::move(message);
+}
+
+BusMessage newEventCall(sd_bus* bus, const std::string& name, const RPCEvent& event) {
+  BusMessage message = newMethodCall(bus, name, rpc::interfaceName, rpc::callMember);
+  const bool isComplete = message && appendText(message.get(), event.className.value_or("")) >= 0 &&
+                          appendText(message.get(), event.methodName.value_or("")) >= 0 &&
+                          appendTexts(message.get(), event.arguments) >= 0;
+  return isComplete ? std::move(message) : nullptr;
+}
+
+}  // namespace qbdkr
