@@ -410,6 +410,23 @@ TEST(DirectConnection, WhatIsNoMemoryOfItsKindIsRefused) {
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
 }
 
+// The bus takes the message with it that tells that the connection begins.
+TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
+  Offers scene;
+  EXPECT_GE(sd_bus_call_method(scene.connection.get(), scene.helperID().c_str(), rpc::objectPath,
+                               rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
+                               "Probe", "note:", 1, "bus"),
+            0);
+  auto link = scene.offer();
+  ASSERT_TRUE(link);
+  EXPECT_TRUE(link->send(1, false, {"Probe", "note:", {"direct"}}));
+  EXPECT_TRUE(link->send(2, true, {"Probe", "echo:", {"x"}}));
+  scene.bus().kill();
+  EXPECT_TRUE(link->hasAnswer());
+  EXPECT_FALSE(link->ends({}));
+  EXPECT_EQ(scene.transcript().count("direct"), 1U);
+}
+
 TEST(DirectConnection, GarbageEndsItAndNothingElse) {
   Offers scene;
   scene.connect();

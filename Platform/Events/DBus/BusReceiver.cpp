@@ -195,13 +195,15 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  // Handles the events of known senders all the same.
+  // Handles the events of known senders all the same. Those of a direct connection whose beginning
+  // is lost with the bus come next.
   for (const auto& [name, sender] : std::exchange(senders_, {})) {
     sender->question.reset();
     sender->watch.reset();
     sender->isGone = true;
     if (!sender->isKnown) dropParked(*sender);
-    if (sender->direct && (!sender->isKnown || !sender->direct->hasBegun())) endDirect(sender);
+    const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
+    if (sender->direct && !isRead) endDirect(sender);
   }
   forgotten_.clear();
   forgottenWatch_.reset();
