@@ -67,6 +67,18 @@ TEST(DirectRingTest, MessagesOfAllSizesGoOnAtTheBeginningBehindTheEnd) {
   }
 }
 
+TEST(DirectRingTest, CountsGoOnAtZeroBehindTheLargest) {
+  Ring ring;
+  std::string message(largestMessage, 'x');
+  for (unsigned i = 0; i < 70'000; ++i) {
+    message.replace(0, sizeof i, reinterpret_cast<const char*>(&i), sizeof i);
+    ASSERT_TRUE(ring.writer.write(message)) << i;
+    const auto read = ring.reader.next();
+    ASSERT_EQ(read.kind, Kind::bytes) << i;
+    ASSERT_EQ(read.bytes.substr(0, sizeof i), message.substr(0, sizeof i)) << i;
+  }
+}
+
 TEST(DirectRingTest, MessageWithoutRoomIsNotWrittenAtAll) {
   Ring ring;
   const std::string message(1020, 'x');
