@@ -6,10 +6,12 @@
 #include <poll.h>
 #include <signal.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/un.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <atomic>
 #include <chrono>
@@ -220,6 +222,73 @@ TEST(DirectConnection, WatcherOfANewBusSeesEvents) {
     EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
   } while (seen.wait_for(std::chrono::seconds(0)) != std::future_status::ready);
   seen.get();
+}
+
+// Another thread polls the bus when the sender begins to wait for the end of the earlier
+// connection.
+TEST(DirectConnection, EndOfAnEarlierOneIsSeenWhileAnotherThreadWaits) {
+  Direct scene;
+  scene.connect();
+  scene.bus().kill();
+  scene.bus().start();
+  Peer::outsideBundles(scene).awaitOwner(scene.helperID());
+  const auto silent = scene.identifier("Silent");
+  const auto owner = connectionTo(scene.bus());
+  ASSERT_GE(sd_bus_request_name(owner.get(), silent.c_str(), 0), 0);
+  const auto waiting = scene.host->begin("ask " + silent + " Probe x");
+  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + std::string(100'000, 'x')), "0");
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
+}
+
+// The helper agent comes to a new bus while it still has much of the earlier connection to handle.
+TEST(DirectConnection, EventOnANewBusWaitsForThoseOfTheEarlierOne) {
+  Direct scene;
+  scene.connect();
+  constexpr std::size_t waits = 1000;
+  for (std::size_t i = 0; i < waits; ++i)
+    EXPECT_EQ(scene.host->call("send" + scene.event("wait")), "0");
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: old")), "0");
+  scene.bus().kill();
+  scene.bus().start();
+  const pid_t helper = scene.helperProcess();
+  const auto sendLarge = [&] {
+    return scene.host->call("send" + scene.event("note: ") + std::string(100'000, 'x'), soon);
+  };
+  const auto deadline = Clock::now() + patience;
+  std::string status;
+  while ((status = sendLarge()) == "-600") {
+    ASSERT_LT(Clock::now(), deadline);
+    ::kill(helper, SIGUSR1);
+  }
+  EXPECT_EQ(status, "-1712");
+  while (scene.transcript().count("note: from") == 0) {
+    ASSERT_LT(Clock::now(), deadline);
+    ::kill(helper, SIGUSR1);
+  }
+  while ((status = sendLarge()) == "-1712") ASSERT_LT(Clock::now(), deadline);
+  EXPECT_EQ(status, "0");
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: new")), "0");
+  scene.transcript().waitFor({"note:", "new"});
+  EXPECT_EQ(scene.transcript().count("note:"), 3U);
+  scene.transcript().waitFor({"note:", "old"});
+}
+
+// A request that the thread has started before its post waits for the end of that connection.
+TEST(DirectConnection, StoppedPeerOfAnEarlierBusBlocksNoPost) {
+  Direct scene;
+  scene.connect();
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  scene.bus().kill();
+  scene.bus().start();
+  EXPECT_EQ(scene.host->call("send " + scene.identifier("Nobody") + " Probe note: x"), "-600");
+  const auto begin = Clock::now();
+  const std::string large(100'000, 'x');
+  EXPECT_NE(scene.host->call("start-many 1" + scene.event("echo: ") + large, soon), "");
+  EXPECT_LT(Clock::now() - begin, longestGap) << "it takes a quarter of a second";
+  ::kill(helper, SIGCONT);
 }
 
 TEST(DirectConnection, FlushKnowsThePostsOfOneThatWasReplaced) {
@@ -596,6 +665,26 @@ TEST(DirectConnection, OfferThatIsNotAnsweredIsDroppedWithTheOwner) {
     if (i == 0) before = namesIn(descriptors).size();
   }
   EXPECT_LE(namesIn(descriptors).size(), before + 2);
+}
+
+rlim_t lowestFreeDescriptor(pid_t process) {
+  const auto names = namesIn("/proc/" + std::to_string(process) + "/fd");
+  rlim_t lowest = 0;
+  while (std::ranges::find(names, std::to_string(lowest)) != names.end()) ++lowest;
+  return lowest;
+}
+
+// An offer costs it the connection to the bus, as the kernel keeps the descriptors back.
+TEST(DirectConnection, PeerWithoutFreeDescriptorsIsOfferedOneOnce) {
+  Direct scene;
+  const pid_t helper = scene.helperProcess();
+  const rlimit limit{lowestFreeDescriptor(helper), 4096};
+  ASSERT_EQ(::prlimit(helper, RLIMIT_NOFILE, &limit, nullptr), 0);
+  const auto ask = [&] { return scene.host->call("ask" + scene.event("echo: x"), soon); };
+  const auto deadline = Clock::now() + patience;
+  while (ask() == "0 x") ASSERT_LT(Clock::now(), deadline);
+  while (ask() != "0 x") ASSERT_LT(Clock::now(), deadline);
+  for (int i = 0; i < 20; ++i) EXPECT_EQ(ask(), "0 x") << i;
 }
 
 // Such a sender breaks the order of its own events alone.

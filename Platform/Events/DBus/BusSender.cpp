@@ -468,6 +468,7 @@ bool BusSender::read(Lock& lock, Clock::time_point deadline, sd_bus* bus) {
   events[0] = {-1, 0, 0};
   events[1] = {wake_.get(), POLLIN, 0};
   events[2] = {isWorker() ? stir_.get() : -1, POLLIN, 0};
+  deadline = std::min(deadline, nextEndOfPatience());  // an event that waits for it is sent then
   if (bus != nullptr) {
     events[0] = {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0};
     deadline = std::min(deadline, busDeadline(bus));
@@ -588,11 +589,7 @@ void BusSender::awaitNews(Lock& lock) {
   const bool waitsForGreeting = bus_ && !wasGreeted_;
   if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
   if (inquiry_) deadline = std::min(deadline, inquiry_->deadline());
-  for (const auto& link : links_) {
-    if (!link->awaitsEnd()) continue;
-    const auto end = link->awaitEnd();
-    if (end > Clock::now()) deadline = std::min(deadline, end);
-  }
+  deadline = std::min(deadline, nextEndOfPatience());
   runUntil(lock, deadline, [&] {
     if (isStirred_ || requests_.hasFinished()) return true;
     if (waitsForGreeting) return !bus_ || sd_bus_is_ready(bus_.get()) > 0;
@@ -826,11 +823,25 @@ void BusSender::followBus() {
 
 // Leaves a direct connection of an earlier bus, and returns until when its end is to be awaited: by
 // the name that this process has on the present bus, the peer cannot tell whose events come next.
-BusSender::Clock::time_point BusSender::endOfEarlierLink(KnownTarget& target) const {
+BusSender::Clock::time_point BusSender::endOfEarlierLink(KnownTarget& target) {
   DirectLink* const link = target.link.get();
   if (link == nullptr || (!link->isOpen() && !link->isDraining()) || link->isOfBus(bus_.get()))
     return {};
-  return link->awaitEnd();
+  if (!link->isAwaited()) wakeReader();
+  const auto end = link->awaitEnd();
+  readLinks();  // it may have come since, while no thread polled
+  return link->isClosed() ? Clock::time_point() : end;
+}
+
+// Returns the next time at which the end of a direct connection is not awaited any more.
+BusSender::Clock::time_point BusSender::nextEndOfPatience() const {
+  auto next = forever;
+  for (const auto& link : links_) {
+    if (!link->awaitsEnd()) continue;
+    const auto end = link->awaitEnd();
+    if (end > Clock::now()) next = std::min(next, end);
+  }
+  return next;
 }
 
 void BusSender::awaitEndOfEarlierLink(Lock& lock, KnownTarget& target) {
@@ -858,14 +869,22 @@ OSErr BusSender::leaveLink(KnownTarget& target, const RPCEvent& event) {
 }
 
 // Offers the owner of a name a direct connection, if it does not have one and did not refuse one.
+// The event before it was sent, even if memory runs out here.
 void BusSender::offerLink(KnownTarget& target, const std::string& address) {
+  dropExceptions([&] { makeOffer(target, address); });
+}
+
+void BusSender::makeOffer(KnownTarget& target, const std::string& address) {
   if (!mayConnectDirectly() || target.hasNoOffer) return;
   if (target.link && (target.link->isOffered() || target.link->isRefused())) return;
   if (target.events < eventsBeforeOffer && ++target.events < eventsBeforeOffer) return;
   for (const auto& link : links_) {
     if (link->isOver() && link->hasPosts()) askOnBus(*link);
   }
-  std::erase_if(links_, [](const auto& link) { return link->isOver(); });
+  // The end of one that its owner was sent events on may still be awaited.
+  std::erase_if(links_, [](const auto& link) {
+    return link->isOver() && !(link->isDraining() && link.use_count() > 1);
+  });
   if (links_.size() >= mostLinks) return;
   watchers_.ask(bus_.get());
   // A relay of the connection that is no proxy loses descriptors, and the bus would end the

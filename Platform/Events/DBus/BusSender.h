@@ -140,10 +140,12 @@ class BusSender {
   std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
   std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
   void followBus();
-  Clock::time_point endOfEarlierLink(KnownTarget& target) const;
+  Clock::time_point endOfEarlierLink(KnownTarget& target);
+  [[nodiscard]] Clock::time_point nextEndOfPatience() const;
   void awaitEndOfEarlierLink(Lock& lock, KnownTarget& target);
   OSErr leaveLink(KnownTarget& target, const RPCEvent& event);
   void offerLink(KnownTarget& target, const std::string& address);
+  void makeOffer(KnownTarget& target, const std::string& address);
   void awaitReader(Lock& lock, Clock::time_point deadline);
   bool read(Lock& lock, Clock::time_point deadline, sd_bus* bus);
   void readLinks();

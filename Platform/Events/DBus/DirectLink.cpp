@@ -68,6 +68,8 @@ DirectLink::DirectLink(std::shared_ptr<sd_bus> bus, std::string identifier, Desc
 
 int DirectLink::onAgreement(sd_bus_message* reply, void* self, sd_bus_error*) {
   auto& link = *static_cast<DirectLink*>(self);
+  const char* sender = sd_bus_message_get_sender(reply);
+  link.isAnswered_ = sender != nullptr && *sender == ':';
   link.state_ = State::refused;  // if memory runs out
   dropExceptions([&] { link.takeAgreement(reply); });
   if (link.state_ == State::refused) {

@@ -48,6 +48,8 @@ class DirectLink {
 
   [[nodiscard]] bool isOffered() const { return state_ == State::offered; }
   [[nodiscard]] bool isOpen() const { return state_ == State::open; }
+  // Tells whether the peer itself has answered the offer, and not the bus.
+  [[nodiscard]] bool isAnswered() const { return isAnswered_; }
   // Tells whether the peer did not agree, or cannot.
   [[nodiscard]] bool isRefused() const { return state_ == State::refused; }
   // Tells whether the connection was left, but the peer may still read what was sent on it.
@@ -119,6 +121,7 @@ class DirectLink {
   static int onAgreement(sd_bus_message* reply, void* self, sd_bus_error* error);
 
   State state_ = State::offered;
+  bool isAnswered_ = false;
   std::shared_ptr<sd_bus> bus_;  // outlives the slot
   std::string identifier_;
   BusSlot offer_;

@@ -43,18 +43,23 @@ void KnownTarget::forgetBus() {
 }
 
 int KnownTarget::onOwnerChanged(sd_bus_message* message, void* target, sd_bus_error* /*error*/) {
+  const char* before = nullptr;
   const char* after = nullptr;
-  if (sd_bus_message_read(message, "sss", nullptr, nullptr, &after) > 0) {
+  if (sd_bus_message_read(message, "sss", nullptr, &before, &after) > 0) {
     auto& changed = *static_cast<KnownTarget*>(target);
     changed.present = *after != '\0';
     changed.approved.reset();
     changed.introduction = {};
     ++changed.changes;
     changed.events = 0;
+    // The first offer may have ended the owner: the next one is better off without.
+    if (*before != '\0')
+      changed.hasNoOffer = !changed.hadLink && changed.link && !changed.link->isAnswered();
     changed.hadLink = false;
-    changed.hasNoOffer = false;
     if (changed.link) changed.link->drop();
-    changed.link.reset();
+    // The events on one of an earlier bus come before all others.
+    if (changed.link && changed.link->isOfBus(sd_bus_message_get_bus(message)))
+      changed.link.reset();
   }
   return 0;
 }

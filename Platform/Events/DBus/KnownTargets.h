@@ -44,9 +44,9 @@ struct KnownTarget {
   std::uint64_t changes = 0;
   unsigned events = 0;  // over the bus; not counted further than matters
   std::shared_ptr<DirectLink> link;
-  bool hadLink = false;     // the present owner takes direct connections
-  bool hasNoOffer = false;  // none could be made
-  std::size_t untaken = 0;  // bytes sent over the bus since it was offered another one
+  bool hadLink = false;              // the present owner takes direct connections
+  bool hasNoOffer = false;           // none could be made, or the owner before it left over one
+  std::size_t untaken = 0;           // bytes sent over the bus since it was offered another one
   Descriptor introduction;           // to the present owner, behind a proxy
   std::optional<Approved> approved;  // of the present owner
 
