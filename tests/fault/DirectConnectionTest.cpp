@@ -17,6 +17,7 @@
 #include <chrono>
 #include <cstdint>
 #include <cstdio>
+#include <ctime>
 #include <future>
 #include <memory>
 #include <optional>
@@ -67,6 +68,14 @@ std::string summaryOf(unsigned threads, unsigned count) {
   for (unsigned i = 0; i < threads; ++i)
     text += ", key-" + std::to_string(i) + ' ' + std::to_string(count);
   return "0 " + encoded(text);
+}
+
+std::chrono::nanoseconds processorTimeOf(pid_t process) {
+  clockid_t clock{};
+  timespec time{};
+  EXPECT_EQ(clock_getcpuclockid(process, &clock), 0);
+  EXPECT_EQ(clock_gettime(clock, &time), 0);
+  return std::chrono::seconds(time.tv_sec) + std::chrono::nanoseconds(time.tv_nsec);
 }
 
 TEST(DirectConnection, EventsLeaveTheBus) {
@@ -217,9 +226,9 @@ TEST(DirectConnection, WatcherOfANewBusSeesEvents) {
   const auto watcher = connectionTo(scene.bus());
   ASSERT_GE(sd_bus_request_name(watcher.get(), rpc::watchName, 0), 0);
   BusMonitor monitor(Peer::outsideBundles(scene));
-  auto seen = std::async(std::launch::async, [&] { monitor.waitForCalls("note:", 1); });
+  auto seen = std::async(std::launch::async, [&] { monitor.waitForCalls("echo:", 1); });
   do {
-    EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+    EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x"), soon), "0 x");
   } while (seen.wait_for(std::chrono::seconds(0)) != std::future_status::ready);
   seen.get();
 }
@@ -289,6 +298,26 @@ TEST(DirectConnection, StoppedPeerOfAnEarlierBusBlocksNoPost) {
   EXPECT_NE(scene.host->call("start-many 1" + scene.event("echo: ") + large, soon), "");
   EXPECT_LT(Clock::now() - begin, longestGap) << "it takes a quarter of a second";
   ::kill(helper, SIGCONT);
+}
+
+// The sender looks for a new bus with the post, and nothing else needs that.
+TEST(DirectConnection, RequestThatWaitsOnANewBusTakesNoProcessor) {
+  Direct scene;
+  scene.connect();
+  const auto waiting = scene.host->begin("wait-within 60000" + scene.event("wait"));
+  scene.transcript().waitFor({"Probe wait"});
+  scene.bus().kill();
+  scene.bus().start();
+  const auto wait = [&](const std::string& milliseconds) {
+    return scene.host->call("wait-within " + milliseconds + scene.event("wait"), soon);
+  };
+  EXPECT_EQ(wait("1100").substr(0, 5), "-1712") << "it looked a second before";
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  const auto before = processorTimeOf(scene.host->process().processID());
+  EXPECT_EQ(wait("500").substr(0, 5), "-1712");
+  EXPECT_LT(processorTimeOf(scene.host->process().processID()) - before,
+            std::chrono::milliseconds(250));
+  EXPECT_FALSE(scene.host->hasFinished(waiting));
 }
 
 TEST(DirectConnection, FlushKnowsThePostsOfOneThatWasReplaced) {

@@ -579,21 +579,24 @@ void BusSender::work() {
   }
 }
 
-// Waits until a request is over, or something can be done for one.
+// Waits until a request is over, or something can be done for one. Only one that is not sent yet
+// can do with a greeting or the answer to an inquiry.
 void BusSender::awaitNews(Lock& lock) {
   isStirred_ = false;
-  if (!bus_ && requests_.hasUnsent()) return;  // sends on a new connection
+  const bool hasUnsent = requests_.hasUnsent();
+  if (!bus_ && hasUnsent) return;  // sends on a new connection
   auto deadline = requests_.nextDeadline();
   const bool awaitsLinks = std::ranges::any_of(links_, &DirectLink::isAwaited);
   if ((!bus_ && !awaitsLinks) || !requests_.hasOpen()) return awaitStir(lock, deadline);
-  const bool waitsForGreeting = bus_ && !wasGreeted_;
+  const bool waitsForGreeting = hasUnsent && !wasGreeted_;
+  const bool waitsForOutcome = hasUnsent && inquiry_;
   if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
-  if (inquiry_) deadline = std::min(deadline, inquiry_->deadline());
+  if (waitsForOutcome) deadline = std::min(deadline, inquiry_->deadline());
   deadline = std::min(deadline, nextEndOfPatience());
   runUntil(lock, deadline, [&] {
     if (isStirred_ || requests_.hasFinished()) return true;
     if (waitsForGreeting) return !bus_ || sd_bus_is_ready(bus_.get()) > 0;
-    return inquiry_ && inquiry_->outcome();
+    return waitsForOutcome && inquiry_ && inquiry_->outcome();
   });
 }
 
