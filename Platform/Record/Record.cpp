@@ -113,7 +113,7 @@ class Record {
   }
 
  private:
-  // Zeros at first, which nobody writes: the system gives memory when a step is.
+  // All zero at first: no page of it takes memory until a step is written there.
   static inline constinit std::array<Entry, mostSteps> entries_;
   static_assert(sizeof entries_ == 65'536);
 

@@ -1,5 +1,6 @@
 #include "Platform/Events/DBus/BusMessages.h"
 
+#include <utility>
 #include <vector>
 
 namespace qbdkr {

@@ -102,6 +102,7 @@ class BusSender {
     direct::Serial serial = 0;
     std::size_t size = 0;  // of the reply's text
   };
+
   BusSender();
 
   RPCTransport::Answer call(const RPCTarget& target, const RPCEvent& event, std::size_t& size);

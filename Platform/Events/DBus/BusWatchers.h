@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <utility>
 
 #include "Platform/Events/DBus/SdBus.h"
 

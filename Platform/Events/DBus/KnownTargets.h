@@ -55,8 +55,7 @@ struct KnownTarget {
   static int onOwnerChanged(sd_bus_message* message, void* target, sd_bus_error* error);
 };
 
-// Asks the bus whether the name of a target has an owner. Outlives no connection: destroyed under
-// the lock.
+// Asks the bus whether the name of a target has an owner. Destroyed under the lock, too.
 struct PresenceQuestion {
   // False if the bus cannot be asked.
   [[nodiscard]] bool send(std::shared_ptr<sd_bus> connection);
