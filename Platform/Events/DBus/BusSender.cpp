@@ -830,9 +830,9 @@ BusSender::Clock::time_point BusSender::endOfEarlierLink(KnownTarget& target) {
   DirectLink* const link = target.link.get();
   if (link == nullptr || (!link->isOpen() && !link->isDraining()) || link->isOfBus(bus_.get()))
     return {};
-  if (!link->isAwaited()) wakeReader();
   const auto end = link->awaitEnd();
-  readLinks();  // it may have come since, while no thread polled
+  readLinks();   // it may have come since, while no thread polled
+  wakeReader();  // polls this one from now on, and may have been waiting for what was just read
   return link->isClosed() ? Clock::time_point() : end;
 }
 
