@@ -58,6 +58,20 @@ struct Direct : Scene {
     for (int i = 0; i < 5; ++i) EXPECT_EQ(host->call("ask" + event("echo: x")), "0 x");
   }
 
+  // Sends from a connection of the test. Waits until it was handled, unless it is not to.
+  void noteOnBus(sd_bus* from, const char* text = "bus", bool waits = true) {
+    const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+    const int sent =
+        waits ? sd_bus_call_method(from, helperID().c_str(), rpc::objectPath, rpc::interfaceName,
+                                   rpc::callMember, nullptr, nullptr, "ssas", "Probe", "note:", 1,
+                                   text)
+              : sd_bus_call_method_async(from, nullptr, helperID().c_str(), rpc::objectPath,
+                                         rpc::interfaceName, rpc::callMember, ignore, nullptr,
+                                         "ssas", "Probe", "note:", 1, text);
+    EXPECT_GE(sent, 0);
+    EXPECT_GE(sd_bus_flush(from), 0);
+  }
+
   [[nodiscard]] std::string sequences() { return host->call("ask" + event("sequences")); }
 
   std::unique_ptr<HostProcess> host;
@@ -235,23 +249,6 @@ TEST(DirectConnection, WatcherOfANewBusSeesEvents) {
   seen.get();
 }
 
-// Another thread polls the bus when the sender begins to wait for the end of the earlier
-// connection.
-TEST(DirectConnection, EndOfAnEarlierOneIsSeenWhileAnotherThreadWaits) {
-  Direct scene;
-  scene.connect();
-  scene.bus().kill();
-  scene.bus().start();
-  Peer::outsideBundles(scene).awaitOwner(scene.helperID());
-  const auto silent = scene.identifier("Silent");
-  const auto owner = connectionTo(scene.bus());
-  ASSERT_GE(sd_bus_request_name(owner.get(), silent.c_str(), 0), 0);
-  const auto waiting = scene.host->begin("ask " + silent + " Probe x");
-  EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
-  EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + std::string(100'000, 'x')), "0");
-  EXPECT_FALSE(scene.host->hasFinished(waiting));
-}
-
 // The helper agent comes to a new bus while it still has much of the earlier connection to handle.
 TEST(DirectConnection, EventOnANewBusWaitsForThoseOfTheEarlierOne) {
   Direct scene;
@@ -263,43 +260,32 @@ TEST(DirectConnection, EventOnANewBusWaitsForThoseOfTheEarlierOne) {
   scene.bus().kill();
   scene.bus().start();
   const pid_t helper = scene.helperProcess();
-  const auto sendLarge = [&] {
-    return scene.host->call("send" + scene.event("note: ") + std::string(100'000, 'x'), soon);
-  };
   const auto deadline = Clock::now() + patience;
+  const auto goOnUntil = [&](const auto& isOver) {
+    while (!isOver()) {
+      ASSERT_LT(Clock::now(), deadline);
+      ::kill(helper, SIGUSR1);
+    }
+  };
   std::string status;
-  while ((status = sendLarge()) == "-600") {
-    ASSERT_LT(Clock::now(), deadline);
-    ::kill(helper, SIGUSR1);
-  }
-  EXPECT_EQ(status, "-1712");
-  while (scene.transcript().count("note: from") == 0) {
-    ASSERT_LT(Clock::now(), deadline);
-    ::kill(helper, SIGUSR1);
-  }
-  while ((status = sendLarge()) == "-1712") ASSERT_LT(Clock::now(), deadline);
+  goOnUntil([&] {
+    status = scene.host->call("send" + scene.event("note: ") + std::string(100'000, 'x'), soon);
+    return status != "-600";
+  });
   EXPECT_EQ(status, "0");
-  EXPECT_EQ(scene.host->call("send" + scene.event("note: new")), "0");
-  scene.transcript().waitFor({"note:", "new"});
-  EXPECT_EQ(scene.transcript().count("note:"), 3U);
-  scene.transcript().waitFor({"note:", "old"});
-}
-
-// A request that the thread has started before its post waits for the end of that connection.
-TEST(DirectConnection, StoppedPeerOfAnEarlierBusBlocksNoPost) {
-  Direct scene;
-  scene.connect();
-  const pid_t helper = scene.helperProcess();
-  ::kill(helper, SIGSTOP);
-  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
-  scene.bus().kill();
-  scene.bus().start();
-  EXPECT_EQ(scene.host->call("send " + scene.identifier("Nobody") + " Probe note: x"), "-600");
-  const auto begin = Clock::now();
-  const std::string large(100'000, 'x');
-  EXPECT_NE(scene.host->call("start-many 1" + scene.event("echo: ") + large, soon), "");
-  EXPECT_LT(Clock::now() - begin, longestGap) << "it takes a quarter of a second";
-  ::kill(helper, SIGCONT);
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: new"), soon), "0");
+  const auto other = connectionTo(scene.bus());
+  scene.noteOnBus(other.get(), "other", false);
+  goOnUntil([&] { return scene.transcript().count(" other") > 0; });
+  EXPECT_EQ(scene.transcript().count(" old"), 0U) << "nobody else waits for these";
+  goOnUntil([&] { return scene.transcript().count(" new") > 0; });
+  std::string order;
+  for (const std::string& line : scene.transcript().lines()) {
+    if (line.find("note:") == std::string::npos) continue;
+    const auto text = line.rfind(' ');
+    order += line.size() - text > 10 ? " large" : line.substr(text);
+  }
+  EXPECT_EQ(order, " other old large new");
 }
 
 // The sender looks for a new bus with the post, and nothing else needs that.
@@ -513,10 +499,7 @@ TEST(DirectConnection, WhatIsNoMemoryOfItsKindIsRefused) {
 // The bus takes the message with it that tells that the connection begins.
 TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
   Offers scene;
-  EXPECT_GE(sd_bus_call_method(scene.connection.get(), scene.helperID().c_str(), rpc::objectPath,
-                               rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
-                               "Probe", "note:", 1, "bus"),
-            0);
+  scene.noteOnBus(scene.connection.get());
   auto link = scene.offer();
   ASSERT_TRUE(link);
   EXPECT_TRUE(link->send(1, false, {"Probe", "note:", {"direct"}}));
@@ -525,6 +508,19 @@ TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
   EXPECT_TRUE(link->hasAnswer());
   EXPECT_FALSE(link->ends({}));
   EXPECT_EQ(scene.transcript().count("direct"), 1U);
+}
+
+// The process has another connection to the same bus, as one that lost it for a moment.
+TEST(DirectConnection, EventsOfASenderThatConnectsAnewWaitForThoseBefore) {
+  Offers scene;
+  HandMade link = scene.connected();
+  constexpr unsigned count = 1500;
+  for (unsigned i = 0; i < count; ++i)
+    EXPECT_TRUE(link.send(i + 1, false, {"Probe", "note:", {"direct"}}));
+  ::shutdown(link.socket.get(), SHUT_WR);
+  scene.connection = connectionTo(scene.bus());
+  scene.noteOnBus(scene.connection.get());
+  EXPECT_EQ(scene.transcript().count(" direct"), count);
 }
 
 TEST(DirectConnection, GarbageEndsItAndNothingElse) {
@@ -588,10 +584,7 @@ TEST(DirectConnection, FloodOfPostsHoldsUpNeitherTheBusNorAnotherSender) {
   const auto other = connectionTo(scene.bus());
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x"), soon), "0 x");
-    EXPECT_GE(sd_bus_call_method(other.get(), scene.helperID().c_str(), rpc::objectPath,
-                                 rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
-                                 "Probe", "note:", 1, "bus"),
-              0);
+    scene.noteOnBus(other.get());
   }
   isOver = true;
   flood.join();
@@ -723,10 +716,7 @@ TEST(DirectConnection, SenderThatGoesOnOnTheBusHoldsUpNobody) {
   Offers scene;
   HandMade link = scene.connected();
   for (int i = 0; i < 200; ++i) {
-    EXPECT_GE(sd_bus_call_method(scene.connection.get(), scene.helperID().c_str(), rpc::objectPath,
-                                 rpc::interfaceName, rpc::callMember, nullptr, nullptr, "ssas",
-                                 "Probe", "note:", 1, "bus"),
-              0);
+    scene.noteOnBus(scene.connection.get());
   }
   EXPECT_TRUE(link.send(1, false, {"Probe", "note:", {"direct"}}));
   scene.transcript().waitFor({"note:", "direct"});

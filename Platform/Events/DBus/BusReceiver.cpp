@@ -4,6 +4,7 @@
 #include <time.h>
 
 #include <algorithm>
+#include <ranges>
 #include <utility>
 
 #include <ClientComm/RunLoop.h>
@@ -131,6 +132,9 @@ void BusReceiver::removeHandler() {
   RunLoop::main().perform([this] {
     closeDirect();
     for (const auto& [name, sender] : senders_) dropParked(*sender);
+    for (const auto& sender : departed_) dropParked(*sender);
+    departed_.clear();
+    held_.clear();
     disconnect();
   });
 }
@@ -195,16 +199,8 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  // Handles the events of known senders all the same. Those of a direct connection whose beginning
-  // is lost with the bus come next.
-  for (const auto& [name, sender] : std::exchange(senders_, {})) {
-    sender->question.reset();
-    sender->watch.reset();
-    sender->isGone = true;
-    if (!sender->isKnown) dropParked(*sender);
-    const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
-    if (sender->direct && !isRead) endDirect(sender);
-  }
+  for (const auto& [name, sender] : std::exchange(senders_, {})) departed_.push_back(sender);
+  for (const auto& sender : std::list(departed_)) outliveBus(sender);
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
@@ -224,6 +220,18 @@ void BusReceiver::disconnect() {
   bus_.reset();
   if (claim_.close()) retryDelay_ = std::chrono::microseconds(0);
   if (onHandled_) RunLoop::main().perform(std::exchange(onHandled_, nullptr));
+}
+
+// Handles the events of known senders all the same. Those of a direct connection whose beginning is
+// lost with the bus come next.
+void BusReceiver::outliveBus(const SharedSender& sender) {
+  sender->question.reset();
+  sender->watch.reset();
+  sender->outlivedBus = true;
+  if (!sender->isKnown) dropParked(*sender);
+  const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
+  if (sender->direct && !isRead) endDirect(sender);
+  if (sender->isSettled() || !sender->isKnown) departed_.remove(sender);
 }
 
 // Closes both connections, as neither is of use without the other. Does so later: no connection can
@@ -330,7 +338,7 @@ void BusReceiver::receiveQuestion(sd_bus_message* message) {
 }
 
 // Takes a direct connection. The events that come on it count as those of this sender, whom the bus
-// has told.
+// has told: so it begins when the sender is known.
 void BusReceiver::receiveOffer(sd_bus_message* message) {
   const char* name = sd_bus_message_get_sender(message);
   int socket = -1;
@@ -349,7 +357,7 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
   const bool hasRoom = sender && !sender->direct && directSenders_.size() < mostDirectSenders;
   auto ring = hasRoom ? direct::RingReader::map(memory) : std::nullopt;
   if (!kept || !ring) return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "no direct connection");
-  const Descriptor progress = ring->takeDescriptor();
+  Descriptor progress = ring->takeDescriptor();
   const std::weak_ptr<Sender> weak = sender;
   sender->direct = std::make_shared<DirectPeer>(
       std::move(kept), *std::move(ring),
@@ -360,9 +368,20 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
         if (const auto from = weak.lock()) endDirect(from);
       });
   directSenders_.insert(sender);
-  if (sd_bus_reply_method_return(message, rpc::agreementSignature, progress.get()) >= 0) return;
+  sender->offer.reset(sd_bus_message_ref(message));
+  sender->progress = std::move(progress);
+  if (sender->isKnown) agree(sender);
+}
+
+void BusReceiver::agree(const SharedSender& sender) {
+  const BusMessage offer = std::move(sender->offer);
+  const Descriptor progress = std::move(sender->progress);
+  if (!offer ||
+      sd_bus_reply_method_return(offer.get(), rpc::agreementSignature, progress.get()) >= 0) {
+    return;
+  }
   endDirect(sender);
-  refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
+  refuse(offer.get(), SD_BUS_ERROR_FAILED, "no direct connection");
 }
 
 // The sender's events go to the direct connection from here on.
@@ -388,9 +407,11 @@ void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& reque
 void BusReceiver::endDirect(const SharedSender& sender) {
   const auto ended = std::exchange(sender->direct, nullptr);
   directSenders_.erase(sender);
+  sender->offer.reset();
+  sender->progress = {};
   lastPresence_ = Clock::now();
   if (lostSince_) lostSince_ = lastPresence_;
-  forgetIfGone(sender);
+  forgetDeparted(sender);
   if (!bus_ && directSenders_.empty() && onLost_) RunLoop::main().perform(onLost_);
 }
 
@@ -420,18 +441,21 @@ void BusReceiver::receiveIntroduction(sd_bus_message* message) {
     meet(name, std::move(introduction));
     return;
   }
-  if (sender->bundleID || sender->isIntroduced) return;
+  if (sender->peer.bundleID || sender->isIntroduced) return;
   sender->isKnown = false;
   sender->isIntroduced = true;
-  sender->question = inquire(name, std::move(introduction));
-  if (!sender->question) settle(name, std::nullopt);
+  inquire(sender, name, std::move(introduction));
+  if (!sender->question) settle(sender, {});
 }
 
 // Counts the senders whose introductions are looked into: each holds a descriptor.
 std::size_t BusReceiver::newcomers() const {
-  return static_cast<std::size_t>(std::ranges::count_if(senders_, [](const auto& entry) {
-    return entry.second->isIntroduced && entry.second->question != nullptr;
-  }));
+  const auto isNewcomer = [](const SharedSender& sender) {
+    return sender->isIntroduced && sender->question != nullptr;
+  };
+  const auto count = std::ranges::count_if(std::views::values(senders_), isNewcomer) +
+                     std::ranges::count_if(departed_, isNewcomer);
+  return static_cast<std::size_t>(count);
 }
 
 void BusReceiver::take(Received&& received) {
@@ -459,19 +483,21 @@ BusReceiver::SharedSender BusReceiver::meet(const char* name,
   if (senders_.size() >= mostSenders) forgetSenders();
   auto sender = std::make_shared<Sender>();
   sender->isIntroduced = introduction.has_value();
-  sender->question = inquire(name, std::move(introduction));
+  inquire(sender, name, std::move(introduction));
   if (!sender->question) return nullptr;
   sender->watch = watch(bus::ownerMatch(name), onSenderGone);
   senders_.emplace(name, sender);
   return sender;
 }
 
-std::unique_ptr<PeerInquiry::Question> BusReceiver::inquire(
-    const char* name, std::optional<Introduction> introduction) {
-  return inquiry_.ask(name, std::move(introduction),
-                      [this, peer = std::string(name)](std::optional<std::string> bundleID) {
-                        settle(peer, std::move(bundleID));
-                      });
+// The sender has no question if the bus cannot be asked.
+void BusReceiver::inquire(const SharedSender& sender, const char* name,
+                          std::optional<Introduction> introduction) {
+  const std::weak_ptr<Sender> weak = sender;
+  sender->question =
+      inquiry_.ask(name, std::move(introduction), [this, weak](PeerInquiry::Peer peer) {
+        if (const auto asked = weak.lock()) settle(asked, std::move(peer));
+      });
 }
 
 // Watches names on the connection that receives: the news of an owner's end comes after the last
@@ -483,11 +509,10 @@ BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onC
   return BusSlot(slot);
 }
 
-// While the sender's queue holds events and the sender is known, a task waits to handle the first.
+// While the sender's queue holds events and the sender is known, a task waits to handle the first,
+// or the sender is held.
 void BusReceiver::park(const SharedSender& sender, Received&& received) {
-  if (sender->isKnown && sender->parked.empty()) {
-    RunLoop::main().perform([this, sender] { handleParked(sender); });
-  }
+  if (sender->isKnown && sender->parked.empty()) handleParkedLater(sender);
   const bool takesRoom = received.takesRoom;
   const std::size_t size = received.size;
   sender->parked.push_back(std::move(received));
@@ -506,12 +531,15 @@ BusReceiver::Received BusReceiver::unpark(Sender& sender) {
   return received;
 }
 
-void BusReceiver::settle(std::string_view name, std::optional<std::string> bundleID) {
-  const auto sender = find(name);
-  if (!sender) return;
-  RunLoop::main().perform([this, sender] { handleParked(sender); });
-  sender->bundleID = std::move(bundleID);
+void BusReceiver::settle(const SharedSender& sender, PeerInquiry::Peer peer) {
+  handleParkedLater(sender);
+  sender->peer = std::move(peer);
   sender->isKnown = true;
+  agree(sender);
+}
+
+void BusReceiver::handleParkedLater(const SharedSender& sender) {
+  RunLoop::main().perform([this, sender] { handleParked(sender); });
 }
 
 // Handles the first event of those parked for a sender; the loop's other work gets its turn before
@@ -520,18 +548,37 @@ void BusReceiver::settle(std::string_view name, std::optional<std::string> bundl
 void BusReceiver::handleParked(const SharedSender& sender) {
   if (!sender->isKnown) return;
   sender->question.reset();
-  if (sender->parked.empty()) return forgetIfGone(sender);  // it only introduced itself
-  if (sender->parked.size() > 1) RunLoop::main().perform([this, sender] { handleParked(sender); });
+  if (sender->parked.empty()) return forgetDeparted(sender);  // it only introduced itself
+  if (awaitsEarlier(sender)) return held_.push_back(sender);
+  if (sender->parked.size() > 1) handleParkedLater(sender);
   const Received received = unpark(*sender);
-  const auto bundleID = sender->bundleID;
-  forgetIfGone(sender);
+  const auto bundleID = sender->peer.bundleID;
+  forgetDeparted(sender);
+  if (sender->parked.empty()) {
+    for (const auto& held : std::exchange(held_, {})) handleParkedLater(held);
+  }
   resume();
   handle(received, bundleID);
 }
 
-void BusReceiver::forgetIfGone(const SharedSender& sender) {
-  if (!sender->isGone || !sender->isSettled()) return;
-  std::erase_if(senders_, [&](const auto& entry) { return entry.second == sender; });
+// Tells whether events come first that the same process has sent as a sender that has left. One
+// that goes on on the bus has shut down its direct connection before. A process that the bus did
+// not tell of may be any of those that a bus has left behind.
+bool BusReceiver::awaitsEarlier(const SharedSender& sender) {
+  for (auto next = departed_.begin(); next != departed_.end();) {
+    const SharedSender earlier = *next++;
+    if (earlier == sender) return false;
+    const bool mayBeSame =
+        sender->peer.process ? earlier->peer.process == sender->peer.process : earlier->outlivedBus;
+    if (!mayBeSame) continue;
+    if (earlier->direct) earlier->direct->readToEnd();
+    if (!earlier->direct && !earlier->parked.empty()) return true;
+  }
+  return false;
+}
+
+void BusReceiver::forgetDeparted(const SharedSender& sender) {
+  if (sender->isSettled()) departed_.remove(sender);
 }
 
 void BusReceiver::dropParked(Sender& sender) {
@@ -562,11 +609,11 @@ int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*
   if (found == senders.end()) return 0;
   receiver.lastPresence_ = Clock::now();
   const SharedSender sender = found->second;
-  sender->isGone = true;
   dropExceptions([&] {
     if (sender->direct && !sender->direct->hasBegun()) receiver.endDirect(sender);
-    receiver.forgetIfGone(sender);
+    if (sender->direct || !sender->parked.empty()) receiver.departed_.push_back(sender);
   });
+  senders.erase(found);
   return 0;
 }
 
@@ -607,8 +654,8 @@ RPCTransport::Standing BusReceiver::standing() {
   if (!onLost_) return {};
   if (retry_) connect();
   RPCTransport::Standing standing;
-  if (senders_.empty() && directSenders_.empty() && forgotten_.empty() && !isCrowded_)
-    standing.idleSince = lastPresence_;
+  const bool hasSenders = !senders_.empty() || !departed_.empty() || !directSenders_.empty();
+  if (!hasSenders && forgotten_.empty() && !isCrowded_) standing.idleSince = lastPresence_;
   // A peer that has a direct connection is there, whatever became of the bus.
   if (!bus_ && directSenders_.empty()) standing.lostSince = lostSince_;
   return standing;

@@ -5,13 +5,16 @@
 #include <cstdint>
 #include <deque>
 #include <functional>
+#include <list>
 #include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
 #include <string_view>
+#include <vector>
 
+#include "Platform/Base/Descriptor.h"
 #include "Platform/Events/DBus/DiagnosisService.h"
 #include "Platform/Events/DBus/DirectPeer.h"
 #include "Platform/Events/DBus/MemoryRelief.h"
@@ -51,6 +54,9 @@ class ParkingSpace {
 // the one row with those from the bus, in the order in which they are read. Only a few of them do,
 // the others wait in the ring of that connection: so no such sender holds up another one, or the
 // bus. Direct connections, and the events of known senders, outlive the connection to the bus.
+//
+// A process that connects to the bus anew is another sender there. Its events wait until those that
+// it sent before, as the sender that has left, are handled.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -95,14 +101,16 @@ class BusReceiver {
   // is handled: a process that reports and exits is gone before that. If too many senders are
   // known, those without parked events are forgotten earlier.
   struct Sender {
-    std::optional<std::string> bundleID;  // absent if it is not an application
-    bool isKnown = false;                 // false during the inquiry
+    PeerInquiry::Peer peer;
+    bool isKnown = false;  // false during the inquiry
     std::unique_ptr<PeerInquiry::Question> question;
     std::deque<Received> parked;
     BusSlot watch;
-    bool isGone = false;
+    bool outlivedBus = false;   // it has left because the connection to the bus ended
     bool isIntroduced = false;  // which it is once: it is not forgotten as long as there is room
     std::shared_ptr<DirectPeer> direct;
+    BusMessage offer;  // of that connection, which is not agreed to before the sender is known
+    Descriptor progress;
 
     [[nodiscard]] bool isSettled() const { return isKnown && parked.empty() && !direct; }
   };
@@ -112,6 +120,7 @@ class BusReceiver {
 
   void connect();
   void disconnect();
+  void outliveBus(const SharedSender& sender);
   void reconnectLater();
   void tryAgainLater();
   bool attach();
@@ -128,16 +137,19 @@ class BusReceiver {
   [[nodiscard]] std::size_t newcomers() const;
   SharedSender find(std::string_view name) const;
   SharedSender meet(const char* name, std::optional<Introduction> introduction = {});
-  std::unique_ptr<PeerInquiry::Question> inquire(const char* name,
-                                                 std::optional<Introduction> introduction);
+  void inquire(const SharedSender& sender, const char* name,
+               std::optional<Introduction> introduction);
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
   void park(const SharedSender& sender, Received&& received);
   Received unpark(Sender& sender);
-  void settle(std::string_view name, std::optional<std::string> bundleID);
+  void settle(const SharedSender& sender, PeerInquiry::Peer peer);
+  void agree(const SharedSender& sender);
+  void handleParkedLater(const SharedSender& sender);
   void handleParked(const SharedSender& sender);
+  bool awaitsEarlier(const SharedSender& sender);
   void handle(const Received& received, const std::optional<std::string>& sender);
   void dropParked(Sender& sender);
-  void forgetIfGone(const SharedSender& sender);
+  void forgetDeparted(const SharedSender& sender);
   void endDirect(const SharedSender& sender);
   void closeDirect();
   void readAllDirect();
@@ -172,9 +184,11 @@ class BusReceiver {
   BusSlot direct_;
   bool isBehindProxy_ = false;
   PeerInquiry inquiry_;
-  std::map<std::string, SharedSender, std::less<>> senders_;  // by unique name
-  std::set<SharedSender> directSenders_;                      // those with a direct connection
-  std::size_t parked_ = 0;                                    // all events that wait
+  std::map<std::string, SharedSender, std::less<>> senders_;  // on the bus, by unique name
+  std::list<SharedSender> departed_;      // that have left it, and their events are to be handled
+  std::vector<SharedSender> held_;        // that wait for such a one
+  std::set<SharedSender> directSenders_;  // those with a direct connection
+  std::size_t parked_ = 0;                // all events that wait
   ParkingSpace parking_;
   bool isPaused_ = false;
   MemoryRelief relief_;

@@ -98,7 +98,6 @@ OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& 
   const Bus bus = bus_;  // an address is worth nothing on another one
   introduce(identifier, address);
   if (const auto link = linkTo(target); link && link->post(event)) return noErr;
-  awaitEndOfEarlierLink(lock, *known);
   if (!bus || bus_ != bus) return connectionInvalid;
   if (const OSErr status = leaveLink(*known, event); status != noErr) return status;
   const BusMessage message = newEventCall(bus_.get(), address, event);
@@ -145,9 +144,8 @@ RPCTransport::Answer BusSender::call(const RPCTarget& target, const RPCEvent& ev
   const Bus bus = bus_;  // an address is worth nothing on another one; outlives the slot below
   introduce(identifier, address);
   if (askDirectly(target, event, pending)) return awaitDirect(lock, pending, size);
-  const auto known = targets_.findOrAdd(identifier, *name);
-  awaitEndOfEarlierLink(lock, *known);
   if (!bus || bus_ != bus) return {connectionInvalid, {}};
+  const auto known = targets_.findOrAdd(identifier, *name);
   if (const OSErr status = leaveLink(*known, event); status != noErr) return {status, {}};
   const BusMessage message = newEventCall(bus_.get(), address, event);
   if (!message) return {paramErr, {}};
@@ -468,7 +466,6 @@ bool BusSender::read(Lock& lock, Clock::time_point deadline, sd_bus* bus) {
   events[0] = {-1, 0, 0};
   events[1] = {wake_.get(), POLLIN, 0};
   events[2] = {isWorker() ? stir_.get() : -1, POLLIN, 0};
-  deadline = std::min(deadline, nextEndOfPatience());  // an event that waits for it is sent then
   if (bus != nullptr) {
     events[0] = {sd_bus_get_fd(bus), static_cast<short>(sd_bus_get_events(bus)), 0};
     deadline = std::min(deadline, busDeadline(bus));
@@ -498,11 +495,8 @@ bool BusSender::read(Lock& lock, Clock::time_point deadline, sd_bus* bus) {
 
 // Takes what came in on the direct connections. Each has one packet at a time.
 void BusSender::readLinks() {
-  const bool isWorkerThere = worker_ != std::thread::id();
   for (const auto& link : links_) {
-    if (!link->isAwaited()) continue;
-    link->read();
-    if (link->isClosed() && isWorkerThere) stir();  // a request may have waited for the end
+    if (link->isAwaited()) link->read();
   }
   wakeWaiting();
 }
@@ -592,7 +586,6 @@ void BusSender::awaitNews(Lock& lock) {
   const bool waitsForOutcome = hasUnsent && inquiry_;
   if (waitsForGreeting) deadline = std::min(deadline, greetingDeadline_);
   if (waitsForOutcome) deadline = std::min(deadline, inquiry_->deadline());
-  deadline = std::min(deadline, nextEndOfPatience());
   runUntil(lock, deadline, [&] {
     if (isStirred_ || requests_.hasFinished()) return true;
     if (waitsForGreeting) return !bus_ || sd_bus_is_ready(bus_.get()) > 0;
@@ -654,11 +647,7 @@ void BusSender::sendStarted() {
         continue;
       }
       if (sendDirectly(request)) continue;
-      const auto& known = targets_.find(request.target().bundleID);
-      if (known && endOfEarlierLink(*known) > Clock::now()) return;
-      if (requests_.beginSending(request)) {
-        sendStarted(request, address);
-      }
+      if (requests_.beginSending(request)) sendStarted(request, address);
     } catch (const std::exception&) {  // no memory
       first->finish({paramErr, {}});
     }
@@ -824,45 +813,12 @@ void BusSender::followBus() {
   if (bus_) static_cast<void>(isGreeted());
 }
 
-// Leaves a direct connection of an earlier bus, and returns until when its end is to be awaited: by
-// the name that this process has on the present bus, the peer cannot tell whose events come next.
-BusSender::Clock::time_point BusSender::endOfEarlierLink(KnownTarget& target) {
-  DirectLink* const link = target.link.get();
-  if (link == nullptr || (!link->isOpen() && !link->isDraining()) || link->isOfBus(bus_.get()))
-    return {};
-  const auto end = link->awaitEnd();
-  readLinks();   // it may have come since, while no thread polled
-  wakeReader();  // polls this one from now on, and may have been waiting for what was just read
-  return link->isClosed() ? Clock::time_point() : end;
-}
-
-// Returns the next time at which the end of a direct connection is not awaited any more.
-BusSender::Clock::time_point BusSender::nextEndOfPatience() const {
-  auto next = forever;
-  for (const auto& link : links_) {
-    if (!link->awaitsEnd()) continue;
-    const auto end = link->awaitEnd();
-    if (end > Clock::now()) next = std::min(next, end);
-  }
-  return next;
-}
-
-void BusSender::awaitEndOfEarlierLink(Lock& lock, KnownTarget& target) {
-  const auto deadline = endOfEarlierLink(target);
-  const auto link = target.link;
-  while (link && link->awaitsEnd() && Clock::now() < deadline)
-    runUntil(lock, deadline, [&] { return !link->awaitsEnd(); });
-}
-
 // Sees to it that an event can go over the bus: no order is lost, and no peer that takes nothing is
 // sent more and more.
 OSErr BusSender::leaveLink(KnownTarget& target, const RPCEvent& event) {
   if (!target.link) return noErr;
   target.link->leave();
-  if (target.link->isDraining()) {
-    target.hadLink = true;
-    if (!target.link->isOfBus(bus_.get())) return errAETimeout;
-  }
+  if (target.link->isDraining()) target.hadLink = true;
   // One that never took a connection may be one that answers no such offer.
   if (!target.link->isOffered() || !target.hadLink) return noErr;
   const std::size_t size = sizeOf(event);
@@ -884,10 +840,7 @@ void BusSender::makeOffer(KnownTarget& target, const std::string& address) {
   for (const auto& link : links_) {
     if (link->isOver() && link->hasPosts()) askOnBus(*link);
   }
-  // The end of one that its owner was sent events on may still be awaited.
-  std::erase_if(links_, [](const auto& link) {
-    return link->isOver() && !(link->isDraining() && link.use_count() > 1);
-  });
+  std::erase_if(links_, [](const auto& link) { return link->isOver(); });
   if (links_.size() >= mostLinks) return;
   watchers_.ask(bus_.get());
   // A relay of the connection that is no proxy loses descriptors, and the bus would end the

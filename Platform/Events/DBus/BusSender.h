@@ -141,9 +141,6 @@ class BusSender {
   std::shared_ptr<DirectLink> openLinkTo(const RPCTarget& target);
   std::shared_ptr<DirectLink> linkTo(const RPCTarget& target);
   void followBus();
-  Clock::time_point endOfEarlierLink(KnownTarget& target);
-  [[nodiscard]] Clock::time_point nextEndOfPatience() const;
-  void awaitEndOfEarlierLink(Lock& lock, KnownTarget& target);
   OSErr leaveLink(KnownTarget& target, const RPCEvent& event);
   void offerLink(KnownTarget& target, const std::string& address);
   void makeOffer(KnownTarget& target, const std::string& address);

@@ -207,13 +207,6 @@ void DirectLink::leave() {
   record(StepKind::directConnectionLeft, identifier_);
 }
 
-DirectLink::Clock::time_point DirectLink::awaitEnd() {
-  constexpr std::chrono::milliseconds patience(250);
-  leave();
-  if (!endDeadline_) endDeadline_ = Clock::now() + patience;
-  return *endDeadline_;
-}
-
 void DirectLink::drop() {
   if (isOffered()) return close();
   leave();

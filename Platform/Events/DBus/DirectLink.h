@@ -24,7 +24,8 @@ namespace qbdkr {
 // - from the bus: when the owner has agreed, a last message on the bus tells that the connection
 //   begins. The owner does not read it before that message.
 // - to the bus: the sender closes its half of the connection before it sends on the bus. The owner
-//   reads the ring to its end before it takes an event from the bus.
+//   reads the ring to its end before it takes an event of the same process from the bus, the same
+//   one or the next.
 // So events go over the bus while the owner has not agreed, when the ring has no room (the peer is
 // stopped or busy), and if they are large. The owner reads all of it even if the sender ends.
 //
@@ -62,9 +63,7 @@ class DirectLink {
   // Tells whether the connection has ended at both ends, as it does with the peer's process.
   [[nodiscard]] bool isClosed() const { return state_ == State::closed; }
   // Tells whether answers are to come, for which read() is called when the socket is readable.
-  [[nodiscard]] bool isAwaited() const { return !awaited_.empty() || awaitsEnd(); }
-  // Tells whether the end of a connection that was left is waited for.
-  [[nodiscard]] bool awaitsEnd() const { return isDraining() && endDeadline_; }
+  [[nodiscard]] bool isAwaited() const { return !awaited_.empty(); }
   [[nodiscard]] int descriptor() const { return socket_.get(); }
 
   // Returns the unique name of the peer on its bus.
@@ -91,9 +90,6 @@ class DirectLink {
   [[nodiscard]] bool hasPosts() const { return lastPost_ != lastTaken_; }
   [[nodiscard]] direct::Serial lastPost() const { return lastPost_; }
   void notePostsTaken(direct::Serial last) { lastTaken_ = last; }
-
-  // Leaves the connection, and waits for its end: see isAwaited(). Returns the time until then.
-  Clock::time_point awaitEnd();
 
   // Takes a packet that came in.
   void read();
@@ -130,7 +126,6 @@ class DirectLink {
   Clock::time_point lastLook_;              // at the socket, for the end of the peer
   std::string peer_;
   std::optional<std::string> approved_;
-  std::optional<Clock::time_point> endDeadline_;
   direct::Serial serial_ = 0;
   direct::Serial lastPost_ = 0;
   direct::Serial lastTaken_ = 0;

@@ -57,9 +57,7 @@ int KnownTarget::onOwnerChanged(sd_bus_message* message, void* target, sd_bus_er
       changed.hasNoOffer = !changed.hadLink && changed.link && !changed.link->isAnswered();
     changed.hadLink = false;
     if (changed.link) changed.link->drop();
-    // The events on one of an earlier bus come before all others.
-    if (changed.link && changed.link->isOfBus(sd_bus_message_get_bus(message)))
-      changed.link.reset();
+    changed.link.reset();
   }
   return 0;
 }

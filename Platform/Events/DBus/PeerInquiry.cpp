@@ -117,38 +117,39 @@ int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_err
   try {
     question.take(reply);
   } catch (...) {  // out of memory; the peer's events must not wait for ever
-    question.bundleID_.reset();
+    question.found_.bundleID.reset();
     dropExceptions([&] { question.end(); });
   }
   return 0;
 }
 
 void PeerInquiry::Question::take(sd_bus_message* reply) {
+  auto& [process, bundleID] = found_;
   // A proxy may hide the peer from this connection.
   if (introduction_ && inquiry_.isBehindProxy()) {
-    bundleID_ = applicationOf(introduction_->process());
-    if (!introduction_->stands()) bundleID_.reset();
+    process = introduction_->process();
+    bundleID = applicationOf(*process);
+    if (!introduction_->stands()) found_ = {};
     return end();
   }
-  std::uint32_t processID = 0;
+  std::uint32_t number = 0;
   const bool isThere = sd_bus_message_is_method_error(reply, nullptr) == 0 &&
-                       sd_bus_message_read(reply, "u", &processID) > 0;
-  if (bundleID_) {  // the second answer
-    if (!isThere) bundleID_.reset();
+                       sd_bus_message_read(reply, "u", &number) > 0;
+  if (bundleID) {  // the second answer
+    if (!isThere) bundleID.reset();
     return end();
   }
-  if (!isThere) return end();
-  const auto process = static_cast<pid_t>(processID);
-  if (inquiry_.isHidden(process)) return end();
-  bundleID_ = applicationOf(process);
-  if (!bundleID_) return end();
+  if (!isThere || inquiry_.isHidden(static_cast<pid_t>(number))) return end();
+  process = static_cast<pid_t>(number);
+  bundleID = applicationOf(*process);
+  if (!bundleID) return end();
   // Asks once more, to see that the peer is still there: if its process executes another program,
   // its connection is closed.
   if (ask(sd_bus_message_get_bus(reply))) return;
-  bundleID_.reset();
+  bundleID.reset();
   end();
 }
 
-void PeerInquiry::Question::end() { answer_(bundleID_); }
+void PeerInquiry::Question::end() { answer_(found_); }
 
 }  // namespace qbdkr

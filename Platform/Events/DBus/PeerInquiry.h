@@ -12,14 +12,16 @@
 
 namespace qbdkr {
 
-// Asks the bus for the application of a peer, without waiting, on a connection of its own. On the
-// connection that receives, the answer would come after the whole backlog, which the bus library
-// would read into memory. Belongs to the main run loop.
+// Asks the bus for the process of a peer and its application, without waiting, on a connection of
+// its own. On the connection that receives, the answer would come after the whole backlog, which
+// the bus library would read into memory. Belongs to the main run loop.
 class PeerInquiry {
  public:
-  // Receives the bundle identifier of the peer's application; absent if the peer is not an
-  // application.
-  using Answer = std::function<void(std::optional<std::string> bundleID)>;
+  struct Peer {
+    std::optional<pid_t> process;         // absent if the bus does not tell, or is not believed
+    std::optional<std::string> bundleID;  // absent if the peer is not an application
+  };
+  using Answer = std::function<void(Peer peer)>;
 
   // An inquiry in progress. No answer comes after its destruction.
   class Question {
@@ -40,7 +42,7 @@ class PeerInquiry {
     const std::string peer_;
     const std::optional<Introduction> introduction_;
     const Answer answer_;
-    std::optional<std::string> bundleID_;
+    Peer found_;
     BusSlot slot_;
   };
 
