@@ -120,6 +120,8 @@ class Desk:
                     block = os.urandom(1 << 20)
                     for _ in range(size >> 20):
                         data.write(block)
+                    data.flush()
+                    os.fsync(data.fileno())  # or its flush goes on beside a measurement
             return host / "Contents/Linux/Host"
 
         return self.once(f"host {size}", make)

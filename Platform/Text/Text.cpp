@@ -80,12 +80,16 @@ std::u32string charactersOf(std::u16string_view text) {
 // Counts the bytes at the front that are ASCII, which nearly all texts are throughout. Runs for
 // every text of every event, so it takes eight bytes at a time.
 std::size_t asciiPrefix(std::string_view text) {
-  constexpr std::uint64_t highBits = 0x8080808080808080U;
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  const auto isAsciiAt = [text](std::size_t place) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data() + place, step);
+    return (word & 0x8080808080808080U) == 0;
+  };
   std::size_t length = 0;
-  for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
-    std::memcpy(&word, text.data() + length, sizeof word);
-    if ((word & highBits) != 0) break;
-  }
+  while (text.size() - length >= step && isAsciiAt(length)) length += step;
+  const bool isLast = text.size() >= step && text.size() - length < step;
+  if (isLast && isAsciiAt(text.size() - step)) return text.size();  // some bytes once more
   while (length < text.size() && static_cast<signed char>(text[length]) >= 0) ++length;
   return length;
 }

@@ -1,13 +1,25 @@
 #include "Platform/Events/DBus/BusMessages.h"
 
+#include <algorithm>
+#include <optional>
+#include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 namespace qbdkr {
 namespace {
 
-int appendText(sd_bus_message* message, const std::string& text) {
-  return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
+// The bus library would count the text, and check what the sender has checked.
+int appendText(sd_bus_message* message, std::string_view text) {
+  char* space = nullptr;
+  const int result = sd_bus_message_append_string_space(message, text.size(), &space);
+  if (result >= 0) std::copy(text.begin(), text.end(), space);
+  return result;
+}
+
+std::string_view textOf(const std::optional<std::string>& name) {
+  return name ? std::string_view(*name) : std::string_view();
 }
 
 int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
@@ -33,8 +45,8 @@ BusMessage newMethodCall(sd_bus* bus, const std::string& name, const char* inter
 
 BusMessage newEventCall(sd_bus* bus, const std::string& name, const RPCEvent& event) {
   BusMessage message = newMethodCall(bus, name, rpc::interfaceName, rpc::callMember);
-  const bool isComplete = message && appendText(message.get(), event.className.value_or("")) >= 0 &&
-                          appendText(message.get(), event.methodName.value_or("")) >= 0 &&
+  const bool isComplete = message && appendText(message.get(), textOf(event.className)) >= 0 &&
+                          appendText(message.get(), textOf(event.methodName)) >= 0 &&
                           appendTexts(message.get(), event.arguments) >= 0;
   return isComplete ? std::move(message) : nullptr;
 }

@@ -90,15 +90,16 @@ OSErr BusSender::postOnBus(Lock& lock, const RPCTarget& target, const RPCEvent& 
   if (!known || !known->isTrusted()) {
     if (const OSErr status = findOwner(lock, identifier, known); status != noErr) return status;
   }
-  std::string address = known->name;
+  std::string approved;
   if (target.directory) {
-    const OSErr status = approveOwner(lock, known, *target.directory, address);
+    const OSErr status = approveOwner(lock, known, *target.directory, approved);
     if (status != noErr) return status;
   }
-  const Bus bus = bus_;  // an address is worth nothing on another one
+  const std::string& address = target.directory ? approved : known->name;
+  const std::uint64_t generation = generation_;  // an address is worth nothing on another bus
   introduce(identifier, address);
   if (const auto link = linkTo(target); link && link->post(event)) return noErr;
-  if (!bus || bus_ != bus) return connectionInvalid;
+  if (!bus_ || generation_ != generation) return connectionInvalid;
   if (const OSErr status = leaveLink(*known, event); status != noErr) return status;
   const BusMessage message = newEventCall(bus_.get(), address, event);
   if (!message || sd_bus_message_set_expect_reply(message.get(), 0) < 0) return paramErr;
