@@ -4,7 +4,6 @@
 #include <time.h>
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 #include <ClientComm/RunLoop.h>
@@ -21,13 +20,9 @@ namespace {
 
 constexpr std::chrono::microseconds firstRetry = std::chrono::milliseconds(100);
 constexpr std::chrono::microseconds longestRetry = std::chrono::seconds(5);
-constexpr std::size_t mostSenders = 256;
 constexpr std::size_t mostForgotten = 4096;
 constexpr std::size_t mostNewcomers = 32;
 constexpr std::size_t mostDirectSenders = 64;
-constexpr std::size_t mostParkedEvents = 64;
-constexpr std::size_t mostParkedBytes = std::size_t{2} << 20U;
-constexpr std::size_t mostDirectEvents = 8;  // in the row of one sender
 
 bool readNames(sd_bus_message* message, RPCEvent& event, EventAllowance& allowance) {
   const char* className = nullptr;
@@ -72,20 +67,6 @@ void reply(sd_bus_message* message, const RPCTransport::Answer& answer) {
 
 }  // namespace
 
-void ParkingSpace::take(std::size_t bytes) {
-  ++events_;
-  bytes_ += bytes;
-}
-
-void ParkingSpace::giveBack(std::size_t bytes) {
-  --events_;
-  bytes_ -= bytes;
-}
-
-bool ParkingSpace::isFull() const {
-  return events_ >= mostParkedEvents || bytes_ >= mostParkedBytes;
-}
-
 const sd_bus_vtable BusReceiver::methods[] = {
     SD_BUS_VTABLE_START(0),
     SD_BUS_METHOD_WITH_NAMES(rpc::callMember, rpc::callSignature,
@@ -117,6 +98,12 @@ const sd_bus_vtable BusReceiver::directMethods[] = {
                   SD_BUS_VTABLE_UNPRIVILEGED | SD_BUS_VTABLE_METHOD_NO_REPLY),
     SD_BUS_VTABLE_END};
 
+BusReceiver::BusReceiver()
+    : senders_([this](const ReceivedEvent& received, const std::optional<std::string>& bundleID) {
+        resume();
+        handle(received, bundleID);
+      }) {}
+
 BusReceiver& BusReceiver::shared() {
   static NeverDestroyed receiver([] { return BusReceiver(); });
   return *receiver;
@@ -131,10 +118,7 @@ void BusReceiver::removeHandler() {
   handler_.set(nullptr);
   RunLoop::main().perform([this] {
     closeDirect();
-    for (const auto& [name, sender] : senders_) dropParked(*sender);
-    for (const auto& sender : departed_) dropParked(*sender);
-    departed_.clear();
-    held_.clear();
+    senders_.dropAll();
     disconnect();
   });
 }
@@ -199,8 +183,11 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  for (const auto& [name, sender] : std::exchange(senders_, {})) departed_.push_back(sender);
-  for (const auto& sender : std::list(departed_)) outliveBus(sender);
+  // Those of a direct connection whose beginning is lost with the bus come after the others.
+  for (const Sender& sender : senders_.outliveBus()) {
+    const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
+    if (sender->direct && !isRead) endDirect(sender);
+  }
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
@@ -220,18 +207,6 @@ void BusReceiver::disconnect() {
   bus_.reset();
   if (claim_.close()) retryDelay_ = std::chrono::microseconds(0);
   if (onHandled_) RunLoop::main().perform(std::exchange(onHandled_, nullptr));
-}
-
-// Handles the events of known senders all the same. Those of a direct connection whose beginning is
-// lost with the bus come next.
-void BusReceiver::outliveBus(const SharedSender& sender) {
-  sender->question.reset();
-  sender->watch.reset();
-  sender->outlivedBus = true;
-  if (!sender->isKnown) dropParked(*sender);
-  const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
-  if (sender->direct && !isRead) endDirect(sender);
-  if (sender->isSettled() || !sender->isKnown) departed_.remove(sender);
 }
 
 // Closes both connections, as neither is of use without the other. Does so later: no connection can
@@ -270,7 +245,7 @@ void BusReceiver::pause() {
 }
 
 void BusReceiver::resume() {
-  if (!isPaused_ || parking_.isFull()) return;
+  if (!isPaused_ || senders_.isFull()) return;
   isPaused_ = false;
   if (bus_ && sd_bus_attach_event(bus_.get(), mainEventLoop(), SD_EVENT_PRIORITY_NORMAL) < 0)
     reconnectLater();
@@ -321,7 +296,7 @@ void BusReceiver::receive(sd_bus_message* message) {
   if (!readNames(message, event, allowance) || !readArguments(message, event, allowance)) {
     return refuse(message, SD_BUS_ERROR_INVALID_ARGS, "not an RPC event");
   }
-  Received received;
+  ReceivedEvent received;
   received.message.reset(sd_bus_message_ref(message));
   received.event = std::move(event);
   received.size = allowance.used();
@@ -332,7 +307,7 @@ void BusReceiver::receive(sd_bus_message* message) {
 // before it, and so only when the sender is known.
 void BusReceiver::receiveQuestion(sd_bus_message* message) {
   if (!handler_.isSet()) return reply(message, {errAEEventNotHandled, {}});
-  Received question;
+  ReceivedEvent question;
   question.message.reset(sd_bus_message_ref(message));
   take(std::move(question));
 }
@@ -348,7 +323,7 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
       !direct::isEndOfPair(socket)) {
     return refuse(message, SD_BUS_ERROR_FAILED, "no direct connection");
   }
-  auto sender = find(name);
+  auto sender = senders_.find(name);
   if (!sender) sender = meet(name);
   // The sender has left an earlier connection, or did not begin it.
   if (sender && sender->direct) sender->direct->readToEnd();
@@ -358,7 +333,7 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
   auto ring = hasRoom ? direct::RingReader::map(memory) : std::nullopt;
   if (!kept || !ring) return refuse(message, SD_BUS_ERROR_LIMITS_EXCEEDED, "no direct connection");
   Descriptor progress = ring->takeDescriptor();
-  const std::weak_ptr<Sender> weak = sender;
+  const std::weak_ptr<KnownSender> weak = sender;
   sender->direct = std::make_shared<DirectPeer>(
       std::move(kept), *std::move(ring),
       [this, weak](direct::Request&& request) {
@@ -373,7 +348,7 @@ void BusReceiver::receiveOffer(sd_bus_message* message) {
   if (sender->isKnown) agree(sender);
 }
 
-void BusReceiver::agree(const SharedSender& sender) {
+void BusReceiver::agree(const Sender& sender) {
   const BusMessage offer = std::move(sender->offer);
   const Descriptor progress = std::move(sender->progress);
   if (!offer ||
@@ -387,14 +362,14 @@ void BusReceiver::agree(const SharedSender& sender) {
 // The sender's events go to the direct connection from here on.
 void BusReceiver::receiveBeginning(sd_bus_message* message) {
   const char* name = sd_bus_message_get_sender(message);
-  const auto sender = name == nullptr ? nullptr : find(name);
+  const auto sender = name == nullptr ? nullptr : senders_.find(name);
   if (!sender || !sender->direct) return;
   if (!sender->direct->begin()) endDirect(sender);
 }
 
-void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& request) {
+void BusReceiver::takeDirect(const Sender& sender, direct::Request&& request) {
   lastPresence_ = Clock::now();
-  Received received;
+  ReceivedEvent received;
   received.direct = sender->direct;
   received.serial = request.serial;
   received.expectsAnswer = request.expectsAnswer;
@@ -404,21 +379,21 @@ void BusReceiver::takeDirect(const SharedSender& sender, direct::Request&& reque
   park(sender, std::move(received));
 }
 
-void BusReceiver::endDirect(const SharedSender& sender) {
+void BusReceiver::endDirect(const Sender& sender) {
   const auto ended = std::exchange(sender->direct, nullptr);
   directSenders_.erase(sender);
   sender->offer.reset();
   sender->progress = {};
   lastPresence_ = Clock::now();
   if (lostSince_) lostSince_ = lastPresence_;
-  forgetDeparted(sender);
+  senders_.forgetDeparted(sender);
   if (!bus_ && directSenders_.empty() && onLost_) RunLoop::main().perform(onLost_);
 }
 
 // Ends all direct connections, and drops what came on them.
 void BusReceiver::closeDirect() {
   for (const auto& sender : std::exchange(directSenders_, {})) {
-    dropParked(*sender);
+    senders_.drop(*sender);
     if (const auto closed = std::exchange(sender->direct, nullptr)) closed->close();
   }
 }
@@ -432,11 +407,11 @@ void BusReceiver::readAllDirect() {
 // Takes an introduction before the first event of its sender, or after one that was on its way
 // while the name got this owner. Ignores it without a proxy: the bus tells the process then.
 void BusReceiver::receiveIntroduction(sd_bus_message* message) {
-  if (!handler_.isSet() || !isBehindProxy_ || newcomers() >= mostNewcomers) return;
+  if (!handler_.isSet() || !isBehindProxy_ || senders_.newcomers() >= mostNewcomers) return;
   auto introduction = Introduction::read(message);
   if (!introduction) return;
   const char* name = sd_bus_message_get_sender(message);
-  const auto sender = find(name);
+  const auto sender = senders_.find(name);
   if (!sender) {
     meet(name, std::move(introduction));
     return;
@@ -448,52 +423,36 @@ void BusReceiver::receiveIntroduction(sd_bus_message* message) {
   if (!sender->question) settle(sender, {});
 }
 
-// Counts the senders whose introductions are looked into: each holds a descriptor.
-std::size_t BusReceiver::newcomers() const {
-  const auto isNewcomer = [](const SharedSender& sender) {
-    return sender->isIntroduced && sender->question != nullptr;
-  };
-  const auto count = std::ranges::count_if(std::views::values(senders_), isNewcomer) +
-                     std::ranges::count_if(departed_, isNewcomer);
-  return static_cast<std::size_t>(count);
-}
-
-void BusReceiver::take(Received&& received) {
+void BusReceiver::take(ReceivedEvent&& received) {
   lastPresence_ = Clock::now();
   if (const char* name = sd_bus_message_get_sender(received.message.get()); name != nullptr) {
-    auto sender = find(name);
+    auto sender = senders_.find(name);
     if (!sender) sender = meet(name);
     // A sender that has left its direct connection for the bus sends nothing more on that one.
     if (sender && sender->direct) sender->direct->readToEnd();
     if (sender) return park(sender, std::move(received));
   }
   // Its sender cannot be asked for.
-  const auto kept = std::make_shared<Received>(std::move(received));
+  const auto kept = std::make_shared<ReceivedEvent>(std::move(received));
   RunLoop::main().perform([this, kept] { handle(*kept, std::nullopt); });
 }
 
-BusReceiver::SharedSender BusReceiver::find(std::string_view name) const {
-  const auto found = senders_.find(name);
-  return found == senders_.end() ? nullptr : found->second;
-}
-
 // Adds a new sender; null if the bus cannot be asked for it.
-BusReceiver::SharedSender BusReceiver::meet(const char* name,
-                                            std::optional<Introduction> introduction) {
-  if (senders_.size() >= mostSenders) forgetSenders();
-  auto sender = std::make_shared<Sender>();
+BusReceiver::Sender BusReceiver::meet(const char* name, std::optional<Introduction> introduction) {
+  if (senders_.isCrowded()) forgetSenders();
+  auto sender = std::make_shared<KnownSender>();
   sender->isIntroduced = introduction.has_value();
   inquire(sender, name, std::move(introduction));
   if (!sender->question) return nullptr;
   sender->watch = watch(bus::ownerMatch(name), onSenderGone);
-  senders_.emplace(name, sender);
+  senders_.add(name, sender);
   return sender;
 }
 
 // The sender has no question if the bus cannot be asked.
-void BusReceiver::inquire(const SharedSender& sender, const char* name,
+void BusReceiver::inquire(const Sender& sender, const char* name,
                           std::optional<Introduction> introduction) {
-  const std::weak_ptr<Sender> weak = sender;
+  const std::weak_ptr<KnownSender> weak = sender;
   sender->question =
       inquiry_.ask(name, std::move(introduction), [this, weak](PeerInquiry::Peer peer) {
         if (const auto asked = weak.lock()) settle(asked, std::move(peer));
@@ -509,83 +468,17 @@ BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onC
   return BusSlot(slot);
 }
 
-// While the sender's queue holds events and the sender is known, a task waits to handle the first,
-// or the sender is held.
-void BusReceiver::park(const SharedSender& sender, Received&& received) {
-  if (sender->isKnown && sender->parked.empty()) handleParkedLater(sender);
-  const bool takesRoom = received.takesRoom;
-  const std::size_t size = received.size;
-  sender->parked.push_back(std::move(received));
-  ++parked_;
-  if (takesRoom) parking_.take(size);
-  if (parking_.isFull()) pause();
-  if (sender->direct && sender->parked.size() >= mostDirectEvents) sender->direct->setPaused(true);
+void BusReceiver::park(const Sender& sender, ReceivedEvent&& received) {
+  senders_.park(sender, std::move(received));
+  if (senders_.isFull()) pause();
 }
 
-BusReceiver::Received BusReceiver::unpark(Sender& sender) {
-  Received received = std::move(sender.parked.front());
-  sender.parked.pop_front();
-  --parked_;
-  if (received.takesRoom) parking_.giveBack(received.size);
-  if (sender.direct && sender.parked.empty()) sender.direct->setPaused(false);
-  return received;
-}
-
-void BusReceiver::settle(const SharedSender& sender, PeerInquiry::Peer peer) {
-  handleParkedLater(sender);
-  sender->peer = std::move(peer);
-  sender->isKnown = true;
+void BusReceiver::settle(const Sender& sender, PeerInquiry::Peer peer) {
+  senders_.settle(sender, std::move(peer));
   agree(sender);
 }
 
-void BusReceiver::handleParkedLater(const SharedSender& sender) {
-  RunLoop::main().perform([this, sender] { handleParked(sender); });
-}
-
-// Handles the first event of those parked for a sender; the loop's other work gets its turn before
-// the next one. The handler may take turns of the loop, which handle later events and forget
-// senders.
-void BusReceiver::handleParked(const SharedSender& sender) {
-  if (!sender->isKnown) return;
-  sender->question.reset();
-  if (sender->parked.empty()) return forgetDeparted(sender);  // it only introduced itself
-  if (awaitsEarlier(sender)) return held_.push_back(sender);
-  if (sender->parked.size() > 1) handleParkedLater(sender);
-  const Received received = unpark(*sender);
-  const auto bundleID = sender->peer.bundleID;
-  forgetDeparted(sender);
-  if (sender->parked.empty()) {
-    for (const auto& held : std::exchange(held_, {})) handleParkedLater(held);
-  }
-  resume();
-  handle(received, bundleID);
-}
-
-// Tells whether events come first that the same process has sent as a sender that has left. One
-// that goes on on the bus has shut down its direct connection before. A process that the bus did
-// not tell of may be any of those that a bus has left behind.
-bool BusReceiver::awaitsEarlier(const SharedSender& sender) {
-  for (auto next = departed_.begin(); next != departed_.end();) {
-    const SharedSender earlier = *next++;
-    if (earlier == sender) return false;
-    const bool mayBeSame =
-        sender->peer.process ? earlier->peer.process == sender->peer.process : earlier->outlivedBus;
-    if (!mayBeSame) continue;
-    if (earlier->direct) earlier->direct->readToEnd();
-    if (!earlier->direct && !earlier->parked.empty()) return true;
-  }
-  return false;
-}
-
-void BusReceiver::forgetDeparted(const SharedSender& sender) {
-  if (sender->isSettled()) departed_.remove(sender);
-}
-
-void BusReceiver::dropParked(Sender& sender) {
-  while (!sender.parked.empty()) unpark(sender);
-}
-
-void BusReceiver::handle(const Received& received, const std::optional<std::string>& sender) {
+void BusReceiver::handle(const ReceivedEvent& received, const std::optional<std::string>& sender) {
   if (received.event) {
     const auto answer = handler_.handle(*received.event, sender);
     if (!received.direct) reply(received.message.get(), answer);
@@ -602,33 +495,27 @@ void BusReceiver::handle(const Received& received, const std::optional<std::stri
 
 int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*) {
   auto& receiver = *static_cast<BusReceiver*>(self);
-  auto& senders = receiver.senders_;
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
-  const auto found = senders.find(std::string_view(name));
-  if (found == senders.end()) return 0;
+  const auto sender = receiver.senders_.find(name);
+  if (!sender) return 0;
   receiver.lastPresence_ = Clock::now();
-  const SharedSender sender = found->second;
   dropExceptions([&] {
     if (sender->direct && !sender->direct->hasBegun()) receiver.endDirect(sender);
-    if (sender->direct || !sender->parked.empty()) receiver.departed_.push_back(sender);
+    receiver.senders_.depart(name);
   });
-  senders.erase(found);
   return 0;
 }
 
 void BusReceiver::forgetSenders() {
   watchForgotten();
-  const bool isFull = senders_.size() >= mostForgotten;
-  std::erase_if(senders_, [this, isFull](const auto& entry) {
-    if (!entry.second->isSettled() || (entry.second->isIntroduced && !isFull)) return false;
+  for (std::string& name : senders_.forgetSettled()) {
     if (forgottenWatch_ && forgotten_.size() < mostForgotten) {
-      forgotten_.insert(entry.first);
+      forgotten_.insert(std::move(name));
     } else {
       isCrowded_ = true;
     }
-    return true;
-  });
+  }
 }
 
 // Watches the ends of all names before those of the forgotten senders are not watched any more.
@@ -654,7 +541,7 @@ RPCTransport::Standing BusReceiver::standing() {
   if (!onLost_) return {};
   if (retry_) connect();
   RPCTransport::Standing standing;
-  const bool hasSenders = !senders_.empty() || !departed_.empty() || !directSenders_.empty();
+  const bool hasSenders = !senders_.isEmpty() || !directSenders_.empty();
   if (!hasSenders && forgotten_.empty() && !isCrowded_) standing.idleSince = lastPresence_;
   // A peer that has a direct connection is there, whatever became of the bus.
   if (!bus_ && directSenders_.empty()) standing.lostSince = lostSince_;
@@ -688,7 +575,7 @@ int BusReceiver::onAllRead(sd_bus_message*, void* self, sd_bus_error*) {
 }
 
 void BusReceiver::callHandled() {
-  if (!onHandled_ || !isAllRead_ || parked_ > 0) return;
+  if (!onHandled_ || !isAllRead_ || senders_.hasParked()) return;
   RunLoop::main().perform(std::exchange(onHandled_, nullptr));
 }
 

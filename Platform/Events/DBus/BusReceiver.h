@@ -1,22 +1,15 @@
 #pragma once
 
 #include <chrono>
-#include <cstddef>
 #include <cstdint>
-#include <deque>
 #include <functional>
-#include <list>
-#include <map>
 #include <memory>
 #include <optional>
 #include <set>
 #include <string>
-#include <string_view>
-#include <vector>
 
-#include "Platform/Base/Descriptor.h"
 #include "Platform/Events/DBus/DiagnosisService.h"
-#include "Platform/Events/DBus/DirectPeer.h"
+#include "Platform/Events/DBus/KnownSenders.h"
 #include "Platform/Events/DBus/MemoryRelief.h"
 #include "Platform/Events/DBus/NameClaim.h"
 #include "Platform/Events/DBus/PeerInquiry.h"
@@ -25,20 +18,6 @@
 #include "Platform/Loop/EventSourceLinux.h"
 
 namespace qbdkr {
-
-// The room for events from the bus that wait until their senders are known and their turn has come.
-// When it is full the connection is not read, and the backlog stays on the bus. One event is always
-// taken, whatever its size.
-class ParkingSpace {
- public:
-  void take(std::size_t bytes);
-  void giveBack(std::size_t bytes);
-  [[nodiscard]] bool isFull() const;
-
- private:
-  std::size_t events_ = 0;
-  std::size_t bytes_ = 0;
-};
 
 // The connection on which this process receives: it owns the name of the process's bundle
 // identifier, takes events, and answers whether it has taken them. It belongs to the main run loop;
@@ -54,9 +33,6 @@ class ParkingSpace {
 // the one row with those from the bus, in the order in which they are read. Only a few of them do,
 // the others wait in the ring of that connection: so no such sender holds up another one, or the
 // bus. Direct connections, and the events of known senders, outlive the connection to the bus.
-//
-// A process that connects to the bus anew is another sender there. Its events wait until those that
-// it sent before, as the sender that has left, are handled.
 class BusReceiver {
  public:
   static BusReceiver& shared();
@@ -84,43 +60,12 @@ class BusReceiver {
  private:
   using Clock = std::chrono::steady_clock;
 
-  // An event, and where its answer goes: to the message from the bus, or to the direct connection.
-  // Without an event it is the question whether those before it were taken.
-  struct Received {
-    BusMessage message;
-    std::shared_ptr<DirectPeer> direct;
-    direct::Serial serial = 0;
-    bool expectsAnswer = true;
-    bool takesRoom = true;  // of the parking space
-    std::optional<RPCEvent> event;
-    std::size_t size = 0;
-  };
+  using Sender = KnownSenders::Sender;
 
-  // A process that has sent an event. While it is connected it keeps its unique name, and counts as
-  // the application that it was at first. It is kept until it has disconnected and its last event
-  // is handled: a process that reports and exits is gone before that. If too many senders are
-  // known, those without parked events are forgotten earlier.
-  struct Sender {
-    PeerInquiry::Peer peer;
-    bool isKnown = false;  // false during the inquiry
-    std::unique_ptr<PeerInquiry::Question> question;
-    std::deque<Received> parked;
-    BusSlot watch;
-    bool outlivedBus = false;   // it has left because the connection to the bus ended
-    bool isIntroduced = false;  // which it is once: it is not forgotten as long as there is room
-    std::shared_ptr<DirectPeer> direct;
-    BusMessage offer;  // of that connection, which is not agreed to before the sender is known
-    Descriptor progress;
-
-    [[nodiscard]] bool isSettled() const { return isKnown && parked.empty() && !direct; }
-  };
-  using SharedSender = std::shared_ptr<Sender>;
-
-  BusReceiver() = default;
+  BusReceiver();
 
   void connect();
   void disconnect();
-  void outliveBus(const SharedSender& sender);
   void reconnectLater();
   void tryAgainLater();
   bool attach();
@@ -132,25 +77,16 @@ class BusReceiver {
   void receiveIntroduction(sd_bus_message* message);
   void receiveOffer(sd_bus_message* message);
   void receiveBeginning(sd_bus_message* message);
-  void take(Received&& received);
-  void takeDirect(const SharedSender& sender, direct::Request&& request);
-  [[nodiscard]] std::size_t newcomers() const;
-  SharedSender find(std::string_view name) const;
-  SharedSender meet(const char* name, std::optional<Introduction> introduction = {});
-  void inquire(const SharedSender& sender, const char* name,
-               std::optional<Introduction> introduction);
+  void take(ReceivedEvent&& received);
+  void takeDirect(const Sender& sender, direct::Request&& request);
+  Sender meet(const char* name, std::optional<Introduction> introduction = {});
+  void inquire(const Sender& sender, const char* name, std::optional<Introduction> introduction);
   BusSlot watch(const std::string& rule, sd_bus_message_handler_t onChange);
-  void park(const SharedSender& sender, Received&& received);
-  Received unpark(Sender& sender);
-  void settle(const SharedSender& sender, PeerInquiry::Peer peer);
-  void agree(const SharedSender& sender);
-  void handleParkedLater(const SharedSender& sender);
-  void handleParked(const SharedSender& sender);
-  bool awaitsEarlier(const SharedSender& sender);
-  void handle(const Received& received, const std::optional<std::string>& sender);
-  void dropParked(Sender& sender);
-  void forgetDeparted(const SharedSender& sender);
-  void endDirect(const SharedSender& sender);
+  void park(const Sender& sender, ReceivedEvent&& received);
+  void settle(const Sender& sender, PeerInquiry::Peer peer);
+  void agree(const Sender& sender);
+  void handle(const ReceivedEvent& received, const std::optional<std::string>& sender);
+  void endDirect(const Sender& sender);
   void closeDirect();
   void readAllDirect();
   void forgetSenders();
@@ -184,12 +120,8 @@ class BusReceiver {
   BusSlot direct_;
   bool isBehindProxy_ = false;
   PeerInquiry inquiry_;
-  std::map<std::string, SharedSender, std::less<>> senders_;  // on the bus, by unique name
-  std::list<SharedSender> departed_;      // that have left it, and their events are to be handled
-  std::vector<SharedSender> held_;        // that wait for such a one
-  std::set<SharedSender> directSenders_;  // those with a direct connection
-  std::size_t parked_ = 0;                // all events that wait
-  ParkingSpace parking_;
+  KnownSenders senders_;
+  std::set<Sender> directSenders_;  // those with a direct connection
   bool isPaused_ = false;
   MemoryRelief relief_;
   EventSource retry_;
