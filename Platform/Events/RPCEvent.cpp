@@ -12,7 +12,7 @@ RPCTarget RPCTarget::withBundleID(std::string_view bundleID) {
 }
 
 bool isSendable(std::string_view text) {
-  return text.find('\0') == std::string_view::npos && isValidUTF8(text);
+  return isPlainASCII(text) || (text.find('\0') == std::string_view::npos && isValidUTF8(text));
 }
 
 bool EventAllowance::takeName(std::string_view name) {

@@ -80,16 +80,12 @@ std::u32string charactersOf(std::u16string_view text) {
 // Counts the bytes at the front that are ASCII, which nearly all texts are throughout. Runs for
 // every text of every event, so it takes eight bytes at a time.
 std::size_t asciiPrefix(std::string_view text) {
-  constexpr std::size_t step = sizeof(std::uint64_t);
-  const auto isAsciiAt = [text](std::size_t place) {
-    std::uint64_t word = 0;
-    std::memcpy(&word, text.data() + place, step);
-    return (word & 0x8080808080808080U) == 0;
-  };
+  constexpr std::uint64_t highBits = 0x8080808080808080U;
   std::size_t length = 0;
-  while (text.size() - length >= step && isAsciiAt(length)) length += step;
-  const bool isLast = text.size() >= step && text.size() - length < step;
-  if (isLast && isAsciiAt(text.size() - step)) return text.size();  // some bytes once more
+  for (std::uint64_t word = 0; text.size() - length >= sizeof word; length += sizeof word) {
+    std::memcpy(&word, text.data() + length, sizeof word);
+    if ((word & highBits) != 0) break;
+  }
   while (length < text.size() && static_cast<signed char>(text[length]) >= 0) ++length;
   return length;
 }
@@ -144,6 +140,27 @@ bool isPlain(std::u16string_view text) {
 }
 
 }  // namespace
+
+bool isPlainASCII(std::string_view text) {
+  constexpr std::size_t step = sizeof(std::uint64_t);
+  const auto isPlain = [](std::uint64_t word) {
+    constexpr std::uint64_t highBits = 0x8080808080808080U;
+    constexpr std::uint64_t ones = 0x0101010101010101U;
+    return (((word - ones) | word) & highBits) == 0;
+  };
+  const auto wordAt = [text](std::size_t place) {
+    std::uint64_t word = 0;
+    std::memcpy(&word, text.data() + place, step);
+    return word;
+  };
+  if (text.size() < step) {
+    return std::ranges::all_of(text, [](char byte) { return static_cast<signed char>(byte) > 0; });
+  }
+  for (std::size_t place = 0; place + step < text.size(); place += step) {
+    if (!isPlain(wordAt(place))) return false;
+  }
+  return isPlain(wordAt(text.size() - step));  // some bytes once more
+}
 
 bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 

@@ -15,6 +15,10 @@ namespace qbdkr {
 // Tells whether bytes are UTF-8: nothing overlong, no surrogates, nothing above U+10FFFF.
 [[nodiscard]] bool isValidUTF8(std::string_view text);
 
+// Tells whether all bytes are ASCII, and none is zero: nearly all texts of events are that. Looks
+// at eight bytes at a time.
+[[nodiscard]] bool isPlainASCII(std::string_view text);
+
 // Counts the UTF-16 units of a text; a byte that is not UTF-8 counts as one.
 [[nodiscard]] std::size_t utf16Length(std::string_view text);
 

@@ -3,23 +3,29 @@
 #include <algorithm>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
+
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {
 
-// The bus library would count the text, and check what the sender has checked.
-int appendText(sd_bus_message* message, std::string_view text) {
+// The bus library would count the text, and check it. That is left to it for a text that may hold a
+// character that it refuses.
+int appendText(sd_bus_message* message, const std::string& text) {
+  if (!isPlainASCII(text)) {
+    return sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, text.c_str());
+  }
   char* space = nullptr;
   const int result = sd_bus_message_append_string_space(message, text.size(), &space);
-  if (result >= 0) std::copy(text.begin(), text.end(), space);
+  if (result >= 0) std::ranges::copy(text, space);
   return result;
 }
 
-std::string_view textOf(const std::optional<std::string>& name) {
-  return name ? std::string_view(*name) : std::string_view();
+int appendName(sd_bus_message* message, const std::optional<std::string>& name) {
+  return name ? appendText(message, *name)
+              : sd_bus_message_append_basic(message, SD_BUS_TYPE_STRING, "");
 }
 
 int appendTexts(sd_bus_message* message, const std::vector<std::string>& texts) {
@@ -45,8 +51,8 @@ BusMessage newMethodCall(sd_bus* bus, const std::string& name, const char* inter
 
 BusMessage newEventCall(sd_bus* bus, const std::string& name, const RPCEvent& event) {
   BusMessage message = newMethodCall(bus, name, rpc::interfaceName, rpc::callMember);
-  const bool isComplete = message && appendText(message.get(), textOf(event.className)) >= 0 &&
-                          appendText(message.get(), textOf(event.methodName)) >= 0 &&
+  const bool isComplete = message && appendName(message.get(), event.className) >= 0 &&
+                          appendName(message.get(), event.methodName) >= 0 &&
                           appendTexts(message.get(), event.arguments) >= 0;
   return isComplete ? std::move(message) : nullptr;
 }

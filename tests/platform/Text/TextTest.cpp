@@ -30,6 +30,20 @@ TEST(IsValidUTF8, FindsABadByteAnywhere) {
   }
 }
 
+TEST(TextTest, PlainAsciiHasNeitherZerosNorHighBytesAtAnyPlace) {
+  for (std::size_t size = 0; size < 40; ++size) {
+    std::string text(size, 'a');
+    EXPECT_TRUE(isPlainASCII(text));
+    for (std::size_t place = 0; place < size; ++place) {
+      for (const char byte : {'\x01', '\x7f', '\0', '\x80', '\xff'}) {
+        text[place] = byte;
+        EXPECT_EQ(isPlainASCII(text), byte == '\x01' || byte == '\x7f') << place << " of " << size;
+      }
+      text[place] = 'a';
+    }
+  }
+}
+
 TEST(IsValidUTF8, RefusesSurrogates) {
   EXPECT_FALSE(isValidUTF8("\xED\xA0\x80"));
   EXPECT_FALSE(isValidUTF8("\xED\xBF\xBF"));
