@@ -6,6 +6,7 @@
 
 #include "Platform/Base/NeverDestroyed.h"
 #include "Platform/Events/DBus/SdBus.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr::direct {
 namespace {
@@ -55,6 +56,7 @@ void addText(std::string& bytes, std::string_view text) {
 
 // Finds a noncharacter in valid UTF-8. XML refuses only U+FFFE and U+FFFF, the bus all 66 of them.
 bool hasNoncharacter(std::string_view text) {
+  if (isPlainASCII(text)) return false;
   constexpr std::string_view secondLast = "\xB7\xBF";
   for (auto i = text.find_first_of(secondLast); i != std::string_view::npos && i + 1 < text.size();
        i = text.find_first_of(secondLast, i + 1)) {
