@@ -361,6 +361,25 @@ TEST(DirectConnection, StoppedPeerBlocksNoPostAndGetsAllThatWasTaken) {
   EXPECT_EQ(scene.sequences(), "0 " + encoded("0 faults, stopped " + std::to_string(posted)));
 }
 
+// It took direct connections on the earlier bus, and is stopped before it answers another offer.
+TEST(DirectConnection, PeerThatStopsOnANewBusGetsNoMoreThanItsShare) {
+  Direct scene;
+  scene.connect();
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  scene.bus().kill();
+  scene.bus().start();
+  const std::string large(100'000, 'x');
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + large, soon), "-600");
+  ::kill(helper, SIGCONT);
+  Peer::outsideBundles(scene).awaitOwner(scene.helperID());
+  ::kill(helper, SIGSTOP);
+  const auto answer =
+      scene.host->call("post-until-refused " + scene.helperID() + " stopped 5000", longPatience);
+  ::kill(helper, SIGCONT);
+  EXPECT_NE(answer.find("status -1712"), std::string::npos) << answer;
+}
+
 // --- Peers that do not know direct connections, or mean harm
 
 TEST(DirectConnection, PeerThatAnswersNoOfferIsAskedOnce) {

@@ -55,7 +55,8 @@ int KnownTarget::onOwnerChanged(sd_bus_message* message, void* target, sd_bus_er
     // The first offer may have ended the owner: the next one is better off without.
     if (*before != '\0')
       changed.hasNoOffer = !changed.hadLink && changed.link && !changed.link->isAnswered();
-    changed.hadLink = false;
+    // One that comes to a new bus is as a rule that of the connection that outlived the last one.
+    changed.hadLink = *before == '\0' && changed.hasOpenLink();
     if (changed.link) changed.link->drop();
     changed.link.reset();
   }
