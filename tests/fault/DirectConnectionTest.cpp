@@ -324,6 +324,27 @@ TEST(DirectConnection, FlushKnowsThePostsOfOneThatWasReplaced) {
   EXPECT_EQ(scene.transcript().count("note:"), 1U);
 }
 
+// The peer has another name on the new bus, but ends the earlier connection when it has taken all.
+TEST(DirectConnection, FlushKnowsThePostsOfAnEarlierBus) {
+  Direct scene;
+  scene.connect();
+  scene.bus().kill();
+  scene.bus().start();
+  Peer::outsideBundles(scene).awaitOwner(scene.helperID());
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: x"), soon), "0");
+  EXPECT_EQ(scene.host->call("flush 5000", soon), "-609") << "posts of the bus may be lost";
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  EXPECT_EQ(scene.host->call("send" + scene.event("note: y"), soon), "0");
+  const std::string large(100'000, 'x');
+  for (int i = 0; i < 3; ++i)
+    EXPECT_EQ(scene.host->call("send" + scene.event("note: ") + large, soon), "0");
+  EXPECT_EQ(scene.host->call("flush 100", soon), "-1712");
+  ::kill(helper, SIGCONT);
+  EXPECT_EQ(scene.host->call("flush 20000", longPatience), "0");
+  EXPECT_EQ(scene.transcript().count("note:"), 5U);
+}
+
 TEST(DirectConnection, DeathOfThePeerEndsAWaitingRequestAndIsThenKnown) {
   Direct scene;
   BusMonitor monitor(Peer::outsideBundles(scene));

@@ -225,7 +225,8 @@ OSErr BusSender::flush(Clock::time_point deadline) {
   return errAETimeout;
 }
 
-// Asks on the direct connections. The bus takes over the question about one that was left.
+// Asks on the direct connections. The bus takes over the question about one that was left, unless
+// that is another bus.
 void BusSender::askLinksWhetherTaken(std::list<Delivery>& deliveries) {
   for (const auto& link : links_) {
     if (!link->hasPosts()) continue;
@@ -233,19 +234,29 @@ void BusSender::askLinksWhetherTaken(std::list<Delivery>& deliveries) {
     delivery.lastPost = link->lastPost();
     if (!link->isAwaited()) wakeReader();
     delivery.link = link;
-    if (link->askWhetherTaken(onDirectReply, &delivery.answer, delivery.serial)) continue;
-    deliveries.pop_back();
+    const bool isLeft = link->isDraining();
+    if (!isLeft && link->askWhetherTaken(onDirectReply, &delivery.answer, delivery.serial))
+      continue;
     link->leave();
+    if (outlivedItsBus(*link)) {
+      link->awaitEnd(onDirectReply, &delivery.answer, delivery.serial);
+      continue;
+    }
+    deliveries.pop_back();
     askOnBus(*link);
   }
+}
+
+// Tells whether the bus cannot be asked about a connection that was left: the peer has another name
+// there.
+bool BusSender::outlivedItsBus(const DirectLink& link) const {
+  return link.isDraining() && !link.isOfBus(bus_.get());
 }
 
 // Makes the bus take over the question about a connection that was left.
 void BusSender::askOnBus(DirectLink& link) {
   if (link.isDraining() && link.isOfBus(bus_.get())) {
     if (std::uint64_t* const last = lastPostTo(link.peer())) *last = ++lastPost_;
-  } else if (link.isDraining()) {
-    hasLostPosts_ = true;  // the peer may have taken them, but cannot be asked
   }
   link.notePostsTaken(link.lastPost());
 }
@@ -839,9 +850,10 @@ void BusSender::makeOffer(KnownTarget& target, const std::string& address) {
   if (target.link && (target.link->isOffered() || target.link->isRefused())) return;
   if (target.events < eventsBeforeOffer && ++target.events < eventsBeforeOffer) return;
   for (const auto& link : links_) {
-    if (link->isOver() && link->hasPosts()) askOnBus(*link);
+    const bool isAsked = !outlivedItsBus(*link) || link->hasEnded();
+    if (link->isOver() && link->hasPosts() && isAsked) askOnBus(*link);
   }
-  std::erase_if(links_, [](const auto& link) { return link->isOver(); });
+  std::erase_if(links_, [](const auto& link) { return link->isOver() && !link->hasPosts(); });
   if (links_.size() >= mostLinks) return;
   watchers_.ask(bus_.get());
   // A relay of the connection that is no proxy loses descriptors, and the bus would end the

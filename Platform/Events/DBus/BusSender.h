@@ -149,6 +149,7 @@ class BusSender {
   void readLinks();
   [[nodiscard]] bool isWorker() const { return std::this_thread::get_id() == worker_; }
   void askLinksWhetherTaken(std::list<Delivery>& deliveries);
+  [[nodiscard]] bool outlivedItsBus(const DirectLink& link) const;
   void askOnBus(DirectLink& link);
   std::uint64_t* lastPostTo(const std::string& address);
   int askWhetherTaken(sd_bus* bus, Delivery& delivery);

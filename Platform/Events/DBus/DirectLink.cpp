@@ -121,6 +121,11 @@ bool DirectLink::askWhetherTaken(OnAnswer onAnswer, void* user, direct::Serial& 
   return pass(serial);
 }
 
+void DirectLink::awaitEnd(OnAnswer onAnswer, void* user, direct::Serial& serial) {
+  serial = nextSerial();
+  await(serial, onAnswer, user);
+}
+
 // Writes the message for an event. One that is too large for the connection goes over the bus, as
 // does one that the bus is to refuse.
 bool DirectLink::write(direct::Serial serial, bool expectsAnswer, const RPCEvent& event) {

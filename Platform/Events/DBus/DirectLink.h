@@ -82,6 +82,10 @@ class DirectLink {
                          direct::Serial* serial = nullptr);
   // Asks whether the posts were taken, also of a connection that was left: see hasPosts().
   [[nodiscard]] bool askWhetherTaken(OnAnswer onAnswer, void* user, direct::Serial& serial);
+  // Waits for the end of a connection that was left, as for an answer. The peer ends it when it has
+  // handled all that came on it.
+  void awaitEnd(OnAnswer onAnswer, void* user, direct::Serial& serial);
+  [[nodiscard]] bool hasEnded() const { return direct::isGone(socket_.get()); }
   // Drops the answer to a request.
   void forget(direct::Serial serial) { awaited_.erase(serial); }
 
