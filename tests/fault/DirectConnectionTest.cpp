@@ -550,6 +550,20 @@ TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
   EXPECT_EQ(scene.transcript().count("direct"), 1U);
 }
 
+// The bus may drop the message if it ends the connection to the sender.
+TEST(DirectConnection, BeginsIfTheSenderLeavesTheBusBeforeThat) {
+  Offers scene;
+  scene.noteOnBus(scene.connection.get());
+  auto link = scene.offer();
+  ASSERT_TRUE(link);
+  EXPECT_TRUE(link->send(1, false, {"Probe", "note:", {"direct"}}));
+  EXPECT_TRUE(link->send(2, true, {"Probe", "echo:", {"x"}}));
+  scene.connection.reset();
+  EXPECT_TRUE(link->hasAnswer());
+  EXPECT_FALSE(link->ends({}));
+  EXPECT_EQ(scene.transcript().count("direct"), 1U);
+}
+
 // The process has another connection to the same bus, as one that lost it for a moment.
 TEST(DirectConnection, EventsOfASenderThatConnectsAnewWaitForThoseBefore) {
   Offers scene;
@@ -561,6 +575,29 @@ TEST(DirectConnection, EventsOfASenderThatConnectsAnewWaitForThoseBefore) {
   scene.connection = connectionTo(scene.bus());
   scene.noteOnBus(scene.connection.get());
   EXPECT_EQ(scene.transcript().count(" direct"), count);
+}
+
+// The bus cannot tell of a connection that is gone when the helper agent asks for it.
+TEST(DirectConnection, EventsOfAConnectionThatIsGoneComeBeforeThoseOfTheNext) {
+  Offers scene;
+  const pid_t helper = scene.helperProcess();
+  ::kill(helper, SIGSTOP);
+  constexpr std::size_t count = 50;
+  for (std::size_t i = 0; i < count; ++i) scene.noteOnBus(scene.connection.get(), "first", false);
+  EXPECT_GE(sd_bus_call_method(scene.connection.get(), "org.freedesktop.DBus", "/",
+                               "org.freedesktop.DBus", "GetId", nullptr, nullptr, ""),
+            0);
+  scene.connection.reset();
+  scene.connection = connectionTo(scene.bus());
+  scene.noteOnBus(scene.connection.get(), "next", false);
+  ::kill(helper, SIGCONT);
+  scene.transcript().waitFor({"note:", "next"});
+  std::size_t before = 0;
+  for (const std::string& line : scene.transcript().lines()) {
+    if (line.ends_with(" next")) break;
+    if (line.ends_with(" first")) ++before;
+  }
+  EXPECT_EQ(before, count);
 }
 
 TEST(DirectConnection, GarbageEndsItAndNothingElse) {

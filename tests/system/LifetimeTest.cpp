@@ -1,11 +1,13 @@
 // Tests a helper agent that ends by itself: when it is idle, and with its bus.
 
 #include <gtest/gtest.h>
+#include <signal.h>
 
 #include <chrono>
 #include <memory>
 #include <string>
 
+#include "support/BusConnection.h"
 #include "support/Patience.h"
 #include "support/Peer.h"
 #include "support/ProcessEnd.h"
@@ -63,6 +65,25 @@ TEST_F(Lifetime, EventKeepsAHelperAliveThoughItsSenderIsGoneAtOnce) {
   }
   EXPECT_EQ(process.wait(), 0);
   EXPECT_GE(std::chrono::steady_clock::now() - last, std::chrono::milliseconds(1400));
+}
+
+// No news of its end comes.
+TEST_F(Lifetime, SenderThatWasGoneWhenItsEventCameKeepsNoHelperAlive) {
+  start("QBDKR_PROBE_IDLE", "300");
+  ::kill(scene.helperProcess(), SIGSTOP);
+  auto sender = connectionTo(scene.bus());
+  EXPECT_GE(sd_bus_call_method_async(sender.get(), nullptr, scene.helperID().c_str(),
+                                     rpc::objectPath, rpc::interfaceName, rpc::callMember, nullptr,
+                                     nullptr, "ssas", "Probe", "note:", 1, "x"),
+            0);
+  EXPECT_GE(sd_bus_flush(sender.get()), 0);
+  sender.reset();
+  // The bus has seen the end before it answers a new connection.
+  static_cast<void>(connectionTo(scene.bus()));
+  ::kill(scene.helperProcess(), SIGCONT);
+  scene.transcript().waitFor({"note:"});
+  host->quit();
+  EXPECT_TRUE(end->comesWithin(soon));
 }
 
 TEST_F(Lifetime, HostThatTheReceiverForgotIsStillThere) {

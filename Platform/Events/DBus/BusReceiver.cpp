@@ -183,11 +183,7 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  // Those of a direct connection whose beginning is lost with the bus come after the others.
-  for (const Sender& sender : senders_.outliveBus()) {
-    const bool isRead = sender->isKnown && sender->direct && sender->direct->begin();
-    if (sender->direct && !isRead) endDirect(sender);
-  }
+  for (const Sender& sender : senders_.outliveBus()) beginOrEndDirect(sender);
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;
@@ -367,6 +363,15 @@ void BusReceiver::receiveBeginning(sd_bus_message* message) {
   if (!sender->direct->begin()) endDirect(sender);
 }
 
+// The beginning may be lost with the bus, or with the sender's connection to it: what is to be read
+// comes next.
+void BusReceiver::beginOrEndDirect(const Sender& sender) {
+  if (!sender->direct) return;
+  const bool isBeingAskedFor = sender->question && sender->direct->hasBegun();
+  const bool isRead = isBeingAskedFor || (sender->isKnown && sender->direct->begin());
+  if (!isRead) endDirect(sender);
+}
+
 void BusReceiver::takeDirect(const Sender& sender, direct::Request&& request) {
   lastPresence_ = Clock::now();
   ReceivedEvent received;
@@ -446,6 +451,7 @@ BusReceiver::Sender BusReceiver::meet(const char* name, std::optional<Introducti
   if (!sender->question) return nullptr;
   sender->watch = watch(bus::ownerMatch(name), onSenderGone);
   senders_.add(name, sender);
+  if (!isBehindProxy_) sender->presence = askForPresence(*sender);
   return sender;
 }
 
@@ -466,6 +472,25 @@ BusSlot BusReceiver::watch(const std::string& rule, sd_bus_message_handler_t onC
   const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
   sd_bus_add_match_async(bus_.get(), &slot, rule.c_str(), onChange, ignore, this);
   return BusSlot(slot);
+}
+
+// No news comes of an end before the watch. Asks on the connection that receives: the answer comes
+// after the last event.
+BusSlot BusReceiver::askForPresence(KnownSender& sender) {
+  sd_bus_slot* slot = nullptr;
+  sd_bus_call_method_async(bus_.get(), &slot, bus::service, bus::objectPath, bus::interfaceName,
+                           "NameHasOwner", onPresence, &sender, "s", sender.name.c_str());
+  return BusSlot(slot);
+}
+
+int BusReceiver::onPresence(sd_bus_message* message, void* sender, sd_bus_error*) {
+  int isThere = 1;
+  if (sd_bus_message_is_method_error(message, nullptr) > 0 ||
+      sd_bus_message_read(message, "b", &isThere) <= 0 || isThere != 0) {
+    return 1;
+  }
+  dropExceptions([&] { shared().noteGone(static_cast<KnownSender*>(sender)->name); });
+  return 1;
 }
 
 void BusReceiver::park(const Sender& sender, ReceivedEvent&& received) {
@@ -494,17 +519,18 @@ void BusReceiver::handle(const ReceivedEvent& received, const std::optional<std:
 }
 
 int BusReceiver::onSenderGone(sd_bus_message* message, void* self, sd_bus_error*) {
-  auto& receiver = *static_cast<BusReceiver*>(self);
   const char* name = nullptr;
   if (sd_bus_message_read(message, "s", &name) <= 0) return 0;
-  const auto sender = receiver.senders_.find(name);
-  if (!sender) return 0;
-  receiver.lastPresence_ = Clock::now();
-  dropExceptions([&] {
-    if (sender->direct && !sender->direct->hasBegun()) receiver.endDirect(sender);
-    receiver.senders_.depart(name);
-  });
+  dropExceptions([&] { static_cast<BusReceiver*>(self)->noteGone(name); });
   return 0;
+}
+
+void BusReceiver::noteGone(std::string_view name) {
+  const auto sender = senders_.find(name);
+  if (!sender) return;
+  lastPresence_ = Clock::now();
+  beginOrEndDirect(sender);
+  senders_.depart(sender);
 }
 
 void BusReceiver::forgetSenders() {

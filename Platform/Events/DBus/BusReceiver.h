@@ -7,6 +7,7 @@
 #include <optional>
 #include <set>
 #include <string>
+#include <string_view>
 
 #include "Platform/Events/DBus/DiagnosisService.h"
 #include "Platform/Events/DBus/KnownSenders.h"
@@ -85,6 +86,9 @@ class BusReceiver {
   void park(const Sender& sender, ReceivedEvent&& received);
   void settle(const Sender& sender, PeerInquiry::Peer peer);
   void agree(const Sender& sender);
+  BusSlot askForPresence(KnownSender& sender);
+  void noteGone(std::string_view name);
+  void beginOrEndDirect(const Sender& sender);
   void handle(const ReceivedEvent& received, const std::optional<std::string>& sender);
   void endDirect(const Sender& sender);
   void closeDirect();
@@ -100,6 +104,7 @@ class BusReceiver {
   static int onBeginning(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onDisconnected(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onSenderGone(sd_bus_message* message, void* self, sd_bus_error* error);
+  static int onPresence(sd_bus_message* message, void* sender, sd_bus_error* error);
   static int onForgottenGone(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onAllRead(sd_bus_message* message, void* self, sd_bus_error* error);
   static int onRetry(sd_event_source* source, std::uint64_t due, void* self);

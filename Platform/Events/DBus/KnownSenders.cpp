@@ -1,7 +1,6 @@
 #include "Platform/Events/DBus/KnownSenders.h"
 
 #include <algorithm>
-#include <ranges>
 #include <utility>
 
 #include <ClientComm/RunLoop.h>
@@ -36,34 +35,46 @@ KnownSenders::Sender KnownSenders::find(std::string_view name) const {
   return found == present_.end() ? nullptr : found->second;
 }
 
+void KnownSenders::add(const std::string& name, const Sender& sender) {
+  sender->name = name;
+  sender->number = ++added_;
+  present_.emplace(name, sender);
+}
+
 void KnownSenders::settle(const Sender& sender, PeerInquiry::Peer peer) {
   takeTurnLater(sender);
+  if (peer.isGone) departed_.emplace(sender->number, sender);  // its last events may come yet
   sender->peer = std::move(peer);
   sender->isKnown = true;
 }
 
-void KnownSenders::depart(std::string_view name) {
-  const auto found = present_.find(name);
-  const Sender& sender = found->second;
-  if (sender->direct || !sender->parked.empty()) departed_.push_back(sender);
-  present_.erase(found);
+void KnownSenders::depart(const Sender& sender) {
+  if (sender->direct || !sender->parked.empty()) departed_.emplace(sender->number, sender);
+  sender->isOnBus = false;
+  present_.erase(sender->name);
+  forgetDeparted(sender);
 }
 
 std::vector<KnownSenders::Sender> KnownSenders::outliveBus() {
-  for (const auto& [name, sender] : std::exchange(present_, {})) departed_.push_back(sender);
-  const std::vector<Sender> left(departed_.begin(), departed_.end());
+  for (const auto& [name, sender] : std::exchange(present_, {}))
+    departed_.emplace(sender->number, sender);
+  std::vector<Sender> left;
+  for (const auto& [number, sender] : departed_) left.push_back(sender);
   for (const Sender& sender : left) {
     sender->question.reset();
     sender->watch.reset();
+    sender->presence.reset();
+    sender->isOnBus = false;
     sender->outlivedBus = true;
     if (!sender->isKnown) drop(*sender);
     forgetDeparted(sender);
   }
+  releaseHeld();
   return left;
 }
 
 void KnownSenders::forgetDeparted(const Sender& sender) {
-  if (sender->isSettled()) departed_.remove(sender);
+  if (sender->isSettled() && !sender->isOnBus) departed_.erase(sender->number);
 }
 
 bool KnownSenders::isCrowded() const { return present_.size() >= mostSenders; }
@@ -71,10 +82,14 @@ bool KnownSenders::isCrowded() const { return present_.size() >= mostSenders; }
 std::vector<std::string> KnownSenders::forgetSettled() {
   const bool isFull = present_.size() >= mostIntroduced;
   std::vector<std::string> forgotten;
-  for (const auto& [name, sender] : present_) {
-    if (sender->isSettled() && (!sender->isIntroduced || isFull)) forgotten.push_back(name);
-  }
-  for (const std::string& name : forgotten) present_.erase(name);
+  std::erase_if(present_, [&](const auto& entry) {
+    const Sender& sender = entry.second;
+    if (!sender->isSettled() || (sender->isIntroduced && !isFull)) return false;
+    if (!sender->peer.isGone) forgotten.push_back(sender->name);
+    sender->isOnBus = false;
+    forgetDeparted(sender);
+    return true;
+  });
   return forgotten;
 }
 
@@ -114,21 +129,28 @@ void KnownSenders::takeTurn(const Sender& sender) {
   const ReceivedEvent received = unpark(*sender);
   const auto bundleID = sender->peer.bundleID;
   forgetDeparted(sender);
-  if (sender->parked.empty()) {
-    for (const Sender& held : std::exchange(held_, {})) takeTurnLater(held);
-  }
+  if (sender->parked.empty()) releaseHeld();
   handler_(received, bundleID);
 }
 
-// Tells whether events come first that the same process has sent as a sender that has left. One
-// that goes on on the bus has shut down its direct connection before. A process that the bus did
-// not tell of may be any of those that a bus has left behind.
+void KnownSenders::releaseHeld() {
+  for (const Sender& sender : std::exchange(held_, {})) takeTurnLater(sender);
+}
+
+// Tells whether events come first that the same process has sent as an earlier sender, which has
+// left. One that goes on on the bus has shut down its direct connection before. A sender that was
+// gone when the bus was asked for it may be of the process of any that came after it, and one that
+// the bus does not tell of any of those that a bus has left behind.
+//
+// No flood of senders that come and go holds up another one: it waits for earlier ones alone.
 bool KnownSenders::awaitsEarlier(const Sender& sender) {
-  for (auto next = departed_.begin(); next != departed_.end();) {
-    const Sender earlier = *next++;
-    if (earlier == sender) return false;
+  const auto& process = sender->peer.process;
+  const auto end = departed_.lower_bound(sender->number);
+  for (auto next = departed_.begin(); next != end;) {
+    const Sender earlier = (next++)->second;
+    const auto& itsProcess = earlier->peer.process;
     const bool mayBeSame =
-        sender->peer.process ? earlier->peer.process == sender->peer.process : earlier->outlivedBus;
+        process && itsProcess ? itsProcess == process : earlier->outlivedBus || !itsProcess;
     if (!mayBeSame) continue;
     if (earlier->direct) earlier->direct->readToEnd();
     if (!earlier->direct && !earlier->parked.empty()) return true;
@@ -142,18 +164,17 @@ void KnownSenders::drop(KnownSender& sender) {
 
 void KnownSenders::dropAll() {
   for (const auto& [name, sender] : present_) drop(*sender);
-  for (const Sender& sender : departed_) drop(*sender);
+  for (const auto& [number, sender] : departed_) drop(*sender);
   departed_.clear();
   held_.clear();
 }
 
 std::size_t KnownSenders::newcomers() const {
-  const auto isNewcomer = [](const Sender& sender) {
-    return sender->isIntroduced && sender->question != nullptr;
+  const auto isNewcomer = [](const auto& entry) {
+    return entry.second->isIntroduced && entry.second->question != nullptr;
   };
-  const auto count = std::ranges::count_if(std::views::values(present_), isNewcomer) +
-                     std::ranges::count_if(departed_, isNewcomer);
-  return static_cast<std::size_t>(count);
+  return static_cast<std::size_t>(std::ranges::count_if(present_, isNewcomer) +
+                                  std::ranges::count_if(departed_, isNewcomer));
 }
 
 }  // namespace qbdkr

@@ -1,9 +1,9 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <deque>
 #include <functional>
-#include <list>
 #include <map>
 #include <memory>
 #include <optional>
@@ -36,12 +36,16 @@ struct ReceivedEvent {
 // is handled: a process that reports and exits is gone before that. If too many senders are
 // known, those without parked events are forgotten earlier.
 struct KnownSender {
+  std::string name;
+  std::uint64_t number = 0;  // in the order in which they came
   PeerInquiry::Peer peer;
   bool isKnown = false;  // false during the inquiry
   std::unique_ptr<PeerInquiry::Question> question;
   std::deque<ReceivedEvent> parked;
   BusSlot watch;
-  bool outlivedBus = false;   // it has left because the connection to the bus ended
+  BusSlot presence;           // the question whether it left before the watch
+  bool isOnBus = true;        // as far as the connection that receives tells
+  bool outlivedBus = false;   // it has left because that connection ended
   bool isIntroduced = false;  // which it is once: it is not forgotten as long as there is room
   std::shared_ptr<DirectPeer> direct;
   BusMessage offer;  // of that connection, which is not agreed to before the sender is known
@@ -85,11 +89,11 @@ class KnownSenders {
 
   // Returns a sender on the bus by its unique name; null if it is not known.
   [[nodiscard]] Sender find(std::string_view name) const;
-  void add(const std::string& name, const Sender& sender) { present_.emplace(name, sender); }
+  void add(const std::string& name, const Sender& sender);
   // Takes the outcome of the inquiry.
   void settle(const Sender& sender, PeerInquiry::Peer peer);
   // Notes that a sender has left the bus. It is kept as long as anything of it is to be handled.
-  void depart(std::string_view name);
+  void depart(const Sender& sender);
   // Notes that the connection to the bus has ended, and drops the events of senders that are not
   // known. Returns all that had a row: those with a direct connection keep it.
   std::vector<Sender> outliveBus();
@@ -97,7 +101,8 @@ class KnownSenders {
   void forgetDeparted(const Sender& sender);
   // Tells whether there are so many on the bus that some are to be forgotten.
   [[nodiscard]] bool isCrowded() const;
-  // Forgets senders of which nothing is to be handled now. Returns their names.
+  // Forgets senders of which nothing is to be handled now. Returns the names of those that may
+  // still be on the bus.
   std::vector<std::string> forgetSettled();
 
   // Adds an event to the row of its sender.
@@ -117,11 +122,13 @@ class KnownSenders {
   ReceivedEvent unpark(KnownSender& sender);
   void takeTurnLater(const Sender& sender);
   void takeTurn(const Sender& sender);
+  void releaseHeld();
   [[nodiscard]] bool awaitsEarlier(const Sender& sender);
 
   const Handler handler_;
   std::map<std::string, Sender, std::less<>> present_;  // on the bus, by unique name
-  std::list<Sender> departed_;                          // in the order in which they left
+  std::uint64_t added_ = 0;                             // all senders so far
+  std::map<std::uint64_t, Sender> departed_;            // that have left it, by their number
   std::vector<Sender> held_;                            // that wait for a departed one
   std::size_t parked_ = 0;                              // all events that wait
   ParkingSpace parking_;

@@ -124,7 +124,7 @@ int PeerInquiry::Question::onReply(sd_bus_message* reply, void* self, sd_bus_err
 }
 
 void PeerInquiry::Question::take(sd_bus_message* reply) {
-  auto& [process, bundleID] = found_;
+  auto& [process, bundleID, isGone] = found_;
   // A proxy may hide the peer from this connection.
   if (introduction_ && inquiry_.isBehindProxy()) {
     process = introduction_->process();
@@ -139,6 +139,8 @@ void PeerInquiry::Question::take(sd_bus_message* reply) {
     if (!isThere) bundleID.reset();
     return end();
   }
+  isGone = !inquiry_.isBehindProxy() &&
+           sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
   if (!isThere || inquiry_.isHidden(static_cast<pid_t>(number))) return end();
   process = static_cast<pid_t>(number);
   bundleID = applicationOf(*process);

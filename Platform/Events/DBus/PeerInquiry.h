@@ -20,6 +20,7 @@ class PeerInquiry {
   struct Peer {
     std::optional<pid_t> process;         // absent if the bus does not tell, or is not believed
     std::optional<std::string> bundleID;  // absent if the peer is not an application
+    bool isGone = false;                  // it had left the bus already
   };
   using Answer = std::function<void(Peer peer)>;
 

@@ -45,7 +45,7 @@ struct Senders {
   // Adds a sender under a name, of a process if the bus tells it.
   KnownSenders::Sender add(const std::string& name, std::optional<pid_t> process) {
     auto sender = meet(name);
-    senders.settle(sender, {process, std::nullopt});
+    senders.settle(sender, {process, std::nullopt, false});
     return sender;
   }
 
@@ -96,14 +96,14 @@ TEST(KnownSendersTest, EventsOfAProcessThatComesAnewWaitForThoseItLeftBehind) {
   const auto other = scene.add(":1.4", otherProcess);
   EXPECT_EQ(scene.handle(), "");
   for (const char* name : {"a", "b", "c"}) scene.park(first, name);
-  scene.senders.depart(":1.1");
+  scene.senders.depart(first);
   for (const char* name : {"d", "e"}) scene.park(second, name);
-  scene.senders.depart(":1.2");
+  scene.senders.depart(second);
   scene.park(third, "f");
   for (const char* name : {"1", "2"}) scene.park(other, name);
   EXPECT_EQ(scene.handle(), "a 1 b 2 c d e f ");
-  scene.senders.depart(":1.3");
-  scene.senders.depart(":1.4");
+  scene.senders.depart(third);
+  scene.senders.depart(other);
   EXPECT_TRUE(scene.senders.isEmpty());
 }
 
@@ -113,7 +113,7 @@ TEST(KnownSendersTest, ProcessThatIsNotToldWaitsForThoseOfAnEndedBusAlone) {
   const auto unknown = scene.add(":1.2", std::nullopt);
   EXPECT_EQ(scene.handle(), "");
   for (const char* name : {"a", "b", "c"}) scene.park(left, name);
-  scene.senders.depart(":1.1");
+  scene.senders.depart(left);
   scene.park(unknown, "1");
   EXPECT_EQ(scene.handle(), "a 1 b c ");
   for (const char* name : {"d", "e", "f"}) scene.park(unknown, name);
@@ -136,9 +136,9 @@ TEST(KnownSendersTest, LastWordsOfASenderThatIsNotKnownYetAreHandled) {
   Senders scene;
   const auto sender = scene.meet(":1.1");
   scene.park(sender, "a");
-  scene.senders.depart(":1.1");
+  scene.senders.depart(sender);
   EXPECT_EQ(scene.handle(), "");
-  scene.senders.settle(sender, {process, std::nullopt});
+  scene.senders.settle(sender, {process, std::nullopt, false});
   EXPECT_EQ(scene.handle(), "a ");
   EXPECT_TRUE(scene.senders.isEmpty());
 }
