@@ -1,6 +1,6 @@
 #include "Platform/Events/DBus/BusMessages.h"
 
-#include <algorithm>
+#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,7 +19,7 @@ int appendText(sd_bus_message* message, const std::string& text) {
   }
   char* space = nullptr;
   const int result = sd_bus_message_append_string_space(message, text.size(), &space);
-  if (result >= 0) std::ranges::copy(text, space);
+  if (result >= 0) std::memcpy(space, text.data(), text.size());
   return result;
 }
 
