@@ -1,6 +1,7 @@
 #include "Platform/Events/DBus/KnownSenders.h"
 
 #include <algorithm>
+#include <exception>
 #include <utility>
 
 #include <ClientComm/RunLoop.h>
@@ -42,7 +43,7 @@ void KnownSenders::add(const std::string& name, const Sender& sender) {
 }
 
 void KnownSenders::settle(const Sender& sender, PeerInquiry::Peer peer) {
-  takeTurnLater(sender);
+  giveTurn(sender);
   if (peer.isGone) departed_.emplace(sender->number, sender);  // its last events may come yet
   sender->peer = std::move(peer);
   sender->isKnown = true;
@@ -93,10 +94,11 @@ std::vector<std::string> KnownSenders::forgetSettled() {
   return forgotten;
 }
 
-// While a row holds events and its sender is known, a task waits to handle the first one, or the
-// sender is held.
+// While a row holds events and its sender is known, it has a turn, or the sender is held. If memory
+// was missing for that, the next event of any sender makes up for it.
 void KnownSenders::park(const Sender& sender, ReceivedEvent&& received) {
-  if (sender->isKnown && sender->parked.empty()) takeTurnLater(sender);
+  if (isTurnMissing_) giveMissingTurns();
+  if (sender->isKnown) giveTurn(sender);
   const bool takesRoom = received.takesRoom;
   const std::size_t size = received.size;
   sender->parked.push_back(std::move(received));
@@ -114,23 +116,52 @@ ReceivedEvent KnownSenders::unpark(KnownSender& sender) {
   return received;
 }
 
-void KnownSenders::takeTurnLater(const Sender& sender) {
+void KnownSenders::giveTurn(const Sender& sender) {
+  if (sender->hasTurn) return;
   RunLoop::main().perform([this, sender] { takeTurn(sender); });
+  sender->hasTurn = true;
+}
+
+void KnownSenders::takeTurnLater(const Sender& sender) {
+  try {
+    giveTurn(sender);
+  } catch (const std::exception&) {
+    isTurnMissing_ = true;
+  }
+}
+
+void KnownSenders::giveMissingTurns() {
+  isTurnMissing_ = false;
+  for (const auto& [name, sender] : present_) {
+    if (sender->isKnown && !sender->parked.empty()) takeTurnLater(sender);
+  }
+  for (const auto& [number, sender] : departed_) {
+    if (sender->isKnown && !sender->parked.empty()) takeTurnLater(sender);
+  }
 }
 
 // Handles the first event of a row; the loop's other work gets its turn before the next one. The
 // handler may take turns of the loop, which handle later events and forget senders.
 void KnownSenders::takeTurn(const Sender& sender) {
+  sender->hasTurn = false;
   if (!sender->isKnown) return;
   sender->question.reset();
   if (sender->parked.empty()) return forgetDeparted(sender);  // it only introduced itself
-  if (awaitsEarlier(sender)) return held_.push_back(sender);
+  if (awaitsEarlier(sender)) return hold(sender);
   if (sender->parked.size() > 1) takeTurnLater(sender);
   const ReceivedEvent received = unpark(*sender);
   const auto bundleID = sender->peer.bundleID;
   forgetDeparted(sender);
   if (sender->parked.empty()) releaseHeld();
   handler_(received, bundleID);
+}
+
+void KnownSenders::hold(const Sender& sender) {
+  try {
+    held_.insert(sender);
+  } catch (const std::exception&) {
+    isTurnMissing_ = true;
+  }
 }
 
 void KnownSenders::releaseHeld() {

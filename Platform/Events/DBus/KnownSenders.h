@@ -7,6 +7,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <set>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -42,6 +43,7 @@ struct KnownSender {
   bool isKnown = false;  // false during the inquiry
   std::unique_ptr<PeerInquiry::Question> question;
   std::deque<ReceivedEvent> parked;
+  bool hasTurn = false;  // a task of the run loop handles the first of these
   BusSlot watch;
   BusSlot presence;           // the question whether it left before the watch
   bool isOnBus = true;        // as far as the connection that receives tells
@@ -120,8 +122,11 @@ class KnownSenders {
 
  private:
   ReceivedEvent unpark(KnownSender& sender);
+  void giveTurn(const Sender& sender);
   void takeTurnLater(const Sender& sender);
+  void giveMissingTurns();
   void takeTurn(const Sender& sender);
+  void hold(const Sender& sender);
   void releaseHeld();
   [[nodiscard]] bool awaitsEarlier(const Sender& sender);
 
@@ -129,7 +134,8 @@ class KnownSenders {
   std::map<std::string, Sender, std::less<>> present_;  // on the bus, by unique name
   std::uint64_t added_ = 0;                             // all senders so far
   std::map<std::uint64_t, Sender> departed_;            // that have left it, by their number
-  std::vector<Sender> held_;                            // that wait for a departed one
+  std::set<Sender> held_;                               // that wait for a departed one
+  bool isTurnMissing_ = false;                          // a row has none, for want of memory
   std::size_t parked_ = 0;                              // all events that wait
   ParkingSpace parking_;
 };
