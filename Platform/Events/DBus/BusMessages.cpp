@@ -1,6 +1,5 @@
 #include "Platform/Events/DBus/BusMessages.h"
 
-#include <cstring>
 #include <optional>
 #include <string>
 #include <utility>
@@ -19,7 +18,7 @@ int appendText(sd_bus_message* message, const std::string& text) {
   }
   char* space = nullptr;
   const int result = sd_bus_message_append_string_space(message, text.size(), &space);
-  if (result >= 0) std::memcpy(space, text.data(), text.size());
+  if (result >= 0) text.copy(space, text.size());
   return result;
 }
 

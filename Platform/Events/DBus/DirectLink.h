@@ -85,6 +85,7 @@ class DirectLink {
   // Waits for the end of a connection that was left, as for an answer. The peer ends it when it has
   // handled all that came on it.
   void awaitEnd(OnAnswer onAnswer, void* user, direct::Serial& serial);
+  // Tells whether the peer has done so, without reading.
   [[nodiscard]] bool hasEnded() const { return direct::isGone(socket_.get()); }
   // Drops the answer to a request.
   void forget(direct::Serial serial) { awaited_.erase(serial); }
