@@ -553,32 +553,28 @@ TEST(DirectConnection, WhatIsNoMemoryOfItsKindIsRefused) {
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "0 x");
 }
 
-// The bus takes the message with it that tells that the connection begins.
-TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
+// Sends on a connection of which the beginning is lost.
+template <class Loss>
+void expectBeginningAfter(const Loss& loss) {
   Offers scene;
   scene.noteOnBus(scene.connection.get());
   auto link = scene.offer();
   ASSERT_TRUE(link);
   EXPECT_TRUE(link->send(1, false, {"Probe", "note:", {"direct"}}));
   EXPECT_TRUE(link->send(2, true, {"Probe", "echo:", {"x"}}));
-  scene.bus().kill();
+  loss(scene);
   EXPECT_TRUE(link->hasAnswer());
   EXPECT_FALSE(link->ends({}));
   EXPECT_EQ(scene.transcript().count("direct"), 1U);
 }
 
+TEST(DirectConnection, BeginsIfTheBusEndsBeforeThat) {
+  expectBeginningAfter([](Offers& scene) { scene.bus().kill(); });
+}
+
 // The bus may drop the message if it ends the connection to the sender.
 TEST(DirectConnection, BeginsIfTheSenderLeavesTheBusBeforeThat) {
-  Offers scene;
-  scene.noteOnBus(scene.connection.get());
-  auto link = scene.offer();
-  ASSERT_TRUE(link);
-  EXPECT_TRUE(link->send(1, false, {"Probe", "note:", {"direct"}}));
-  EXPECT_TRUE(link->send(2, true, {"Probe", "echo:", {"x"}}));
-  scene.connection.reset();
-  EXPECT_TRUE(link->hasAnswer());
-  EXPECT_FALSE(link->ends({}));
-  EXPECT_EQ(scene.transcript().count("direct"), 1U);
+  expectBeginningAfter([](Offers& scene) { scene.connection.reset(); });
 }
 
 // The process has another connection to the same bus, as one that lost it for a moment.
