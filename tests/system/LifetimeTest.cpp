@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 
+#include "Platform/Events/DBus/SdBus.h"
 #include "support/BusConnection.h"
 #include "support/Patience.h"
 #include "support/Peer.h"
@@ -82,6 +83,38 @@ TEST_F(Lifetime, SenderThatWasGoneWhenItsEventCameKeepsNoHelperAlive) {
   static_cast<void>(connectionTo(scene.bus()));
   ::kill(scene.helperProcess(), SIGCONT);
   scene.transcript().waitFor({"note:"});
+  host->quit();
+  EXPECT_TRUE(end->comesWithin(soon));
+}
+
+// The bus tells of its end while the main thread handles an event for longer than the bus has time
+// to grant a name.
+TEST_F(Lifetime, SenderThatWasGoneBeforeALongEventKeepsNoHelperAlive) {
+  start("QBDKR_PROBE_IDLE", "300");
+  const auto call = [this](sd_bus* sender, const char* method) {
+    const auto ignore = [](sd_bus_message*, void*, sd_bus_error*) { return 0; };
+    EXPECT_GE(sd_bus_call_method_async(sender, nullptr, scene.helperID().c_str(), rpc::objectPath,
+                                       rpc::interfaceName, rpc::callMember, ignore, nullptr, "ssas",
+                                       "Probe", method, 0),
+              0);
+    EXPECT_GE(sd_bus_flush(sender), 0);
+  };
+  auto known = connectionTo(scene.bus());
+  call(known.get(), "known");
+  scene.transcript().waitFor({"known"});
+  ::kill(scene.helperProcess(), SIGSTOP);
+  auto sender = connectionTo(scene.bus());
+  call(sender.get(), "gone");
+  sender.reset();
+  // The bus has seen the end before it answers a new connection.
+  static_cast<void>(connectionTo(scene.bus()));
+  call(known.get(), "wait");
+  ::kill(scene.helperProcess(), SIGCONT);
+  scene.transcript().waitFor({"wait"});
+  EXPECT_FALSE(end->comesWithin(busPatience));
+  ::kill(scene.helperProcess(), SIGUSR1);
+  scene.transcript().waitFor({"gone"});
+  known.reset();
   host->quit();
   EXPECT_TRUE(end->comesWithin(soon));
 }

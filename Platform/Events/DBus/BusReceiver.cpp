@@ -151,6 +151,9 @@ void BusReceiver::connect() {
 
 bool BusReceiver::attach() {
   sd_bus* bus = bus_.get();
+  // The bus answers, or the connection ends. A limit would also pass while the main thread is busy
+  // elsewhere, with the answer on its way.
+  if (sd_bus_set_method_call_timeout(bus, UINT64_MAX) < 0) return false;
   sd_bus_slot* object = nullptr;
   sd_bus_slot* delivery = nullptr;
   sd_bus_slot* identity = nullptr;
