@@ -63,7 +63,7 @@ bool hasNoncharacter(std::string_view text) {
     const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
     const unsigned before = i == 0 ? 0U : byte(i - 1);
     const unsigned last = byte(i + 1);
-    const bool endsPlane = byte(i) == 0xBF && (before & 0x0FU) == 0x0F && last >= 0xBE;
+    const bool endsPlane = byte(i) == 0xBF && (before & 0x0FU) == 0x0F && (last & 0xFEU) == 0xBE;
     const bool isArabic = byte(i) == 0xB7 && before == 0xEF && last >= 0x90 && last <= 0xAF;
     if (endsPlane || isArabic) return true;
   }

@@ -129,7 +129,9 @@ TEST(DirectMessageTest, NoncharacterIsNotWritten) {
        {"\uFDD0", "x\uFDEF", "\uFFFE", "\uFFFFx", "\U0001FFFE", "\U0010FFFF"})
     EXPECT_FALSE(writeCall(bytes, 1, true, {"Class", "method", {text}})) << text;
   for (const std::string text :
-       {"\uFDCF", "\uFDF0", "\uFFFD", "\u1FFE", "\U0001FFFD", "\u00BF\u00BE"})
+       {"\uFDCF", "\uFDF0", "\uFFFD", "\u1FFE", "\U0001FFFD", "\u00BF\u00BE",
+        // These end as a noncharacter goes on, and another character follows.
+        "\u5FFF\u6012", "\u07FF\u00E9", "\U0001F3FF\u200D"})
     EXPECT_TRUE(writeCall(bytes, 1, true, {"Class", "method", {text}})) << text;
 }
 
