@@ -162,6 +162,21 @@ bool isPlainASCII(std::string_view text) {
   return isPlain(wordAt(text.size() - step));  // some bytes once more
 }
 
+bool hasAnyNoncharacter(std::string_view text) {
+  if (isPlainASCII(text)) return false;
+  constexpr std::string_view secondLast = "\xB7\xBF";
+  for (auto i = text.find_first_of(secondLast); i != std::string_view::npos && i + 1 < text.size();
+       i = text.find_first_of(secondLast, i + 1)) {
+    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
+    const unsigned before = i == 0 ? 0U : byte(i - 1);
+    const unsigned last = byte(i + 1);
+    const bool endsPlane = byte(i) == 0xBF && (before & 0x0FU) == 0x0F && (last & 0xFEU) == 0xBE;
+    const bool isArabic = byte(i) == 0xB7 && before == 0xEF && last >= 0x90 && last <= 0xAF;
+    if (endsPlane || isArabic) return true;
+  }
+  return false;
+}
+
 bool isValidUTF8(std::string_view text) { return validPrefix(text) == text.size(); }
 
 std::size_t utf16Length(std::string_view text) {

@@ -19,6 +19,9 @@ namespace qbdkr {
 // at eight bytes at a time.
 [[nodiscard]] bool isPlainASCII(std::string_view text);
 
+// Finds a noncharacter in valid UTF-8. XML refuses only U+FFFE and U+FFFF, the bus all 66 of them.
+[[nodiscard]] bool hasAnyNoncharacter(std::string_view text);
+
 // Counts the UTF-16 units of a text; a byte that is not UTF-8 counts as one.
 [[nodiscard]] std::size_t utf16Length(std::string_view text);
 

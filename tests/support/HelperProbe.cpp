@@ -103,6 +103,7 @@ std::string answer(const std::string& method, const std::vector<std::string>& ar
   if (method == "returns") return std::to_string(sequences().returns());
   if (method == "sequences") return sequences().summary();
   if (method == "text:" && !arguments.empty()) return std::string(std::stoul(arguments[0]), 'x');
+  if (method == "noncharacter") return "\uFFFF";
   if (method == "summary") return qbdkr::test::summary(arguments);
   if (method == "isNotFirstStart") return "not-the-first";
   if (method == "who:") return std::to_string(getpid()) + ' ' + version();

@@ -195,6 +195,17 @@ TEST(BusContract, AnswersOfAnotherFormAreNoResult) {
   EXPECT_EQ(answerOf("error"), notHandled + " ~");
 }
 
+TEST(BusContract, ResultThatTheBusRefusesIsNone) {
+  for (const char* direct : {"0", "1"}) {
+    Scene scene;
+    scene.environment()["QBDKR_DIRECT"] = direct;
+    const auto host = scene.startAndShare(scene.makeHost("Host", "1.0"));
+    for (int i = 0; i < 5; ++i)
+      EXPECT_EQ(host->call("ask " + scene.helperID() + " Probe noncharacter", soon), "0 ~")
+          << direct;
+  }
+}
+
 TEST(BusContract, NoncharactersAreRefusedInCallsAndDroppedInPosts) {
   Scene scene;
   const auto peer = Peer::inBundle(scene);

@@ -14,6 +14,7 @@
 #include "Platform/Events/DBus/SessionBus.h"
 #include "Platform/Loop/MainThread.h"
 #include "Platform/Loop/NativeLoopLinux.h"
+#include "Platform/Text/Text.h"
 
 namespace qbdkr {
 namespace {
@@ -508,7 +509,9 @@ void BusReceiver::settle(const Sender& sender, PeerInquiry::Peer peer) {
 
 void BusReceiver::handle(const ReceivedEvent& received, const std::optional<std::string>& sender) {
   if (received.event) {
-    const auto answer = handler_.handle(*received.event, sender);
+    auto answer = handler_.handle(*received.event, sender);
+    // The bus library would refuse to send it, and the one who asked would wait for ever.
+    if (answer.result && hasAnyNoncharacter(*answer.result)) answer.result.reset();
     if (!received.direct) reply(received.message.get(), answer);
     if (received.direct && received.expectsAnswer) received.direct->answer(received.serial, answer);
     relief_.afterUseOf(received.size + (answer.result ? answer.result->size() : 0));

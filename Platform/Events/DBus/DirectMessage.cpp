@@ -54,27 +54,11 @@ void addText(std::string& bytes, std::string_view text) {
   bytes.push_back('\0');
 }
 
-// Finds a noncharacter in valid UTF-8. XML refuses only U+FFFE and U+FFFF, the bus all 66 of them.
-bool hasNoncharacter(std::string_view text) {
-  if (isPlainASCII(text)) return false;
-  constexpr std::string_view secondLast = "\xB7\xBF";
-  for (auto i = text.find_first_of(secondLast); i != std::string_view::npos && i + 1 < text.size();
-       i = text.find_first_of(secondLast, i + 1)) {
-    const auto byte = [&](std::size_t place) { return static_cast<unsigned char>(text[place]); };
-    const unsigned before = i == 0 ? 0U : byte(i - 1);
-    const unsigned last = byte(i + 1);
-    const bool endsPlane = byte(i) == 0xBF && (before & 0x0FU) == 0x0F && (last & 0xFEU) == 0xBE;
-    const bool isArabic = byte(i) == 0xB7 && before == 0xEF && last >= 0x90 && last <= 0xAF;
-    if (endsPlane || isArabic) return true;
-  }
-  return false;
-}
-
 bool hasNoncharacter(const RPCEvent& event) {
-  return (event.className && hasNoncharacter(*event.className)) ||
-         (event.methodName && hasNoncharacter(*event.methodName)) ||
-         std::ranges::any_of(event.arguments,
-                             [](const std::string& text) { return hasNoncharacter(text); });
+  const auto isIn = [](const std::string& text) { return hasAnyNoncharacter(text); };
+  return (event.className && isIn(*event.className)) ||
+         (event.methodName && isIn(*event.methodName)) ||
+         std::ranges::any_of(event.arguments, isIn);
 }
 
 // Begins a field of a header, with the type of its value.
