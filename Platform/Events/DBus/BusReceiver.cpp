@@ -187,7 +187,9 @@ bool BusReceiver::attach() {
 
 void BusReceiver::disconnect() {
   retry_.reset();
-  for (const Sender& sender : senders_.outliveBus()) beginOrEndDirect(sender);
+  senders_.outliveBus();
+  for (auto next = directSenders_.begin(); next != directSenders_.end();)
+    beginOrEndDirect(Sender(*next++));
   forgotten_.clear();
   forgottenWatch_.reset();
   isCrowded_ = false;

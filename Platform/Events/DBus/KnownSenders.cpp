@@ -39,29 +39,37 @@ KnownSenders::Sender KnownSenders::find(std::string_view name) const {
 void KnownSenders::add(const std::string& name, const Sender& sender) {
   sender->name = name;
   sender->number = ++added_;
+  std::map<std::uint64_t, Sender> made;
+  made.emplace(sender->number, nullptr);
+  sender->place = made.extract(made.begin());
   present_.emplace(name, sender);
 }
 
+// Adds a sender to those that have left.
+void KnownSenders::takePlace(const Sender& sender) {
+  if (sender->place.empty()) return;
+  sender->place.mapped() = sender;
+  departed_.insert(std::move(sender->place));
+}
+
 void KnownSenders::settle(const Sender& sender, PeerInquiry::Peer peer) {
-  giveTurn(sender);
-  if (peer.isGone) departed_.emplace(sender->number, sender);  // its last events may come yet
+  if (peer.isGone) takePlace(sender);  // its last events may come yet
   sender->peer = std::move(peer);
   sender->isKnown = true;
+  takeTurnLater(sender);
 }
 
 void KnownSenders::depart(const Sender& sender) {
-  if (sender->direct || !sender->parked.empty()) departed_.emplace(sender->number, sender);
+  if (sender->direct || !sender->parked.empty()) takePlace(sender);
   sender->isOnBus = false;
   present_.erase(sender->name);
   forgetDeparted(sender);
 }
 
-std::vector<KnownSenders::Sender> KnownSenders::outliveBus() {
-  for (const auto& [name, sender] : std::exchange(present_, {}))
-    departed_.emplace(sender->number, sender);
-  std::vector<Sender> left;
-  for (const auto& [number, sender] : departed_) left.push_back(sender);
-  for (const Sender& sender : left) {
+void KnownSenders::outliveBus() {
+  for (const auto& [name, sender] : std::exchange(present_, {})) takePlace(sender);
+  for (auto next = departed_.begin(); next != departed_.end();) {
+    const Sender sender = (next++)->second;
     sender->question.reset();
     sender->watch.reset();
     sender->presence.reset();
@@ -71,7 +79,6 @@ std::vector<KnownSenders::Sender> KnownSenders::outliveBus() {
     forgetDeparted(sender);
   }
   releaseHeld();
-  return left;
 }
 
 void KnownSenders::forgetDeparted(const Sender& sender) {

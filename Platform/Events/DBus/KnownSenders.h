@@ -52,6 +52,8 @@ struct KnownSender {
   std::shared_ptr<DirectPeer> direct;
   BusMessage offer;  // of that connection, which is not agreed to before the sender is known
   Descriptor progress;
+  // Its place among those that have left, made before: it takes that without memory.
+  std::map<std::uint64_t, std::shared_ptr<KnownSender>>::node_type place;
 
   // Tells whether nothing of it is to be handled now, or to be found out.
   [[nodiscard]] bool isSettled() const {
@@ -92,13 +94,13 @@ class KnownSenders {
   // Returns a sender on the bus by its unique name; null if it is not known.
   [[nodiscard]] Sender find(std::string_view name) const;
   void add(const std::string& name, const Sender& sender);
-  // Takes the outcome of the inquiry.
+  // Takes the outcome of the inquiry. Needs no memory.
   void settle(const Sender& sender, PeerInquiry::Peer peer);
   // Notes that a sender has left the bus. It is kept as long as anything of it is to be handled.
   void depart(const Sender& sender);
   // Notes that the connection to the bus has ended, and drops the events of senders that are not
-  // known. Returns all that had a row: those with a direct connection keep it.
-  std::vector<Sender> outliveBus();
+  // known. Those with a direct connection keep their rows. Needs no memory.
+  void outliveBus();
   // Forgets a sender that has left, if nothing of it is to be handled any more.
   void forgetDeparted(const Sender& sender);
   // Tells whether there are so many on the bus that some are to be forgotten.
@@ -122,6 +124,7 @@ class KnownSenders {
 
  private:
   ReceivedEvent unpark(KnownSender& sender);
+  void takePlace(const Sender& sender);
   void giveTurn(const Sender& sender);
   void takeTurnLater(const Sender& sender);
   void giveMissingTurns();

@@ -126,7 +126,7 @@ TEST(KnownSendersTest, EventsOfSendersThatAreNotKnownEndWithTheBus) {
   Senders scene;
   scene.park(scene.meet(":1.1"), "a");
   scene.park(scene.add(":1.2", process), "b");
-  EXPECT_EQ(scene.senders.outliveBus().size(), 2U);
+  scene.senders.outliveBus();
   EXPECT_EQ(scene.handle(), "b ");
   EXPECT_TRUE(scene.senders.isEmpty());
   EXPECT_FALSE(scene.senders.hasParked());

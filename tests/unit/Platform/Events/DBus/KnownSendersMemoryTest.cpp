@@ -83,5 +83,33 @@ TEST(KnownSendersTest, EventsAreHandledInOrderOnceThereIsMemoryAgain) {
   }
 }
 
+// The bus tells the process of a sender, and ends.
+TEST(KnownSendersTest, EndOfTheBusNeedsNoMemory) {
+  RunLoop::main().dispatch();  // makes the loop
+  Rows rows;
+  const auto asked = std::make_shared<KnownSender>();
+  const auto unknown = std::make_shared<KnownSender>();
+  rows.senders.add(":1.4", asked);
+  rows.senders.add(":1.5", unknown);
+  for (const char* name : {"x", "y"}) rows.park(asked, name);
+  rows.park(unknown, "z");
+  Rows::turnLoop();
+  for (const char* name : {"e", "f"}) rows.park(rows.later, name);
+  {
+    const FailingMemory memory(0);
+    EXPECT_NO_THROW(rows.senders.settle(asked, {300, std::nullopt, true}));
+  }
+  {
+    const FailingMemory memory(0);
+    EXPECT_NO_THROW(rows.senders.outliveBus());
+  }
+  rows.park(rows.other, "3");
+  Rows::turnLoop();
+  EXPECT_EQ(rows.handledOf("abcdef"), "abcdef");
+  EXPECT_EQ(rows.handledOf("xyz"), "xy");
+  EXPECT_FALSE(rows.senders.hasParked());
+  EXPECT_TRUE(rows.senders.isEmpty());
+}
+
 }  // namespace
 }  // namespace qbdkr::test
