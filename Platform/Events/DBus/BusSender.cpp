@@ -221,7 +221,7 @@ OSErr BusSender::flush(Clock::time_point deadline) {
     if (status == noErr) status = outcome;
   }
   if (isAnswered()) return status;
-  hasLostPosts_ = status == connectionInvalid;  // to be said by a later one
+  if (status == connectionInvalid) hasLostPosts_ = true;  // to be said by a later one
   return errAETimeout;
 }
 
