@@ -370,12 +370,14 @@ void BusReceiver::receiveBeginning(sd_bus_message* message) {
 }
 
 // The beginning may be lost with the bus, or with the sender's connection to it: what is to be read
-// comes next.
+// comes next. A sender that will not be known is told by the end.
 void BusReceiver::beginOrEndDirect(const Sender& sender) {
-  if (!sender->direct) return;
-  const bool isBeingAskedFor = sender->question && sender->direct->hasBegun();
-  const bool isRead = isBeingAskedFor || (sender->isKnown && sender->direct->begin());
-  if (!isRead) endDirect(sender);
+  const auto direct = sender->direct;
+  if (!direct) return;
+  const bool isBeingAskedFor = sender->question && direct->hasBegun();
+  if (isBeingAskedFor || (sender->isKnown && direct->begin())) return;
+  endDirect(sender);
+  direct->close();
 }
 
 void BusReceiver::takeDirect(const Sender& sender, direct::Request&& request) {

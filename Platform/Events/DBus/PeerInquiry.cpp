@@ -135,12 +135,12 @@ void PeerInquiry::Question::take(sd_bus_message* reply) {
   std::uint32_t number = 0;
   const bool isThere = sd_bus_message_is_method_error(reply, nullptr) == 0 &&
                        sd_bus_message_read(reply, "u", &number) > 0;
+  isGone = !inquiry_.isBehindProxy() &&
+           sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
   if (bundleID) {  // the second answer
     if (!isThere) bundleID.reset();
     return end();
   }
-  isGone = !inquiry_.isBehindProxy() &&
-           sd_bus_message_is_method_error(reply, SD_BUS_ERROR_NAME_HAS_NO_OWNER) > 0;
   if (!isThere || inquiry_.isHidden(static_cast<pid_t>(number))) return end();
   process = static_cast<pid_t>(number);
   bundleID = applicationOf(*process);
