@@ -98,8 +98,8 @@ class KnownSenders {
   void settle(const Sender& sender, PeerInquiry::Peer peer);
   // Notes that a sender has left the bus. It is kept as long as anything of it is to be handled.
   void depart(const Sender& sender);
-  // Notes that the connection to the bus has ended, and drops the events of senders that are not
-  // known. Those with a direct connection keep their rows. Needs no memory.
+  // Notes that the connection to the bus has ended: all senders have left it, and the events of
+  // those that are not known are dropped. Needs no memory.
   void outliveBus();
   // Forgets a sender that has left, if nothing of it is to be handled any more.
   void forgetDeparted(const Sender& sender);
