@@ -585,6 +585,7 @@ TEST(DirectConnection, EventsOfASenderThatConnectsAnewWaitForThoseBefore) {
   for (unsigned i = 0; i < count; ++i)
     EXPECT_TRUE(link.send(i + 1, false, {"Probe", "note:", {"direct"}}));
   ::shutdown(link.socket.get(), SHUT_WR);
+  scene.connection.reset();  // before the next one: the bus sees the end first
   scene.connection = connectionTo(scene.bus());
   scene.noteOnBus(scene.connection.get());
   EXPECT_EQ(scene.transcript().count(" direct"), count);
