@@ -29,7 +29,7 @@ Mixture mixtureOf(Kind kind) {
     case Kind::all:
       return {1, 700, 900};
     case Kind::small:
-      return {0, 700, 900};
+      return {0, 700, 1000};  // one that is started ends with a bus that never greets the sender
     case Kind::lossy:
       return {10, 990, 995};  // nearly all wait at the target
   }
