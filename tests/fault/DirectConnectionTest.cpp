@@ -196,23 +196,6 @@ TEST(DirectConnection, OutlivesManyDeathsOfTheBusInOrder) {
   EXPECT_EQ(scene.sequences(), summaryOf(1, count));
 }
 
-// Events on the bus end with it. Those that come are in order, each once, and a post that was
-// refused does not come.
-TEST(DirectConnection, NothingOvertakesAnotherOrComesTwiceOverManyDeathsOfTheBus) {
-  Direct scene;
-  scene.connect();
-  const auto running = scene.host->begin("sequence " + scene.helperID() + " 3000 3 lossy");
-  const auto peer = Peer::outsideBundles(scene);
-  unsigned rounds = 0;
-  for (; rounds < 3 || !scene.host->hasFinished(running); ++rounds) {
-    scene.bus().kill();
-    scene.bus().start();
-    peer.awaitOwner(scene.helperID());
-  }
-  EXPECT_EQ(scene.host->finish(running), "ok");
-  EXPECT_EQ(scene.host->call("ask" + scene.event("returns")), "0 0") << rounds << " deaths";
-}
-
 TEST(DirectConnection, EventThatNeedsTheBusDoesNotEndItWithoutTheBus) {
   Direct scene;
   scene.connect();

@@ -74,12 +74,8 @@ class Sequences {
   void take(const std::string& key, long number) {
     long& last = last_[key];
     if (number != last + 1) ++faults_;
-    if (number <= last) ++returns_;
     last = number;
   }
-
-  // Counts the numbers that came after a later one, or twice.
-  [[nodiscard]] unsigned returns() const { return returns_; }
 
   [[nodiscard]] std::string summary() const {
     std::string text = std::to_string(faults_) + " faults";
@@ -90,7 +86,6 @@ class Sequences {
  private:
   std::map<std::string, long> last_;
   unsigned faults_ = 0;
-  unsigned returns_ = 0;
 };
 
 Sequences& sequences() {
@@ -100,7 +95,6 @@ Sequences& sequences() {
 
 std::string answer(const std::string& method, const std::vector<std::string>& arguments) {
   if (method == "echo:" && !arguments.empty()) return arguments.front();
-  if (method == "returns") return std::to_string(sequences().returns());
   if (method == "sequences") return sequences().summary();
   if (method == "text:" && !arguments.empty()) return std::string(std::stoul(arguments[0]), 'x');
   if (method == "noncharacter") return "\uFFFF";
@@ -111,20 +105,11 @@ std::string answer(const std::string& method, const std::vector<std::string>& ar
   return "";
 }
 
-// Keeps the main thread from its other work.
-void work(std::chrono::microseconds time) {
-  const auto end = std::chrono::steady_clock::now() + time;
-  while (std::chrono::steady_clock::now() < end) {
-  }
-}
-
 std::optional<std::string> handle(const qbdkr::RPCEvent& event,
                                   const std::optional<std::string>& sender) {
   static const std::string mode = environment("QBDKR_PROBE_MODE");
   const std::string method = event.methodName.value_or("");
-  if (method == "slow::") work(std::chrono::microseconds(300));
-  const bool isNext = method == "next::" || method == "slow::";
-  if (isNext && event.arguments.size() >= 2) {  // too many to be recorded
+  if (method == "next::" && event.arguments.size() >= 2) {  // too many to be recorded
     sequences().take(event.arguments[0], std::stol(event.arguments[1]));
     return event.arguments[1];
   }

@@ -5,11 +5,10 @@
 
 namespace qbdkr::test {
 
-// TARGET COUNT THREADS [small | lossy]: each of so many threads sends that many events with the
-// numbers from 1 on, in one row: posts, requests that wait, requests that were started, and now and
-// then an event too large for a direct connection; small ones are the first two. Returns "ok", or
-// the first number that failed and its status. If it is to be lossy, posts that are refused are
-// posted again, requests that end with a status are not made again, and the target is slow.
+// TARGET COUNT THREADS [small]: each of so many threads sends that many events with the numbers
+// from 1 on, in one row: posts, requests that wait, requests that were started, and now and then an
+// event too large for a direct connection; small ones are the first two. Returns "ok", or the first
+// number that failed and its status.
 std::string sequence(const std::vector<std::string>& words);
 
 // TARGET KEY BYTES: posts events with texts of so many bytes until one is refused, a few thousand
