@@ -357,6 +357,7 @@ TEST(DirectConnection, DeathOfThePeerEndsAWaitingRequestAndIsThenKnown) {
   EXPECT_EQ(scene.host->call("send" + scene.event("note: x")), "-600");
   EXPECT_EQ(scene.host->call("ask" + scene.event("echo: x")), "-600 ~");
   EXPECT_EQ(scene.host->call("launch"), "yes");
+  Peer::outsideBundles(scene).awaitOwner(scene.helperID());
   scene.connect();
   scene.killHelper(*scene.host);  // finds that no request is answered
 }
